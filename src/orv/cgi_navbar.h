@@ -1,0 +1,20 @@
+// The navigation bar: the links that a form's navigation-bar script prints.
+
+#ifndef CGI_NAVBAR_H
+#define CGI_NAVBAR_H
+
+struct pt_header;
+struct html_navbar_entry;
+
+// Runs the navigation-bar script of `hdr` and stores the list of its entries,
+// borrowed until the next call, through `navbar_ents`; leaves that as it is
+// when the script cannot be started (reported by the runner).  Diagnostics are
+// held back until cgi_navbar_comments.
+void cgi_get_navbar(struct pt_header *hdr,
+                    struct html_navbar_entry **navbar_ents);
+
+// Writes the diagnostics held back so far into the page; from then on they
+// are written as they are met.
+void cgi_navbar_comments(void);
+
+#endif

@@ -1,0 +1,28 @@
+// Validation of submitted values: the walk over a form's body and the table
+// of named checks.
+
+#ifndef ORV_CHECK_H
+#define ORV_CHECK_H
+
+struct pt_body_item;
+
+// One named check.  `value` is normalised and not blank; `options` is the text
+// behind the check's name, "" when there is none; `tpl_error` the template's
+// message and `var_label` the column's label, either may be NULL; `err_name`
+// the error record to write.  A failure is recorded in err_vars.
+struct checks_info {
+  const char *name;
+  int name_len;
+  void (*func)(char *value, const char *options, const char *tpl_error,
+               const char *err_name, const char *var_label);
+};
+
+// All checks, ended by a row without a name.
+extern const checks_info chk_list[];
+
+// Checks every input item of the body `itm` (may be NULL) against its value in
+// cfg_vars, which is normalised in place.  err_vars is emptied and receives a
+// message for each failure.  1 when there was none, else 0.
+int orv_check_vars(pt_body_item *itm);
+
+#endif

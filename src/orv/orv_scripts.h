@@ -1,0 +1,45 @@
+// The script runner: starts a device script under bash with pipes, talks to
+// it, and collects its exit status.  One script at a time.
+
+#ifndef ORV_SCRIPTS_H
+#define ORV_SCRIPTS_H
+
+#include <stdio.h>
+#include <sys/types.h>
+
+// What one script may print: more is a script gone wild, not a configuration.
+constexpr size_t ORV_SCRIPT_OUTPUT_MAX = 16 * 1024 * 1024;
+
+// Makes SIGCHLD wait for us again, whatever the web server left, and lets a
+// write to a closed pipe fail instead of ending the process.  Done once.
+void orv_script_signals(void);
+
+// Starts `command`, a shell command line whose first word is the script's
+// path, relative to the script directory unless it begins with "/".  Where
+// given, `*inp` receives a stream on the script's standard output and error,
+// `*outp` one to its standard input, both owned by the caller (fclose);
+// without them the script has /dev/null there.
+//
+// The process id, or below 1 with a report by orv_fatal: -1 no memory, -2 no
+// such script or not executable, -3 no pipe, -4 no child.  A stream that could
+// not be made is NULL although the script runs.
+pid_t orv_script_run(const char *command, FILE **inp, FILE **outp);
+
+// Writes the whole of `input` to the script `pid` while it takes in what the
+// script says, so that neither side can block the other, and returns a stream
+// of all that the script says: owned by the caller, to be closed before
+// orv_script_wait.  `inp` and `outp` (NULL when there is no input) are taken.
+//
+// The stream ends with the pipe.  It also ends when the script has ended and
+// something it left behind holds the pipe but keeps silent, and has a read
+// error past ORV_SCRIPT_OUTPUT_MAX (reported by orv_error).  NULL when the
+// input could not be written; input that fits into a pipe's buffer counts as
+// written even if the script has already gone.
+FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
+                      size_t length);
+
+// Waits for `pid`: its exit status, or minus the number of the signal that
+// ended it (reported by orv_error), or -1 (reported by orv_fatal).
+int orv_script_wait(pid_t pid);
+
+#endif
