@@ -37,7 +37,7 @@ void html_end(void);
 
 // Links the style sheet `url`; `flags` is reserved and has no effect.
 void html_head_stylesheet(int flags, const char *url);
-// Includes the script file `url`, run after the document has been parsed.
+// Includes the script file `url`, run before anything behind it is parsed.
 void html_script_include(const char *type, const char *charset,
                          const char *url);
 // An inline script: between the two the caller writes its lines on cgiOut.

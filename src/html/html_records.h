@@ -24,8 +24,8 @@ struct html_form_list_opt {
 
 // One entry of a navigation bar; a list ends with an entry without a label.
 struct html_navbar_entry {
-  char *label;
-  char *url; // NULL: the label is shown without a link
+  const char *label;
+  const char *url; // NULL: the label is shown without a link
 };
 
 #endif

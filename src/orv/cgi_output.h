@@ -11,7 +11,7 @@ struct pt_body_item;
 void cgi_set_default_heading(char *heading);
 
 // Draws the body with or without its help texts; `error` may be NULL.
-void cgi_body_output(pt_body_item *body, int help, char *error);
+void cgi_body_output(pt_body_item *body, int help, const char *error);
 
 // Opens the page's one form, unless it is open.
 void cgiout_start_form(void);

@@ -68,7 +68,7 @@ char *orv_out_expand(char *in);
 // help texts; `error_text` (may be NULL) is what $E$ stands for.  The number
 // of problems met, each of which was sent to o_comment.
 int orv_body_output(const pto_procs *pp, pt_body_item *itm, int help,
-                    char *error_text);
+                    const char *error_text);
 
 // Frees the expansion buffer.
 void orv_output_cleanup(void);

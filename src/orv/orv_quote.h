@@ -18,17 +18,17 @@ enum shell_place {
 // The scan of a command line from its start; all zero at the line's start.
 struct shell_scan {
   shell_place place;
-  char last;     // the character before, when it changes what follows
-  bool in_word;  // bare: a word has begun, so "#" begins no comment
+  char last;    // the character before, when it changes what follows
+  bool in_word; // bare: a word has begun, so "#" begins no comment
 };
 
 // Reads on over `length` bytes of the author's own shell text.
 void shell_scan_text(shell_scan *scan, const char *text, size_t length);
 
-// Writes `value` as it must stand at this place, without a terminator, and
-// stores its length; only measures when `out` is NULL.  False when no quoting
-// is safe here and the value needs one.
-bool shell_quote(const shell_scan *scan, const char *value, char *out,
+// Writes `value` as it must stand at this place, without a terminator, stores
+// its length and reads on over it; writes nothing when `out` is NULL.  False,
+// with all as it was, when no quoting is safe here and the value needs one.
+bool shell_quote(shell_scan *scan, const char *value, char *out,
                  size_t *length);
 
 #endif

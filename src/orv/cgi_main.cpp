@@ -1,0 +1,606 @@
+// The request's way, from its fields to the page: main at the bottom is the
+// only place that knows the order of a request.
+//
+// One process serves one request.  Owns the page state, which starts zero,
+// is written by main and the form actions, and read when the page is written.
+// Every fault found before the page starts becomes an error page and exit
+// status 1; from the page's first line on, only a crash can end it early.
+// Every button of a page is acted on here; what a value may be, how an item
+// looks and what a script says is decided elsewhere.
+
+#include "cgi_main.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "cgi.h"
+#include "cgi_navbar.h"
+#include "cgi_output.h"
+#include "html.h"
+#include "orv.h"
+#include "orv_check.h"
+#include "orv_error.h"
+#include "orv_output.h"
+#include "orv_parser.h"
+#include "orv_scripts.h"
+#include "orv_vars.h"
+
+char *scroll_y;
+char *anchor_target;
+
+// Page state.
+static pt_header *hdr;                 // owned: the form shown
+static pt_body_item *body;             // owned: its items
+static int help_request;               // show the help texts
+static int is_discard_or_return;       // the page asks about unsaved changes
+static int is_continue;                // the page has a single Continue button
+static int is_confirmation_form;       // neither scroll scripts nor onclick
+static const char *error_msg;          // the page's message, borrowed
+static int fatal;                      // a script reported the form as unusable
+static html_navbar_entry *navbar_ents; // borrowed
+static orv_var *changed_var;           // borrowed: what Home found changed
+
+// --- fixed texts
+// --------------------------------------------------------------
+
+static const char VERSION_TEXT[] = "ORV 1.1.8";
+static const char AUTHOR_TEXT[] = "Marovi Systems Limited";
+static const char ERROR_TITLE[] = "Configuration system error";
+static const char MENU_FORM[] = "orvmenu";
+
+// The inline script and the onclick are the only ones that the page's policy
+// lets run, by the hashes of exactly these texts.
+static const char ONLOAD_SCRIPT[] = "window.onload = scrollToCoordinates;\n";
+static const char ONCLICK[] = "saveScrollCoordinates(document.f1);";
+static const char CONTENT_SECURITY_POLICY[] =
+    "default-src 'none'; style-src 'self'; img-src 'self'; "
+    "connect-src 'self'; script-src 'self' 'unsafe-hashes' "
+    "'sha256-NIOeoopEXJAkXnNMzwlo7ljZ1TIx37Hg25to2Ul7C00=' "
+    "'sha256-clI5whcTeg/e36AmUh2dVKyCwU9WvLh0FiWf78bXIlY='; "
+    "form-action 'self'; frame-ancestors 'self'; base-uri 'none'";
+
+// --- error pages
+// --------------------------------------------------------------
+
+static void begin_document(enum html_http_status status, const char *title)
+{
+  html_content_security_policy(CONTENT_SECURITY_POLICY);
+  html_begin(status, title, VERSION_TEXT, AUTHOR_TEXT);
+  html_head_stylesheet(8, "/css/orv.css");
+}
+
+// Writes a complete error page and ends the process.
+[[noreturn]] static void html_fatal_error(enum html_http_status status,
+                                          const char *title, const char *error)
+{
+  begin_document(status, title);
+  html_body_begin("error", nullptr);
+  html_main_begin();
+  html_heading(0, title, nullptr, "error", nullptr);
+  html_p_begin("error", nullptr);
+  html_escape(error);
+  html_p_end();
+  html_main_end();
+  html_body_end();
+  html_end();
+  exit(EXIT_FAILURE);
+}
+
+// The recorded message, or `otherwise` where none says more.
+static const char *recorded_message(const char *otherwise)
+{
+  return orv_error_msg != nullptr ? orv_error_msg : otherwise;
+}
+
+// --- the crash catcher
+// --------------------------------------------------------
+
+constexpr size_t CRASH_MESSAGE_SIZE = 100;
+// The catcher runs on a stack of its own, since a crash may be an overflow.
+constexpr size_t CRASH_STACK_SIZE = 64 * 1024;
+// A crash inside the C library may leave a lock held: the page is tried, not
+// waited for.
+constexpr unsigned CRASH_PAGE_SECONDS = 2;
+
+static void segv_trap(int sig, siginfo_t *info, void *locn)
+{
+  char message[CRASH_MESSAGE_SIZE];
+  alarm(CRASH_PAGE_SECONDS);
+  snprintf(message, sizeof message, "SegV(%d): addr %p locn %p", sig,
+           info->si_addr, locn);
+  html_fatal_error(html_http_status_server_error,
+                   "Configuration System Error SegV", message);
+}
+
+static void install_segv_trap()
+{
+  static char stack[CRASH_STACK_SIZE];
+  stack_t alternative = {};
+  alternative.ss_sp = stack;
+  alternative.ss_size = sizeof stack;
+  sigaltstack(&alternative, nullptr);
+
+  struct sigaction action = {};
+  action.sa_sigaction = segv_trap;
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK | static_cast<int>(SA_RESETHAND);
+  sigemptyset(&action.sa_mask);
+  if (sigaction(SIGSEGV, &action, nullptr) != 0) {
+    orv_error_msg = "Problem setting the segv catcher.";
+  }
+}
+
+// --- the request intake
+// -------------------------------------------------------
+
+// The value of the request field, owned by the caller; NULL when memory ran
+// out.
+static char *field_value(const char *name)
+{
+  int length = 0;
+  cgiFormStringSpaceNeeded(name, &length);
+  char *value = static_cast<char *>(must_malloc(static_cast<size_t>(length)));
+  if (value != nullptr) {
+    cgiFormString(name, value, length);
+  }
+  return value;
+}
+
+// The navigation field that is kept in a global, NULL for every other name.
+static char **navigation_field(const char *name)
+{
+  // clang-format off
+  static const struct {
+    const char *name;
+    char **global;
+  } fields[] = {
+    {"form",          &orv_form},
+    {"subitem",       &orv_subitem},
+    {"action",        &orv_action},
+    {"return",        &orv_return},
+    {"continue",      &orv_continue},
+    {"scroll_y",      &scroll_y},
+    {"anchor_target", &anchor_target},
+  };
+  // clang-format on
+  for (const auto &field : fields) {
+    if (strcmp(name, field.name) == 0) {
+      return field.global;
+    }
+  }
+  return nullptr;
+}
+
+static void replace(char **global, char *value)
+{
+  free(*global);
+  *global = value;
+}
+
+// Takes in a field that carries no origin; `value` is taken.
+static void take_field(const char *name, char *value)
+{
+  char **global = navigation_field(name);
+  if (global != nullptr) {
+    replace(global, value);
+  } else if (strcmp(name, "expert_mode") == 0) {
+    orv_expert_mode = orv_string_is_true(value);
+    free(value);
+  } else {
+    orv_set_var(name, o_best, value, 1);
+  }
+}
+
+// Takes in the fields with or without an origin; 0 when memory ran out.
+static int take_fields(char **names, bool tagged, int *vars_loaded)
+{
+  for (; *names != nullptr; names++) {
+    if ((orv_var_prefix(*names) != o_undefined) != tagged) {
+      continue;
+    }
+    if (strcmp(*names, "cgi_vars_loaded") == 0) {
+      *vars_loaded = 1;
+      continue;
+    }
+    char *value = field_value(*names);
+    if (value == nullptr) {
+      orv_fatal("load_vars: Out of memory for variables");
+      return 0;
+    }
+    if (tagged) {
+      orv_set_var(*names, o_undefined, value, 1);
+    } else {
+      take_field(*names, value);
+    }
+  }
+  return 1;
+}
+
+// Takes in every field.  What the page was made of comes first, since a user's
+// value counts only where it differs from that.  1 when the request carries a
+// page's state.
+static int load_vars()
+{
+  char **names = nullptr;
+  int vars_loaded = 0;
+  if (cgiFormEntries(&names) != cgiFormSuccess) {
+    return 0;
+  }
+  if (take_fields(names, true, &vars_loaded) == 0 ||
+      take_fields(names, false, &vars_loaded) == 0) {
+    vars_loaded = 0;
+  }
+  cgiStringArrayFree(names);
+  fflush(stdout);
+  return vars_loaded;
+}
+
+// --- form actions
+// ------------------------------------------------------------- Each returns
+// nonzero to keep the variables that came with the request, 0 to have the
+// form's variables read afresh.
+
+// Makes the page a confirmation whose Continue button leads to `where`.
+static void do_continue_refresh(const char *where)
+{
+  replace(&orv_continue, must_strdup(where));
+  is_continue = 1;
+  is_confirmation_form = 1;
+}
+
+// Goes to another form, by way of a question when there are unsaved changes.
+static int action_goto(const char *new_form)
+{
+  changed_var = orv_vars_changed(&cfg_vars);
+  if (changed_var == nullptr) {
+    replace(&orv_form, must_strdup(new_form));
+    return 0;
+  }
+  replace(&orv_return, orv_form);
+  orv_form = must_strdup("discard_or_return");
+  replace(&orv_continue, must_strdup(new_form));
+  is_discard_or_return = 1;
+  is_confirmation_form = 1;
+  return 1;
+}
+
+static void free_form()
+{
+  orv_free_body(body);
+  body = nullptr;
+  orv_free_header(hdr);
+  hdr = nullptr;
+}
+
+// Shows a confirmation form in place of the form that was submitted.
+static int confirm(const char *form)
+{
+  replace(&orv_form, must_strdup(form));
+  do_continue_refresh(MENU_FORM);
+  free_form();
+  return 1;
+}
+
+// Shows the submitted form again, with a message.
+static int refuse(const char *message)
+{
+  error_msg = message;
+  return 1;
+}
+
+static int action_submit()
+{
+  if (del_vars != nullptr) {
+    return refuse("Table rows have been deleted. Resubmit to confirm");
+  }
+  hdr = orv_parse_header(orv_form, orv_subitem);
+  if (hdr == nullptr) {
+    return 0;
+  }
+  cgi_get_navbar(hdr, &navbar_ents);
+  if (orv_vars_changed(&cfg_vars) == nullptr && orv_always_submit_set() == 0) {
+    return confirm("no_changes");
+  }
+  body = orv_parse_body(hdr);
+  if (body == nullptr) {
+    return 0;
+  }
+  if (orv_check_vars(body) == 0) {
+    return refuse("Error in configuration settings");
+  }
+  if (orv_save_vars(&cfg_vars, hdr->check_script) == 0) {
+    return refuse("Error running configuration check script");
+  }
+  if (orv_save_vars(&cfg_vars, hdr->write_script) == 0) {
+    return refuse("Error saving configuration");
+  }
+  return confirm("changes_saved");
+}
+
+static int action_help()
+{
+  help_request = 1;
+  return 1;
+}
+
+static int action_expert()
+{
+  orv_expert_mode = 1;
+  return 1;
+}
+
+static int action_simple()
+{
+  orv_expert_mode = 0;
+  return 1;
+}
+
+static int action_home()
+{
+  return action_goto(MENU_FORM);
+}
+
+// Leaves a confirmation for the form that the first global names, and forgets
+// the other way out.
+static void leave_confirmation(char **taken, char **forgotten)
+{
+  replace(&orv_form, *taken);
+  *taken = nullptr;
+  replace(forgotten, nullptr);
+}
+
+static int action_continue()
+{
+  leave_confirmation(&orv_continue, &orv_return);
+  return 0;
+}
+
+static int action_return()
+{
+  leave_confirmation(&orv_return, &orv_continue);
+  return 1;
+}
+
+static int check_action()
+{
+  // clang-format off
+  static const struct {
+    const char *label;
+    int (*act)();
+  } actions[] = {
+    {"Help",              action_help},
+    {"Expert",            action_expert},
+    {"Simple",            action_simple},
+    {"Home",              action_home},
+    {"Continue",          action_continue},
+    {"Discard changes",   action_continue},
+    {"Return to changes", action_return},
+    {"Submit",            action_submit},
+  };
+  // clang-format on
+  if (orv_action != nullptr) {
+    for (const auto &action : actions) {
+      if (strcmp(orv_action, action.label) == 0) {
+        return action.act();
+      }
+    }
+  }
+  return 1;
+}
+
+// --- the form to show
+// ---------------------------------------------------------
+
+static void choose_form()
+{
+  if (orv_form == nullptr) {
+    orv_form = must_strdup(MENU_FORM);
+    replace(&orv_subitem, nullptr);
+  }
+}
+
+static void load_header()
+{
+  if (hdr == nullptr && orv_form != nullptr) {
+    hdr = orv_parse_header(orv_form, orv_subitem);
+  }
+  if (hdr == nullptr && orv_error_msg == nullptr) {
+    orv_error_msg = "Failed to parse template header";
+  }
+  if (orv_error_msg != nullptr) {
+    html_fatal_error(html_http_status_not_found, ERROR_TITLE, orv_error_msg);
+  }
+}
+
+static void read_configuration()
+{
+  if (orv_load_vars(hdr->read_script, 0) < 0) {
+    html_fatal_error(html_http_status_not_found, ERROR_TITLE,
+                     recorded_message("The form's read script failed."));
+  }
+}
+
+// The records "msg" and "fatal" concern the whole page.
+static void take_page_errors()
+{
+  if (err_vars == nullptr) {
+    return;
+  }
+  const char *msg = orv_get_var(&err_vars, "msg", o_undefined);
+  if (msg != nullptr) {
+    error_msg = msg;
+  }
+  fatal = orv_get_var(&err_vars, "fatal", o_undefined) != nullptr ? 1 : 0;
+}
+
+static void load_body()
+{
+  if (body == nullptr) {
+    body = orv_parse_body(hdr);
+  }
+  if (body == nullptr) {
+    html_fatal_error(html_http_status_server_error, ERROR_TITLE,
+                     recorded_message("The form is empty."));
+  }
+}
+
+// --- the page
+// -----------------------------------------------------------------
+
+static void write_head()
+{
+  begin_document(html_http_status_ok, orv_out_expand(hdr->title));
+  if (is_confirmation_form == 0) {
+    html_script_include(nullptr, nullptr, "/js/position.js");
+    html_script_include(nullptr, nullptr, "/js/kwt_scroller.js");
+    html_script_begin(nullptr, nullptr, nullptr);
+    fputs(ONLOAD_SCRIPT, cgiOut);
+    html_script_end();
+  }
+}
+
+// The bar of the form shown; the question about unsaved changes shows that of
+// the form which has them.
+static void write_navbar()
+{
+  if (is_discard_or_return != 0) {
+    pt_header *tmphdr = orv_parse_header(orv_return, orv_subitem);
+    if (tmphdr != nullptr) {
+      cgi_get_navbar(tmphdr, &navbar_ents);
+      orv_free_header(tmphdr);
+    }
+  } else if (navbar_ents == nullptr) {
+    cgi_get_navbar(hdr, &navbar_ents);
+  }
+  if (navbar_ents != nullptr) {
+    html_navbar_simple(nullptr, navbar_ents, nullptr);
+  }
+}
+
+static void html_action_button(int disabled, const char *css_class,
+                               const char *label)
+{
+  static html_attribute attr_onclick = {"onclick", ONCLICK, nullptr};
+  static html_attribute attr_disabled = {"disabled", "disabled", nullptr};
+  html_attribute *attrs = is_confirmation_form != 0 ? nullptr : &attr_onclick;
+  if (disabled != 0) {
+    attr_disabled.next = attrs;
+    attrs = &attr_disabled;
+  }
+  html_form_submit("action", label, css_class, attrs);
+}
+
+static void write_form_buttons()
+{
+  const bool on_menu = strcmp(orv_form, MENU_FORM) == 0;
+  const bool no_help = !hdr->help_mode || help_request != 0 || fatal != 0;
+  const bool simple = hdr->expert_mode && orv_expert_mode != 0;
+  html_action_button(on_menu, "bottombar", "Home");
+  html_action_button(no_help, "bottombar", "Help");
+  html_action_button(!hdr->expert_mode || fatal != 0, "bottombar",
+                     simple ? "Simple" : "Expert");
+  html_action_button(!hdr->has_input_fields, "bottombar", "Submit");
+}
+
+static void write_buttons()
+{
+  if (is_discard_or_return != 0) {
+    html_div_begin("discardbar", nullptr);
+    html_action_button(0, "discardbar", "Discard changes");
+    html_action_button(0, "discardbar", "Return to changes");
+  } else if (is_continue != 0) {
+    html_div_begin("continuebar", nullptr);
+    html_action_button(0, "continue", "Continue");
+  } else {
+    html_div_begin("bottombar", nullptr);
+    write_form_buttons();
+  }
+  html_div_end();
+}
+
+static const char *text_or_null(const char *text)
+{
+  return text != nullptr ? text : "(null)";
+}
+
+static void write_page()
+{
+  write_head();
+  html_body_begin(nullptr, nullptr);
+  cgi_navbar_comments();
+  if (changed_var != nullptr) {
+    html_comment("Changed var %s, %s -> %s ", changed_var->name,
+                 text_or_null(changed_var->o_value),
+                 text_or_null(changed_var->u_value));
+  }
+  write_navbar();
+  html_main_begin();
+  if (!hdr->no_header) {
+    cgi_set_default_heading(hdr->title);
+  }
+  cgi_body_output(body, help_request, error_msg);
+  cgiout_close_table();
+  cgiout_start_form();
+  write_buttons();
+  cgiout_close_form();
+  orv_output_cleanup();
+  html_main_end();
+  html_body_end();
+  html_end();
+}
+
+static void clean_up()
+{
+  free(scroll_y);
+  free(anchor_target);
+  orv_free_vars(&cfg_vars);
+  orv_free_vars(&err_vars);
+  orv_free_vars(&del_vars);
+  free_form();
+  cgiFreeResources();
+}
+
+// --- main
+// ---------------------------------------------------------------------
+
+// A descriptor that the web server left closed would be taken by the first
+// file or pipe that is opened.
+static void open_standard_descriptors()
+{
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+    if (fcntl(fd, F_GETFD) < 0) {
+      open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY);
+    }
+  }
+}
+
+int main()
+{
+  open_standard_descriptors();
+  orv_script_signals();
+  install_segv_trap();
+  const int error = cgiInit();
+  if (error != 0) {
+    fprintf(stderr, "cgiInit() failed! error %d\n", error);
+    return error;
+  }
+  orv_fatal_no_exit = 1;
+  orv_init_env();
+  int vars_loaded = load_vars();
+  if (vars_loaded != 0 && orv_form != nullptr) {
+    vars_loaded = check_action();
+  }
+  choose_form();
+  load_header();
+  if (vars_loaded == 0) {
+    read_configuration();
+  }
+  take_page_errors();
+  load_body();
+  write_page();
+  clean_up();
+  return EXIT_SUCCESS;
+}

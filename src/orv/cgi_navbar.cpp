@@ -1,0 +1,184 @@
+// The navigation bar: a form's navigation-bar script becomes a list of links.
+//
+// The list and its texts are static and made anew by every call, so that a
+// caller may keep the pointer until the page is written.  Diagnostics belong
+// into the page's source; those met before the page has begun wait in a small
+// buffer.  A script that cannot be started leaves the page without a bar.
+
+#include "cgi_navbar.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "cgi.h"
+#include "html.h"
+#include "orv_guard.h"
+#include "orv_parser.h"
+#include "orv_scripts.h"
+
+constexpr int ENTRIES = 6; // what fits across a page
+constexpr size_t HREF_SIZE = 100;
+constexpr size_t LABEL_SIZE = 30;
+constexpr int LINE_SIZE = 250; // a line and its terminator
+// What a full bar still reads, so that an ordinary script ends in peace.
+constexpr size_t DRAIN_MAX = 64 * 1024;
+// Diagnostics held back; more of them tell nothing new.
+constexpr int COMMENTS_HELD = 16;
+
+static html_navbar_entry ents[ENTRIES + 1];
+static char hrefs[ENTRIES][HREF_SIZE];
+static char labels[ENTRIES][LABEL_SIZE];
+
+static const char *held[COMMENTS_HELD];
+static int held_count;
+static bool page_begun; // set by cgi_navbar_comments, never reset
+
+static void comment(const char *text)
+{
+  if (page_begun) {
+    html_comment("%s", text);
+  } else if (held_count < COMMENTS_HELD) {
+    held[held_count] = text;
+    held_count++;
+  }
+}
+
+void cgi_navbar_comments(void)
+{
+  page_begun = true;
+  for (int i = 0; i < held_count; i++) {
+    html_comment("%s", held[i]);
+  }
+  held_count = 0;
+}
+
+static bool is_blank(char c)
+{
+  return c == ' ' || c == '\t';
+}
+
+// Takes off the blanks around the line and returns its start.
+static char *strip_line(char *line)
+{
+  size_t length = strlen(line);
+  while (length > 0 &&
+         (is_blank(line[length - 1]) || line[length - 1] == '\n')) {
+    length--;
+  }
+  line[length] = '\0';
+  return line + strspn(line, " \t");
+}
+
+// The taken-apart line of a script: a form word and the label behind it.
+struct entry_line {
+  const char *form;
+  const char *subitem; // NULL: none
+  const char *label;   // NULL: the line is a single word
+};
+
+// Takes `line`, not empty, apart in place.
+static entry_line split_line(char *line)
+{
+  entry_line entry = {line, nullptr, nullptr};
+  char *c = line + 1;
+  for (; *c != '\0' && !is_blank(*c); c++) {
+    if (*c == '/' && entry.subitem == nullptr) {
+      *c = '\0';
+      entry.subitem = c + 1;
+    }
+  }
+  if (*c != '\0') {
+    *c = '\0';
+    entry.label = c + 1;
+  }
+  return entry;
+}
+
+// Stores the entry at its place.
+static void store_entry(int place, const entry_line *entry)
+{
+  snprintf(labels[place], LABEL_SIZE, "%s", entry->label);
+  ents[place].label = labels[place];
+  ents[place].url = nullptr;
+  if (entry->subitem == nullptr && strcmp(entry->form, "-") == 0) {
+    return;
+  }
+  if (entry->subitem != nullptr) {
+    snprintf(hrefs[place], HREF_SIZE, "%s?form=%s&subitem=%s", cgiScriptName,
+             entry->form, entry->subitem);
+  } else {
+    snprintf(hrefs[place], HREF_SIZE, "%s?form=%s", cgiScriptName, entry->form);
+  }
+  ents[place].url = hrefs[place];
+}
+
+// The list as it grows.
+struct bar {
+  int place;    // the next free one
+  bool settled; // an entry or "--" has decided on the fixed entry
+};
+
+// Acts on one stripped line.
+static void take_line(bar *list, char *line)
+{
+  if (line[0] == '\0') {
+    return;
+  }
+  if (strcmp(line, "--") == 0 && !list->settled) {
+    list->place = 0;
+    list->settled = true;
+    return;
+  }
+  const entry_line entry = split_line(line);
+  if (entry.label == nullptr) {
+    comment("navbar: Premature end of line");
+  } else if (entry.label[0] == '\0') {
+    comment("navbar: Missing a label");
+  } else {
+    store_entry(list->place, &entry);
+    list->place++;
+    list->settled = true;
+  }
+}
+
+static void drain(FILE *output)
+{
+  char buf[LINE_SIZE];
+  size_t dropped = 0;
+  size_t got;
+  do {
+    got = fread(buf, 1, sizeof buf, output);
+    dropped += got;
+  } while (got > 0 && dropped < DRAIN_MAX);
+}
+
+// Reads the script's output; the number of entries.
+static int read_entries(FILE *output)
+{
+  char buf[LINE_SIZE];
+  bar list = {1, false};
+  while (list.place < ENTRIES && fgets(buf, sizeof buf, output) != nullptr) {
+    take_line(&list, strip_line(buf));
+  }
+  if (list.place == ENTRIES) {
+    drain(output);
+  }
+  return list.place;
+}
+
+void cgi_get_navbar(struct pt_header *hdr,
+                    struct html_navbar_entry **navbar_ents)
+{
+  FILE *inp;
+  const pid_t pid = orv_script_run(hdr->navbar_script, &inp, nullptr);
+  if (pid < 1 || inp == nullptr) {
+    return;
+  }
+  ents[0] = {"Configuration", cgiScriptName}; // leads to the menu
+  owned_stream output(orv_script_talk(pid, inp, nullptr, nullptr, 0));
+  const int count = output != nullptr ? read_entries(output.get()) : 1;
+  output.reset();
+  orv_script_wait(pid);
+  ents[count].label = nullptr;
+  *navbar_ents = ents;
+}

@@ -1,0 +1,622 @@
+// The HTML renderer: the output procedures that draw a form as HTML.
+//
+// Owns the structure of the page being written: whether its heading is still
+// to be printed, and whether its one form and a table are open.  The names of
+// the visible fields, the hidden fields that close the form and the links of
+// menus are the protocol by which a page hands its state to the next request.
+// Nothing here fails or reports; what is missing is drawn as empty, and names
+// and links that are too long are cut.
+
+#include "cgi_output.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "cgi.h"
+#include "cgi_main.h"
+#include "html.h"
+#include "orv.h"
+#include "orv_output.h"
+#include "orv_parser.h"
+#include "orv_vars.h"
+
+constexpr size_t HREF_SIZE = 100;
+// "delete_", a table's name, "_" and a row number.
+constexpr size_t DELETE_NAME_SIZE = 68;
+// A number of at most three digits; wider fields fit no screen.
+constexpr size_t SIZE_SIZE = 4;
+constexpr size_t CONTROL_ID_SIZE = 16;     // a letter and a line number
+constexpr size_t CONTROL_LABEL_SIZE = 200; // a column's label and its row
+
+static const char NBSP[] = "&nbsp;";
+
+// Zero at the start of the process, which draws one page.
+static char *default_heading; // borrowed; NULL once printed or cancelled
+static int form_running;
+static int table_running;
+static unsigned int row; // body row of the multi-column table being drawn
+
+static char size_value[SIZE_SIZE]; // set before each use
+
+static html_attribute html_form_name = {"name", "f1", nullptr};
+static html_attribute op_text_field_core_attr_size = {"size", size_value,
+                                                      nullptr};
+static html_attribute op_text_field_core_attr_disabled = {
+    "disabled", "disabled", &op_text_field_core_attr_size};
+static html_attribute colspan2 = {"colspan", "2", nullptr};
+static html_attribute valign = {"valign", "top", nullptr};
+
+static char *expand(char *text)
+{
+  char *expansion = orv_out_expand(text);
+  return expansion != nullptr ? expansion : orv_out_expand(nullptr);
+}
+
+// --- heading, form and table
+// --------------------------------------------------
+
+void cgi_set_default_heading(char *heading)
+{
+  default_heading = heading;
+}
+
+static void cgiout_check_heading()
+{
+  if (default_heading != nullptr) {
+    html_heading(0, expand(default_heading), nullptr, nullptr, nullptr);
+    default_heading = nullptr;
+  }
+}
+
+void cgiout_start_form(void)
+{
+  if (form_running == 0) {
+    cgiout_check_heading();
+    html_form_begin(nullptr, nullptr, &html_form_name);
+    form_running = 1;
+  }
+}
+
+static void cgiout_start_table(const char *css_class)
+{
+  if (table_running == 0) {
+    cgiout_check_heading();
+    html_table_begin(nullptr, css_class, nullptr);
+    table_running = 1;
+  }
+}
+
+void cgiout_close_table(void)
+{
+  if (table_running != 0) {
+    html_table_end();
+    table_running = 0;
+  }
+}
+
+// --- the hidden state
+// ---------------------------------------------------------
+
+// Writes a hidden field named by the origin letter `type` and the variable, or
+// by `name` alone when `type` is 0.
+static void hidden_var(char type, const char *name, const char *value)
+{
+  if (type == '\0') {
+    html_form_hidden(name, value, nullptr, nullptr);
+    return;
+  }
+  char field[ORV_NAME_SIZE];
+  snprintf(field, sizeof field, "%c_%s", type, name);
+  html_form_hidden(field, value, nullptr, nullptr);
+}
+
+static void hidden_if_set(char type, const char *name, const char *value)
+{
+  if (value != nullptr) {
+    hidden_var(type, name, value);
+  }
+}
+
+// An unticked box posts nothing, so a check box carries "False" as its user
+// value, which a ticked box's own field then replaces.
+static void hidden_values(const orv_var *var)
+{
+  hidden_if_set('d', var->name, var->d_value);
+  hidden_if_set('c', var->name, var->c_value);
+  hidden_if_set('o', var->name, var->o_value);
+  hidden_if_set('u', var->name, var->is_checkbox ? "False" : var->u_value);
+}
+
+void cgiout_close_form(void)
+{
+  if (form_running == 0) {
+    return;
+  }
+  cgiout_close_table();
+  html_div_begin("hidden", nullptr);
+  for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
+    hidden_values(var);
+  }
+  hidden_if_set('\0', "form", orv_form);
+  hidden_if_set('\0', "subitem", orv_subitem);
+  hidden_if_set('\0', "return", orv_return);
+  hidden_if_set('\0', "continue", orv_continue);
+  hidden_var('\0', "expert_mode", orv_expert_mode != 0 ? "True" : "False");
+  hidden_var('\0', "cgi_vars_loaded", "True");
+  hidden_var('\0', "scroll_y", scroll_y != nullptr ? scroll_y : "0");
+  hidden_if_set('\0', "anchor_target", anchor_target);
+  html_div_end();
+  html_form_end();
+  form_running = 0;
+}
+
+// --- headings
+// -----------------------------------------------------------------
+
+// A heading of the body takes the page heading's place.
+static void body_heading(int level, const char *css_class, const char *text)
+{
+  default_heading = nullptr;
+  cgiout_close_table();
+  html_heading(level, text, nullptr, css_class, nullptr);
+}
+
+static void op_center(char *text)
+{
+  body_heading(0, "center", text);
+}
+
+static void op_header(char *text)
+{
+  body_heading(0, nullptr, text);
+}
+
+static void op_header2(char *text)
+{
+  body_heading(1, nullptr, text);
+}
+
+// --- text, help and errors
+// ----------------------------------------------------
+
+// Inside a table, text is a row that spans both columns.
+static void start_table_text()
+{
+  if (table_running != 0) {
+    html_tr_begin(nullptr, nullptr);
+    html_td_begin(nullptr, &colspan2);
+  }
+}
+
+static void end_table_text()
+{
+  if (table_running != 0) {
+    html_td_end();
+    html_tr_end();
+  }
+}
+
+// Carries out the markup code that `code` begins with and returns where the
+// scan resumes.  `*open` counts the emphases that are open.
+static const char *markup(const char *css_class, const char *code, int *open)
+{
+  switch (code[1]) {
+  case 'B':
+    html_em_begin(css_class, nullptr);
+    (*open)++;
+    break;
+  case 'R':
+    html_em_end();
+    (*open)--;
+    break;
+  case 'L':
+    html_br(css_class, nullptr);
+    break;
+  case 'I':
+    fputs("&nbsp;&nbsp;&nbsp;&nbsp;", cgiOut);
+    break;
+  case '$':
+    putc('$', cgiOut);
+    break;
+  default:
+    // No code of ours; its closing "$" may open the next one.
+    html_escape_data(code, 2);
+    return code + 2;
+  }
+  return code + 3;
+}
+
+static bool is_markup(const char *text)
+{
+  return text[0] == '$' && text[1] != '\0' && text[2] == '$';
+}
+
+static void cgiout_para_block(const char *css_class, const char *txt)
+{
+  int open = 0;
+  html_p_begin(css_class, nullptr);
+  const char *text = txt; // what has not been written yet
+  const char *dollar = strchr(text, '$');
+  while (dollar != nullptr) {
+    if (is_markup(dollar)) {
+      html_escape_data(text, static_cast<size_t>(dollar - text));
+      text = markup(css_class, dollar, &open);
+      dollar = strchr(text, '$');
+    } else {
+      dollar = strchr(dollar + 1, '$');
+    }
+  }
+  if (*text != '\0') {
+    html_escape(text);
+  }
+  for (; open > 0; open--) {
+    html_em_end();
+  }
+  html_p_end();
+}
+
+static void cgiout_text_blocks(const char *css_class, char *txt)
+{
+  char *text = expand(txt);
+  char *gap = strstr(text, "\n\n");
+  while (gap != nullptr) {
+    *gap = '\0';
+    cgiout_para_block(css_class, text);
+    *gap = '\n';
+    text = gap + strspn(gap, "\n");
+    gap = strstr(text, "\n\n");
+  }
+  if (*text != '\0') {
+    cgiout_para_block(css_class, text);
+  }
+}
+
+static void text_item(const char *css_class, char *text)
+{
+  cgiout_check_heading();
+  start_table_text();
+  cgiout_text_blocks(css_class, text);
+  end_table_text();
+}
+
+static void op_text(char *text)
+{
+  text_item("plain", text);
+}
+
+static void op_help(char *text)
+{
+  text_item("help", text);
+}
+
+static void op_error(char *text)
+{
+  text_item("error", text);
+}
+
+// --- menus
+// --------------------------------------------------------------------
+
+// Writes a menu entry that links to the form and sub-item which `target` joins
+// by its first "/".  Without one, `target` is the sub-item of `form`, or the
+// form itself when that is NULL.
+static void menu_entry(char *target, const char *form, const char *item_class,
+                       const char *link_class, const char *text)
+{
+  char address[HREF_SIZE];
+  char *slash = strchr(target, '/');
+  if (slash != nullptr) {
+    *slash = '\0';
+    snprintf(address, sizeof address, "%s?form=%s&subitem=%s", cgiScriptName,
+             target, slash + 1);
+    *slash = '/';
+  } else if (form != nullptr) {
+    snprintf(address, sizeof address, "%s?form=%s&subitem=%s", cgiScriptName,
+             form, target);
+  } else {
+    snprintf(address, sizeof address, "%s?form=%s", cgiScriptName, target);
+  }
+  html_li_begin(item_class, nullptr);
+  html_a_begin(address, link_class, nullptr);
+  html_escape(text);
+  html_a_end();
+  html_li_end();
+}
+
+static void op_forms_menu(pt_body_item *itm)
+{
+  cgiout_check_heading();
+  cgiout_close_table();
+  html_ul_begin("formsmenu", nullptr);
+  for (html_form_list_opt *choice = itm->choices.choices; choice != nullptr;
+       choice = choice->next) {
+    menu_entry(choice->value, nullptr, "formsmenu", "formsmenu", choice->label);
+  }
+  html_ul_end();
+}
+
+static void op_menu_start(pt_body_item *)
+{
+  cgiout_check_heading();
+  html_ul_begin(nullptr, nullptr);
+}
+
+static void op_menu_choice(pt_body_item *itm, char *select, char *, char *text)
+{
+  menu_entry(select, itm->name, "form", nullptr, text);
+}
+
+static void op_menu_stop(pt_body_item *)
+{
+  html_ul_end();
+}
+
+// --- the names of controls
+// ---------------------------------------------------- A field row's label
+// element points at its control by an id made of the template's line, which is
+// unique; a table's cell, and a field without a label, has its name in an
+// attribute.
+
+static const char *control_id(const pt_body_item *itm)
+{
+  static char id[CONTROL_ID_SIZE];
+  snprintf(id, sizeof id, "i%d", itm->line_number);
+  return id;
+}
+
+static const char *any_label(const pt_body_item *itm)
+{
+  const char *const by_rank[] = {itm->label, itm->rlabel, itm->prompt};
+  for (const char *label : by_rank) {
+    if (label != nullptr && label[0] != '\0') {
+      return label;
+    }
+  }
+  return itm->name;
+}
+
+// The attribute that names the control of `itm`, in front of `next`; valid
+// until the next call.
+static html_attribute *control_name(pt_body_item *itm, html_attribute *next)
+{
+  static char text[CONTROL_LABEL_SIZE];
+  static html_attribute attr;
+  attr.next = next;
+  if (itm->column >= 0) {
+    snprintf(text, sizeof text, "%s, row %u", any_label(itm), row + 1);
+    attr.name = "aria-label";
+    attr.value = text;
+  } else if (itm->label != nullptr) {
+    attr.name = "id";
+    attr.value = control_id(itm);
+  } else {
+    snprintf(text, sizeof text, "%s", any_label(itm));
+    attr.name = "aria-label";
+    attr.value = expand(text);
+  }
+  return &attr;
+}
+
+// --- controls
+// -----------------------------------------------------------------
+
+static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
+                               int fixed)
+{
+  const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
+  const int width = itm->field.width != 0 ? itm->field.width : 20;
+  snprintf(size_value, sizeof size_value, "%d", width);
+  html_attribute *attrs = fixed != 0 ? &op_text_field_core_attr_disabled
+                                     : &op_text_field_core_attr_size;
+  html_form_text_input(name, value, nullptr, nullptr, nullptr, nullptr,
+                       control_name(itm, attrs));
+}
+
+static void op_checkbox_core(pt_body_item *itm, char *name, char *varname)
+{
+  const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
+  const int ticked = orv_string_is_true(value);
+  if (value != nullptr) {
+    orv_set_var_ischeckbox(varname);
+  }
+  html_form_checkbox(name, "True", ticked, nullptr, nullptr, nullptr,
+                     control_name(itm, nullptr));
+}
+
+// The hidden default records what the list shows as chosen.
+static void op_select_core(pt_body_item *itm, char *name, char *varname)
+{
+  const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
+  bool any_selected = false;
+  for (html_form_list_opt *choice = itm->choices.choices; choice != nullptr;
+       choice = choice->next) {
+    const bool selected = value != nullptr && choice->value != nullptr &&
+                          strcmp(value, choice->value) == 0;
+    choice->selected = selected ? 1 : 0;
+    if (selected) {
+      hidden_var('d', varname, choice->value);
+      any_selected = true;
+    }
+  }
+  if (!any_selected && itm->choices.choices != nullptr) {
+    hidden_if_set('d', varname, itm->choices.choices->value);
+  }
+  html_form_list(name, 1, nullptr, itm->choices.choices, nullptr,
+                 control_name(itm, nullptr));
+}
+
+// --- labelled field rows
+// ------------------------------------------------------
+
+static void do_form_left(pt_body_item *itm, int do_label)
+{
+  cgiout_start_form();
+  cgiout_start_table("twocol");
+  html_tr_begin(nullptr, nullptr);
+  html_td_begin("formleft", &valign);
+  if (do_label != 0 && itm->label != nullptr) {
+    html_label_begin(control_id(itm), nullptr, nullptr);
+    html_escape(expand(itm->label));
+    html_label_end();
+  } else {
+    fputs(NBSP, cgiOut);
+  }
+  html_td_end();
+  html_td_begin("form", nullptr);
+}
+
+static void do_form_right(pt_body_item *itm)
+{
+  if (itm->rlabel != nullptr) {
+    putc(' ', cgiOut);
+    html_escape(expand(itm->rlabel));
+  }
+  if (itm->prompt != nullptr) {
+    html_br(nullptr, nullptr);
+    html_span_begin("prompt", nullptr);
+    html_escape(expand(itm->prompt));
+    html_span_end();
+  }
+  html_td_end();
+  html_tr_end();
+}
+
+static void op_text_field(pt_body_item *itm, int fixed)
+{
+  do_form_left(itm, 1);
+  op_text_field_core(itm, itm->name, itm->name, fixed);
+  do_form_right(itm);
+}
+
+static void op_checkbox(pt_body_item *itm)
+{
+  do_form_left(itm, 1);
+  op_checkbox_core(itm, itm->name, itm->name);
+  do_form_right(itm);
+}
+
+static void op_select(pt_body_item *itm)
+{
+  do_form_left(itm, 1);
+  op_select_core(itm, itm->name, itm->name);
+  do_form_right(itm);
+}
+
+// --- multi-column tables
+// ------------------------------------------------------
+
+static void op_mcol_heading(pt_body_item *itm)
+{
+  html_th_begin("multicol", nullptr);
+  if (itm->label != nullptr) {
+    html_escape(itm->label);
+  } else {
+    fputs(NBSP, cgiOut);
+  }
+  html_th_end();
+}
+
+static void start_mcol_table()
+{
+  cgiout_close_table();
+  cgiout_start_form();
+  cgiout_start_table("multicol");
+  html_thead_begin("multicol", nullptr);
+  html_tr_begin("multicol", nullptr);
+  row = 0;
+}
+
+static void delete_box(const pt_body_item *table)
+{
+  char name[DELETE_NAME_SIZE];
+  char label[CONTROL_LABEL_SIZE];
+  snprintf(name, sizeof name, "delete_%s_%u", table->name, row);
+  snprintf(label, sizeof label, "Delete row %u", row + 1);
+  html_attribute aria = {"aria-label", label, nullptr};
+  html_form_checkbox(name, "True", 0, nullptr, nullptr, "multicol", &aria);
+}
+
+static void op_mcol_trans(pt_body_item *itm, mcol_trans type)
+{
+  switch (type) {
+  case MCOL_START:
+    start_mcol_table();
+    break;
+  case MCOL_BODY_DEL:
+    html_th_begin("multicol", nullptr);
+    fputs("Delete", cgiOut);
+    html_th_end();
+    html_tr_end();
+    html_thead_end();
+    break;
+  case MCOL_BODY:
+    html_tr_end();
+    html_thead_end();
+    break;
+  case MCOL_ROW_START:
+    html_tr_begin("multicol", nullptr);
+    break;
+  case MCOL_ROW_END_DEL:
+    html_td_begin("multicol", nullptr);
+    delete_box(itm);
+    html_td_end();
+    html_tr_end();
+    row++;
+    break;
+  case MCOL_ROW_END_BLANK:
+    html_td_begin("multicol", nullptr);
+    fputs(NBSP, cgiOut);
+    html_td_end();
+    html_tr_end();
+    row++;
+    break;
+  case MCOL_ROW_END:
+    html_tr_end();
+    row++;
+    break;
+  case MCOL_COL_START:
+    html_td_begin("multicol", nullptr);
+    break;
+  case MCOL_COL_END:
+    html_td_end();
+    break;
+  case MCOL_END:
+    cgiout_close_table();
+    break;
+  default:
+    break;
+  }
+}
+
+// --- the table of procedures
+// --------------------------------------------------
+
+// In the order of the slots.
+static const pto_procs html_procs = {
+    op_text,
+    op_help,
+    op_error,
+    op_center,
+    op_header,
+    op_header2,
+    html_comment,
+    op_forms_menu,
+    op_text_field,
+    op_checkbox,
+    op_select,
+    op_menu_start,
+    op_menu_choice,
+    op_menu_stop,
+    op_mcol_trans,
+    op_mcol_heading,
+    op_text_field_core,
+    op_checkbox_core,
+    op_select_core,
+};
+static_assert(sizeof html_procs == 19 * sizeof(void (*)()),
+              "every slot is filled");
+
+void cgi_body_output(pt_body_item *body, int help, const char *error)
+{
+  orv_body_output(&html_procs, body, help, error);
+}

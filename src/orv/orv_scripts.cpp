@@ -1,0 +1,430 @@
+// The script runner.
+//
+// A script is started with fork and exec under bash, talked to through pipes
+// and waited for, strictly one at a time; the only state kept between calls is
+// whether the signal dispositions have been set.  What flows through the pipes
+// is the caller's business, when it flows is decided here: input is written
+// and output is read at the same time, and reading ends with the script even
+// if something that it left behind keeps its output open.
+
+#include "orv_scripts.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "kwtutil.h"
+#include "orv.h"
+#include "orv_error.h"
+#include "orv_guard.h"
+
+#ifndef ORV_SCRIPT_DIR
+#define ORV_SCRIPT_DIR "/usr/share/larkspur/scripts/"
+#endif
+
+static int trap_set; // the signal dispositions have been set
+
+// --- starting
+// -----------------------------------------------------------------
+
+constexpr int NO_MEMORY = -1;
+constexpr int NO_SCRIPT = -2;
+constexpr int NO_PIPE = -3;
+constexpr int NO_CHILD = -4;
+
+struct pipe_ends {
+  int read_end;
+  int write_end;
+};
+
+static void set_disposition(int sig, void (*handler)(int))
+{
+  struct sigaction action = {};
+  action.sa_handler = handler;
+  sigemptyset(&action.sa_mask);
+  sigaction(sig, &action, nullptr);
+}
+
+void orv_script_signals(void)
+{
+  if (trap_set != 0) {
+    return;
+  }
+  set_disposition(SIGCHLD, SIG_DFL);
+  set_disposition(SIGPIPE, SIG_IGN);
+  trap_set = 1;
+}
+
+// The full command line, owned by the caller; NULL when memory ran out.
+static char *full_command(const char *command)
+{
+  if (command[0] == '/') {
+    return must_strdup(command);
+  }
+  const size_t size = strlen(ORV_SCRIPT_DIR) + strlen(command) + 1;
+  char *line = static_cast<char *>(must_malloc(size));
+  if (line != nullptr) {
+    snprintf(line, size, "%s%s", ORV_SCRIPT_DIR, command);
+  }
+  return line;
+}
+
+// Whether the first word of the line is a script that can be run; reports it
+// when not.  The line is cut for the test and restored.
+static bool script_is_executable(char *line)
+{
+  char *blank = strchr(line, ' ');
+  if (blank != nullptr) {
+    *blank = '\0';
+  }
+  const bool executable = access(line, X_OK) == 0;
+  if (!executable) {
+    if (access(line, F_OK) != 0) {
+      orv_fatal("Script \"%s\" does not exist", line);
+    } else {
+      orv_fatal("Cannot execute script \"%s\"", line);
+    }
+  }
+  if (blank != nullptr) {
+    *blank = ' ';
+  }
+  return executable;
+}
+
+static bool make_pipe(pipe_ends *ends)
+{
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC) != 0) {
+    return false;
+  }
+  *ends = {fds[0], fds[1]};
+  return true;
+}
+
+static void close_pipe(const pipe_ends *ends)
+{
+  if (ends->read_end >= 0) {
+    close(ends->read_end);
+    close(ends->write_end);
+  }
+}
+
+// Puts descriptor `fd`, or /dev/null when it is none, at `place`.
+static void redirect(int fd, int flags, int place)
+{
+  if (fd < 0) {
+    fd = open("/dev/null", flags);
+  }
+  dup2(fd, place);
+}
+
+// The child's part: never returns.  Nothing of the parent's signals or
+// descriptors reaches the script, and _exit leaves the parent's unwritten
+// output alone.
+[[noreturn]] static void run_child(const char *command, const char *line,
+                                   int input, int output)
+{
+  redirect(input, O_RDONLY, STDIN_FILENO);
+  redirect(output, O_WRONLY, STDOUT_FILENO);
+  dup2(STDOUT_FILENO, STDERR_FILENO);
+  close_all_file_descriptors(1);
+
+  set_disposition(SIGPIPE, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+
+  const char *const argv[] = {"bash", "-c", line, nullptr};
+  execv("/bin/bash", const_cast<char *const *>(argv));
+  orv_fatal("Exec call for \"%s\" failed (%d)", command, errno);
+  _exit(EXIT_FAILURE);
+}
+
+// Turns the parent's end of a pipe into a stream; NULL when that fails.
+static FILE *open_end(int fd, const char *mode)
+{
+  FILE *stream = fdopen(fd, mode);
+  if (stream == nullptr) {
+    close(fd);
+  }
+  return stream;
+}
+
+pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
+{
+  orv_script_signals();
+  if (inp != nullptr) {
+    *inp = nullptr;
+  }
+  if (outp != nullptr) {
+    *outp = nullptr;
+  }
+  const owned_text line(full_command(command));
+  if (line == nullptr) {
+    return NO_MEMORY;
+  }
+  if (!script_is_executable(line.get())) {
+    return NO_SCRIPT;
+  }
+  pipe_ends from_script = {-1, -1};
+  pipe_ends to_script = {-1, -1};
+  if (inp != nullptr && !make_pipe(&from_script)) {
+    orv_fatal("Cannot create input pipe from script. Errno %d", errno);
+    return NO_PIPE;
+  }
+  if (outp != nullptr && !make_pipe(&to_script)) {
+    orv_fatal("Cannot create output pipe to script. Errno %d", errno);
+    close_pipe(&from_script);
+    return NO_PIPE;
+  }
+  const pid_t pid = fork();
+  if (pid == 0) {
+    run_child(command, line.get(), to_script.read_end, from_script.write_end);
+  }
+  if (pid < 0) {
+    orv_fatal("orv_script_run: Cannot fork. Errno %d", errno);
+    close_pipe(&from_script);
+    close_pipe(&to_script);
+    return NO_CHILD;
+  }
+  if (inp != nullptr) {
+    close(from_script.write_end);
+    *inp = open_end(from_script.read_end, "r");
+  }
+  if (outp != nullptr) {
+    close(to_script.read_end);
+    *outp = open_end(to_script.write_end, "w");
+  }
+  return pid;
+}
+
+// --- talking
+// ------------------------------------------------------------------
+
+// How often a script that says nothing is asked whether it still runs.
+constexpr long END_CHECK_MS = 50;
+// A pipe that is silent for so long after its script's end has nothing more to
+// say; a filter behind `exec > >(filter)` answers much sooner.
+constexpr long SILENCE_MS = 250;
+// The latest end after the script's own, whatever still talks.
+constexpr long LINGER_MS = 2000;
+// Input up to a pipe's buffer may be left unread by the script.
+constexpr size_t PIPE_BUFFER = 64 * 1024;
+
+struct talk {
+  pid_t pid;
+  FILE *inp;
+  char *kept; // output that came while the input was being written
+  size_t kept_size;
+  size_t kept_length;
+  size_t kept_taken;
+  size_t total;       // output bytes so far
+  bool ended;         // the script has ended
+  long ended_at;      // times in milliseconds
+  long last_activity; // last byte moved, or the end
+  long last_check;    // when it was last asked whether the script runs
+};
+
+static long now_ms()
+{
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+static void check_end(talk *t, long now)
+{
+  if (t->ended || now - t->last_check < END_CHECK_MS) {
+    return;
+  }
+  t->last_check = now;
+  siginfo_t info = {};
+  const int options = WEXITED | WNOHANG | WNOWAIT;
+  if (waitid(P_PID, static_cast<id_t>(t->pid), &info, options) != 0 ||
+      info.si_pid != 0) {
+    t->ended = true;
+    t->ended_at = now;
+    t->last_activity = now;
+  }
+}
+
+// How long to wait for the pipes; 0 when the talk is over.
+static long patience(const talk *t, long now)
+{
+  if (!t->ended) {
+    return END_CHECK_MS;
+  }
+  const long silence = t->last_activity + SILENCE_MS - now;
+  const long linger = t->ended_at + LINGER_MS - now;
+  const long left = silence < linger ? silence : linger;
+  return left > 0 ? left : 0;
+}
+
+// Waits until one of the pipes is ready; false when the talk is over.
+static bool wait_ready(talk *t, struct pollfd *fds, nfds_t count)
+{
+  for (;;) {
+    const long now = now_ms();
+    check_end(t, now);
+    const long left = patience(t, now);
+    if (left == 0) {
+      return false;
+    }
+    const int ready = poll(fds, count, static_cast<int>(left));
+    if (ready > 0) {
+      t->last_activity = now_ms();
+      return true;
+    }
+    if (ready < 0 && errno != EINTR) {
+      return false;
+    }
+  }
+}
+
+static ssize_t read_some(int fd, char *buf, size_t size)
+{
+  ssize_t got;
+  do {
+    got = read(fd, buf, size);
+  } while (got < 0 && errno == EINTR);
+  return got;
+}
+
+// Reads from the script; counts, and ends the talk past the limit.
+static ssize_t read_output(talk *t, char *buf, size_t size)
+{
+  const size_t room = ORV_SCRIPT_OUTPUT_MAX - t->total;
+  const size_t want = room == 0 ? 1 : (size < room ? size : room);
+  const ssize_t got = read_some(fileno(t->inp), buf, want);
+  if (got > 0 && room == 0) {
+    orv_error("Script output too long");
+    errno = EFBIG;
+    return -1;
+  }
+  if (got > 0) {
+    t->total += static_cast<size_t>(got);
+  }
+  return got;
+}
+
+// Puts what the script says aside; false when that cannot be done.  At the end
+// of its output `*open` becomes false.
+static bool keep_output(talk *t, bool *open)
+{
+  if (t->kept_size - t->kept_length < PIPE_BUFFER) {
+    const size_t size = 2 * t->kept_size + PIPE_BUFFER;
+    if (must_realloc(&t->kept, size) == 0) {
+      return false;
+    }
+    t->kept_size = size;
+  }
+  const ssize_t got = read_output(t, t->kept + t->kept_length, PIPE_BUFFER);
+  if (got > 0) {
+    t->kept_length += static_cast<size_t>(got);
+  }
+  *open = got > 0;
+  return got >= 0;
+}
+
+// Writes the whole input while taking in what the script says meanwhile.
+static bool write_input(talk *t, int fd, const char *input, size_t length)
+{
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+  bool reading = true;
+  size_t done = 0;
+  while (done < length) {
+    struct pollfd fds[] = {{fd, POLLOUT, 0},
+                           {reading ? fileno(t->inp) : -1, POLLIN, 0}};
+    if (!wait_ready(t, fds, 2)) {
+      return false;
+    }
+    if (fds[1].revents != 0 && !keep_output(t, &reading)) {
+      return false;
+    }
+    if (fds[0].revents == 0) {
+      continue;
+    }
+    const ssize_t put = write(fd, input + done, length - done);
+    if (put > 0) {
+      done += static_cast<size_t>(put);
+    } else if (errno == EPIPE && length <= PIPE_BUFFER) {
+      return true;
+    } else if (errno != EAGAIN && errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+static ssize_t talk_read(void *cookie, char *buf, size_t size)
+{
+  talk *t = static_cast<talk *>(cookie);
+  const size_t kept = t->kept_length - t->kept_taken;
+  if (kept > 0) {
+    const size_t part = size < kept ? size : kept;
+    memcpy(buf, t->kept + t->kept_taken, part);
+    t->kept_taken += part;
+    return static_cast<ssize_t>(part);
+  }
+  struct pollfd fds[] = {{fileno(t->inp), POLLIN, 0}};
+  return wait_ready(t, fds, 1) ? read_output(t, buf, size) : 0;
+}
+
+static int talk_close(void *cookie)
+{
+  talk *t = static_cast<talk *>(cookie);
+  fclose(t->inp);
+  free(t->kept);
+  free(t);
+  return 0;
+}
+
+FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
+                      size_t length)
+{
+  owned_stream from_script(inp);
+  const owned_stream to_script(outp);
+  talk *t = static_cast<talk *>(must_malloc(sizeof *t));
+  if (t == nullptr) {
+    return nullptr;
+  }
+  *t = {};
+  t->pid = pid;
+  t->inp = from_script.release();
+  t->last_check = now_ms();
+  FILE *stream = nullptr;
+  if (outp == nullptr || write_input(t, fileno(outp), input, length)) {
+    stream = fopencookie(t, "r", {talk_read, nullptr, nullptr, talk_close});
+  }
+  if (stream == nullptr) {
+    talk_close(t);
+  }
+  return stream;
+}
+
+// --- waiting
+// ------------------------------------------------------------------
+
+int orv_script_wait(pid_t pid)
+{
+  int status = 1; // reads as an end by signal 1 when the wait itself fails
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (WIFEXITED(status)) {
+    return WEXITSTATUS(status);
+  }
+  if (WIFSIGNALED(status)) {
+    orv_error("orv_script_wait: script terminated by signal %d",
+              WTERMSIG(status));
+    return -WTERMSIG(status);
+  }
+  orv_fatal("orv_script_wait: script not terminated! Status 0x%x",
+            static_cast<unsigned>(status));
+  return -1;
+}

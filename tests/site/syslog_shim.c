@@ -1,0 +1,34 @@
+/* Preloaded into the executable under test: what it sends to the system log
+ * is appended to the file named by SYSLOG_FILE, a line "PRIORITY TEXT" each. */
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+void vsyslog(int priority, const char *format, va_list args)
+{
+  const char *path = getenv("SYSLOG_FILE");
+  FILE *log = path != NULL ? fopen(path, "a") : NULL;
+  if (log != NULL) {
+    fprintf(log, "%d ", priority);
+    vfprintf(log, format, args);
+    fputc('\n', log);
+    fclose(log);
+  }
+}
+
+void syslog(int priority, const char *format, ...)
+{
+  va_list args;
+  va_start(args, format);
+  vsyslog(priority, format, args);
+  va_end(args);
+}
+
+void __syslog_chk(int priority, int flag, const char *format, ...)
+{
+  va_list args;
+  (void)flag;
+  va_start(args, format);
+  vsyslog(priority, format, args);
+  va_end(args);
+}
