@@ -105,9 +105,8 @@ struct pt_body_item {
 };
 
 // Opens the template of form `name` (a path when it begins with "/") and
-// parses its header; `subitem` may be NULL.  Both are borrowed and must
-// outlive the header.  Owned by the caller (orv_free_header); NULL with a
-// report by orv_fatal.
+// parses its header; `subitem` may be NULL.  Both are copied.  Owned by the
+// caller (orv_free_header); NULL with a report by orv_fatal.
 pt_header *orv_parse_header(char *name, char *subitem);
 
 // Closes the template and frees the header; NULL is allowed.
@@ -124,8 +123,9 @@ void orv_free_body(pt_body_item *list);
 // Empties the choice list of an iselect item before it is filled for display.
 void iselect_setup(pt_body_item *itm);
 
-// Appends the choice `var` with description `text`; `varname` is not used.
-// Lack of memory is reported by orv_fatal.
+// Appends the choice `var` with description `text`, both expanded with what
+// the most recent orv_parse_header left; `varname` is not used.  Lack of
+// memory is reported by orv_fatal.
 void iselect_entry(pt_body_item *itm, char *var, char *varname, char *text);
 
 #endif

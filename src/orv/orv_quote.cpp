@@ -1,0 +1,238 @@
+// Values in shell command lines.
+//
+// A command line is the template author's own shell text with values of the
+// request in between.  The scan follows the author's text as bash lexes it,
+// just far enough to tell in which kind of quotes the next character stands.
+// A construct whose end takes a real parser to find (substitutions, here-
+// documents, subscripts, arithmetic, comments) makes the rest of the line
+// unsafe: a value that needs quoting is then refused, and the caller reports
+// it.  Refusing where quoting would have worked costs an author a clearer
+// line; quoting where it does not work would run a stranger's commands.
+// Whether the text is a valid command is not judged here.
+
+#include "orv_quote.h"
+
+#include <string.h>
+
+// --- the scan ---------------------------------------------------------------
+
+static void enter(shell_scan *scan, shell_place place)
+{
+  scan->place = place;
+  scan->in_word = true;
+}
+
+// Whether `c`, standing bare behind `last`, opens what the scan cannot follow.
+static bool opens_unsafe(char last, char c, bool in_word)
+{
+  switch (c) {
+  case '`':
+    return true;
+  case '\'':
+  case '{':
+    return last == '$';
+  case '#': // a comment, which a line end in the value would leave
+    return !in_word;
+  case '[': // $[..], [[ and subscripts: arithmetic looks behind quotes
+    return in_word;
+  case '(': // $(, ((, <(, >( and behind a word functions, patterns, arrays
+    return in_word || last == '(' || last == '<' || last == '>';
+  case '<': // a here-document
+    return last == '<';
+  case '&': // >&, whose word bash expands a second time
+    return last == '<' || last == '>';
+  default:
+    return false;
+  }
+}
+
+static void scan_bare(shell_scan *scan, char c)
+{
+  const char last = scan->last;
+  scan->last = '\0';
+  if (last == '\\') {
+    scan->in_word = true;
+    return;
+  }
+  if (opens_unsafe(last, c, scan->in_word)) {
+    scan->place = SHELL_UNSAFE;
+    scan->last = c == '<' || c == '&' ? c : '\0'; // what may end it
+    return;
+  }
+  switch (c) {
+  case '\'':
+    enter(scan, SHELL_SINGLE);
+    break;
+  case '"': // $"..." is no different
+    enter(scan, SHELL_DOUBLE);
+    break;
+  case '\\':
+  case '$':
+    scan->last = c;
+    scan->in_word = true;
+    break;
+  case '(':
+  case '<':
+  case '>':
+    scan->last = c;
+    scan->in_word = false;
+    break;
+  case ')':
+  case ';':
+  case '&':
+  case '|':
+  case ' ':
+  case '\t':
+  case '\n':
+    scan->in_word = false;
+    break;
+  default:
+    scan->in_word = true;
+    break;
+  }
+}
+
+static void scan_double(shell_scan *scan, char c)
+{
+  const char last = scan->last;
+  scan->last = '\0';
+  if (last == '\\') {
+    return;
+  }
+  if (c == '"') {
+    enter(scan, SHELL_BARE);
+  } else if (c == '\\' || c == '$') {
+    scan->last = c;
+  } else if (c == '`' || (last == '$' && (c == '(' || c == '{' || c == '['))) {
+    scan->place = SHELL_UNSAFE;
+  }
+}
+
+// Two beginnings have an end that is simple to tell: a third "<" makes a here-
+// string, and "2>&1" is done with the first character behind the number.
+static void scan_unsafe(shell_scan *scan, char c)
+{
+  const char last = scan->last;
+  scan->last = '\0';
+  if (last == '<' && c == '<') {
+    scan->place = SHELL_BARE;
+    scan->in_word = false;
+  } else if ((last == '&' || last == '1') &&
+             ((c >= '0' && c <= '9') || c == '-')) {
+    scan->last = '1';
+  } else if (last == '1' && strchr(" \t;|&)", c) != nullptr) {
+    scan->place = SHELL_BARE;
+    scan_bare(scan, c);
+  }
+}
+
+void shell_scan_text(shell_scan *scan, const char *text, size_t length)
+{
+  for (size_t i = 0; i < length; i++) {
+    switch (scan->place) {
+    case SHELL_BARE:
+      scan_bare(scan, text[i]);
+      break;
+    case SHELL_SINGLE:
+      if (text[i] == '\'') {
+        enter(scan, SHELL_BARE);
+      }
+      break;
+    case SHELL_DOUBLE:
+      scan_double(scan, text[i]);
+      break;
+    case SHELL_UNSAFE:
+      scan_unsafe(scan, text[i]);
+      break;
+    }
+  }
+}
+
+// --- quoting ----------------------------------------------------------------
+
+// What means nothing to the shell wherever it stands, besides bytes that are
+// no ASCII.
+constexpr char PLAIN[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                         "abcdefghijklmnopqrstuvwxyz"
+                         "0123456789_./:@%+,=-";
+
+static bool needs_quoting(const char *value)
+{
+  for (const char *p = value; *p != '\0'; p++) {
+    if (static_cast<unsigned char>(*p) < 0x80 && strchr(PLAIN, *p) == nullptr) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Counts what it is given and writes it where `out` is not NULL.
+struct sink {
+  char *out;
+  size_t length;
+};
+
+static void put(sink *to, const char *text, size_t length)
+{
+  if (to->out != nullptr) {
+    memcpy(to->out + to->length, text, length);
+  }
+  to->length += length;
+}
+
+// Writes `value` with `before` in front of each character that is `special`.
+static void put_escaped(sink *to, const char *value, const char *special,
+                        const char *before)
+{
+  for (const char *p = value; *p != '\0'; p++) {
+    if (strchr(special, *p) != nullptr) {
+      put(to, before, strlen(before));
+    }
+    put(to, p, 1);
+  }
+}
+
+// A single quote leaves the quotes, stands escaped and, being the opening one
+// now, enters them again.
+static void put_single(sink *to, const char *value)
+{
+  put_escaped(to, value, "'", "'\\'");
+}
+
+static bool put_quoted(sink *to, shell_place place, const char *value)
+{
+  switch (place) {
+  case SHELL_BARE:
+    put(to, "'", 1);
+    put_single(to, value);
+    put(to, "'", 1);
+    return true;
+  case SHELL_SINGLE:
+    put_single(to, value);
+    return true;
+  case SHELL_DOUBLE:
+    put_escaped(to, value, "\\\"$`", "\\");
+    return true;
+  case SHELL_UNSAFE:
+    break;
+  }
+  return false;
+}
+
+bool shell_quote(shell_scan *scan, const char *value, char *out, size_t *length)
+{
+  sink to = {out, 0};
+  if (!needs_quoting(value)) {
+    put(&to, value, strlen(value));
+  } else if (scan->last == '\\' || scan->last == '$' ||
+             !put_quoted(&to, scan->place, value)) {
+    return false;
+  }
+  // An empty value leaves what stands before it next to what stands behind.
+  if (value[0] != '\0') {
+    scan->last = '\0';
+    scan->in_word = true;
+  }
+  *length = to.length;
+  return true;
+}
