@@ -1,0 +1,11 @@
+#!/bin/bash
+# The start page: it only shows which device this is.
+. "${BASH_SOURCE%/*}/lib.sh"
+
+case $1 in
+  --read)
+    load network host_name
+    show host_name
+    ;;
+  *) exit 1 ;;
+esac

@@ -1,0 +1,9 @@
+# Home was pressed while a form held changes that are not saved.
+title Leave without saving?
+read_script empty.sh
+navbar_script navbar.sh
+body
+error $E$
+text You changed something on the last page and have not saved it.
+  $L$$B$Return to changes$R$ brings that page back with all you typed.
+  $L$$B$Discard changes$R$ forgets what you typed. The device stays as it is.

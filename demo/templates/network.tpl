@@ -1,0 +1,59 @@
+title Name and address
+navbar_script navbar.sh
+help_mode
+body
+error $E$
+text How the device is called and how it is found in your network.
+
+field host_name 24
+label Device name
+prompt For example gateway-1
+check regex ^[A-Za-z0-9]([A-Za-z0-9-]{0,61}[A-Za-z0-9])?$
+check_msg host_name Use letters, digits and hyphens, 63 at most, no blanks
+help A short name. A hyphen may stand inside it, not at its ends.
+
+# The condition below is decided when a page is drawn, so choosing another entry
+# shows or hides the section with the next press of any button.
+select static_ip
+label Address
+choice no Automatic (DHCP)
+choice yes Static, set by hand
+prompt Choose Static and press Submit: the fields for it appear here
+help $B$Automatic$R$: the router of your network gives the device its address.
+  $B$Static$R$: you choose an address yourself. When you switch to Static,
+  press Submit once. Nothing is saved yet; the page comes back with the
+  fields to fill in.
+
+# The check script looks at these two: it does so only for a static address,
+# while a named check here would also refuse a field that is not shown.
+if $V:static_ip$
+field ip_address 20
+label Static address
+prompt Address and network size, for example 192.168.1.20/24
+check nullok text
+if $V:last_ip_address$
+text Last static address: $B$$V:last_ip_address$$R$
+endif
+help The number after the / says how large your network is. In most homes and
+  offices it is 24. It is written as 255.255.255.0 in other places.
+field gateway 20
+label Gateway
+prompt The router's address, for example 192.168.1.1
+check nullok text
+help Leave it blank if the device needs no way to the Internet. Otherwise it
+  must be in the same network as the address above.
+else
+error $E:ip_address$ $E:gateway$
+endif
+
+field dns1 40
+label Name server
+prompt For example 9.9.9.9, or blank to use what the network offers
+check nullok ipaddr ipv4 ipv6
+check_msg dns1 Enter an address such as 9.9.9.9, or leave it blank
+help A name server turns names such as example.org into addresses.
+field dns2 40
+label Second name server
+prompt Asked when the first does not answer; may stay blank
+check nullok ipaddr ipv4 ipv6
+check_msg dns2 Enter an address such as 9.9.9.9, or leave it blank
