@@ -44,8 +44,8 @@ static pt_pos location;             // of the line in linebuf
 
 struct subs_record {
   char tag;
-  char *replacement; // NULL inserts nothing
   bool of_request;   // a request can choose it: quoted in script lines
+  char *replacement; // NULL inserts nothing
 };
 
 enum { SUBS_FORM, SUBS_SUBITEM, SUBS_TITLE };
@@ -57,12 +57,12 @@ static char the_same[] = "$?$"; // a tag that is not in the table
 // The first three replacements are owned, and set by each header parse.
 // clang-format off
 static subs_record subs[] = {
-  {'F',  nullptr,   true},
-  {'S',  nullptr,   true},
-  {'T',  nullptr,   false},
-  {'#',  hash_sign, false},
-  {'|',  nothing,   false},
-  {'\0', nullptr,   false},
+  {'F',  true,  nullptr},
+  {'S',  true,  nullptr},
+  {'T',  false, nullptr},
+  {'#',  false, hash_sign},
+  {'|',  false, nothing},
+  {'\0', false, nullptr},
 };
 // clang-format on
 
