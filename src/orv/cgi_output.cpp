@@ -207,7 +207,7 @@ static const char *markup(const char *css_class, const char *code, int *open)
     break;
   case 'R':
     html_em_end();
-    (*open)--;
+    *open -= *open > 0 ? 1 : 0;
     break;
   case 'L':
     html_br(css_class, nullptr);
@@ -364,11 +364,13 @@ static const char *control_id(const pt_body_item *itm)
   return id;
 }
 
+// What names a control best.  Only a label is expanded, where it is shown: a
+// second expansion would tell its problems twice.
 static const char *any_label(const pt_body_item *itm)
 {
   const char *const by_rank[] = {itm->label, itm->rlabel, itm->prompt};
   for (const char *label : by_rank) {
-    if (label != nullptr && label[0] != '\0') {
+    if (label != nullptr && label[0] != '\0' && strchr(label, '$') == nullptr) {
       return label;
     }
   }
@@ -390,9 +392,8 @@ static html_attribute *control_name(pt_body_item *itm, html_attribute *next)
     attr.name = "id";
     attr.value = control_id(itm);
   } else {
-    snprintf(text, sizeof text, "%s", any_label(itm));
     attr.name = "aria-label";
-    attr.value = expand(text);
+    attr.value = any_label(itm);
   }
   return &attr;
 }
