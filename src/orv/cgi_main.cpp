@@ -116,8 +116,21 @@ static void segv_trap(int sig, siginfo_t *info, void *locn)
                    "Configuration System Error SegV", message);
 }
 
+// A signal that the web server left blocked or ignored would end the process
+// without a page, or not at all.
+static void admit_crash_signals()
+{
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGSEGV);
+  sigaddset(&signals, SIGALRM);
+  sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+  signal(SIGALRM, SIG_DFL);
+}
+
 static void install_segv_trap()
 {
+  admit_crash_signals();
   static char stack[CRASH_STACK_SIZE];
   stack_t alternative = {};
   alternative.ss_sp = stack;

@@ -171,7 +171,7 @@ void cgi_get_navbar(struct pt_header *hdr,
 {
   FILE *inp;
   const pid_t pid = orv_script_run(hdr->navbar_script, &inp, nullptr);
-  if (pid < 1 || inp == nullptr) {
+  if (pid < 1) {
     return;
   }
   ents[0] = {"Configuration", cgiScriptName}; // leads to the menu

@@ -25,8 +25,11 @@ constexpr size_t HREF_SIZE = 100;
 constexpr size_t DELETE_NAME_SIZE = 68;
 // A number of at most three digits; wider fields fit no screen.
 constexpr size_t SIZE_SIZE = 4;
-constexpr size_t CONTROL_ID_SIZE = 16;     // a letter and a line number
-constexpr size_t CONTROL_LABEL_SIZE = 200; // a column's label and its row
+constexpr size_t CONTROL_ID_SIZE = 16; // a letter and a line number
+// A column's label, cut where it is longer than can be listened to, and its
+// row.
+constexpr int CONTROL_LABEL_MAX = 100;
+constexpr size_t CONTROL_LABEL_SIZE = CONTROL_LABEL_MAX + 20;
 
 static const char NBSP[] = "&nbsp;";
 
@@ -385,7 +388,8 @@ static html_attribute *control_name(pt_body_item *itm, html_attribute *next)
   static html_attribute attr;
   attr.next = next;
   if (itm->column >= 0) {
-    snprintf(text, sizeof text, "%s, row %u", any_label(itm), row + 1);
+    snprintf(text, sizeof text, "%.*s, row %u", CONTROL_LABEL_MAX,
+             any_label(itm), row + 1);
     attr.name = "aria-label";
     attr.value = text;
   } else if (itm->label != nullptr) {

@@ -38,9 +38,11 @@ constexpr int NO_SCRIPT = -2;
 constexpr int NO_PIPE = -3;
 constexpr int NO_CHILD = -4;
 
-struct pipe_ends {
-  int read_end;
-  int write_end;
+// A pipe between us and a script.  Our end is a stream from the start, so that
+// a script never runs without what it is to be told or heard through.
+struct channel {
+  FILE *ours; // NULL: there is no pipe
+  int theirs; // -1: the script has /dev/null there
 };
 
 static void set_disposition(int sig, void (*handler)(int))
@@ -97,21 +99,29 @@ static bool script_is_executable(char *line)
   return executable;
 }
 
-static bool make_pipe(pipe_ends *ends)
+// Makes a pipe that we read ("r") or write ("w"); false with errno.
+static bool open_channel(channel *end, const char *mode)
 {
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) {
     return false;
   }
-  *ends = {fds[0], fds[1]};
+  const int ours = mode[0] == 'r' ? 0 : 1;
+  end->ours = fdopen(fds[ours], mode);
+  if (end->ours == nullptr) {
+    close(fds[0]);
+    close(fds[1]);
+    return false;
+  }
+  end->theirs = fds[1 - ours];
   return true;
 }
 
-static void close_pipe(const pipe_ends *ends)
+static void close_channel(const channel *end)
 {
-  if (ends->read_end >= 0) {
-    close(ends->read_end);
-    close(ends->write_end);
+  if (end->ours != nullptr) {
+    fclose(end->ours);
+    close(end->theirs);
   }
 }
 
@@ -146,16 +156,6 @@ static void redirect(int fd, int flags, int place)
   _exit(EXIT_FAILURE);
 }
 
-// Turns the parent's end of a pipe into a stream; NULL when that fails.
-static FILE *open_end(int fd, const char *mode)
-{
-  FILE *stream = fdopen(fd, mode);
-  if (stream == nullptr) {
-    close(fd);
-  }
-  return stream;
-}
-
 pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
 {
   orv_script_signals();
@@ -172,34 +172,34 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
   if (!script_is_executable(line.get())) {
     return NO_SCRIPT;
   }
-  pipe_ends from_script = {-1, -1};
-  pipe_ends to_script = {-1, -1};
-  if (inp != nullptr && !make_pipe(&from_script)) {
+  channel from_script = {nullptr, -1};
+  channel to_script = {nullptr, -1};
+  if (inp != nullptr && !open_channel(&from_script, "r")) {
     orv_fatal("Cannot create input pipe from script. Errno %d", errno);
     return NO_PIPE;
   }
-  if (outp != nullptr && !make_pipe(&to_script)) {
+  if (outp != nullptr && !open_channel(&to_script, "w")) {
     orv_fatal("Cannot create output pipe to script. Errno %d", errno);
-    close_pipe(&from_script);
+    close_channel(&from_script);
     return NO_PIPE;
   }
   const pid_t pid = fork();
   if (pid == 0) {
-    run_child(command, line.get(), to_script.read_end, from_script.write_end);
+    run_child(command, line.get(), to_script.theirs, from_script.theirs);
   }
   if (pid < 0) {
     orv_fatal("orv_script_run: Cannot fork. Errno %d", errno);
-    close_pipe(&from_script);
-    close_pipe(&to_script);
+    close_channel(&from_script);
+    close_channel(&to_script);
     return NO_CHILD;
   }
   if (inp != nullptr) {
-    close(from_script.write_end);
-    *inp = open_end(from_script.read_end, "r");
+    close(from_script.theirs);
+    *inp = from_script.ours;
   }
   if (outp != nullptr) {
-    close(to_script.read_end);
-    *outp = open_end(to_script.write_end, "w");
+    close(to_script.theirs);
+    *outp = to_script.ours;
   }
   return pid;
 }

@@ -20,9 +20,8 @@ void orv_script_signals(void);
 // `*outp` one to its standard input, both owned by the caller (fclose);
 // without them the script has /dev/null there.
 //
-// The process id, or below 1 with a report by orv_fatal: -1 no memory, -2 no
-// such script or not executable, -3 no pipe, -4 no child.  A stream that could
-// not be made is NULL although the script runs.
+// The process id, or below 1 with a report by orv_fatal and no stream: -1 no
+// memory, -2 no such script or not executable, -3 no pipe, -4 no child.
 pid_t orv_script_run(const char *command, FILE **inp, FILE **outp);
 
 // Writes the whole of `input` to the script `pid` while it takes in what the

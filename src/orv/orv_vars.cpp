@@ -12,7 +12,6 @@
 #include <search.h>
 #include <string.h>
 #include <strings.h>
-#include <utility>
 
 #include "orv.h"
 #include "orv_error.h"
@@ -40,6 +39,10 @@ struct var_index {
 // Shorter lists are walked: that is as fast, and true whatever happened to
 // the list.
 constexpr int INDEX_FROM = 100;
+
+// Set when a value was lost for lack of memory; reset by each exchange, whose
+// answer is then no answer.
+static bool value_lost;
 
 static var_index indexes[] = {
     {&cfg_vars, nullptr, nullptr},
@@ -166,7 +169,8 @@ static void free_var(orv_var *var)
   free(var);
 }
 
-static orv_var *create_var(orv_var **list, const char *name)
+// A cleared record of that name, in no list; NULL when memory ran out.
+static orv_var *new_var(const char *name)
 {
   orv_var *var = static_cast<orv_var *>(must_malloc(sizeof *var));
   if (var == nullptr) {
@@ -176,6 +180,16 @@ static orv_var *create_var(orv_var **list, const char *name)
   var->name = must_strdup(name);
   if (var->name == nullptr) {
     free_var(var);
+    return nullptr;
+  }
+  return var;
+}
+
+static orv_var *create_var(orv_var **list, const char *name)
+{
+  orv_var *var = new_var(name);
+  if (var == nullptr) {
+    value_lost = true;
     return nullptr;
   }
   var_index *index = index_of(list);
@@ -281,6 +295,7 @@ static int store_copy(char **slot, const char *value)
   char *copy = must_strdup(src);
   free(*slot);
   *slot = copy;
+  value_lost |= copy == nullptr;
   return copy != nullptr ? 1 : 0;
 }
 
@@ -315,7 +330,7 @@ int orv_set_var(const char *name, v_origin origin, char *value, int malloced)
     orv_fatal("Logic bomb setting %s origin %d", name, origin);
     return 0;
   }
-  if (malloced == 0) {
+  if (owned == nullptr) {
     return store_copy(slot, value);
   }
   free(*slot);
@@ -472,7 +487,7 @@ int orv_load_vars(const char *script, int merge)
   }
   FILE *inp;
   const pid_t pid = orv_script_run(script, &inp, nullptr);
-  if (pid < 1 || inp == nullptr) {
+  if (pid < 1) {
     return -1;
   }
   owned_stream output(orv_script_talk(pid, inp, nullptr, nullptr, 0));
@@ -482,55 +497,54 @@ int orv_load_vars(const char *script, int merge)
 }
 
 // Makes a script's input in memory, so that it can be written while the
-// script's output is read.  Owned by the caller; NULL when memory ran out.
+// script's output is read.  Owned by the caller; NULL with a report.
 static char *make_input(orv_var **list, size_t *length)
 {
   char *text = nullptr;
   FILE *fp = open_memstream(&text, length);
-  if (fp == nullptr) {
-    return nullptr;
-  }
-  const int written = orv_save_vars_fp(list, fp);
-  if (fclose(fp) != 0 || written < 0) {
+  if (fp != nullptr) {
+    const int written = orv_save_vars_fp(list, fp);
+    if (fclose(fp) == 0 && written >= 0) {
+      return text;
+    }
     free(text);
-    return nullptr;
   }
-  return text;
+  orv_fatal("orv: out of memory");
+  return nullptr;
 }
 
 // Hands the script its input and stores its answer; false when the input could
-// not be written.  Both streams are taken.
-static bool exchange(orv_var **list, pid_t pid, owned_stream inp,
-                     owned_stream outp)
+// not be written or the answer not be taken in whole.  Both streams are taken.
+static bool exchange(pid_t pid, FILE *inp, FILE *outp, const char *input,
+                     size_t length)
+{
+  const owned_stream answer(orv_script_talk(pid, inp, outp, input, length));
+  if (answer == nullptr) {
+    return false;
+  }
+  value_lost = false;
+  orv_load_vars_fp(answer.get());
+  return !value_lost && ferror(answer.get()) == 0;
+}
+
+// The input is complete before the script starts: one that saw a part of it
+// might save a part of it.
+int orv_save_vars(orv_var **list, const char *script)
 {
   size_t length = 0;
   const owned_text input(make_input(list, &length));
   if (input == nullptr) {
-    return false;
+    return 0;
   }
-  const owned_stream answer(
-      orv_script_talk(pid, inp.release(), outp.release(), input.get(), length));
-  if (answer == nullptr) {
-    return false;
-  }
-  orv_load_vars_fp(answer.get());
-  return true;
-}
-
-int orv_save_vars(orv_var **list, const char *script)
-{
   FILE *inp;
   FILE *outp;
   const pid_t pid = orv_script_run(script, &inp, &outp);
-  owned_stream from_script(inp);
-  owned_stream to_script(outp);
-  if (pid < 1 || inp == nullptr || outp == nullptr) {
+  if (pid < 1) {
     return 0;
   }
   orv_free_vars(&err_vars);
-  const bool written =
-      exchange(list, pid, std::move(from_script), std::move(to_script));
-  if (orv_script_wait(pid) != 0 || !written) {
+  const bool answered = exchange(pid, inp, outp, input.get(), length);
+  if (orv_script_wait(pid) != 0 || !answered) {
     return 0;
   }
   return err_vars == nullptr ? 1 : 0;

@@ -73,9 +73,10 @@ orv_var *orv_vars_changed(orv_var **list);
 // when the script failed or a line was bad (values stored so far stay).
 int orv_load_vars(const char *script, int merge);
 
-// Empties err_vars, writes every variable of `list` to the script `script`
-// and stores its answer.  1 when it exited with status 0 and reported no
-// error, else 0.
+// Starts the script `script`, empties err_vars, writes every variable of `list`
+// to it and stores its answer.  1 when it took and answered all, exited with
+// status 0 and reported no error, else 0; a script that could not be started,
+// and lack of memory, have been reported.
 int orv_save_vars(orv_var **list, const char *script);
 
 // Stores a script's output: the number of lines stored, or -1 when a line was
