@@ -2,11 +2,12 @@
 //
 // The list and its texts are static and made anew by every call, so that a
 // caller may keep the pointer until the page is written.  Diagnostics belong
-// into the page's source; those met before the page has begun wait in a small
-// buffer.  A script that cannot be started leaves the page without a bar.
+// into the page's source; those met before the page has begun are counted until
+// it has.  A script that cannot be started leaves the page without a bar.
 
 #include "cgi_navbar.h"
 
+#include <initializer_list>
 #include <stdio.h>
 #include <string.h>
 
@@ -22,34 +23,37 @@ constexpr size_t LABEL_SIZE = 30;
 constexpr int LINE_SIZE = 250; // a line and its terminator
 // What a full bar still reads, so that an ordinary script ends in peace.
 constexpr size_t DRAIN_MAX = 64 * 1024;
-// Diagnostics held back; more of them tell nothing new.
-constexpr int COMMENTS_HELD = 16;
 
 static html_navbar_entry ents[ENTRIES + 1];
 static char hrefs[ENTRIES][HREF_SIZE];
 static char labels[ENTRIES][LABEL_SIZE];
 
-static const char *held[COMMENTS_HELD];
-static int held_count;
+struct diagnostic {
+  const char *text;
+  int held; // times met before the page had begun
+};
+
+static diagnostic premature_end = {"navbar: Premature end of line", 0};
+static diagnostic missing_label = {"navbar: Missing a label", 0};
 static bool page_begun; // set by cgi_navbar_comments, never reset
 
-static void comment(const char *text)
+static void comment(diagnostic *met)
 {
   if (page_begun) {
-    html_comment("%s", text);
-  } else if (held_count < COMMENTS_HELD) {
-    held[held_count] = text;
-    held_count++;
+    html_comment("%s", met->text);
+  } else {
+    met->held++;
   }
 }
 
 void cgi_navbar_comments(void)
 {
   page_begun = true;
-  for (int i = 0; i < held_count; i++) {
-    html_comment("%s", held[i]);
+  for (diagnostic *met : {&premature_end, &missing_label}) {
+    for (; met->held > 0; met->held--) {
+      html_comment("%s", met->text);
+    }
   }
-  held_count = 0;
 }
 
 static bool is_blank(char c)
@@ -131,9 +135,9 @@ static void take_line(bar *list, char *line)
   }
   const entry_line entry = split_line(line);
   if (entry.label == nullptr) {
-    comment("navbar: Premature end of line");
+    comment(&premature_end);
   } else if (entry.label[0] == '\0') {
-    comment("navbar: Missing a label");
+    comment(&missing_label);
   } else {
     store_entry(list->place, &entry);
     list->place++;

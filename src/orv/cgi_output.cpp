@@ -16,6 +16,7 @@
 #include "cgi_main.h"
 #include "html.h"
 #include "orv.h"
+#include "orv_check.h"
 #include "orv_output.h"
 #include "orv_parser.h"
 #include "orv_vars.h"
@@ -38,6 +39,10 @@ static char *default_heading; // borrowed; NULL once printed or cancelled
 static int form_running;
 static int table_running;
 static unsigned int row; // body row of the multi-column table being drawn
+
+static pt_body_item *drawn; // the field or table drawn last, or in progress
+static int row_labelled;    // the field row in progress shows its label
+static int failure_focused; // the first failing control has been drawn
 
 static char size_value[SIZE_SIZE]; // set before each use
 
@@ -179,6 +184,41 @@ static void op_header2(char *text)
   body_heading(1, nullptr, text);
 }
 
+// --- recorded errors
+// ----------------------------------------------------------
+
+// What is recorded for the item, NULL when that is nothing or blank.
+static const char *recorded_error(const pt_body_item *itm)
+{
+  const char *text = orv_get_var(&err_vars, itm->name, o_undefined);
+  if (text == nullptr) {
+    return nullptr;
+  }
+  text += strspn(text, " \t");
+  return *text != '\0' ? text : nullptr;
+}
+
+// The item, among the one drawn last and its columns, whose recorded error is
+// the very text; NULL when there is none.
+static const pt_body_item *error_owner(const char *text)
+{
+  const pt_body_item *itm = drawn;
+  int columns = 0;
+  if (itm != nullptr && (itm->type == PT_TABLE || itm->type == PT_FTABLE)) {
+    columns = itm->table.columns;
+  }
+  while (itm != nullptr && recorded_error(itm) != text) {
+    itm = columns > 0 ? itm->next : nullptr;
+    columns--;
+  }
+  return itm;
+}
+
+static void error_id(char (&id)[CONTROL_ID_SIZE], const pt_body_item *itm)
+{
+  snprintf(id, sizeof id, "e%d", itm->line_number);
+}
+
 // --- text, help and errors
 // ----------------------------------------------------
 
@@ -234,10 +274,11 @@ static bool is_markup(const char *text)
   return text[0] == '$' && text[1] != '\0' && text[2] == '$';
 }
 
-static void cgiout_para_block(const char *css_class, const char *txt)
+static void cgiout_para_block(const char *css_class, const char *txt,
+                              const html_attribute *attrs)
 {
   int open = 0;
-  html_p_begin(css_class, nullptr);
+  html_p_begin(css_class, attrs);
   const char *text = txt; // what has not been written yet
   const char *dollar = strchr(text, '$');
   while (dollar != nullptr) {
@@ -258,43 +299,56 @@ static void cgiout_para_block(const char *css_class, const char *txt)
   html_p_end();
 }
 
-static void cgiout_text_blocks(const char *css_class, char *txt)
+// The first paragraph carries the attributes.
+static void cgiout_text_blocks(const char *css_class, char *txt,
+                               const html_attribute *attrs)
 {
   char *text = expand(txt);
   char *gap = strstr(text, "\n\n");
   while (gap != nullptr) {
     *gap = '\0';
-    cgiout_para_block(css_class, text);
+    cgiout_para_block(css_class, text, attrs);
+    attrs = nullptr;
     *gap = '\n';
     text = gap + strspn(gap, "\n");
     gap = strstr(text, "\n\n");
   }
   if (*text != '\0') {
-    cgiout_para_block(css_class, text);
+    cgiout_para_block(css_class, text, attrs);
   }
 }
 
-static void text_item(const char *css_class, char *text)
+static void text_item(const char *css_class, char *text,
+                      const html_attribute *attrs)
 {
   cgiout_check_heading();
   start_table_text();
-  cgiout_text_blocks(css_class, text);
+  cgiout_text_blocks(css_class, text, attrs);
   end_table_text();
 }
 
 static void op_text(char *text)
 {
-  text_item("plain", text);
+  text_item("plain", text, nullptr);
 }
 
 static void op_help(char *text)
 {
-  text_item("help", text);
+  text_item("help", text, nullptr);
 }
 
+// An error recorded for an item belongs to its controls; any other is the
+// page's own message.
 static void op_error(char *text)
 {
-  text_item("error", text);
+  const pt_body_item *owner = error_owner(text);
+  char id[CONTROL_ID_SIZE];
+  html_attribute attr = {"role", "alert", nullptr};
+  if (owner != nullptr) {
+    error_id(id, owner);
+    attr = {"id", id, nullptr};
+  }
+  text_item("error", text, &attr);
 }
 
 // --- menus
@@ -354,11 +408,28 @@ static void op_menu_stop(pt_body_item *)
   html_ul_end();
 }
 
-// --- the names of controls
-// ---------------------------------------------------- A field row's label
-// element points at its control by an id made of the template's line, which is
-// unique; a table's cell, and a field without a label, has its name in an
-// attribute.
+// --- what helps the user of a control
+// ----------------------------------------- Attributes that add a name, the
+// error and hints for input, but change nothing that is shown as text or
+// posted.
+
+constexpr int CONTROL_ATTRS = 8;
+
+// Valid until the next control.
+struct control_attrs {
+  html_attribute attrs[CONTROL_ATTRS];
+  int count;
+};
+
+static void add_attr(control_attrs *list, const char *name, const char *value)
+{
+  html_attribute *attr = &list->attrs[list->count];
+  *attr = {name, value, nullptr};
+  if (list->count > 0) {
+    attr[-1].next = attr;
+  }
+  list->count++;
+}
 
 static const char *control_id(const pt_body_item *itm)
 {
@@ -380,26 +451,107 @@ static const char *any_label(const pt_body_item *itm)
   return itm->name;
 }
 
-// The attribute that names the control of `itm`, in front of `next`; valid
-// until the next call.
-static html_attribute *control_name(pt_body_item *itm, html_attribute *next)
+// A field row's label element points at its control by an id made of the
+// template's line, which is unique; a table's cell, and a field that shows no
+// label, has its name in an attribute.
+static void add_name(control_attrs *list, const pt_body_item *itm)
 {
   static char text[CONTROL_LABEL_SIZE];
-  static html_attribute attr;
-  attr.next = next;
   if (itm->column >= 0) {
     snprintf(text, sizeof text, "%.*s, row %u", CONTROL_LABEL_MAX,
              any_label(itm), row + 1);
-    attr.name = "aria-label";
-    attr.value = text;
-  } else if (itm->label != nullptr) {
-    attr.name = "id";
-    attr.value = control_id(itm);
+    add_attr(list, "aria-label", text);
+  } else if (row_labelled != 0) {
+    add_attr(list, "id", control_id(itm));
   } else {
-    attr.name = "aria-label";
-    attr.value = any_label(itm);
+    add_attr(list, "aria-label", any_label(itm));
   }
-  return &attr;
+}
+
+// Errors of a table are recorded by column, so they describe each of its cells,
+// and none is known to be the wrong one.  A field's error may be recorded under
+// a label of its own, and is then shown where the template wants it.
+static void add_error_state(control_attrs *list, const pt_body_item *itm)
+{
+  static char id[CONTROL_ID_SIZE];
+  const bool has_error = recorded_error(itm) != nullptr;
+  const bool is_field = itm->type == PT_TEXT_FIELD && itm->column < 0;
+  const char *label = is_field ? itm->field.check_label : nullptr;
+  const bool failing =
+      itm->column < 0 &&
+      (has_error || (label != nullptr &&
+                     orv_get_var(&err_vars, label, o_undefined) != nullptr));
+  if (failing) {
+    add_attr(list, "aria-invalid", "true");
+  }
+  if (has_error) {
+    error_id(id, itm);
+    add_attr(list, "aria-describedby", id);
+  }
+  if ((failing || has_error) && failure_focused == 0 &&
+      itm->type != PT_TEXT_FIXED) {
+    add_attr(list, "autofocus", "autofocus");
+    failure_focused = 1;
+  }
+}
+
+// What a keyboard should offer; inputmode NULL: letters and digits alike.
+struct input_hint {
+  const char *check;
+  const char *inputmode;
+  const char *autocomplete;
+};
+
+// Values of every check but "text" are no prose.  Numbers that may be negative
+// or hexadecimal need more than a number pad; the keyboard for addresses of the
+// web has the dot, the colon and the slash at hand.
+// clang-format off
+static const input_hint input_hints[] = {
+  {"decimal", "numeric", "off"},
+  {"real",    "decimal", "off"},
+  {"ipaddr",  "url",     "off"},
+  {"email",   "email",   "email"},
+  {"file",    "url",     "off"},
+  {"path",    "url",     "off"},
+};
+// clang-format on
+
+static void add_input_hints(control_attrs *list, const pt_body_item *itm)
+{
+  int nullok;
+  const char *options;
+  const checks_info *check =
+      orv_find_check(itm->field.check, &nullok, &options);
+  if (check == nullptr || strcmp(check->name, "text") == 0) {
+    return;
+  }
+  input_hint hint = {nullptr, nullptr, "off"};
+  for (const input_hint &known : input_hints) {
+    if (strcmp(known.check, check->name) == 0) {
+      hint = known;
+    }
+  }
+  if (hint.inputmode != nullptr) {
+    add_attr(list, "inputmode", hint.inputmode);
+  }
+  add_attr(list, "autocomplete", hint.autocomplete);
+  add_attr(list, "autocapitalize", "none");
+  add_attr(list, "spellcheck", "false");
+}
+
+// All of them, in front of `tail`.
+static html_attribute *control_help(const pt_body_item *itm,
+                                    html_attribute *tail)
+{
+  static control_attrs list;
+  list.count = 0;
+  add_name(&list, itm);
+  add_error_state(&list, itm);
+  if (itm->type == PT_TEXT_FIELD) {
+    add_input_hints(&list, itm);
+  }
+  list.attrs[list.count - 1].next = tail;
+  return list.attrs;
 }
 
 // --- controls
@@ -414,7 +566,7 @@ static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
   html_attribute *attrs = fixed != 0 ? &op_text_field_core_attr_disabled
                                      : &op_text_field_core_attr_size;
   html_form_text_input(name, value, nullptr, nullptr, nullptr, nullptr,
-                       control_name(itm, attrs));
+                       control_help(itm, attrs));
 }
 
 static void op_checkbox_core(pt_body_item *itm, char *name, char *varname)
@@ -425,7 +577,7 @@ static void op_checkbox_core(pt_body_item *itm, char *name, char *varname)
     orv_set_var_ischeckbox(varname);
   }
   html_form_checkbox(name, "True", ticked, nullptr, nullptr, nullptr,
-                     control_name(itm, nullptr));
+                     control_help(itm, nullptr));
 }
 
 // The hidden default records what the list shows as chosen.
@@ -447,7 +599,7 @@ static void op_select_core(pt_body_item *itm, char *name, char *varname)
     hidden_if_set('d', varname, itm->choices.choices->value);
   }
   html_form_list(name, 1, nullptr, itm->choices.choices, nullptr,
-                 control_name(itm, nullptr));
+                 control_help(itm, nullptr));
 }
 
 // --- labelled field rows
@@ -459,10 +611,16 @@ static void do_form_left(pt_body_item *itm, int do_label)
   cgiout_start_table("twocol");
   html_tr_begin(nullptr, nullptr);
   html_td_begin("formleft", &valign);
+  drawn = itm;
+  row_labelled = 0;
   if (do_label != 0 && itm->label != nullptr) {
-    html_label_begin(control_id(itm), nullptr, nullptr);
-    html_escape(expand(itm->label));
-    html_label_end();
+    const char *label = expand(itm->label);
+    if (label[0] != '\0') {
+      html_label_begin(control_id(itm), nullptr, nullptr);
+      html_escape(label);
+      html_label_end();
+      row_labelled = 1;
+    }
   } else {
     fputs(NBSP, cgiOut);
   }
@@ -521,8 +679,9 @@ static void op_mcol_heading(pt_body_item *itm)
   html_th_end();
 }
 
-static void start_mcol_table()
+static void start_mcol_table(pt_body_item *table)
 {
+  drawn = table;
   cgiout_close_table();
   cgiout_start_form();
   cgiout_start_table("multicol");
@@ -545,7 +704,7 @@ static void op_mcol_trans(pt_body_item *itm, mcol_trans type)
 {
   switch (type) {
   case MCOL_START:
-    start_mcol_table();
+    start_mcol_table(itm);
     break;
   case MCOL_BODY_DEL:
     html_th_begin("multicol", nullptr);

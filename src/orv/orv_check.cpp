@@ -792,9 +792,14 @@ static void trim_spaces(char *value)
   memmove(value, value + leading, length - leading + 1);
 }
 
-// The check called by the first `length` characters of `name`, or NULL.
-static const checks_info *find_check(const char *name, size_t length)
+const checks_info *orv_find_check(const char *check, int *nullok,
+                                  const char **options)
 {
+  const char *name = skip_spaces(check != nullptr ? check : "nullok text");
+  *nullok = take_nullok(&name) ? 1 : 0;
+  name = skip_spaces(name);
+  const size_t length = strcspn(name, " ");
+  *options = skip_spaces(name + length);
   for (const checks_info *row = chk_list; row->name != nullptr; row++) {
     if (static_cast<size_t>(row->name_len) == length &&
         strncasecmp(row->name, name, length) == 0) {
@@ -810,13 +815,12 @@ static void do_check(const char *name, const char *check, const char *tpl_error,
   if (err_name == nullptr) {
     err_name = "msg";
   }
+  int nullok;
+  const char *options;
+  const checks_info *row = orv_find_check(check, &nullok, &options);
   char *value = orv_get_var(&cfg_vars, name, o_undefined);
-  const bool blank = value == nullptr || value[strspn(value, " \t")] == '\0';
-
-  check = skip_spaces(check != nullptr ? check : "nullok text");
-  const bool nullok = take_nullok(&check);
-  if (blank) {
-    if (!nullok && is_displayed != 0) {
+  if (value == nullptr || value[strspn(value, " \t")] == '\0') {
+    if (nullok == 0 && is_displayed != 0) {
       set_error(err_name, tpl_error, "Empty input where parameter is required",
                 var_label);
     }
@@ -828,15 +832,11 @@ static void do_check(const char *name, const char *check, const char *tpl_error,
     return;
   }
   trim_spaces(value);
-
-  check = skip_spaces(check);
-  const size_t length = strcspn(check, " ");
-  const checks_info *row = find_check(check, length);
   if (row == nullptr) {
     set_error(err_name, nullptr, "Bad check name in template", var_label);
     return;
   }
-  row->func(value, skip_spaces(check + length), tpl_error, err_name, var_label);
+  row->func(value, options, tpl_error, err_name, var_label);
 }
 
 // --- items -------------------------------------------------------------------

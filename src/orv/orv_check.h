@@ -20,6 +20,13 @@ struct checks_info {
 // All checks, ended by a row without a name.
 extern const checks_info chk_list[];
 
+// The check that a field's check attribute names ("nullok" may stand before it;
+// NULL counts as "nullok text"), NULL when there is none of that name.
+// `*nullok` becomes 1 when blank input passes, `*options` what stands behind
+// the name, borrowed from `check`.
+const checks_info *orv_find_check(const char *check, int *nullok,
+                                  const char **options);
+
 // Checks every input item of the body `itm` (may be NULL) against its value in
 // cfg_vars, which is normalised in place.  err_vars is emptied and receives a
 // message for each failure.  1 when there was none, else 0.
