@@ -42,7 +42,7 @@ static size_t num_fields; // repetitions included
 static field **by_name;   // owned: sorted by name, without repetitions
 static size_t num_names;
 
-// --- getting the request ---
+// --- getting the request -----------------------------------------------------
 
 static const char *environment(const char *name)
 {
@@ -147,7 +147,7 @@ static int take_body(size_t *length)
   return CGI_OK;
 }
 
-// --- decoding it ---
+// --- decoding it -------------------------------------------------------------
 
 static char hex_digit(char c)
 {
@@ -225,7 +225,7 @@ static int split_request(size_t length)
   return CGI_OK;
 }
 
-// --- finding fields ---
+// --- finding fields ----------------------------------------------------------
 
 // Orders by name, and fields of one name by their place in the request.
 static int compare_fields(const void *left, const void *right)
@@ -276,7 +276,7 @@ static const char *find_value(const char *name)
                           : nullptr;
 }
 
-// --- the interface ---
+// --- the interface -----------------------------------------------------------
 
 int cgiInit(void)
 {

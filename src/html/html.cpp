@@ -45,7 +45,7 @@ static void put_bytes(const char *text, size_t length)
   fwrite_unlocked(text, 1, length, cgiOut);
 }
 
-// --- escaping ---
+// --- escaping ----------------------------------------------------------------
 
 // What stands for a character of a text; NULL: itself.
 static const char *text_reference(char c)
@@ -146,7 +146,7 @@ void html_comment(const char *format, ...)
   free(large);
 }
 
-// --- tags ---
+// --- tags --------------------------------------------------------------------
 
 struct attribute {
   const char *name;
@@ -193,7 +193,7 @@ static const char *flag(bool set)
   return set ? "" : nullptr;
 }
 
-// --- plain elements ---
+// --- plain elements ----------------------------------------------------------
 
 // The functions html_NAME_begin(css_class, attrs) and html_NAME_end() of an
 // element, with what follows its start tag and its end tag.
@@ -272,7 +272,7 @@ void html_heading(int level, const char *text, const char *id,
   put("\n");
 }
 
-// --- the document ---
+// --- the document ------------------------------------------------------------
 
 void html_content_security_policy(const char *policy)
 {
@@ -393,7 +393,7 @@ void html_navbar_simple(const char *label, const html_navbar_entry *entries,
   put("\n");
 }
 
-// --- forms ---
+// --- forms -------------------------------------------------------------------
 
 void html_form_begin(const char *action, const char *method,
                      const html_attribute *attrs)

@@ -22,7 +22,7 @@ enum html_http_status {
   html_http_status_server_error = 4,
 };
 
-// --- the document ---------------------------------------------------------
+// --- the document ------------------------------------------------------------
 
 // The Content-Security-Policy of the page that html_begin starts next;
 // borrowed.  Without a call no such header line is written.
@@ -57,7 +57,7 @@ void html_main_end(void);
 void html_navbar_simple(const char *label, const html_navbar_entry *entries,
                         const html_attribute *attrs);
 
-// --- text -----------------------------------------------------------------
+// --- text --------------------------------------------------------------------
 
 // A comment that its text cannot end early.
 void html_comment(const char *format, ...)
@@ -90,7 +90,7 @@ void html_a_begin(const char *url, const char *css_class,
 void html_a_end(void);
 void html_br(const char *css_class, const html_attribute *attrs);
 
-// --- tables ---------------------------------------------------------------
+// --- tables ------------------------------------------------------------------
 
 void html_table_begin(const char *id, const char *css_class,
                       const html_attribute *attrs);
@@ -104,7 +104,7 @@ void html_th_end(void);
 void html_td_begin(const char *css_class, const html_attribute *attrs);
 void html_td_end(void);
 
-// --- forms ----------------------------------------------------------------
+// --- forms -------------------------------------------------------------------
 
 // `action` NULL: the executable's own URL; `method` NULL: "post".
 void html_form_begin(const char *action, const char *method,

@@ -27,7 +27,7 @@ constexpr size_t DIRECTORY_BUFFER_SIZE = 2048;
 
 static const char BLANKS[] = " \t";
 
-// --- tuple files ---
+// --- tuple files -------------------------------------------------------------
 
 // Takes the blanks and the line end off the end of `text`.
 static void strip_end(char *text)
@@ -158,7 +158,7 @@ kwtutil_cffile_tuple *kwtutil_cffile_find_tuple(kwtutil_cffile_t *cfinfo,
   return nullptr;
 }
 
-// --- descriptors ---
+// --- descriptors -------------------------------------------------------------
 
 // One system call; false where the kernel or its headers are too old for it.
 static bool close_range_from(int first)

@@ -44,8 +44,7 @@ static int fatal;                      // a script reported the form as unusable
 static html_navbar_entry *navbar_ents; // borrowed
 static orv_var *changed_var;           // borrowed: what Home found changed
 
-// --- fixed texts
-// --------------------------------------------------------------
+// --- fixed texts -------------------------------------------------------------
 
 static const char VERSION_TEXT[] = "ORV 1.1.8";
 static const char AUTHOR_TEXT[] = "Marovi Systems Limited";
@@ -63,8 +62,7 @@ static const char CONTENT_SECURITY_POLICY[] =
     "'sha256-clI5whcTeg/e36AmUh2dVKyCwU9WvLh0FiWf78bXIlY='; "
     "form-action 'self'; frame-ancestors 'self'; base-uri 'none'";
 
-// --- error pages
-// --------------------------------------------------------------
+// --- error pages -------------------------------------------------------------
 
 static void begin_document(enum html_http_status status, const char *title)
 {
@@ -96,8 +94,7 @@ static const char *recorded_message(const char *otherwise)
   return orv_error_msg != nullptr ? orv_error_msg : otherwise;
 }
 
-// --- the crash catcher
-// --------------------------------------------------------
+// --- the crash catcher -------------------------------------------------------
 
 constexpr size_t CRASH_MESSAGE_SIZE = 100;
 // The catcher runs on a stack of its own, since a crash may be an overflow.
@@ -146,8 +143,7 @@ static void install_segv_trap()
   }
 }
 
-// --- the request intake
-// -------------------------------------------------------
+// --- the request intake ------------------------------------------------------
 
 // The value of the request field, owned by the caller; NULL when memory ran
 // out.
@@ -251,8 +247,8 @@ static int load_vars()
   return vars_loaded;
 }
 
-// --- form actions
-// ------------------------------------------------------------- Each returns
+// --- form actions ------------------------------------------------------------
+// Each returns
 // nonzero to keep the variables that came with the request, 0 to have the
 // form's variables read afresh.
 
@@ -404,8 +400,7 @@ static int check_action()
   return 1;
 }
 
-// --- the form to show
-// ---------------------------------------------------------
+// --- the form to show --------------------------------------------------------
 
 static void choose_form()
 {
@@ -460,8 +455,7 @@ static void load_body()
   }
 }
 
-// --- the page
-// -----------------------------------------------------------------
+// --- the page ----------------------------------------------------------------
 
 static void write_head()
 {
@@ -576,8 +570,7 @@ static void clean_up()
   cgiFreeResources();
 }
 
-// --- main
-// ---------------------------------------------------------------------
+// --- main --------------------------------------------------------------------
 
 // A descriptor that the web server left closed would be taken by the first
 // file or pipe that is opened.

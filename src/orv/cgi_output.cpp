@@ -60,8 +60,7 @@ static char *expand(char *text)
   return expansion != nullptr ? expansion : orv_out_expand(nullptr);
 }
 
-// --- heading, form and table
-// --------------------------------------------------
+// --- heading, form and table -------------------------------------------------
 
 void cgi_set_default_heading(char *heading)
 {
@@ -102,8 +101,7 @@ void cgiout_close_table(void)
   }
 }
 
-// --- the hidden state
-// ---------------------------------------------------------
+// --- the hidden state --------------------------------------------------------
 
 // Writes a hidden field named by the origin letter `type` and the variable, or
 // by `name` alone when `type` is 0.
@@ -158,8 +156,7 @@ void cgiout_close_form(void)
   form_running = 0;
 }
 
-// --- headings
-// -----------------------------------------------------------------
+// --- headings ----------------------------------------------------------------
 
 // A heading of the body takes the page heading's place.
 static void body_heading(int level, const char *css_class, const char *text)
@@ -184,8 +181,7 @@ static void op_header2(char *text)
   body_heading(1, nullptr, text);
 }
 
-// --- recorded errors
-// ----------------------------------------------------------
+// --- recorded errors ---------------------------------------------------------
 
 // What is recorded for the item, NULL when that is nothing or blank.
 static const char *recorded_error(const pt_body_item *itm)
@@ -219,8 +215,7 @@ static void error_id(char (&id)[CONTROL_ID_SIZE], const pt_body_item *itm)
   snprintf(id, sizeof id, "e%d", itm->line_number);
 }
 
-// --- text, help and errors
-// ----------------------------------------------------
+// --- text, help and errors ---------------------------------------------------
 
 // Inside a table, text is a row that spans both columns.
 static void start_table_text()
@@ -351,8 +346,7 @@ static void op_error(char *text)
   text_item("error", text, &attr);
 }
 
-// --- menus
-// --------------------------------------------------------------------
+// --- menus -------------------------------------------------------------------
 
 // Writes a menu entry that links to the form and sub-item which `target` joins
 // by its first "/".  Without one, `target` is the sub-item of `form`, or the
@@ -408,8 +402,8 @@ static void op_menu_stop(pt_body_item *)
   html_ul_end();
 }
 
-// --- what helps the user of a control
-// ----------------------------------------- Attributes that add a name, the
+// --- what helps the user of a control ----------------------------------------
+// Attributes that add a name, the
 // error and hints for input, but change nothing that is shown as text or
 // posted.
 
@@ -554,8 +548,7 @@ static html_attribute *control_help(const pt_body_item *itm,
   return list.attrs;
 }
 
-// --- controls
-// -----------------------------------------------------------------
+// --- controls ----------------------------------------------------------------
 
 static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
                                int fixed)
@@ -602,8 +595,7 @@ static void op_select_core(pt_body_item *itm, char *name, char *varname)
                  control_help(itm, nullptr));
 }
 
-// --- labelled field rows
-// ------------------------------------------------------
+// --- labelled field rows -----------------------------------------------------
 
 static void do_form_left(pt_body_item *itm, int do_label)
 {
@@ -665,8 +657,7 @@ static void op_select(pt_body_item *itm)
   do_form_right(itm);
 }
 
-// --- multi-column tables
-// ------------------------------------------------------
+// --- multi-column tables -----------------------------------------------------
 
 static void op_mcol_heading(pt_body_item *itm)
 {
@@ -752,8 +743,7 @@ static void op_mcol_trans(pt_body_item *itm, mcol_trans type)
   }
 }
 
-// --- the table of procedures
-// --------------------------------------------------
+// --- the table of procedures -------------------------------------------------
 
 // In the order of the slots.
 static const pto_procs html_procs = {

@@ -27,7 +27,7 @@ char *orv_return;
 char *orv_continue;
 int orv_expert_mode;
 
-// --- memory -----------------------------------------------------------------
+// --- memory ------------------------------------------------------------------
 
 void *must_malloc(size_t size)
 {
@@ -62,7 +62,7 @@ int must_realloc(char **buf, size_t size)
   return 1;
 }
 
-// --- truth ------------------------------------------------------------------
+// --- truth -------------------------------------------------------------------
 
 int orv_string_is_true(const char *str)
 {
@@ -81,7 +81,7 @@ int orv_always_submit_set(void)
   return orv_string_is_true(orv_get_var(&cfg_vars, "always_submit", o_best));
 }
 
-// --- the device's environment -----------------------------------------------
+// --- the device's environment ------------------------------------------------
 
 // The string becomes part of the environment, so it is never freed.
 static void set_env(char *name, char *val)

@@ -6,7 +6,7 @@
 
 #include <stddef.h>
 
-// --- request state ----------------------------------------------------------
+// --- request state -----------------------------------------------------------
 // Each string is a heap copy owned by its global, NULL when absent.
 
 extern char *orv_form;      // the form (template) that the page shows
@@ -16,7 +16,7 @@ extern char *orv_return;    // form to go back to from a confirmation
 extern char *orv_continue;  // form to go on to from a confirmation
 extern int orv_expert_mode; // 1: expert view, 0: simple view
 
-// --- memory -----------------------------------------------------------------
+// --- memory ------------------------------------------------------------------
 // A failure is reported by orv_fatal, which returns during a request: callers
 // check the result and give up on their own work.
 
@@ -27,7 +27,7 @@ char *must_strdup(const char *str);
 // Resizes the block `*buf`.  1, or 0 with `*buf` as it was and still valid.
 int must_realloc(char **buf, size_t size);
 
-// --- truth and environment --------------------------------------------------
+// --- truth and environment ---------------------------------------------------
 
 // 0 for NULL, "", "0" and, in any letter case, "no", "false" and "off"; else 1.
 int orv_string_is_true(const char *str);

@@ -57,8 +57,7 @@ static void problem(const char *message)
   }
 }
 
-// --- text expansion
-// -----------------------------------------------------------
+// --- text expansion ----------------------------------------------------------
 
 static struct subs *find_subs(char tag)
 {
@@ -205,8 +204,7 @@ void orv_output_cleanup(void)
   outbuf_len = 0;
 }
 
-// --- conditions
-// ---------------------------------------------------------------
+// --- conditions --------------------------------------------------------------
 
 static void set_display()
 {
@@ -251,8 +249,7 @@ static void pop_cond()
   set_display();
 }
 
-// --- multi-column tables
-// ------------------------------------------------------
+// --- multi-column tables -----------------------------------------------------
 
 // Calls `func` with each column of the table, fewer when the body ends.
 template <typename Function>
@@ -415,8 +412,7 @@ static void do_ftable_iter(pt_body_item *table)
   p->o_mcol_trans(table, MCOL_END);
 }
 
-// --- items
-// --------------------------------------------------------------------
+// --- items -------------------------------------------------------------------
 
 static void do_display(void (*slot)(char *), char *text)
 {
@@ -619,8 +615,7 @@ static pt_body_item *finish_table(pt_body_item *table)
   return itm;
 }
 
-// --- the walk
-// -----------------------------------------------------------------
+// --- the walk ----------------------------------------------------------------
 
 static void start_walk(const pto_procs *pp, int help, const char *error_text)
 {

@@ -36,7 +36,7 @@
 // hand, and a longer one goes on as a line of its own.
 constexpr int LINE_READ = 250;
 
-// --- state ------------------------------------------------------------------
+// --- state -------------------------------------------------------------------
 
 static char linebuf[LINE_READ + 1]; // the line being looked at
 static int linebuf_empty = 1;       // 0 while that line waits to be consumed
@@ -66,7 +66,7 @@ static subs_record subs[] = {
 };
 // clang-format on
 
-// --- the template file ------------------------------------------------------
+// --- the template file -------------------------------------------------------
 
 // Opened without blocking and only if it is a regular file, so that a name
 // that leads to a pipe or a device cannot hold the request.
@@ -116,7 +116,7 @@ static FILE *find_file(const char *name, const char *extension, int is_fatal)
   return fp;
 }
 
-// --- lines and keywords -----------------------------------------------------
+// --- lines and keywords ------------------------------------------------------
 
 static int next_line(pt_header *hdr)
 {
@@ -197,7 +197,7 @@ static int fast_forward(pt_header *hdr, const char *key, pt_pos *cache)
   return 0;
 }
 
-// --- parameters as they stand -----------------------------------------------
+// --- parameters as they stand ------------------------------------------------
 
 // Cuts the text at the first "#" that is not written "$#$".
 static void cut_comment(char *text)
@@ -264,7 +264,7 @@ static int leading_number(const char *text)
   return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
 }
 
-// --- substitution -----------------------------------------------------------
+// --- substitution ------------------------------------------------------------
 
 // Stores a copy.  False when memory ran out; then nothing is inserted.
 static bool set_subs(subs_record *record, const char *value)
@@ -403,7 +403,7 @@ static bool inserts_request_value(const char *in)
   return false;
 }
 
-// --- parameters, expanded ---------------------------------------------------
+// --- parameters, expanded ----------------------------------------------------
 
 static char *save_oneline_parameter(void)
 {
@@ -444,7 +444,7 @@ static int save_multiline_parameter(pt_header *hdr, pt_text *save)
   return 1;
 }
 
-// --- header keywords --------------------------------------------------------
+// --- header keywords ---------------------------------------------------------
 
 struct header_keyword {
   const char *keyword;
@@ -523,7 +523,7 @@ static const header_keyword header_keywords[] = {
 };
 // clang-format on
 
-// --- the header -------------------------------------------------------------
+// --- the header --------------------------------------------------------------
 
 static bool parse_header_lines(pt_header *hdr)
 {
@@ -611,7 +611,7 @@ pt_header *orv_parse_header(char *name, char *subitem)
   return default_scripts(hdr.get()) ? hdr.release() : nullptr;
 }
 
-// --- choices ----------------------------------------------------------------
+// --- choices -----------------------------------------------------------------
 
 static int add_choice(pt_choices *choices, const char *value, const char *text)
 {
@@ -660,7 +660,7 @@ void iselect_entry(pt_body_item *itm, char *var, char *, char *text)
   add_choice(&itm->choices, var, text);
 }
 
-// --- body items -------------------------------------------------------------
+// --- body items --------------------------------------------------------------
 
 // More columns than this do not fit on any page.
 constexpr int COLUMNS_MAX = 20;
@@ -866,7 +866,7 @@ static bool take_item(body_state *body, const item_keyword &row)
   return true;
 }
 
-// --- lines that add to the current item -------------------------------------
+// --- lines that add to the current item --------------------------------------
 
 struct line_keyword {
   const char *keyword;
@@ -1003,7 +1003,7 @@ static const line_keyword line_keywords[] = {
 };
 // clang-format on
 
-// --- the body ---------------------------------------------------------------
+// --- the body ----------------------------------------------------------------
 
 static bool take_line(body_state *body)
 {

@@ -14,7 +14,7 @@
 
 #include <string.h>
 
-// --- the scan ---------------------------------------------------------------
+// --- the scan ----------------------------------------------------------------
 
 static void enter(shell_scan *scan, shell_place place)
 {
@@ -148,7 +148,7 @@ void shell_scan_text(shell_scan *scan, const char *text, size_t length)
   }
 }
 
-// --- quoting ----------------------------------------------------------------
+// --- quoting -----------------------------------------------------------------
 
 // What means nothing to the shell wherever it stands, besides bytes that are
 // no ASCII.

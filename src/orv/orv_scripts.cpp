@@ -30,8 +30,7 @@
 
 static int trap_set; // the signal dispositions have been set
 
-// --- starting
-// -----------------------------------------------------------------
+// --- starting ----------------------------------------------------------------
 
 constexpr int NO_MEMORY = -1;
 constexpr int NO_SCRIPT = -2;
@@ -204,8 +203,7 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
   return pid;
 }
 
-// --- talking
-// ------------------------------------------------------------------
+// --- talking -----------------------------------------------------------------
 
 // How often a script that says nothing is asked whether it still runs.
 constexpr long END_CHECK_MS = 50;
@@ -408,8 +406,7 @@ FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
   return stream;
 }
 
-// --- waiting
-// ------------------------------------------------------------------
+// --- waiting -----------------------------------------------------------------
 
 int orv_script_wait(pid_t pid)
 {

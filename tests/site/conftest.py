@@ -8,6 +8,7 @@ a `Page` is what came back, and posts its own fields again as a browser would:
     saved = page.press("Submit", host="gate")
 """
 
+import functools
 import os
 import pathlib
 import subprocess
@@ -39,9 +40,13 @@ class Page:
         )
         self.status = self.headers.get("Status")
         self.body = body.decode("utf-8", "replace")
-        self.tree = html5lib.parse(body, treebuilder="etree")
 
     # --- looking --------------------------------------------------------------
+
+    @functools.cached_property
+    def tree(self):
+        body = self.raw.partition(b"\r\n\r\n")[2]
+        return html5lib.parse(body, treebuilder="etree")
 
     def all(self, tag, css_class=None):
         """Every element of that name (and class), in document order."""

@@ -1,5 +1,10 @@
 /* Preloaded into the executable under test: what it sends to the system log
- * is appended to the file named by SYSLOG_FILE, a line "PRIORITY TEXT" each. */
+ * is appended to the file named by SYSLOG_FILE, a line "PRIORITY TEXT" each.
+ * With SHIM_NO_SEGV_HANDLER set, no handler for SIGSEGV can be installed. */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -31,4 +36,15 @@ void __syslog_chk(int priority, int flag, const char *format, ...)
   va_start(args, format);
   vsyslog(priority, format, args);
   va_end(args);
+}
+
+int sigaction(int sig, const struct sigaction *act, struct sigaction *old)
+{
+  int (*next)(int, const struct sigaction *, struct sigaction *) =
+      dlsym(RTLD_NEXT, "sigaction");
+  if (sig == SIGSEGV && act != NULL && getenv("SHIM_NO_SEGV_HANDLER") != NULL) {
+    errno = EINVAL;
+    return -1;
+  }
+  return next(sig, act, old);
 }
