@@ -1,8 +1,8 @@
 // The script runner.
 //
 // A script is started with fork and exec under bash, talked to through pipes
-// and waited for, strictly one at a time; the only state kept between calls is
-// whether the signal dispositions have been set.  What flows through the pipes
+// and waited for, strictly one at a time, and nothing but the state below is
+// kept between calls.  What flows through the pipes
 // is the caller's business, when it flows is decided here: input is written
 // and output is read at the same time, and reading ends with the script even
 // if something that it left behind keeps its output open.
@@ -15,6 +15,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -28,7 +29,8 @@
 #define ORV_SCRIPT_DIR "/usr/share/larkspur/scripts/"
 #endif
 
-static int trap_set; // the signal dispositions have been set
+static int trap_set;    // the signal dispositions have been set
+static bool output_cut; // the script in hand said too much; reset by the wait
 
 // --- starting ----------------------------------------------------------------
 
@@ -124,13 +126,17 @@ static void close_channel(const channel *end)
   }
 }
 
-// Puts descriptor `fd`, or /dev/null when it is none, at `place`.
+// Puts descriptor `fd`, or /dev/null when it is none, at `place`.  What was
+// there is the web server's, and never the script's.
 static void redirect(int fd, int flags, int place)
 {
   if (fd < 0) {
+    close(place);
     fd = open("/dev/null", flags);
   }
-  dup2(fd, place);
+  if (fd >= 0) {
+    dup2(fd, place);
+  }
 }
 
 // The child's part: never returns.  Nothing of the parent's signals or
@@ -224,6 +230,7 @@ struct talk {
   size_t kept_taken;
   size_t total;       // output bytes so far
   bool ended;         // the script has ended
+  int due;            // bytes that it had left in the pipe by then
   long ended_at;      // times in milliseconds
   long last_activity; // last byte moved, or the end
   long last_check;    // when it was last asked whether the script runs
@@ -249,10 +256,11 @@ static void check_end(talk *t, long now)
     t->ended = true;
     t->ended_at = now;
     t->last_activity = now;
+    ioctl(fileno(t->inp), FIONREAD, &t->due);
   }
 }
 
-// How long to wait for the pipes; 0 when the talk is over.
+// How long to wait for the pipes; 0 once nothing more is waited for.
 static long patience(const talk *t, long now)
 {
   if (!t->ended) {
@@ -264,23 +272,33 @@ static long patience(const talk *t, long now)
   return left > 0 ? left : 0;
 }
 
-// Waits until one of the pipes is ready; false when the talk is over.
-static bool wait_ready(talk *t, struct pollfd *fds, nfds_t count)
+// Whether what the pipe still holds comes from something the script left
+// behind, and too late to matter.
+static bool is_leftover(const talk *t, long now)
+{
+  return t->ended && t->due == 0 && now - t->ended_at >= LINGER_MS;
+}
+
+enum talk_state { TALK_READY, TALK_OVER, TALK_FAILED };
+
+// Waits until one of the pipes is ready.  However long this process was held
+// up, a pipe counts as silent only when it has nothing to read.
+static talk_state wait_ready(talk *t, struct pollfd *fds, nfds_t count)
 {
   for (;;) {
     const long now = now_ms();
     check_end(t, now);
     const long left = patience(t, now);
-    if (left == 0) {
-      return false;
-    }
     const int ready = poll(fds, count, static_cast<int>(left));
     if (ready > 0) {
       t->last_activity = now_ms();
-      return true;
+      return is_leftover(t, now) ? TALK_OVER : TALK_READY;
+    }
+    if (ready == 0 && left == 0) {
+      return TALK_OVER;
     }
     if (ready < 0 && errno != EINTR) {
-      return false;
+      return TALK_FAILED;
     }
   }
 }
@@ -300,14 +318,16 @@ static ssize_t read_output(talk *t, char *buf, size_t size)
   const size_t room = ORV_SCRIPT_OUTPUT_MAX - t->total;
   const size_t want = room == 0 ? 1 : (size < room ? size : room);
   const ssize_t got = read_some(fileno(t->inp), buf, want);
-  if (got > 0 && room == 0) {
-    orv_error("Script output too long");
+  if (got <= 0) {
+    return got;
+  }
+  if (room == 0) {
+    output_cut = true;
     errno = EFBIG;
     return -1;
   }
-  if (got > 0) {
-    t->total += static_cast<size_t>(got);
-  }
+  t->total += static_cast<size_t>(got);
+  t->due = got < t->due ? t->due - static_cast<int>(got) : 0;
   return got;
 }
 
@@ -339,7 +359,7 @@ static bool write_input(talk *t, int fd, const char *input, size_t length)
   while (done < length) {
     struct pollfd fds[] = {{fd, POLLOUT, 0},
                            {reading ? fileno(t->inp) : -1, POLLIN, 0}};
-    if (!wait_ready(t, fds, 2)) {
+    if (wait_ready(t, fds, 2) != TALK_READY) {
       return false;
     }
     if (fds[1].revents != 0 && !keep_output(t, &reading)) {
@@ -371,7 +391,15 @@ static ssize_t talk_read(void *cookie, char *buf, size_t size)
     return static_cast<ssize_t>(part);
   }
   struct pollfd fds[] = {{fileno(t->inp), POLLIN, 0}};
-  return wait_ready(t, fds, 1) ? read_output(t, buf, size) : 0;
+  switch (wait_ready(t, fds, 1)) {
+  case TALK_READY:
+    return read_output(t, buf, size);
+  case TALK_OVER:
+    return 0;
+  case TALK_FAILED:
+  default:
+    return -1;
+  }
 }
 
 static int talk_close(void *cookie)
@@ -408,7 +436,7 @@ FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
 
 // --- waiting -----------------------------------------------------------------
 
-int orv_script_wait(pid_t pid)
+static int exit_status(pid_t pid)
 {
   int status = 1; // reads as an end by signal 1 when the wait itself fails
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
@@ -424,4 +452,16 @@ int orv_script_wait(pid_t pid)
   orv_fatal("orv_script_wait: script not terminated! Status 0x%x",
             static_cast<unsigned>(status));
   return -1;
+}
+
+// A script whose output was cut dies of the closed pipe: the cause is told
+// last.
+int orv_script_wait(pid_t pid)
+{
+  const int status = exit_status(pid);
+  if (output_cut) {
+    output_cut = false;
+    orv_error("Script output too long");
+  }
+  return status;
 }

@@ -31,14 +31,15 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp);
 //
 // The stream ends with the pipe.  It also ends when the script has ended and
 // something it left behind holds the pipe but keeps silent, and has a read
-// error past ORV_SCRIPT_OUTPUT_MAX (reported by orv_error).  NULL when the
-// input could not be written; input that fits into a pipe's buffer counts as
-// written even if the script has already gone.
+// error past ORV_SCRIPT_OUTPUT_MAX (reported by orv_script_wait).  NULL when
+// the input could not be written; input that fits into a pipe's buffer counts
+// as written even if the script has already gone.
 FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
                       size_t length);
 
 // Waits for `pid`: its exit status, or minus the number of the signal that
-// ended it (reported by orv_error), or -1 (reported by orv_fatal).
+// ended it (reported by orv_error), or -1 (reported by orv_fatal).  That its
+// output was cut is reported by orv_error, last.
 int orv_script_wait(pid_t pid);
 
 #endif

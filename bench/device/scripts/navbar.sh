@@ -1,0 +1,3 @@
+#!/bin/bash
+printf '%s\n' 'network Network' 'ports Ports' 'services Services' \
+  'status Status'

@@ -1,0 +1,367 @@
+"""How a form is drawn, and what comes back when its page is posted again."""
+
+import pytest
+from conftest import HTML
+
+# Of an outline; what assists a user is told apart below.
+SHOWN = ("checked", "colspan", "disabled", "href", "method", "name",
+         "selected", "size", "type", "valign", "value")
+
+
+def outline(element, depth=0):
+    """An element and all in it but the buttons and the hidden fields, on one
+    line where that fits."""
+    css_class = element.get("class")
+    head = element.tag.removeprefix(HTML)
+    head += f".{css_class}" if css_class else ""
+    for key in sorted(element.keys()):
+        if key in SHOWN:
+            head += f" {key}={element.get(key)}"
+    if css_class in ("bottombar", "hidden"):
+        return head
+    parts = [element.text or ""]
+    for e in element:
+        if isinstance(e.tag, str):
+            parts += [e, e.tail or ""]
+        else:  # a comment
+            parts[-1] += e.tail or ""
+    parts = [p.strip("\n") if isinstance(p, str) else p for p in parts]
+    inner = [repr(p) if isinstance(p, str) else outline(p, depth + 1)
+             for p in parts if p != ""]
+    line = f"{head}({' '.join(inner)})" if inner else head
+    if depth + len(line) <= 76 and "\n" not in line:
+        return line
+    indent = "\n" + " " * (depth + 1)
+    return head + ":" + "".join(indent + i for i in inner)
+
+
+@pytest.fixture
+def form(site):
+    """Makes the form f: the lines of its body and what its read script says,
+    joined by ";".  `@` in them stands for `at`."""
+
+    def make(body, read="", header=(), title="Test form", at=b"@", **scripts):
+        site.template("f", *body.split(";"), header=header, title=title)
+        site.form_script("f", read="cat f.vars", **scripts)
+        read = read.replace(";", "\n") + "\n" * (read != "")
+        (site.folder / "f.vars").write_text(read)
+        for file in (site.templates / "f.tpl", site.folder / "f.vars"):
+            file.write_bytes(file.read_bytes().replace(b"@", at))
+        return site
+
+    return make
+
+
+RICH = """\
+text Price $B$high$R$ now$L$ok $$$5;field host 8;label Host name;rlabel km/h
+prompt Any $V:kind$ name;text Inside;fixed serial;checkbox dhcp;label DHCP
+select mode;label Mode;choice auto Automatic;choice man By hand;center Menus
+imenu net nets;fmenu;choice net/eth0 LAN;choice status Status
+iselect port ports;label Port;ftable rules 2;field src 5;label From
+select act;choice allow Allow"""
+
+RICH_READ = """\
+host=gate;error_host=  No such host;kind=short;serial=42;dhcp=on;mode=man
+select_nets0=eth/lan LAN port;select_nets1=wifi Wireless
+select_ports0=p0 First;src0=any;u_note=hi;mtu=9;d_mtu=8;u_mtu=7;c_mtu=6"""
+
+RICH_PAGE = """\
+main:
+ h1('Test form')
+ p.plain('Price ' em.plain('high') ' now' br.plain 'ok $5')
+ form method=post name=f1:
+  table.twocol:
+   tbody:
+    tr:
+     td.formleft valign=top(label('Host name'))
+     td.form:
+      input name=host size=8 type=text value=gate
+      ' km/h'
+      br
+      span.prompt('Any short name')
+    tr(td colspan=2(p.error('No such host')))
+    tr(td colspan=2(p.plain('Inside')))
+    tr:
+     td.formleft valign=top('\\xa0')
+     td.form(input disabled=disabled name=serial size=20 type=text value=42)
+    tr:
+     td.formleft valign=top(label('DHCP'))
+     td.form(input checked= name=dhcp type=checkbox value=True)
+    tr:
+     td.formleft valign=top(label('Mode'))
+     td.form:
+      input name=d_mode type=hidden value=man
+      select name=mode:
+       option value=auto('Automatic')
+       option selected= value=man('By hand')
+  h1.center('Menus')
+  ul:
+   li.form(a href=/cgi-bin/orv?form=eth&subitem=lan('LAN port'))
+   li.form(a href=/cgi-bin/orv?form=net&subitem=wifi('Wireless'))
+  ul.formsmenu:
+   li.formsmenu(a.formsmenu href=/cgi-bin/orv?form=net&subitem=eth0('LAN'))
+   li.formsmenu(a.formsmenu href=/cgi-bin/orv?form=status('Status'))
+  table.twocol:
+   tbody:
+    tr:
+     td.formleft valign=top(label('Port'))
+     td.form:
+      input name=d_port type=hidden value=p0
+      select name=port(option value=p0('First'))
+  table.multicol:
+   thead.multicol(tr.multicol(th.multicol('From') th.multicol('\\xa0')))
+   tbody:
+    tr.multicol:
+     td.multicol(input name=src0 size=5 type=text value=any)
+     td.multicol:
+      input name=d_act0 type=hidden value=allow
+      select name=act0(option value=allow('Allow'))
+  div.bottombar
+  div.hidden
+"""
+
+RICH_HIDDEN = """\
+d_mode=man d_port=p0 d_act0=allow d_mtu=8 c_mtu=6 o_mtu=9 u_mtu=7 u_note=hi
+o_src0=any
+o_select_ports0=p0_First o_select_nets1=wifi_Wireless
+o_select_nets0=eth/lan_LAN_port o_mode=man o_dhcp=on u_dhcp=False o_serial=42
+o_kind=short o_host=gate form=f subitem=s return=r continue=c
+expert_mode=True cgi_vars_loaded=True scroll_y=12 anchor_target=a"""
+
+
+def test_a_page_holds_every_element_and_hidden_field_in_its_place(form):
+    site = form(RICH, RICH_READ)
+    page = site.get("form=f&subitem=s&return=r&continue=c&expert_mode=on"
+                    "&scroll_y=12&anchor_target=a")
+    assert outline(page.all("main")[0]) == RICH_PAGE.strip()
+    assert page.all("form")[0].get("action") == "/cgi-bin/orv"
+    hidden = [f"{n}={v}".replace(" ", "_") for n, v in page.hidden()]
+    assert hidden == RICH_HIDDEN.split()
+    lines = [3, 4, 8, 9, 10, 12, 16, 17, 18, 21, 23]
+    assert page.comments == [f"Line {n}" for n in lines]
+    plain = dict(site.open("f").hidden())
+    assert plain["expert_mode"] == "False" and plain["scroll_y"] == "0"
+    assert not {"subitem", "return", "continue", "anchor_target"} & set(plain)
+
+
+def test_paragraphs_and_markup_codes_become_elements(form):
+    cases = [
+        ("$B$high$R$ now$L$ok $$$5", "em.plain('high') ' now' br.plain 'ok $5'"),
+        ("$x$y and $ and $$", "'$x$y and $ and $$'"),
+        ("$x$B$y", "'$x' em.plain('y')"),  # its end opens the next code
+        ("$<$I$b", "'$<\\xa0\\xa0\\xa0\\xa0b'"),
+        ("open $B$to the end", "'open ' em.plain('to the end')"),
+        ("shut $R$twice $R$$B$again", "'shut twice ' em.plain('again')"),
+        ("plain\n again", "'plain\\nagain'"),
+        ("one\n\n\n\n two", "'one'", "'two'"),
+        ("$V:none$\n\n one", "", "'one'"),
+        ("one\n\n", "'one'"),
+    ]
+    page = form(";".join(f"text {text}" for text, *_ in cases)).open("f")
+    expected = [f"p.plain({p})" if p else "p.plain"
+                for _, *paragraphs in cases for p in paragraphs]
+    assert [outline(p) for p in page.all("p")] == expected
+
+
+def test_the_page_heading_stands_once_above_everything_or_gives_way(form):
+    title = "h1('Port 7')"
+    cases = [
+        ("text a", [title]),
+        ("field a", [title]),
+        ("table a 1;field a", [title]),
+        ("imenu a", [title]),
+        ("if 0;heading X;endif", [title]),
+        ("text a;heading B;heading2 C", [title, "h1('B')", "h2('C')"]),
+        ("heading $V:n$;text a", ["h1('7')"]),
+        ("center B;field a", ["h1.center('B')"]),
+        ("heading2 B;text a", ["h2('B')"]),
+        ("text a;field b", []),  # with no_header
+    ]
+    for body, expected in cases:
+        header = ["no_header"] if not expected else []
+        page = form(body, "n=7", header, title="Port $V:n$").open("f")
+        found = [outline(e) for e in page.all("h1") + page.all("h2")]
+        assert (found, page.title) == (expected, "Port 7"), body
+        shown = [e for e in page.all("main")[0] if isinstance(e.tag, str)]
+        assert expected[:1] in ([], [outline(shown[0])]), body
+
+
+def test_check_boxes_are_ticked_and_marked_by_their_value(form):
+    body = ";".join(f"checkbox {n}" for n in "abcdefgh")
+    page = form(body, "a=on;b=True;c=00;d=off;e=0;f=;g=FALSE").open("f")
+    boxes = [(e.get("name"), e.get("checked") is not None, e.get("value"))
+             for e in page.inputs("checkbox")]
+    assert boxes == [(n, n in "abc", "True") for n in "abcdefgh"]
+    marked = [n for n, v in page.hidden() if n[:2] == "u_" and v == "False"]
+    assert sorted(marked) == [f"u_{n}" for n in "abcdefg"]
+
+
+def test_lists_show_a_choice_and_record_it_as_their_default(form):
+    choices = "choice a A of $F$;choice b B"
+    page = form(
+        f"select x;{choices};select y;{choices};select z;{choices};"
+        "select none;iselect i;iselect j gap",
+        "x=b;y=weird;i=eth1;select_i0=eth0 First $F$;d_select_gap0=dflt Dflt;"
+        'select_i1=  eth1 \t Second  port;select_i2="  ";select_i4=far'
+    ).open("f")
+    shown = {e.get("name"): [(o.get("value"), o.text,
+                              o.get("selected") is not None) for o in e]
+             for e in page.all("select")}
+    plain = [("a", "A of f", False), ("b", "B", False)]
+    assert shown == {
+        "x": [plain[0], ("b", "B", True)], "y": plain, "z": plain, "none": [],
+        "i": [("eth0", "First f", False), ("eth1", "Second  port", True),
+              ("", None, False)],
+        "j": [("dflt", "Dflt", False)]}
+    assert [f"{n}={v}" for n, v in page.hidden()][:5] == [
+        "d_x=b", "d_y=a", "d_z=a", "d_i=eth1", "d_j=dflt"]
+
+
+def test_links_sizes_and_the_names_of_boxes_are_cut_at_their_buffers(form):
+    long, head = "n" * 120, "/cgi-bin/orv?form="
+    page = form(f"field a 12345;heading X;fmenu;choice {long} One;"
+                f"choice f/{long} Two;imenu {long} m;table {long} 1;field c",
+                "select_m0=s S;c0=x").open("f")
+    assert page.control("a").get("size") == "123"
+    links = [e.get("href") for e in page.all("main")[0].iter(HTML + "a")]
+    assert links == [(head + long)[:99], (head + f"f&subitem={long}")[:99],
+                     (head + long)[:99]]
+    boxes = [e.get("name") for e in page.inputs("checkbox")]
+    assert boxes == [("delete_" + long)[:67]]
+
+
+def test_every_control_has_a_name_of_its_own(form):
+    page = form(
+        "field a;label A $V:n$;checkbox b;label B;select c;label C;choice x X;"
+        "iselect i;label I;field d;rlabel D;fixed e;prompt E;checkbox f;"
+        "field g;label;field h;label $V:none$;table t 2;field p;label P;"
+        "checkbox q;ftable u 1 2;select s;label S", "n=7;p0=1").open("f")
+    labels = {e.get("for"): "".join(e.itertext()) for e in page.all("label")}
+    names = [e.get("aria-label") or labels.get(e.get("id"))
+             for e in page.tree.iter() if isinstance(e.tag, str)
+             and e.tag.removeprefix(HTML) in ("input", "select")
+             and e.get("type") not in ("hidden", "submit")]
+    assert names == [
+        "A 7", "B", "C", "I", "D", "E", "f", "g", "h", "P, row 1", "q, row 1",
+        "Delete row 1", "P, row 2", "q, row 2", "S, row 1", "S, row 2"]
+    ids = [e.get("id") for e in page.tree.iter() if e.get("id") is not None]
+    assert len(set(ids)) == len(ids)
+
+
+def test_errors_are_tied_to_their_controls(form):
+    page = form("error $E$;field a;checkbox b;select c;choice x X;field d;"
+                "table t 1;field e;label E",
+                "error_msg=M;error_b=B;error_c=C;error_e=E").open("f")
+    alert, *rest = page.all("p", "error")
+    assert (alert.get("role"), alert.text) == ("alert", "M")
+    told = {e.get("id"): e.text for e in rest}
+    found = {}
+    for name in ("a", "b", "c", "d", "e0"):
+        control = page.control(name)
+        found[name] = (told.get(control.get("aria-describedby")),
+                       control.get("aria-invalid"), control.get("autofocus"))
+    assert found == {
+        "a": (None, None, None), "b": ("B", "true", "autofocus"),
+        "c": ("C", "true", None), "d": (None, None, None),
+        "e0": ("E", None, None)}
+
+
+def shape(page):
+    """The page without any text: element and attribute names in order."""
+    return [(e.tag, sorted(e.keys())) if isinstance(e.tag, str) else "comment"
+            for e in page.tree.iter()]
+
+
+HOSTILE = [
+    b'"><script>x</script>', b"'><img/src=x>", b"</title></main></form>",
+    b"<!--", b"--!><b>", b"->", b"-", b"&lt;&amp;&quot", b"`{{x}}\\",
+    b"\x01\x0b\x0c\x1f\x7f", "é€😀".encode(), b"\xff\xfe<\xc3",
+]
+ODD = [*HOSTILE[:-1], b"\r", b"\n", b" a\r\nb\n\rc\t ", b"&#13;", b'"\n<b>\r']
+HOSTILE_FORM = """\
+text a@;help a@;error a@;field n@;label @;rlabel @;prompt @;fixed x;checkbox b@
+select s@;choice @ @;heading2 @;imenu m@ @;fmenu;choice @ @;iselect i@ @
+table t@ 2;field c@;label @;select d@;choice @ @"""
+NAVIGATION = ("subitem", "return", "continue", "scroll_y", "anchor_target")
+
+
+def hostile_pages(form, s):
+    """Pages with that text wherever foreign text lands: a form shown with
+    help, one left with changes, an error page."""
+    site = form(HOSTILE_FORM, "f/@ @", ["help_mode", "navbar_script bar.sh"],
+                title="a@", at=s)
+    site.script("bar.sh", "cat f.vars")
+    fields = [(b"o_select_" + s + b"0", s + b" " + s), (b"n" + s, s),
+              (b"o_n" + s, b"x"), (b"d_b" + s, s), (b"error_n" + s, b"a" + s),
+              (b"c" + s + b"0", s), ("error_msg", s), ("o_other", s),
+              ("form", "f"), ("cgi_vars_loaded", "True")]
+    fields += [(n, s) for n in NAVIGATION]
+    return [site.post([*fields, ("action", "Help")]),
+            site.post([*fields, ("action", "Home"), ("u_other", b"new")]),
+            site.post([("form", s)])]
+
+
+@pytest.mark.parametrize("s", HOSTILE, ids=ascii)
+def test_no_text_breaks_out_of_its_place(form, s):
+    tame = [shape(p) for p in hostile_pages(form, b"w")]
+    page, leaving, error = pages = hostile_pages(form, s)
+    for found, expected in zip(pages, tame):
+        assert shape(found) == expected
+    assert [p.exit for p in pages] == [0, 0, 1]
+    text = s.decode("utf-8", "replace")
+    assert (page.title, page.texts("h2")) == ("a" + text, [text])
+    for kind in ("plain", "help"):
+        assert page.texts("p", kind) == ["a" + text]
+    assert page.errors[:2] == ["a" + text] * 2
+    assert (page.texts("label")[0], page.texts("span")[0]) == (text, text)
+    assert page.control(f"n{text}").get("value") == text
+    assert page.texts("option") == [text] * 4
+    for name in (*NAVIGATION, "o_other", f"d_b{text}", f"u_n{text}"):
+        assert dict(page.hidden())[name] == text, name
+    assert dict(leaving.hidden())["o_other"] == text
+    assert text in error.errors[0]
+
+
+def test_odd_values_come_back_unchanged_and_reach_the_scripts(form):
+    site = form("field host;fixed v0")
+    fields = [("form", "f"), ("cgi_vars_loaded", "True"), ("o_host", "a")]
+    fields += [(f"o_v{i}", s) for i, s in enumerate(ODD)]
+    page = site.post(fields)
+    for _ in range(3):
+        hidden = dict(page.hidden())
+        found = [hidden[f"o_v{i}"].encode() for i in range(len(ODD))]
+        assert found == ODD
+        page = site.post(page.fields())
+    assert page.press("Submit").title == "no_changes"
+    assert page.press("Submit", host="b").title == "changes_saved"
+    lines = [b'new_v%d="%s"\n' % (i, s) for i, s in enumerate(ODD)]
+    given = (site.folder / "f.write").read_bytes()
+    assert given == b"".join(reversed(lines)) + b'new_host="b"\n'
+
+
+def test_only_what_was_changed_is_saved_and_scripts_get_all_in_order(form):
+    site = form(
+        "field host;check word;checkbox dhcp;checkbox log;select mode;"
+        "choice auto A;choice man M;fixed serial;field note;iselect port ports;"
+        "field rate",
+        "host=gate;dhcp=True;log=False;mode=man;serial=42;d_note=dflt;port=p1;"
+        "select_ports0=p0 Zero;select_ports1=p1 One;rate=5;c_rate=7",
+        check="echo c_sum=9; echo serial=43")
+    page = site.open("f")
+    untouched = page.press("Submit")
+    assert (untouched.title, untouched.buttons()) == ("no_changes", ["Continue"])
+    assert page.press("Submit", host="bad host").title == "Test form"
+    assert site.given("f", "check") is None
+
+    saved = page.press("Submit", _untick=["dhcp"], host=" dmz ", log="True",
+                       mode="auto", note="a\tb &<")
+    assert saved.title == "changes_saved"
+    # In the order of the variables, the one made last first.
+    given = ['new_host="dmz"', 'new_dhcp="False"', 'new_log="True"',
+             'new_serial="42"', 'new_note="a b &<"',
+             'new_select_ports0="p0 Zero"', 'new_select_ports1="p1 One"',
+             'new_rate="7"',
+             'new_port="p1"', 'new_mode="auto"']
+    assert site.given("f", "check") == given
+    given[3] = 'new_serial="43"'
+    assert site.given("f", "write") == ['new_sum="9"', *given]

@@ -1,0 +1,265 @@
+"""Random requests: the write script runs when it must and never else.
+
+`Model` follows a request by the plain rules of the form below, without any of
+the executable's own means, and says what becomes of it.
+"""
+
+import collections
+import random
+import re
+from urllib.parse import quote_from_bytes, unquote_to_bytes
+
+REQUESTS = 2200
+OUTCOMES = {"no state", "no submit", "rows deleted", "no such form",
+            "no changes", "checks failed", "script refused", "saved"}
+FORM = """\
+error $E$
+field name 20
+check word
+field port
+check nullok number 1 100
+checkbox on
+select mode
+choice a A
+choice b B
+if $V:on$
+field extra
+check word
+endif
+table rules 3
+field src
+check word
+field dst
+select act
+choice a A
+choice b B""".splitlines()
+# The check script refuses one name and one port in its own ways; the write
+# script keeps what it is given.  Builtins alone: thousands of them run.
+SCRIPT = r"""case $1 in
+--check) echo c_stamp=7
+  while IFS= read -r line; do
+    [[ $line == 'new_name="refuse"' ]] && echo error_name=No
+    [[ $line == 'new_port="13"' ]] && bad=1
+  done
+  exit "${bad:-0}" ;;
+--write) while IFS= read -r line; do printf '%s\n' "$line"; done >f.write ;;
+esac"""
+
+
+def true(value):
+    return (value or b"") not in (b"", b"0") and value.lower() not in (
+        b"no", b"false", b"off")
+
+
+class Model:
+    """The variables of one request: {lower-case name: [name, {origin: value}]}
+    in the order made."""
+
+    def __init__(self, body):
+        self.lists = {b"": {}, b"error_": {}, b"delete_": {}}
+        fields = {}
+        for piece in body.split(b"&"):
+            name, _, value = (unquote_to_bytes(p).partition(b"\0")[0] for p in
+                              piece.replace(b"+", b" ").partition(b"="))
+            if name:
+                fields.setdefault(name, value)
+        self.navigation = {}
+        for name, value in fields.items():
+            if self.origin(name):
+                self.store(name, value, b"")
+        for name, value in fields.items():
+            if name in NAVIGATION:
+                self.navigation[name] = value
+            elif not self.origin(name):
+                self.store(name, value, b"v")
+
+    @staticmethod
+    def origin(name):
+        return name[:1].lower() if re.match(rb"[ducoDUCO]_", name) else b""
+
+    def store(self, name, value, origin):
+        which = next(p for p in (b"error_", b"delete_", b"") if
+                     name.startswith(p))
+        name = name[len(which):]
+        tagged = self.origin(name)
+        if tagged and origin:
+            return  # a plain field must not choose an origin
+        origin, name = tagged or origin or b"o", name[2 * bool(tagged):]
+        name = name[2 * bool(self.origin(name)):]  # and once for the look-up
+        var = self.lists[which].setdefault(name.lower(), [name, {}])[1]
+        if origin != b"v":
+            var[origin] = value
+        elif self.best(var) != value:
+            var[b"u"] = value
+
+    @staticmethod
+    def best(var):
+        return next((var[o] for o in BY_RANK if o in var), None)
+
+    def value(self, name):
+        return self.best(self.lists[b""].get(name, ["", {}])[1])
+
+    def changed(self):
+        for _, var in self.lists[b""].values():
+            user = var.get(b"u")
+            if user is not None and (
+                    user != var[b"o"] if b"o" in var
+                    else user not in (b"", var.get(b"d"))):
+                return True
+        return False
+
+    def text_passes(self, name, rule, nullok=False, displayed=True):
+        value = self.value(name)
+        if value is None or not value.strip(b" \t"):
+            return nullok or not displayed
+        if re.search(rb'["$\\`\0-\x08\x0a-\x1f\x7f-\xff]', value):
+            return False
+        value = value.replace(b"\t", b" ").strip(b" ")
+        var = self.lists[b""][name][1]
+        var[next(o for o in BY_RANK if o in var)] = value
+        return rule(value)
+
+    def list_passes(self, name):
+        return self.value(name) in (b"a", b"b")
+
+    def checks_pass(self):
+        passed = [
+            self.text_passes(b"name", is_word),
+            self.text_passes(b"port", is_port, nullok=True),
+            (self.value(b"on") or b"").lower() in BOX_VALUES,
+            self.list_passes(b"mode"),
+            self.text_passes(b"extra", is_word,
+                             displayed=true(self.value(b"on")))]
+        row = 0
+        while self.value(b"src%d" % row) or self.value(b"dst%d" % row):
+            passed += [
+                self.text_passes(b"src%d" % row, is_word),
+                self.text_passes(b"dst%d" % row, lambda v: True, nullok=True),
+                self.list_passes(b"act%d" % row)]
+            row += 1
+        return all(passed)
+
+    def script_input(self):
+        return b"".join(
+            b'new_%s="%s"\n' % (name, self.best(var))
+            for name, var in reversed(self.lists[b""].values())
+            if self.best(var) is not None)
+
+    def outcome(self):
+        nav = self.navigation
+        if b"cgi_vars_loaded" not in nav or b"form" not in nav:
+            return "no state"
+        if nav.get(b"action") != b"Submit":
+            return "no submit"
+        if self.lists[b"delete_"]:
+            return "rows deleted"
+        if nav[b"form"] != b"f":
+            return "no such form"
+        if not self.changed() and not true(self.value(b"always_submit")):
+            return "no changes"
+        if not self.checks_pass():
+            return "checks failed"
+        lines = self.script_input().split(b"\n")
+        self.store(b"c_stamp", b"7", b"")
+        if b'new_name="refuse"' in lines or b'new_port="13"' in lines:
+            return "script refused"
+        return "saved"
+
+
+BOX_VALUES = (b"", b"true", b"false", b"1", b"0")
+BY_RANK = (b"u", b"c", b"o", b"d")
+NAVIGATION = (b"form", b"subitem", b"action", b"return", b"continue",
+              b"scroll_y", b"anchor_target", b"expert_mode", b"cgi_vars_loaded")
+
+
+def is_word(value):
+    return re.fullmatch(rb"[-\w]+", value) is not None
+
+
+def is_port(value):
+    if re.fullmatch(rb"0[xX][0-9a-fA-F]+", value):
+        return 1 <= int(value, 16) <= 100
+    return value.isdigit() and 1 <= int(value) <= 100
+
+
+VALUES = [b"", b"a", b"b", b"gate", b"refuse", b"13", b"0x1f", b"101", b"-1",
+          b"True", b"False", b"1", b"no", b" dmz\t", b"two words", b"a\r\nb",
+          b'"$`\\', b"\xff\xfe", "é€".encode(), b"<b>&amp;", b"x" * 300, b"_-",
+          b'"\nnew_name="refuse"', bytes(range(1, 256)), b"y\0z"]
+NAMES = [b"name", b"port", b"on", b"mode", b"extra", b"src0", b"dst0", b"act0",
+         b"src1", b"act1", b"dst2", b"other", b"stamp", b"always_submit", b"NAME",
+         b"error_name", b"error_u_x", b"error_msg", b"delete_rules_0", b"delete_",
+         b"delete_d_x", b"d_error_x", b"u_d_other", b"u_u_u_x", b"u_", b"v_x",
+         b"n" * 52, b"n" * 53, b"q" * 1000, b"", b" ", b"\xff\0x", b"a\nb",
+         b"FORM", b"[x]", *NAVIGATION]
+STATE = {b"name": b"gate", b"port": b"7", b"mode": b"a", b"src0": b"s",
+         b"act0": b"b"}
+SECTIONS = [{b"on": b"True", b"extra": b"e"}, {b"on": b"False", b"extra": b""}]
+ODD_FIELDS = [(b"form", b"nosuch"), (b"action", b"Home"), (b"action", b"Help"),
+              (b"action", b"Continue"), (b"action", b"submit"), (b"x", b"")]
+PIECES = [b"", b"=x", b"%", b"%4=%zz", b"on%", b"x", b"a=b=c", b"\xe9;c"]
+
+
+def request(rng):
+    """An encoded request: a page's fields, some of them changed or broken."""
+    fields = [(b"form", b"f"), (b"cgi_vars_loaded", b"True"),
+              (b"action", b"Submit")]
+    for name, value in (STATE | rng.choice(SECTIONS)).items():
+        if rng.random() < 0.97:
+            fields.append((b"o_" + name, value))
+        new = rng.random() < 0.12
+        fields.append((name, rng.choice(VALUES) if new else value))
+    if rng.random() < 0.1:
+        refused = [(b"name", b"refuse"), (b"port", b"13")]
+        fields.insert(0, rng.choice(refused))
+    if rng.random() < 0.08:
+        fields.append((b"delete_rules_%d" % rng.randrange(3), b"True"))
+    if rng.random() < 0.15:
+        fields.insert(0, rng.choice(ODD_FIELDS))
+    if rng.random() < 0.05:
+        del fields[rng.randrange(3)]
+    for _ in range(rng.choice([0, 0, 0, 1, 1, 2, 5])):
+        name = rng.choice([b"", b"", b"d_", b"u_", b"c_", b"O_"])
+        name += rng.choice(NAMES)
+        at = rng.randrange(3, len(fields) + 1)
+        fields.insert(at, (name, rng.choice(VALUES)))
+    if rng.random() < 0.3:
+        rng.shuffle(fields)
+    pieces = [encode(rng, n) + b"=" + encode(rng, v) for n, v in fields]
+    if rng.random() < 0.2:
+        pieces.insert(rng.randrange(len(pieces)), rng.choice(PIECES))
+    return b"&".join(pieces)
+
+
+def encode(rng, text):
+    if rng.random() < 0.1:  # as little as possible
+        return re.sub(rb"[%&+=\0\n]", lambda m: b"%%%02x" % m[0][0], text)
+    return quote_from_bytes(text).replace("%20", "+").encode()
+
+
+def test_the_write_script_runs_exactly_when_the_model_says(site):
+    site.template("f", *FORM, title="Random form")
+    site.script("f.sh", SCRIPT)
+    written = site.folder / "f.write"
+    reached = collections.Counter()
+    titles = {"saved": b"changes_saved", "no changes": b"no_changes"}
+    rng = random.Random(20240229)
+    for number in range(REQUESTS):
+        body = request(rng)
+        model = Model(body)
+        outcome = model.outcome()
+        reached[outcome] += 1
+        written.unlink(missing_ok=True)
+        page = site.post(body)
+        case = (number, outcome, body)
+        assert page.exit in (0, 1), case
+        assert page.raw.rstrip().endswith(b"</html>"), case
+        assert written.exists() == (outcome == "saved"), case
+        if outcome == "saved":
+            assert written.read_bytes() == model.script_input(), case
+        if page.exit == 0 and outcome not in ("no state", "no submit"):
+            title = b"<title>" + titles.get(outcome, b"Random form")
+            assert title + b"</title>" in page.raw, case
+    print("\nrequests by outcome:", dict(reached.most_common()))
+    assert set(reached) == OUTCOMES
+    assert min(reached.values()) >= 20

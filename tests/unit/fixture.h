@@ -1,0 +1,129 @@
+// What the unit tests share: a scratch folder to run in, the system log as
+// text, and the variable lists as text.
+
+#ifndef FIXTURE_H
+#define FIXTURE_H
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <vector>
+
+#include "orv_error.h"
+#include "orv_output.h"
+#include "orv_vars.h"
+
+using std::string;
+
+inline char *text(const string &words)
+{
+  return const_cast<char *>(words.c_str());
+}
+
+// The last message reported, which is then forgotten.
+inline string message()
+{
+  const string last = orv_error_msg != nullptr ? orv_error_msg : "";
+  orv_error_msg = nullptr;
+  return last;
+}
+
+// What `work` sends to the system log at `priority`, a line "log: TEXT" each.
+template <typename Work> string logged(int priority, Work work)
+{
+  openlog("log", LOG_PERROR, LOG_USER);
+  setlogmask(LOG_MASK(priority));
+  testing::internal::CaptureStderr();
+  work();
+  return testing::internal::GetCapturedStderr();
+}
+
+// All variables as "NAME{d=.. u=.. c=.. o=..}", without what is not set.
+inline string stored()
+{
+  string all;
+  for (const auto &[list, head] :
+       {std::pair("", cfg_vars), std::pair("err:", err_vars),
+        std::pair("del:", del_vars)}) {
+    for (const orv_var *var = head; var != nullptr; var = var->next) {
+      all += (all.empty() ? "" : " ") + string(list) + var->name + "{";
+      const char *gap = "";
+      for (const auto &[slot, value] :
+           {std::pair("d=", var->d_value), std::pair("u=", var->u_value),
+            std::pair("c=", var->c_value), std::pair("o=", var->o_value)}) {
+        if (value != nullptr) {
+          all += gap + string(slot) + value;
+          gap = " ";
+        }
+      }
+      all += "}";
+    }
+  }
+  return all;
+}
+
+inline void forget()
+{
+  orv_free_vars(&cfg_vars);
+  orv_free_vars(&err_vars);
+  orv_free_vars(&del_vars);
+}
+
+// Stores script output.
+inline int load(const string &lines)
+{
+  FILE *fp = fmemopen(text(lines), lines.size(), "r");
+  const int result = orv_load_vars_fp(fp);
+  fclose(fp);
+  return result;
+}
+
+class Scratch : public ::testing::Test
+{
+protected:
+  string dir;
+
+  void SetUp() override
+  {
+    char name[] = "/tmp/larkspur_unit_XXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    dir = name;
+    std::filesystem::current_path(dir);
+    std::filesystem::create_directories("data/scripts");
+    orv_fatal_no_exit = 1;
+    orv_error_msg = nullptr;
+  }
+
+  void TearDown() override
+  {
+    std::filesystem::current_path("/");
+    std::filesystem::remove_all(dir);
+    forget();
+    orv_output_cleanup();
+  }
+
+  static void write_file(const string &path, const string &content,
+                         mode_t mode = 0644)
+  {
+    std::ofstream(path) << content;
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+  }
+
+  static void write_script(const string &lines)
+  {
+    write_file("data/scripts/s.sh", "#!/bin/bash\n" + lines + "\n", 0755);
+  }
+
+  static string read_file(const string &path)
+  {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+};
+
+#endif

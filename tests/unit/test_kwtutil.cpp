@@ -1,0 +1,111 @@
+// Tuple files as rows of (bytes, name, value), and the closing of descriptors
+// with ever fewer system calls to do it by.
+
+#include "kwtutil.h"
+
+#include <cstddef>
+#include <errno.h>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+using namespace std::string_literals;
+
+TEST(TupleFile, GivesTheFirstValueOfAName)
+{
+  // clang-format off
+  const struct {
+    std::string bytes;
+    const char *name;
+    std::string value;
+    const char *why;
+  } rows[] = {
+    {"A=1\n",                  "A", "1",       "equals sign"},
+    {"A 1",                    "A", "1",       "blank, and no line end"},
+    {" \tA \t=\t 1 2 \t\n",    "A", "1 2",     "blanks around both"},
+    {"A=x=y\n",                "A", "x=y",     "only the first sign separates"},
+    {"A=1\nB=2\nA=3\n",        "A", "1",       "first occurrence"},
+    {"a=1\n",                  "A", "(none)",  "letter case counts"},
+    {"# A=1\n\n \t\n #A=2\nA=3", "A", "3",     "comments, blank lines"},
+    {"A=\n",                   "A", "",        "empty value"},
+    {"A\n=1\n",                "A", "(none)",  "a value needs a name"},
+    {"A='a \"b'\n",            "A", "a \"b",   "single quotes"},
+    {"A \" b \"\n",            "A", " b ",     "double quotes keep blanks"},
+    {"A=\"b'\nB=\"\n",         "A", "\"b'",    "quotes that are no pair"},
+    {"A=\"\n",                 "A", "\"",      "a lone quote"},
+    {"A=1\0B=2\n"s,            "A", "1",       "NUL ends the line"},
+    {"A=" + std::string(100000, 'x') + "\nB=2", "B", "2", "a huge line"},
+  };
+  // clang-format on
+  for (const auto &row : rows) {
+    std::ofstream("tuples", std::ios::binary) << row.bytes;
+    kwtutil_cffile_t *file = kwtutil_cffile_load("tuples");
+    ASSERT_NE(nullptr, file);
+    kwtutil_cffile_tuple *tuple = kwtutil_cffile_find_tuple(file, row.name);
+    EXPECT_EQ(row.value, tuple != nullptr ? tuple->value : "(none)") << row.why;
+    kwtutil_cffile_free(file);
+  }
+  EXPECT_EQ(nullptr, kwtutil_cffile_load("no such file"));
+  EXPECT_EQ(nullptr, kwtutil_cffile_load(".")) << "opens, but cannot be read";
+}
+
+// Makes a system call fail, as it would in an old kernel or without /proc.
+static void deny(long call)
+{
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog program = {4, filter};
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+    _exit(99);
+  }
+}
+
+// In a process of its own: how many descriptors the call leaves open.
+static int open_after(int keep_standard, const std::vector<long> &denied)
+{
+  const pid_t pid = fork();
+  if (pid == 0) {
+    for (int fd = 200; fd < 400; fd++) {
+      dup2(STDIN_FILENO, fd);
+    }
+    for (const long call : denied) {
+      deny(call);
+    }
+    close_all_file_descriptors(keep_standard);
+    int count = 0;
+    for (int fd = 0; fd < 1000; fd++) {
+      count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
+    }
+    _exit(count);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(Descriptors, AreClosedWhateverTheKernelOffers)
+{
+  const std::vector<long> rows[] = {
+      {},
+      {SYS_close_range},
+      {SYS_close_range, SYS_openat},
+      {SYS_close_range, SYS_getdents64},
+  };
+  for (const auto &denied : rows) {
+    EXPECT_EQ(3, open_after(1, denied)) << denied.size() << " calls denied";
+    EXPECT_EQ(0, open_after(0, denied)) << denied.size() << " calls denied";
+  }
+}

@@ -1,0 +1,381 @@
+// The page engine, seen through a recorder: a template and variables go in,
+// the calls on the output procedures come out, one line each.
+
+#include "orv_output.h"
+
+#include <stdarg.h>
+#include <string.h>
+
+#include "fixture.h"
+#include "orv.h"
+#include "orv_parser.h"
+
+namespace
+{
+
+// --- the recorder ------------------------------------------------------------
+
+std::vector<string> calls;
+bool everything; // also template lines and the steps around a table's cells
+
+void say(const string &call)
+{
+  for (const char *frame :
+       {"# Line", "START", "HEADING", "BODY", "ROW ", "COL", "END"}) {
+    if (!everything && call.rfind(frame, 0) == 0) {
+      return;
+    }
+  }
+  calls.push_back(call);
+}
+
+// With what the item's own tags stand for.
+void say_tagged(const string &call)
+{
+  say(call + orv_out_expand(text(" [$N$=$V$]")));
+}
+
+template <char Kind> void say_text(char *words)
+{
+  say(string(1, Kind) + " " + words);
+}
+
+__attribute__((format(printf, 1, 2))) void say_comment(const char *format, ...)
+{
+  char line[1000];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(line, sizeof line, format, args);
+  va_end(args);
+  say(string("# ") + line);
+}
+
+void say_select(pt_body_item *itm)
+{
+  string line = string("select ") + itm->name;
+  for (auto *c = itm->choices.choices; c != nullptr; c = c->next) {
+    line += string(" ") + c->value + "=" + c->label;
+  }
+  say_tagged(line);
+}
+
+void say_step(pt_body_item *itm, mcol_trans step)
+{
+  const char *const names[] = {"START",   "BODY",     "BODY_DEL",   "ROW",
+                               "_END",    "_END_DEL", "_END_BLANK", "COL",
+                               "COL_END", "END"};
+  say(string(names[step]) + " " + itm->name);
+}
+
+template <char Kind> void say_cell(pt_body_item *, char *name, char *varname)
+{
+  say_tagged(string(1, Kind) + " " + name + "<" + varname);
+}
+
+// clang-format off
+const pto_procs recorder = {
+  say_text<'t'>, say_text<'h'>, say_text<'e'>,
+  say_text<'c'>, say_text<'1'>, say_text<'2'>,
+  say_comment,
+  [](pt_body_item *) { say("fmenu"); },
+  [](pt_body_item *itm, int fixed) {
+    say_tagged((fixed == 1 ? "fixed " : "field ") + string(itm->name));
+  },
+  [](pt_body_item *itm) { say_tagged(string("box ") + itm->name); },
+  say_select,
+  [](pt_body_item *itm) { say_tagged(string("menu ") + itm->name); },
+  [](pt_body_item *, char *select, char *varname, char *words) {
+    say(string("choice ") + select + "," + varname + "," + words);
+  },
+  [](pt_body_item *itm) { say(string("menu end ") + itm->name); },
+  say_step,
+  [](pt_body_item *itm) { say(string("HEADING ") + itm->name); },
+  [](pt_body_item *itm, char *name, char *varname, int fixed) {
+    (fixed == 1 ? say_cell<'F'> : say_cell<'T'>)(itm, name, varname);
+  },
+  say_cell<'B'>, say_cell<'S'>,
+};
+
+class Output : public Scratch
+{
+protected:
+  int errors = 0;
+
+  void SetUp() override
+  {
+    Scratch::SetUp();
+    everything = false;
+    orv_expert_mode = 0;
+  }
+
+  // The calls that a body makes, joined by "; ".
+  string draw(const string &body, int help = 0, const char *error = nullptr,
+              void (*change)(pt_body_item *) = [](pt_body_item *) {})
+  {
+    const string name = dir + "/form.tpl";
+    write_file(name, "title t\nbody\n" + body);
+    pt_header *hdr = orv_parse_header(text(name), nullptr);
+    pt_body_item *items = hdr != nullptr ? orv_parse_body(hdr) : nullptr;
+    EXPECT_EQ(message(), "") << body;
+    change(items);
+    calls.clear();
+    errors = orv_body_output(&recorder, items, help, error);
+    orv_free_body(items);
+    orv_free_header(hdr);
+    string all;
+    for (const string &call : calls) {
+      all += (all.empty() ? "" : "; ") + call;
+    }
+    return all;
+  }
+};
+
+TEST_F(Output, ProblemsBeforeTheFirstWalkGoToTheSystemLog)
+{
+  EXPECT_EQ(logged(LOG_INFO, [] {
+    EXPECT_STREQ(orv_out_expand(text("<$E$$H$$X$$V$$N$$V:x>")), "<$V:x>");
+  }), "log: Bad format variable name missing $\n"
+      "log: Bad format variable name missing $\n");
+  EXPECT_EQ(orv_error_msg, nullptr);
+}
+
+TEST_F(Output, TextIsExpandedOnce)
+{
+  load("mode=o\nd_mode=d\nu_mode=u\nc_mode=c\nother word=w\n"
+       "sly=$X$$V:mode$\nerror_mode=e\n");
+  setenv("LARKSPUR_TEST", "n", 1);
+  orv_expert_mode = 1;
+  draw("", 0, "Oops $H$");
+  const string unknown = "# Bad format variable subs. Unknown type";
+  const string missing = "# Bad format variable name missing $";
+  const struct {
+    string in, expected, problem; // told in both passes
+  } rows[] = {
+    {"$", "$", ""}, {"a$", "a$", ""}, {"$V", "$V", ""}, {"$$", "$$", ""},
+    {"$V:", "$V:", missing}, {"$V:mode", "$V:mode", missing},
+    {"$V:mode$$V:x", "u$V:x", missing}, {"$v:mode$", "$v:mode$", unknown},
+    {"$$$", "$$$", ""}, {"$Q$$e$", "$Q$$e$", ""}, {"$$V$", "$", ""},
+    {"$:x$", "$:x$", ""}, {"$::x$", "$::x$", unknown},
+    {"$E$,$H$,$X$,$V$,$N$", "Oops $H$,False,True,,", ""},
+    {"$C:mode$$D:mode$$E:mode$$O:mode$$U:mode$$V:mode$", "cdeouu", ""},
+    {"$N:LARKSPUR_TEST$$N:mode$", "n", ""}, {"$V:other word$", "w", ""},
+    {"$V:d_MODE$$V:MODE$", "du", ""}, {"a$V:none$b$C:sly$", "ab", ""},
+    {"$O:sly$", "$X$$V:mode$", ""}, {"$V:$V$", "V$", ""},
+  };
+  for (const auto &row : rows) {
+    char *in = strdup(text(row.in)); // so that reading past its end shows
+    calls.clear();
+    EXPECT_EQ(orv_out_expand(in), row.expected);
+    EXPECT_EQ(in, row.in) << "restored";
+    EXPECT_EQ(calls, std::vector<string>(row.problem.empty() ? 0 : 2,
+                                         row.problem)) << in;
+    free(in);
+  }
+  const string plain = "plain";
+  EXPECT_EQ(orv_out_expand(text(plain)), plain.c_str());
+  EXPECT_STREQ(orv_out_expand(nullptr), "");
+}
+
+string found(int count)
+{
+  return "; # orv_body_output: " + std::to_string(count) + " errors found";
+}
+
+string times(int count, const string &line)
+{
+  return count > 0 ? line + times(count - 1, line) : "";
+}
+
+TEST_F(Output, ConditionsDecideWhatIsDrawn)
+{
+  load("yes=Yes\nno=nO\nerror_b=of a hidden column\n");
+  const string under = "# Error: Condition stack underflow";
+  const string missing = "# Bad format variable name missing $";
+  const string ab = "text a\nelse\ntext b\nendif\n";
+  const std::pair<string, string> rows[] = {
+    {"if $V:yes$\n" + ab + "text c\n", "t a; t c"},
+    {"if $V:no$\n" + ab + "text c\n", "t b; t c"},
+    {"if $V:none$\n" + ab, "t b"}, {"ifnot $V:none$\n" + ab, "t a"},
+    {"ifnot 1\ntext a\nelse\ntext b\nelse\ntext c\nendif\n", "t b"},
+    {"if 0\nif 1\n" + ab + "else\ntext c\nendif\n", "t c"},
+    {"if 1\nif 0\ntext a\nendif\ntext b\nendif\n", "t b"},
+    {"if 0\nif 0\n" + ab + "text c\nendif\n", ""},
+    {"if 0\ntable t 2\nfield a\nfield b\nfield c\nimenu m\nendif\n", ""},
+    {"else\ntext a\nendif\n", under + "; t a; " + under + found(2)},
+    {"if 1\nifnot 1\n", "# 2 conditions left on stack" + found(1)},
+    {"if 0\nif $V:x\nendif\nendif\n", missing + "; " + missing + found(2)},
+    {times(20, "if 1\n") + "text a\n" + times(20, "endif\n"), "t a"},
+    {times(19, "if 1\n") + "if 0\nif 1\ntext a\nendif\ntext b\n" +
+     times(20, "endif\n"),
+     "# Error: Condition stack overflow; t b; " + under + found(2)},
+  };
+  for (const auto &[body, expected] : rows) {
+    EXPECT_EQ(draw(body), expected) << body;
+    EXPECT_EQ(errors > 0, expected.find("errors found") != string::npos);
+  }
+  everything = true;
+  EXPECT_EQ(draw("text a\n\n more\nif 0\ntext b\nendif\ntext c\n"),
+            "# Line 3; t a\n\nmore; # Line 6; # Line 9; t c");
+}
+
+TEST_F(Output, EveryKindOfItemIsDrawnByItsOwnProcedure)
+{
+  load("name=box\nlevel=5\nselect_net0=eth/lan \t LAN port\nselect_net1=wifi\n"
+       "select_net3=late\nselect_p0=a\nselect_p1=b\n"
+       "error_name= \t Bad $V:x$\nerror_t=table\nerror_b=column\n");
+  orv_set_var("error_level", o_undefined, text(" \t"), 0);
+  orv_set_var("select_p0", o_user, text(" \ta  A $V:x"), 0);
+  const std::pair<string, string> rows[] = {
+    {"text a $V:name$\n", "t a $V:name$"},
+    {"help h $V:name$\n", "h h $V:name$"},
+    {"error $V:none$ $N$\n", ""},
+    {"error $V:name$ x\n", "e $V:name$ x"},
+    {"center $V:name$\nheading $E$$H$\nheading2 $X$\n",
+     "c box; 1 OopsTrue; 2 False"},
+    {"field name 9\ncenter $V$$N$\n", "field name [name=box]; e Bad $V:x$; c "},
+    {"fixed level\n", "fixed level [level=5]"},
+    {"checkbox none\n", "box none [none=]"},
+    {"select name\nchoice a A\nchoice box B $V$\n",
+     "select name a=A box=B $V$ [name=box]; e Bad $V:x$"},
+    {"iselect level p\n", "select level a=A $V:x b= [level=5]"},
+    {"iselect none\n", "select none [none=]"},
+    {"imenu name net\n", "menu name [name=box]; choice eth/lan,neteth/lan,"
+     "LAN port; choice wifi,netwifi,; menu end name"},
+    {"fmenu\nchoice a A\n", "fmenu"},
+    {"ftable t 2 0\nfield a\nfield b\n", "e table; e column"},
+    {"table t 1\nselect b\n", "S b0<b0 [b0=]; _END_BLANK t; "
+     "# DEBUG: in_row 1 out_row 1; e table; e column"},
+  };
+  for (const auto &[body, expected] : rows) {
+    EXPECT_EQ(draw(body, 1, "Oops"), expected);
+    EXPECT_EQ(errors, 0);
+  }
+  EXPECT_EQ(draw("help a\n", 0) + draw("", 1), "");
+  EXPECT_EQ(draw("iselect none p\n", 0, nullptr, [](pt_body_item *itm) {
+    orv_body_output(&recorder, itm, 0, nullptr);
+  }), "select none a=A $V:x b= [none=]") << "filled anew by each walk";
+  EXPECT_STREQ(orv_get_var(&cfg_vars, "select_p0", o_best), " \ta  A $V:x");
+}
+
+TEST_F(Output, TheStepsOfATableComeInTheirOrder)
+{
+  everything = true;
+  load("a0=x\n");
+  const string cells = "ROW t; COL a; T a0<a0 [a0=x]; COL_END a; "
+                       "COL b; S b0<b0 [b0=]; COL_END b; _END";
+  const string body = "table t 2 1\nfield a\nselect b\n";
+  const string start = "# Line 3; START t; HEADING a; HEADING b; BODY";
+  EXPECT_EQ(draw("f" + body), start + " t; " + cells + " t; END t");
+  EXPECT_EQ(draw(body), start + "_DEL t; " + cells + "_DEL t; ROW t; COL a; "
+            "T a1<a1 [a1=]; COL_END a; COL b; S b1<b1 [b1=]; COL_END b; "
+            "_END_BLANK t; # DEBUG: in_row 2 out_row 2; END t");
+}
+
+TEST_F(Output, DeletedRowsAreClosedUpAndBlankOnesOffered)
+{
+  const string del = "; _END_DEL t; ";
+  const string blank = "; _END_BLANK t; ";
+  const string end = "; _END t";
+  const struct {
+    string lines, body, expected, after;
+  } rows[] = {
+    {"a0=A\na1=B\n", "table t 1 3\nfield a\n",
+     "T a0<a0 [a0=A]" + del + "T a1<a1 [a1=B]" + del + "T a2<a2 [a2=]" + blank +
+     "T a3<a3 [a3=]" + blank + "T a4<a4 [a4=]" + blank +
+     "# DEBUG: in_row 5 out_row 5", "a1{o=B} a0{o=A}"},
+    {"a0=A\na1=B\na2=C\ndelete_t_1=\n", "table t 1\nfield a\n",
+     "T a0<a0 [a0=A]" + del + "T a1<a2 [a1=C]" + del + "T a2<a3 [a2=]" + blank +
+     "# DEBUG: in_row 4 out_row 3",
+     "a3{u=} a2{u= o=C} a1{u=C o=B} a0{o=A} del:t_1{o=}"},
+    {"a0=A\na1=B\nb1=0\na2=C\ndelete_T_0=1\ndelete_t_2=1\n",
+     "table t 2\nfixed a\ncheckbox b\n",
+     "F a0<a1 [a0=B]; B b0<b1 [b0=0]" + del +
+     "F a1<a3 [a1=]; B b1<b3 [b1=]" + blank + "# DEBUG: in_row 4 out_row 2",
+     "b3{u=} a3{u=} b2{u=} b0{u=0} a2{u= o=C} b1{u= o=0} a1{u= o=B} "
+     "a0{u=B o=A} del:t_2{o=1} del:T_0{o=1}"},
+    {"a0=A\na2=C\na4=E\n", "table t 1 2\nfield a\n",
+     "T a0<a0 [a0=A]" + del + "T a1<a1 [a1=]" + blank + "T a2<a2 [a2=C]" + del +
+     "T a3<a3 [a3=]" + blank + "# DEBUG: in_row 4 out_row 4",
+     "a4{o=E} a2{o=C} a0{o=A}"},
+    {"a0=A\n", "table t 1\nselect a\n", "S a0<a0 [a0=A]" + blank +
+     "# DEBUG: in_row 1 out_row 1", "a0{o=A}"},
+    {"a0=A\nb1=B\na3=D\ndelete_t_0=1\n", "ftable t 2\nfield a\nfixed b\n",
+     "T a0<a0 [a0=A]; F b0<b0 [b0=]" + end + "; T a1<a1 [a1=]; "
+     "F b1<b1 [b1=B]" + end, "a3{o=D} b1{o=B} a0{o=A} del:t_0{o=1}"},
+    {"a0=A\n", "ftable t 1\nselect a\n", "", "a0{o=A}"},
+    {"", "ftable t 1 2\ncheckbox a\n",
+     "B a0<a0 [a0=]" + end + "; B a1<a1 [a1=]" + end, ""},
+  };
+  for (const auto &row : rows) {
+    forget();
+    load(row.lines);
+    EXPECT_EQ(draw(row.body), row.expected);
+    EXPECT_EQ(stored(), row.after);
+    EXPECT_EQ(errors, 0);
+  }
+}
+
+TEST_F(Output, ABrokenTableIsToldInThePage)
+{
+  const string debug = "_END_BLANK t; # DEBUG: in_row 1 out_row 1";
+  const struct {
+    void (*change)(pt_body_item *);
+    string expected;
+  } rows[] = {
+    {[](pt_body_item *t) { t->table.add_rows = 0; },
+     "T a0<a0 [a0=]; " + debug},
+    {[](pt_body_item *t) { t->table.columns = 2; }, "T a0<a0 [a0=]; " + debug +
+     "; # Logic bomb. Too few items in table" + found(1)},
+    {[](pt_body_item *t) { t->next->type = PT_IMENU; },
+     "# Unexpected item type in table (11); " + debug},
+  };
+  for (const auto &row : rows) {
+    EXPECT_EQ(draw("table t 1\nfield a\n", 0, nullptr, row.change),
+              row.expected);
+  }
+}
+
+TEST_F(Output, RowsAndEntriesEndAtTheirLimit)
+{
+  const string cut(52, 'n'); // of longer names that are then all the same
+  const struct {
+    string body, stem;
+    int filled, drawn;
+    bool complete;
+  } rows[] = {
+    {"ftable t 1 49999\nfield a\n", "", 0, 49999, true},
+    {"ftable t 1 50000\nfield a\n", "", 0, 50000, true},
+    {"ftable t 1 50001\nfield a\n", "", 0, 50000, false},
+    {"table t 1\nfield a\n", "a", 49998, 49999, true},
+    {"table t 1\nfield a\n", "a", 49999, 50000, true},
+    {"table t 1\nfield a\n", "a", 50000, 50000, false},
+    {"imenu m x\n", "select_x", 49999, 49999, true},
+    {"imenu m x\n", "select_x", 50000, 50000, true},
+    {"imenu m x\n", "select_x", 50001, 50000, false},
+    {"table t 1\nfield " + cut + "x\n", cut, -1, 50000, false},
+    {"ftable t 1\nfield " + cut + "x\n", cut, -1, 50000, false},
+    {"table " + cut + "x 1\nfield a\n", "delete_" + cut, -1, 0, false},
+    {"imenu m " + cut + "\n", "select_" + cut.substr(7), -1, 50000, false},
+  };
+  for (const auto &row : rows) {
+    forget();
+    for (int i = 0; i < row.filled; i++) {
+      orv_set_var(text(row.stem + std::to_string(i)), o_orig, text("x"), 0);
+    }
+    if (row.filled < 0) {
+      orv_set_var(text(row.stem), o_orig, text("x"), 0);
+    }
+    const string all = draw(row.body);
+    int drawn = 0;
+    for (const string &call : calls) {
+      drawn += call[0] == 'T' || call[0] == 'c';
+    }
+    EXPECT_EQ(drawn, row.drawn) << row.body << row.filled;
+    EXPECT_EQ(errors, row.complete ? 0 : 1);
+    EXPECT_EQ(all.find("# Too many ") == string::npos, row.complete);
+  }
+}
+
+// clang-format on
+
+} // namespace
