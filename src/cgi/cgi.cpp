@@ -24,7 +24,7 @@
 
 // A pipe to the web server takes no more at once, so a larger buffer would
 // save no write.
-constexpr size_t OUT_BUFFER_SIZE = 64 * 1024;
+constexpr size_t OUT_BUFFER_SIZE = 65536;
 
 struct field {
   const char *name; // NULL: a repetition of an earlier field's name
@@ -244,14 +244,14 @@ static int compare_name(const void *name, const void *element)
 
 static int sort_fields()
 {
-  by_name = static_cast<field **>(malloc((num_fields + 1) * sizeof *by_name));
+  by_name = static_cast<field **>(malloc((num_fields + 1) * sizeof(field *)));
   if (by_name == nullptr) {
     return no_memory();
   }
   for (size_t i = 0; i < num_fields; i++) {
     by_name[i] = &fields[i];
   }
-  qsort(by_name, num_fields, sizeof *by_name, compare_fields);
+  qsort(by_name, num_fields, sizeof(field *), compare_fields);
   for (size_t i = 0; i < num_fields; i++) {
     if (num_names > 0 &&
         strcmp(by_name[num_names - 1]->name, by_name[i]->name) == 0) {
@@ -271,7 +271,7 @@ static const char *find_value(const char *name)
     return nullptr;
   }
   const void *found =
-      bsearch(name, by_name, num_names, sizeof *by_name, compare_name);
+      bsearch(name, by_name, num_names, sizeof(field *), compare_name);
   return found != nullptr ? (*static_cast<field *const *>(found))->value
                           : nullptr;
 }

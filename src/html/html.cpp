@@ -366,9 +366,10 @@ void html_body_begin(const char *css_class, const html_attribute *attrs)
 
 static void put_navbar_entry(const html_navbar_entry *entry)
 {
+  static html_attribute current = {"aria-current", "page", nullptr};
   html_li_begin(nullptr, nullptr);
   if (entry->url != nullptr) {
-    html_a_begin(entry->url, nullptr, nullptr);
+    html_a_begin(entry->url, nullptr, entry->current ? &current : nullptr);
     html_escape(entry->label);
     html_a_end();
   } else {

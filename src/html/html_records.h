@@ -25,7 +25,8 @@ struct html_form_list_opt {
 // One entry of a navigation bar; a list ends with an entry without a label.
 struct html_navbar_entry {
   const char *label;
-  const char *url; // NULL: the label is shown without a link
+  const char *url;      // NULL: the label is shown without a link
+  bool current = false; // the entry leads to the page that shows it
 };
 
 #endif

@@ -483,6 +483,7 @@ static void write_navbar()
     cgi_get_navbar(hdr, &navbar_ents);
   }
   if (navbar_ents != nullptr) {
+    cgi_navbar_mark(navbar_ents, orv_form, orv_subitem);
     html_navbar_simple(nullptr, navbar_ents, nullptr);
   }
 }

@@ -98,22 +98,37 @@ static entry_line split_line(char *line)
   return entry;
 }
 
+// Writes the link to a form, with its sub-item where that is not NULL.
+static void write_href(char (&href)[HREF_SIZE], const char *form,
+                       const char *subitem)
+{
+  if (subitem != nullptr) {
+    snprintf(href, sizeof href, "%s?form=%s&subitem=%s", cgiScriptName, form,
+             subitem);
+  } else {
+    snprintf(href, sizeof href, "%s?form=%s", cgiScriptName, form);
+  }
+}
+
 // Stores the entry at its place.
 static void store_entry(int place, const entry_line *entry)
 {
   snprintf(labels[place], LABEL_SIZE, "%s", entry->label);
-  ents[place].label = labels[place];
-  ents[place].url = nullptr;
-  if (entry->subitem == nullptr && strcmp(entry->form, "-") == 0) {
-    return;
+  ents[place] = {labels[place], nullptr};
+  if (entry->subitem != nullptr || strcmp(entry->form, "-") != 0) {
+    write_href(hrefs[place], entry->form, entry->subitem);
+    ents[place].url = hrefs[place];
   }
-  if (entry->subitem != nullptr) {
-    snprintf(hrefs[place], HREF_SIZE, "%s?form=%s&subitem=%s", cgiScriptName,
-             entry->form, entry->subitem);
-  } else {
-    snprintf(hrefs[place], HREF_SIZE, "%s?form=%s", cgiScriptName, entry->form);
+}
+
+void cgi_navbar_mark(struct html_navbar_entry *list, const char *form,
+                     const char *subitem)
+{
+  char href[HREF_SIZE];
+  write_href(href, form, subitem);
+  for (; list->label != nullptr; list++) {
+    list->current = list->url != nullptr && strcmp(list->url, href) == 0;
   }
-  ents[place].url = hrefs[place];
 }
 
 // The list as it grows.

@@ -13,6 +13,11 @@ struct html_navbar_entry;
 void cgi_get_navbar(struct pt_header *hdr,
                     struct html_navbar_entry **navbar_ents);
 
+// Marks the entries of `list` that lead to the form shown; `subitem` may be
+// NULL.
+void cgi_navbar_mark(struct html_navbar_entry *list, const char *form,
+                     const char *subitem);
+
 // Writes the diagnostics held back so far into the page; from then on they
 // are written as they are met.
 void cgi_navbar_comments(void);
