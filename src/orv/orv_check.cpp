@@ -635,10 +635,19 @@ static void chk_path(char *value, const char *options, const char *tpl_error,
 
 // --- users and commands ------------------------------------------------------
 
+// No name is longer; what a database's module does with one of a megabyte, on
+// how large a stack, is not ours to find out.
+constexpr size_t ACCOUNT_NAME_MAX = 256;
+
+static bool is_account_name(const char *value)
+{
+  return strlen(value) <= ACCOUNT_NAME_MAX;
+}
+
 static void chk_username(char *value, const char *, const char *tpl_error,
                          const char *err_name, const char *var_label)
 {
-  if (getpwnam(value) == nullptr) {
+  if (!is_account_name(value) || getpwnam(value) == nullptr) {
     set_error(err_name, tpl_error, "Unknown username", var_label);
   }
 }
@@ -646,7 +655,7 @@ static void chk_username(char *value, const char *, const char *tpl_error,
 static void chk_groupname(char *value, const char *, const char *tpl_error,
                           const char *err_name, const char *var_label)
 {
-  if (getgrnam(value) == nullptr) {
+  if (!is_account_name(value) || getgrnam(value) == nullptr) {
     set_error(err_name, tpl_error, "Unknown groupname", var_label);
   }
 }
@@ -690,6 +699,7 @@ static void chk_command(char *value, const char *, const char *tpl_error,
 
 // --- conditional sections ----------------------------------------------------
 // The same rules as for the page, so that what is not shown is not required.
+// A condition that cannot be expanded for lack of memory fails the walk.
 
 static void set_display(void)
 {
