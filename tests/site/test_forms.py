@@ -146,7 +146,7 @@ def test_a_page_holds_every_element_and_hidden_field_in_its_place(form):
 
 def test_paragraphs_and_markup_codes_become_elements(form):
     cases = [
-        ("$B$high$R$ now$L$ok $$$5", "em.plain('high') ' now' br.plain 'ok $5'"),
+        ("$B$up$R$ now$L$ok $$$5", "em.plain('up') ' now' br.plain 'ok $5'"),
         ("$x$y and $ and $$", "'$x$y and $ and $$'"),
         ("$x$B$y", "'$x' em.plain('y')"),  # its end opens the next code
         ("$<$I$b", "'$<\\xa0\\xa0\\xa0\\xa0b'"),
@@ -349,7 +349,7 @@ def test_only_what_was_changed_is_saved_and_scripts_get_all_in_order(form):
         check="echo c_sum=9; echo serial=43")
     page = site.open("f")
     untouched = page.press("Submit")
-    assert (untouched.title, untouched.buttons()) == ("no_changes", ["Continue"])
+    assert untouched.title == "no_changes"
     assert page.press("Submit", host="bad host").title == "Test form"
     assert site.given("f", "check") is None
 

@@ -184,11 +184,12 @@ def is_port(value):
 
 VALUES = [b"", b"a", b"b", b"gate", b"refuse", b"13", b"0x1f", b"101", b"-1",
           b"True", b"False", b"1", b"no", b" dmz\t", b"two words", b"a\r\nb",
-          b'"$`\\', b"\xff\xfe", "é€".encode(), b"<b>&amp;", b"x" * 300, b"_-",
+          b'"$`\\', b"\xff\xfe", "é€".encode(), b"<b>&amp;", b"x" * 300,
           b'"\nnew_name="refuse"', bytes(range(1, 256)), b"y\0z"]
 NAMES = [b"name", b"port", b"on", b"mode", b"extra", b"src0", b"dst0", b"act0",
-         b"src1", b"act1", b"dst2", b"other", b"stamp", b"always_submit", b"NAME",
-         b"error_name", b"error_u_x", b"error_msg", b"delete_rules_0", b"delete_",
+         b"src1", b"act1", b"dst2", b"other", b"stamp", b"always_submit",
+         b"NAME", b"error_name", b"error_u_x", b"error_msg",
+         b"delete_rules_0", b"delete_",
          b"delete_d_x", b"d_error_x", b"u_d_other", b"u_u_u_x", b"u_", b"v_x",
          b"n" * 52, b"n" * 53, b"q" * 1000, b"", b" ", b"\xff\0x", b"a\nb",
          b"FORM", b"[x]", *NAVIGATION]

@@ -71,11 +71,11 @@ def served(tmp_path):
     """The device, its executable in cgi-bin/ and the server in front of it."""
     device = ServedSite(tmp_path / "cgi-bin")
     shutil.copy(ORV, device.folder / "orv")
-    server, port = start(tmp_path)
-    device.url = f"http://127.0.0.1:{port}/cgi-bin/orv"
     for form in ("changes_saved", "no_changes", "discard_or_return"):
         device.template(form, "text a", title=form)
     device.template("orvmenu", "fmenu", "choice net/eth0 Port 0", title="Menu")
+    server, port = start(tmp_path)
+    device.url = f"http://127.0.0.1:{port}/cgi-bin/orv"
     yield device
     server.terminate()
     server.wait(30)
@@ -88,7 +88,7 @@ def test_a_value_is_saved_on_the_way_from_the_menu_to_the_confirmation(served):
                     title="Net $S$")
     served.form_script(
         "net", read="cat host; mapfile -d '' -t all </proc/$$/environ; "
-        "[[ \"${all[*]}\" == *\" PATH=\"* ]]; echo environment=$?",
+        "[[ \" ${all[*]}\" == *\" PATH=\"* ]]; echo environment=$?",
         write="echo 'host=dmz' >host")
     (served.folder / "host").write_text("host=gate\n")
     menu = served.get()

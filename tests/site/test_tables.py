@@ -78,29 +78,6 @@ def test_rows_are_added_edited_and_deleted_and_what_is_shown_is_saved(device):
     assert rows(site.open("f")) == [[*d, box[0]], ["e", "allow", box[1]], blank]
 
 
-def test_every_row_can_go_and_come_back(device):
-    site = device(RULES, ["src0=a", "src1=b"])
-    page = site.open("f")
-    page = page.press("Submit", delete_rules_0="True", delete_rules_1="True")
-    assert rows(page) == [["", "allow", None]]
-    assert numbers(page) == ["DEBUG: in_row 3 out_row 1"]
-    page = page.press("Submit", src0="new")
-    assert page.title == "changes_saved"
-    assert rows(site.open("f"))[0] == ["new", "allow", "delete_rules_0"]
-
-
-def test_fixed_tables_have_neither_boxes_nor_blank_rows(device):
-    cases = [("ftable rules 2", ["a", "b"]), ("ftable rules 2 3", ["a", "b", ""]),
-             ("ftable rules 2 1", ["a"])]
-    for line, shown in cases:
-        read = ["src0=a", "src1=b", "act2=deny", "delete_rules_0=1"]
-        page = device([line, *RULES[2:]], read).open("f")
-        assert rows(page) == [[src, "deny" if not src else "allow"]
-                              for src in shown]
-        assert page.texts("th", "multicol") == ["From", "\xa0"]
-        assert numbers(page) == []
-
-
 def test_a_mark_deletes_only_the_row_and_table_it_names(device):
     other = ["table more 1", "field m"]
     site = device(RULES + other, ["src0=a", "src1=b", "m0=x", "m1=y"])

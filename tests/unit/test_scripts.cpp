@@ -7,6 +7,8 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 #include "fixture.h"
@@ -40,8 +42,21 @@ protected:
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
   }
 
-  // The exit status, or what the start gave.
-  int run(const string &command, const string &input = "")
+  static ssize_t open_files()
+  {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         {});
+  }
+
+  static void await_end(pid_t pid)
+  {
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+  }
+
+  // The exit status, or what the start gave.  With `late` nothing is said or
+  // read before the script's end.
+  int run(const string &command, const string &input = "", bool late = false)
   {
     output.clear();
     FILE *inp;
@@ -50,6 +65,9 @@ protected:
     if (pid < 1) {
       EXPECT_TRUE(inp == nullptr && outp == nullptr);
       return pid;
+    }
+    if (late) {
+      await_end(pid);
     }
     FILE *all = orv_script_talk(pid, inp, outp, input.data(), input.size());
     complete = all != nullptr;
@@ -116,22 +134,24 @@ TEST_F(Scripts, NeitherSideBlocksTheOtherWhateverTheSizes)
   const struct {
     const char *script;
     size_t input;
-    bool complete;
+    bool late, complete;
     size_t output;
+    int status;
   } rows[] = {
-    {"head -c 300000 /dev/zero; cat",       300000, true,  600000},
-    {"exec >&-; [[ $(wc -c) = 300000 ]]",   300000, true,  0},
-    {"exit 0",                              65536,  true,  0},
-    {"exit 0",                              65537,  false, 0},
-    {"exec <&-; sleep 0.2; echo a",         10,     true,  2},
-    {"head -c 16777216 /dev/zero",          0,      true,  16777216},
-    {"head -c 16777217 /dev/zero",          0,      false, 16777216},
+    {"head -c 300000 /dev/zero; cat",     300000, false, true,  600000,   0},
+    {"exec >&-; [[ $(wc -c) = 300000 ]]", 300000, false, true,  0,        0},
+    {"echo a",                            65536,  true,  true,  2,        0},
+    {"echo a",                            65537,  true,  false, 0,        0},
+    {"exec <&-; sleep 0.2; echo a",       10,     false, true,  2,        0},
+    {"head -c 16777216 /dev/zero",        0,      false, true,  16777216, 0},
+    {"head -c 16777217 /dev/zero",        0,      false, false, 16777216, 0},
+    {"exec cat /dev/zero",                0,      false, false, 16777216, -13},
   };
   for (const auto &row : rows) {
     write_script(row.script);
-    EXPECT_EQ(run("s.sh", string(row.input, 'x')), 0) << row.script;
+    EXPECT_EQ(run("s.sh", string(row.input, 'x'), row.late), row.status);
     EXPECT_EQ(complete, row.complete) << row.script;
-    EXPECT_EQ(output.size(), row.output);
+    EXPECT_EQ(output.size(), row.output) << row.script;
     EXPECT_EQ(message(), row.complete || row.input > 0 ? ""
                          : "Script output too long");
   }
@@ -163,19 +183,38 @@ TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
   }
 }
 
+TEST_F(Scripts, AReaderThatIsHeldUpLosesNothing)
+{
+  write_script("head -c 60000 /dev/zero; sleep 30 & echo $! >pid");
+  FILE *inp;
+  const pid_t pid = orv_script_run("s.sh", &inp, nullptr);
+  FILE *all = orv_script_talk(pid, inp, nullptr, nullptr, 0);
+  await_end(pid);
+  for (const int held_up : {100, 2100}) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(held_up));
+    EXPECT_EQ(fgetc(all), '\0');
+  }
+  size_t rest = 0;
+  while (fgetc(all) != EOF) {
+    rest++;
+  }
+  EXPECT_EQ(rest, 60000u - 2);
+  fclose(all);
+  EXPECT_EQ(orv_script_wait(pid), 0);
+  EXPECT_EQ(kill(std::stoi(read_file("pid")), SIGKILL), 0);
+}
+
 TEST_F(Scripts, LackOfDescriptorsOrProcessesIsReportedAndLeavesNothingOpen)
 {
-  const int lowest = dup(0);
-  close(lowest);
+  const ssize_t before = open_files();
   fork_fails = true;
   EXPECT_EQ(run("/bin/true"), -4);
   fork_fails = false;
   EXPECT_EQ(message(), "orv_script_run: Cannot fork. Errno 11");
-  EXPECT_EQ(dup(0), lowest);
-  close(lowest);
+
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = static_cast<rlim_t>(lowest);
+  limit.rlim_cur = 3;
   string reports;
   int result = -3;
   for (string report, last; result == -3; last = report) {
@@ -188,7 +227,9 @@ TEST_F(Scripts, LackOfDescriptorsOrProcessesIsReportedAndLeavesNothingOpen)
   EXPECT_EQ(result, 0);
   EXPECT_EQ(reports, "Cannot create input pipe from script. Errno 24\n"
                      "Cannot create output pipe to script. Errno 24\n\n");
-  EXPECT_EQ(dup(0), lowest);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_EQ(open_files(), before);
 }
 
 // clang-format on
