@@ -12,6 +12,8 @@
 
 #include "orv_quote.h"
 
+#include <algorithm>
+#include <stdio.h>
 #include <string.h>
 
 // --- the scan ----------------------------------------------------------------
@@ -20,6 +22,20 @@ static void enter(shell_scan *scan, shell_place place)
 {
   scan->place = place;
   scan->in_word = true;
+}
+
+// Whether `c`, standing bare behind `last`, opens what is evaluated as a
+// number.
+static bool opens_arithmetic(char last, char c, bool in_word)
+{
+  switch (c) {
+  case '[': // $[..], [[ and subscripts
+    return in_word;
+  case '(': // ((
+    return last == '(';
+  default:
+    return false;
+  }
 }
 
 // Whether `c`, standing bare behind `last`, opens what the scan cannot follow.
@@ -33,10 +49,8 @@ static bool opens_unsafe(char last, char c, bool in_word)
     return last == '$';
   case '#': // a comment, which a line end in the value would leave
     return !in_word;
-  case '[': // $[..], [[ and subscripts: arithmetic looks behind quotes
-    return in_word;
-  case '(': // $(, ((, <(, >( and behind a word functions, patterns, arrays
-    return in_word || last == '(' || last == '<' || last == '>';
+  case '(': // $(, <(, >( and behind a word functions, patterns, arrays
+    return in_word || last == '<' || last == '>';
   case '<': // a here-document
     return last == '<';
   case '&': // >&, whose word bash expands a second time
@@ -54,9 +68,14 @@ static void scan_bare(shell_scan *scan, char c)
     scan->in_word = true;
     return;
   }
+  if (opens_arithmetic(last, c, scan->in_word)) {
+    scan->place = SHELL_ARITHMETIC;
+    return;
+  }
   if (opens_unsafe(last, c, scan->in_word)) {
     scan->place = SHELL_UNSAFE;
-    scan->last = c == '<' || c == '&' ? c : '\0'; // what may end it
+    // What may end it, or turn out to be arithmetic.
+    scan->last = c == '<' || c == '&' || c == '(' ? c : '\0';
     return;
   }
   switch (c) {
@@ -103,8 +122,11 @@ static void scan_double(shell_scan *scan, char c)
     enter(scan, SHELL_BARE);
   } else if (c == '\\' || c == '$') {
     scan->last = c;
-  } else if (c == '`' || (last == '$' && (c == '(' || c == '{' || c == '['))) {
+  } else if (last == '$' && c == '[') {
+    scan->place = SHELL_ARITHMETIC;
+  } else if (c == '`' || (last == '$' && (c == '(' || c == '{'))) {
     scan->place = SHELL_UNSAFE;
+    scan->last = c;
   }
 }
 
@@ -114,7 +136,9 @@ static void scan_unsafe(shell_scan *scan, char c)
 {
   const char last = scan->last;
   scan->last = '\0';
-  if (last == '<' && c == '<') {
+  if (last == '(' && c == '(') {
+    scan->place = SHELL_ARITHMETIC;
+  } else if (last == '<' && c == '<') {
     scan->place = SHELL_BARE;
     scan->in_word = false;
   } else if ((last == '&' || last == '1') &&
@@ -144,6 +168,8 @@ void shell_scan_text(shell_scan *scan, const char *text, size_t length)
     case SHELL_UNSAFE:
       scan_unsafe(scan, text[i]);
       break;
+    case SHELL_ARITHMETIC:
+      break;
     }
   }
 }
@@ -156,14 +182,22 @@ constexpr char PLAIN[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
                          "abcdefghijklmnopqrstuvwxyz"
                          "0123456789_./:@%+,=-";
 
-static bool needs_quoting(const char *value)
+static bool is_ascii(char c)
 {
-  for (const char *p = value; *p != '\0'; p++) {
-    if (static_cast<unsigned char>(*p) < 0x80 && strchr(PLAIN, *p) == nullptr) {
-      return true;
-    }
+  return static_cast<unsigned char>(c) < 0x80;
+}
+
+static bool is_plain(char c)
+{
+  return !is_ascii(c) || strchr(PLAIN, c) != nullptr;
+}
+
+static bool needs_quoting(const char *value, shell_place place)
+{
+  if (place == SHELL_ARITHMETIC) {
+    return value[strspn(value, "0123456789")] != '\0';
   }
-  return false;
+  return !std::all_of(value, value + strlen(value), is_plain);
 }
 
 // Counts what it is given and writes it where `out` is not NULL.
@@ -180,50 +214,66 @@ static void put(sink *to, const char *text, size_t length)
   to->length += length;
 }
 
-// Writes `value` with `before` in front of each character that is `special`.
-static void put_escaped(sink *to, const char *value, const char *special,
-                        const char *before)
+static void put(sink *to, const char *text)
 {
-  for (const char *p = value; *p != '\0'; p++) {
-    if (strchr(special, *p) != nullptr) {
-      put(to, before, strlen(before));
-    }
-    put(to, p, 1);
-  }
+  put(to, text, strlen(text));
 }
 
 // A single quote leaves the quotes, stands escaped and, being the opening one
 // now, enters them again.
 static void put_single(sink *to, const char *value)
 {
-  put_escaped(to, value, "'", "'\\'");
+  put(to, "'");
+  for (const char *p = value; *p != '\0'; p++) {
+    put(to, *p == '\'' ? "'\\'" : "");
+    put(to, p, 1);
+  }
+  put(to, "'");
 }
 
+// Bytes beyond ASCII are written as numbers: in some multi-byte charsets that a
+// script may run under, such a byte swallows the quote or backslash behind it.
+static void put_numbered(sink *to, const char *value)
+{
+  put(to, "$'");
+  for (const char *p = value; *p != '\0'; p++) {
+    if (is_ascii(*p)) {
+      put(to, *p == '\'' || *p == '\\' ? "\\" : "");
+      put(to, p, 1);
+    } else {
+      char number[sizeof "\\377"];
+      snprintf(number, sizeof number, "\\%03o", *p & 0xffU);
+      put(to, number);
+    }
+  }
+  put(to, "'");
+}
+
+// In quotes of its own; the author's are left before and entered again behind.
 static bool put_quoted(sink *to, shell_place place, const char *value)
 {
-  switch (place) {
-  case SHELL_BARE:
-    put(to, "'", 1);
-    put_single(to, value);
-    put(to, "'", 1);
-    return true;
-  case SHELL_SINGLE:
-    put_single(to, value);
-    return true;
-  case SHELL_DOUBLE:
-    put_escaped(to, value, "\\\"$`", "\\");
-    return true;
-  case SHELL_UNSAFE:
-    break;
+  if (place == SHELL_UNSAFE || place == SHELL_ARITHMETIC) {
+    return false;
   }
-  return false;
+  const char *around = "";
+  if (place != SHELL_BARE) {
+    around = place == SHELL_SINGLE ? "'" : "\"";
+  }
+  put(to, around);
+  if (std::all_of(value, value + strlen(value), is_ascii)) {
+    put_single(to, value);
+  } else {
+    put_numbered(to, value);
+  }
+  put(to, around);
+  return true;
 }
 
 bool shell_quote(shell_scan *scan, const char *value, char *out, size_t *length)
 {
   sink to = {out, 0};
-  if (!needs_quoting(value)) {
-    put(&to, value, strlen(value));
+  if (!needs_quoting(value, scan->place)) {
+    put(&to, value);
   } else if (scan->last == '\\' || scan->last == '$' ||
              !put_quoted(&to, scan->place, value)) {
     return false;

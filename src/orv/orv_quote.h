@@ -10,9 +10,10 @@
 // Where the next character of a command line stands.
 enum shell_place {
   SHELL_BARE,
-  SHELL_SINGLE, // inside '...'
-  SHELL_DOUBLE, // inside "..."
-  SHELL_UNSAFE, // inside a substitution, behind a here-document mark, ...
+  SHELL_SINGLE,     // inside '...'
+  SHELL_DOUBLE,     // inside "..."
+  SHELL_UNSAFE,     // inside a substitution, behind a here-document mark, ...
+  SHELL_ARITHMETIC, // inside $((, ((, $[ or a subscript
 };
 
 // The scan of a command line from its start; all zero at the line's start.
@@ -27,7 +28,9 @@ void shell_scan_text(shell_scan *scan, const char *text, size_t length);
 
 // Writes `value` as it must stand at this place, without a terminator, stores
 // its length and reads on over it; writes nothing when `out` is NULL.  False,
-// with all as it was, when no quoting is safe here and the value needs one.
+// with all as it was, when no quoting is safe here and the value needs one.  In
+// arithmetic every value but a number does: a name there is evaluated, and so
+// is what it stands for.
 bool shell_quote(shell_scan *scan, const char *value, char *out,
                  size_t *length);
 
