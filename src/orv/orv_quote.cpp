@@ -242,7 +242,7 @@ static void put_numbered(sink *to, const char *value)
       put(to, p, 1);
     } else {
       char number[sizeof "\\377"];
-      snprintf(number, sizeof number, "\\%03o", *p & 0xffU);
+      snprintf(number, sizeof number, "\\%03o", static_cast<unsigned char>(*p));
       put(to, number);
     }
   }
