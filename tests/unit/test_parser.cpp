@@ -281,7 +281,7 @@ TEST_F(Parser, QuotesWhatARequestChoosesInScriptLinesAlone)
     {"net", "a b", "title t\n", "%/net.sh --read %/net 'a b'", "quoted"},
     {"n$(x)", "'", "title t\n", "'%/n$(x)'.sh --read '%/n$(x)' ''\\'''",
      "every value of a default"},
-    {"f", "\"", "read_script x  \"$S$\" '$S$'\ntitle t\n", "x  \"\\\"\" '\"'",
+    {"f", "\"", "read_script x  \"$S$\" '$S$'\ntitle t\n", "x  \"\"'\"'\"\" '''\"'''",
      "each for its place"},
     {"f", ";", "title a; $|$\nread_script x $T$$#$$|$ $Q$\n", "x a; # $Q$",
      "the author's own title is text"},
