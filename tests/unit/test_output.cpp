@@ -29,18 +29,21 @@ void say(const string &call)
   calls.push_back(call);
 }
 
-// With what the item's own tags stand for.
-void say_tagged(const string &call)
+// With what the item's own tags stand for: the value, and always its name.
+void say_value(const string &call, const char *name)
 {
-  say(call + orv_out_expand(text(" [$N$=$V$]")));
+  EXPECT_STREQ(orv_out_expand(text("$N$")), name);
+  say(call + orv_out_expand(text("=$V$")));
 }
 
-template <char Kind> void say_text(char *words)
+// clang-format off
+
+template <char Kind> void words(char *told)
 {
-  say(string(1, Kind) + " " + words);
+  say(string(1, Kind) + " " + told);
 }
 
-__attribute__((format(printf, 1, 2))) void say_comment(const char *format, ...)
+__attribute__((format(printf, 1, 2))) void comment(const char *format, ...)
 {
   char line[1000];
   va_list args;
@@ -50,50 +53,51 @@ __attribute__((format(printf, 1, 2))) void say_comment(const char *format, ...)
   say(string("# ") + line);
 }
 
-void say_select(pt_body_item *itm)
+template <char Kind> void item(pt_body_item *itm)
 {
-  string line = string("select ") + itm->name;
+  say_value(string(1, Kind) + " " + itm->name, itm->name);
+}
+
+void select(pt_body_item *itm)
+{
+  string line = string("S ") + itm->name;
   for (auto *c = itm->choices.choices; c != nullptr; c = c->next) {
-    line += string(" ") + c->value + "=" + c->label;
+    line += string(" ") + c->value + ":" + c->label;
   }
-  say_tagged(line);
+  say_value(line + " ", itm->name);
 }
 
-void say_step(pt_body_item *itm, mcol_trans step)
+void step(pt_body_item *itm, mcol_trans type)
 {
-  const char *const names[] = {"START",   "BODY",     "BODY_DEL",   "ROW",
-                               "_END",    "_END_DEL", "_END_BLANK", "COL",
-                               "COL_END", "END"};
-  say(string(names[step]) + " " + itm->name);
+  const char *const names[] = {"START", "BODY", "BODY_DEL", "ROW", "_END",
+                               "_END_DEL", "_END_BLANK", "COL", "COL_END",
+                               "END"};
+  say(string(names[type]) + " " + itm->name);
 }
 
-template <char Kind> void say_cell(pt_body_item *, char *name, char *varname)
+template <char Kind> void cell(pt_body_item *, char *name, char *varname)
 {
-  say_tagged(string(1, Kind) + " " + name + "<" + varname);
+  say_value(string(1, Kind) + " " + name + "<" + varname, name);
 }
 
-// clang-format off
 const pto_procs recorder = {
-  say_text<'t'>, say_text<'h'>, say_text<'e'>,
-  say_text<'c'>, say_text<'1'>, say_text<'2'>,
-  say_comment,
+  words<'t'>, words<'h'>, words<'e'>, words<'c'>, words<'1'>, words<'2'>,
+  comment,
   [](pt_body_item *) { say("fmenu"); },
   [](pt_body_item *itm, int fixed) {
-    say_tagged((fixed == 1 ? "fixed " : "field ") + string(itm->name));
+    (fixed == 1 ? item<'F'> : item<'T'>)(itm);
   },
-  [](pt_body_item *itm) { say_tagged(string("box ") + itm->name); },
-  say_select,
-  [](pt_body_item *itm) { say_tagged(string("menu ") + itm->name); },
-  [](pt_body_item *, char *select, char *varname, char *words) {
-    say(string("choice ") + select + "," + varname + "," + words);
+  item<'B'>, select, item<'M'>,
+  [](pt_body_item *, char *word, char *varname, char *told) {
+    say(string("choice ") + word + "," + varname + "," + told);
   },
   [](pt_body_item *itm) { say(string("menu end ") + itm->name); },
-  say_step,
+  step,
   [](pt_body_item *itm) { say(string("HEADING ") + itm->name); },
   [](pt_body_item *itm, char *name, char *varname, int fixed) {
-    (fixed == 1 ? say_cell<'F'> : say_cell<'T'>)(itm, name, varname);
+    (fixed == 1 ? cell<'F'> : cell<'T'>)(itm, name, varname);
   },
-  say_cell<'B'>, say_cell<'S'>,
+  cell<'B'>, cell<'S'>,
 };
 
 class Output : public Scratch
@@ -226,24 +230,19 @@ TEST_F(Output, EveryKindOfItemIsDrawnByItsOwnProcedure)
   orv_set_var("error_level", o_undefined, text(" \t"), 0);
   orv_set_var("select_p0", o_user, text(" \ta  A $V:x"), 0);
   const std::pair<string, string> rows[] = {
-    {"text a $V:name$\n", "t a $V:name$"},
-    {"help h $V:name$\n", "h h $V:name$"},
-    {"error $V:none$ $N$\n", ""},
-    {"error $V:name$ x\n", "e $V:name$ x"},
-    {"center $V:name$\nheading $E$$H$\nheading2 $X$\n",
-     "c box; 1 OopsTrue; 2 False"},
-    {"field name 9\ncenter $V$$N$\n", "field name [name=box]; e Bad $V:x$; c "},
-    {"fixed level\n", "fixed level [level=5]"},
-    {"checkbox none\n", "box none [none=]"},
+    {"text a $V:name$\n", "t a $V:name$"}, {"error $V:none$ $N$\n", ""},
+    {"help h $V:name$\n", "h h $V:name$"}, {"error $V:name$\n", "e $V:name$"},
+    {"center $V:name$\nheading $E$$H$\n", "c box; 1 OopsTrue"},
+    {"field name\nheading2 $V$$N$$X$\n", "T name=box; e Bad $V:x$; 2 False"},
+    {"fixed level\n", "F level=5"}, {"checkbox none\n", "B none="},
     {"select name\nchoice a A\nchoice box B $V$\n",
-     "select name a=A box=B $V$ [name=box]; e Bad $V:x$"},
-    {"iselect level p\n", "select level a=A $V:x b= [level=5]"},
-    {"iselect none\n", "select none [none=]"},
-    {"imenu name net\n", "menu name [name=box]; choice eth/lan,neteth/lan,"
-     "LAN port; choice wifi,netwifi,; menu end name"},
-    {"fmenu\nchoice a A\n", "fmenu"},
+     "S name a:A box:B $V$ =box; e Bad $V:x$"},
+    {"iselect level p\n", "S level a:A $V:x b: =5"},
+    {"iselect none\n", "S none ="}, {"fmenu\nchoice a A\n", "fmenu"},
+    {"imenu name net\n", "M name=box; choice eth/lan,neteth/lan,LAN port; "
+     "choice wifi,netwifi,; menu end name"},
     {"ftable t 2 0\nfield a\nfield b\n", "e table; e column"},
-    {"table t 1\nselect b\n", "S b0<b0 [b0=]; _END_BLANK t; "
+    {"table t 1\nselect b\n", "S b0<b0=; _END_BLANK t; "
      "# DEBUG: in_row 1 out_row 1; e table; e column"},
   };
   for (const auto &[body, expected] : rows) {
@@ -253,7 +252,7 @@ TEST_F(Output, EveryKindOfItemIsDrawnByItsOwnProcedure)
   EXPECT_EQ(draw("help a\n", 0) + draw("", 1), "");
   EXPECT_EQ(draw("iselect none p\n", 0, nullptr, [](pt_body_item *itm) {
     orv_body_output(&recorder, itm, 0, nullptr);
-  }), "select none a=A $V:x b= [none=]") << "filled anew by each walk";
+  }), "S none a:A $V:x b: =") << "filled anew by each walk";
   EXPECT_STREQ(orv_get_var(&cfg_vars, "select_p0", o_best), " \ta  A $V:x");
 }
 
@@ -261,14 +260,14 @@ TEST_F(Output, TheStepsOfATableComeInTheirOrder)
 {
   everything = true;
   load("a0=x\n");
-  const string cells = "ROW t; COL a; T a0<a0 [a0=x]; COL_END a; "
-                       "COL b; S b0<b0 [b0=]; COL_END b; _END";
+  const string cells = "ROW t; COL a; T a0<a0=x; COL_END a; "
+                       "COL b; S b0<b0=; COL_END b; _END";
   const string body = "table t 2 1\nfield a\nselect b\n";
   const string start = "# Line 3; START t; HEADING a; HEADING b; BODY";
   EXPECT_EQ(draw("f" + body), start + " t; " + cells + " t; END t");
   EXPECT_EQ(draw(body), start + "_DEL t; " + cells + "_DEL t; ROW t; COL a; "
-            "T a1<a1 [a1=]; COL_END a; COL b; S b1<b1 [b1=]; COL_END b; "
-            "_END_BLANK t; # DEBUG: in_row 2 out_row 2; END t");
+            "T a1<a1=; COL_END a; COL b; S b1<b1=; COL_END b; _END_BLANK t; "
+            "# DEBUG: in_row 2 out_row 2; END t");
 }
 
 TEST_F(Output, DeletedRowsAreClosedUpAndBlankOnesOffered)
@@ -280,31 +279,30 @@ TEST_F(Output, DeletedRowsAreClosedUpAndBlankOnesOffered)
     string lines, body, expected, after;
   } rows[] = {
     {"a0=A\na1=B\n", "table t 1 3\nfield a\n",
-     "T a0<a0 [a0=A]" + del + "T a1<a1 [a1=B]" + del + "T a2<a2 [a2=]" + blank +
-     "T a3<a3 [a3=]" + blank + "T a4<a4 [a4=]" + blank +
-     "# DEBUG: in_row 5 out_row 5", "a1{o=B} a0{o=A}"},
+     "T a0<a0=A" + del + "T a1<a1=B" + del + "T a2<a2=" + blank + "T a3<a3=" +
+     blank + "T a4<a4=" + blank + "# DEBUG: in_row 5 out_row 5",
+     "a1{o=B} a0{o=A}"},
     {"a0=A\na1=B\na2=C\ndelete_t_1=\n", "table t 1\nfield a\n",
-     "T a0<a0 [a0=A]" + del + "T a1<a2 [a1=C]" + del + "T a2<a3 [a2=]" + blank +
+     "T a0<a0=A" + del + "T a1<a2=C" + del + "T a2<a3=" + blank +
      "# DEBUG: in_row 4 out_row 3",
      "a3{u=} a2{u= o=C} a1{u=C o=B} a0{o=A} del:t_1{o=}"},
     {"a0=A\na1=B\nb1=0\na2=C\ndelete_T_0=1\ndelete_t_2=1\n",
      "table t 2\nfixed a\ncheckbox b\n",
-     "F a0<a1 [a0=B]; B b0<b1 [b0=0]" + del +
-     "F a1<a3 [a1=]; B b1<b3 [b1=]" + blank + "# DEBUG: in_row 4 out_row 2",
+     "F a0<a1=B; B b0<b1=0" + del + "F a1<a3=; B b1<b3=" + blank +
+     "# DEBUG: in_row 4 out_row 2",
      "b3{u=} a3{u=} b2{u=} b0{u=0} a2{u= o=C} b1{u= o=0} a1{u= o=B} "
      "a0{u=B o=A} del:t_2{o=1} del:T_0{o=1}"},
     {"a0=A\na2=C\na4=E\n", "table t 1 2\nfield a\n",
-     "T a0<a0 [a0=A]" + del + "T a1<a1 [a1=]" + blank + "T a2<a2 [a2=C]" + del +
-     "T a3<a3 [a3=]" + blank + "# DEBUG: in_row 4 out_row 4",
-     "a4{o=E} a2{o=C} a0{o=A}"},
-    {"a0=A\n", "table t 1\nselect a\n", "S a0<a0 [a0=A]" + blank +
-     "# DEBUG: in_row 1 out_row 1", "a0{o=A}"},
+     "T a0<a0=A" + del + "T a1<a1=" + blank + "T a2<a2=C" + del + "T a3<a3=" +
+     blank + "# DEBUG: in_row 4 out_row 4", "a4{o=E} a2{o=C} a0{o=A}"},
+    {"a0=A\n", "table t 1\nselect a\n",
+     "S a0<a0=A" + blank + "# DEBUG: in_row 1 out_row 1", "a0{o=A}"},
     {"a0=A\nb1=B\na3=D\ndelete_t_0=1\n", "ftable t 2\nfield a\nfixed b\n",
-     "T a0<a0 [a0=A]; F b0<b0 [b0=]" + end + "; T a1<a1 [a1=]; "
-     "F b1<b1 [b1=B]" + end, "a3{o=D} b1{o=B} a0{o=A} del:t_0{o=1}"},
+     "T a0<a0=A; F b0<b0=" + end + "; T a1<a1=; F b1<b1=B" + end,
+     "a3{o=D} b1{o=B} a0{o=A} del:t_0{o=1}"},
     {"a0=A\n", "ftable t 1\nselect a\n", "", "a0{o=A}"},
-    {"", "ftable t 1 2\ncheckbox a\n",
-     "B a0<a0 [a0=]" + end + "; B a1<a1 [a1=]" + end, ""},
+    {"", "ftable t 1 2\ncheckbox a\n", "B a0<a0=" + end + "; B a1<a1=" + end,
+     ""},
   };
   for (const auto &row : rows) {
     forget();
@@ -317,21 +315,16 @@ TEST_F(Output, DeletedRowsAreClosedUpAndBlankOnesOffered)
 
 TEST_F(Output, ABrokenTableIsToldInThePage)
 {
-  const string debug = "_END_BLANK t; # DEBUG: in_row 1 out_row 1";
-  const struct {
-    void (*change)(pt_body_item *);
-    string expected;
-  } rows[] = {
-    {[](pt_body_item *t) { t->table.add_rows = 0; },
-     "T a0<a0 [a0=]; " + debug},
-    {[](pt_body_item *t) { t->table.columns = 2; }, "T a0<a0 [a0=]; " + debug +
+  const string end = "_END_BLANK t; # DEBUG: in_row 1 out_row 1";
+  const std::pair<void (*)(pt_body_item *), string> rows[] = {
+    {[](pt_body_item *t) { t->table.add_rows = 0; }, "T a0<a0=; " + end},
+    {[](pt_body_item *t) { t->table.columns = 2; }, "T a0<a0=; " + end +
      "; # Logic bomb. Too few items in table" + found(1)},
     {[](pt_body_item *t) { t->next->type = PT_IMENU; },
-     "# Unexpected item type in table (11); " + debug},
+     "# Unexpected item type in table (11); " + end},
   };
-  for (const auto &row : rows) {
-    EXPECT_EQ(draw("table t 1\nfield a\n", 0, nullptr, row.change),
-              row.expected);
+  for (const auto &[change, expected] : rows) {
+    EXPECT_EQ(draw("table t 1\nfield a\n", 0, nullptr, change), expected);
   }
 }
 

@@ -23,27 +23,24 @@ int set(const char *name, v_origin origin, const string &value, int malloced)
 
 TEST_F(Vars, ANameTellsTheListTheSlotAndTheRecord)
 {
+  constexpr v_origin none = o_undefined;
   const struct {
     const char *name;
     v_origin origin;
     const char *expected;
   } rows[] = {
-    {"rate", o_undefined, "rate{o=1}"}, {"rate", o_default, "rate{d=1}"},
-    {"rate", o_user, "rate{u=1}"}, {"rate", o_calc, "rate{c=1}"},
-    {"rate", o_orig, "rate{o=1}"}, {"rate", o_best, "rate{u=1}"},
-    {"d_rate", o_undefined, "rate{d=1}"}, {"D_rate", o_default, "rate{d=1}"},
-    {"u_rate", o_undefined, "rate{u=1}"}, {"U_Rate", o_user, "Rate{u=1}"},
-    {"c_rate", o_calc, "rate{c=1}"}, {"C_rate", o_undefined, "rate{c=1}"},
-    {"o_rate", o_undefined, "rate{o=1}"}, {"O_rate", o_orig, "rate{o=1}"},
-    {"v_rate", o_undefined, "v_rate{o=1}"}, {"d", o_undefined, "d{o=1}"},
-    {"d_", o_undefined, "{d=1}"}, {"", o_undefined, "{o=1}"},
-    {"d_u_rate", o_undefined, "rate{d=1}"}, // looked up by its last part
-    {"error_rate", o_undefined, "err:rate{o=1}"},
-    {"error_d_rate", o_undefined, "err:rate{d=1}"},
-    {"d_error_rate", o_undefined, "error_rate{d=1}"},
-    {"Error_rate", o_undefined, "Error_rate{o=1}"},
-    {"delete_t_1", o_undefined, "del:t_1{o=1}"},
-    {"error_delete_t", o_best, "err:delete_t{u=1}"},
+    {"x", none, "x{o=1}"}, {"x", o_default, "x{d=1}"}, {"x", o_user, "x{u=1}"},
+    {"x", o_calc, "x{c=1}"}, {"x", o_orig, "x{o=1}"}, {"x", o_best, "x{u=1}"},
+    {"d_x", none, "x{d=1}"}, {"D_x", o_default, "x{d=1}"},
+    {"u_x", none, "x{u=1}"}, {"U_X", o_user, "X{u=1}"},
+    {"c_x", o_calc, "x{c=1}"}, {"C_x", none, "x{c=1}"},
+    {"o_x", none, "x{o=1}"}, {"O_x", o_orig, "x{o=1}"},
+    {"v_x", none, "v_x{o=1}"}, {"d", none, "d{o=1}"}, {"d_", none, "{d=1}"},
+    {"", none, "{o=1}"}, {"d_u_x", none, "x{d=1}"}, // both are skipped
+    {"error_x", none, "err:x{o=1}"}, {"error_d_x", none, "err:x{d=1}"},
+    {"d_error_x", none, "error_x{d=1}"}, {"Error_x", none, "Error_x{o=1}"},
+    {"delete_x", none, "del:x{o=1}"},
+    {"error_delete_x", o_best, "err:delete_x{u=1}"},
   };
   for (const auto &row : rows) {
     for (const int malloced : {0, 1}) {
