@@ -36,11 +36,11 @@ const char *cgiScriptName = "";    // set by cgiInit
 const char *cgiRequestMethod = ""; // set by cgiInit
 
 // Set by cgiInit, reset by cgiFreeResources.
-static char *request;     // owned: the text that the fields point into
-static field *fields;     // owned: in the request's order
-static size_t num_fields; // repetitions included
-static field **by_name;   // owned: sorted by name, without repetitions
-static size_t num_names;
+static char *request;       // owned: the text that the fields point into
+static field *fields;       // owned: in the request's order
+static unsigned num_fields; // repetitions included
+static unsigned *by_name;   // owned: their numbers by name, no repetitions
+static unsigned num_names;
 
 // --- getting the request -----------------------------------------------------
 
@@ -227,36 +227,38 @@ static int split_request(size_t length)
 
 // --- finding fields ----------------------------------------------------------
 
-// Orders by name, and fields of one name by their place in the request.
+// Orders field numbers by name, and those of one name as they came.
 static int compare_fields(const void *left, const void *right)
 {
-  const field *a = *static_cast<const field *const *>(left);
-  const field *b = *static_cast<const field *const *>(right);
-  const int order = strcmp(a->name, b->name);
+  const unsigned a = *static_cast<const unsigned *>(left);
+  const unsigned b = *static_cast<const unsigned *>(right);
+  const int order = strcmp(fields[a].name, fields[b].name);
   return order != 0 ? order : (a > b) - (a < b);
 }
 
 static int compare_name(const void *name, const void *element)
 {
-  const field *entry = *static_cast<const field *const *>(element);
+  const field *entry = &fields[*static_cast<const unsigned *>(element)];
   return strcmp(static_cast<const char *>(name), entry->name);
 }
 
 static int sort_fields()
 {
-  by_name = static_cast<field **>(malloc((num_fields + 1) * sizeof(field *)));
+  by_name = static_cast<unsigned *>(malloc((num_fields + 1) * sizeof *by_name));
   if (by_name == nullptr) {
     return no_memory();
   }
-  for (size_t i = 0; i < num_fields; i++) {
-    by_name[i] = &fields[i];
+  for (unsigned i = 0; i < num_fields; i++) {
+    by_name[i] = i;
   }
-  qsort(by_name, num_fields, sizeof(field *), compare_fields);
-  for (size_t i = 0; i < num_fields; i++) {
-    if (num_names > 0 &&
-        strcmp(by_name[num_names - 1]->name, by_name[i]->name) == 0) {
-      by_name[i]->name = nullptr;
+  qsort(by_name, num_fields, sizeof *by_name, compare_fields);
+  const char *last = nullptr;
+  for (unsigned i = 0; i < num_fields; i++) {
+    field *entry = &fields[by_name[i]];
+    if (last != nullptr && strcmp(last, entry->name) == 0) {
+      entry->name = nullptr;
     } else {
+      last = entry->name;
       by_name[num_names] = by_name[i];
       num_names++;
     }
@@ -271,8 +273,8 @@ static const char *find_value(const char *name)
     return nullptr;
   }
   const void *found =
-      bsearch(name, by_name, num_names, sizeof(field *), compare_name);
-  return found != nullptr ? (*static_cast<field *const *>(found))->value
+      bsearch(name, by_name, num_names, sizeof *by_name, compare_name);
+  return found != nullptr ? fields[*static_cast<const unsigned *>(found)].value
                           : nullptr;
 }
 
@@ -318,8 +320,8 @@ void cgiFreeResources(void)
 cgiFormResultType cgiFormEntries(char ***names)
 {
   size_t size = (num_names + 1) * sizeof **names;
-  for (size_t i = 0; i < num_names; i++) {
-    size += strlen(by_name[i]->name) + 1;
+  for (unsigned i = 0; i < num_names; i++) {
+    size += strlen(fields[by_name[i]].name) + 1;
   }
   *names = static_cast<char **>(malloc(size));
   if (*names == nullptr) {
@@ -327,7 +329,7 @@ cgiFormResultType cgiFormEntries(char ***names)
   }
   char **entry = *names;
   char *text = reinterpret_cast<char *>(*names + num_names + 1);
-  for (size_t i = 0; i < num_fields; i++) {
+  for (unsigned i = 0; i < num_fields; i++) {
     if (fields[i].name != nullptr) {
       const size_t length = strlen(fields[i].name) + 1;
       *entry = static_cast<char *>(memcpy(text, fields[i].name, length));
