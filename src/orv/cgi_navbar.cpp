@@ -22,7 +22,7 @@ constexpr size_t HREF_SIZE = 100;
 constexpr size_t LABEL_SIZE = 30;
 constexpr int LINE_SIZE = 250; // a line and its terminator
 // What a full bar still reads, so that an ordinary script ends in peace.
-constexpr size_t DRAIN_MAX = 64 * 1024;
+constexpr size_t DRAIN_MAX = 64UL * 1024;
 
 static html_navbar_entry ents[ENTRIES + 1];
 static char hrefs[ENTRIES][HREF_SIZE];

@@ -92,7 +92,7 @@ static void set_env(char *name, char *val)
     return;
   }
   snprintf(entry, size, "%s=%s", name, val);
-  putenv(entry);
+  putenv(entry); // NOLINT(clang-analyzer-unix.Malloc): it stays
 }
 
 static void set_env_tuple(kwtutil_cffile_t *cfinfo, char *name, char *def)

@@ -219,7 +219,7 @@ constexpr long SILENCE_MS = 250;
 // The latest end after the script's own, whatever still talks.
 constexpr long LINGER_MS = 2000;
 // Input up to a pipe's buffer may be left unread by the script.
-constexpr size_t PIPE_BUFFER = 64 * 1024;
+constexpr size_t PIPE_BUFFER = 64UL * 1024;
 
 struct talk {
   pid_t pid;

@@ -8,7 +8,7 @@
 #include <sys/types.h>
 
 // What one script may print: more is a script gone wild, not a configuration.
-constexpr size_t ORV_SCRIPT_OUTPUT_MAX = 16 * 1024 * 1024;
+constexpr size_t ORV_SCRIPT_OUTPUT_MAX = 16UL * 1024 * 1024;
 
 // Makes SIGCHLD wait for us again, whatever the web server left, and lets a
 // write to a closed pipe fail instead of ending the process.  Done once.
