@@ -20,6 +20,7 @@
 #include "cgi.h"
 #include "cgi_navbar.h"
 #include "cgi_output.h"
+#include "cgi_policy.h"
 #include "html.h"
 #include "orv.h"
 #include "orv_check.h"
@@ -98,7 +99,7 @@ static const char *recorded_message(const char *otherwise)
 
 constexpr size_t CRASH_MESSAGE_SIZE = 100;
 // The catcher runs on a stack of its own, since a crash may be an overflow.
-constexpr size_t CRASH_STACK_SIZE = 64 * 1024;
+constexpr size_t CRASH_STACK_SIZE = 64UL * 1024;
 // A crash inside the C library may leave a lock held: the page is tried, not
 // waited for.
 constexpr unsigned CRASH_PAGE_SECONDS = 2;
@@ -145,17 +146,13 @@ static void install_segv_trap()
 
 // --- the request intake ------------------------------------------------------
 
-// The value of the request field, owned by the caller; NULL when memory ran
-// out.
-static char *field_value(const char *name)
+// Ends a request that the policy refuses, before anything of it is taken in.
+static void refuse_forbidden()
 {
-  int length = 0;
-  cgiFormStringSpaceNeeded(name, &length);
-  char *value = static_cast<char *>(must_malloc(static_cast<size_t>(length)));
-  if (value != nullptr) {
-    cgiFormString(name, value, length);
+  if (!cgi_policy_admits()) {
+    html_fatal_error(html_http_status_forbidden, ERROR_TITLE,
+                     "The request was refused.");
   }
-  return value;
 }
 
 // The navigation field that is kept in a global, NULL for every other name.
@@ -214,7 +211,7 @@ static int take_fields(char **names, bool tagged, int *vars_loaded)
       *vars_loaded = 1;
       continue;
     }
-    char *value = field_value(*names);
+    char *value = cgi_policy_value(*names);
     if (value == nullptr) {
       orv_fatal("load_vars: Out of memory for variables");
       return 0;
@@ -595,6 +592,7 @@ int main()
     return error;
   }
   orv_fatal_no_exit = 1;
+  refuse_forbidden();
   orv_init_env();
   int vars_loaded = load_vars();
   if (vars_loaded != 0 && orv_form != nullptr) {

@@ -41,6 +41,7 @@ constexpr int LINE_READ = 250;
 static char linebuf[LINE_READ + 1]; // the line being looked at
 static int linebuf_empty = 1;       // 0 while that line waits to be consumed
 static pt_pos location;             // of the line in linebuf
+static bool choice_lost;            // for lack of memory, since iselect_setup
 
 struct subs_record {
   char tag;
@@ -653,11 +654,17 @@ static void free_choices(pt_choices *choices)
 void iselect_setup(pt_body_item *itm)
 {
   free_choices(&itm->choices);
+  choice_lost = false;
 }
 
+// A list that lacks a choice would post another one in its place; an empty one
+// posts nothing, and the variable stays as it is.
 void iselect_entry(pt_body_item *itm, char *var, char *, char *text)
 {
-  add_choice(&itm->choices, var, text);
+  if (!choice_lost && add_choice(&itm->choices, var, text) == 0) {
+    free_choices(&itm->choices);
+    choice_lost = true;
+  }
 }
 
 // --- body items --------------------------------------------------------------
@@ -1026,6 +1033,11 @@ static bool parse_body_lines(body_state *body)
     if (!take_line(body)) {
       return false;
     }
+  }
+  // The fields behind would be saved without their checks.
+  if (ferror(body->hdr->fp) != 0) {
+    orv_fatal("orv_parse_body: failed to read the template");
+    return false;
   }
   if (body->collecting_table != 0) {
     orv_fatal("orv_parse_body: Too few items for table."

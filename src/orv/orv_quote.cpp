@@ -13,6 +13,7 @@
 #include "orv_quote.h"
 
 #include <algorithm>
+#include <ctype.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -75,7 +76,7 @@ static void scan_bare(shell_scan *scan, char c)
   if (opens_unsafe(last, c, scan->in_word)) {
     scan->place = SHELL_UNSAFE;
     // What may end it, or turn out to be arithmetic.
-    scan->last = c == '<' || c == '&' || c == '(' ? c : '\0';
+    scan->last = strchr("<&({", c) != nullptr ? c : '\0';
     return;
   }
   switch (c) {
@@ -130,14 +131,29 @@ static void scan_double(shell_scan *scan, char c)
   }
 }
 
+// Whether `c`, inside of what the scan cannot follow, opens what is evaluated as
+// a number: ((, a subscript or [[, the offset in ${y:1}.
+static bool opens_nested_arithmetic(char last, char c)
+{
+  return c == '[' || (c == '(' && last == '(') || (c == ':' && last == '{');
+}
+
+// Whether the character stands in the name of ${name:1}.
+static bool is_name(char c)
+{
+  return isalnum(static_cast<unsigned char>(c)) != 0 ||
+         strchr("_!#@*?$-", c) != nullptr;
+}
+
 // Two beginnings have an end that is simple to tell: a third "<" makes a here-
 // string, and "2>&1" is done with the first character behind the number.
 static void scan_unsafe(shell_scan *scan, char c)
 {
   const char last = scan->last;
   scan->last = '\0';
-  if (last == '(' && c == '(') {
+  if (opens_nested_arithmetic(last, c)) {
     scan->place = SHELL_ARITHMETIC;
+    scan->last = c == ':' || (c == '[' && last == ' ') ? c : '\0';
   } else if (last == '<' && c == '<') {
     scan->place = SHELL_BARE;
     scan->in_word = false;
@@ -147,6 +163,24 @@ static void scan_unsafe(shell_scan *scan, char c)
   } else if (last == '1' && strchr(" \t;|&)", c) != nullptr) {
     scan->place = SHELL_BARE;
     scan_bare(scan, c);
+  } else if (last == '{' && is_name(c)) {
+    scan->last = '{';
+  } else if (strchr("$( ", c) != nullptr ||
+             (c == '{' && (last == '$' || last == '{'))) {
+    scan->last = c;
+  }
+}
+
+// Two beginnings turn out to be none: ${y:-word} has no offset, and "[ " is a
+// command's name.
+static void scan_arithmetic(shell_scan *scan, char c)
+{
+  const char last = scan->last;
+  scan->last = '\0';
+  if ((last == ':' && strchr("-=?+", c) != nullptr) ||
+      (last == '[' && c == ' ')) {
+    scan->place = SHELL_UNSAFE;
+    scan->last = c == ' ' ? ' ' : '\0';
   }
 }
 
@@ -169,6 +203,7 @@ void shell_scan_text(shell_scan *scan, const char *text, size_t length)
       scan_unsafe(scan, text[i]);
       break;
     case SHELL_ARITHMETIC:
+      scan_arithmetic(scan, text[i]);
       break;
     }
   }
@@ -280,7 +315,8 @@ bool shell_quote(shell_scan *scan, const char *value, char *out, size_t *length)
   }
   // An empty value leaves what stands before it next to what stands behind.
   if (value[0] != '\0') {
-    scan->last = '\0';
+    // Behind ${ it is a part of the name.
+    scan->last = scan->last == '{' ? '{' : '\0';
     scan->in_word = true;
   }
   *length = to.length;

@@ -31,6 +31,7 @@
 
 static int trap_set;    // the signal dispositions have been set
 static bool output_cut; // the script in hand said too much; reset by the wait
+static bool stopped;    // we have ended it ourselves; reset by the wait
 
 // --- starting ----------------------------------------------------------------
 
@@ -139,16 +140,26 @@ static void redirect(int fd, int flags, int place)
   }
 }
 
+// A script begins when the first of its input is there, so that of a short one
+// it sees either all or nothing, and in the latter case never runs.
+static void await_input()
+{
+  struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+  poll(&input, 1, -1);
+}
+
 // The child's part: never returns.  Nothing of the parent's signals or
 // descriptors reaches the script, and _exit leaves the parent's unwritten
 // output alone.
 [[noreturn]] static void run_child(const char *command, const char *line,
                                    int input, int output)
 {
+  setpgid(0, 0);
   redirect(input, O_RDONLY, STDIN_FILENO);
   redirect(output, O_WRONLY, STDOUT_FILENO);
   dup2(STDOUT_FILENO, STDERR_FILENO);
   close_all_file_descriptors(1);
+  await_input();
 
   set_disposition(SIGPIPE, SIG_DFL);
   sigset_t none;
@@ -198,6 +209,7 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
     close_channel(&to_script);
     return NO_CHILD;
   }
+  setpgid(pid, pid); // whichever of the two processes comes first
   if (inp != nullptr) {
     close(from_script.theirs);
     *inp = from_script.ours;
@@ -350,7 +362,19 @@ static bool keep_output(talk *t, bool *open)
   return got >= 0;
 }
 
-// Writes the whole input while taking in what the script says meanwhile.
+// Ends a script that was told a part of its input, with the commands that it
+// runs, before the closed pipe says that this was all: it might save that part.
+static void stop_script(talk *t)
+{
+  t->last_check -= END_CHECK_MS;
+  check_end(t, now_ms());
+  if (!t->ended) {
+    stopped = kill(-t->pid, SIGKILL) == 0;
+  }
+}
+
+// Writes the whole input while taking in what the script says meanwhile.  A
+// script that has closed its input took what it wanted and is left to itself.
 static bool write_input(talk *t, int fd, const char *input, size_t length)
 {
   fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
@@ -359,10 +383,9 @@ static bool write_input(talk *t, int fd, const char *input, size_t length)
   while (done < length) {
     struct pollfd fds[] = {{fd, POLLOUT, 0},
                            {reading ? fileno(t->inp) : -1, POLLIN, 0}};
-    if (wait_ready(t, fds, 2) != TALK_READY) {
-      return false;
-    }
-    if (fds[1].revents != 0 && !keep_output(t, &reading)) {
+    if (wait_ready(t, fds, 2) != TALK_READY ||
+        (fds[1].revents != 0 && !keep_output(t, &reading))) {
+      stop_script(t);
       return false;
     }
     if (fds[0].revents == 0) {
@@ -371,9 +394,10 @@ static bool write_input(talk *t, int fd, const char *input, size_t length)
     const ssize_t put = write(fd, input + done, length - done);
     if (put > 0) {
       done += static_cast<size_t>(put);
-    } else if (errno == EPIPE && length <= PIPE_BUFFER) {
-      return true;
+    } else if (errno == EPIPE) {
+      return length <= PIPE_BUFFER;
     } else if (errno != EAGAIN && errno != EINTR) {
+      stop_script(t);
       return false;
     }
   }
@@ -407,31 +431,33 @@ static int talk_close(void *cookie)
   talk *t = static_cast<talk *>(cookie);
   fclose(t->inp);
   free(t->kept);
-  free(t);
   return 0;
 }
 
 FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
                       size_t length)
 {
+  static talk t; // one script at a time
   owned_stream from_script(inp);
   const owned_stream to_script(outp);
-  talk *t = static_cast<talk *>(must_malloc(sizeof *t));
-  if (t == nullptr) {
+  t = {};
+  t.pid = pid;
+  t.inp = inp;
+  t.last_check = now_ms();
+  // Made first: the script might not survive the loss of its reader.
+  owned_stream answer(
+      fopencookie(&t, "r", {talk_read, nullptr, nullptr, talk_close}));
+  if (answer == nullptr) {
+    if (outp != nullptr) {
+      stop_script(&t);
+    }
     return nullptr;
   }
-  *t = {};
-  t->pid = pid;
-  t->inp = from_script.release();
-  t->last_check = now_ms();
-  FILE *stream = nullptr;
-  if (outp == nullptr || write_input(t, fileno(outp), input, length)) {
-    stream = fopencookie(t, "r", {talk_read, nullptr, nullptr, talk_close});
+  from_script.release();
+  if (outp != nullptr && !write_input(&t, fileno(outp), input, length)) {
+    return nullptr;
   }
-  if (stream == nullptr) {
-    talk_close(t);
-  }
-  return stream;
+  return answer.release();
 }
 
 // --- waiting -----------------------------------------------------------------
@@ -445,8 +471,10 @@ static int exit_status(pid_t pid)
     return WEXITSTATUS(status);
   }
   if (WIFSIGNALED(status)) {
-    orv_error("orv_script_wait: script terminated by signal %d",
-              WTERMSIG(status));
+    if (!stopped) {
+      orv_error("orv_script_wait: script terminated by signal %d",
+                WTERMSIG(status));
+    }
     return -WTERMSIG(status);
   }
   orv_fatal("orv_script_wait: script not terminated! Status 0x%x",
@@ -459,6 +487,7 @@ static int exit_status(pid_t pid)
 int orv_script_wait(pid_t pid)
 {
   const int status = exit_status(pid);
+  stopped = false;
   if (output_cut) {
     output_cut = false;
     orv_error("Script output too long");

@@ -32,8 +32,9 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp);
 // The stream ends with the pipe.  It also ends when the script has ended and
 // something it left behind holds the pipe but keeps silent, and has a read
 // error past ORV_SCRIPT_OUTPUT_MAX (reported by orv_script_wait).  NULL when
-// the input could not be written; input that fits into a pipe's buffer counts
-// as written even if the script has already gone.
+// the input could not be written; a script that still waits for it is then
+// ended, which orv_script_wait does not report.  Input that fits into a pipe's
+// buffer counts as written even if the script has already gone.
 FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
                       size_t length);
 

@@ -41,8 +41,8 @@ struct var_index {
 // the list.
 constexpr int INDEX_FROM = 100;
 
-// Set when a value was lost for lack of memory; reset by each exchange, whose
-// answer is then no answer.
+// Set when a value was lost for lack of memory, and never reset: what the lists
+// hold since then is a part, and no script is told a part.
 static bool value_lost;
 
 static var_index indexes[] = {
@@ -519,7 +519,6 @@ static bool exchange(pid_t pid, FILE *inp, FILE *outp, const char *input,
   if (answer == nullptr) {
     return false;
   }
-  value_lost = false;
   orv_load_vars_fp(answer.get());
   return !value_lost && ferror(answer.get()) == 0;
 }
@@ -529,7 +528,7 @@ static bool exchange(pid_t pid, FILE *inp, FILE *outp, const char *input,
 int orv_save_vars(orv_var **list, const char *script)
 {
   size_t length = 0;
-  const owned_text input(make_input(list, &length));
+  const owned_text input(value_lost ? nullptr : make_input(list, &length));
   if (input == nullptr) {
     return 0;
   }
