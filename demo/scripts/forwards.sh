@@ -1,34 +1,23 @@
 #!/bin/bash
 # Port forwards: a table whose rows the user adds and deletes.
-#
-# A check box cell that was drawn once has a value ("False") for good, so a row
-# whose texts were all cleared still reaches us as a row.  Such rows are
-# dropped when the table is stored, and nothing of them is checked.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 COLUMNS=(fw_off fw_proto fw_port fw_address fw_to fw_note)
+TEXTS=(fw_port fw_address fw_to fw_note)
+
+if [[ $1 == --read ]]; then
+  load forwards
+  find_rows "${TEXTS[@]}"
+  tick "${rows[@]/#/fw_off}"
+  pack "${COLUMNS[@]}"
+  show "${cells[@]}"
+  exit
+fi
+
 MAX_ROWS=32
 
-# Puts the numbers of the rows in use into `rows`.
-find_rows()
-{
-  local i
-  rows=()
-  for i in {0..99}; do
-    if [[ ${cfg[fw_port$i]}${cfg[fw_address$i]}${cfg[fw_to$i]}${cfg[fw_note$i]} ]]
-    then
-      rows+=("$i")
-    fi
-  done
-}
-
-is_port()
-{
-  [[ $1 =~ ^0*[1-9][0-9]{0,4}$ ]] && ((10#$1 <= 65535))
-}
-
-# check_row ROW: the page has checked the fields of an ordinary request; rows
-# behind a gap reach us unchecked, so formats are looked at once more.
+# The page has checked the fields of an ordinary request; rows behind a gap
+# reach us unchecked, so formats are looked at once more.
 check_row()
 {
   local i=$1 row=$(($1 + 1)) proto key
@@ -54,7 +43,8 @@ check_row()
     if one_of "${cfg[fw_proto$i]}" $proto both; then
       key=$proto.$((10#${cfg[fw_port$i]}))
       if [[ ${seen[$key]} ]]; then
-        fail fw_port "Row $row: this port is forwarded in row ${seen[$key]} already"
+        fail fw_port \
+          "Row $row: this port is forwarded in row ${seen[$key]} already"
         return
       fi
       seen[$key]=$row
@@ -62,51 +52,23 @@ check_row()
   done
 }
 
-check_rows()
-{
-  local i
-  local -A seen=()
-  for i in "${rows[@]}"; do
-    check_row "$i"
-  done
-  if ((${#rows[@]} > MAX_ROWS)); then
-    fail_page "Nothing was saved yet: the device keeps $MAX_ROWS forwards."
-  fi
-  end_check
-}
-
-# pack: puts the rows in use under 0, 1, 2 and so on; their cells into `cells`.
-pack()
-{
-  local row=0 i column
-  cells=()
-  for i in "${rows[@]}"; do
-    for column in "${COLUMNS[@]}"; do
-      cfg[$column$row]=${cfg[$column$i]}
-      cells+=("$column$row")
-    done
-    tick "fw_off$row"
-    row=$((row + 1))
-  done
-}
-
+take "${COLUMNS[@]/%/#}"
+find_rows "${TEXTS[@]}"
 case $1 in
-  --read)
-    load forwards "${COLUMNS[@]/%/#}"
-    find_rows
-    pack
-    show "${cells[@]}"
-    ;;
   --check)
-    take "${COLUMNS[@]/%/#}"
-    find_rows
-    check_rows
+    declare -A seen=()
+    for row in "${rows[@]}"; do
+      check_row "$row"
+    done
+    if ((${#rows[@]} > MAX_ROWS)); then
+      fail_page "Nothing was saved yet: the device keeps $MAX_ROWS forwards."
+    fi
+    end_check
     ;;
   --write)
-    take "${COLUMNS[@]/%/#}"
-    find_rows
-    pack
-    store forwards "${cells[@]}"
+    tick "${rows[@]/#/fw_off}"
+    pack "${COLUMNS[@]}"
+    store forwards "${cells[@]}" && note 'Port forwards changed'
     ;;
   *) exit 1 ;;
 esac

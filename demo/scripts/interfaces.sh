@@ -7,7 +7,7 @@ case $1 in
     for i in "${!PORTS[@]}"; do
       port=${PORTS[i]}
       cfg=()
-      load "port.$port" port_on port_use port_speed
+      load "port.$port"
       text=${PORT_LABEL[$port]}
       if [[ ${cfg[port_use]} ]]; then
         text+=", ${cfg[port_use]}"

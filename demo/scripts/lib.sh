@@ -137,7 +137,7 @@ if [[ $1 == --read ]]; then
   return
 fi
 
-# --- what check and write scripts need beyond that -----------------------------
+# --- what check and write scripts need beyond that ---------------------------
 
 # A line of script output ends at 249 bytes, name and quotes included.
 MAX_VALUE=180

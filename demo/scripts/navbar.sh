@@ -1,8 +1,27 @@
 #!/bin/bash
-# The navigation bar of every form.  The page puts "Configuration" in front.
-printf '%s\n' \
-  'network Network' \
-  'interfaces Ports' \
-  'forwards Forwards' \
-  'services Services' \
-  'status Status'
+# The navigation bar of the form $1: the forms of its group.  The page puts
+# "Configuration" in front, which leads to all of them; five more have room.
+# This runs for every page, so it reads nothing and starts nothing.
+case $1 in
+  network | interfaces | wireless | dhcp)
+    printf '%s\n' 'network Network' 'interfaces Ports' 'wireless Wireless' \
+      'dhcp DHCP' 'status Status'
+    ;;
+  port)
+    # The ports of lib.sh.
+    printf '%s\n' 'interfaces Ports' 'port/wan WAN' 'port/lan1 LAN 1' \
+      'port/lan2 LAN 2' 'port/lan3 LAN 3'
+    ;;
+  firewall | forwards | services | users)
+    printf '%s\n' 'firewall Firewall' 'forwards Forwards' \
+      'services Services' 'users Users' 'status Status'
+    ;;
+  system | log | reboot | errors | status)
+    printf '%s\n' 'system System' 'log Log' 'reboot Restart' \
+      'errors Try errors' 'status Status'
+    ;;
+  *)
+    printf '%s\n' 'network Network' 'firewall Firewall' 'services Services' \
+      'system System' 'status Status'
+    ;;
+esac

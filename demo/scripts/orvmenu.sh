@@ -4,7 +4,7 @@
 
 case $1 in
   --read)
-    load network host_name
+    load name
     show host_name
     ;;
   *) exit 1 ;;

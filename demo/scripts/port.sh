@@ -7,8 +7,16 @@ port=$3
 
 # The sub-item comes from a link and becomes part of a file name.
 if ! one_of "$port" "${PORTS[@]}"; then
-  fail_page 'There is no such port. Choose one from the list of ports.'
-  exit 0
+  echo 'error_msg=There is no such port. Choose one from the list of ports.'
+  exit
+fi
+
+if [[ $1 == --read ]]; then
+  load "port.$port"
+  tick port_on port_pause
+  cfg[port_label]=${PORT_LABEL[$port]}
+  show port_label "${NAMES[@]}"
+  exit
 fi
 
 # Whether a port but this one is switched on.
@@ -18,7 +26,7 @@ other_port_on()
   for other in "${PORTS[@]}"; do
     if [[ $other != "$port" ]]; then
       cfg=()
-      load "port.$other" port_on
+      load "port.$other"
       if [[ ${cfg[port_on]} == True ]]; then
         return 0
       fi
@@ -28,12 +36,6 @@ other_port_on()
 }
 
 case $1 in
-  --read)
-    load "port.$port" "${NAMES[@]}"
-    tick port_on port_pause
-    cfg[port_label]=${PORT_LABEL[$port]}
-    show port_label "${NAMES[@]}"
-    ;;
   --check)
     take "${NAMES[@]}"
     tick port_on
@@ -47,10 +49,11 @@ case $1 in
     end_check
     ;;
   --write)
-    load "port.$port" "${NAMES[@]}"
+    load "port.$port"
     take "${NAMES[@]}"
     tick port_on port_pause
-    store "port.$port" "${NAMES[@]}"
+    store "port.$port" "${NAMES[@]}" &&
+      note "Port ${PORT_LABEL[$port]} changed"
     ;;
   *) exit 1 ;;
 esac

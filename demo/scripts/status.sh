@@ -1,5 +1,5 @@
 #!/bin/bash
-# Facts of the machine that this runs on, read from /proc.
+# Facts of the machine that this runs on, read from /proc and /sys.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 MAX_INTERFACES=8
@@ -17,12 +17,28 @@ size()
   REPLY="$n $unit"
 }
 
+read_clock()
+{
+  export TZ=${cfg[time_zone]}
+  printf -v 'cfg[st_time]' '%(%Y-%m-%d %H:%M:%S %Z)T' -1
+}
+
 read_uptime()
 {
   local seconds
   IFS=. read -r seconds _ </proc/uptime
-  printf -v 'cfg[st_uptime]' '%d days, %d h %02d min' \
-    $((seconds / 86400)) $((seconds / 3600 % 24)) $((seconds / 60 % 60))
+  printf -v 'cfg[st_uptime]' '%d h %02d min' $((seconds / 3600 % 24)) \
+    $((seconds / 60 % 60))
+  if ((seconds >= 86400)); then
+    cfg[st_uptime]="$((seconds / 86400)) days, ${cfg[st_uptime]}"
+  fi
+}
+
+read_load()
+{
+  local now quarter
+  read -r now _ quarter _ </proc/loadavg
+  cfg[st_load]="$now now, $quarter in 15 min"
 }
 
 read_memory()
@@ -37,21 +53,37 @@ read_memory()
   cfg[st_memory]="$((free / 1024)) MB free of $((total / 1024)) MB"
 }
 
+# The first router that leads everywhere; its address stands there as a number
+# in the machine's own order of bytes.
+read_gateway()
+{
+  local interface target router
+  while read -r interface target router _; do
+    if [[ $target == 00000000 && $router =~ ^[0-9A-F]{8}$ ]]; then
+      printf -v 'cfg[st_gateway]' '%d.%d.%d.%d by %s' "0x${router:6:2}" \
+        "0x${router:4:2}" "0x${router:2:2}" "0x${router:0:2}" "$interface"
+      break
+    fi
+  done </proc/net/route
+}
+
 read_traffic()
 {
-  local name counters row=0 received sent
-  while IFS=' :' read -r name counters; do
-    if [[ $name == *[!a-zA-Z0-9_.@-]* || $counters != [0-9]* ]]; then
+  local name received sent state row=0
+  while IFS=' :' read -r name received _ _ _ _ _ _ _ sent _; do
+    if [[ $name == *[!a-zA-Z0-9_.@-]* || $received$sent == *[!0-9]* ]] ||
+      ((received == 0 && sent == 0)); then
       continue
     fi
-    read -r received _ _ _ _ _ _ _ sent _ <<<"$counters"
-    if ((received == 0 && sent == 0)); then
-      continue
-    fi
+    read -r state <"/sys/class/net/$name/operstate"
+    case $state in
+      up | down) ;;
+      *) state='' ;;
+    esac
     size "$received" && received=$REPLY
     size "$sent" && sent=$REPLY
-    printf '%s%d="%s"\n' if_name $row "$name" if_in $row "$received" \
-      if_out $row "$sent"
+    printf '%s%d="%s"\n' if_name $row "$name" if_state $row "$state" \
+      if_in $row "$received" if_out $row "$sent"
     row=$((row + 1))
     if ((row == MAX_INTERFACES)); then
       break
@@ -59,17 +91,23 @@ read_traffic()
   done </proc/net/dev
 }
 
+# What a machine does not tell stays blank: its message must not reach the page.
 case $1 in
   --read)
-    load network host_name
-    printf -v 'cfg[st_time]' '%(%Y-%m-%d %H:%M:%S %Z)T' -1
-    read_uptime
-    read -r now _ quarter _ </proc/loadavg
-    cfg[st_load]="$now now, $quarter in 15 min"
-    read_memory
-    read -r 'cfg[st_kernel]' </proc/sys/kernel/osrelease
-    show host_name st_time st_uptime st_load st_memory st_kernel
-    read_traffic
+    load name
+    load system
+    load reboot
+    {
+      read_clock
+      read_uptime
+      read_load
+      read_memory
+      read_gateway
+      read -r 'cfg[st_kernel]' </proc/sys/kernel/osrelease
+      show host_name place st_time st_uptime rb_last st_load st_memory \
+        st_gateway st_kernel
+      read_traffic
+    } 2>/dev/null
     ;;
   *) exit 1 ;;
 esac

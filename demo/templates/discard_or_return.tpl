@@ -1,7 +1,7 @@
 # Home was pressed while a form held changes that are not saved.
 title Leave without saving?
 read_script empty.sh
-navbar_script navbar.sh
+navbar_script navbar.sh $F$
 body
 error $E$
 text You changed something on the last page and have not saved it.

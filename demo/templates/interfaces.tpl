@@ -1,5 +1,5 @@
 title Ports
-navbar_script navbar.sh
+navbar_script navbar.sh $F$
 help_mode
 body
 error $E$

@@ -1,6 +1,7 @@
 title Name and address
-navbar_script navbar.sh
+navbar_script navbar.sh $F$
 help_mode
+expert_mode
 body
 error $E$
 text How the device is called and how it is found in your network.
@@ -12,6 +13,7 @@ check regex ^[A-Za-z0-9]([A-Za-z0-9-]{0,61}[A-Za-z0-9])?$
 check_msg host_name Use letters, digits and hyphens, 63 at most, no blanks
 help A short name. A hyphen may stand inside it, not at its ends.
 
+heading2 Internet address (IPv4)
 # The condition below is decided when a page is drawn, so choosing another entry
 # shows or hides the section with the next press of any button.
 select static_ip
@@ -20,7 +22,7 @@ choice no Automatic (DHCP)
 choice yes Static, set by hand
 prompt Choose Static and press Submit: the fields for it appear here
 help $B$Automatic$R$: the router of your network gives the device its address.
-  $B$Static$R$: you choose an address yourself. When you switch to Static,
+  $L$$B$Static$R$: you choose an address yourself. When you switch to Static,
   press Submit once. Nothing is saved yet; the page comes back with the
   fields to fill in.
 
@@ -46,6 +48,32 @@ else
 error $E:ip_address$ $E:gateway$
 endif
 
+heading2 Internet address (IPv6)
+# "no" and "off" are both false for a condition: the fields show for "yes" alone.
+select ip6_mode
+label IPv6
+choice no Automatic
+choice yes Static, set by hand
+choice off Off
+help Automatic takes what the network offers, and nothing where it offers none.
+if $V:ip6_mode$
+field ip6_address 40
+label Static IPv6 address
+prompt Address and network size, for example 2001:db8::20/64
+check nullok text
+if $V:last_ip6_address$
+text Last static address: $B$$V:last_ip6_address$$R$
+endif
+field ip6_gateway 40
+label IPv6 gateway
+prompt The router's address, for example fe80::1
+check nullok text
+help Leave it blank to use the router that announces itself.
+else
+error $E:ip6_address$ $E:ip6_gateway$
+endif
+
+heading2 Name servers
 field dns1 40
 label Name server
 prompt For example 9.9.9.9, or blank to use what the network offers
@@ -57,3 +85,16 @@ label Second name server
 prompt Asked when the first does not answer; may stay blank
 check nullok ipaddr ipv4 ipv6
 check_msg dns2 Enter an address such as 9.9.9.9, or leave it blank
+# $X$ is true in the expert view, which the button Expert switches on.
+if $X$
+field dns_search 30
+label Search domain
+prompt Tried behind short names, for example example.org; may stay blank
+check nullok ipaddr hostname
+check_msg dns_search Enter a name such as example.org, or leave it blank
+# A message for a field that is not shown must be seen all the same.
+else
+if $E:dns_search$
+error Search domain (press Expert to see it): $E:dns_search$
+endif
+endif

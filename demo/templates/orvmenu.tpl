@@ -1,7 +1,7 @@
 # The start page.
 title Larkspur demo gateway
 read_script orvmenu.sh --read
-navbar_script navbar.sh
+navbar_script navbar.sh $F$
 help_mode
 body
 error $E$
@@ -9,13 +9,30 @@ text This is $B$$V:host_name$$R$. What do you want to set up?
 help Each page shows what the device uses now. Nothing changes until you
   press Submit on a page, and Home always brings you back here.
 
+  The button Expert shows the rarer settings of a page that has some; elsewhere
+  it is grey.
+
 heading2 Network
 fmenu
 choice network Name and address
 choice interfaces Ports
+choice wireless Wireless
+choice dhcp Address server (DHCP)
+
+heading2 Access
+fmenu
+choice firewall Firewall
 choice forwards Port forwards
+choice services Services
+choice users Users
 
 heading2 Device
 fmenu
-choice services Remote access, time and log
 choice status Status
+choice system Name, place and time
+choice log Log
+choice reboot Restart
+
+heading2 For form authors
+fmenu
+choice errors Try errors

@@ -1,5 +1,5 @@
 title Port $V:port_label$
-navbar_script navbar.sh
+navbar_script navbar.sh $F$
 help_mode
 expert_mode
 body

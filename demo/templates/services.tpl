@@ -1,11 +1,11 @@
-title Remote access, time and log
-navbar_script navbar.sh
+title Services
+navbar_script navbar.sh $F$
 help_mode
 expert_mode
 body
 error $E$
+text What the device offers in your network, and whom it tells what happens.
 
-text What the device offers in your network.
 heading2 Remote access
 checkbox ssh_on
 label SSH login
@@ -35,15 +35,23 @@ help With this a browser finds the device as $B$name.local$R$.
 heading2 Time
 checkbox ntp_on
 label Time service
-rlabel Set the clock
+rlabel Set the clock by a time server
 field ntp_server 30
 label Time server
 prompt For example pool.ntp.org
 check nullok ipaddr ipv4 ipv6 hostname
 check_msg ntp_server Enter a name such as pool.ntp.org or an address
-iselect time_zone zones
-label Time zone
-help The device changes to summer time by itself where the zone has one.
+help The page $B$System$R$ has more about the clock.
+
+heading2 Alerts
+checkbox alert_on
+label By mail
+rlabel When a port goes down or a login fails
+field alert_mail 30
+label Mail address
+prompt For example anna@example.org
+check nullok email
+check_msg alert_mail Enter an address such as anna@example.org
 
 heading2 Log
 select log_level

@@ -148,7 +148,10 @@ void cgiout_close_form(void)
   hidden_if_set('\0', "return", orv_return);
   hidden_if_set('\0', "continue", orv_continue);
   hidden_var('\0', "expert_mode", orv_expert_mode != 0 ? "True" : "False");
-  hidden_var('\0', "cgi_vars_loaded", "True");
+  // A page with a part of the state is shown, but nothing is done from it.
+  if (!orv_vars_lost()) {
+    hidden_var('\0', "cgi_vars_loaded", "True");
+  }
   hidden_var('\0', "scroll_y", scroll_y != nullptr ? scroll_y : "0");
   hidden_if_set('\0', "anchor_target", anchor_target);
   html_div_end();

@@ -92,7 +92,9 @@ static void set_env(char *name, char *val)
     return;
   }
   snprintf(entry, size, "%s=%s", name, val);
-  putenv(entry);
+  if (putenv(entry) != 0) {
+    free(entry);
+  }
 } // NOLINT(clang-analyzer-unix.Malloc): the environment keeps it
 
 static void set_env_tuple(kwtutil_cffile_t *cfinfo, char *name, char *def)

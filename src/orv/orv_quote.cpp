@@ -131,18 +131,29 @@ static void scan_double(shell_scan *scan, char c)
   }
 }
 
-// Whether `c`, inside of what the scan cannot follow, opens what is evaluated as
-// a number: ((, a subscript or [[, the offset in ${y:1}.
-static bool opens_nested_arithmetic(char last, char c)
+// Whether `last` stands in the name or the operator behind ${: "{" before a
+// name has begun, "n" within it.
+static bool in_parameter(char last)
 {
-  return c == '[' || (c == '(' && last == '(') || (c == ':' && last == '{');
+  return last == '{' || last == 'n';
 }
 
-// Whether the character stands in the name of ${name:1}.
-static bool is_name(char c)
+// What `last` becomes with `c` in that name, '\0' behind it.
+static char parameter_state(char last, char c)
 {
-  return isalnum(static_cast<unsigned char>(c)) != 0 ||
-         strchr("_!#@*?$-", c) != nullptr;
+  if (isalnum(static_cast<unsigned char>(c)) != 0 || c == '_') {
+    return 'n';
+  }
+  // Of one character, or before a name, or the operators of ${name@P}.
+  return strchr(last == '{' ? "!#@*?$-" : "@*", c) != nullptr ? '{' : '\0';
+}
+
+// Whether `c`, inside of what the scan cannot follow, opens what is evaluated
+// as a number: ((, a subscript or [[, the offset in ${y:1}.
+static bool opens_nested_arithmetic(char last, char c)
+{
+  return c == '[' || (c == '(' && last == '(') ||
+         (c == ':' && in_parameter(last));
 }
 
 // Two beginnings have an end that is simple to tell: a third "<" makes a here-
@@ -153,7 +164,7 @@ static void scan_unsafe(shell_scan *scan, char c)
   scan->last = '\0';
   if (opens_nested_arithmetic(last, c)) {
     scan->place = SHELL_ARITHMETIC;
-    scan->last = c == ':' || (c == '[' && last == ' ') ? c : '\0';
+    scan->last = c == ':' ? ':' : '\0';
   } else if (last == '<' && c == '<') {
     scan->place = SHELL_BARE;
     scan->in_word = false;
@@ -163,25 +174,21 @@ static void scan_unsafe(shell_scan *scan, char c)
   } else if (last == '1' && strchr(" \t;|&)", c) != nullptr) {
     scan->place = SHELL_BARE;
     scan_bare(scan, c);
-  } else if (last == '{' && is_name(c)) {
-    scan->last = '{';
-  } else if (strchr("$( ", c) != nullptr ||
+  } else if (in_parameter(last) && parameter_state(last, c) != '\0') {
+    scan->last = parameter_state(last, c);
+  } else if (strchr("$(", c) != nullptr ||
              (c == '{' && (last == '$' || last == '{'))) {
     scan->last = c;
   }
 }
 
-// Two beginnings turn out to be none: ${y:-word} has no offset, and "[ " is a
-// command's name.
+// ${y:-word} and the like have no offset.
 static void scan_arithmetic(shell_scan *scan, char c)
 {
-  const char last = scan->last;
-  scan->last = '\0';
-  if ((last == ':' && strchr("-=?+", c) != nullptr) ||
-      (last == '[' && c == ' ')) {
+  if (scan->last == ':' && strchr("-=?+", c) != nullptr) {
     scan->place = SHELL_UNSAFE;
-    scan->last = c == ' ' ? ' ' : '\0';
   }
+  scan->last = '\0';
 }
 
 void shell_scan_text(shell_scan *scan, const char *text, size_t length)
@@ -227,9 +234,10 @@ static bool is_plain(char c)
   return !is_ascii(c) || strchr(PLAIN, c) != nullptr;
 }
 
-static bool needs_quoting(const char *value, shell_place place)
+// In the name of ${!name} and ${name@P} a name is evaluated, too.
+static bool needs_quoting(const char *value, const shell_scan *scan)
 {
-  if (place == SHELL_ARITHMETIC) {
+  if (scan->place == SHELL_ARITHMETIC || in_parameter(scan->last)) {
     return value[strspn(value, "0123456789")] != '\0';
   }
   return !std::all_of(value, value + strlen(value), is_plain);
@@ -307,7 +315,7 @@ static bool put_quoted(sink *to, shell_place place, const char *value)
 bool shell_quote(shell_scan *scan, const char *value, char *out, size_t *length)
 {
   sink to = {out, 0};
-  if (!needs_quoting(value, scan->place)) {
+  if (!needs_quoting(value, scan)) {
     put(&to, value);
   } else if (scan->last == '\\' || scan->last == '$' ||
              !put_quoted(&to, scan->place, value)) {
@@ -315,8 +323,7 @@ bool shell_quote(shell_scan *scan, const char *value, char *out, size_t *length)
   }
   // An empty value leaves what stands before it next to what stands behind.
   if (value[0] != '\0') {
-    // Behind ${ it is a part of the name.
-    scan->last = scan->last == '{' ? '{' : '\0';
+    scan->last = in_parameter(scan->last) ? scan->last : '\0';
     scan->in_word = true;
   }
   *length = to.length;

@@ -29,8 +29,8 @@ void shell_scan_text(shell_scan *scan, const char *text, size_t length);
 // Writes `value` as it must stand at this place, without a terminator, stores
 // its length and reads on over it; writes nothing when `out` is NULL.  False,
 // with all as it was, when no quoting is safe here and the value needs one.  In
-// arithmetic every value but a number does: a name there is evaluated, and so
-// is what it stands for.
+// arithmetic and in the name behind ${ every value but a number does: a name
+// there is evaluated, and so may be what it stands for.
 bool shell_quote(shell_scan *scan, const char *value, char *out,
                  size_t *length);
 

@@ -140,12 +140,16 @@ static void redirect(int fd, int flags, int place)
   }
 }
 
-// A script begins when the first of its input is there, so that of a short one
-// it sees either all or nothing, and in the latter case never runs.
+// Input is written at once.  A caller that wants to hear the script first is
+// not kept waiting for ever.
+constexpr int INPUT_WAIT_MS = 1000;
+
+// Lets the script begin when its input is there, so that one whose input cannot
+// be written is ended before it has emptied a file that it meant to fill.
 static void await_input()
 {
   struct pollfd input = {STDIN_FILENO, POLLIN, 0};
-  poll(&input, 1, -1);
+  poll(&input, 1, INPUT_WAIT_MS);
 }
 
 // The child's part: never returns.  Nothing of the parent's signals or
@@ -453,7 +457,7 @@ FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
     }
     return nullptr;
   }
-  from_script.release();
+  static_cast<void>(from_script.release()); // closed by the answer's
   if (outp != nullptr && !write_input(&t, fileno(outp), input, length)) {
     return nullptr;
   }

@@ -510,6 +510,11 @@ static char *make_input(orv_var **list, size_t *length)
   return nullptr;
 }
 
+bool orv_vars_lost(void)
+{
+  return value_lost;
+}
+
 // Hands the script its input and stores its answer; false when the input could
 // not be written or the answer not be taken in whole.  Both streams are taken.
 static bool exchange(pid_t pid, FILE *inp, FILE *outp, const char *input,

@@ -76,9 +76,13 @@ int orv_load_vars(const char *script, int merge);
 // Starts the script `script`, empties err_vars, writes every variable of `list`
 // to it and stores its answer.  1 when it took and answered all, exited with
 // status 0 and reported no error, else 0; a script that could not be started,
-// and lack of memory, have been reported.  Once lack of memory has lost a
-// value, no script is started any more.
+// and lack of memory, have been reported.  Once a value has been lost, it
+// starts no script and gives 0.
 int orv_save_vars(orv_var **list, const char *script);
+
+// Whether lack of memory has lost a value: the lists then hold a part of what
+// they were given.
+bool orv_vars_lost(void);
 
 // Stores a script's output: the number of lines stored, or -1 when a line was
 // malformed (reported by orv_error), refused, or could not be read.

@@ -11,6 +11,7 @@ a `Page` is what came back, and posts its own fields again as a browser would:
 import functools
 import os
 import pathlib
+import re
 import subprocess
 import urllib.parse
 
@@ -21,40 +22,34 @@ ORV = os.environ["ORV"]
 SHIM = os.environ.get("ORV_SYSLOG_SHIM", "")
 HTML = "{http://www.w3.org/1999/xhtml}"
 SECONDS = 30  # no request of a test may take longer
+# What a request has around it; 99 is the exit status of a sanitizer's report.
+ENVIRONMENT = {
+    "PATH": os.environ["PATH"], "LD_PRELOAD": SHIM, "SCRIPT_NAME": "/cgi-bin/orv",
+    "ASAN_OPTIONS": "verify_asan_link_order=0:exitcode=99",
+    "LSAN_OPTIONS": "exitcode=99", "UBSAN_OPTIONS": "print_stacktrace=1",
+}
 
 
 class Page:
     """The answer to one request."""
 
-    def __init__(self, site, run, log, form_url="/cgi-bin/orv"):
-        self.site = site
-        self.exit = run.returncode
+    def __init__(self, site, run, log):
+        self.site, self.exit, self.log, self.raw = site, run.returncode, log, run.stdout
         self.stderr = run.stderr.decode("utf-8", "replace")
-        self.log = log
-        self.raw = run.stdout
-        head, _, body = run.stdout.partition(b"\r\n\r\n")
-        lines = head.decode("latin-1").split("\r\n")
-        self.header_lines = lines
-        self.headers = dict(
-            line.split(": ", 1) for line in lines if ": " in line
-        )
+        head, _, self.bytes = run.stdout.partition(b"\r\n\r\n")
+        self.header_lines = head.decode("latin-1").split("\r\n")
+        self.headers = dict(h.split(": ", 1) for h in self.header_lines if ": " in h)
         self.status = self.headers.get("Status")
-        self.body = body.decode("utf-8", "replace")
-
-    # --- looking --------------------------------------------------------------
+        self.body = self.bytes.decode("utf-8", "replace")
 
     @functools.cached_property
     def tree(self):
-        body = self.raw.partition(b"\r\n\r\n")[2]
-        return html5lib.parse(body, treebuilder="etree")
+        return html5lib.parse(self.bytes, treebuilder="etree")
 
     def all(self, tag, css_class=None):
         """Every element of that name (and class), in document order."""
-        return [
-            e
-            for e in self.tree.iter(HTML + tag)
-            if css_class is None or css_class in e.get("class", "").split()
-        ]
+        return [e for e in self.tree.iter(HTML + tag)
+                if css_class is None or css_class in e.get("class", "").split()]
 
     def texts(self, tag, css_class=None):
         return ["".join(e.itertext()) for e in self.all(tag, css_class)]
@@ -65,35 +60,20 @@ class Page:
 
     @property
     def errors(self):
-        """The texts of all error paragraphs."""
         return self.texts("p", "error")
 
     @property
     def comments(self):
-        """The texts of the page's comments."""
-        found = []
-        rest = self.body
-        while "<!--" in rest:
-            text, _, rest = rest.partition("<!--")[2].partition("-->")
-            found.append(text.strip())
-        return found
+        return [c.strip() for c in re.findall("<!--(.*?)-->", self.body, re.S)]
 
-    def inputs(self, kind=None):
-        return [
-            e
-            for e in self.all("input")
-            if kind is None or e.get("type", "text") == kind
-        ]
+    def inputs(self, kind):
+        return [e for e in self.all("input") if e.get("type") == kind]
 
     def control(self, name):
         """The visible control of that name."""
-        found = [
-            e
-            for e in self.all("input") + self.all("select")
-            if e.get("name") == name and e.get("type") != "hidden"
-        ]
-        assert len(found) == 1, f"{len(found)} controls named {name}"
-        return found[0]
+        (found,) = [e for e in self.all("input") + self.all("select")
+                    if e.get("name") == name and e.get("type") != "hidden"]
+        return found
 
     def hidden(self):
         """The hidden fields as (name, value), in order."""
@@ -101,45 +81,30 @@ class Page:
 
     def buttons(self):
         """The labels of the buttons that can be pressed."""
-        return [
-            e.get("value")
-            for e in self.inputs("submit")
-            if e.get("disabled") is None
-        ]
+        return [e.get("value") for e in self.inputs("submit")
+                if e.get("disabled") is None]
 
     def fields(self):
         """What the page posts when nothing was touched, in document order."""
         posted = []
         for e in self.tree.iter():
-            name = e.get("name")
-            if name is None or e.get("disabled") is not None:
+            if e.get("name") is None or e.get("disabled") is not None:
                 continue
             if e.tag == HTML + "select":
-                options = [o for o in e.iter(HTML + "option")]
+                options = list(e.iter(HTML + "option"))
                 chosen = [o for o in options if o.get("selected") is not None]
-                for o in (chosen or options)[:1]:
-                    posted.append((name, o.get("value")))
-            elif e.tag == HTML + "input":
-                kind = e.get("type", "text")
-                if kind == "checkbox" and e.get("checked") is None:
-                    continue
-                if kind != "submit":
-                    posted.append((name, e.get("value", "")))
+                posted += [(e.get("name"), o.get("value"))
+                           for o in (chosen or options)[:1]]
+            elif e.tag == HTML + "input" and e.get("type") != "submit":
+                if e.get("type") != "checkbox" or e.get("checked") is not None:
+                    posted.append((e.get("name"), e.get("value", "")))
         return posted
-
-    # --- acting ---------------------------------------------------------------
 
     def press(self, label, _untick=(), **changes):
         """Posts the page's fields with some changed and a button pressed."""
-        assert label in self.buttons(), f"no button {label}: {self.buttons()}"
-        names = [name for name, _ in self.fields()]
-        posted = [
-            (name, changes.get(name, value))
-            for name, value in self.fields()
-            if name not in _untick
-        ]
-        posted += [(n, v) for n, v in changes.items() if n not in names]
-        return self.site.post(posted + [("action", label)])
+        assert label in self.buttons()
+        posted = {n: v for n, v in self.fields() if n not in _untick} | changes
+        return self.site.post(posted | {"action": label})
 
 
 class Site:
@@ -147,7 +112,6 @@ class Site:
         self.folder = pathlib.Path(folder)
         self.templates = self.folder / "data" / "templates"
         self.scripts = self.folder / "data" / "scripts"
-        self.logfile = self.folder / "syslog"
         self.templates.mkdir(parents=True)
         self.scripts.mkdir()
         self.env = {}
@@ -155,37 +119,26 @@ class Site:
     # --- the device -----------------------------------------------------------
 
     def template(self, name, *lines, title="Test form", header=()):
-        """A form with the body lines given; scripts that it does not name in
-        the header are made as ones that do nothing."""
-        text = [f"title {title}", *header, "body", *lines]
-        (self.templates / f"{name}.tpl").write_bytes(
-            b"".join(
-                (t if isinstance(t, bytes) else t.encode()) + b"\n"
-                for t in text
-            )
-        )
-        script = self.scripts / f"{name}.sh"
-        if not script.exists():
+        """A form with the body lines given, and a script that does nothing."""
+        text = "\n".join([f"title {title}", *header, "body", *lines, ""])
+        (self.templates / f"{name}.tpl").write_text(text)
+        if not (self.scripts / f"{name}.sh").exists():
             self.script(f"{name}.sh", "cat >/dev/null")
 
     def script(self, name, *lines, mode=0o755):
         path = self.scripts / name
         path.write_text("#!/bin/bash\n" + "\n".join(lines) + "\n")
         path.chmod(mode)
-        return path
 
     def form_script(self, name, read="", check="", write="", navbar=""):
         """One script for a form: shell text for each of its four tasks.  What
         check and write are given is kept in NAME.check and NAME.write."""
         self.script(
-            f"{name}.sh",
-            "case $1 in",
+            f"{name}.sh", "case $1 in",
             f"--read) {read or ':'} ;;",
             f"--check) cat >{name}.check; {check or ':'} ;;",
             f"--write) cat >{name}.write; {write or ':'} ;;",
-            f"--navbar) {navbar or ':'} ;;",
-            "esac",
-        )
+            f"--navbar) {navbar or ':'} ;;", "esac")
 
     def given(self, form, task):
         """The lines that the form's check or write script was given, or None
@@ -197,48 +150,23 @@ class Site:
 
     def run(self, env, body=b""):
         """Runs the executable once with that CGI environment."""
-        self.logfile.unlink(missing_ok=True)
-        environment = {
-            "PATH": os.environ["PATH"],
-            "GATEWAY_INTERFACE": "CGI/1.1",
-            "SCRIPT_NAME": "/cgi-bin/orv",
-            "SYSLOG_FILE": str(self.logfile),
-            "ASAN_OPTIONS": "verify_asan_link_order=0:exitcode=99",
-            "UBSAN_OPTIONS": "print_stacktrace=1",
-            "LSAN_OPTIONS": "exitcode=99",
-            **self.env,
-            **env,
-        }
-        if SHIM:
-            environment["LD_PRELOAD"] = SHIM
+        log = self.folder / "syslog"
+        log.write_text("")
+        env = ENVIRONMENT | {"SYSLOG_FILE": str(log)} | self.env | env
         run = subprocess.run(
-            [ORV],
-            cwd=self.folder,
-            env={k: v for k, v in environment.items() if v is not None},
-            input=body,
-            capture_output=True,
-            timeout=SECONDS,
-            check=False,
-        )
-        assert run.returncode != 99, run.stderr.decode("utf-8", "replace")
-        assert run.returncode >= 0, f"killed by signal {-run.returncode}"
-        log = []
-        if self.logfile.exists():
-            text = self.logfile.read_text("utf-8", "replace")
-            log = text.splitlines()
-        return Page(self, run, log)
+            [ORV], cwd=self.folder, input=body, capture_output=True, timeout=SECONDS,
+            env={k: v for k, v in env.items() if v is not None}, check=False)
+        assert 0 <= run.returncode < 99, run.stderr.decode("utf-8", "replace")
+        return Page(self, run, log.read_text("utf-8", "replace").splitlines())
 
     def get(self, query="", **env):
-        return self.run(
-            {"REQUEST_METHOD": "GET", "QUERY_STRING": query, **env}
-        )
+        return self.run({"REQUEST_METHOD": "GET", "QUERY_STRING": query, **env})
 
     def open(self, form, subitem=None, **more):
         """Follows a plain link to a form."""
-        pairs = {"form": form, **more}
-        if subitem is not None:
-            pairs["subitem"] = subitem
-        return self.get(urllib.parse.urlencode(pairs))
+        pairs = {"form": form, **more, "subitem": subitem}
+        return self.get(urllib.parse.urlencode(
+            {name: value for name, value in pairs.items() if value is not None}))
 
     def post(self, fields, **env):
         """Posts fields, given as pairs, a dict or encoded bytes."""
@@ -246,14 +174,8 @@ class Site:
         if not isinstance(body, bytes):
             body = urllib.parse.urlencode(fields).encode()
         return self.run(
-            {
-                "REQUEST_METHOD": "POST",
-                "CONTENT_TYPE": "application/x-www-form-urlencoded",
-                "CONTENT_LENGTH": str(len(body)),
-                **env,
-            },
-            body,
-        )
+            {"REQUEST_METHOD": "POST", "CONTENT_LENGTH": str(len(body)),
+             "CONTENT_TYPE": "application/x-www-form-urlencoded", **env}, body)
 
 
 @pytest.fixture

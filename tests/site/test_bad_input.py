@@ -31,19 +31,16 @@ EMPTY = "The form is empty."
 ALL_BYTES = bytes(range(256))
 TEMPLATES = [
     # form, its template, the error (FILE: of one that cannot be opened)
-    ("gone", None, "FILE"),
     ("<b>&", None, "FILE"),
     ("f" * 300, None, "FILE"),
     ("f", "a folder", "FILE"),
     ("f", "a pipe", "FILE"),
     ("/dev/zero", None, "Cannot find/read file /dev/zero"),
     ("f", b"", PARSE + "no body keyword found"),
-    ("f", b"body\n", PARSE + "f contains no title"),
     ("f", b"#\n <b>\n<b>\n", PARSE + 'unknown keyword line 3 "<b>\n"'),
     ("f", ALL_BYTES, PARSE + 'unknown keyword line 1 ""'),
     ("f", b"title " + MB * b"x", PARSE + 'unknown keyword line 2 "' + 249 * "x"),
     ("f", b"title T\nbody\n\n# x\n", EMPTY),
-    ("f", FULL + b"titel\n", BODY + 'unknown keyword line 4 "titel\n"'),
     ("f", FULL + ALL_BYTES, BODY + 'unknown keyword line 4 ""'),
     ("f", FULL + MB * b"x", BODY + 'unknown keyword line 4 "' + 249 * "x"),
 ]
@@ -51,8 +48,7 @@ TEMPLATES = [
 
 @pytest.mark.parametrize("form, template, message", TEMPLATES)
 def test_a_template_that_cannot_be_used_is_an_error_page(
-    site, form, template, message
-):
+        site, form, template, message):
     path = site.templates / f"{form}.tpl"
     file = f"Cannot find/read file data/templates/{path.name}"
     message = message.replace("FILE", file)[:249]
@@ -74,13 +70,6 @@ def test_a_template_that_cannot_be_used_is_an_error_page(
     log += [] if in_body else log
     assert_error_page(page, NOT_FOUND if log else SERVER_ERROR, message, log)
     assert site.given("f", "check") is site.given("f", "write") is None
-
-
-def test_a_megabyte_of_blanks_and_comments_is_an_ordinary_template(site):
-    filler = [MB * " ", MB // 2 * "#\n"]
-    site.template("f", *filler, "text x", filler[0], header=filler)
-    page = site.open("f")
-    assert (page.exit, [t.strip() for t in page.texts("p")]) == (0, ["x"])
 
 
 FAULTS = {
@@ -105,7 +94,7 @@ def test_a_script_that_cannot_run_is_reported(site, task, script, message):
     assert (page.exit, page.status) == (0, "200 OK")
     assert page.log == (["3 " + message] if task == "navbar" else [])
     bars = 0 if task == "navbar" and script != "killed.sh" else 1
-    assert len(page.all("nav")) == bars
+    assert len(page.all("nav", "navbar")) == bars
     # on Submit it is not, though a bar's script does not hold up the save
     assert_error_page(site.get(SUBMIT), NOT_FOUND, message, [message])
     assert (site.given("f", "check") is None) == (task == "check")
@@ -144,7 +133,6 @@ def test_silent_and_noisy_scripts_do_not_hold_a_save(site):
     table = [
         ("exec </dev/null;", 1000, "changes_saved", []),
         ("exec </dev/null;", MB, "Test form", []),  # more than a pipe holds
-        ("", MB, "changes_saved", []),
         (NOISE, MB, "changes_saved", []),
         ("echo oops >&2;", MB, "Configuration system error", 2 * ["3 " + OOPS]),
     ]
@@ -175,22 +163,17 @@ def test_a_crash_becomes_an_error_page_behind_what_was_written(site):
     assert page.body.count("<title>") == 2 and title in page.texts("h1")
     assert crash.fullmatch(page.errors[-1])
 
-
-def test_without_its_crash_catcher_a_request_acts_and_then_fails(site):
+    # Without the catcher a request acts and then fails.
     site.env["SHIM_NO_SEGV_HANDLER"] = "1"
-    site.template("f", "field x")
     site.form_script("f")
-    page = site.get(SUBMIT)
-    assert_error_page(page, NOT_FOUND, "Problem setting the segv catcher.", [])
+    message = "Problem setting the segv catcher."
+    assert_error_page(site.get(SUBMIT), NOT_FOUND, message, [])
     assert site.given("f", "write") == ['new_x="1"']
 
 
-FORM = "application/x-www-form-urlencoded"
 LIMIT = 4 * 1024 * 1024
 REQUESTS = [
     # body, what differs in the environment, exit status (0: a page)
-    (b"form=f", {}, 0),
-    (b"form=f", {"CONTENT_TYPE": FORM.upper() + "; charset=utf-8"}, 0),
     (b"form=f&form=gone", {"CONTENT_LENGTH": "0006"}, 0),
     (b"form=gone", {"REQUEST_METHOD": "post", "QUERY_STRING": "form=f"}, 0),
     (b"form=f" + 99_999 * b"&", {}, 0),
@@ -198,9 +181,7 @@ REQUESTS = [
     (b"&&=&%=%4&u_x=%zz%0&form=f&%00=1&\xff=%ff%fe", {}, 0),
     (b"form=f", {"CONTENT_TYPE": "multipart/form-data; boundary=x"}, 1),
     (b"form=f", {"CONTENT_LENGTH": None}, 2),
-    (b"form=f", {"CONTENT_LENGTH": "-6"}, 2),
     (b"form=f", {"CONTENT_LENGTH": 30 * "9"}, 3),
-    (b"form=f", {"CONTENT_LENGTH": str(LIMIT + 1)}, 3),
     (b"form=f", {"CONTENT_LENGTH": "7"}, 4),
     (b"form=f" + 100_000 * b"&", {}, 5),
 ]
@@ -220,32 +201,23 @@ def test_a_request_that_cannot_be_decoded_gives_no_page(site):
             assert len(page.log) == 1 and page.log[0].startswith("3 "), case
 
 
-def test_large_requests_are_answered(site):
-    site.template("f", "text shown")
-    base = {"form": "f", "cgi_vars_loaded": 1, "action": "Help"}
-    value = 1024 * 1024 * "v"
-    assert site.post(base | {"u_x": value}).hidden()[0] == ("u_x", value)
-    page = site.post(base | {f"u_{n}": n for n in range(20_000)})
-    carried = [(f"u_{n}", str(n)) for n in reversed(range(20_000))]
-    assert (page.hidden()[:20_000], page.exit) == (carried, 0)
-
-
-def test_every_byte_reaches_page_and_script_and_breaks_out_of_neither(site):
-    site.template("f", "text x $V:x$")
+def test_every_byte_comes_back_and_reaches_the_script_unchanged(site):
+    site.template("f", "text x $V:x$", "field host")
     site.form_script("f")
-    tail = '"><script>a</script>--></p>$V:x$`x`'
-    value = bytes(range(1, 256)) + tail.encode()
-    quoted = "".join(f"%{byte:02x}" for byte in value).encode()
-    page = site.post(b"form=f&cgi_vars_loaded=1&u_x=" + quoted)
-    hidden = dict(page.hidden())["u_x"]
-    assert hidden.startswith(bytes(range(1, 128)).decode()) and hidden.endswith(tail)
-    assert bytes(range(128, 256)) in page.raw
-    counts = [len(page.all(tag)) for tag in ("script", "form", "p", "main")]
-    assert (page.exit, counts) == (0, [3, 1, 1, 1])
-
-    page = site.post(b"form=f&cgi_vars_loaded=1&action=Submit&u_x=" + quoted)
+    state = {"form": "f", "cgi_vars_loaded": 1}
+    ascii_bytes = ALL_BYTES[1:128].decode()
+    value = ascii_bytes + 'é€😀\r"\n\r\n"><script>--></p>$V:x$`x`\t '
+    page = site.post(state | {"o_x": value})
+    for _ in range(3):
+        assert dict(page.hidden())["o_x"] == value
+        counts = [len(page.all(tag)) for tag in ("script", "form", "p", "main")]
+        assert (page.exit, counts) == (0, [3, 1, 1, 1])
+        page = site.post(page.fields())
+    assert page.press("Submit").title == "no_changes"
+    page = site.post(state | {"u_x": ALL_BYTES[1:], "action": "Submit"})
+    assert ALL_BYTES[128:] in page.raw
     written = (site.folder / "f.write").read_bytes()
-    assert (page.title, written) == ("changes_saved", b'new_x="' + value + b'"\n')
+    assert (page.title, written) == ("changes_saved", b'new_x="%b"\n' % ALL_BYTES[1:])
 
 
 def test_long_names_are_cut_only_where_the_page_carries_them(site):
@@ -269,26 +241,17 @@ def test_head_gives_the_header_lines_alone(site):
 
 CLOSED = [
     # what the web server left of the descriptors, whether the page can be seen
-    ("<&-", True),
-    (">&-", False),
-    ("2>&-", True),
-    (">&- 2>&-", False),
-    (">/dev/full", False),
-    (">&9 2>&9", False),  # a pipe that nobody reads
+    ("<&-", True), (">&-", False), ("2>&-", True), (">&- 2>&-", False),
+    (">/dev/full", False), (">&9 2>&9", False),  # 9: a pipe that nobody reads
 ]
 
 
 @pytest.mark.parametrize("redirections, seen", CLOSED)
 def test_closed_descriptors_end_neither_page_nor_save(
-    site, monkeypatch, redirections, seen
-):
-    wrapper = site.folder / "wrapper"
-    wrapper.write_text(
-        "#!/bin/bash\nmkfifo p; exec 8<>p 9>p 8>&-; rm p\n"
-        f"exec '{conftest.ORV}' {redirections}\n"
-    )
-    wrapper.chmod(0o755)
-    monkeypatch.setattr(conftest, "ORV", wrapper)
+        site, monkeypatch, redirections, seen):
+    site.script("wrapper", "mkfifo p; exec 8<>p 9>p 8>&-; rm p",
+                f"exec '{conftest.ORV}' {redirections}")
+    monkeypatch.setattr(conftest, "ORV", site.scripts / "wrapper")
     site.template("f", *(f"field x{n}" for n in range(2000)))  # many buffers long
     site.form_script("f", read="cat; echo x0=1")
     assert site.open("gone").exit == 1

@@ -8,15 +8,12 @@ SHOWN = ("checked", "colspan", "disabled", "href", "method", "name",
          "selected", "size", "type", "valign", "value")
 
 
-def outline(element, depth=0):
-    """An element and all in it but the buttons and the hidden fields, on one
-    line where that fits."""
+def outline(element):
+    """An element and all in it but the buttons and the hidden fields."""
     css_class = element.get("class")
-    head = element.tag.removeprefix(HTML)
-    head += f".{css_class}" if css_class else ""
-    for key in sorted(element.keys()):
-        if key in SHOWN:
-            head += f" {key}={element.get(key)}"
+    head = element.tag.removeprefix(HTML) + (f".{css_class}" if css_class else "")
+    for key in sorted(set(element.keys()) & set(SHOWN)):
+        head += f" {key}={element.get(key)}"
     if css_class in ("bottombar", "hidden"):
         return head
     parts = [element.text or ""]
@@ -25,28 +22,20 @@ def outline(element, depth=0):
             parts += [e, e.tail or ""]
         else:  # a comment
             parts[-1] += e.tail or ""
-    parts = [p.strip("\n") if isinstance(p, str) else p for p in parts]
-    inner = [repr(p) if isinstance(p, str) else outline(p, depth + 1)
-             for p in parts if p != ""]
-    line = f"{head}({' '.join(inner)})" if inner else head
-    if depth + len(line) <= 76 and "\n" not in line:
-        return line
-    indent = "\n" + " " * (depth + 1)
-    return head + ":" + "".join(indent + i for i in inner)
+    parts = [p.strip("\n") if isinstance(p, str) else outline(p) for p in parts]
+    parts = [repr(p) if i % 2 == 0 else p for i, p in enumerate(parts) if p != ""]
+    return f"{head}({' '.join(parts)})" if parts else head
 
 
 @pytest.fixture
 def form(site):
     """Makes the form f: the lines of its body and what its read script says,
-    joined by ";".  `@` in them stands for `at`."""
+    joined by ";"."""
 
-    def make(body, read="", header=(), title="Test form", at=b"@", **scripts):
+    def make(body, read="", header=(), title="Test form", **scripts):
         site.template("f", *body.split(";"), header=header, title=title)
         site.form_script("f", read="cat f.vars", **scripts)
-        read = read.replace(";", "\n") + "\n" * (read != "")
-        (site.folder / "f.vars").write_text(read)
-        for file in (site.templates / "f.tpl", site.folder / "f.vars"):
-            file.write_bytes(file.read_bytes().replace(b"@", at))
+        (site.folder / "f.vars").write_text(read.replace(";", "\n"))
         return site
 
     return make
@@ -66,74 +55,48 @@ select_nets0=eth/lan LAN port;select_nets1=wifi Wireless
 select_ports0=p0 First;src0=any;u_note=hi;mtu=9;d_mtu=8;u_mtu=7;c_mtu=6"""
 
 RICH_PAGE = """\
-main:
- h1('Test form')
- p.plain('Price ' em.plain('high') ' now' br.plain 'ok $5')
- form method=post name=f1:
-  table.twocol:
-   tbody:
-    tr:
-     td.formleft valign=top(label('Host name'))
-     td.form:
-      input name=host size=8 type=text value=gate
-      ' km/h'
-      br
-      span.prompt('Any short name')
-    tr(td colspan=2(p.error('No such host')))
-    tr(td colspan=2(p.plain('Inside')))
-    tr:
-     td.formleft valign=top('\\xa0')
-     td.form(input disabled=disabled name=serial size=20 type=text value=42)
-    tr:
-     td.formleft valign=top(label('DHCP'))
-     td.form(input checked= name=dhcp type=checkbox value=True)
-    tr:
-     td.formleft valign=top(label('Mode'))
-     td.form:
-      input name=d_mode type=hidden value=man
-      select name=mode:
-       option value=auto('Automatic')
-       option selected= value=man('By hand')
-  h1.center('Menus')
-  ul:
-   li.form(a href=/cgi-bin/orv?form=eth&subitem=lan('LAN port'))
-   li.form(a href=/cgi-bin/orv?form=net&subitem=wifi('Wireless'))
-  ul.formsmenu:
-   li.formsmenu(a.formsmenu href=/cgi-bin/orv?form=net&subitem=eth0('LAN'))
-   li.formsmenu(a.formsmenu href=/cgi-bin/orv?form=status('Status'))
-  table.twocol:
-   tbody:
-    tr:
-     td.formleft valign=top(label('Port'))
-     td.form:
-      input name=d_port type=hidden value=p0
-      select name=port(option value=p0('First'))
-  table.multicol:
-   thead.multicol(tr.multicol(th.multicol('From') th.multicol('\\xa0')))
-   tbody:
-    tr.multicol:
-     td.multicol(input name=src0 size=5 type=text value=any)
-     td.multicol:
-      input name=d_act0 type=hidden value=allow
-      select name=act0(option value=allow('Allow'))
-  div.bottombar
-  div.hidden
-"""
+main(h1('Test form') p.plain('Price ' em.plain('high') ' now' br.plain 'ok $5')
+ form method=post name=f1(
+ table.twocol(tbody(
+  tr(td.formleft valign=top(label('Host name'))
+     td.form(input name=host size=8 type=text value=gate ' km/h' br
+             span.prompt('Any short name')))
+  tr(td colspan=2(p.error('No such host'))) tr(td colspan=2(p.plain('Inside')))
+  tr(td.formleft valign=top('\\xa0')
+     td.form(input disabled=disabled name=serial size=20 type=text value=42))
+  tr(td.formleft valign=top(label('DHCP'))
+     td.form(input checked= name=dhcp type=checkbox value=True))
+  tr(td.formleft valign=top(label('Mode'))
+     td.form(input name=d_mode type=hidden value=man select name=mode(
+             option value=auto('Automatic') option selected= value=man('By hand'))))))
+ h1.center('Menus')
+ ul(li.form(a href=/cgi-bin/orv?form=eth&subitem=lan('LAN port'))
+    li.form(a href=/cgi-bin/orv?form=net&subitem=wifi('Wireless')))
+ ul.formsmenu(
+  li.formsmenu(a.formsmenu href=/cgi-bin/orv?form=net&subitem=eth0('LAN'))
+  li.formsmenu(a.formsmenu href=/cgi-bin/orv?form=status('Status')))
+ table.twocol(tbody(tr(td.formleft valign=top(label('Port'))
+  td.form(input name=d_port type=hidden value=p0
+          select name=port(option value=p0('First'))))))
+ table.multicol(thead.multicol(tr.multicol(th.multicol('From') th.multicol('\\xa0')))
+  tbody(tr.multicol(td.multicol(input name=src0 size=5 type=text value=any)
+   td.multicol(input name=d_act0 type=hidden value=allow
+               select name=act0(option value=allow('Allow'))))))
+ div.bottombar div.hidden))"""
 
 RICH_HIDDEN = """\
-d_mode=man d_port=p0 d_act0=allow d_mtu=8 c_mtu=6 o_mtu=9 u_mtu=7 u_note=hi
-o_src0=any
-o_select_ports0=p0_First o_select_nets1=wifi_Wireless
-o_select_nets0=eth/lan_LAN_port o_mode=man o_dhcp=on u_dhcp=False o_serial=42
-o_kind=short o_host=gate form=f subitem=s return=r continue=c
-expert_mode=True cgi_vars_loaded=True scroll_y=12 anchor_target=a"""
+d_mode=man d_port=p0 d_act0=allow d_mtu=8 c_mtu=6 o_mtu=9 u_mtu=7 u_note=hi o_src0=any
+o_select_ports0=p0_First o_select_nets1=wifi_Wireless o_select_nets0=eth/lan_LAN_port
+o_mode=man o_dhcp=on u_dhcp=False o_serial=42 o_kind=short o_host=gate form=f subitem=s
+return=r continue=c expert_mode=True cgi_vars_loaded=True scroll_y=12 anchor_target=a"""
 
 
 def test_a_page_holds_every_element_and_hidden_field_in_its_place(form):
     site = form(RICH, RICH_READ)
     page = site.get("form=f&subitem=s&return=r&continue=c&expert_mode=on"
                     "&scroll_y=12&anchor_target=a")
-    assert outline(page.all("main")[0]) == RICH_PAGE.strip()
+    expected = " ".join(RICH_PAGE.split()).replace("( ", "(")
+    assert outline(page.all("main")[0]) == expected
     assert page.all("form")[0].get("action") == "/cgi-bin/orv"
     hidden = [f"{n}={v}".replace(" ", "_") for n, v in page.hidden()]
     assert hidden == RICH_HIDDEN.split()
@@ -166,15 +129,11 @@ def test_paragraphs_and_markup_codes_become_elements(form):
 def test_the_page_heading_stands_once_above_everything_or_gives_way(form):
     title = "h1('Port 7')"
     cases = [
-        ("text a", [title]),
-        ("field a", [title]),
-        ("table a 1;field a", [title]),
-        ("imenu a", [title]),
-        ("if 0;heading X;endif", [title]),
+        ("text a", [title]), ("field a", [title]), ("table a 1;field a", [title]),
+        ("imenu a", [title]), ("if 0;heading X;endif", [title]),
         ("text a;heading B;heading2 C", [title, "h1('B')", "h2('C')"]),
         ("heading $V:n$;text a", ["h1('7')"]),
-        ("center B;field a", ["h1.center('B')"]),
-        ("heading2 B;text a", ["h2('B')"]),
+        ("center B;field a", ["h1.center('B')"]), ("heading2 B;text a", ["h2('B')"]),
         ("text a;field b", []),  # with no_header
     ]
     for body, expected in cases:
@@ -238,8 +197,7 @@ def test_every_control_has_a_name_of_its_own(form):
         "checkbox q;ftable u 1 2;select s;label S", "n=7;p0=1").open("f")
     labels = {e.get("for"): "".join(e.itertext()) for e in page.all("label")}
     names = [e.get("aria-label") or labels.get(e.get("id"))
-             for e in page.tree.iter() if isinstance(e.tag, str)
-             and e.tag.removeprefix(HTML) in ("input", "select")
+             for e in page.tree.iter() if e.tag in (HTML + "input", HTML + "select")
              and e.get("type") not in ("hidden", "submit")]
     assert names == [
         "A 7", "B", "C", "I", "D", "E", "f", "g", "h", "P, row 1", "q, row 1",
@@ -257,99 +215,23 @@ def test_errors_are_tied_to_their_controls(form):
     told = {e.get("id"): e.text for e in rest}
     found = {}
     for name in ("a", "b", "c", "d", "e0"):
-        control = page.control(name)
-        found[name] = (told.get(control.get("aria-describedby")),
-                       control.get("aria-invalid"), control.get("autofocus"))
+        attributes = page.control(name).attrib
+        found[name] = (told.get(attributes.get("aria-describedby")),
+                       attributes.get("aria-invalid"), attributes.get("autofocus"))
     assert found == {
         "a": (None, None, None), "b": ("B", "true", "autofocus"),
-        "c": ("C", "true", None), "d": (None, None, None),
-        "e0": ("E", None, None)}
-
-
-def shape(page):
-    """The page without any text: element and attribute names in order."""
-    return [(e.tag, sorted(e.keys())) if isinstance(e.tag, str) else "comment"
-            for e in page.tree.iter()]
-
-
-HOSTILE = [
-    b'"><script>x</script>', b"'><img/src=x>", b"</title></main></form>",
-    b"<!--", b"--!><b>", b"->", b"-", b"&lt;&amp;&quot", b"`{{x}}\\",
-    b"\x01\x0b\x0c\x1f\x7f", "é€😀".encode(), b"\xff\xfe<\xc3",
-]
-ODD = [*HOSTILE[:-1], b"\r", b"\n", b" a\r\nb\n\rc\t ", b"&#13;", b'"\n<b>\r']
-HOSTILE_FORM = """\
-text a@;help a@;error a@;field n@;label @;rlabel @;prompt @;fixed x;checkbox b@
-select s@;choice @ @;heading2 @;imenu m@ @;fmenu;choice @ @;iselect i@ @
-table t@ 2;field c@;label @;select d@;choice @ @"""
-NAVIGATION = ("subitem", "return", "continue", "scroll_y", "anchor_target")
-
-
-def hostile_pages(form, s):
-    """Pages with that text wherever foreign text lands: a form shown with
-    help, one left with changes, an error page."""
-    site = form(HOSTILE_FORM, "f/@ @", ["help_mode", "navbar_script bar.sh"],
-                title="a@", at=s)
-    site.script("bar.sh", "cat f.vars")
-    fields = [(b"o_select_" + s + b"0", s + b" " + s), (b"n" + s, s),
-              (b"o_n" + s, b"x"), (b"d_b" + s, s), (b"error_n" + s, b"a" + s),
-              (b"c" + s + b"0", s), ("error_msg", s), ("o_other", s),
-              ("form", "f"), ("cgi_vars_loaded", "True")]
-    fields += [(n, s) for n in NAVIGATION]
-    return [site.post([*fields, ("action", "Help")]),
-            site.post([*fields, ("action", "Home"), ("u_other", b"new")]),
-            site.post([("form", s)])]
-
-
-@pytest.mark.parametrize("s", HOSTILE, ids=ascii)
-def test_no_text_breaks_out_of_its_place(form, s):
-    tame = [shape(p) for p in hostile_pages(form, b"w")]
-    page, leaving, error = pages = hostile_pages(form, s)
-    for found, expected in zip(pages, tame):
-        assert shape(found) == expected
-    assert [p.exit for p in pages] == [0, 0, 1]
-    text = s.decode("utf-8", "replace")
-    assert (page.title, page.texts("h2")) == ("a" + text, [text])
-    for kind in ("plain", "help"):
-        assert page.texts("p", kind) == ["a" + text]
-    assert page.errors[:2] == ["a" + text] * 2
-    assert (page.texts("label")[0], page.texts("span")[0]) == (text, text)
-    assert page.control(f"n{text}").get("value") == text
-    assert page.texts("option") == [text] * 4
-    for name in (*NAVIGATION, "o_other", f"d_b{text}", f"u_n{text}"):
-        assert dict(page.hidden())[name] == text, name
-    assert dict(leaving.hidden())["o_other"] == text
-    assert text in error.errors[0]
-
-
-def test_odd_values_come_back_unchanged_and_reach_the_scripts(form):
-    site = form("field host;fixed v0")
-    fields = [("form", "f"), ("cgi_vars_loaded", "True"), ("o_host", "a")]
-    fields += [(f"o_v{i}", s) for i, s in enumerate(ODD)]
-    page = site.post(fields)
-    for _ in range(3):
-        hidden = dict(page.hidden())
-        found = [hidden[f"o_v{i}"].encode() for i in range(len(ODD))]
-        assert found == ODD
-        page = site.post(page.fields())
-    assert page.press("Submit").title == "no_changes"
-    assert page.press("Submit", host="b").title == "changes_saved"
-    lines = [b'new_v%d="%s"\n' % (i, s) for i, s in enumerate(ODD)]
-    given = (site.folder / "f.write").read_bytes()
-    assert given == b"".join(reversed(lines)) + b'new_host="b"\n'
+        "c": ("C", "true", None), "d": (None, None, None), "e0": ("E", None, None)}
 
 
 def test_only_what_was_changed_is_saved_and_scripts_get_all_in_order(form):
     site = form(
-        "field host;check word;checkbox dhcp;checkbox log;select mode;"
-        "choice auto A;choice man M;fixed serial;field note;iselect port ports;"
-        "field rate",
+        "field host;check word;checkbox dhcp;checkbox log;select mode;choice auto A;"
+        "choice man M;fixed serial;field note;iselect port ports;field rate",
         "host=gate;dhcp=True;log=False;mode=man;serial=42;d_note=dflt;port=p1;"
         "select_ports0=p0 Zero;select_ports1=p1 One;rate=5;c_rate=7",
         check="echo c_sum=9; echo serial=43")
     page = site.open("f")
-    untouched = page.press("Submit")
-    assert untouched.title == "no_changes"
+    assert page.press("Submit").title == "no_changes"
     assert page.press("Submit", host="bad host").title == "Test form"
     assert site.given("f", "check") is None
 
@@ -358,10 +240,9 @@ def test_only_what_was_changed_is_saved_and_scripts_get_all_in_order(form):
     assert saved.title == "changes_saved"
     # In the order of the variables, the one made last first.
     given = ['new_host="dmz"', 'new_dhcp="False"', 'new_log="True"',
-             'new_serial="42"', 'new_note="a b &<"',
-             'new_select_ports0="p0 Zero"', 'new_select_ports1="p1 One"',
-             'new_rate="7"',
-             'new_port="p1"', 'new_mode="auto"']
+             'new_serial="42"', 'new_note="a b &<"', 'new_select_ports0="p0 Zero"',
+             'new_select_ports1="p1 One"', 'new_rate="7"', 'new_port="p1"',
+             'new_mode="auto"']
     assert site.given("f", "check") == given
     given[3] = 'new_serial="43"'
     assert site.given("f", "write") == ['new_sum="9"', *given]

@@ -1,6 +1,5 @@
 """The same requests through a real web server."""
 
-import pathlib
 import shutil
 import socket
 import subprocess
@@ -25,14 +24,11 @@ cgi.assign = ("/cgi-bin/orv" => "")
 class ServedSite(Site):
     """A device whose requests go to a web server at `url`."""
 
-    url = None
-
     def run(self, env, body=b""):
-        post = env["REQUEST_METHOD"] == "POST"
-        query = env.get("QUERY_STRING", "")
+        method = env["REQUEST_METHOD"]
         request = urllib.request.Request(
-            self.url + (f"?{query}" if query else ""),
-            data=body if post else None, method=env["REQUEST_METHOD"])
+            f"{self.url}?{env.get('QUERY_STRING', '')}", method=method,
+            data=body if method == "POST" else None)
         try:
             answer = urllib.request.urlopen(request, timeout=30)
         except urllib.error.HTTPError as error:
@@ -54,9 +50,8 @@ def start(folder):
         config = folder / "lighttpd.conf"
         config.write_text(CONFIG.format(port=port, folder=folder))
         with open(folder / "errors", "wb") as errors:
-            server = subprocess.Popen(
-                ["/usr/sbin/lighttpd", "-D", "-f", config], env={},
-                stdin=subprocess.DEVNULL, stderr=errors)
+            server = subprocess.Popen(["/usr/sbin/lighttpd", "-D", "-f", config],
+                                      env={}, stdin=subprocess.DEVNULL, stderr=errors)
         while server.poll() is None:
             try:
                 socket.create_connection(("127.0.0.1", port), 30).close()
@@ -71,8 +66,7 @@ def served(tmp_path):
     """The device, its executable in cgi-bin/ and the server in front of it."""
     device = ServedSite(tmp_path / "cgi-bin")
     shutil.copy(ORV, device.folder / "orv")
-    for form in ("changes_saved", "no_changes", "discard_or_return"):
-        device.template(form, "text a", title=form)
+    device.template("changes_saved", "text a", title="changes_saved")
     device.template("orvmenu", "fmenu", "choice net/eth0 Port 0", title="Menu")
     server, port = start(tmp_path)
     device.url = f"http://127.0.0.1:{port}/cgi-bin/orv"
@@ -116,10 +110,9 @@ def test_statuses_head_and_large_posts_pass_through_the_server(served):
 
     page = served.open("big")
     head = served.get("form=big", REQUEST_METHOD="HEAD")
-    assert head.raw.partition(b"\r\n\r\n")[2] == b""
-    skip = ("Date", "Content-Length", "Transfer-Encoding")
-    for name in set(page.headers) - set(skip):
-        assert head.headers[name] == page.headers[name], name
+    assert head.bytes == b""
+    skip = {"Date", "Content-Length", "Transfer-Encoding"}
+    assert all(head.headers[n] == page.headers[n] for n in set(page.headers) - skip)
 
     values = [(f"o_v{i}", "x" * 1000) for i in range(1024)]
     answer = served.post([*values, ("form", "big"), ("cgi_vars_loaded", "1")])

@@ -1,5 +1,5 @@
-// What the unit tests share: a scratch folder to run in, the system log as
-// text, and the variable lists as text.
+// What the unit tests share: a scratch folder to run in, templates, the system
+// log as text, and the variable lists as text.
 
 #ifndef FIXTURE_H
 #define FIXTURE_H
@@ -7,18 +7,22 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <stdlib.h>
+#include <memory>
 #include <string>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <vector>
 
 #include "orv_error.h"
+#include "orv_guard.h"
 #include "orv_output.h"
+#include "orv_parser.h"
 #include "orv_vars.h"
 
 using std::string;
+
+using Header = std::unique_ptr<pt_header, orv_releaser<orv_free_header>>;
+using Items = std::unique_ptr<pt_body_item, orv_releaser<orv_free_body>>;
 
 inline char *text(const string &words)
 {
@@ -51,17 +55,14 @@ inline string stored()
        {std::pair("", cfg_vars), std::pair("err:", err_vars),
         std::pair("del:", del_vars)}) {
     for (const orv_var *var = head; var != nullptr; var = var->next) {
-      all += (all.empty() ? "" : " ") + string(list) + var->name + "{";
-      const char *gap = "";
+      string values;
       for (const auto &[slot, value] :
-           {std::pair("d=", var->d_value), std::pair("u=", var->u_value),
-            std::pair("c=", var->c_value), std::pair("o=", var->o_value)}) {
-        if (value != nullptr) {
-          all += gap + string(slot) + value;
-          gap = " ";
-        }
+           {std::pair(" d=", var->d_value), std::pair(" u=", var->u_value),
+            std::pair(" c=", var->c_value), std::pair(" o=", var->o_value)}) {
+        values += value != nullptr ? slot + string(value) : "";
       }
-      all += "}";
+      all += (all.empty() ? "" : " ") + string(list) + var->name + "{" +
+             values.erase(0, 1) + "}";
     }
   }
   return all;
@@ -86,13 +87,11 @@ inline int load(const string &lines)
 class Scratch : public ::testing::Test
 {
 protected:
-  string dir;
+  string dir = "/tmp/larkspur_unit_XXXXXX";
 
   void SetUp() override
   {
-    char name[] = "/tmp/larkspur_unit_XXXXXX";
-    ASSERT_NE(mkdtemp(name), nullptr);
-    dir = name;
+    ASSERT_NE(mkdtemp(dir.data()), nullptr);
     std::filesystem::current_path(dir);
     std::filesystem::create_directories("data/scripts");
     orv_fatal_no_exit = 1;
@@ -123,6 +122,20 @@ protected:
   {
     std::ifstream file(path);
     return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  // The header of the template with that text, whose name is "DIR/form".
+  Header parse(const string &content, const string &form = "form",
+               const char *subitem = nullptr) const
+  {
+    write_file(dir + "/" + form, content);
+    return Header(orv_parse_header(text(dir + "/" + form),
+                                   const_cast<char *>(subitem)));
+  }
+
+  Items items(const string &body) const
+  {
+    return Items(orv_parse_body(parse("title t\nbody\n" + body).get()));
   }
 };
 

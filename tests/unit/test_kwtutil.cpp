@@ -19,44 +19,32 @@
 
 using namespace std::string_literals;
 
+// clang-format off
+
 TEST(TupleFile, GivesTheFirstValueOfAName)
 {
-  // clang-format off
-  const struct {
-    std::string bytes;
-    const char *name;
-    std::string value;
-    const char *why;
-  } rows[] = {
-    {"A=1\n",                  "A", "1",       "equals sign"},
-    {"A 1",                    "A", "1",       "blank, and no line end"},
-    {" \tA \t=\t 1 2 \t\n",    "A", "1 2",     "blanks around both"},
-    {"A=x=y\n",                "A", "x=y",     "only the first sign separates"},
-    {"A=1\nB=2\nA=3\n",        "A", "1",       "first occurrence"},
-    {"a=1\n",                  "A", "(none)",  "letter case counts"},
-    {"\n \t\nA=3",             "A", "3",       "blank lines"},
-    {" #A=2\n",                "#A", "(none)", "comment"},
-    {"A=\n",                   "A", "",        "empty value"},
-    {"A\n=1\n",                "A", "(none)",  "a value needs a name"},
-    {"A='a \"b'\n",            "A", "a \"b",   "single quotes"},
-    {"A \" b \"\n",            "A", " b ",     "double quotes keep blanks"},
-    {"A=\"b'\nB=\"\n",         "A", "\"b'",    "quotes that are no pair"},
-    {"A=\"\n",                 "A", "\"",      "a lone quote"},
-    {"A=1\0B=2\n"s,            "A", "1",       "NUL ends the line"},
-    {"A=" + std::string(100000, 'x') + "\nB=2", "B", "2", "a huge line"},
+  const std::tuple<std::string, const char *, std::string> rows[] = {
+    {"A=1\n", "A", "1"}, {"A 1", "A", "1"}, {" \tA \t=\t 1 2 \t\n", "A", "1 2"},
+    {"A=x=y\n", "A", "x=y"}, {"A=1\nB=2\nA=3\n", "A", "1"},
+    {"a=1\n", "A", "(none)"}, {"\n \t\nA=3", "A", "3"},
+    {" #A=2\n", "#A", "(none)"}, {"A=\n", "A", ""}, {"A\n=1\n", "A", "(none)"},
+    {"A='a \"b'\n", "A", "a \"b"}, {"A \" b \"\n", "A", " b "},
+    {"A=\"b'\nB=\"\n", "A", "\"b'"}, {"A=\"\n", "A", "\""},
+    {"A=1\0B=2\n"s, "A", "1"},
+    {"A=" + std::string(100000, 'x') + "\nB=2", "B", "2"},
   };
-  // clang-format on
-  for (const auto &row : rows) {
-    std::ofstream("tuples", std::ios::binary) << row.bytes;
+  for (const auto &[bytes, name, value] : rows) {
+    std::ofstream("tuples", std::ios::binary) << bytes;
     kwtutil_cffile_t *file = kwtutil_cffile_load("tuples");
-    ASSERT_NE(nullptr, file);
-    kwtutil_cffile_tuple *tuple = kwtutil_cffile_find_tuple(file, row.name);
-    EXPECT_EQ(row.value, tuple != nullptr ? tuple->value : "(none)") << row.why;
+    kwtutil_cffile_tuple *tuple = kwtutil_cffile_find_tuple(file, name);
+    EXPECT_EQ(value, tuple != nullptr ? tuple->value : "(none)");
     kwtutil_cffile_free(file);
   }
   EXPECT_EQ(nullptr, kwtutil_cffile_load("no such file"));
   EXPECT_EQ(nullptr, kwtutil_cffile_load(".")) << "opens, but cannot be read";
 }
+
+// clang-format on
 
 // Makes a system call fail, as it would in an old kernel or without /proc.
 static void deny(long call)
@@ -99,12 +87,10 @@ static int open_after(int keep_standard, const std::vector<long> &denied)
 
 TEST(Descriptors, AreClosedWhateverTheKernelOffers)
 {
-  const std::vector<long> rows[] = {
-      {},
-      {SYS_close_range},
-      {SYS_close_range, SYS_openat},
-      {SYS_close_range, SYS_getdents64},
-  };
+  const std::vector<long> rows[] = {{},
+                                    {SYS_close_range},
+                                    {SYS_close_range, SYS_openat},
+                                    {SYS_close_range, SYS_getdents64}};
   for (const auto &denied : rows) {
     EXPECT_EQ(3, open_after(1, denied)) << denied.size() << " calls denied";
     EXPECT_EQ(0, open_after(0, denied)) << denied.size() << " calls denied";

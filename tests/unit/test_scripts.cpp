@@ -42,12 +42,6 @@ protected:
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
   }
 
-  static ssize_t open_files()
-  {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                         {});
-  }
-
   static void await_end(pid_t pid)
   {
     siginfo_t info;
@@ -72,10 +66,8 @@ protected:
     FILE *all = orv_script_talk(pid, inp, outp, input.data(), input.size());
     complete = all != nullptr;
     if (all != nullptr) {
-      char buf[10000];
-      size_t got;
-      while ((got = fread(buf, 1, sizeof buf, all)) > 0) {
-        output.append(buf, got);
+      for (int c = fgetc(all); c != EOF; c = fgetc(all)) {
+        output += static_cast<char>(c);
       }
       complete = ferror(all) == 0;
       fclose(all);
@@ -91,39 +83,31 @@ TEST_F(Scripts, TheCommandLineIsBashsAndTheStatusIsTheScripts)
   write_file("data/scripts/plain.sh", "");
   ASSERT_EQ(dup2(open("/dev/null", O_RDONLY), 77), 77);
   const string ended = "orv_script_wait: script terminated by signal ";
-  const struct {
-    string command;
-    const char *script, *input;
-    int status;
-    string expected, report;
-  } rows[] = {
+  const std::tuple<string, const char *, const char *, int, string, string>
+    rows[] = {
     {"s.sh -r 'y  z'", "echo $0 $#:$1:\"$2\"", "", 0,
      "data/scripts/s.sh 2:-r:y  z\n", ""},
     {"s.sh $((6 * 7)) | cat", "echo $1; exit 3", "", 0, "42\n", ""},
     {dir + "/data/scripts/s.sh a", "echo $1", "", 0, "a\n", ""},
-    {"s.sh", "echo a; echo b >&2; echo c", "", 0, "a\nb\nc\n", ""},
-    {"s.sh", "cat; exit 3", "one\ntwo", 3, "one\ntwo", ""},
-    {"s.sh", "exit 255", "", 255, "", ""},
+    {"s.sh", "echo a; echo b >&2; cat; exit 255", "one\ntwo", 255,
+     "a\nb\none\ntwo", ""},
     {"s.sh", "kill $$; exit 1", "", -15, "", ended + "15"},
     {"s.sh", "kill -PIPE $$; exit 1", "", -13, "", ended + "13"},
     {"s.sh", "[[ -e /proc/$$/fd/77 ]]", "", 1, "", ""},
-    {"no.sh a", "", "", -2, "", "Script \"data/scripts/no.sh\" does not exist"},
     {"/no s.sh", "", "", -2, "", "Script \"/no\" does not exist"},
     {"s.sh\ta b", "", "", -2, "",
      "Script \"data/scripts/s.sh\ta\" does not exist"},
-    {"'s.sh'", "", "", -2, "", "Script \"data/scripts/'s.sh'\" does not exist"},
     {"plain.sh a", "", "", -2, "",
      "Cannot execute script \"data/scripts/plain.sh\""},
   };
-  for (const auto &row : rows) {
-    write_script(row.script);
-    EXPECT_EQ(run(row.command, row.input), row.status) << row.script;
-    EXPECT_EQ(output, row.expected);
-    EXPECT_EQ(message(), row.report);
+  for (const auto &[command, script, input, status, expected, report] : rows) {
+    write_script(script);
+    EXPECT_EQ(run(command, input), status) << script;
+    EXPECT_EQ(output, expected);
+    EXPECT_EQ(message(), report);
   }
   EXPECT_EQ(orv_script_wait(getpid()), -1) << "no child";
   EXPECT_EQ(message(), ended + "1");
-
   write_script("readlink /proc/$$/fd/{0,1,2} >seen");
   EXPECT_EQ(orv_script_wait(orv_script_run("s.sh", nullptr, nullptr)), 0);
   EXPECT_EQ(read_file("seen"), "/dev/null\n/dev/null\n/dev/null\n");
@@ -159,24 +143,20 @@ TEST_F(Scripts, NeitherSideBlocksTheOtherWhateverTheSizes)
 
 TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
 {
-  const struct {
-    const char *script, *expected;
-    double least, most; // seconds
-  } rows[] = {
+  const std::tuple<const char *, string, double, double> rows[] = {
     {"echo a; sleep 30 & echo $! >pid", "a\n", 0.2, 2},
     {"exec > >(sleep 0.1; cat); echo a", "a\n", 0.1, 2},
     {"while printf .; do sleep 0.05; done &", ".", 1.9, 6},
   };
-  for (const auto &row : rows) {
-    write_script(row.script);
+  for (const auto &[script, expected, least, most] : rows) {
+    write_script(script);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(run("s.sh"), 0);
     const std::chrono::duration<double> spent =
       std::chrono::steady_clock::now() - start;
     EXPECT_TRUE(complete);
-    EXPECT_EQ(output.substr(0, strlen(row.expected)), row.expected);
-    EXPECT_GE(spent.count(), row.least) << row.script;
-    EXPECT_LE(spent.count(), row.most) << row.script;
+    EXPECT_EQ(output.substr(0, expected.size()), expected);
+    EXPECT_TRUE(least <= spent.count() && spent.count() <= most) << script;
     if (std::filesystem::exists("pid")) {
       EXPECT_EQ(kill(std::stoi(read_file("pid")), SIGKILL), 0);
       std::filesystem::remove("pid");
@@ -199,8 +179,7 @@ TEST_F(Scripts, AReaderThatIsHeldUpGetsAllOfTheScriptAndLittleElse)
   while (fgetc(all) != EOF) {
     rest++;
   }
-  EXPECT_GE(rest, 60000u - 2);
-  EXPECT_LE(rest, 100000u);
+  EXPECT_TRUE(rest >= 60000 - 2 && rest <= 100000) << rest;
   EXPECT_EQ(ferror(all), 0);
   EXPECT_EQ(kill(std::stoi(read_file("pid")), SIGKILL), 0);
   fclose(all);
@@ -209,7 +188,11 @@ TEST_F(Scripts, AReaderThatIsHeldUpGetsAllOfTheScriptAndLittleElse)
 
 TEST_F(Scripts, LackOfDescriptorsOrProcessesIsReportedAndLeavesNothingOpen)
 {
-  const ssize_t before = open_files();
+  const auto open_files = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                         {});
+  };
+  const auto before = open_files();
   fork_fails = true;
   EXPECT_EQ(run("/bin/true"), -4);
   fork_fails = false;
@@ -218,16 +201,14 @@ TEST_F(Scripts, LackOfDescriptorsOrProcessesIsReportedAndLeavesNothingOpen)
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = 3;
-  string reports;
-  int result = -3;
-  for (string report, last; result == -3; last = report) {
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    limit.rlim_cur++;
+  string reports, last;
+  for (int result = -3; result == -3; limit.rlim_cur++) {
+    setrlimit(RLIMIT_NOFILE, &limit);
     result = run("/bin/true");
-    report = message();
+    const string report = message();
     reports += report != last ? report + "\n" : "";
+    last = report;
   }
-  EXPECT_EQ(result, 0);
   EXPECT_EQ(reports, "Cannot create input pipe from script. Errno 24\n"
                      "Cannot create output pipe to script. Errno 24\n\n");
   limit.rlim_cur = limit.rlim_max;

@@ -1,54 +1,136 @@
 // Help for the hand, beside what position.js does.
 //
-// Every page works without this file, and no element, text or posted field of a
-// page is changed by it.  One listener on the document serves the page's only
-// form; what it needs to know is found when something happens, not before.
+// Every page works without this file, which changes no element, text or posted
+// field of it and adds but a line that says "Working".
 "use strict";
 
-(function () {
-  // A page that does not come (stopped, line cut) must not lock the buttons.
-  const PATIENCE_MS = 10000;
-  let sentAt = 0;
+(() => {
+  const NOTICE_MS = 1000;
+  const PATIENCE_MS = 60000; // a page that never comes must not lock the form
+  const edited = new Set(); // controls that the person has touched
+  let timers = [];
+  let notice = null; // stands in the page while an answer is under way
 
-  // A second press while the first is under way would save twice.  The button
-  // is not disabled: a disabled button's value would not be sent.
-  document.addEventListener("submit", function (event) {
-    const now = Date.now();
-    if (sentAt && now - sentAt < PATIENCE_MS) {
+  // A screen reader tells the text that comes into a status, not a status that
+  // comes with its text.
+  function begin() {
+    notice = document.createElement("div");
+    notice.className = "working";
+    notice.setAttribute("role", "status");
+    document.body.append(notice);
+    timers = [
+      setTimeout(() => { notice.textContent = "Working…"; }, NOTICE_MS),
+      setTimeout(end, PATIENCE_MS),
+    ];
+  }
+
+  function end() {
+    if (notice) {
+      timers.forEach(clearTimeout);
+      notice.remove();
+      notice = null;
+    }
+  }
+
+  // A second press would save twice.  The button is not disabled: a disabled
+  // button's value would not be sent.
+  addEventListener("submit", (event) => {
+    if (notice) {
       event.preventDefault();
-      return;
-    }
-    sentAt = now;
-  });
-
-  // Coming Back to a page that the browser kept: nothing is under way there.
-  window.addEventListener("pageshow", function () {
-    sentAt = 0;
-  });
-
-  // Escape stops the page that is being fetched.
-  document.addEventListener("keydown", function (event) {
-    if (event.key === "Escape") {
-      sentAt = 0;
+    } else {
+      begin();
     }
   });
+
+  // The browser's Stop, where we are told; Escape is its key.
+  if (window.navigation) {
+    navigation.addEventListener("navigate", (event) => {
+      event.signal.addEventListener("abort", end);
+    });
+  }
 
   // Enter in a field presses the form's first button, which is Home; the person
   // who types means Submit.
-  document.addEventListener("keydown", function (event) {
+  addEventListener("keydown", (event) => {
     const field = event.target;
-    if (event.key !== "Enter" || event.isComposing || event.defaultPrevented ||
-        !(field instanceof HTMLInputElement) ||
-        (field.type !== "text" && field.type !== "checkbox")) {
-      return;
+    if (event.key === "Escape") {
+      end();
     }
-    const submit = field.form && field.form.querySelector(
-      'input[type="submit"][name="action"][value="Submit"]');
+    const submit = event.key === "Enter" && !event.isComposing &&
+      /^(text|checkbox)$/.test(field.type) &&
+      document.querySelector('[name="action"][value="Submit"]');
     if (submit) {
       event.preventDefault();
-      if (!submit.disabled && !event.repeat) {
-        submit.click();
+      if (!event.repeat) {
+        submit.click(); // does nothing when disabled
       }
+    }
+  });
+
+  function isChanged(control) {
+    if (control.options) {
+      const options = Array.from(control.options);
+      return !(options.find((o) => o.defaultSelected) || options[0]).selected;
+    }
+    return control.checked !== control.defaultChecked ||
+      control.value !== control.defaultValue;
+  }
+
+  function isTrue(text) {
+    return !/^(0|no|false|off)?$/i.test(text || "");
+  }
+
+  // Whether user values (u_) came with the page that differ from the reported
+  // ones (o_), else from the defaults (d_).  The u_ of a box is always False:
+  // what it shows counts.
+  function carriesChanges(form) {
+    const values = new Map();
+    for (const field of form.elements) { // the hidden ones come last
+      const box = field.type === "checkbox";
+      const name = (box ? "u_" : "") + field.name.toLowerCase();
+      if (!values.has(name)) {
+        values.set(name, box ? field.defaultChecked ? "True" : "False"
+                             : field.value);
+      }
+    }
+    return Array.from(values).some(([name, user]) => {
+      const reported = values.get(name.replace("u_", "o_"));
+      if (!name.startsWith("u_") || user === reported) {
+        return false;
+      }
+      if (user === "True" || user === "False") {
+        return isTrue(user) !== isTrue(reported);
+      }
+      return reported !== undefined ||
+        user !== "" && user !== values.get(name.replace("u_", "d_"));
+    });
+  }
+
+  function ask(event) {
+    const form = document.forms.f1;
+    if (!notice && form &&
+        (Array.from(edited).some(isChanged) || carriesChanges(form))) {
+      event.preventDefault();
+      event.returnValue = true;
+    }
+  }
+
+  // Some browsers keep no page for Back that listens to this.
+  function listen() {
+    addEventListener("beforeunload", ask);
+  }
+
+  addEventListener("input", (event) => {
+    edited.add(event.target);
+    listen();
+  });
+
+  // What the browser restores when one comes Back was sent or given up before.
+  addEventListener("pageshow", () => {
+    end();
+    edited.clear();
+    if (document.querySelector('input[name^="u_"]')) {
+      listen();
     }
   });
 })();

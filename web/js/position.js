@@ -1,33 +1,54 @@
 // Where the page stands.
 //
 // The buttons of a form call saveScrollCoordinates before they send it, and the
-// page that comes back calls scrollToCoordinates once it is loaded, so that
-// pressing a button does not throw the reader back to the top.  Only the hidden
-// field scroll_y is written here.  Nothing runs when this file is loaded.
+// page that comes back calls scrollToCoordinates, so that pressing a button
+// does not throw the reader back to the top.  Of the page, only the hidden
+// field scroll_y is written.
 "use strict";
 
-// Writes the scroll position into the form's field scroll_y.
+// The value of a hidden field of the page, "" where it has none.
+function carriedValue(name) {
+  const field = document.querySelector(`input[type="hidden"][name="${name}"]`);
+  return field ? field.value : "";
+}
+
+// Tells (and sets) the form of the position, which travels on to other forms.
+function scrolledForm(form) {
+  try {
+    if (form) {
+      sessionStorage.setItem("orv_scrolled", form);
+    }
+    return sessionStorage.getItem("orv_scrolled");
+  } catch (e) {
+    return null; // storage is switched off
+  }
+}
+
 function saveScrollCoordinates(form) {
   const field = form && form.querySelector('input[name="scroll_y"]');
   if (field) {
     field.value = String(Math.max(0, Math.round(window.scrollY)));
+    scrolledForm(carriedValue("form"));
   }
 }
 
-// Brings the page's anchor_target into view where it names an element, else the
-// position that came with the page.
+// Shows the first control that failed, else the page's anchor_target where it
+// names an element, else the position that came with the page.
 function scrollToCoordinates() {
-  const target = document.querySelector('input[name="anchor_target"]');
-  const name = target && target.value;
-  const element = name &&
-    (document.getElementById(name) || document.getElementsByName(name)[0]);
-  if (element) {
-    element.scrollIntoView();
-    return;
+  const visit = performance.getEntriesByType("navigation")[0];
+  if (visit && visit.type !== "navigate") {
+    return; // Back, Forward, Reload: the browser knows the place better
   }
-  const field = document.querySelector('input[name="scroll_y"]');
-  const y = field ? parseInt(field.value, 10) : 0;
-  if (y > 0) {
-    window.scrollTo(0, y);
+  const name = carriedValue("anchor_target");
+  const failed = document.querySelector("[autofocus]");
+  const target = failed || name && (document.getElementById(name) ||
+                                    document.getElementsByName(name)[0]);
+  if (failed) {
+    failed.focus({preventScroll: true});
+  }
+  if (target) {
+    target.scrollIntoView({block: failed ? "nearest" : "start"});
+  } else if ([null, carriedValue("form")].includes(scrolledForm())) {
+    window.scrollTo(0, parseInt(carriedValue("scroll_y"), 10) || 0);
   }
 }

@@ -1,0 +1,67 @@
+title Firewall
+navbar_script navbar.sh $F$
+help_mode
+expert_mode
+body
+error $E$
+text What may come in. The rules are tried from the lowest number to the highest,
+  and the first that fits decides.
+
+select fr_policy
+label All the rest
+choice drop Drop it without an answer
+choice reject Refuse it
+choice allow Let it pass
+prompt What happens when no rule fits
+help What your own devices asked for always comes in: it needs no rule.
+checkbox fr_ping
+label Ping
+rlabel Answer pings from the Internet
+if $X$
+checkbox fr_log
+label Log
+rlabel Write down what was dropped or refused
+endif
+
+heading2 Rules
+text To add a rule, fill in the last row and press Submit. To remove one, tick
+  Delete in its row and press Submit twice.
+help $B$No.$R$ is the order. With 15 a rule moves between the rules 10 and 20;
+  a new rule without a number goes to the end.
+  $L$$B$Paused$R$ keeps a rule without using it.
+  $L$$B$From$R$ is the socket where it comes in: WAN is the Internet, LAN are
+  your own devices.
+  $L$$B$Source$R$ is an address such as 203.0.113.7, or a network such as
+  203.0.113.0/24. Blank means everybody.
+  $L$$B$Port$R$ is the port of this device that is asked for. Blank means all.
+  $L$A rule needs a number, a source or a port to be kept.
+
+# Every text may be blank here, since a row is dropped when all its texts are.
+table rules 7
+field fr_pos 3
+label No.
+check nullok decimal 0 9999
+checkbox fr_off
+label Paused
+select fr_do
+label Action
+choice allow Pass
+choice reject Refuse
+choice drop Drop
+select fr_from
+label From
+choice wan WAN
+choice lan LAN
+choice any Any
+select fr_proto
+label Kind
+choice tcp TCP
+choice udp UDP
+choice icmp ICMP
+choice any Any
+field fr_source 15
+label Source
+check nullok ipaddr ipv4 optcidr
+field fr_port 6
+label Port
+check nullok decimal 1 65535

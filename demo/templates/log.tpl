@@ -1,0 +1,27 @@
+title Log
+navbar_script navbar.sh $F$
+help_mode
+body
+error $E$
+text What was changed on this device, and when; the newest first.
+help The page $B$Services$R$ says how much is written down, and whether another
+  device gets it, too.
+
+# Each value ends its own line.
+if $V:log0$
+text $V:log0$$V:log1$$V:log2$$V:log3$$V:log4$
+  $V:log5$$V:log6$$V:log7$$V:log8$$V:log9$
+  $V:log10$$V:log11$$V:log12$$V:log13$$V:log14$
+  $V:log15$$V:log16$$V:log17$$V:log18$$V:log19$
+  $V:log20$$V:log21$$V:log22$$V:log23$$V:log24$
+  $V:log25$$V:log26$$V:log27$$V:log28$$V:log29$
+  $V:log30$$V:log31$$V:log32$$V:log33$$V:log34$
+  $V:log35$$V:log36$$V:log37$$V:log38$$V:log39$
+
+checkbox log_empty
+label Empty the log
+rlabel Forget all of this
+help Somebody who has to find a fault later may miss it.
+else
+text Nothing has happened so far.
+endif

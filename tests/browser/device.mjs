@@ -1,0 +1,133 @@
+// The demo device through its web server, and people in front of it.
+//
+// One device and one browser serve all tests; `reset` puts the device back
+// between them.  What a browser complains about while it is looked at (scripts,
+// policy, answers that are errors) is collected in `complaints`.
+
+import { spawn } from "node:child_process";
+import { once } from "node:events";
+import fs from "node:fs/promises";
+import os from "node:os";
+import { fileURLToPath } from "node:url";
+import { chromium } from "playwright-core";
+
+export const root = fileURLToPath(new URL("../..", import.meta.url));
+export const complaints = [];
+let folder, demo, browser, base;
+
+export async function start() {
+  folder = await fs.mkdtemp(`${os.tmpdir()}/larkspur-browser-`);
+  demo = spawn(`${root}demo/run`, ["--state", `${folder}/data`],
+               { stdio: ["ignore", "ignore", "pipe"] });
+  process.once("exit", () => demo.kill());
+  let said = "";
+  await new Promise((resolve, reject) => {
+    demo.once("exit", () => reject(new Error(`demo/run ended: ${said}`)));
+    demo.stderr.on("data", (text) => {
+      said += text;
+      [base] = /http:\/\/127\.0\.0\.1:\d+/.exec(said) || [];
+      if (base) {
+        resolve();
+      }
+    });
+  });
+  await fs.cp(`${folder}/data/state`, `${folder}/shipped`, { recursive: true });
+  browser = await chromium.launch({
+    executablePath: "/usr/bin/chromium",
+    // People's browsers keep a page for Back as it is; so does this one.
+    ignoreDefaultArgs: ["--disable-back-forward-cache"],
+    args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+           "--disable-background-networking", "--disable-component-update",
+           "--disable-sync"],
+  });
+}
+
+export async function stop() {
+  await browser?.close();
+  if (demo?.exitCode === null) {
+    demo.kill();
+    await once(demo, "exit");
+  }
+  await fs.rm(folder, { recursive: true, force: true });
+}
+
+export async function reset() {
+  complaints.length = 0;
+  await fs.rm(`${folder}/data/state`, { recursive: true });
+  await fs.cp(`${folder}/shipped`, `${folder}/data/state`, { recursive: true });
+}
+
+export const address = (form) => `${base}/cgi-bin/orv?form=${form}`;
+
+// A browser of these options with nothing in its cache.  `page.asked` counts
+// the questions whether to leave, which are answered by staying.
+export async function newPage(options) {
+  const context = await browser.newContext({ reducedMotion: "reduce",
+                                             ...options });
+  const page = await context.newPage();
+  page.asked = 0;
+  page.on("dialog", (dialog) => {
+    page.asked++;
+    return dialog.dismiss();
+  });
+  page.on("console", (message) => {
+    if (["error", "warning"].includes(message.type())) {
+      complaints.push(`${message.text()} ${message.location().url}`);
+    }
+  });
+  page.on("pageerror", (error) => complaints.push(String(error)));
+  return page;
+}
+
+export async function visit(form, options) {
+  const page = await newPage(options);
+  await page.goto(address(form));
+  return page;
+}
+
+export const field = (page, name) => page.locator(`[name="${name}"]:visible`);
+export const button = (page, label) =>
+  page.locator(`input[type="submit"][value="${label}"]`);
+export const heading = (page) => page.locator("h1").innerText();
+export const valueOf = (page, name) => field(page, name).inputValue();
+
+// Types, chooses or ticks; null puts back what the page came with.
+async function enter(control, value) {
+  if (typeof value === "boolean") {
+    await control.setChecked(value);
+  } else if (await control.evaluate((e) => e.localName === "select")) {
+    await control.selectOption(value);
+  } else {
+    await control.fill(value ?? await control.getAttribute("value"));
+  }
+}
+
+// Carries out the steps: values are entered, labels of buttons pressed.
+export async function act(page, ...steps) {
+  for (const step of steps) {
+    if (step === "Back") {
+      await page.goBack({ waitUntil: "commit" });
+    } else if (typeof step === "string") {
+      await Promise.all([page.waitForNavigation(), button(page, step).click()]);
+    } else {
+      for (const [name, value] of Object.entries(step)) {
+        await enter(field(page, name), value);
+      }
+    }
+  }
+}
+
+// All forms that menus and navigation bars lead to.
+export async function allForms() {
+  const page = await newPage();
+  const found = new Set(["orvmenu"]);
+  for (const form of found) {
+    await page.goto(address(form));
+    const links = await page.locator("nav a, main li a").evaluateAll(
+      (all) => all.map((a) => a.href));
+    links.filter((link) => link.startsWith(address("")))
+      .forEach((link) => found.add(link.slice(address("").length)));
+  }
+  await page.context().close();
+  return found;
+}

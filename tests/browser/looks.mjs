@@ -1,0 +1,138 @@
+// What every form looks like, and what it costs.
+
+import assert from "node:assert/strict";
+import fs from "node:fs/promises";
+import { test } from "node:test";
+import axe from "axe-core";
+import { act, address, allForms, button, complaints, heading, newPage, root,
+         visit } from "./device.mjs";
+
+const KB = 1024;
+const phone = { width: 360, height: 640 };
+
+// A table may be wider than a phone, but scrolls inside itself.
+async function assertLooks(page, where) {
+  await page.evaluate(axe.source);
+  for (const [colorScheme, size] of [["light", { width: 1280, height: 800 }],
+                                     ["dark", phone]]) {
+    await page.emulateMedia({ colorScheme });
+    await page.setViewportSize(size);
+    const { violations } = await page.evaluate(() => window.axe.run());
+    assert.deepEqual(violations.flatMap((rule) => rule.nodes.map(
+      (node) => `${where}, ${colorScheme}: ${rule.id} ${node.html}`)), []);
+  }
+  assert.equal(await page.evaluate(() => document.documentElement.scrollWidth),
+               phone.width, where);
+}
+
+async function pressEnabled(page, label) {
+  if (await button(page, label).isEnabled()) {
+    await act(page, label);
+  }
+}
+
+test("every form is accessible and fits a phone in every state", async (t) => {
+  for (const form of await allForms()) {
+    await t.test(form, async () => {
+      const page = await visit(form);
+      await assertLooks(page, form);
+      await pressEnabled(page, "Expert");
+      await pressEnabled(page, "Help");
+      await assertLooks(page, `${form}, expert and help`);
+      const texts = page.locator("input[type=text]:visible:enabled");
+      for (const text of await texts.all()) {
+        await text.fill('no "such" value');
+      }
+      await pressEnabled(page, "Submit");
+      await assertLooks(page, `${form}, refused`);
+      await page.context().close();
+    });
+  }
+});
+
+test("so are questions, confirmations and error pages", async () => {
+  const page = await newPage();
+  for (const [label, values, shown] of [
+    ["Submit", {}, "Nothing to save"],
+    ["Home", { host_name: "other" }, "Leave without saving?"],
+    ["Submit", { host_name: "other" }, "Saved"],
+  ]) {
+    await page.goto(address("network"));
+    await act(page, values, label);
+    assert.equal(await heading(page), shown);
+    await assertLooks(page, shown);
+  }
+  await page.goto(address("nosuch"));
+  await assertLooks(page, "error page");
+  assert.match(complaints.splice(0).join(), /^[^,]*404[^,]*$/);
+});
+
+// What comes over the wire until the page is at rest, not out of the cache.
+async function wireOf(page, form) {
+  const wire = { bytes: 0, requests: 0 };
+  const browser = await page.context().newCDPSession(page);
+  await browser.send("Network.enable");
+  browser.on("Network.loadingFinished", ({ encodedDataLength }) => {
+    wire.bytes += encodedDataLength;
+    wire.requests += encodedDataLength > 0;
+  });
+  await page.goto(address(form));
+  await page.waitForLoadState("networkidle");
+  await browser.detach();
+  return wire;
+}
+
+test("every form is light, quick and steady", async (t) => {
+  for (const form of await allForms()) {
+    await t.test(form, async (t) => {
+      const page = await newPage({ viewport: phone });
+      await page.addInitScript(() => {
+        window.shifts = [];
+        new PerformanceObserver((list) => window.shifts.push(
+          ...list.getEntries().map((entry) => entry.value)))
+          .observe({ type: "layout-shift", buffered: true });
+      });
+      const browser = await page.context().newCDPSession(page);
+      await browser.send("Performance.enable");
+      const first = await wireOf(page, form);
+      const [shifts, paint] = await page.evaluate(() => [
+        window.shifts,
+        performance.getEntriesByName("first-contentful-paint")[0].startTime -
+          performance.getEntriesByType("navigation")[0].responseEnd,
+      ]);
+      const { metrics } = await browser.send("Performance.getMetrics");
+      const script = metrics.find((one) => one.name === "ScriptDuration").value;
+      const second = await wireOf(page, form);
+      t.diagnostic(`${form}: ${first.bytes} bytes, then ${second.bytes}; ` +
+        `painted after ${Math.round(paint)} ms, scripts ${script} s`);
+      assert.ok(first.requests <= 5, "four, and the icon once a month");
+      assert.ok(first.bytes <= 30 * KB);
+      assert.equal(second.requests, 1, "style and scripts are kept");
+      assert.deepEqual(shifts, []);
+      assert.ok(paint < 1000, "a paint waits for nothing but a busy machine");
+      assert.ok(script < 0.05, "all scripts together");
+      await page.context().close();
+    });
+  }
+});
+
+test("style and scripts are small", async () => {
+  const sizeOf = async (name) => (await fs.stat(`${root}web/${name}`)).size;
+  assert.ok(await sizeOf("css/orv.css") < 12 * KB);
+  assert.ok(await sizeOf("js/position.js") +
+    await sizeOf("js/kwt_scroller.js") < 6 * KB);
+});
+
+test("a dark page is dark, and prints dark on white without its bars",
+     async () => {
+  const page = await visit("network", { colorScheme: "dark" });
+  const brightness = (what) => page.evaluate((name) =>
+    getComputedStyle(document.body)[name].match(/\d+/g).slice(0, 3)
+      .reduce((sum, part) => sum + Number(part), 0), what);
+  assert.ok(await brightness("backgroundColor") < 150);
+  assert.ok(await brightness("color") > 600);
+  await page.emulateMedia({ colorScheme: "dark", media: "print" });
+  assert.ok(await brightness("color") < 150);
+  assert.ok(await page.locator("h1").isVisible());
+  assert.equal(await page.locator("nav:visible, .bottombar:visible").count(), 0);
+});

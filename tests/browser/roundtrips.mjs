@@ -1,0 +1,247 @@
+// What people do with a form, from its page to what the device keeps.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+import { act, address, button, field, heading, newPage, valueOf, visit }
+  from "./device.mjs";
+
+const phone = { viewport: { width: 360, height: 560 } };
+const main = (page) => page.locator("main").innerText();
+const scrollY = (page) => page.evaluate(() => window.scrollY);
+
+// Whether it is in view and nothing is in front of it.
+const isInView = (control) => control.evaluate((e) => {
+  const box = e.getBoundingClientRect();
+  return [box.top + 2, box.bottom - 2].every(
+    (y) => document.elementFromPoint(box.left + 9, y) === e);
+});
+
+async function until(condition) {
+  for (let tries = 0; tries < 200 && !condition(); tries++) {
+    await new Promise((resolve) => setTimeout(resolve, 20));
+  }
+  assert.ok(condition(), String(condition));
+}
+
+for (const javaScriptEnabled of [true, false]) {
+  const how = javaScriptEnabled ? "" : " without JavaScript";
+
+  test(`a changed value is saved and stays${how}`, async () => {
+    const page = await visit("network", { javaScriptEnabled });
+    await act(page, { host_name: "gate-7" }, "Submit");
+    assert.equal(await heading(page), "Saved");
+    await act(page, "Continue");
+    assert.match(await main(page), /gate-7/);
+    await page.goto(address("network"));
+    assert.equal(await valueOf(page, "host_name"), "gate-7");
+  });
+
+  test(`two faults are told beside their fields${how}`, async () => {
+    const page = await visit("network", { javaScriptEnabled, ...phone });
+    await act(page, { dns1: "one", dns2: "two" });
+    await page.evaluate(() => window.scrollTo(0, 0));
+    await act(page, "Submit");
+    assert.equal(await page.locator("p.error[role=alert]").count(), 1);
+    for (const [name, typed] of [["dns1", "one"], ["dns2", "two"]]) {
+      const control = field(page, name);
+      assert.equal(await control.inputValue(), typed);
+      assert.equal(await control.getAttribute("aria-invalid"), "true");
+      const id = await control.getAttribute("aria-describedby");
+      const row = page.locator("tr", { has: control });
+      assert.match(await row.locator(`+ tr #${id}`).innerText(), /9\.9\.9\.9/);
+    }
+    const first = page.locator("[name=dns1]:focus");
+    assert.ok(await isInView(first));
+    assert.ok(await isInView(page.locator("p.error:not([role])").first()));
+  });
+
+  test(`rows are added, edited and deleted${how}`, async () => {
+    const page = await visit("forwards", { javaScriptEnabled });
+    const ports = () => page.locator('[name^="fw_port"]:visible').evaluateAll(
+      (all) => all.map((e) => e.value).filter(Boolean));
+    const [first, ...others] = await ports();
+    const end = others.length + 1;
+    assert.ok(first);
+    await act(page, { [`fw_port${end}`]: "2222", fw_port0: "8081",
+                      [`fw_address${end}`]: "192.168.1.77" }, "Submit");
+    assert.equal(await heading(page), "Saved");
+    await page.goto(address("forwards"));
+    assert.deepEqual(await ports(), ["8081", ...others, "2222"]);
+    await act(page, { delete_forwards_0: true }, "Submit");
+    assert.match(await main(page), /rows have been deleted\. Resubmit/);
+    await act(page, "Submit");
+    assert.equal(await heading(page), "Saved");
+    await page.goto(address("forwards"));
+    assert.deepEqual(await ports(), [...others, "2222"]);
+  });
+}
+
+test("Home asks about changes, and both answers do what they say", async () => {
+  const page = await visit("services", phone);
+  await act(page, { ntp_server: "time.example.org" });
+  await page.evaluate(() => window.scrollTo(0, 120));
+  await act(page, "Home");
+  assert.equal(await heading(page), "Leave without saving?");
+  await act(page, "Return to changes");
+  assert.equal(await valueOf(page, "ntp_server"), "time.example.org");
+  assert.equal(await scrollY(page), 120);
+  await page.setViewportSize({ width: 360, height: 300 });
+  await act(page, "Home", "Discard changes");
+  assert.equal(await scrollY(page), 0, "the position was another form's");
+  await page.goto(address("services"));
+  assert.notEqual(await valueOf(page, "ntp_server"), "time.example.org");
+});
+
+test("Help and Expert show more and lose nothing that was typed", async () => {
+  const page = await visit("services", phone);
+  await act(page, { ntp_server: "time.example.org", ssh_on: true });
+  await page.evaluate(() => window.scrollTo(0, 150));
+  await act(page, "Help");
+  assert.ok(await page.locator("p.help").count() > 1);
+  assert.equal(await scrollY(page), 150);
+  await act(page, "Expert");
+  assert.equal(await page.locator("p.help").count(), 0);
+  assert.equal(await field(page, "ssh_port").count(), 1);
+  await act(page, "Simple");
+  assert.equal(await field(page, "ssh_port").count(), 0);
+  assert.equal(await valueOf(page, "ntp_server"), "time.example.org");
+  assert.ok(await field(page, "ssh_on").isChecked());
+});
+
+// Lets answers to posts wait; tells how many there were, and what the status
+// says (and how many animations it has) while a page waits for the next one.
+async function holdAnswers(page, milliseconds) {
+  const seen = { posts: 0, told: [] };
+  page.on("console", (message) => seen.told.push(message.text()));
+  await page.addInitScript(() => new MutationObserver(
+    () => console.log(Array.from(document.querySelectorAll("[role=status]"),
+      (e) => e.innerText + e.getAnimations().length).join())
+  ).observe(document, { childList: true, subtree: true }));
+  await page.reload();
+  seen.told.length = 0;
+  await page.route("**/cgi-bin/orv", async (route) => {
+    seen.posts++;
+    await new Promise((resolve) => setTimeout(resolve, milliseconds));
+    await route.continue().catch(() => {}); // it was stopped
+  });
+  return seen;
+}
+
+test("a second press waits for the first, and a long wait shows", async () => {
+  const page = await visit("network");
+  const seen = await holdAnswers(page, 2000);
+  await act(page, { host_name: "once" });
+  const { x, y } = await button(page, "Submit").boundingBox();
+  const answer = page.waitForNavigation();
+  await page.mouse.dblclick(x + 9, y + 9);
+  await page.mouse.click(x + 9, y + 9);
+  await answer;
+  assert.equal(await heading(page), "Saved");
+  assert.equal(seen.posts, 1);
+  assert.deepEqual(seen.told.slice(0, 2), ["0", "Working…0"]);
+});
+
+for (const isTold of [true, false]) {
+  const how = isTold ? "Stop" : "Escape, where Stop is not told to pages";
+
+  test(`after ${how} the buttons work again`, async () => {
+    const page = await visit("network");
+    if (!isTold) {
+      await page.addInitScript(() => Object.defineProperty(
+        window, "navigation", { value: undefined }));
+    }
+    const seen = await holdAnswers(page, 400);
+    await act(page, { host_name: "twice" });
+    const { x, y } = await button(page, "Submit").boundingBox();
+    await page.mouse.click(x + 9, y + 9);
+    await until(() => seen.posts === 1);
+    const browser = await page.context().newCDPSession(page);
+    await browser.send("Page.stopLoading");
+    if (!isTold) {
+      await page.keyboard.press("Escape");
+    }
+    await until(() => seen.told.at(-1) === "");
+    const answer = page.waitForNavigation();
+    await page.mouse.click(x + 9, y + 9);
+    await answer;
+    assert.equal(await heading(page), "Saved");
+  });
+}
+
+for (const isKept of [true, false]) {
+  const how = isKept ? "kept" : "drawn anew";
+
+  test(`Back brings a form (${how}) to be submitted again`, async () => {
+    const page = await newPage(phone);
+    if (!isKept) { // a held lock keeps pages out of the browser's memory
+      await page.addInitScript(() => {
+        navigator.locks.request("held", () => new Promise(() => {}));
+      });
+    }
+    await page.goto(address("services"));
+    await act(page, { log_level: "debug" });
+    await page.evaluate(() => window.scrollTo(0, 160));
+    await act(page, "Submit", "Back");
+    assert.equal(await valueOf(page, "log_level"), "debug");
+    await page.evaluate(() => window.scrollTo(0, 130));
+    await page.locator('nav a[href$="form=status"]').evaluate((a) => a.click());
+    await page.waitForURL(/form=status/);
+    assert.equal(page.asked, 0, "what was saved is no change");
+    await act(page, "Back");
+    assert.equal(await scrollY(page), 130);
+    await act(page, { log_level: "error" }, "Submit");
+    assert.equal(await heading(page), "Saved");
+    await page.goto(address("services"));
+    assert.equal(await valueOf(page, "log_level"), "error");
+  });
+}
+
+for (const [asks, why, form, ...steps] of [
+  [false, "nothing was done", "network"],
+  [true, "a text was typed", "network", { host_name: "x" }],
+  [false, "all was put back", "services", { ntp_server: "x", log_level: "debug" },
+   { ntp_server: null, log_level: "info" }],
+  [false, "a new row's entry was put back", "forwards", { fw_proto2: "udp" },
+   "Home", "Return to changes", { fw_proto2: "tcp" }, "Help"],
+  [true, "an entry was chosen", "network", { static_ip: "yes" }],
+  [true, "a box was ticked", "services", { ssh_on: true }],
+  [true, "a row was marked", "forwards", { delete_forwards_0: true }],
+  [true, "it was marked and dropped", "forwards", { delete_forwards_0: true },
+   "Submit"],
+  [false, "Help changes nothing", "services", "Help"],
+  [false, "Help changes no row", "forwards", "Help"],
+  [false, "Simple changes nothing", "services", "Expert", "Simple"],
+  [true, "Help came after a text", "network", { host_name: "x" }, "Help"],
+  [true, "Help came after a tick", "services", { ssh_on: true }, "Help"],
+  [true, "it was refused", "network", { host_name: "a b" }, "Submit"],
+]) {
+  test(`leaving by a link asks ${asks ? "if" : "nothing if"} ${why}`, async () => {
+    const page = await visit(form);
+    await act(page, ...steps);
+    assert.equal(page.asked, 0, "our own buttons never ask");
+    await page.locator('nav a[href$="form=status"]').click();
+    await until(() => page.asked || page.url().endsWith("status"));
+    assert.equal(page.asked, asks ? 1 : 0);
+  });
+}
+
+test("a keyboard reaches everything, and shows where it is", async () => {
+  const page = await visit("services", phone);
+  await act(page, "Expert");
+  const all = page.locator("a:visible, select:visible, input:visible:enabled");
+  for (let left = await all.count(); left > 0; left--) {
+    await page.keyboard.press("Tab");
+    const at = page.locator(":focus");
+    assert.ok(await isInView(at), await at.getAttribute("name"));
+    assert.match(await at.evaluate((e) => getComputedStyle(e).outline),
+                 /solid 3px/);
+  }
+  assert.equal(await page.locator(":focus").inputValue(), "Submit");
+  await field(page, "ssh_port").focus();
+  await page.keyboard.press("Control+A");
+  await page.keyboard.type("2022");
+  const answer = page.waitForNavigation();
+  await page.keyboard.press("Enter");
+  await answer;
+  assert.equal(await heading(page), "Saved");
+});

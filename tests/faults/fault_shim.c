@@ -1,0 +1,213 @@
+/* Preloaded into the executable under test: lets the n-th call of one kind
+ * fail, in that process alone and not in the scripts it starts.
+ *
+ * FAULT_KIND    what fails, see below; FAULT_AT the number of the call
+ * FAULT_FROM    "1": every call from that one on, else only that one
+ * FAULT_REPORT  a file for struct report, which tells what has been done
+ *
+ * Memory and streams fail in functions that stand before the C library's own,
+ * whoever calls them, the C library included.  System calls fail in a second
+ * process that traces the first, so that those of a stream are met, too.  Not
+ * seen: the loader's work, mmap, and stacks.  Under AddressSanitizer the traced
+ * process goes free at exit, before it writes a page that is still in the
+ * buffer: the search for leaks traces as well.
+ */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdbool.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+struct report {
+  int calls;     /* of the kind, failed ones included */
+  int faults;    /* calls that failed */
+  int on_stdout; /* of these, writes of the page itself */
+  int traced;    /* the second process has begun */
+  int leaving;   /* it must let the first one go */
+};
+
+static struct report *report;
+static const char *kind = ""; /* of memory and streams */
+static int at;
+static bool onward;
+static pid_t self;
+
+static bool is_hit(void)
+{
+  int call = ++report->calls;
+  bool hit = onward ? call >= at : call == at;
+  report->faults += hit;
+  return hit;
+}
+
+/* --- memory and streams --------------------------------------------------- */
+
+static bool fails(const char *group)
+{
+  return strcmp(kind, group) == 0 && getpid() == self && is_hit();
+}
+
+#define FAILING(group, type, name, params, args)                               \
+  type name params                                                             \
+  {                                                                            \
+    type(*next) params = (type(*) params)dlsym(RTLD_NEXT, #name);              \
+    if (fails(group)) {                                                        \
+      errno = ENOMEM;                                                          \
+      return NULL;                                                             \
+    }                                                                          \
+    return next args;                                                          \
+  }
+
+/* clang-format off */
+FAILING("memory", void *, malloc, (size_t size), (size))
+FAILING("memory", void *, calloc, (size_t count, size_t size), (count, size))
+FAILING("memory", void *, realloc, (void *old, size_t size), (old, size))
+FAILING("stream", FILE *, fopen, (const char *p, const char *mode), (p, mode))
+FAILING("stream", FILE *, fopen64, (const char *p, const char *mode), (p, mode))
+FAILING("stream", FILE *, fdopen, (int fd, const char *mode), (fd, mode))
+FAILING("stream", FILE *, open_memstream, (char **p, size_t *size), (p, size))
+FAILING("stream", FILE *, fopencookie,
+        (void *cookie, const char *mode, cookie_io_functions_t functions),
+        (cookie, mode, functions))
+/* clang-format on */
+
+/* The sanitizer's own would not call malloc. */
+char *strdup(const char *text)
+{
+  size_t size = strlen(text) + 1;
+  char *copy = malloc(size);
+  return copy != NULL ? memcpy(copy, text, size) : NULL;
+}
+
+/* Thousands of faults are no news for this machine's log. */
+void syslog(int priority, const char *format, ...)
+{
+  (void)priority, (void)format;
+}
+
+void __syslog_chk(int priority, int flag, const char *format, ...)
+{
+  (void)priority, (void)flag, (void)format;
+}
+
+/* --- system calls --------------------------------------------------------- */
+
+/* clang-format off */
+static const struct calls {
+  const char *kind;
+  int error;
+  unsigned long long numbers[2];
+} calls[] = {
+  {"fork",  EAGAIN, {SYS_clone,  SYS_clone3}},
+  {"pipe",  EMFILE, {SYS_pipe2,  SYS_pipe}},
+  {"open",  EMFILE, {SYS_openat, SYS_open}},
+  {"read",  EIO,    {SYS_read,   SYS_readv}},
+  {"write", EIO,    {SYS_write,  SYS_writev}},
+  {"close", EIO,    {SYS_close,  SYS_close}},
+  {"poll",  ENOMEM, {SYS_poll,   SYS_ppoll}},
+  {"wait",  ECHILD, {SYS_wait4,  SYS_waitid}},
+};
+/* clang-format on */
+
+/* Before a call: whether it is to fail.  It then becomes one that the kernel
+ * does not know, but a close that fails has closed. */
+static bool start_fault(const struct calls *row, struct user_regs_struct *regs)
+{
+  unsigned long long call = regs->orig_rax;
+  if ((call != row->numbers[0] && call != row->numbers[1]) || !is_hit()) {
+    return false;
+  }
+  report->on_stdout += call == SYS_write && regs->rdi == STDOUT_FILENO;
+  regs->orig_rax = call == SYS_close ? call : -1ULL;
+  return true;
+}
+
+/* The second process: until the first ends, or is let go.  Each system call
+ * stops the first one twice, before and after. */
+static void trace(const struct calls *row, pid_t pid)
+{
+  struct user_regs_struct regs;
+  bool before = true;
+  bool failing = false;
+  int status;
+  int sig = 0;
+  ptrace(PTRACE_ATTACH, pid, NULL, NULL);
+  waitpid(pid, &status, 0);
+  ptrace(PTRACE_SETOPTIONS, pid, NULL, PTRACE_O_TRACESYSGOOD);
+  report->traced = 1;
+  while (!report->leaving && ptrace(PTRACE_SYSCALL, pid, NULL, sig) == 0 &&
+         waitpid(pid, &status, 0) == pid && WIFSTOPPED(status)) {
+    sig = WSTOPSIG(status);
+    if (sig != (SIGTRAP | 0x80)) {
+      continue;
+    }
+    sig = 0;
+    ptrace(PTRACE_GETREGS, pid, NULL, &regs);
+    if (before) {
+      failing = start_fault(row, &regs);
+    } else {
+      regs.rax = failing ? -(unsigned long long)row->error : regs.rax;
+    }
+    if (failing) {
+      ptrace(PTRACE_SETREGS, pid, NULL, &regs);
+    }
+    before = !before;
+  }
+  ptrace(PTRACE_DETACH, pid, NULL, NULL);
+  _exit(EXIT_SUCCESS);
+}
+
+static void leave(void)
+{
+  report->leaving = 1;
+  syscall(SYS_getppid);
+}
+
+static void be_traced(const struct calls *row)
+{
+  pid_t tracer = fork();
+  if (tracer == 0) {
+    trace(row, self);
+  }
+  prctl(PR_SET_PTRACER, tracer, 0, 0, 0);
+  while (!*(volatile int *)&report->traced) {
+    usleep(50);
+  }
+  if (dlsym(RTLD_DEFAULT, "__asan_init") != NULL) {
+    atexit(leave);
+  }
+}
+
+__attribute__((constructor)) static void begin(void)
+{
+  const char *wanted = getenv("FAULT_KIND");
+  unsetenv("LD_PRELOAD");
+  if (wanted == NULL) {
+    return;
+  }
+  int fd = open(getenv("FAULT_REPORT"), O_RDWR | O_CLOEXEC);
+  report =
+      mmap(NULL, sizeof *report, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  close(fd);
+  at = atoi(getenv("FAULT_AT"));
+  onward = strcmp(getenv("FAULT_FROM"), "1") == 0;
+  self = getpid();
+  for (size_t i = 0; i < sizeof calls / sizeof *calls; i++) {
+    if (strcmp(calls[i].kind, wanted) == 0) {
+      be_traced(&calls[i]);
+      return;
+    }
+  }
+  kind = wanted;
+}

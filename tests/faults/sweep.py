@@ -1,0 +1,208 @@
+"""Lets every call that can fail do so, once each, in typical requests.
+
+Each request is repeated with the first, second, ... call of a kind failing
+(that one, or all from it on) until a run meets no fault.  However a run ends,
+it ends by itself, with a whole page or a clean error, and a device is changed
+only by a write script that got all of what every check has passed.
+
+    ORV=... ORV_SYSLOG_SHIM=fault_shim.so sweep.py [STRIDE]
+
+A stride tries only every so manieth allocation, of which there are most.
+"""
+
+import collections
+import concurrent.futures
+import os
+import pathlib
+import struct
+import subprocess
+import sys
+import tempfile
+import urllib.parse
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "site"))
+import conftest  # noqa: E402
+
+STRIDE = int(sys.argv[1]) if len(sys.argv) > 1 else 1
+KINDS = "memory stream fork pipe open read write close poll wait".split()
+ENDINGS = "same page,other page,error page,cgiInit error,output lost".split(",")
+CGI_ERRORS = (4, 6)  # a body that ended early, no memory
+ENOUGH = 20  # bad ends of one sweep
+
+# --- the device ---------------------------------------------------------------
+
+READ = r"""printf '%s\n' host=gate mask=24 on=1 mode=b 'list=x 1' fast=1 \
+  select_list0='x One' select_list1='y Two' \
+  addr0=10.0.0.1 port0=80 addr1=10.0.0.2 port1=81 addr2=10.0.0.3 port2=82"""
+NAVBAR = "echo net Network; echo sub/item Item; echo - here"
+# The only fault of a request can be in the last field, which stands behind
+# what one read of the template takes.
+NET = [
+    "help Help.", "error $E$", "field host 20", "label Host", "check word",
+    "checkbox on", "label On", "select mode", "choice a First",
+    "choice b Second", "iselect list list", "if $V:fast$", "field speed",
+    "check nullok regex [0-9]+", "endif", "table hosts 2 2", "field addr",
+    "label Address", "check ipaddr ipv4", "field port",
+    "check nullok ipservice", *["# " + "-" * 70] * 120, "field mask",
+    "check decimal 0 32", "prompt Up to 32",
+]  # fmt: skip
+MENU = ["text On $V:host$.", "fmenu", "choice net Network", "imenu net list"]
+
+
+def make_device(folder):
+    site = conftest.Site(folder)
+    site.env = {"ORV_POLICY": "strict", "HTTP_HOST": "gw"}
+    site.env["HTTP_ORIGIN"] = "http://gw"
+    (site.folder / "data" / "system_type").write_text("SYSTEM_TYPE=T\n")
+    site.template("orvmenu", *MENU, title="Menu")
+    modes = ["help_mode", "expert_mode"]
+    site.template("net", *NET, title="Network of $V:host$", header=modes)
+    for form in ("broken", "discard_or_return", "no_changes", "changes_saved"):
+        site.template(form, f"text This is {form}.", title=form)
+    passed = "echo c_sum=3; : >net.passed"
+    site.form_script("orvmenu", READ, navbar=NAVBAR)
+    site.form_script("net", READ, passed, navbar=NAVBAR)
+    site.form_script("broken", "echo no value")
+    return site
+
+
+def submit(**changes):
+    """The body that a change of the form's page posts."""
+
+    def body(site):
+        page = site.open("net", subitem="eth0")
+        fields = dict(page.fields()) | changes | {"action": "Submit"}
+        return urllib.parse.urlencode(fields).encode()
+
+    return body
+
+
+REQUESTS = {  # the query, or what makes the body
+    "menu": "",
+    "form": "form=net&subitem=eth0",
+    "error page": "form=broken",
+    "save": submit(host="other", addr1="10.1.1.1"),
+    "errors": submit(host="other", mask="33"),
+    "deletion": submit(host="other", delete_hosts_0="True"),
+}
+
+# --- one run ------------------------------------------------------------------
+
+
+class Run:
+    """What one request with one fault has led to."""
+
+    def __init__(self, site, request, kind, number, onward):
+        names = ("net.check", "net.passed", "net.write")
+        records = [site.folder / name for name in names]
+        for record in records:
+            record.unlink(missing_ok=True)
+        report = site.folder / "report"
+        report.write_bytes(bytes(struct.calcsize("5i")))
+        fault = {
+            "FAULT_KIND": kind,
+            "FAULT_AT": str(number),
+            "FAULT_FROM": str(int(onward)),
+            "FAULT_REPORT": str(report),
+        }
+        is_query = isinstance(request, str)
+        self.page = (site.get if is_query else site.post)(request, **fault)
+        counts = struct.unpack("5i", report.read_bytes())
+        self.faults, self.lost_output = counts[1:3]
+        self.check, self.passed, self.write = (
+            record.read_bytes() if record.exists() else None
+            for record in records
+        )
+
+    def form(self):
+        return dict(self.page.hidden()).get("form")
+
+    def state(self):
+        """The variables that the next request will be made of."""
+        pairs = self.page.hidden()
+        return [(n, v) for n, v in pairs if n[:2] in ("o_", "c_", "u_")]
+
+
+def judge(run, clean):
+    """How the run ended; an assertion when it ended badly."""
+    page = run.page
+    if run.write is not None:
+        assert run.passed is not None, "saved before the check was over"
+        assert run.check == clean.check, "saved what was checked in part"
+        assert run.write == clean.write, "saved a part"
+    if page.exit in CGI_ERRORS:
+        acted = page.raw != b"" or run.check is not None
+        assert not acted, "cgiInit failed, but acted"
+        return "cgiInit error"
+    assert page.stderr == "", page.stderr
+    assert page.exit in (0, 1)
+    if run.lost_output > 0:
+        return "output lost"
+    assert page.raw.endswith(b"</body>\n</html>\n"), "the page ends early"
+    assert page.raw.count(b"<html") == 1, "the page begins again"
+    assert (page.exit == 0) == (page.status == "200 OK"), page.status
+    if page.raw == clean.page.raw:
+        assert run.write == clean.write, "nothing was saved"
+        return "same page"
+    if page.exit == 1:
+        return "error page"
+    acts = "cgi_vars_loaded" in dict(page.hidden())
+    if acts and run.form() == clean.form():
+        assert run.state() == clean.state(), "a page with a part of its state"
+        posts = set(page.fields()) - set(clean.page.fields())
+        assert not posts, f"a page that posts {posts}"
+    return "other page"
+
+
+def sweep(job):
+    """All faults of one kind in one request: how each ended."""
+    name, kind, onward = job
+    ends = collections.Counter()
+    bad = []
+    with tempfile.TemporaryDirectory() as folder:
+        site = make_device(folder)
+        request = REQUESTS[name]
+        request = request if isinstance(request, str) else request(site)
+        clean = Run(site, request, kind, 0, False)
+        number = 1
+        while len(bad) < ENOUGH:
+            try:
+                run = Run(site, request, kind, number, onward)
+                end = judge(run, clean)
+                if run.faults == 0 and end == "same page":
+                    break
+                assert run.faults > 0, f"no fault, but {end}"
+            except (AssertionError, subprocess.TimeoutExpired) as fault:
+                end = "badly"
+                at = f"{name}, {kind} {number}{' and on' if onward else ''}"
+                bad.append(f"{at}: {fault}")
+            ends[end] += 1
+            number += STRIDE if kind == "memory" else 1
+    return kind, ends, bad
+
+
+def main():
+    jobs = [
+        (name, kind, onward)
+        for kind in KINDS
+        for name in REQUESTS
+        for onward in (False, True)
+    ]
+    table = {kind: collections.Counter() for kind in KINDS}
+    failed = []
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for kind, ends, bad in pool.map(sweep, jobs):
+            table[kind] += ends
+            failed += bad
+    print(f"{'':8}{'faults':>8}", *(f"{end:>14}" for end in ENDINGS))
+    for kind, ends in table.items():
+        counts = (f"{ends[end]:14}" for end in ENDINGS)
+        print(f"{kind:8}{ends.total():8}", *counts)
+    print(*failed, sep="\n", end="\n" if failed else "")
+    total = sum(ends.total() for ends in table.values())
+    print(f"{total - len(failed)} passed, {len(failed)} failed")
+    return 1 if failed or total == 0 else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

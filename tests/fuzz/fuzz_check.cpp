@@ -1,0 +1,40 @@
+// A check with its options, and the value that it judges.
+
+#include "fuzz.h"
+#include "orv_check.h"
+#include "orv_parser.h"
+
+// What passes is normalised and can be handled by a script without quoting.
+static bool is_normal(const std::string &after, std::string value)
+{
+  std::replace(value.begin(), value.end(), '\t', ' ');
+  const size_t first = std::min(value.find_first_not_of(' '), value.size());
+  value.erase(0, first).erase(value.find_last_not_of(' ') + 1);
+  return value.empty() ||
+         (after == value && after.find_first_of("\"$\\`") == after.npos &&
+          std::all_of(after.begin(), after.end(),
+                      [](char c) { return c >= ' ' && c <= '~'; }));
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+  std::string_view rest = fuzz_input(data, size);
+  std::string check = fuzz_text(fuzz_part(&rest));
+  std::string value = fuzz_text(rest);
+  // What a pattern of the author's costs is libc's matter.
+  if (strcasestr(check.c_str(), "regex") != nullptr &&
+      (check.size() > 32 || check.find_first_of("{\\") != check.npos)) {
+    return 0;
+  }
+  char name[] = "v";
+  pt_body_item item = {};
+  item.type = PT_TEXT_FIELD;
+  item.name = name;
+  item.field.check = check.data();
+  orv_set_var("v", o_user, value.data(), 0);
+  const bool passed = orv_check_vars(&item) != 0;
+  REQUIRE(!passed || err_vars == nullptr);
+  REQUIRE(!passed || is_normal(orv_get_var(&cfg_vars, "v", o_user), value));
+  fuzz_forget();
+  return 0;
+}

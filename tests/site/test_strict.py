@@ -1,0 +1,202 @@
+"""What the strict policy refuses, and that nothing it lets through forges a
+script's input or is run by one."""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import urllib.parse
+
+import conftest
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+SUBMIT = [("form", "f"), ("cgi_vars_loaded", "1"), ("action", "Submit")]
+OWN = {"HTTP_HOST": "gw", "HTTP_ORIGIN": "http://gw"}
+
+
+@pytest.fixture
+def strict(site):
+    """A strict device, whose form says in `ran` that a script was run."""
+    site.env["ORV_POLICY"] = "strict"
+    site.template("f", "field x")
+    site.form_script("f", read=">ran", check=">ran", navbar=">ran")
+    return site
+
+
+def assert_refused(page, fault):
+    assert (page.exit, page.status, page.stderr) == (1, "403 Forbidden", "")
+    assert page.title == "Configuration system error"
+    assert page.texts("p", "error") == ["The request was refused."]
+    assert page.log == [f"3 Request refused: {fault}"]
+    assert not (page.site.folder / "ran").exists()
+
+
+NO_FORM = '"{}" is no name of a form'
+NO_SUBITEM = '"subitem" is no name of a sub-item'
+CONTROL = "a field's name holds a control character"
+LINE_END = "a field's value holds a line end"
+METHOD = "a page's state came by another method than POST"
+FOREIGN = "a page's state came from another site"
+REQUESTS = [
+    # fields, what differs from a post without headers, the fault
+    ([("form", "f")], {"REQUEST_METHOD": "GET"}, None),
+    ([("form", "f"), ("action", "Submit")], {"HTTP_ORIGIN": "null"}, None),
+    (SUBMIT, {}, None),
+    (SUBMIT, OWN, None),
+    (SUBMIT, {"HTTP_SEC_FETCH_SITE": "same-origin"}, None),
+    ([("form", "/etc/passwd")], {}, NO_FORM.format("form")),
+    ([("form", "..")], {"REQUEST_METHOD": "GET"}, NO_FORM.format("form")),
+    ([*SUBMIT, ("return", "a/b")], {}, NO_FORM.format("return")),
+    ([*SUBMIT, ("continue", "-a")], {}, NO_FORM.format("continue")),
+    ([("form", "f"), ("subitem", "a/../b")], {}, NO_SUBITEM),
+    ([*SUBMIT, ("o_a\x1fb", "")], {}, CONTROL),
+    ([*SUBMIT, ("x", "a\nb")], {}, LINE_END),
+    ([*SUBMIT, ("O_x", "a\r\n\n")], {}, LINE_END),
+    ([*SUBMIT, ("scroll_y", "\n")], {}, LINE_END),
+    (SUBMIT, {"REQUEST_METHOD": "GET"}, METHOD),
+    (SUBMIT, OWN | {"HTTP_HOST": "gate"}, FOREIGN),
+    (SUBMIT, OWN | {"HTTP_SEC_FETCH_SITE": "cross-site"}, FOREIGN),
+]
+
+
+def test_a_refusal_is_a_page_of_its_own_before_anything_runs(strict):
+    for fields, env, fault in REQUESTS:
+        query = urllib.parse.urlencode(fields)
+        page = strict.post(fields, QUERY_STRING=query, **env)
+        if fault is None:
+            assert (page.exit, page.log) == (0, []), (fields, env)
+            (strict.folder / "ran").unlink()
+        else:
+            assert_refused(page, fault)
+            strict.env["ORV_POLICY"] = "open"
+            page = strict.post(fields, QUERY_STRING=query, **env)
+            assert page.status != "403 Forbidden"
+            strict.env["ORV_POLICY"] = "strict"
+            (strict.folder / "ran").unlink(missing_ok=True)
+    head = strict.get("form=.", REQUEST_METHOD="HEAD")
+    assert head.raw.startswith(b"Status: 403 Forbidden\r\n")
+    assert (head.exit, head.body) == (1, "")
+
+
+def test_the_build_decides_and_the_environment_can_only_be_stricter(
+    strict, monkeypatch, tmp_path
+):
+    strict.form_script("f", read='echo "x=${HTTP_PROXY-none}"')
+    builds = [conftest.ORV, os.environ["ORV_STRICT"]]
+    # whether the build is strict, the environment, whether the policy is
+    table = [(0, None, 0), (0, "strict", 1), (0, "Strict", 0), (0, "", 0),
+             (1, None, 1), (1, "open", 1), (1, "", 1)]
+    for build, policy, expected in table:
+        monkeypatch.setattr(conftest, "ORV", builds[build])
+        strict.env = {"ORV_POLICY": policy, "HTTP_PROXY": "evil"}
+        assert (strict.open("f", "..").exit == 1) == expected, (build, policy)
+        proxy = "none" if expected else "evil"
+        assert strict.open("f").control("x").get("value") == proxy
+    run = subprocess.run(
+        ["cmake", "-S", ROOT, "-B", tmp_path / "b", "-DORV_POLICY=Strict"],
+        capture_output=True, text=True, check=False)
+    assert run.returncode != 0
+    assert 'ORV_POLICY is "Strict", not open or strict' in run.stderr
+
+
+def test_no_form_opens_what_is_not_a_template(strict):
+    secret = strict.folder / "secret"
+    secret.write_text("root:x\n")
+    (strict.templates / "folder.tpl").mkdir()
+    os.mkfifo(strict.templates / "pipe.tpl")
+    for name, target in (("zero", "/dev/zero"), ("up", ".."), ("own", secret)):
+        (strict.templates / f"{name}.tpl").symlink_to(target)
+    for name in ("folder", "pipe", "zero", "up"):
+        message = f"Cannot find/read file data/templates/{name}.tpl"
+        assert strict.open(name).errors == [message]
+    assert "root:x" in strict.open("own").body  # the author's own link
+    leave = {"cgi_vars_loaded": 1, "form": "f"}
+    for name in (str(secret), "../secret"):
+        for fields in ({"form": name},
+                       leave | {"continue": name, "action": "Continue"},
+                       leave | {"return": name, "action": "Return to changes"}):
+            strict.env["ORV_POLICY"] = "open"
+            assert ("root:x" in strict.post(fields).body) == (name[0] == "/")
+            strict.env["ORV_POLICY"] = "strict"
+            assert "root:x" not in strict.post(fields).body
+
+
+def test_a_field_makes_one_line_of_script_input_whatever_bytes_it_holds(strict):
+    strict.form_script("f")
+    sent = []
+    for byte in (bytes([n]) for n in range(1, 256)):
+        control = byte < b" " or byte == b"\x7f"
+        name = b"n%d" % ord(byte) + byte + b"n"
+        if control:
+            assert_refused(strict.post([*SUBMIT, (name, "v")]), CONTROL)
+        name = b"n%d" % ord(byte) + byte * (not control) + b"n"
+        if byte == b"\n":
+            assert_refused(strict.post([*SUBMIT, (name, byte)]), LINE_END)
+            byte = b"\r\r\n"
+        sent.append((name, b'v"' + byte + b'"v'))
+    assert strict.post([*SUBMIT, *sent]).title == "changes_saved"
+    lines = (strict.folder / "f.write").read_bytes().split(b"\n")
+    assert lines == [
+        b"new_" + name + b'="' + value.replace(b"\r\n", b"\r") + b'"'
+        for name, value in reversed(sent)
+    ] + [b""]
+
+
+def test_what_a_browser_posts_of_an_untouched_page_is_no_change(strict):
+    strict.form_script("f", read=r"printf '%s=a\rb\r\n' x y")
+    fields = [(n, re.sub("\r\n?", "\r\n", v)) for n, v in
+              strict.open("f").fields()]
+    assert ("o_y", "a\r\nb\r\n") in fields
+    page = strict.post([*fields, ("action", "Submit")], **OWN)
+    assert page.title == "no_changes"
+
+
+FORMS = ["network", "forwards", "services", "port/lan1", "status", "orvmenu"]
+ONE_BY_ONE = ["a[$(>R)]", "; >R;"]
+HOSTILE = [*ONE_BY_ONE, "$(>R)", "`>R`", "'; >R; '", '"; >R; "', "*",
+           "a\r\n>R\r\n", "a\n>R", "\x1b[0m\\\udcff"]
+KEPT = {"form", "subitem", "cgi_vars_loaded"}
+
+
+def hostile_posts(page, more, ran):
+    """The page's fields with hostile values in all of them, and in one after
+    another, so that the scripts run on what no check looks at; at last, names
+    that a script could take for those of its fields."""
+    fields = page.fields()
+    names = {name for name, _ in fields} - KEPT
+    more = {"u_" + name for name in more}
+    posts = [(s, names | more) for s in HOSTILE]
+    posts += [(s, {n}) for s in ONE_BY_ONE for n in sorted(names | more)]
+    for s, changed in posts:
+        s = s.replace("R", str(ran)).encode("utf-8", "surrogateescape")
+        new = sorted(changed - names) + [bytes(c for c in s if c >= 32)]
+        yield [(n, s if n in changed else v) for n, v in fields] + [
+            (n, s) for n in new]
+    yield [(f"u_{name}=", "forged") for name in names] + fields
+
+
+def test_nothing_that_is_posted_runs_or_escapes_its_check_in_the_demo(
+    site, monkeypatch
+):
+    monkeypatch.setattr(conftest, "ORV", os.environ["ORV_STRICT"])
+    data, ran = site.folder / "data", site.folder / "ran"
+    for part in ("templates", "scripts"):
+        shutil.copytree(ROOT / "demo" / part, data / part, dirs_exist_ok=True)
+    state = shutil.copytree(ROOT / "demo" / "defaults", data / "state")
+    files = set(os.listdir(state))
+    for form in FORMS:
+        file = state / form.replace("/", ".")
+        stored = file.read_text() if file.exists() else ""
+        known = set(re.findall(r"^\w+", stored, re.M))
+        known |= {re.sub(r"\d$", "50", name) for name in known}  # past a gap
+        for fields in hostile_posts(site.open(*form.split("/")), known, ran):
+            page = site.post(fields + [("action", "Submit")])
+            assert page.exit == (page.status == "403 Forbidden"), page.errors
+            assert not ran.exists(), fields
+        assert set(os.listdir(state)) == files
+        for name in files:
+            text = (state / name).read_text()
+            assert re.fullmatch(r'([a-z0-9_]+=[^"$\\`]*\n)+', text, re.A), text
+            assert "forged" not in text
