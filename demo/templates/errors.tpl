@@ -48,7 +48,7 @@ if $E:er_late$
 error Another number (press Expert to see it): $E:er_late$
 endif
 endif
-table parts 2
+table spares 2
 field er_item 16
 label Part
 check nullok word
