@@ -2,10 +2,11 @@
 //
 // A script is started with fork and exec under bash, talked to through pipes
 // and waited for, strictly one at a time, and nothing but the state below is
-// kept between calls.  What flows through the pipes
-// is the caller's business, when it flows is decided here: input is written
-// and output is read at the same time, and reading ends with the script even
-// if something that it left behind keeps its output open.
+// kept between calls.  What flows through the pipes is the caller's business,
+// when it flows is decided here: input is written and output is read at the
+// same time, and reading ends with the script even if something that it left
+// behind keeps its output open.  A script that cannot be told all of its input
+// is ended before it could take a part for the whole.
 
 #include "orv_scripts.h"
 
