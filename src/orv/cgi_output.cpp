@@ -492,27 +492,29 @@ static void add_error_state(control_attrs *list, const pt_body_item *itm)
   }
 }
 
-// What a keyboard should offer; inputmode NULL: letters and digits alike.
+// What a keyboard should offer and a browser may fill in; NULL: no hint.
 struct input_hint {
   const char *check;
   const char *inputmode;
   const char *autocomplete;
 };
 
-// Values of every check but "text" are no prose.  Numbers that may be negative
-// or hexadecimal need more than a number pad; the keyboard for addresses of the
-// web has the dot, the colon and the slash at hand.
+// Numbers that may be negative or hexadecimal need more than a number pad; the
+// keyboard for addresses of the web has the dot, the colon and the slash at
+// hand.  Nothing is switched off: a browser that goes Back would not put back
+// what was typed into a field without completion.
 // clang-format off
 static const input_hint input_hints[] = {
-  {"decimal", "numeric", "off"},
-  {"real",    "decimal", "off"},
-  {"ipaddr",  "url",     "off"},
+  {"decimal", "numeric", nullptr},
+  {"real",    "decimal", nullptr},
+  {"ipaddr",  "url",     nullptr},
   {"email",   "email",   "email"},
-  {"file",    "url",     "off"},
-  {"path",    "url",     "off"},
+  {"file",    "url",     nullptr},
+  {"path",    "url",     nullptr},
 };
 // clang-format on
 
+// Values of every check but "text" are no prose.
 static void add_input_hints(control_attrs *list, const pt_body_item *itm)
 {
   int nullok;
@@ -522,16 +524,12 @@ static void add_input_hints(control_attrs *list, const pt_body_item *itm)
   if (check == nullptr || strcmp(check->name, "text") == 0) {
     return;
   }
-  input_hint hint = {nullptr, nullptr, "off"};
-  for (const input_hint &known : input_hints) {
-    if (strcmp(known.check, check->name) == 0) {
-      hint = known;
+  for (const input_hint &hint : input_hints) {
+    if (strcmp(hint.check, check->name) == 0) {
+      add_attr(list, "inputmode", hint.inputmode);
+      add_attr(list, "autocomplete", hint.autocomplete);
     }
   }
-  if (hint.inputmode != nullptr) {
-    add_attr(list, "inputmode", hint.inputmode);
-  }
-  add_attr(list, "autocomplete", hint.autocomplete);
   add_attr(list, "autocapitalize", "none");
   add_attr(list, "spellcheck", "false");
 }
