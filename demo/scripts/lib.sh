@@ -174,7 +174,10 @@ take()
     row=${name##*[!0-9]}
     if [[ " $* " == *" $name "* ||
       ( " $* " == *" ${name%"$row"}# "* && $row =~ ^(0|[1-9][0-9]?)$ ) ]]; then
-      keep "$name" "${line%\"}"
+      line=${line%\"}
+      # Blank text passes a check with nullok as it was typed.
+      [[ $line == *[!\ $'\t']* ]] || line=''
+      keep "$name" "$line"
     fi
   done
 }
