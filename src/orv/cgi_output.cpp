@@ -111,8 +111,8 @@ static void hidden_var(char type, const char *name, const char *value)
     html_form_hidden(name, value, nullptr, nullptr);
     return;
   }
-  char field[ORV_NAME_SIZE];
-  snprintf(field, sizeof field, "%c_%s", type, name);
+  char field[ORV_NAME_SIZE] = {type, '_'};
+  memcpy(field + 2, name, strnlen(name, sizeof field - 3));
   html_form_hidden(field, value, nullptr, nullptr);
 }
 

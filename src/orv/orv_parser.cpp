@@ -159,6 +159,9 @@ static int next_keyword(pt_header *hdr)
 // differs before the character behind the keyword is looked at.
 static int match_keyword(const char *key)
 {
+  if ((linebuf[0] | 0x20) != key[0]) { // as it is with most keywords
+    return 0;
+  }
   const size_t length = strlen(key);
   return strncasecmp(linebuf, key, length) == 0 && ends_keyword(linebuf[length])
              ? 1

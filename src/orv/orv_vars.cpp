@@ -201,6 +201,13 @@ static orv_var *create_var(orv_var **list, const char *name)
   return var;
 }
 
+// Most names differ in their first letter, in whatever case it is.
+static bool is_named(const orv_var *var, const char *name)
+{
+  return (var->name[0] | 0x20) == (name[0] | 0x20) &&
+         strcasecmp(var->name, name) == 0;
+}
+
 static orv_var *search(orv_var **list, const char *name)
 {
   const var_index *index = index_of(list);
@@ -212,7 +219,7 @@ static orv_var *search(orv_var **list, const char *name)
   }
   int steps = 0;
   orv_var *var = *list;
-  while (var != nullptr && strcasecmp(var->name, name) != 0) {
+  while (var != nullptr && !is_named(var, name)) {
     var = var->next;
     steps++;
   }
