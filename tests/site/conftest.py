@@ -76,7 +76,6 @@ class Page:
         return found
 
     def hidden(self):
-        """The hidden fields as (name, value), in order."""
         return [(e.get("name"), e.get("value")) for e in self.inputs("hidden")]
 
     def buttons(self):

@@ -11,9 +11,9 @@ class Device:
     """A site whose scripts keep a record of their runs."""
 
     def __init__(self, site):
-        self.site = site
+        self.site, self.runs = site, site.folder / "runs"
         for form in ("orvmenu", *CONFIRMATIONS):
-            site.form_script(form, LOGGED, LOGGED, LOGGED, LOGGED)
+            site.form_script(form, *4 * [LOGGED])
         site.template("net", "error $E$", "help Read this.",
                       "if $X$", "text For experts.", "endif",
                       "field host", "check word", "field port",
@@ -32,9 +32,8 @@ class Device:
 
     def ran(self):
         """The scripts' arguments since the last call."""
-        path = self.site.folder / "runs"
-        runs = path.read_text().splitlines() if path.exists() else []
-        path.unlink(missing_ok=True)
+        runs = self.runs.read_text().splitlines()
+        self.runs.unlink()
         return runs
 
 

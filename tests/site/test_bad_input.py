@@ -110,11 +110,9 @@ def test_a_read_script_s_output_is_judged(site):
     # read script, error on the page, reports before it
     table = [
         ("exit 3", "The form's read script failed.", []),
-        ("echo oops; echo x=1", OOPS, []),
         ("echo oops >&2; echo no", OOPS.replace("oops", "no"), [OOPS]),
         ("printf 'x=1\\noops\\0=\\n'", OOPS, []),
         ("yes x=" + 99 * "x", "Script output too long", []),
-        ("", None, []),
         (NOISE, None, []),
         ("head -c 100000 /dev/zero | tr '\\0' '\\n'", None, []),
     ]
@@ -176,7 +174,6 @@ REQUESTS = [
     # body, what differs in the environment, exit status (0: a page)
     (b"form=f&form=gone", {"CONTENT_LENGTH": "0006"}, 0),
     (b"form=gone", {"REQUEST_METHOD": "post", "QUERY_STRING": "form=f"}, 0),
-    (b"form=f" + 99_999 * b"&", {}, 0),
     (b"form=f&x=" + (LIMIT - 9) * b"y", {}, 0),
     (b"&&=&%=%4&u_x=%zz%0&form=f&%00=1&\xff=%ff%fe", {}, 0),
     (b"form=f", {"CONTENT_TYPE": "multipart/form-data; boundary=x"}, 1),

@@ -4,13 +4,19 @@
 #ifndef FIXTURE_H
 #define FIXTURE_H
 
+#include <errno.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <memory>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <syslog.h>
+#include <unistd.h>
 #include <vector>
 
 #include "orv_error.h"
@@ -84,6 +90,22 @@ inline int load(const string &lines)
   return result;
 }
 
+// Makes a system call fail, as it would in an old kernel or without /proc.
+inline void deny(long call)
+{
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog program = {4, filter};
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+    _exit(99);
+  }
+}
+
 class Scratch : public ::testing::Test
 {
 protected:
@@ -129,8 +151,8 @@ protected:
                const char *subitem = nullptr) const
   {
     write_file(dir + "/" + form, content);
-    return Header(orv_parse_header(text(dir + "/" + form),
-                                   const_cast<char *>(subitem)));
+    return Header(
+        orv_parse_header(text(dir + "/" + form), const_cast<char *>(subitem)));
   }
 
   Items items(const string &body) const

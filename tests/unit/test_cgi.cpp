@@ -4,9 +4,10 @@
 #include "cgi.h"
 
 #include <algorithm>
+#include <signal.h>
 #include <string.h>
 #include <sys/mman.h>
-#include <time.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "fixture.h"
@@ -22,8 +23,8 @@ static int get(const string &query, const char *method = "GET")
 
 static int post(const string &body, const char *length, const char *type = FORM)
 {
-  for (const auto &[name, value] : {std::pair("CONTENT_TYPE", type),
-                                    std::pair("CONTENT_LENGTH", length)}) {
+  for (const auto &[name, value] :
+       {std::pair("CONTENT_TYPE", type), std::pair("CONTENT_LENGTH", length)}) {
     value != nullptr ? setenv(name, value, 1) : unsetenv(name);
   }
   const int file = memfd_create("body", 0);
@@ -83,18 +84,14 @@ TEST(Request, IsDecodedIntoItsFields)
 TEST(Request, GivesItsFaultAndOneLogLineAndNoField)
 {
   const std::tuple<const char *, const char *, int> rows[] = {
-    {"3", nullptr, CGI_OK},
-    {"0003", "", CGI_OK},
+    {"3", nullptr, CGI_OK}, {"0003", "", CGI_OK},
     {"3", " Application/X-WWW-Form-Urlencoded ; a=b", CGI_OK},
     {"3", "multipart/form-data", CGI_BAD_TYPE},
     {"3", "application/x-www-form-urlencoded2", CGI_BAD_TYPE},
     {"99999999999", "application/x-www", CGI_BAD_TYPE},
-    {nullptr, FORM, CGI_BAD_LENGTH},
-    {"-3", FORM, CGI_BAD_LENGTH},
-    {" 3", FORM, CGI_BAD_LENGTH},
-    {"3x", FORM, CGI_BAD_LENGTH},
-    {"5", FORM, CGI_SHORT_BODY},
-    {"4194304", FORM, CGI_SHORT_BODY},
+    {nullptr, FORM, CGI_BAD_LENGTH}, {"-3", FORM, CGI_BAD_LENGTH},
+    {" 3", FORM, CGI_BAD_LENGTH}, {"3x", FORM, CGI_BAD_LENGTH},
+    {"5", FORM, CGI_SHORT_BODY}, {"4194304", FORM, CGI_SHORT_BODY},
     {"4194305", FORM, CGI_TOO_LARGE},
     {"18446744073709551619", FORM, CGI_TOO_LARGE}, // 2^64 + 3
   };
@@ -110,24 +107,35 @@ TEST(Request, GivesItsFaultAndOneLogLineAndNoField)
   }
 }
 
+TEST(Request, ArrivesInPiecesAndWhateverInterruptsIt)
+{
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};
+  sigaction(SIGALRM, &action, nullptr);
+  const itimerval often = {{0, 1000}, {0, 1000}};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  if (fork() == 0) {
+    for (const char *c = "a=12"; *c != '\0'; c++) {
+      usleep(5000); // the reader waits, and is woken, meanwhile
+      EXPECT_EQ(1, write(ends[1], c, 1));
+    }
+    _exit(0);
+  }
+  dup2(ends[0], STDIN_FILENO);
+  setenv("CONTENT_LENGTH", "4", 1);
+  EXPECT_EQ(CGI_OK, get("", "POST"));
+  EXPECT_EQ("a=12\n", fields());
+}
+
 TEST(Request, MayBeAsLongAsTheLimitsSay)
 {
   const string longest = "a=" + string(CGI_MAX_REQUEST - 2, 'x');
   EXPECT_EQ(CGI_OK, get(longest));
   EXPECT_EQ(longest + "\n", fields());
   EXPECT_EQ(CGI_TOO_LARGE, get(longest + "x"));
-  EXPECT_EQ(CGI_OK, post(longest, "4194304"));
-  EXPECT_EQ(longest + "\n", fields());
-
-  string most = "0";
-  for (int i = 1; i < CGI_MAX_FIELDS; i++) {
-    most += "&" + std::to_string(i);
-  }
-  const clock_t start = clock();
-  EXPECT_EQ(CGI_OK, get(most));
-  // "=" and a line end each, but no separators
-  EXPECT_EQ(most.size() + CGI_MAX_FIELDS + 1, fields().size());
-  EXPECT_LT((clock() - start) / CLOCKS_PER_SEC, 5) << "quadratic";
+  EXPECT_EQ(CGI_OK, get(string(CGI_MAX_FIELDS - 1, '&')));
   EXPECT_EQ(CGI_TOO_MANY_FIELDS, get(string(CGI_MAX_FIELDS, '&')));
 }
 

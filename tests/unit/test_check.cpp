@@ -54,7 +54,7 @@ protected:
   // Values that pass, and values that get the message.  "@/" at a value's start
   // is the test's folder.
   using Row =
-    std::tuple<string, std::vector<string>, std::vector<string>, string>;
+      std::tuple<string, std::vector<string>, std::vector<string>, string>;
 
   // A template's own message replaces every one about a text field's value.
   void run(const std::vector<Row> &rows,
@@ -265,11 +265,11 @@ TEST_F(Checks, BoxesAndSelectionsAreHeldToTheirValues)
 TEST_F(Checks, MessagesGoToTheRecordOfTheirField)
 {
   load("port=x\n");
-  string body = "field port\nlabel for tables alone\ncheck number\n"
-                "check_msg portErr Use a number\nfield free\n";
+  string body = "field port\ncheck number\ncheck_msg portErr Use a number\n"
+                "field free\n";
   EXPECT_EQ(errors(body), "msg=1 errors found; portErr=Use a number");
   // The last message stays, be it longer or shorter than the one before.
-  body += "field port\ncheck bad\ncheck_msg portErr\n";
+  body += "field port\nlabel for tables\ncheck bad\ncheck_msg portErr\n";
   EXPECT_EQ(errors(body),
             "msg=2 errors found; portErr=Bad check name in template");
   body += "field port\ncheck decimal\ncheck_msg portErr\n";

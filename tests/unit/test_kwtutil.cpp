@@ -3,19 +3,10 @@
 
 #include "kwtutil.h"
 
-#include <cstddef>
-#include <errno.h>
 #include <fcntl.h>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <string>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
-#include <vector>
+
+#include "fixture.h"
 
 using namespace std::string_literals;
 
@@ -23,7 +14,7 @@ using namespace std::string_literals;
 
 TEST(TupleFile, GivesTheFirstValueOfAName)
 {
-  const std::tuple<std::string, const char *, std::string> rows[] = {
+  const std::tuple<string, const char *, string> rows[] = {
     {"A=1\n", "A", "1"}, {"A 1", "A", "1"}, {" \tA \t=\t 1 2 \t\n", "A", "1 2"},
     {"A=x=y\n", "A", "x=y"}, {"A=1\nB=2\nA=3\n", "A", "1"},
     {"a=1\n", "A", "(none)"}, {"\n \t\nA=3", "A", "3"},
@@ -31,7 +22,7 @@ TEST(TupleFile, GivesTheFirstValueOfAName)
     {"A='a \"b'\n", "A", "a \"b"}, {"A \" b \"\n", "A", " b "},
     {"A=\"b'\nB=\"\n", "A", "\"b'"}, {"A=\"\n", "A", "\""},
     {"A=1\0B=2\n"s, "A", "1"},
-    {"A=" + std::string(100000, 'x') + "\nB=2", "B", "2"},
+    {"A=" + string(100000, 'x') + "\nB=2", "B", "2"},
   };
   for (const auto &[bytes, name, value] : rows) {
     std::ofstream("tuples", std::ios::binary) << bytes;
@@ -45,22 +36,6 @@ TEST(TupleFile, GivesTheFirstValueOfAName)
 }
 
 // clang-format on
-
-// Makes a system call fail, as it would in an old kernel or without /proc.
-static void deny(long call)
-{
-  sock_filter filter[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  };
-  const sock_fprog program = {4, filter};
-  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-  if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
-    _exit(99);
-  }
-}
 
 // In a process of its own: how many descriptors the call leaves open.
 static int open_after(int keep_standard, const std::vector<long> &denied)

@@ -250,6 +250,7 @@ TEST_F(Parser, KeepsFlagsAndTheWidthOfTheLongestLabel)
                            "label abc\nfmenu\nlabel a\nprompt abcd\n");
   EXPECT_EQ(hdr->expert_mode * 1000 + hdr->help_mode * 100 +
             hdr->no_header * 10 + hdr->no_footer, 1001u);
+  hdr->llabel_max = 99;
   body_of(hdr);
   EXPECT_EQ(hdr->llabel_max, 3);
 }

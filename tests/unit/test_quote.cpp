@@ -43,8 +43,7 @@ TEST(Quote, StandsAsThePlaceRequiresOrIsRefused)
 {
   const char *const cases[][3] = {
     {"x @", "az/AZ_09.:@%+,=-\xc3\xa9", "x az/AZ_09.:@%+,=-\xc3\xa9"},
-    {"x @ @", "", "x  "},
-    {"x @.sh", "a b", "x 'a b'.sh"},
+    {"x @ @", "", "x  "}, {"x @.sh", "a b", "x 'a b'.sh"},
     {"x @", "it's", "x 'it'\\''s'"},
     {"x '@'", "it's \"", "x '''it'\\''s \"'''"},
     {"x \"@\"", "\\\"$`!", "x \"\"'\\\"$`!'\"\""},
@@ -57,16 +56,14 @@ TEST(Quote, StandsAsThePlaceRequiresOrIsRefused)
     {"x $(y @) `y @`", "PATH", "x $(y PATH) `y PATH`"},
     {"x ${y:-@} ${y#@}", "lan1", "x ${y:-lan1} ${y#lan1}"},
     {"x 'a'\"b\"@'c'@", "; ", "x 'a'\"b\"'; ''c''; '"},
-    {"x '\\'@", "*", "x '\\''*'"},
-    {"x \\\\@", "*", "x \\\\'*'"},
+    {"x '\\'@", "*", "x '\\''*'"}, {"x \\\\@", "*", "x \\\\'*'"},
     {"x @#@ $#@", "*", "x '*'#'*' $#'*'"},
     {"x <<<@ <@ >>@", "*", "x <<<'*' <'*' >>'*'"},
     {"x 2>&1 @|y >&-;z @", "*", "x 2>&1 '*'|y >&-;z '*'"},
     {"(x @; x2) | x3 @", "*", "(x '*'; x2) | x3 '*'"},
     {"[ @ ] && $y@ ${#", "*", "[ '*' ] && $y'*' ${#"},
     {"x `y @` $@ \\@", "a-b", "x `y a-b` $a-b \\a-b"},
-    {"x $@'y @'", "", "x $'y '"},
-    {"x \\@'@", "", "x \\'"},
+    {"x $@'y @'", "", "x $'y '"}, {"x \\@'@", "", "x \\'"},
   };
   for (const auto &[line, value, expected] : cases) {
     EXPECT_EQ(expected, insert(line, value));
