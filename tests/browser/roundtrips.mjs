@@ -189,6 +189,7 @@ for (const isKept of [true, false]) {
     await page.goto(address("services"));
     await act(page, { log_level: "debug" });
     await page.evaluate(() => window.scrollTo(0, 160));
+    await page.waitForTimeout(1500); // the browser notes entries once a second
     await act(page, "Submit", "Back");
     await becomes(page, () => valueOf(page, "log_level"), "debug");
     await page.evaluate(() => window.scrollTo(0, 130));
