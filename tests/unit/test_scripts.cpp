@@ -126,12 +126,13 @@ TEST_F(Scripts, NeitherSideBlocksTheOtherWhateverTheSizes)
 
 TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
 {
-  const std::tuple<const char *, string, double> rows[] = { // least seconds
-    {"echo a; sleep 30 & echo $! >pid", "a\n", 0.2},
-    {"exec > >(sleep 0.1; cat); echo a", "a\n", 0.1},
-    {"while printf .; do sleep 0.05; done &", ".", 1.9},
+  // least and most seconds
+  const std::tuple<const char *, string, double, double> rows[] = {
+    {"echo a; sleep 30 & echo $! >pid", "a\n", 0.2, 2},
+    {"exec > >(sleep 0.1; cat); echo a", "a\n", 0.1, 2},
+    {"while printf .; do sleep 0.05; done &", ".", 1.9, 6},
   };
-  for (const auto &[script, expected, least] : rows) {
+  for (const auto &[script, expected, least, most] : rows) {
     write_script(script);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(run("s.sh"), 0);
@@ -139,7 +140,7 @@ TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
       std::chrono::steady_clock::now() - start;
     EXPECT_TRUE(complete);
     EXPECT_EQ(output.substr(0, expected.size()), expected);
-    EXPECT_TRUE(least <= spent.count() && spent.count() <= 15) << script;
+    EXPECT_TRUE(least <= spent.count() && spent.count() <= most) << script;
     if (std::filesystem::exists("pid")) {
       EXPECT_EQ(kill(std::stoi(read_file("pid")), SIGKILL), 0);
       std::filesystem::remove("pid");
