@@ -1,15 +1,20 @@
 // Help for the hand, beside what position.js does.
 //
-// Every page works without this file, which changes no element, text or posted
-// field of it and adds but a line that says "Working".
+// Every page works without this file, which changes nothing that is posted or
+// said, and adds but "Working" where an answer is late.
 "use strict";
 
 (() => {
+  const ICON = "/css/orv.css"; // a maker's own goes here
   const NOTICE_MS = 1000;
-  const PATIENCE_MS = 60000; // a page that never comes must not lock the form
-  const edited = new Set(); // controls that the person has touched
+  const PATIENCE_MS = 60000; // a lost answer must not lock the form
+  const edited = new Set(); // controls touched
   let timers = [];
-  let notice = null; // stands in the page while an answer is under way
+  let notice = null; // is there while an answer is under way
+
+  // Browsers ask for an icon that no page names; the style sheet is at hand.
+  document.head.append(Object.assign(document.createElement("link"),
+                                     {rel: "icon", href: ICON}));
 
   // A screen reader tells the text that comes into a status, not a status that
   // comes with its text.
@@ -32,8 +37,7 @@
     }
   }
 
-  // A second press would save twice.  The button is not disabled: a disabled
-  // button's value would not be sent.
+  // A second press would save twice.  A disabled button's value is not sent.
   addEventListener("submit", (event) => {
     if (notice) {
       event.preventDefault();
@@ -49,8 +53,7 @@
     });
   }
 
-  // Enter in a field presses the form's first button, which is Home; the person
-  // who types means Submit.
+  // Enter would press the form's first button, Home; it means Submit.
   addEventListener("keydown", (event) => {
     const field = event.target;
     if (event.key === "Escape") {
@@ -62,15 +65,15 @@
     if (submit) {
       event.preventDefault();
       if (!event.repeat) {
-        submit.click(); // does nothing when disabled
+        submit.click(); // not when disabled
       }
     }
   });
 
   function isChanged(control) {
     if (control.options) {
-      const options = Array.from(control.options);
-      return !(options.find((o) => o.defaultSelected) || options[0]).selected;
+      const list = [...control.options];
+      return !(list.find((o) => o.defaultSelected) || list[0]).selected;
     }
     return control.checked !== control.defaultChecked ||
       control.value !== control.defaultValue;
@@ -80,9 +83,8 @@
     return !/^(0|no|false|off)?$/i.test(text || "");
   }
 
-  // Whether user values (u_) came with the page that differ from the reported
-  // ones (o_), else from the defaults (d_).  The u_ of a box is always False:
-  // what it shows counts.
+  // Whether user values (u_) came that differ from the reported ones (o_), else
+  // from the defaults (d_).  The u_ of a box is False: what it shows counts.
   function carriesChanges(form) {
     const values = new Map();
     for (const field of form.elements) { // the hidden ones come last
@@ -93,7 +95,7 @@
                              : field.value);
       }
     }
-    return Array.from(values).some(([name, user]) => {
+    return [...values].some(([name, user]) => {
       const reported = values.get(name.replace("u_", "o_"));
       if (!name.startsWith("u_") || user === reported) {
         return false;
@@ -109,7 +111,7 @@
   function ask(event) {
     const form = document.forms.f1;
     if (!notice && form &&
-        (Array.from(edited).some(isChanged) || carriesChanges(form))) {
+        ([...edited].some(isChanged) || carriesChanges(form))) {
       event.preventDefault();
       event.returnValue = true;
     }
@@ -125,7 +127,7 @@
     listen();
   });
 
-  // What the browser restores when one comes Back was sent or given up before.
+  // What comes back with Back was sent or given up before.
   addEventListener("pageshow", () => {
     end();
     edited.clear();

@@ -1,9 +1,8 @@
 // Where the page stands.
 //
-// The buttons of a form call saveScrollCoordinates before they send it, and the
-// page that comes back calls scrollToCoordinates, so that pressing a button
-// does not throw the reader back to the top.  Of the page, only the hidden
-// field scroll_y is written.
+// Buttons call saveScrollCoordinates before they send the form, the page that
+// comes back calls scrollToCoordinates: a press does not throw the reader back
+// to the top.  Only the hidden field scroll_y is written.
 "use strict";
 
 // The value of a hidden field of the page, "" where it has none.
