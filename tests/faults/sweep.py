@@ -5,7 +5,7 @@ Each request is repeated with the first, second, ... call of a kind failing
 it ends by itself, with a whole page or a clean error, and a device is changed
 only by a write script that got all of what every check has passed.
 
-    ORV=... ORV_SYSLOG_SHIM=fault_shim.so sweep.py [STRIDE]
+    ORV=... ORV_SYSLOG_SHIM=fault_shim.so sweep.py [STRIDE [KIND...]]
 
 A stride tries only every so manieth allocation, of which there are most.
 """
@@ -24,7 +24,9 @@ sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "site"))
 import conftest  # noqa: E402
 
 STRIDE = int(sys.argv[1]) if len(sys.argv) > 1 else 1
-KINDS = "memory stream fork pipe open read write close poll wait".split()
+KINDS = sys.argv[2:] or (
+    "memory stream fork pipe open read write close poll wait".split()
+)
 ENDINGS = "same page,other page,error page,cgiInit error,output lost".split(",")
 CGI_ERRORS = (4, 6)  # a body that ended early, no memory
 ENOUGH = 20  # bad ends of one sweep

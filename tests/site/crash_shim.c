@@ -1,0 +1,86 @@
+/* Preloaded into the executable under test: crashes it where it starts its
+ * first script, in the way that SHIM_CRASH names.  From then on nothing may ask
+ * for memory: what does is aborted (but AddressSanitizer, which does so at
+ * exit).
+ *
+ * overflow  the stack grows until it ends
+ * locked    as if in the C library, while the page's stream is locked
+ * twice     what answers the crash crashes as well
+ */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <pthread.h>
+#include <stdbool.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+static bool crashed;
+static volatile bool locked;
+
+static int overflow(volatile const char *above)
+{
+  volatile char here[4096];
+  here[0] = *above;
+  return here[0] == '!' ? 0 : overflow(here) + here[0];
+}
+
+static void *hold_page(void *unused)
+{
+  (void)unused;
+  flockfile(stdout);
+  locked = true;
+  while (pause() != 0) {
+  }
+  return NULL;
+}
+
+static void crash(void)
+{
+  *(volatile int *)NULL = 0;
+}
+
+static bool is_way(const char *way)
+{
+  const char *wanted = getenv("SHIM_CRASH");
+  return wanted != NULL && strcmp(wanted, way) == 0;
+}
+
+pid_t fork(void)
+{
+  pthread_t holder;
+  if (is_way("locked") && pthread_create(&holder, NULL, hold_page, NULL) == 0) {
+    while (!locked) {
+      usleep(50);
+    }
+  }
+  crashed = true;
+  if (is_way("overflow")) {
+    overflow("");
+  }
+  crash();
+  return -1;
+}
+
+unsigned alarm(unsigned seconds)
+{
+  unsigned (*next)(unsigned) = dlsym(RTLD_NEXT, "alarm");
+  if (is_way("twice")) {
+    crash();
+  }
+  return next(seconds);
+}
+
+#define GUARDED(name, params, args)                                            \
+  void *name params                                                            \
+  {                                                                            \
+    void *(*next)params = dlsym(RTLD_NEXT, #name);                             \
+    if (crashed && dlsym(RTLD_DEFAULT, "__asan_init") == NULL) {               \
+      abort();                                                                 \
+    }                                                                          \
+    return next args;                                                          \
+  }
+
+GUARDED(malloc, (size_t size), (size))
+GUARDED(realloc, (void *old, size_t size), (old, size))
