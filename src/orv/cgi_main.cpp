@@ -245,9 +245,8 @@ static int load_vars()
 }
 
 // --- form actions ------------------------------------------------------------
-// Each returns
-// nonzero to keep the variables that came with the request, 0 to have the
-// form's variables read afresh.
+// Each returns nonzero to keep the variables that came with the request, 0 to
+// have the form's variables read afresh.
 
 // Makes the page a confirmation whose Continue button leads to `where`.
 static void do_continue_refresh(const char *where)
