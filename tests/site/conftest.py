@@ -4,8 +4,7 @@
 a `Page` is what came back, and posts its own fields again as a browser would:
 
     site.template("net", "field host 20", "check word")
-    page = site.open("net")
-    saved = page.press("Submit", host="gate")
+    saved = site.open("net").press("Submit", host="gate")
 """
 
 import functools
@@ -38,8 +37,7 @@ class Page:
         self.stderr = run.stderr.decode("utf-8", "replace")
         head, _, self.bytes = run.stdout.partition(b"\r\n\r\n")
         self.header_lines = head.decode("latin-1").split("\r\n")
-        self.headers = dict(h.split(": ", 1) for h in self.header_lines if ": " in h)
-        self.status = self.headers.get("Status")
+        self.status = self.header_lines[0].removeprefix("Status: ")
         self.body = self.bytes.decode("utf-8", "replace")
 
     @functools.cached_property
@@ -54,13 +52,8 @@ class Page:
     def texts(self, tag, css_class=None):
         return ["".join(e.itertext()) for e in self.all(tag, css_class)]
 
-    @property
-    def title(self):
-        return self.texts("title")[0]
-
-    @property
-    def errors(self):
-        return self.texts("p", "error")
+    title = property(lambda self: self.texts("title")[0])
+    errors = property(lambda self: self.texts("p", "error"))
 
     @property
     def comments(self):
@@ -87,23 +80,21 @@ class Page:
         """What the page posts when nothing was touched, in document order."""
         posted = []
         for e in self.tree.iter():
-            if e.get("name") is None or e.get("disabled") is not None:
-                continue
+            source = []  # the element that has the value, if there is one
             if e.tag == HTML + "select":
-                options = list(e.iter(HTML + "option"))
-                chosen = [o for o in options if o.get("selected") is not None]
-                posted += [(e.get("name"), o.get("value"))
-                           for o in (chosen or options)[:1]]
+                options = list(e)
+                source = [o for o in options if o.get("selected") is not None]
+                source = (source or options)[:1]
             elif e.tag == HTML + "input" and e.get("type") != "submit":
-                if e.get("type") != "checkbox" or e.get("checked") is not None:
-                    posted.append((e.get("name"), e.get("value", "")))
+                ticked = e.get("type") != "checkbox" or "checked" in e.keys()
+                source = [e] * (ticked and "disabled" not in e.keys())
+            posted += [(e.get("name"), v.get("value", "")) for v in source]
         return posted
 
-    def press(self, label, _untick=(), **changes):
+    def press(self, label, **changes):
         """Posts the page's fields with some changed and a button pressed."""
         assert label in self.buttons()
-        posted = {n: v for n, v in self.fields() if n not in _untick} | changes
-        return self.site.post(posted | {"action": label})
+        return self.site.post(dict(self.fields()) | changes | {"action": label})
 
 
 class Site:
@@ -115,14 +106,12 @@ class Site:
         self.scripts.mkdir()
         self.env = {}
 
-    # --- the device -----------------------------------------------------------
-
     def template(self, name, *lines, title="Test form", header=()):
         """A form with the body lines given, and a script that does nothing."""
         text = "\n".join([f"title {title}", *header, "body", *lines, ""])
         (self.templates / f"{name}.tpl").write_text(text)
         if not (self.scripts / f"{name}.sh").exists():
-            self.script(f"{name}.sh", "cat >/dev/null")
+            self.form_script(name)
 
     def script(self, name, *lines, mode=0o755):
         path = self.scripts / name
@@ -131,9 +120,10 @@ class Site:
 
     def form_script(self, name, read="", check="", write="", navbar=""):
         """One script for a form: shell text for each of its four tasks.  What
-        check and write are given is kept in NAME.check and NAME.write."""
+        check and write are given is kept in NAME.check and NAME.write, the
+        arguments in `runs`."""
         self.script(
-            f"{name}.sh", "case $1 in",
+            f"{name}.sh", 'echo "$*" >>runs', "case $1 in",
             f"--read) {read or ':'} ;;",
             f"--check) cat >{name}.check; {check or ':'} ;;",
             f"--write) cat >{name}.write; {write or ':'} ;;",
@@ -145,7 +135,12 @@ class Site:
         path = self.folder / f"{form}.{task}"
         return path.read_text().splitlines() if path.exists() else None
 
-    # --- requests -------------------------------------------------------------
+    def ran(self):
+        """The arguments of the forms' scripts since the last call."""
+        runs = self.folder / "runs"
+        lines = runs.read_text().splitlines() if runs.exists() else []
+        runs.unlink(missing_ok=True)
+        return lines
 
     def run(self, env, body=b""):
         """Runs the executable once with that CGI environment."""
@@ -163,15 +158,13 @@ class Site:
 
     def open(self, form, subitem=None, **more):
         """Follows a plain link to a form."""
-        pairs = {"form": form, **more, "subitem": subitem}
-        return self.get(urllib.parse.urlencode(
-            {name: value for name, value in pairs.items() if value is not None}))
+        more |= {} if subitem is None else {"subitem": subitem}
+        return self.get(urllib.parse.urlencode({"form": form, **more}))
 
     def post(self, fields, **env):
         """Posts fields, given as pairs, a dict or encoded bytes."""
-        body = fields
-        if not isinstance(body, bytes):
-            body = urllib.parse.urlencode(fields).encode()
+        body = (fields if isinstance(fields, bytes)
+                else urllib.parse.urlencode(fields).encode())
         return self.run(
             {"REQUEST_METHOD": "POST", "CONTENT_LENGTH": str(len(body)),
              "CONTENT_TYPE": "application/x-www-form-urlencoded", **env}, body)

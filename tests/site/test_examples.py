@@ -59,9 +59,8 @@ def test_every_example_is_drawn_and_every_link_leads_to_one(device):
 def test_rows_close_up_and_a_stored_passphrase_is_never_shown(device):
     device.open("routes").press("Submit", **ROWS)
     device.open("routes").press("Submit", route_to0="", route_via0="")
-    page = device.open("routes")
-    assert [e.get("value") for e in page.inputs("text")][:3] == [
-        "10.2.0.0/16", "10.0.0.1", None]
+    shown = [e.get("value") for e in device.open("routes").inputs("text")]
+    assert shown[:3] == ["10.2.0.0/16", "10.0.0.1", None]
     page = device.open("wireless").press("Submit", passphrase="a long one")
     assert "a long one" not in page.body + device.open("wireless").body
     page = device.open("wireless").press("Submit", ssid="a", passphrase="  ")
