@@ -4,6 +4,7 @@
 #ifndef FIXTURE_H
 #define FIXTURE_H
 
+#include <algorithm>
 #include <errno.h>
 #include <filesystem>
 #include <fstream>
@@ -11,10 +12,12 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <memory>
+#include <string.h>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <vector>
@@ -57,21 +60,20 @@ template <typename Work> string logged(int priority, Work work)
 inline string stored()
 {
   string all;
+  const auto slot = [](const char *name, const char *value) {
+    return value != nullptr ? name + string(value) : "";
+  };
   for (const auto &[list, head] :
-       {std::pair("", cfg_vars), std::pair("err:", err_vars),
-        std::pair("del:", del_vars)}) {
+       {std::pair(" ", cfg_vars), std::pair(" err:", err_vars),
+        std::pair(" del:", del_vars)}) {
     for (const orv_var *var = head; var != nullptr; var = var->next) {
-      string values;
-      for (const auto &[slot, value] :
-           {std::pair(" d=", var->d_value), std::pair(" u=", var->u_value),
-            std::pair(" c=", var->c_value), std::pair(" o=", var->o_value)}) {
-        values += value != nullptr ? slot + string(value) : "";
-      }
-      all += (all.empty() ? "" : " ") + string(list) + var->name + "{" +
-             values.erase(0, 1) + "}";
+      const string values =
+          slot(" d=", var->d_value) + slot(" u=", var->u_value) +
+          slot(" c=", var->c_value) + slot(" o=", var->o_value);
+      all += slot(list, var->name) + "{" + values.substr(!values.empty()) + "}";
     }
   }
-  return all;
+  return all.substr(!all.empty());
 }
 
 inline void forget()
@@ -81,9 +83,10 @@ inline void forget()
   orv_free_vars(&del_vars);
 }
 
-// Stores script output.
-inline int load(const string &lines)
+// Stores script output; ";" ends a line, too.
+inline int load(string lines)
 {
+  std::replace(lines.begin(), lines.end(), ';', '\n');
   FILE *fp = fmemopen(text(lines), lines.size(), "r");
   const int result = orv_load_vars_fp(fp);
   fclose(fp);
@@ -155,9 +158,12 @@ protected:
         orv_parse_header(text(dir + "/" + form), const_cast<char *>(subitem)));
   }
 
-  Items items(const string &body) const
+  // The items of a body; ";" ends a line, too.
+  Items items(string body) const
   {
-    return Items(orv_parse_body(parse("title t\nbody\n" + body).get()));
+    std::replace(body.begin(), body.end(), ';', '\n');
+    const Header hdr = parse("title T\nbody\n" + body + "\n");
+    return Items(orv_parse_body(hdr.get()));
   }
 };
 

@@ -3,24 +3,18 @@
 
 #include "orv_check.h"
 
-#include <algorithm>
 #include <map>
 #include <netdb.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "fixture.h"
 
-namespace
-{
-
 // Faults of the template, whose messages it cannot replace.
-const string bad_name = "Bad check name in template";
-const string bad_regex = "Bad regular expression in check options";
-const string extras = "Extras after template range options ?";
-const string no_type = "Check options don't allow any type of address";
-const string unknown = "Unknown option in file check";
-const auto template_faults = {bad_name, bad_regex, extras, no_type, unknown};
+static const string bad_name = "Bad check name in template";
+static const string bad_regex = "Bad regular expression in check options";
+static const string extras = "Extras after template range options ?";
+static const string no_type = "Check options don't allow any type of address";
+static const string unknown = "Unknown option in file check";
+static const auto own = {bad_name, bad_regex, extras, no_type, unknown};
 
 class Checks : public Scratch
 {
@@ -28,7 +22,7 @@ protected:
   // The messages that the variables get, the last record first.
   string errors(const string &body)
   {
-    load("error_stale=of the request before\n");
+    load("error_stale=of the request before");
     const int passes = orv_check_vars(items(body).get());
     string all;
     for (const orv_var *var = err_vars; var != nullptr; var = var->next) {
@@ -40,14 +34,14 @@ protected:
 
   void expect(const string &item, string value, const string &message)
   {
-    SCOPED_TRACE(item + "\nof \"" + value + "\"");
     if (value.rfind("@/", 0) == 0) {
       value.replace(0, 1, dir);
     }
     forget();
     orv_set_var("f", o_orig, text(value), 0);
     EXPECT_EQ(errors(item),
-              message.empty() ? "" : "msg=1 errors found; f=" + message);
+              message.empty() ? "" : "msg=1 errors found; f=" + message)
+        << item << "\nof \"" << value << '"';
     EXPECT_STREQ(orv_get_var(&cfg_vars, "f", o_best), value.c_str());
   }
 
@@ -57,19 +51,17 @@ protected:
       std::tuple<string, std::vector<string>, std::vector<string>, string>;
 
   // A template's own message replaces every one about a text field's value.
-  void run(const std::vector<Row> &rows,
-           const string &field = "field f\ncheck ")
+  void run(const std::vector<Row> &rows, const string &field = "field f;check ")
   {
     for (const auto &[item, good, bad, message] : rows) {
-      const bool kept = std::count(template_faults.begin(),
-                                   template_faults.end(), message) > 0;
       for (const string &value : good) {
         expect(field + item, value, "");
       }
       for (const string &value : bad) {
         expect(field + item, value, message);
         if (!field.empty()) {
-          expect(field + item + "\ncheck_msg f Own", value,
+          const bool kept = std::count(own.begin(), own.end(), message) > 0;
+          expect(field + item + ";check_msg f Own", value,
                  kept ? message : "Own");
         }
       }
@@ -88,10 +80,8 @@ TEST_F(Checks, TextFieldsFollowTheRulesThatHoldForEveryValue)
     {"word", {"a"}, {"", " \t "}, empty},
     {"$|$  nullok   word", {"", "\t", "a"}, {}, ""},
     {"nullok word", {}, {"a.b"}, "Illegal character in word"},
-    {"NULLOK", {}, {""}, empty},
-    {"nullokay", {}, {""}, empty},
-    {"nullok", {""}, {"a"}, bad_name},
-    {"numbe", {}, {"1"}, bad_name},
+    {"NULLOK", {}, {""}, empty}, {"nullokay", {}, {""}, empty},
+    {"nullok", {""}, {"a"}, bad_name}, {"numbe", {}, {"1"}, bad_name},
     {"NumBer 1 10", {"7"}, {}, ""},
     {"text", {"!#%&'()*+,-./:;<=>?@[]^_{|} ~"}, {}, ""},
     {"text", {}, {"\"", "$", "\\", "a`", "$\x7f"}, forbidden},
@@ -102,18 +92,16 @@ TEST_F(Checks, TextFieldsFollowTheRulesThatHoldForEveryValue)
     {"a\tb", "a b"}, {"  x  ", "x"}, {"\t x y\t", "x y"}, {" \t", " \t"}};
   for (const auto &[typed, value] : normalised) {
     orv_set_var("f", o_orig, text(typed), 0);
-    EXPECT_EQ(errors("field f\ncheck nullok text"), "");
+    EXPECT_EQ(errors("field f;check nullok text"), "");
     EXPECT_EQ(stored(), "f{o=" + value + "}");
   }
 }
 
 TEST_F(Checks, ValuesHaveTheFormThatIsAskedFor)
 {
-  const string format = "Incorrect format";
+  const string format = "Incorrect format", form = "Badly formed number";
   const string bad_email = "Illegal character in email address";
   const string sign = "Number is not allowed to be signed";
-  const string form = "Badly formed number";
-  const string real = "Invalid real number";
   const string range = "Number out of range ";
   run({
     {"word", {"ab-c_9", "Z"}, {"ab cd", "a b.c"}, "Single word is required"},
@@ -134,9 +122,7 @@ TEST_F(Checks, ValuesHaveTheFormThatIsAskedFor)
     {"decimal 50", {"0", "50"}, {"51"}, range + "0..50"},
     {"decimal -5", {}, {"0"}, range + "0..-5"},
     {"decimal 9 x", {"9"}, {"10"}, range + "0..9"},
-    {"decimal x 9", {"10"}, {}, ""},
-    {"decimal 1 10 x", {}, {"5"}, extras},
-    {"decimal 1 10 $|$", {}, {"5"}, extras},
+    {"decimal x 9", {"10"}, {}, ""}, {"decimal 1 10 x", {}, {"5"}, extras},
     {"decimal 1 10x", {}, {"5x"}, form},
     {"decimal 0x10 020", {"16"}, {"20"}, range + "16..16"},
     {"decimal 2147483647 4294967295", {"99999999999999999999"}, {}, ""},
@@ -147,24 +133,24 @@ TEST_F(Checks, ValuesHaveTheFormThatIsAskedFor)
      "Number out of range -2147483648..-21474"}, // cut to 39 characters
     {"real 10", {"-3", "1e1", "nan"}, {"10.5"}, range + "0.000000..10.000000"},
     {"real 5 1", {"5"}, {"0.5", "6"}, range + "1.000000..5.000000"},
-    {"real", {"-inf", "0x1p3"}, {"1e999", "1e-999", "1.5x"}, real},
+    {"real", {"-inf", "0x1p3"}, {"1e999", "1e-999", "1.5x"},
+     "Invalid real number"},
     {"real 1 2 $|$", {}, {"1"}, extras},
   });
-  load("f=1e301\n");
-  EXPECT_EQ(errors("field f\ncheck real 1e300").size(),
+  load("f=1e301");
+  EXPECT_EQ(errors("field f;check real 1e300").size(),
             strlen("msg=1 errors found; f=") + 99);
 }
 
 TEST_F(Checks, AddressesAndNamesAreRecognised)
 {
-  const string bad = "Invalid address";
+  const string bad = "Invalid address", huge = "/99999999999999999999";
   const string bits = "Invalid CIDR label or number of bits after /";
   const string format =
     "Bad format number for CIDR label or netmask length after the /";
   const string missing =
     "Missing CIDR label or netmask length.  Add trailing /number of bits ?";
   const string service = "Not a valid port number or service name";
-  const string huge = "/99999999999999999999";
   // Small systems have no service database.
   const servent *known = getservent();
   run({
@@ -204,9 +190,6 @@ TEST_F(Checks, FilesAndCommandsAreLookedUp)
   const string bad_parent = "Bad directory in file name";
   const string in_the_way =
     "An existing file stops parent directory from being created";
-  const string length = "Path name too short/long";
-  const string relative = "Relative command paths not allowed";
-  const string not_run = "Command is not executable";
   run({
     {"socket", {"@/sock"}, {"@/plain"}, "File is not a socket"},
     {"socket", {}, {"@/none"}, "Socket does not exist"},
@@ -231,7 +214,7 @@ TEST_F(Checks, FilesAndCommandsAreLookedUp)
 
     {"path", {"@/none/none"}, {"x"}, "Path must start with a /"},
     {"path", {"/x", "/" + string(4095, 'a')}, {"/", "/" + string(4096, 'a')},
-     length},
+     "Path name too short/long"},
     {"path", {}, {"/a/.b", "/."}, "/. not allowed in path name"},
     {"path", {}, {"/a//b"}, "// not allowed in path name"},
     {"path Parent_exists", {}, {"/x"}, unknown},
@@ -243,15 +226,15 @@ TEST_F(Checks, FilesAndCommandsAreLookedUp)
     {"path grandparent_exists", {}, {"@/plain/x/y"}, in_the_way},
 
     {"command", {"sh -c true", "sh ./x", "@/run -l"}, {"@/plain", "@/no x"},
-     not_run},
-    {"command", {}, {"./x", "bin/sh"}, relative},
+     "Command is not executable"},
+    {"command", {}, {"./x", "bin/sh"}, "Relative command paths not allowed"},
     {"command", {}, {"no-such-cmd"}, "Command not found"},
   });
 }
 
 TEST_F(Checks, BoxesAndSelectionsAreHeldToTheirValues)
 {
-  const string select = "select f\nchoice a A\nchoice b B";
+  const string select = "select f;choice a A;choice b B";
   run({
     {"checkbox f", {"TRUE", "False", "0", "1", ""}, {"on", "yes", "01"},
      "Checkbox must be True or False"},
@@ -264,18 +247,23 @@ TEST_F(Checks, BoxesAndSelectionsAreHeldToTheirValues)
 
 TEST_F(Checks, MessagesGoToTheRecordOfTheirField)
 {
-  load("port=x\n");
-  string body = "field port\ncheck number\ncheck_msg portErr Use a number\n"
-                "field free\n";
-  EXPECT_EQ(errors(body), "msg=1 errors found; portErr=Use a number");
-  // The last message stays, be it longer or shorter than the one before.
-  body += "field port\nlabel for tables\ncheck bad\ncheck_msg portErr\n";
-  EXPECT_EQ(errors(body),
-            "msg=2 errors found; portErr=Bad check name in template");
-  body += "field port\ncheck decimal\ncheck_msg portErr\n";
-  EXPECT_EQ(errors(body), "msg=3 errors found; portErr=Badly formed number");
-  body += "field free\ncheck word\ncheck_msg msg No summary\n";
-  EXPECT_EQ(errors(body), "msg=No summary; portErr=Badly formed number");
+  load("port=x");
+  string body;
+  const char *const steps[][2] = { // items that are added, all messages then
+    {"field port;check number;check_msg portErr Use a number;field free;",
+     "msg=1 errors found; portErr=Use a number"},
+    // The last message stays, be it longer or shorter than the one before.
+    {"field port;label for tables;check bad;check_msg portErr;",
+     "msg=2 errors found; portErr=Bad check name in template"},
+    {"field port;check decimal;check_msg portErr;",
+     "msg=3 errors found; portErr=Badly formed number"},
+    {"field free;check word;check_msg msg No summary",
+     "msg=No summary; portErr=Badly formed number"},
+  };
+  for (const auto &[added, messages] : steps) {
+    body += added;
+    EXPECT_EQ(errors(body), messages);
+  }
   EXPECT_EQ(orv_check_vars(nullptr), 1);
   EXPECT_EQ(err_vars, nullptr);
 }
@@ -284,27 +272,26 @@ TEST_F(Checks, OnlyDisplayedSectionsRequireInput)
 {
   const std::map<char, string> kinds = {
     {'1', "if yes"}, {'0', "if No"}, {'v', "if $V:mode$"}, {'n', "ifnot yes"},
-    {'e', "else"}, {'.', "endif"}, {'f', "field f\ncheck word"},
-    {'b', "field b\ncheck word"}, {'s', "select s"}, {'i', "iselect i"},
+    {'e', "else"}, {'.', "endif"}, {'f', "field f;check word"},
+    {'b', "field b;check word"}, {'s', "select s"}, {'i', "iselect i"},
   };
   const string most(20, '1'), ends(20, '.');
-  const char *const none = nullptr;
   const char *const under = "Condition stack underflow";
   const char *const over = "Condition stack overflow";
   const std::tuple<string, std::vector<string>, const char *> rows[] = {
-    {"", {"0fsi.", "1ei.", "nf.", "01f.f.", "01eef..", "0", most + ends}, none},
-    {"msg=1", {"0b.", "0f.s", "0ef.", "nef.", "vf.", "10ef.."}, none},
-    {"msg=2", {"1f.f"}, none},
-    {"msg=1", {"e"}, under},
+    {"", {"0fsi.", "1ei.", "nf.", "01f.f.", "01eef..", "0", most + ends},
+     nullptr},
+    {"msg=1", {"0b.", "0f.s", "0ef.", "nef.", "vf.", "10ef.."}, nullptr},
+    {"msg=2", {"1f.f"}, nullptr}, {"msg=1", {"e"}, under},
     {"msg=2", {".f", most + "1" + ends + "."}, under},
     {"msg=2", {most + "0f" + ends}, over},
   };
-  load("mode=on\nb=`\n");
+  load("mode=on;b=`");
   for (const auto &[expected, bodies, fatal] : rows) {
     for (const string &letters : bodies) {
       string body;
       for (const char item : letters) {
-        body += kinds.at(item) + "\n";
+        body += kinds.at(item) + ";";
       }
       EXPECT_EQ(errors(body).substr(0, 5), expected) << letters;
       EXPECT_STREQ(orv_get_var(&err_vars, "fatal", o_best), fatal);
@@ -315,44 +302,35 @@ TEST_F(Checks, OnlyDisplayedSectionsRequireInput)
 TEST_F(Checks, TablesAreCheckedRowByRow)
 {
   const string empty = "Empty input where parameter is required";
-  const string cases[][3] = {
-    {"0", "", ""},
+  const string label(97, 'L'), stem(50, 'n');
+  const string port = "field port;label Port;check decimal;checkbox box;"
+                      "select pick;choice a A;field behind;check nullok word";
+  const string cases[][3] = { // variables, table, messages
+    {"", "0;" + port, ""}, {"port0=1;port2=x", "0;" + port, ""},
+    {"port0=1;port1=x", "1;" + port, ""},
     // The last message stays.
-    {"0", "port0=1\nport1=x\nport2=-1\n",
+    {"port0=1;port1=x;port2=-1", "0;" + port,
      "msg=2 errors found; port=Port: Number is not allowed to be signed"},
     // Any value makes a row but that of a selection.
-    {"0", "port0=1\nbox1=on\nport2=x\n", "msg=3 errors found; "
+    {"port0=1;box1=on;port2=x", "0;" + port, "msg=3 errors found; "
      "box=Checkbox must be True or False; port=Port: Badly formed number"},
-    {"0", "port0=1\nport2=x\n", ""},
-    {"3", "port1=1\n", "msg=2 errors found; port=Port: " + empty},
-    {"1", "port0=1\nport1=x\n", ""},
+    {"port1=1", "3;" + port, "msg=2 errors found; port=Port: " + empty},
+    // A long label leaves no room for the message, a long name none for a row.
+    {stem + "10=a.b", "11;field " + stem + ";label " + label +
+     ";check nullok word;checkbox a;checkbox b;field behind;check word",
+     "msg=2 errors found; behind=" + empty + "; " + stem + "=" + label + ": "},
   };
-  for (const auto &[rows, values, expected] : cases) {
+  for (const auto &[values, table, expected] : cases) {
     forget();
-    load("pick0=a\npick1=a\npick2=a\n" + values);
-    EXPECT_EQ(errors("ftable t 3 " + rows + "\nfield port\n"
-                     "label Port\ncheck decimal\ncheckbox box\nselect pick\n"
-                     "choice a A\nfield behind\ncheck nullok word\n"),
-              expected) << values;
+    load("pick0=a;pick1=a;pick2=a;" + values);
+    EXPECT_EQ(errors("ftable t 3 " + table), expected) << values;
   }
-}
-
-TEST_F(Checks, LongNamesAndLabelsAreCutAndTablesEnd)
-{
-  const string label(97, 'L'), stem(50, 'n'), name(52, 'n');
-  load(stem + "10=a.b\n" + name + "=a.b\n");
-  EXPECT_EQ(errors("ftable t 1 11\nfield " + stem + "\nlabel " + label +
-                   "\ncheck nullok word\nfield behind\ncheck word\n"),
-            "msg=2 errors found; behind=Empty input where parameter is required"
-            "; " + stem + "=" + label + ": ");
   // The row's number is cut off the name, so that every row has a value.
-  const Items endless = items("table t 1\nfield " + name + "\ncheck word\n");
+  const string name(52, 'n');
+  load(name + "=a.b");
+  const Items endless = items("table t 1;field " + name + ";check word");
   endless->table.columns = 2;
   orv_check_vars(endless.get());
   EXPECT_EQ(orv_get_var(&err_vars, "msg", o_best),
             std::to_string(ORV_ROWS_MAX) + " errors found");
 }
-
-// clang-format on
-
-} // namespace

@@ -2,26 +2,14 @@
 
 #include "html.h"
 
-#include <cstdlib>
-#include <gtest/gtest.h>
-#include <string>
-
-#include "cgi.h"
-
-using std::string;
+#include "fixture.h"
 
 // What `call` writes.
 template <typename Call> static string written(Call call)
 {
-  char *text = nullptr;
-  size_t size = 0;
-  cgiOut = open_memstream(&text, &size);
+  testing::internal::CaptureStdout();
   call();
-  fclose(cgiOut);
-  cgiOut = stdout;
-  string result(text, size);
-  free(text);
-  return result;
+  return testing::internal::GetCapturedStdout();
 }
 
 // clang-format off

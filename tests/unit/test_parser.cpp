@@ -3,16 +3,12 @@
 
 #include "orv_parser.h"
 
-#include <algorithm>
-#include <string.h>
-
 #include "fixture.h"
 
-namespace
-{
+using namespace std::string_literals;
 
 // The choices in order, and the width of the longest.
-string shown(const pt_choices &choices)
+static string shown(const pt_choices &choices)
 {
   string out;
   for (auto *opt = choices.choices; opt != nullptr; opt = opt->next) {
@@ -23,7 +19,7 @@ string shown(const pt_choices &choices)
 }
 
 // What is set of an item, with line ends made visible.
-string shown(const pt_body_item &itm)
+static string shown(const pt_body_item &itm)
 {
   static const char *const names[] = {
       "text",   "help",     "error",  "center",  "heading", "heading2", "field",
@@ -38,46 +34,36 @@ string shown(const pt_body_item &itm)
   };
   add("name", itm.name);
   count("column", itm.column, -1);
-  add("selector", itm.selector);
-  add("label", itm.label);
-  add("rlabel", itm.rlabel);
-  add("prompt", itm.prompt);
-  add("value", itm.value);
-  add("help", itm.help.txt);
-  switch (itm.type) {
-  case PT_TEXT_FIELD:
-  case PT_TEXT_FIXED:
+  for (const auto &[what, value] :
+       {std::pair("selector", itm.selector), std::pair("label", itm.label),
+        std::pair("rlabel", itm.rlabel), std::pair("prompt", itm.prompt),
+        std::pair("value", itm.value), std::pair("help", itm.help.txt)}) {
+    add(what, value);
+  }
+  if (itm.type == PT_TEXT_FIELD || itm.type == PT_TEXT_FIXED) {
     count("width", itm.field.width);
     add("check", itm.field.check);
     add("err", itm.field.check_label);
     add("msg", itm.field.check_msg);
-    break;
-  case PT_CHECKBOX:
-  case PT_SELECT:
-  case PT_ISELECT:
-  case PT_FORMS_MENU:
-    out += shown(itm.choices);
-    break;
-  case PT_TABLE:
-  case PT_FTABLE:
+  } else if (itm.type == PT_TABLE || itm.type == PT_FTABLE) {
     count("columns", itm.table.columns);
     count("add", itm.table.add_rows);
     count("rows", itm.table.fixed_rows);
-    break;
-  default:
+  } else if (itm.type >= PT_CHECKBOX && itm.type <= PT_FORMS_MENU) {
+    out += shown(itm.choices);
+  } else {
     add("text", itm.text.txt);
   }
   std::replace(out.begin(), out.end(), '\n', '|');
   return out;
 }
 
-// The whole body, an item a line, or the message that took its place.
-string body_of(const Header &hdr)
+// The whole body, or the message that took its place.
+static string shown(const Items &items)
 {
-  const Items items(hdr != nullptr ? orv_parse_body(hdr.get()) : nullptr);
   string out;
   for (auto *itm = items.get(); itm != nullptr; itm = itm->next) {
-    out += shown(*itm) + "\n";
+    out += (out.empty() ? "" : ";") + shown(*itm);
   }
   return out + message();
 }
@@ -99,18 +85,16 @@ protected:
 
 TEST_F(Parser, ReadsAHeaderOrTellsWhatIsWrongWithIt)
 {
-  const string x248(248 - strlen("title "), 'x');
-  const string mega(1000000, 'b');
+  const string x248(248 - strlen("title "), 'x'), mega(1000000, 'b');
   const std::pair<string, string> cases[] = { // title and body's line, or fault
     {"TITLE Network\nbody\n", "Network 2"},
     {"title\tPorts\nbody x\n", "Ports 2"},
     {"title Port setup # main\nbody#\n", "Port setup 2"},
     {"title Port $#$1 # $#$\nbody\n", "Port #1 2"},
-    {"title a #$ b\nbody\n", "a 2"},
+    {"title a #$ b\nbody\n", "a 2"}, {"title $S$$#\nbody\n", "$ 2"},
     {"title $|$  Port  $|$\nbody\n", "  Port   2"},
     {"title a\tb\r\nbody\n", "a b\r 2"},
     {"title $Q$ $f$ $$$ $5 $T$.\nbody\n", "$Q$ $f$ $$$ $5 . 2"},
-    {"title $S$$#\nbody\n", "$ 2"},
     {"# c\n\n \tx\ntitle t\n\n x\n#\nbody\n", "t 8"},
     {"help_mode\nhelp_mode x\ntitle # c\nbody\n", " 4"},
     {"title\ntitle x\nbody\n", "!Second title keyword found"},
@@ -129,95 +113,92 @@ TEST_F(Parser, ReadsAHeaderOrTellsWhatIsWrongWithIt)
     {"title a" + string(1000000, ' ') + "\nbody\n", "a 4018"},
     {"title a" + mega, ("!unknown keyword line 2 \"" + mega).substr(0, 232)},
     // a NUL byte ends it
-    {string("title a\0b\nbody\n", 15), "a 2"},
-    {string("title a\n\0body\nbody\n", 19), "!unknown keyword line 2 \"\""},
-    {string("title a\nbody\0\n", 14), "!unknown keyword line 2 \"body\""},
-    {string("title\0 a\nbody\n", 14), "!unknown keyword line 1 \"title\""},
+    {"title a\0b\nbody\n"s, "a 2"},
+    {"title a\n\0body\nbody\n"s, "!unknown keyword line 2 \"\""},
+    {"title a\nbody\0\n"s, "!unknown keyword line 2 \"body\""},
+    {"title\0 a\nbody\n"s, "!unknown keyword line 1 \"title\""},
   };
   for (const auto &[content, expected] : cases) {
     const Header hdr = parse(content);
-    const string line =
-      hdr != nullptr ? " " + std::to_string(hdr->start_body.line_number) : "";
-    EXPECT_EQ(hdr != nullptr ? hdr->title + line : shorten(message()),
-              expected[0] == '!' ? "orv_parse_header: " + expected.substr(1)
-                                 : expected);
+    const string fault = message(), found = hdr == nullptr ? shorten(fault)
+      : hdr->title + (" " + std::to_string(hdr->start_body.line_number));
+    EXPECT_EQ(found, expected[0] == '!'
+                     ? "orv_parse_header: " + expected.substr(1) : expected);
   }
 }
 
-TEST_F(Parser, ReadsABodyOrTellsWhatIsWrongWithIt)
+TEST_F(Parser, ReadsABody)
 {
   const string x240(240, 'x');
-  const std::pair<string, string> cases[] = { // from line 3 on; items or fault
-    {"FIELD hostname 30\nlabel Host name\ncheck word\n",
-     "3 field name=hostname label=Host name width=30 check=word\n"},
-    {"field x\tnone\n", "!line 3. Bad field width"},
-    {"\n\nfixed x 0\n", "!line 5. Bad field width"},
-    {"field x 99999999999999999999 9\n", "3 field name=x width=2147483647\n"},
-    {"field # x\n", "!line 3. Item must have a name"},
-    {"ftable\n", "!line 3. Item must have a name"},
-    {"field $F$\nrlabel r$#$\nprompt p\nvalue v\npart x\nitem_help h\n i\n\n",
-     "3 field name=$F$ rlabel=r# prompt=p value=v help=h|i|\n"},
-    {"field x\nlabel\nlabel b\n", "!line 5. Attribute label already set"},
-    {"field x\nitem_help\nitem_help b\n",
-     "!line 5. Attribute item_help already set"},
-    {"text a\nlabel b\n", "!line 4. Attribute label not allowed"},
-    {"value b\n", "!line 3. Attribute value not allowed"},
-    {"field x\nif y\nitem_help b\n",
-     "!line 5. Attribute item_help not allowed"},
-    {"fixed x\ncheck word\n",
-     "!line 4. Can only set check for text field entries"},
-    {"check word\n", "!line 3. Can only set check for text field entries"},
-    {"field x\ncheck a\ncheck b\n", "!line 5. Attribute check already set"},
-    {"field x\ncheck_msg l  A $F$ b\n", "3 field name=x err=l msg=A $F$ b\n"},
-    {"field x\ncheck_msg l\n", "3 field name=x err=l\n"},
-    {"field x\ncheck_msg\ncheck_msg l m\n",
-     "!line 5. Attribute check_label already set"},
-    {"checkbox x\ncheck_msg l m\n",
-     "!line 4. Can only set check_msg for text field entries"},
-    {"select x y\nchoice a First one\nchoice $#$b  $|$longer$|$ # c\n",
-     "3 select name=x a:First one #b:longer w=12\n"},
-    {"fmenu x\nchoice a b\nprompt p\n", "3 fmenu prompt=p a:b w=1\n"},
-    {"select x\nchoice a\n",
-     "!line 4. Choice requires selector and description"},
-    {"checkbox x\nchoice a b\n", "!line 4. Choice not allowed here"},
-    {"choice a b\n", "!line 3. Choice not allowed here"},
-    {"iselect port\nimenu port  my ports\n",
-     "3 iselect name=port selector=port\n"
-     "4 imenu name=port selector=my ports\n"},
-    {"table r 3 2\nfield a\nlabel l\nselect b\nchoice c d\npart\ncheckbox e\n"
-     "fixed f\n",
-     "3 table name=r columns=3 add=2\n4 field name=a column=0 label=l\n"
-     "6 select name=b column=1 c:d w=1\n9 checkbox name=e column=2\n"
-     "10 fixed name=f\n"},
-    {"table r 1 0\nfixed a\nftable s 1 9x\nfixed b\nftable t 1\nfixed c\n",
-     "3 table name=r columns=1 add=1\n4 fixed name=a column=0\n"
-     "5 ftable name=s columns=1 rows=9\n6 fixed name=b column=0\n"
-     "7 ftable name=t columns=1\n8 fixed name=c column=0\n"},
-    {"ftable r 3 -1\n", "!line 3. Bad number of rows"},
-    {"table r 21\n", "!line 3. Bad column number"},
-    {"table r 0 1\n", "!line 3. Bad column number"},
-    {"table r\n", "!line 3. Bad column number"},
-    {"table r 20x\nfield a\nfield b\n",
+  const std::pair<string, string> cases[] = { // from line 3 on; its items
+    {"FIELD hostname 30;label Host name;check word",
+     "3 field name=hostname label=Host name width=30 check=word"},
+    {"field x 99999999999999999999 9", "3 field name=x width=2147483647"},
+    {"field $F$;rlabel r$#$;prompt p;value v;part x;item_help h; i;",
+     "3 field name=$F$ rlabel=r# prompt=p value=v help=h|i|"},
+    {"field x;check_msg l  A $F$ b", "3 field name=x err=l msg=A $F$ b"},
+    {"field x;check_msg l", "3 field name=x err=l"},
+    {"select x y;choice a First one;choice $#$b  $|$longer$|$ # c",
+     "3 select name=x a:First one #b:longer w=12"},
+    {"fmenu x;choice a b;prompt p", "3 fmenu prompt=p a:b w=1"},
+    {"iselect port;imenu port  my ports",
+     "3 iselect name=port selector=port;4 imenu name=port selector=my ports"},
+    {"table r 3 2;field a;label l;select b;choice c d;part;checkbox e;fixed f",
+     "3 table name=r columns=3 add=2;4 field name=a column=0 label=l;"
+     "6 select name=b column=1 c:d w=1;9 checkbox name=e column=2;"
+     "10 fixed name=f"},
+    {"table r 1 0;fixed a;ftable s 1 9x;fixed b;ftable t 1;fixed c",
+     "3 table name=r columns=1 add=1;4 fixed name=a column=0;"
+     "5 ftable name=s columns=1 rows=9;6 fixed name=b column=0;"
+     "7 ftable name=t columns=1;8 fixed name=c column=0"},
+    {"text Hello; world;;help;#;;\ta $#$1 # c;  $|$ b;# c; c;error",
+     "3 text text=Hello|world|;6 help text=a #1| b||c;13 error text="},
+    {"center a;centre b;heading c;heading2 d;if e;else f;endif g;ifnot h",
+     "3 center text=a;4 center text=b;5 heading text=c;6 heading2 text=d;"
+     "7 if text=e;8 else;9 endif;10 ifnot text=h"},
+    {"part;", ""}, {"text " + x240 + "; " + x240 + "; b",
+                    "3 text text=" + x240 + "|" + x240 + "|b"},
+    {"table r 20x;field a;field b",
      "!Too few items for table.18 remain to be collected"},
-    {"table r 2\nfield a\ntext b\n", "!line 5. Item not allowed in table"},
-    {"table r 2\niselect a\n", "!line 4. Item not allowed in table"},
-    {"ftable r 2\ntable b 1\n", "!line 4. Item not allowed in table"},
-    {"text Hello\n world\n\nhelp\n#\n\n\ta $#$1 # c\n  $|$ b\n# c\n c\nerror\n",
-     "3 text text=Hello|world|\n6 help text=a #1| b||c\n13 error text=\n"},
-    {"center a\ncentre b\nheading c\nheading2 d\nif e\nelse f\nendif g\n"
-     "ifnot h\n",
-     "3 center text=a\n4 center text=b\n5 heading text=c\n6 heading2 text=d\n"
-     "7 if text=e\n8 else\n9 endif\n10 ifnot text=h\n"},
-    {"ifx y\n", "!unknown keyword line 3 \"ifx y\n\""},
-    {"text a\ntitle b\n", "!unknown keyword line 4 \"title b\n\""},
-    {"part\n\n", ""},
-    {"text " + x240 + "\n " + x240 + "\n b\n",
-     "3 text text=" + x240 + "|" + x240 + "|b\n"},
+    {"ifx y", "!unknown keyword line 3 \"ifx y\n\""},
+    {"text a;title b", "!unknown keyword line 4 \"title b\n\""},
   };
   for (const auto &[lines, expected] : cases) {
-    EXPECT_EQ(body_of(parse("title T\nbody\n" + lines)),
+    EXPECT_EQ(shown(items(lines)),
               expected[0] == '!' ? "orv_parse_body: " + expected.substr(1)
                                  : expected) << lines;
+  }
+}
+
+TEST_F(Parser, TellsWhatIsWrongWithABodysLastLine)
+{
+  const std::pair<const char *, std::vector<string>> faults[] = {
+    {"Bad field width", {"field x\tnone", ";;fixed x 0"}},
+    {"Item must have a name", {"field # x", "ftable"}},
+    {"Attribute label already set", {"field x;label;label b"}},
+    {"Attribute item_help already set", {"field x;item_help;item_help b"}},
+    {"Attribute label not allowed", {"text a;label b"}},
+    {"Attribute value not allowed", {"value b"}},
+    {"Attribute item_help not allowed", {"field x;if y;item_help b"}},
+    {"Can only set check for text field entries",
+     {"check word", "fixed x;check word"}},
+    {"Attribute check already set", {"field x;check a;check b"}},
+    {"Attribute check_label already set", {"field x;check_msg;check_msg l m"}},
+    {"Can only set check_msg for text field entries",
+     {"checkbox x;check_msg l m"}},
+    {"Choice requires selector and description", {"select x;choice a"}},
+    {"Choice not allowed here", {"choice a b", "checkbox x;choice a b"}},
+    {"Bad number of rows", {"ftable r 3 -1"}},
+    {"Bad column number", {"table r 21", "table r 0 1", "table r"}},
+    {"Item not allowed in table",
+     {"table r 2;field a;text b", "table r 2;iselect a", "ftable r 2;table b"}},
+  };
+  for (const auto &[fault, bodies] : faults) {
+    for (const string &lines : bodies) {
+      const auto line = 3 + std::count(lines.begin(), lines.end(), ';');
+      EXPECT_EQ(shown(items(lines)), "orv_parse_body: line " +
+                std::to_string(line) + ". " + fault);
+    }
   }
 }
 
@@ -226,17 +207,13 @@ TEST_F(Parser, QuotesWhatARequestChoosesInScriptLinesAlone)
   const char *const cases[][4] = { // form, sub-item; read script, or message
     {"net", nullptr, "title t\n", "%/net.sh --read %/net "},
     {"n$(x)", "a b", "title t\n", "'%/n$(x)'.sh --read '%/n$(x)' 'a b'"},
-    {"f", "\"", "read_script x  \"$S$\" '$S$'\ntitle t\n",
-     "x  \"\"'\"'\"\" '''\"'''"},
     {"f", ";", "title a; $|$\nread_script x $T$$#$$|$ $Q$\n", "x a; # $Q$"},
     // a title that shows a value is a value
     {"f", "e", "title Port $S$\nread_script x $T$\n", "x 'Port e'"},
     {"f", "e", "title $T$a b\nread_script x $T$\n", "x a b"},
     {"f", ";", "read_script x $T$ y\ntitle $S$\n", "x  y"},
-    {"a b", "e", "read_script x \\$S$$F$\ntitle t\n", "x \\e'%/a b'"},
     {"f", ";", "title $S$\nread_script x \"$(y $S$)\" # c\n",
      "Cannot quote a value in script command \"x \"$(y $S$)\"\""},
-    {"f", "e-1", "title t\nread_script x $(y $S$)\n", "x $(y e-1)"},
   };
   for (const auto &[form, subitem, lines, expected] : cases) {
     const Header hdr = parse(lines + string("body\n"), form, subitem);
@@ -251,10 +228,6 @@ TEST_F(Parser, KeepsFlagsAndTheWidthOfTheLongestLabel)
   EXPECT_EQ(hdr->expert_mode * 1000 + hdr->help_mode * 100 +
             hdr->no_header * 10 + hdr->no_footer, 1001u);
   hdr->llabel_max = 99;
-  body_of(hdr);
+  Items(orv_parse_body(hdr.get()));
   EXPECT_EQ(hdr->llabel_max, 3);
 }
-
-// clang-format on
-
-} // namespace

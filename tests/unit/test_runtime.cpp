@@ -1,15 +1,19 @@
-// Reports and truth values.
+// Reports, truth values, and memory that there is not.
 
 #include "orv.h"
 
 #include "fixture.h"
 
-namespace
-{
-
 using Runtime = Scratch;
 
-string alternative;
+static string alternative;
+
+// Under the sanitizers, too, a request for too much gives no memory.
+extern "C" const char *__asan_default_options();
+const char *__asan_default_options()
+{
+  return "allocator_may_return_null=1";
+}
 
 TEST_F(Runtime, EveryReportIsLoggedAndTheLastIsKept)
 {
@@ -25,10 +29,23 @@ TEST_F(Runtime, EveryReportIsLoggedAndTheLastIsKept)
   EXPECT_EQ(message(), longest);
   EXPECT_EQ(alternative, "first 1" + longest);
   orv_fatal_alt_report = nullptr;
+  for (const size_t length : {248U, 249U, 250U}) {
+    orv_error("%s", string(length, 'x').c_str());
+    EXPECT_EQ(message(), longest.substr(0, length));
+  }
   orv_fatal_no_exit = 0;
   EXPECT_EXIT(orv_fatal("end"), testing::ExitedWithCode(1), "");
-  orv_error("go on");
-  EXPECT_EQ(message(), "go on");
+}
+
+TEST_F(Runtime, MemoryThatThereIsNotIsReported)
+{
+  EXPECT_EQ(must_malloc(SIZE_MAX / 2), nullptr);
+  EXPECT_EQ(message(), "orv: out of memory");
+  char *kept = must_strdup("kept");
+  EXPECT_EQ(must_realloc(&kept, SIZE_MAX / 2), 0);
+  EXPECT_EQ(message(), "orv: cannot realloc memory");
+  EXPECT_STREQ(kept, "kept");
+  free(kept);
 }
 
 TEST_F(Runtime, TruthIsReadFromText)
@@ -46,5 +63,3 @@ TEST_F(Runtime, TruthIsReadFromText)
   load("u_ALWAYS_submit=off\n");
   EXPECT_EQ(orv_always_submit_set(), 0) << "the best value counts";
 }
-
-} // namespace
