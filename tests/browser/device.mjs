@@ -1,13 +1,14 @@
 // The demo device through its web server, and people in front of it.
 //
-// One device and one browser serve all tests; `reset` puts the device back
-// between them.  What a browser complains about while it is looked at (scripts,
-// policy, answers that are errors) is collected in `complaints`.
+// One device and one browser serve all tests; the device is put back between
+// them.  What a browser complains about (scripts, policy, answers that are
+// errors) is collected in `complaints` and fails the test.
 
+import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
-import { once } from "node:events";
+import { on, once } from "node:events";
 import fs from "node:fs/promises";
-import os from "node:os";
+import { after, afterEach, before, beforeEach } from "node:test";
 import { fileURLToPath } from "node:url";
 import { chromium } from "playwright-core";
 
@@ -15,53 +16,52 @@ export const root = fileURLToPath(new URL("../..", import.meta.url));
 export const complaints = [];
 let folder, demo, browser, base;
 
-export async function start() {
-  folder = await fs.mkdtemp(`${os.tmpdir()}/larkspur-browser-`);
+before(async () => {
+  folder = await fs.mkdtemp("/tmp/larkspur-browser-");
   demo = spawn(`${root}demo/run`, ["--state", `${folder}/data`],
                { stdio: ["ignore", "ignore", "pipe"] });
   process.once("exit", () => demo.kill());
   let said = "";
-  await new Promise((resolve, reject) => {
-    demo.once("exit", () => reject(new Error(`demo/run ended: ${said}`)));
-    demo.stderr.on("data", (text) => {
-      said += text;
-      [base] = /http:\/\/127\.0\.0\.1:\d+/.exec(said) || [];
-      if (base) {
-        resolve();
-      }
-    });
-  });
+  for await (const [text] of on(demo.stderr, "data", { close: ["end"] })) {
+    said += text;
+    [base] = /http:\/\/127\.0\.0\.1:\d+/.exec(said) || [];
+    if (base) {
+      break;
+    }
+  }
+  assert.ok(base, `demo/run ended: ${said}`);
   await fs.cp(`${folder}/data/state`, `${folder}/shipped`, { recursive: true });
   browser = await chromium.launch({
     executablePath: "/usr/bin/chromium",
     // People's browsers keep a page for Back as it is; so does this one.
     ignoreDefaultArgs: ["--disable-back-forward-cache"],
-    args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-           "--disable-background-networking", "--disable-component-update",
-           "--disable-sync"],
+    args: ["--disable-gpu"],
   });
-}
+});
 
-export async function stop() {
+after(async () => {
   await browser?.close();
   if (demo?.exitCode === null) {
     demo.kill();
     await once(demo, "exit");
   }
   await fs.rm(folder, { recursive: true, force: true });
-}
+});
 
-export async function reset() {
+beforeEach(async () => {
   complaints.length = 0;
   await fs.rm(`${folder}/data/state`, { recursive: true });
   await fs.cp(`${folder}/shipped`, `${folder}/data/state`, { recursive: true });
-}
+});
+
+afterEach(() => assert.deepEqual(complaints, []));
 
 export const address = (form) => `${base}/cgi-bin/orv?form=${form}`;
 
-// A browser of these options with nothing in its cache.  `page.asked` counts
-// the questions whether to leave, which are answered by staying.
+// The only page, of these options and with nothing in its cache.  `page.asked`
+// counts the questions whether to leave, which are answered by staying.
 export async function newPage(options) {
+  await Promise.all(browser.contexts().map((one) => one.close()));
   const context = await browser.newContext({ reducedMotion: "reduce",
                                              ...options });
   const page = await context.newPage();
@@ -86,6 +86,9 @@ export async function visit(form, options) {
 }
 
 export const field = (page, name) => page.locator(`[name="${name}"]:visible`);
+// What a press leads to: the next page.
+export const pageAfter = (page, press) =>
+  Promise.all([page.waitForNavigation(), press]);
 export const button = (page, label) =>
   page.locator(`input[type="submit"][value="${label}"]`);
 export const heading = (page) => page.locator("h1").innerText();
@@ -108,7 +111,7 @@ export async function act(page, ...steps) {
     if (step === "Back") {
       await page.goBack({ waitUntil: "commit" });
     } else if (typeof step === "string") {
-      await Promise.all([page.waitForNavigation(), button(page, step).click()]);
+      await pageAfter(page, button(page, step).click());
     } else {
       for (const [name, value] of Object.entries(step)) {
         await enter(field(page, name), value);
@@ -123,11 +126,10 @@ export async function allForms() {
   const found = new Set(["orvmenu"]);
   for (const form of found) {
     await page.goto(address(form));
-    const links = await page.locator("nav a, main li a").evaluateAll(
-      (all) => all.map((a) => a.href));
-    links.filter((link) => link.startsWith(address("")))
-      .forEach((link) => found.add(link.slice(address("").length)));
+    for (const link of await page.locator("nav a, main li a").all()) {
+      const [, to] = /\?form=(.*)/.exec(await link.getAttribute("href")) || [];
+      found.add(to ?? form);
+    }
   }
-  await page.context().close();
   return found;
 }

@@ -7,7 +7,6 @@ import axe from "axe-core";
 import { act, address, allForms, button, complaints, heading, newPage, root,
          visit } from "./device.mjs";
 
-const KB = 1024;
 const phone = { width: 360, height: 640 };
 
 // A table may be wider than a phone, but scrolls inside itself.
@@ -31,23 +30,24 @@ async function pressEnabled(page, label) {
   }
 }
 
-test("every form is accessible and fits a phone in every state", async (t) => {
+const everyForm = (does, judge) => test(`every form ${does}`, async (t) => {
   for (const form of await allForms()) {
-    await t.test(form, async () => {
-      const page = await visit(form);
-      await assertLooks(page, form);
-      await pressEnabled(page, "Expert");
-      await pressEnabled(page, "Help");
-      await assertLooks(page, `${form}, expert and help`);
-      const texts = page.locator("input[type=text]:visible:enabled");
-      for (const text of await texts.all()) {
-        await text.fill('no "such" value');
-      }
-      await pressEnabled(page, "Submit");
-      await assertLooks(page, `${form}, refused`);
-      await page.context().close();
-    });
+    await t.test(form, (t) => judge(form, t));
   }
+});
+
+everyForm("is accessible and fits a phone in every state", async (form) => {
+  const page = await visit(form);
+  await assertLooks(page, form);
+  await pressEnabled(page, "Expert");
+  await pressEnabled(page, "Help");
+  await assertLooks(page, `${form}, expert and help`);
+  const texts = page.locator("input[type=text]:visible:enabled");
+  for (const text of await texts.all()) {
+    await text.fill('no "such" value');
+  }
+  await pressEnabled(page, "Submit");
+  await assertLooks(page, `${form}, refused`);
 });
 
 test("so are questions, confirmations and error pages", async () => {
@@ -82,45 +82,40 @@ async function wireOf(page, form) {
   return wire;
 }
 
-test("every form is light, quick and steady", async (t) => {
-  for (const form of await allForms()) {
-    await t.test(form, async (t) => {
-      const page = await newPage({ viewport: phone });
-      await page.addInitScript(() => {
-        window.shifts = [];
-        new PerformanceObserver((list) => window.shifts.push(
-          ...list.getEntries().map((entry) => entry.value)))
-          .observe({ type: "layout-shift", buffered: true });
-      });
-      const browser = await page.context().newCDPSession(page);
-      await browser.send("Performance.enable");
-      const first = await wireOf(page, form);
-      const [shifts, paint] = await page.evaluate(() => [
-        window.shifts,
-        performance.getEntriesByName("first-contentful-paint")[0].startTime -
-          performance.getEntriesByType("navigation")[0].responseEnd,
-      ]);
-      const { metrics } = await browser.send("Performance.getMetrics");
-      const script = metrics.find((one) => one.name === "ScriptDuration").value;
-      const second = await wireOf(page, form);
-      t.diagnostic(`${form}: ${first.bytes} bytes, then ${second.bytes}; ` +
-        `painted after ${Math.round(paint)} ms, scripts ${script} s`);
-      assert.equal(first.requests, 4, "page, style, two scripts");
-      assert.ok(first.bytes <= 30 * KB);
-      assert.equal(second.requests, 1, "style and scripts are kept");
-      assert.deepEqual(shifts, []);
-      assert.ok(paint < 1000, "a paint waits for nothing but a busy machine");
-      assert.ok(script < 0.05, "all scripts together");
-      await page.context().close();
-    });
-  }
+everyForm("is light, quick and steady", async (form, t) => {
+  const page = await newPage({ viewport: phone });
+  await page.addInitScript(() => {
+    window.shifts = [];
+    new PerformanceObserver((list) => window.shifts.push(
+      ...list.getEntries().map((entry) => entry.value)))
+      .observe({ type: "layout-shift", buffered: true });
+  });
+  const browser = await page.context().newCDPSession(page);
+  await browser.send("Performance.enable");
+  const first = await wireOf(page, form);
+  const [shifts, paint] = await page.evaluate(() => [
+    window.shifts,
+    performance.getEntriesByName("first-contentful-paint")[0].startTime -
+      performance.getEntriesByType("navigation")[0].responseEnd,
+  ]);
+  const { metrics } = await browser.send("Performance.getMetrics");
+  const script = metrics.find((one) => one.name === "ScriptDuration").value;
+  const second = await wireOf(page, form);
+  t.diagnostic(`${form}: ${first.bytes} bytes, then ${second.bytes}; ` +
+    `painted after ${Math.round(paint)} ms, scripts ${script} s`);
+  assert.equal(first.requests, 4, "page, style, two scripts");
+  assert.ok(first.bytes <= 30 * 1024);
+  assert.equal(second.requests, 1, "style and scripts are kept");
+  assert.deepEqual(shifts, []);
+  assert.ok(paint < 1000, "a paint waits for nothing but a busy machine");
+  assert.ok(script < 0.05, "all scripts together");
 });
 
 test("style and scripts are small", async () => {
   const sizeOf = async (name) => (await fs.stat(`${root}web/${name}`)).size;
-  assert.ok(await sizeOf("css/orv.css") < 12 * KB);
+  assert.ok(await sizeOf("css/orv.css") < 12 * 1024);
   assert.ok(await sizeOf("js/position.js") +
-    await sizeOf("js/kwt_scroller.js") < 6 * KB);
+    await sizeOf("js/kwt_scroller.js") < 6 * 1024);
 });
 
 test("a dark page is dark, and prints dark on white without its bars",

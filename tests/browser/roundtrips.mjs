@@ -2,8 +2,9 @@
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { act, address, button, field, heading, newPage, valueOf, visit }
-  from "./device.mjs";
+import { setTimeout } from "node:timers/promises";
+import { act, address, button, field, heading, newPage, pageAfter, valueOf,
+         visit } from "./device.mjs";
 
 const phone = { viewport: { width: 360, height: 560 } };
 const main = (page) => page.locator("main").innerText();
@@ -16,11 +17,16 @@ const isInView = (control) => control.evaluate((e) => {
     (y) => document.elementFromPoint(box.left + 9, y) === e);
 });
 
-async function until(condition) {
-  for (let tries = 0; tries < 200 && !condition(); tries++) {
-    await new Promise((resolve) => setTimeout(resolve, 20));
+async function until(condition, tries = 200) {
+  for (; tries > 0 && !await condition(); tries--) {
+    await setTimeout(20);
   }
-  assert.ok(condition(), String(condition));
+  assert.ok(await condition(), String(condition));
+}
+
+async function save(page, ...steps) {
+  await act(page, ...steps, "Submit");
+  assert.equal(await heading(page), "Saved");
 }
 
 for (const javaScriptEnabled of [true, false]) {
@@ -28,8 +34,7 @@ for (const javaScriptEnabled of [true, false]) {
 
   test(`a changed value is saved and stays${how}`, async () => {
     const page = await visit("network", { javaScriptEnabled });
-    await act(page, { host_name: "gate-7" }, "Submit");
-    assert.equal(await heading(page), "Saved");
+    await save(page, { host_name: "gate-7" });
     await act(page, "Continue");
     assert.match(await main(page), /gate-7/);
     await page.goto(address("network"));
@@ -62,15 +67,13 @@ for (const javaScriptEnabled of [true, false]) {
     const [first, ...others] = await ports();
     const end = others.length + 1;
     assert.ok(first);
-    await act(page, { [`fw_port${end}`]: "2222", fw_port0: "8081",
-                      [`fw_address${end}`]: "192.168.1.77" }, "Submit");
-    assert.equal(await heading(page), "Saved");
+    await save(page, { [`fw_port${end}`]: "2222", fw_port0: "8081",
+                       [`fw_address${end}`]: "192.168.1.77" });
     await page.goto(address("forwards"));
     assert.deepEqual(await ports(), ["8081", ...others, "2222"]);
     await act(page, { delete_forwards_0: true }, "Submit");
     assert.match(await main(page), /rows have been deleted\. Resubmit/);
-    await act(page, "Submit");
-    assert.equal(await heading(page), "Saved");
+    await save(page);
     await page.goto(address("forwards"));
     assert.deepEqual(await ports(), [...others, "2222"]);
   });
@@ -121,7 +124,7 @@ async function holdAnswers(page, milliseconds) {
   seen.told.length = 0;
   await page.route("**/cgi-bin/orv", async (route) => {
     seen.posts++;
-    await new Promise((resolve) => setTimeout(resolve, milliseconds));
+    await setTimeout(milliseconds);
     await route.continue().catch(() => {}); // it was stopped
   });
   return seen;
@@ -132,10 +135,7 @@ test("a second press waits for the first, and a long wait shows", async () => {
   const seen = await holdAnswers(page, 2000);
   await act(page, { host_name: "once" });
   const { x, y } = await button(page, "Submit").boundingBox();
-  const answer = page.waitForNavigation();
-  await page.mouse.dblclick(x + 9, y + 9);
-  await page.mouse.click(x + 9, y + 9);
-  await answer;
+  await pageAfter(page, page.mouse.click(x + 9, y + 9, { clickCount: 3 }));
   assert.equal(await heading(page), "Saved");
   assert.equal(seen.posts, 1);
   assert.deepEqual(seen.told.slice(0, 2), ["0", "Working…0"]);
@@ -161,19 +161,9 @@ for (const isTold of [true, false]) {
       await page.keyboard.press("Escape");
     }
     await until(() => seen.told.at(-1) === "");
-    const answer = page.waitForNavigation();
-    await page.mouse.click(x + 9, y + 9);
-    await answer;
+    await pageAfter(page, page.mouse.click(x + 9, y + 9));
     assert.equal(await heading(page), "Saved");
   });
-}
-
-// The browser puts back what a page held in its own time.
-async function becomes(page, read, wanted) {
-  for (let i = 0; i < 100 && await read() !== wanted; i++) {
-    await page.waitForTimeout(50);
-  }
-  assert.equal(await read(), wanted);
 }
 
 for (const isKept of [true, false]) {
@@ -189,17 +179,17 @@ for (const isKept of [true, false]) {
     await page.goto(address("services"));
     await act(page, { log_level: "debug" });
     await page.evaluate(() => window.scrollTo(0, 160));
-    await page.waitForTimeout(1500); // the browser notes entries once a second
+    await setTimeout(1500); // the browser notes entries once a second
     await act(page, "Submit", "Back");
-    await becomes(page, () => valueOf(page, "log_level"), "debug");
+    // The browser puts back what a page held in its own time.
+    await until(async () => await valueOf(page, "log_level") === "debug", 250);
     await page.evaluate(() => window.scrollTo(0, 130));
     await page.locator('nav a[href$="form=status"]').evaluate((a) => a.click());
     await page.waitForURL(/form=status/);
     assert.equal(page.asked, 0, "what was saved is no change");
     await act(page, "Back");
-    await becomes(page, () => scrollY(page), 130);
-    await act(page, { log_level: "error" }, "Submit");
-    assert.equal(await heading(page), "Saved");
+    await until(async () => await scrollY(page) === 130, 250);
+    await save(page, { log_level: "error" });
     await page.goto(address("services"));
     assert.equal(await valueOf(page, "log_level"), "error");
   });
@@ -249,8 +239,6 @@ test("a keyboard reaches everything, and shows where it is", async () => {
   await field(page, "ssh_port").focus();
   await page.keyboard.press("Control+A");
   await page.keyboard.type("2022");
-  const answer = page.waitForNavigation();
-  await page.keyboard.press("Enter");
-  await answer;
+  await pageAfter(page, page.keyboard.press("Enter"));
   assert.equal(await heading(page), "Saved");
 });

@@ -1,9 +1,9 @@
 /* Preloaded into the executable under test: lets the n-th call of one kind
  * fail, in that process alone and not in the scripts it starts.
  *
- * FAULT_KIND    what fails, see below; FAULT_AT the number of the call
- * FAULT_FROM    "1": every call from that one on, else only that one
- * FAULT_REPORT  a file for struct report, which tells what has been done
+ * FAULT="KIND NUMBER ONWARD": what fails, see below; the number of the call;
+ * whether all behind it fail, too (1 or 0).  The file "report" in the folder at
+ * hand takes up struct report, which tells what has been done.
  *
  * Memory and streams fail in functions that stand before the C library's own,
  * whoever calls them, the C library included.  System calls fail in a second
@@ -30,7 +30,6 @@
 #include <unistd.h>
 
 struct report {
-  int calls;     /* of the kind, failed ones included */
   int faults;    /* calls that failed */
   int on_stdout; /* of these, writes of the page itself */
   int traced;    /* the second process has begun */
@@ -38,15 +37,15 @@ struct report {
 };
 
 static struct report *report;
-static const char *kind = ""; /* of memory and streams */
+static char kind[16];
 static int at;
-static bool onward;
+static int onward;
 static pid_t self;
 
 static bool is_hit(void)
 {
-  int call = ++report->calls;
-  bool hit = onward ? call >= at : call == at;
+  static int calls;
+  bool hit = ++calls == at || (onward && calls > at);
   report->faults += hit;
   return hit;
 }
@@ -91,14 +90,12 @@ char *strdup(const char *text)
 }
 
 /* Thousands of faults are no news for this machine's log. */
-void syslog(int priority, const char *format, ...)
+void syslog()
 {
-  (void)priority, (void)format;
 }
 
-void __syslog_chk(int priority, int flag, const char *format, ...)
+void __syslog_chk()
 {
-  (void)priority, (void)flag, (void)format;
 }
 
 /* --- system calls --------------------------------------------------------- */
@@ -156,8 +153,8 @@ static void trace(const struct calls *row, pid_t pid)
     ptrace(PTRACE_GETREGS, pid, NULL, &regs);
     if (before) {
       failing = start_fault(row, &regs);
-    } else {
-      regs.rax = failing ? -(unsigned long long)row->error : regs.rax;
+    } else if (failing) {
+      regs.rax = -(unsigned long long)row->error;
     }
     if (failing) {
       ptrace(PTRACE_SETREGS, pid, NULL, &regs);
@@ -191,23 +188,19 @@ static void be_traced(const struct calls *row)
 
 __attribute__((constructor)) static void begin(void)
 {
-  const char *wanted = getenv("FAULT_KIND");
+  const char *fault = getenv("FAULT");
   unsetenv("LD_PRELOAD");
-  if (wanted == NULL) {
+  if (fault == NULL || sscanf(fault, "%15s %d %d", kind, &at, &onward) != 3) {
     return;
   }
-  int fd = open(getenv("FAULT_REPORT"), O_RDWR | O_CLOEXEC);
+  int fd = open("report", O_RDWR | O_CLOEXEC);
   report =
       mmap(NULL, sizeof *report, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   close(fd);
-  at = atoi(getenv("FAULT_AT"));
-  onward = strcmp(getenv("FAULT_FROM"), "1") == 0;
   self = getpid();
   for (size_t i = 0; i < sizeof calls / sizeof *calls; i++) {
-    if (strcmp(calls[i].kind, wanted) == 0) {
+    if (strcmp(calls[i].kind, kind) == 0) {
       be_traced(&calls[i]);
-      return;
     }
   }
-  kind = wanted;
 }

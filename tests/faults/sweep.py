@@ -12,6 +12,8 @@ A stride tries only every so manieth allocation, of which there are most.
 
 import collections
 import concurrent.futures
+import functools
+import itertools
 import os
 import pathlib
 import struct
@@ -25,8 +27,7 @@ import conftest  # noqa: E402
 
 STRIDE = int(sys.argv[1]) if len(sys.argv) > 1 else 1
 KINDS = sys.argv[2:] or (
-    "memory stream fork pipe open read write close poll wait".split()
-)
+    "memory stream fork pipe open read write close poll wait".split())
 ENDINGS = "same page,other page,error page,cgiInit error,output lost".split(",")
 CGI_ERRORS = (4, 6)  # a body that ended early, no memory
 ENOUGH = 20  # bad ends of one sweep
@@ -47,111 +48,92 @@ NET = [
     "label Address", "check ipaddr ipv4", "field port",
     "check nullok ipservice", *["# " + "-" * 70] * 120, "field mask",
     "check decimal 0 32", "prompt Up to 32",
-]  # fmt: skip
+]
 MENU = ["text On $V:host$.", "fmenu", "choice net Network", "imenu net list"]
 
 
 def make_device(folder):
     site = conftest.Site(folder)
-    site.env = {"ORV_POLICY": "strict", "HTTP_HOST": "gw"}
-    site.env["HTTP_ORIGIN"] = "http://gw"
+    site.env = {"ORV_POLICY": "strict", "HTTP_HOST": "gw",
+                "HTTP_ORIGIN": "http://gw"}
     (site.folder / "data" / "system_type").write_text("SYSTEM_TYPE=T\n")
     site.template("orvmenu", *MENU, title="Menu")
-    modes = ["help_mode", "expert_mode"]
-    site.template("net", *NET, title="Network of $V:host$", header=modes)
+    site.template("net", *NET, title="Network of $V:host$",
+                  header=["help_mode", "expert_mode"])
     for form in ("broken", "discard_or_return", "no_changes", "changes_saved"):
         site.template(form, f"text This is {form}.", title=form)
-    passed = "echo c_sum=3; : >net.passed"
     site.form_script("orvmenu", READ, navbar=NAVBAR)
-    site.form_script("net", READ, passed, navbar=NAVBAR)
+    site.form_script("net", READ, "echo c_sum=3; : >net.passed", navbar=NAVBAR)
     site.form_script("broken", "echo no value")
     return site
 
 
-def submit(**changes):
-    """The body that a change of the form's page posts."""
-
-    def body(site):
-        page = site.open("net", subitem="eth0")
-        fields = dict(page.fields()) | changes | {"action": "Submit"}
-        return urllib.parse.urlencode(fields).encode()
-
-    return body
-
-
-REQUESTS = {  # the query, or what makes the body
+REQUESTS = {  # the query, or what a person changes on the form's page
     "menu": "",
     "form": "form=net&subitem=eth0",
     "error page": "form=broken",
-    "save": submit(host="other", addr1="10.1.1.1"),
-    "errors": submit(host="other", mask="33"),
-    "deletion": submit(host="other", delete_hosts_0="True"),
+    "save": {"host": "other", "addr1": "10.1.1.1"},
+    "errors": {"host": "other", "mask": "33"},
+    "deletion": {"host": "other", "delete_hosts_0": "True"},
 }
+
+
+def make_request(site, request):
+    """What sends the request."""
+    if isinstance(request, str):
+        return functools.partial(site.get, request)
+    fields = dict(site.open("net", subitem="eth0").fields())
+    body = urllib.parse.urlencode(fields | request | {"action": "Submit"})
+    return functools.partial(site.post, body.encode())
+
 
 # --- one run ------------------------------------------------------------------
 
 
-class Run:
+def run(site, send, *fault):
     """What one request with one fault has led to."""
-
-    def __init__(self, site, request, kind, number, onward):
-        names = ("net.check", "net.passed", "net.write")
-        records = [site.folder / name for name in names]
-        for record in records:
-            record.unlink(missing_ok=True)
-        report = site.folder / "report"
-        report.write_bytes(bytes(struct.calcsize("5i")))
-        fault = {
-            "FAULT_KIND": kind,
-            "FAULT_AT": str(number),
-            "FAULT_FROM": str(int(onward)),
-            "FAULT_REPORT": str(report),
-        }
-        is_query = isinstance(request, str)
-        self.page = (site.get if is_query else site.post)(request, **fault)
-        counts = struct.unpack("5i", report.read_bytes())
-        self.faults, self.lost_output = counts[1:3]
-        self.check, self.passed, self.write = (
-            record.read_bytes() if record.exists() else None
-            for record in records
-        )
-
-    def form(self):
-        return dict(self.page.hidden()).get("form")
-
-    def state(self):
-        """The variables that the next request will be made of."""
-        pairs = self.page.hidden()
-        return [(n, v) for n, v in pairs if n[:2] in ("o_", "c_", "u_")]
+    for task in ("check", "passed", "write"):
+        (site.folder / f"net.{task}").unlink(missing_ok=True)
+    report = site.folder / "report"
+    report.write_bytes(bytes(struct.calcsize("4i")))
+    page = send(FAULT="{} {} {:d}".format(*fault))
+    page.faults, page.lost_output, *_ = struct.unpack("4i", report.read_bytes())
+    for task in ("check", "passed", "write"):
+        setattr(page, task, site.given("net", task))
+    return page
 
 
-def judge(run, clean):
+def judge(page, clean):
     """How the run ended; an assertion when it ended badly."""
-    page = run.page
-    if run.write is not None:
-        assert run.passed is not None, "saved before the check was over"
-        assert run.check == clean.check, "saved what was checked in part"
-        assert run.write == clean.write, "saved a part"
+    if page.write is not None:
+        assert page.passed is not None, "saved before the check was over"
+        assert page.check == clean.check, "saved what was checked in part"
+        assert page.write == clean.write, "saved a part"
     if page.exit in CGI_ERRORS:
-        acted = page.raw != b"" or run.check is not None
+        acted = page.raw != b"" or page.check is not None
         assert not acted, "cgiInit failed, but acted"
         return "cgiInit error"
     assert page.stderr == "", page.stderr
     assert page.exit in (0, 1)
-    if run.lost_output > 0:
+    if page.lost_output > 0:
         return "output lost"
     assert page.raw.endswith(b"</body>\n</html>\n"), "the page ends early"
     assert page.raw.count(b"<html") == 1, "the page begins again"
     assert (page.exit == 0) == (page.status == "200 OK"), page.status
-    if page.raw == clean.page.raw:
-        assert run.write == clean.write, "nothing was saved"
+    if page.raw == clean.raw:
+        assert page.write == clean.write, "nothing was saved"
         return "same page"
     if page.exit == 1:
         return "error page"
-    acts = "cgi_vars_loaded" in dict(page.hidden())
-    if acts and run.form() == clean.form():
-        assert run.state() == clean.state(), "a page with a part of its state"
-        posts = set(page.fields()) - set(clean.page.fields())
+    hidden = dict(page.hidden())
+    form = dict(clean.hidden()).get("form")
+    if "cgi_vars_loaded" in hidden and hidden.get("form") == form:
+        # The variables that the next request will be made of.
+        state, whole = ([pair for pair in one.hidden()
+                         if pair[0][:2] in ("o_", "c_", "u_")]
+                        for one in (page, clean))
+        assert state == whole, "a page with a part of its state"
+        posts = set(page.fields()) - set(clean.fields())
         assert not posts, f"a page that posts {posts}"
     return "other page"
 
@@ -163,17 +145,16 @@ def sweep(job):
     bad = []
     with tempfile.TemporaryDirectory() as folder:
         site = make_device(folder)
-        request = REQUESTS[name]
-        request = request if isinstance(request, str) else request(site)
-        clean = Run(site, request, kind, 0, False)
+        send = make_request(site, REQUESTS[name])
+        clean = run(site, send, kind, 0, False)
         number = 1
         while len(bad) < ENOUGH:
             try:
-                run = Run(site, request, kind, number, onward)
-                end = judge(run, clean)
-                if run.faults == 0 and end == "same page":
+                page = run(site, send, kind, number, onward)
+                end = judge(page, clean)
+                if page.faults == 0 and end == "same page":
                     break
-                assert run.faults > 0, f"no fault, but {end}"
+                assert page.faults > 0, f"no fault, but {end}"
             except (AssertionError, subprocess.TimeoutExpired) as fault:
                 end = "badly"
                 at = f"{name}, {kind} {number}{' and on' if onward else ''}"
@@ -184,14 +165,9 @@ def sweep(job):
 
 
 def main():
-    jobs = [
-        (name, kind, onward)
-        for kind in KINDS
-        for name in REQUESTS
-        for onward in (False, True)
-    ]
     table = {kind: collections.Counter() for kind in KINDS}
     failed = []
+    jobs = itertools.product(REQUESTS, KINDS, (False, True))
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         for kind, ends, bad in pool.map(sweep, jobs):
             table[kind] += ends

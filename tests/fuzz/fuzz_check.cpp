@@ -16,15 +16,14 @@ static bool is_normal(const std::string &after, std::string value)
                       [](char c) { return c >= ' ' && c <= '~'; }));
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+static void fuzz(std::string_view rest)
 {
-  std::string_view rest = fuzz_input(data, size);
   std::string check = fuzz_text(fuzz_part(&rest));
   std::string value = fuzz_text(rest);
   // What a pattern of the author's costs is libc's matter.
   if (strcasestr(check.c_str(), "regex") != nullptr &&
       (check.size() > 32 || check.find_first_of("{\\") != check.npos)) {
-    return 0;
+    return;
   }
   char name[] = "v";
   pt_body_item item = {};
@@ -33,8 +32,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
   item.field.check = check.data();
   orv_set_var("v", o_user, value.data(), 0);
   const bool passed = orv_check_vars(&item) != 0;
-  REQUIRE(!passed || err_vars == nullptr);
-  REQUIRE(!passed || is_normal(orv_get_var(&cfg_vars, "v", o_user), value));
-  fuzz_forget();
-  return 0;
+  assert(!passed || err_vars == nullptr);
+  assert(!passed || is_normal(orv_get_var(&cfg_vars, "v", o_user), value));
 }

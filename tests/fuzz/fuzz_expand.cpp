@@ -3,9 +3,8 @@
 #include "fuzz.h"
 #include "orv_output.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+static void fuzz(std::string_view rest)
 {
-  std::string_view rest = fuzz_input(data, size);
   std::string value = fuzz_text(fuzz_part(&rest));
   std::string text = fuzz_text(rest);
   fuzz_environment("e", value);
@@ -14,17 +13,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
   }
   const std::string before = text;
   const char *expansion = orv_out_expand(text.data());
-  REQUIRE(expansion != nullptr && text == before);
+  assert(expansion != nullptr && text == before);
   const size_t dollar = text.find('$');
-  REQUIRE(dollar != std::string::npos || expansion == text.data());
-  REQUIRE(strncmp(expansion, text.c_str(), dollar) == 0);
+  assert(dollar != std::string::npos || expansion == text.data());
+  assert(strncmp(expansion, text.c_str(), dollar) == 0);
 
-  // The buffer serves again, for a longer text too.
+  // The buffer serves again, for a longer text.
   const std::string first = expansion;
-  REQUIRE(first == orv_out_expand(text.data()));
   text = "." + text;
-  REQUIRE("." + first == orv_out_expand(text.data()));
+  assert("." + first == orv_out_expand(text.data()));
   orv_output_cleanup();
-  fuzz_forget();
-  return 0;
 }

@@ -8,23 +8,22 @@ static auto decode(const char *method)
   fuzz_environment("REQUEST_METHOD", method);
   std::pair<int, std::map<std::string, std::string>> result(cgiInit(), {});
   char **names = nullptr;
-  REQUIRE(cgiFormEntries(&names) == cgiFormSuccess);
+  assert(cgiFormEntries(&names) == cgiFormSuccess);
   for (char **name = names; *name != nullptr; name++) {
     int size = 0;
-    REQUIRE(cgiFormStringSpaceNeeded(*name, &size) == cgiFormSuccess);
+    assert(cgiFormStringSpaceNeeded(*name, &size) == cgiFormSuccess);
     std::string value(static_cast<size_t>(size), '?');
-    REQUIRE(cgiFormString(*name, value.data(), size) == cgiFormSuccess);
-    REQUIRE(value.find('\0') == value.size() - 1 && **name != '\0');
-    REQUIRE(result.second.emplace(*name, value).second);
+    assert(cgiFormString(*name, value.data(), size) == cgiFormSuccess);
+    assert(value.find('\0') == value.size() - 1 && **name != '\0');
+    assert(result.second.emplace(*name, value).second);
   }
   cgiStringArrayFree(names);
   cgiFreeResources();
   return result;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+static void fuzz(std::string_view rest)
 {
-  std::string_view rest = fuzz_input(data, size);
   fuzz_environment("CONTENT_TYPE", fuzz_text(fuzz_part(&rest)));
   const std::string length = fuzz_text(fuzz_part(&rest));
   const std::string real = std::to_string(rest.size());
@@ -33,8 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
   dup2(fuzz_file(rest), STDIN_FILENO);
   const auto [error, fields] = decode("POST");
   const auto [no_error, query_fields] = decode("GET");
-  REQUIRE(no_error == CGI_OK && (error == CGI_OK || fields.empty()));
+  assert(no_error == CGI_OK && (error == CGI_OK || fields.empty()));
   const bool whole = length.empty() && rest.find('\0') == rest.npos;
-  REQUIRE(fields == query_fields || error != CGI_OK || !whole);
-  return 0;
+  assert(fields == query_fields || error != CGI_OK || !whole);
 }

@@ -1,31 +1,38 @@
 // A whole form: sub-item, the read script's output, template.  It is parsed,
 // checked and drawn.
 
-#include "form.h"
 #include "orv_check.h"
+#include "page.h"
 
-char *scroll_y;
-char *anchor_target;
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+// The size of a table is no fault, and the author's patterns are libc's matter.
+static void tame(pt_body_item *item)
 {
-  std::string_view rest = fuzz_input(data, size);
+  for (; item != nullptr; item = item->next) {
+    if (item->type == PT_TABLE || item->type == PT_FTABLE) {
+      item->table.add_rows = std::min(item->table.add_rows, 3);
+      item->table.fixed_rows = std::min(item->table.fixed_rows, 3);
+    } else if (item->type == PT_TEXT_FIELD && item->field.check != nullptr &&
+               strcasestr(item->field.check, "regex") != nullptr) {
+      item->field.check[0] = '\0';
+    }
+  }
+}
+
+static void fuzz(std::string_view rest)
+{
   std::string subitem = fuzz_text(fuzz_part(&rest));
-  FILE *output = fuzz_stream(fuzz_part(&rest));
-  orv_load_vars_fp(output);
-  fclose(output);
+  FILE *script = fuzz_stream(fuzz_part(&rest));
+  orv_load_vars_fp(script);
+  fclose(script);
   std::string path = "/proc/self/fd/" + std::to_string(fuzz_file(rest));
   pt_header *hdr = orv_parse_header(path.data(), subitem.data());
   if (hdr != nullptr) {
-    REQUIRE(hdr->title != nullptr && hdr->write_script != nullptr);
+    assert(hdr->title != nullptr && hdr->write_script != nullptr);
     pt_body_item *body = orv_parse_body(hdr);
-    form_tame(body);
+    tame(body);
     orv_check_vars(body);
-    const char *error = "<error> $V:a$ --> \"";
-    REQUIRE(page_is_whole(form_page(body, hdr->title, error)));
+    assert(page_is_whole(form_page(body, hdr->title, "<e> $V:a$ --> \"")));
     orv_free_body(body);
     orv_free_header(hdr);
   }
-  fuzz_forget();
-  return 0;
 }

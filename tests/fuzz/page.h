@@ -1,13 +1,19 @@
-// Judges a piece of page by its structure alone: data that gets out of its
-// place shows as an element, an attribute or a comment that does not fit.
+// Draws a piece of page and judges it by its structure alone: data that gets
+// out of its place shows as an element, an attribute or a comment that does not
+// fit.
 
 #ifndef PAGE_H
 #define PAGE_H
 
-#include <string>
 #include <vector>
 
+#include "cgi_output.h"
 #include "fuzz.h"
+#include "orv_parser.h"
+
+// The page frame's, which is not linked.
+char *scroll_y;
+char *anchor_target;
 
 // Collects what `work` writes on the response stream.
 template <typename Work> std::string page_of(Work work)
@@ -23,6 +29,27 @@ template <typename Work> std::string page_of(Work work)
   return {text, size};
 }
 
+// Draws a body as a page of its own, and then what makes the renderer forget
+// it: a real process draws one page.
+inline std::string form_page(pt_body_item *body, char *title, const char *error)
+{
+  const std::string page = page_of([&] {
+    cgi_set_default_heading(title);
+    cgi_body_output(body, 1, error);
+    cgiout_close_table();
+    cgiout_close_form();
+  });
+  static char name[] = "="; // no variable has this one
+  static pt_body_item last;
+  last.type = PT_CHECKBOX;
+  last.name = name;
+  page_of([] {
+    cgi_body_output(&last, 0, nullptr);
+    cgiout_close_form();
+  });
+  return page;
+}
+
 // Every tag ends before the next begins, its quotes are paired, its element is
 // one of ours, and the elements are nested.  Of emphasis a text may end more
 // than it has begun, and what it leaves open ends with its paragraph.
@@ -34,36 +61,28 @@ inline bool page_is_whole(const std::string &page)
   static const std::string without_end = " br em input ";
   std::vector<std::string> open;
   int emphases = 0;
-  size_t at = page.find('<');
-  for (; at != std::string::npos; at = page.find('<', at)) {
-    if (page.compare(at, 4, "<!--") == 0) {
-      const size_t end = page.find("--", at + 4);
-      if (end == std::string::npos || page[end + 2] != '>') {
-        return false;
-      }
-      at = end + 3;
-      continue;
-    }
-    const size_t end = std::min(page.find('>', at), page.size());
+  size_t end = 0;
+  for (size_t at = page.find('<'); at < page.size(); at = page.find('<', end)) {
+    const bool is_comment = page.compare(at, 4, "<!--") == 0;
+    end = is_comment ? page.find("-->", at + 4) : page.find('>', at);
     const std::string tag = page.substr(at + 1, end - at - 1);
+    const bool runs_on =
+        is_comment ? tag.find("--", 3) != tag.npos
+                   : tag.find('<') != tag.npos ||
+                         std::count(tag.begin(), tag.end(), '"') % 2 != 0;
     const size_t from = tag[0] == '/' ? 1 : 0;
     const size_t length = tag.find_first_of(" \n", from) - from;
     const std::string name = " " + tag.substr(from, length) + " ";
-    at = end;
-    if (end == page.size() || tag.find('<') != std::string::npos ||
-        std::count(tag.begin(), tag.end(), '"') % 2 != 0) {
-      return false;
-    }
     if (name == " em ") {
       emphases = from == 0 ? emphases + 1 : std::max(emphases - 1, 0);
     }
-    if (name == " p " && emphases > 0) {
+    if (end == page.npos || runs_on || (name == " p " && emphases > 0)) {
       return false;
     }
-    if (without_end.find(name) != std::string::npos) {
+    if (is_comment || without_end.find(name) != name.npos) {
       continue;
     }
-    if (from == 0 && blocks.find(name) != std::string::npos) {
+    if (from == 0 && blocks.find(name) != name.npos) {
       open.push_back(name);
     } else if (from == 1 && !open.empty() && open.back() == name) {
       open.pop_back();
