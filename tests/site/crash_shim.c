@@ -16,7 +16,7 @@
 #include <string.h>
 #include <unistd.h>
 
-static bool crashed;
+static bool guarded;
 static volatile bool locked;
 
 static int overflow(volatile const char *above)
@@ -55,7 +55,7 @@ pid_t fork(void)
       usleep(50);
     }
   }
-  crashed = true;
+  guarded = dlsym(RTLD_DEFAULT, "__asan_init") == NULL;
   if (is_way("overflow")) {
     overflow("");
   }
@@ -76,7 +76,7 @@ unsigned alarm(unsigned seconds)
   void *name params                                                            \
   {                                                                            \
     void *(*next)params = dlsym(RTLD_NEXT, #name);                             \
-    if (crashed && dlsym(RTLD_DEFAULT, "__asan_init") == NULL) {               \
+    if (guarded) {                                                             \
       abort();                                                                 \
     }                                                                          \
     return next args;                                                          \
