@@ -28,15 +28,14 @@ import conftest  # noqa: E402
 STRIDE = int(sys.argv[1]) if len(sys.argv) > 1 else 1
 KINDS = sys.argv[2:] or (
     "memory stream fork pipe open read write close poll wait".split())
-ENDINGS = "same page,other page,error page,cgiInit error,output lost".split(",")
 CGI_ERRORS = (4, 6)  # a body that ended early, no memory
-ENOUGH = 20  # bad ends of one sweep
+ENOUGH = 20  # bad ends of one job
 
 # --- the device ---------------------------------------------------------------
 
 READ = r"""printf '%s\n' host=gate mask=24 on=1 mode=b 'list=x 1' fast=1 \
   select_list0='x One' select_list1='y Two' \
-  addr0=10.0.0.1 port0=80 addr1=10.0.0.2 port1=81 addr2=10.0.0.3 port2=82"""
+  addr0=10.0.0.1 port0=80 addr1=10.0.0.2 port1=81"""
 NAVBAR = "echo net Network; echo sub/item Item; echo - here"
 # The only fault of a request can be in the last field, which stands behind
 # what one read of the template takes.
@@ -60,7 +59,7 @@ def make_device(folder):
     site.template("orvmenu", *MENU, title="Menu")
     site.template("net", *NET, title="Network of $V:host$",
                   header=["help_mode", "expert_mode"])
-    for form in ("broken", "discard_or_return", "no_changes", "changes_saved"):
+    for form in ("broken", "changes_saved"):
         site.template(form, f"text This is {form}.", title=form)
     site.form_script("orvmenu", READ, navbar=NAVBAR)
     site.form_script("net", READ, "echo c_sum=3; : >net.passed", navbar=NAVBAR)
@@ -172,14 +171,10 @@ def main():
         for kind, ends, bad in pool.map(sweep, jobs):
             table[kind] += ends
             failed += bad
-    print(f"{'':8}{'faults':>8}", *(f"{end:>14}" for end in ENDINGS))
     for kind, ends in table.items():
-        counts = (f"{ends[end]:14}" for end in ENDINGS)
-        print(f"{kind:8}{ends.total():8}", *counts)
-    print(*failed, sep="\n", end="\n" if failed else "")
-    total = sum(ends.total() for ends in table.values())
-    print(f"{total - len(failed)} passed, {len(failed)} failed")
-    return 1 if failed or total == 0 else 0
+        print(f"{kind:8}{ends.total():6} faults: {dict(ends)}")
+    print(*failed, f"{len(failed)} ended badly", sep="\n")
+    return 1 if failed or not all(table.values()) else 0
 
 
 if __name__ == "__main__":

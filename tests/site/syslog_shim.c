@@ -1,9 +1,5 @@
 /* Preloaded into the executable under test: what it sends to the system log
- * is appended to the file named by SYSLOG_FILE, a line "PRIORITY TEXT" each.
- * With SHIM_NO_SEGV_HANDLER set, no handler for SIGSEGV can be installed. */
-#define _GNU_SOURCE
-#include <dlfcn.h>
-#include <signal.h>
+ * is appended to the file named by SYSLOG_FILE, a line "PRIORITY TEXT" each. */
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -33,12 +29,4 @@ void __syslog_chk(int priority, int flag, const char *format, ...)
   va_start(args, format);
   vsyslog(priority, format, args);
   va_end(args);
-}
-
-int sigaction(int sig, const struct sigaction *act, struct sigaction *old)
-{
-  int (*next)(int, const struct sigaction *, struct sigaction *) =
-      dlsym(RTLD_NEXT, "sigaction");
-  const int fails = sig == SIGSEGV && getenv("SHIM_NO_SEGV_HANDLER") != NULL;
-  return fails ? -1 : next(sig, act, old);
 }

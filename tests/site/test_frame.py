@@ -36,8 +36,7 @@ def bar(page):
     """The buttons of the button bar, a disabled one behind "-"."""
     (div,) = page.all("div", "bottombar")
     for button in div:  # a disabled one keeps its handler
-        assert (button.get("type"), button.get("name")) == ("submit", "action")
-        assert button.get("class") == "bottombar" and button.get("onclick")
+        assert (button.get("name"), bool(button.get("onclick"))) == ("action", True)
     return " ".join("-" * ("disabled" in b.keys()) + b.get("value") for b in div)
 
 
@@ -66,17 +65,15 @@ def test_the_start_page_has_every_line_and_element_in_its_place(site):
 
 
 def test_buttons_are_disabled_by_form_flags_and_state(site):
-    helped, simple = "&cgi_vars_loaded=True&action=Help", "&expert_mode=1"
+    simple = "&expert_mode=1"
     # header, bodies, error that the read script reports, query, buttons
     table = [
         ("#", "text,fmenu,imenu x", "", "", "Home -Help -Expert -Submit"),
         ("#", "field x,fixed x,select x,iselect x,checkbox x", "", "",
          "Home -Help -Expert Submit"),
         ("help_mode", "text", "msg", "", "Home Help -Expert -Submit"),
-        ("help_mode", "text", "", helped, "Home -Help -Expert -Submit"),
         ("expert_mode", "text", "", "", "Home -Help Expert -Submit"),
         ("expert_mode", "text", "", simple, "Home -Help Simple -Submit"),
-        ("help_mode", "field x", "fatal", "", "Home -Help -Expert Submit"),
         ("expert_mode", "text", "fatal", simple, "Home -Help -Simple -Submit"),
     ]
     for header, bodies, error, query, expected in table:
@@ -119,7 +116,8 @@ def test_scripts_and_texts_know_the_device(site):
     file = site.folder / "data" / "system_type"
     file.write_text("SYSTEM_TYPE=L\nHW_VERSION 3\nSW_VERSION='1 b'\n")
     assert site.open("f").texts("p") == ["L L,3,1 b"]
-    site.env["SYSTEM_TYPE"] = ""  # the server's word is all there is
+    # the server's word is all there is, and it may give no PATH
+    site.env = {"SYSTEM_TYPE": "", "PATH": None}
     assert site.open("f").texts("p") == [" ,unset,unset"]
 
 
@@ -133,10 +131,11 @@ NAVBARS = [
     ("--\n-- A\nb B", ["A=--", "B=b"], 0),
     ("--\n--\na A\n", ["A=a"], 1),
     ("a A\n--\nword\n-\n", [HOME, "A=a"], 3),
-    (SEVEN, [HOME, *(f"A={n}" for n in range(5))], 0),
     ("--\n" + SEVEN + 25_000 * "6 A\n", [f"A={n}" for n in range(6)], 0),
     (f"a {30 * 'm'}\n{82 * 'g'} B\n", [HOME, 29 * "m" + "=a", "B=" + 81 * "g"], 0),
-    (f"{249 * ' '}a A\n", [HOME, "A=a"], 0),
+    # lines of 248, 249 and 250 characters: the last one's end is a line
+    ("".join(f"a {n * 'm'}\n" for n in (246, 247, 248)),
+     [HOME, *3 * [29 * "m" + "=a"]], 1),
 ]
 
 

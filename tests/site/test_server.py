@@ -63,20 +63,15 @@ def served(tmp_path):
 
 
 def test_a_value_is_saved_on_the_way_from_the_menu_to_the_confirmation(served):
-    served.template("net", "field host", "check word", "fixed environment",
-                    title="Net $S$")
-    served.form_script(
-        "net", "cat host; mapfile -d '' -t all </proc/$$/environ; "
-        "[[ \" ${all[*]}\" == *\" PATH=\"* ]]; echo environment=$?",
-        write="echo 'host=dmz' >host")
+    served.template("net", "field host", "check word", title="Net $S$")
+    served.form_script("net", "cat host", write="echo 'host=dmz' >host")
     (served.folder / "host").write_text("host=gate\n")
     menu = served.get()
     assert (menu.title, menu.status) == ("Menu", "200 OK")
     link = urllib.parse.urlsplit(menu.all("a", "formsmenu")[0].get("href"))
     page = served.get(link.query)
     assert (link.path, page.title) == (URL, "Net eth0")
-    shown = [page.control(name).get("value") for name in ("host", "environment")]
-    assert shown == ["gate", "1"]  # no PATH there
+    assert page.control("host").get("value") == "gate"
     refused = page.press("Submit", host="not one word")
     assert refused.title == "Net eth0" and served.given("net", "write") is None
     saved = refused.press("Submit", host="dmz")
@@ -87,10 +82,7 @@ def test_a_value_is_saved_on_the_way_from_the_menu_to_the_confirmation(served):
 
 def test_statuses_and_large_posts_pass_through_the_server(served):
     served.template("big", "field a", title="Big")
-    missing = served.open("nosuch")
-    assert missing.status == "404 Not Found"
-    assert missing.errors == ["Cannot find/read file data/templates/nosuch.tpl"]
-
+    assert served.open("nosuch").status == "404 Not Found"
     values = [(f"o_v{i}", "x" * 1000) for i in range(1024)]
     answer = served.post([*values, ("form", "big"), ("cgi_vars_loaded", "1")])
     assert answer.hidden()[:1024] == values[::-1]

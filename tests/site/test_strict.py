@@ -1,17 +1,13 @@
 """What the strict policy refuses, and that nothing it lets through forges a
-script's input or is run by one."""
+script's input."""
 
 import os
-import pathlib
 import re
-import shutil
-import subprocess
 import urllib.parse
 
 import conftest
 import pytest
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 SUBMIT = [("form", "f"), ("cgi_vars_loaded", "1"), ("action", "Submit")]
 OWN = {"HTTP_HOST": "gw", "HTTP_ORIGIN": "http://gw"}
 
@@ -68,7 +64,7 @@ def test_a_refusal_is_a_page_of_its_own_before_anything_runs(strict):
 
 
 def test_the_build_decides_and_the_environment_can_only_be_stricter(
-        strict, monkeypatch, tmp_path):
+        strict, monkeypatch):
     strict.form_script("f", read='echo "x=${HTTP_PROXY-none}"')
     builds = [conftest.ORV, os.environ["ORV_STRICT"]]
     # whether the build is strict, the environment, whether the policy is
@@ -80,10 +76,6 @@ def test_the_build_decides_and_the_environment_can_only_be_stricter(
         assert (strict.open("f", "..").exit == 1) == expected, (build, policy)
         proxy = "none" if expected else "evil"
         assert strict.open("f").control("x").get("value") == proxy
-    run = subprocess.run(["cmake", "-S", ROOT, "-B", tmp_path, "-DORV_POLICY=Strict"],
-                         capture_output=True, text=True, check=False)
-    assert run.returncode != 0
-    assert 'ORV_POLICY is "Strict", not open or strict' in run.stderr
 
 
 def test_no_form_opens_what_is_outside_the_templates(strict):
@@ -125,50 +117,3 @@ def test_what_a_browser_posts_of_an_untouched_page_is_no_change(strict):
     assert ("o_y", "a\r\nb\r\n") in fields
     page = strict.post([*fields, ("action", "Submit")], **OWN)
     assert page.title == "no_changes"
-
-
-FORMS = ["network", "forwards", "services", "port/lan1", "status", "orvmenu"]
-ONE_BY_ONE = ["a[$(>R)]", "; >R;"]
-HOSTILE = [*ONE_BY_ONE, "$(>R)", "`>R`", "'; >R; '", '"; >R; "', "*",
-           "a\r\n>R\r\n", "a\n>R", "\x1b[0m\\\udcff"]
-KEPT = {"form", "subitem", "cgi_vars_loaded"}
-
-
-def hostile_posts(page, more, ran):
-    """The page's fields with hostile values in all of them, and in one after
-    another, so that the scripts run on what no check looks at; at last, names
-    that a script could take for those of its fields."""
-    fields = page.fields()
-    names = {name for name, _ in fields} - KEPT
-    all_names = names | {"u_" + name for name in more}
-    posts = [(s, all_names) for s in HOSTILE]
-    posts += [(s, {n}) for s in ONE_BY_ONE for n in sorted(all_names)]
-    for s, changed in posts:
-        s = s.replace("R", str(ran)).encode("utf-8", "surrogateescape")
-        new = sorted(changed - names) + [bytes(c for c in s if c >= 32)]
-        yield [(n, s if n in changed else v) for n, v in fields] + [
-            (n, s) for n in new]
-    yield [(f"u_{name}=", "forged") for name in names] + fields
-
-
-def test_nothing_that_is_posted_runs_or_escapes_its_check_in_the_demo(
-        site, monkeypatch):
-    monkeypatch.setattr(conftest, "ORV", os.environ["ORV_STRICT"])
-    data, ran = site.folder / "data", site.folder / "ran"
-    for part in ("templates", "scripts"):
-        shutil.copytree(ROOT / "demo" / part, data / part, dirs_exist_ok=True)
-    state = shutil.copytree(ROOT / "demo" / "defaults", data / "state")
-    files = set(os.listdir(state))
-    for form in FORMS:
-        file = state / form.replace("/", ".")
-        stored = file.read_text() if file.exists() else ""
-        known = set(re.findall(r"^\w+", stored, re.M))
-        known |= {re.sub(r"\d$", "50", name) for name in known}  # past a gap
-        for fields in hostile_posts(site.open(*form.split("/")), known, ran):
-            page = site.post(fields + [("action", "Submit")])
-            assert page.exit == (page.status == "403 Forbidden"), page.errors
-            assert not ran.exists(), fields
-        assert set(os.listdir(state)) == files
-        for text in (file.read_text() for file in state.iterdir()):
-            assert re.fullmatch(r'([a-z0-9_]+=[^"$\\`]*\n)+', text, re.A), text
-            assert "forged" not in text

@@ -80,62 +80,41 @@ TEST_F(Checks, TextFieldsFollowTheRulesThatHoldForEveryValue)
     {"word", {"a"}, {"", " \t "}, empty},
     {"$|$  nullok   word", {"", "\t", "a"}, {}, ""},
     {"nullok word", {}, {"a.b"}, "Illegal character in word"},
-    {"NULLOK", {}, {""}, empty}, {"nullokay", {}, {""}, empty},
-    {"nullok", {""}, {"a"}, bad_name}, {"numbe", {}, {"1"}, bad_name},
+    {"nullokay", {}, {""}, empty}, {"numbe", {}, {"1"}, bad_name},
     {"NumBer 1 10", {"7"}, {}, ""},
     {"text", {"!#%&'()*+,-./:;<=>?@[]^_{|} ~"}, {}, ""},
     {"text", {}, {"\"", "$", "\\", "a`", "$\x7f"}, forbidden},
     {"text", {}, {"\r$", "\x7f", "caf\xc3\xa9"}, unprintable},
   });
 
-  const std::pair<string, string> normalised[] = {
-    {"a\tb", "a b"}, {"  x  ", "x"}, {"\t x y\t", "x y"}, {" \t", " \t"}};
-  for (const auto &[typed, value] : normalised) {
-    orv_set_var("f", o_orig, text(typed), 0);
-    EXPECT_EQ(errors("field f;check nullok text"), "");
-    EXPECT_EQ(stored(), "f{o=" + value + "}");
-  }
+  orv_set_var("f", o_orig, text("\t x\ty \t"), 0);
+  EXPECT_EQ(errors("field f;check text"), "");
+  EXPECT_EQ(stored(), "f{o=x y}") << "normalised where it lies";
 }
 
 TEST_F(Checks, ValuesHaveTheFormThatIsAskedFor)
 {
-  const string format = "Incorrect format", form = "Badly formed number";
-  const string bad_email = "Illegal character in email address";
-  const string sign = "Number is not allowed to be signed";
   const string range = "Number out of range ";
   run({
     {"word", {"ab-c_9", "Z"}, {"ab cd", "a b.c"}, "Single word is required"},
-    {"word", {}, {"ab.cd e"}, "Illegal character in word"},
     {"keyword on  off", {"ON", "Off"}, {"o", "offline", "on off"},
      "Unknown keyword entered"},
-    {"keyword", {}, {"on"}, "Unknown keyword entered"},
-    {"regex ^[0-9]+$", {"123"}, {"12a"}, format},
-    {"regex [0-9]", {"12a"}, {"a"}, format},
-    {"regex ^a  b$", {"a  b"}, {"A  B"}, format},
-    {"iregex ^(yes|no)$", {"YES"}, {"YE"}, format},
+    {"regex ^a  b$", {"a  b"}, {"A  B"}, "Incorrect format"},
     {"regex (", {}, {"x"}, bad_regex},
-    {"email", {"a.b+c-d_e@x", "@"}, {"a b@c@d"}, bad_email},
-    {"email", {}, {"ab"}, "Missing @ in email address"},
+    {"email", {"a.b+c-d_e@x", "@"}, {"a b@c@d"},
+     "Illegal character in email address"},
     {"email", {}, {"a@b@c"}, "Too many @s in email address"},
-    {"decimal 7 42", {"42", "007"}, {"0x2A", "1 2", "ten"}, form},
-    {"decimal", {"5"}, {"+5", "-x"}, sign},
-    {"decimal 50", {"0", "50"}, {"51"}, range + "0..50"},
-    {"decimal -5", {}, {"0"}, range + "0..-5"},
-    {"decimal 9 x", {"9"}, {"10"}, range + "0..9"},
-    {"decimal x 9", {"10"}, {}, ""}, {"decimal 1 10 x", {}, {"5"}, extras},
-    {"decimal 1 10x", {}, {"5x"}, form},
+    {"decimal 7 42", {"7", "42", "007"}, {"6", "43"}, range + "7..42"},
+    {"decimal", {"5"}, {"0x2A", "1 2", "ten"}, "Badly formed number"},
+    {"decimal 1 10 x", {}, {"5"}, extras},
     {"decimal 0x10 020", {"16"}, {"20"}, range + "16..16"},
     {"decimal 2147483647 4294967295", {"99999999999999999999"}, {}, ""},
-    {"number 1 100", {"0x10", "0099"}, {"0X100"}, range + "1..100"},
-    {"number", {}, {"0x", "ff"}, form},
     {"signed 10 -10", {"-10", "+10"}, {"-11"}, range + "-10..10"},
     {"signed -2147483648 -2147483647", {"-2147483648"}, {"0"},
      "Number out of range -2147483648..-21474"}, // cut to 39 characters
     {"real 10", {"-3", "1e1", "nan"}, {"10.5"}, range + "0.000000..10.000000"},
     {"real 5 1", {"5"}, {"0.5", "6"}, range + "1.000000..5.000000"},
-    {"real", {"-inf", "0x1p3"}, {"1e999", "1e-999", "1.5x"},
-     "Invalid real number"},
-    {"real 1 2 $|$", {}, {"1"}, extras},
+    {"real", {"-inf", "0x1p3"}, {"1e999", "1e-999"}, "Invalid real number"},
   });
   load("f=1e301");
   EXPECT_EQ(errors("field f;check real 1e300").size(),
@@ -148,21 +127,14 @@ TEST_F(Checks, AddressesAndNamesAreRecognised)
   const string bits = "Invalid CIDR label or number of bits after /";
   const string format =
     "Bad format number for CIDR label or netmask length after the /";
-  const string missing =
-    "Missing CIDR label or netmask length.  Add trailing /number of bits ?";
   const string service = "Not a valid port number or service name";
-  // Small systems have no service database.
-  const servent *known = getservent();
+  const servent *known = getservent(); // a small system has none
   run({
-    {"ipaddr ipv4", {"1.2.3.4"}, {"1.2.3.4/24", "::1", "a"}, bad},
-    {"ipaddr no ipv4only", {"1.2.3.4"}, {}, ""},
+    {"ipaddr no ipv4only", {"1.2.3.4"}, {"1.2.3.4/24", "::1", "a"}, bad},
     {"ipaddr dns cidr", {}, {"a", "1.2.3.4"}, no_type},
     {"ipaddr ipv4 cidr", {"1.2.3.4/32", "1.2.3.4/"},
      {"1.2.3.4/33", "1.2.3.4" + huge}, bits},
-    {"ipaddr ipv4 cidr", {}, {"1.2.3.4"}, missing},
     {"ipaddr ipv4 cidr", {}, {"x/y", "x/-1", "1.2.3.4/8/9"}, format},
-    {"ipaddr ipv4 cidr", {}, {"x" + huge}, bad},
-    {"ipaddr optcidr ipv4", {"1.2.3.4", "1.2.3.4/8"}, {"1.2.3.4/33"}, bits},
     {"ipaddr ipv6 cidr", {"fe80::/128"}, {"fe80::/129"}, bits},
     {"ipaddr hostname cidr", {"1.2.3.4/128"}, {"a/129"}, bits},
     {"ipaddr ipv4 hostname cidr", {}, {"1.2.3.4/33"}, bits},
@@ -170,10 +142,7 @@ TEST_F(Checks, AddressesAndNamesAreRecognised)
      {string(68, 'a'), "-a", "a_b"}, bad},
     {"ipservice", {"0", "65535", known != nullptr ? known->s_name : "80"},
      {"65536", "-1", "4294967376", "80x"}, service},
-    {"username", {"root"}, {"no-such"}, "Unknown username"},
-    {"groupname", {"root"}, {"no-such"}, "Unknown groupname"},
   });
-  endservent();
 }
 
 TEST_F(Checks, FilesAndCommandsAreLookedUp)
@@ -187,48 +156,31 @@ TEST_F(Checks, FilesAndCommandsAreLookedUp)
   ASSERT_EQ(symlink("sub", "link"), 0);
 
   const string parent = "Parent directory does not exist";
-  const string bad_parent = "Bad directory in file name";
-  const string in_the_way =
-    "An existing file stops parent directory from being created";
   run({
-    {"socket", {"@/sock"}, {"@/plain"}, "File is not a socket"},
-    {"socket", {}, {"@/none"}, "Socket does not exist"},
-    {"script", {"@/run"}, {"@/plain", "@/none"}, "Script is not executable"},
+    {"socket", {"@/sock"}, {"@/none"}, "Socket does not exist"},
     {"directory", {"@/link"}, {"@/run"}, "File is not a directory"},
-    {"directory", {}, {"@/none"}, "Directory does not exist"},
-
-    {"file", {"@/plain"}, {"run"}, "File path must start with a /"},
     {"file", {}, {"/a/.x", "//."}, "/. not allowed in file name"},
     {"file", {}, {"/a//x"}, "Please remove // from file name"},
-    {"file dir", {"@/link"}, {"@/run"}, "Path is not a directory"},
-    {"file f", {"@/run", "@/new"}, {"@/sub"}, "File is not a regular file"},
     {"file x", {"@/run"}, {"@/groups", "@/sub"}, "File is not an executable"},
     {"file S", {"@/sock"}, {"@/run"}, "File is not a socket"},
     {"file s", {"@/new"}, {"@/sock", "@/run"}, unknown},
     {"file", {"/"}, {"/no-such"}, "Missing / in file name"},
     {"file", {}, {"@/none/new"}, parent},
-    {"file", {}, {"@/plain/new"}, bad_parent},
+    {"file", {}, {"@/plain/new"}, "Bad directory in file name"},
     {"file", {}, {"@/new/"}, "File cannot be a directory"},
     {"file d", {"@/new/"}, {"@/none/new/", "/new/"}, parent},
-    {"file d", {}, {"@/plain/new/"}, bad_parent},
-
-    {"path", {"@/none/none"}, {"x"}, "Path must start with a /"},
     {"path", {"/x", "/" + string(4095, 'a')}, {"/", "/" + string(4096, 'a')},
      "Path name too short/long"},
     {"path", {}, {"/a/.b", "/."}, "/. not allowed in path name"},
-    {"path", {}, {"/a//b"}, "// not allowed in path name"},
     {"path Parent_exists", {}, {"/x"}, unknown},
-    {"path parent_exists $|$", {}, {"/x"}, unknown},
     {"path parent_exists", {"@/x", "/x"}, {"@/none/x"}, parent},
-    {"path parent_exists", {}, {"@/plain/x"}, in_the_way},
+    {"path parent_exists", {}, {"@/plain/x"},
+     "An existing file stops parent directory from being created"},
     {"path grandparent_exists", {"@/none/x", "/a/b", "/a"}, {"@/none/x/y"},
      parent},
-    {"path grandparent_exists", {}, {"@/plain/x/y"}, in_the_way},
-
     {"command", {"sh -c true", "sh ./x", "@/run -l"}, {"@/plain", "@/no x"},
      "Command is not executable"},
     {"command", {}, {"./x", "bin/sh"}, "Relative command paths not allowed"},
-    {"command", {}, {"no-such-cmd"}, "Command not found"},
   });
 }
 
@@ -252,11 +204,9 @@ TEST_F(Checks, MessagesGoToTheRecordOfTheirField)
   const char *const steps[][2] = { // items that are added, all messages then
     {"field port;check number;check_msg portErr Use a number;field free;",
      "msg=1 errors found; portErr=Use a number"},
-    // The last message stays, be it longer or shorter than the one before.
-    {"field port;label for tables;check bad;check_msg portErr;",
-     "msg=2 errors found; portErr=Bad check name in template"},
-    {"field port;check decimal;check_msg portErr;",
-     "msg=3 errors found; portErr=Badly formed number"},
+    // the last message stays
+    {"field port;label for tables;check decimal;check_msg portErr;",
+     "msg=2 errors found; portErr=Badly formed number"},
     {"field free;check word;check_msg msg No summary",
      "msg=No summary; portErr=Badly formed number"},
   };
@@ -271,9 +221,9 @@ TEST_F(Checks, MessagesGoToTheRecordOfTheirField)
 TEST_F(Checks, OnlyDisplayedSectionsRequireInput)
 {
   const std::map<char, string> kinds = {
-    {'1', "if yes"}, {'0', "if No"}, {'v', "if $V:mode$"}, {'n', "ifnot yes"},
-    {'e', "else"}, {'.', "endif"}, {'f', "field f;check word"},
-    {'b', "field b;check word"}, {'s', "select s"}, {'i', "iselect i"},
+    {'1', "if $V:mode$"}, {'0', "if No"}, {'n', "ifnot yes"}, {'e', "else"},
+    {'.', "endif"}, {'f', "field f;check word"}, {'b', "field b;check word"},
+    {'s', "select s"}, {'i', "iselect i"},
   };
   const string most(20, '1'), ends(20, '.');
   const char *const under = "Condition stack underflow";
@@ -281,7 +231,7 @@ TEST_F(Checks, OnlyDisplayedSectionsRequireInput)
   const std::tuple<string, std::vector<string>, const char *> rows[] = {
     {"", {"0fsi.", "1ei.", "nf.", "01f.f.", "01eef..", "0", most + ends},
      nullptr},
-    {"msg=1", {"0b.", "0f.s", "0ef.", "nef.", "vf.", "10ef.."}, nullptr},
+    {"msg=1", {"0b.", "0f.s", "0ef.", "nef.", "1f.", "10ef.."}, nullptr},
     {"msg=2", {"1f.f"}, nullptr}, {"msg=1", {"e"}, under},
     {"msg=2", {".f", most + "1" + ends + "."}, under},
     {"msg=2", {most + "0f" + ends}, over},
@@ -306,9 +256,8 @@ TEST_F(Checks, TablesAreCheckedRowByRow)
   const string port = "field port;label Port;check decimal;checkbox box;"
                       "select pick;choice a A;field behind;check nullok word";
   const string cases[][3] = { // variables, table, messages
-    {"", "0;" + port, ""}, {"port0=1;port2=x", "0;" + port, ""},
+    {"port0=1;port2=x", "0;" + port, ""},
     {"port0=1;port1=x", "1;" + port, ""},
-    // The last message stays.
     {"port0=1;port1=x;port2=-1", "0;" + port,
      "msg=2 errors found; port=Port: Number is not allowed to be signed"},
     // Any value makes a row but that of a selection.

@@ -6,8 +6,6 @@
 
 using Runtime = Scratch;
 
-static string alternative;
-
 // Under the sanitizers, too, a request for too much gives no memory.
 extern "C" const char *__asan_default_options();
 const char *__asan_default_options()
@@ -18,7 +16,6 @@ const char *__asan_default_options()
 TEST_F(Runtime, EveryReportIsLoggedAndTheLastIsKept)
 {
   const string longest(249, 'x');
-  orv_fatal_alt_report = [](const char *told) { alternative += told; };
   const string log = logged(LOG_ERR, [&] {
     orv_fatal("first %d", 1);
     orv_error("%s", "100%n");
@@ -27,8 +24,6 @@ TEST_F(Runtime, EveryReportIsLoggedAndTheLastIsKept)
   });
   EXPECT_EQ(log, "log: first 1\nlog: 100%n\nlog: " + longest + "\n");
   EXPECT_EQ(message(), longest);
-  EXPECT_EQ(alternative, "first 1" + longest);
-  orv_fatal_alt_report = nullptr;
   for (const size_t length : {248U, 249U, 250U}) {
     orv_error("%s", string(length, 'x').c_str());
     EXPECT_EQ(message(), longest.substr(0, length));
@@ -57,9 +52,4 @@ TEST_F(Runtime, TruthIsReadFromText)
   for (const char *yes : {"00", " 0", "0 ", " no", "n", "offer", "yes", "2"}) {
     EXPECT_EQ(orv_string_is_true(yes), 1) << yes;
   }
-  EXPECT_EQ(orv_always_submit_set(), 0);
-  load("d_always_submit=1\n");
-  EXPECT_EQ(orv_always_submit_set(), 1);
-  load("u_ALWAYS_submit=off\n");
-  EXPECT_EQ(orv_always_submit_set(), 0) << "the best value counts";
 }
