@@ -60,19 +60,19 @@ for (const javaScriptEnabled of [true, false]) {
     assert.ok(await isInView(page.locator("p.error:not([role])").first()));
   });
 
-  test(`rows are added and deleted${how}`, async () => {
+  test(`rows are added, edited and deleted${how}`, async () => {
     const page = await visit("forwards", { javaScriptEnabled });
     const ports = () => page.locator('[name^="fw_port"]:visible').evaluateAll(
       (all) => all.map((e) => e.value).filter(Boolean));
-    const [first, ...others] = await ports();
-    const end = others.length + 1;
-    assert.ok(first);
+    const others = (await ports()).slice(2);
+    const end = others.length + 2;
     await act(page, { [`fw_port${end}`]: "2222", delete_forwards_0: true,
+                      fw_port1: "2221",
                       [`fw_address${end}`]: "192.168.1.77" }, "Submit");
     assert.match(await main(page), /rows have been deleted\. Resubmit/);
     await save(page);
     await page.goto(address("forwards"));
-    assert.deepEqual(await ports(), [...others, "2222"]);
+    assert.deepEqual(await ports(), ["2221", ...others, "2222"]);
   });
 }
 
@@ -88,6 +88,8 @@ test("Home asks, and only a return is to the place that was left", async () => {
   await page.setViewportSize({ width: 360, height: 300 });
   await act(page, "Home", "Discard changes");
   assert.equal(await scrollY(page), 0, "the position was another form's");
+  await page.goto(address("services"));
+  assert.notEqual(await valueOf(page, "ntp_server"), "time.example.org");
 });
 
 test("Help and Expert show more and lose nothing that was typed", async () => {
@@ -187,6 +189,7 @@ for (const isKept of [true, false]) {
 }
 
 for (const [asks, why, form, ...steps] of [
+  [false, "nothing was done", "network"],
   [true, "a text was typed", "network", { host_name: "x" }],
   [false, "all was put back", "services",
    { ntp_server: "x", log_level: "debug" },

@@ -72,7 +72,6 @@ static bool fails(const char *group)
 FAILING("memory", void *, malloc, (size_t size), (size))
 FAILING("memory", void *, calloc, (size_t count, size_t size), (count, size))
 FAILING("memory", void *, realloc, (void *old, size_t size), (old, size))
-FAILING("stream", FILE *, fopen, (const char *p, const char *mode), (p, mode))
 FAILING("stream", FILE *, fopen64, (const char *p, const char *mode), (p, mode))
 FAILING("stream", FILE *, fdopen, (int fd, const char *mode), (fd, mode))
 FAILING("stream", FILE *, open_memstream, (char **p, size_t *size), (p, size))
@@ -80,14 +79,6 @@ FAILING("stream", FILE *, fopencookie,
         (void *cookie, const char *mode, cookie_io_functions_t functions),
         (cookie, mode, functions))
 /* clang-format on */
-
-/* The sanitizer's own would not call malloc. */
-char *strdup(const char *text)
-{
-  size_t size = strlen(text) + 1;
-  char *copy = malloc(size);
-  return copy != NULL ? memcpy(copy, text, size) : NULL;
-}
 
 /* Thousands of faults are no news for this machine's log. */
 void syslog()

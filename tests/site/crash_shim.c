@@ -1,7 +1,6 @@
 /* Preloaded into the executable under test: crashes it where it starts its
- * first script, in the way that SHIM_CRASH names.  From then on nothing may ask
- * for memory: what does is aborted (but AddressSanitizer, which does so at
- * exit).
+ * first script, in the way that SHIM_CRASH names.  From then on whatever asks
+ * for memory is aborted (but AddressSanitizer, which does at exit).
  *
  * overflow  the stack grows until it ends
  * locked    as if in the C library, while the page's stream is locked
@@ -37,8 +36,7 @@ static void *hold_page(void *unused)
 
 static bool is_way(const char *way)
 {
-  const char *wanted = getenv("SHIM_CRASH");
-  return wanted != NULL && strcmp(wanted, way) == 0;
+  return strcmp(getenv("SHIM_CRASH"), way) == 0;
 }
 
 pid_t fork(void)

@@ -4,7 +4,6 @@
 #include "cgi.h"
 
 #include <signal.h>
-#include <sys/time.h>
 
 #include "fixture.h"
 
@@ -100,8 +99,7 @@ TEST(Request, ArrivesInPiecesAndWhateverInterruptsIt)
   struct sigaction action = {};
   action.sa_handler = [](int) {};
   sigaction(SIGALRM, &action, nullptr);
-  const itimerval often = {{0, 1000}, {0, 1000}};
-  setitimer(ITIMER_REAL, &often, nullptr);
+  ualarm(1000, 1000);
   setenv("CONTENT_LENGTH", "4", 1);
   EXPECT_EQ(CGI_OK, get("", "POST"));
   EXPECT_EQ("a=12\n", fields());

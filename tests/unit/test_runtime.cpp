@@ -6,13 +6,6 @@
 
 using Runtime = Scratch;
 
-// Under the sanitizers, too, a request for too much gives no memory.
-extern "C" const char *__asan_default_options();
-const char *__asan_default_options()
-{
-  return "allocator_may_return_null=1";
-}
-
 TEST_F(Runtime, EveryReportIsLoggedAndTheLastIsKept)
 {
   const string longest(249, 'x');
