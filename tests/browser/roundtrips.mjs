@@ -140,8 +140,10 @@ for (const isTold of [true, false]) {
   test(`after ${how} the buttons work again`, async () => {
     const page = await visit("network");
     if (!isTold) {
-      await page.addInitScript(() => Object.defineProperty(
-        window, "navigation", { value: undefined }));
+      await page.addInitScript(() => {
+        navigation.onnavigateerror = () => { window.stopped = true; };
+        Object.defineProperty(window, "navigation", { value: undefined });
+      });
     }
     const seen = await holdAnswers(page, 400);
     await act(page, { host_name: "twice" });
@@ -151,6 +153,7 @@ for (const isTold of [true, false]) {
     const browser = await page.context().newCDPSession(page);
     await browser.send("Page.stopLoading");
     if (!isTold) {
+      await until(() => page.evaluate(() => window.stopped));
       await page.keyboard.press("Escape");
     }
     await until(() => seen.told.at(-1) === "");
@@ -174,7 +177,6 @@ for (const isKept of [true, false]) {
     await page.evaluate(() => window.scrollTo(0, 160));
     await setTimeout(1500); // the browser notes entries once a second
     await act(page, "Submit", "Back");
-    // The browser puts back what a page held in its own time.
     await until(async () => await valueOf(page, "log_level") === "debug", 250);
     await page.evaluate(() => window.scrollTo(0, 130));
     await page.locator('nav a[href$="form=status"]').evaluate((a) => a.click());
