@@ -7,6 +7,8 @@
 
 #include "fixture.h"
 
+using Request = Scratch;
+
 static const char FORM[] = "application/x-www-form-urlencoded";
 
 static int get(const string &query, const char *method = "GET")
@@ -27,7 +29,6 @@ static int post(const string &body, const char *length, const char *type = FORM)
   return get("query=1", "POST");
 }
 
-// Every field as "name=value" and a line end.
 static string fields()
 {
   string all;
@@ -46,7 +47,7 @@ static string fields()
 
 // clang-format off
 
-TEST(Request, IsDecodedIntoItsFields)
+TEST_F(Request, IsDecodedIntoItsFields)
 {
   const std::pair<const char *, const char *> rows[] = {
     {"", ""}, {"b=1&a", "b=1\na=\n"}, {"a=&b==&=c&&d=1&", "a=\nb==\nd=1\n"},
@@ -67,7 +68,7 @@ TEST(Request, IsDecodedIntoItsFields)
   EXPECT_EQ("", fields() + cgiRequestMethod + cgiScriptName);
 }
 
-TEST(Request, GivesItsFaultAndOneLogLineAndNoField)
+TEST_F(Request, GivesItsFaultAndOneLogLineAndNoField)
 {
   const std::tuple<const char *, const char *, int> rows[] = {
     {"3", nullptr, CGI_OK}, {"0003", "", CGI_OK},
@@ -92,7 +93,7 @@ TEST(Request, GivesItsFaultAndOneLogLineAndNoField)
   }
 }
 
-TEST(Request, ArrivesInPiecesAndWhateverInterruptsIt)
+TEST_F(Request, ArrivesInPiecesAndWhateverInterruptsIt)
 {
   FILE *slow = popen("for c in a = 1 2; do sleep 0.005; printf $c; done", "r");
   ASSERT_EQ(STDIN_FILENO, dup2(fileno(slow), STDIN_FILENO));
@@ -105,7 +106,7 @@ TEST(Request, ArrivesInPiecesAndWhateverInterruptsIt)
   EXPECT_EQ("a=12\n", fields());
 }
 
-TEST(Request, MayBeAsLongAsTheLimitsSay)
+TEST_F(Request, MayBeAsLongAsTheLimitsSay)
 {
   for (const size_t over : {0U, 1U, 2U}) {
     const string query = "a=" + string(4194301 + over, 'x');
@@ -128,5 +129,7 @@ TEST(Value, IsCutToItsBufferAndTerminated)
   }
   char buf[] = "????";
   EXPECT_EQ(cgiFormNotFound, cgiFormString("b", buf, sizeof buf));
+  cgiFreeResources();
+  EXPECT_EQ(cgiFormNotFound, cgiFormString("a", buf, sizeof buf));
   EXPECT_STREQ("", buf);
 }
