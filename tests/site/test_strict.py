@@ -1,13 +1,16 @@
 """What the strict policy refuses, and that nothing it lets through forges a
-script's input."""
+script's input or is run by one."""
 
 import os
+import pathlib
 import re
+import shutil
 import urllib.parse
 
 import conftest
 import pytest
 
+DEMO = pathlib.Path(__file__).resolve().parents[2] / "demo"
 SUBMIT = [("form", "f"), ("cgi_vars_loaded", "1"), ("action", "Submit")]
 OWN = {"HTTP_HOST": "gw", "HTTP_ORIGIN": "http://gw"}
 
@@ -117,3 +120,41 @@ def test_what_a_browser_posts_of_an_untouched_page_is_no_change(strict):
     assert ("o_y", "a\r\nb\r\n") in fields
     page = strict.post([*fields, ("action", "Submit")], **OWN)
     assert page.title == "no_changes"
+
+
+FORMS = ["network", "system", "services", "forwards", "firewall", "dhcp", "wireless",
+         "port/lan1", "users", "errors", "log", "reboot", "status", "orvmenu"]
+HOSTILE = ["a[$(>R)]", "; >R;", "$(>R)", "`>R`", "'; >R; '", '"; >R; "', "*",
+           "a\r\n>R\r\n", "a\n>R", "\x1b[0m\\\udcff"]
+KEPT = {"form", "subitem", "cgi_vars_loaded"}
+
+
+def hostile_posts(page, ran):
+    """The page's fields with hostile values in all of them, and in one after
+    another, so that the scripts run on what no check looks at; at last, names
+    that a script could take for those of its fields."""
+    fields = page.fields()
+    names = {name for name, _ in fields} - KEPT
+    posts = [(s, names) for s in HOSTILE]
+    posts += [(s, {n}) for s in HOSTILE[:2] for n in sorted(names)]
+    for s, changed in posts:
+        s = s.replace("R", str(ran)).encode("utf-8", "surrogateescape")
+        yield [(n, s if n in changed else v) for n, v in fields]
+    yield [(f"u_{name}=", "forged") for name in names] + fields
+
+
+def test_nothing_that_is_posted_runs_or_escapes_its_check_in_the_demo(
+        site, monkeypatch):
+    monkeypatch.setattr(conftest, "ORV", os.environ["ORV_STRICT"])
+    data, ran = site.folder / "data", site.folder / "ran"
+    for part in ("templates", "scripts"):
+        shutil.copytree(DEMO / part, data / part, dirs_exist_ok=True)
+    state = shutil.copytree(DEMO / "defaults", data / "state")
+    for form in FORMS:
+        for fields in hostile_posts(site.open(*form.split("/")), ran):
+            page = site.post(fields + [("action", "Submit")])
+            assert page.exit == (page.status == "403 Forbidden"), page.errors
+            assert not ran.exists(), fields
+        for text in (file.read_text() for file in state.iterdir()):
+            assert re.fullmatch(r'([a-z0-9_]+=[^"$\\`]*\n)*', text, re.A), text
+            assert "forged" not in text
