@@ -109,6 +109,7 @@ TEST_F(Scripts, NeitherSideBlocksTheOtherWhateverTheSizes)
     {"echo a",                            65536,  true,  true,  2,        0},
     {"echo a",                            65537,  true,  false, 0,        0},
     {"exec <&-; sleep 0.2; echo a",       10,     false, true,  2,        0},
+    {"head -c 16777215 /dev/zero",        0,      false, true,  16777215, 0},
     {"head -c 16777216 /dev/zero",        0,      false, true,  16777216, 0},
     {"head -c 16777217 /dev/zero",        0,      false, false, 16777216, 0},
   };
