@@ -1,7 +1,7 @@
 // Help for the hand, beside what position.js does.
 //
-// Every page works without this file, which changes nothing that is posted or
-// said, and adds but "Working" where an answer is late.
+// Every page works without this file, which changes nothing that is posted, and
+// says but "Working" where an answer is late.
 "use strict";
 
 (() => {
