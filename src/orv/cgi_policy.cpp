@@ -4,7 +4,9 @@
 // are told: a template's name becomes a path, a sub-item a word of a command
 // line, a value one line of a script's input, and a post whatever the user at
 // the browser may do.  So names hold harmless characters alone, a value never
-// makes a second line, and only pages of the device's own may post.
+// makes a second line, only pages of the device's own may post, and messages
+// are the device's own.  The rules stand in two tables, one for the request and
+// one for each of its fields; what they ask stands above them.
 //
 // Owns whether the strict policy holds, which is decided once, when the request
 // is judged.  A request that cannot be judged for lack of memory is refused.
@@ -13,14 +15,18 @@
 
 #include "cgi_policy.h"
 
+#include <arpa/inet.h>
+#include <initializer_list>
 #include <stdlib.h>
 #include <string.h>
+#include <string_view>
 #include <strings.h>
 
 #include "cgi.h"
 #include "orv.h"
 #include "orv_error.h"
 #include "orv_guard.h"
+#include "orv_vars.h"
 
 #ifndef ORV_POLICY_STRICT
 #define ORV_POLICY_STRICT 0
@@ -28,7 +34,18 @@
 
 static bool strict; // set by cgi_policy_admits
 
+static bool is(const char *text, const char *other)
+{
+  return strcmp(text, other) == 0;
+}
+
 // --- fields ------------------------------------------------------------------
+
+// A script reports 248 bytes of name at most, and an origin's mark stands
+// before it.
+constexpr size_t MAX_NAME = 255;
+// What the buffer of a pipe to a script holds.
+constexpr size_t MAX_VALUE = 64UL * 1024;
 
 #define FORM_CHARACTERS                                                        \
   "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_.-"
@@ -73,40 +90,10 @@ static bool has_control_character(const char *name)
   return false;
 }
 
-const char *policy_field_fault(const char *name, const char *value)
-{
-  // clang-format off
-  static const struct {
-    const char *name;
-    const char *characters;
-    const char *fault;
-  } names[] = {
-    {"form",     FORM_CHARACTERS,    "\"form\" is no name of a form"},
-    {"return",   FORM_CHARACTERS,    "\"return\" is no name of a form"},
-    {"continue", FORM_CHARACTERS,    "\"continue\" is no name of a form"},
-    {"subitem",  SUBITEM_CHARACTERS, "\"subitem\" is no name of a sub-item"},
-  };
-  // clang-format on
-  for (const auto &row : names) {
-    if (strcmp(name, row.name) == 0 &&
-        !is_harmless_name(value, row.characters)) {
-      return row.fault;
-    }
-  }
-  if (has_control_character(name)) {
-    return "a field's name holds a control character";
-  }
-  if (strchr(value, '\n') != nullptr) {
-    return "a field's value holds a line end";
-  }
-  return nullptr;
-}
-
-// --- where a request comes from ----------------------------------------------
+// --- hosts -------------------------------------------------------------------
 
 struct authority {
-  const char *host;
-  size_t length;    // of the host
+  std::string_view host;
   const char *port; // "" when it has none
 };
 
@@ -115,27 +102,92 @@ static authority split_authority(const char *text)
 {
   const char *colon = strrchr(text, ':');
   if (colon == nullptr || strchr(colon, ']') != nullptr) {
-    const size_t length = strlen(text);
-    return {text, length, text + length};
+    return {text, ""};
   }
-  return {text, static_cast<size_t>(colon - text), colon + 1};
+  return {{text, static_cast<size_t>(colon - text)}, colon + 1};
 }
 
-// Whether `from`, of a scheme with that port, names the host asked.  Some
-// servers take the port off the header Host.
-static bool is_same_authority(const authority &from, const authority &asked,
-                              const char *scheme_port)
+static bool ends_with(std::string_view text, std::string_view end)
 {
-  if (from.length == 0 || from.length != asked.length ||
-      strncasecmp(from.host, asked.host, from.length) != 0 ||
-      from.port[strspn(from.port, "0123456789")] != '\0') {
+  return text.length() >= end.length() &&
+         strncasecmp(text.data() + text.length() - end.length(), end.data(),
+                     end.length()) == 0;
+}
+
+static bool is_same(std::string_view a, std::string_view b)
+{
+  return a.length() == b.length() && ends_with(a, b);
+}
+
+// A name means the same with a closing dot.
+static std::string_view without_dot(std::string_view name)
+{
+  if (ends_with(name, ".")) {
+    name.remove_suffix(1);
+  }
+  return name;
+}
+
+// Whether the host fits one of the words, which stand between blanks.
+static bool fits_one(bool (*fits)(std::string_view, std::string_view),
+                     std::string_view host, const char *words)
+{
+  for (;;) {
+    words += strspn(words, " \t");
+    const size_t length = strcspn(words, " \t");
+    if (length == 0) {
+      return false;
+    }
+    if (fits(host, without_dot({words, length}))) {
+      return true;
+    }
+    words += length;
+  }
+}
+
+static bool is_address(std::string_view host)
+{
+  char text[sizeof "[]" + INET6_ADDRSTRLEN];
+  in6_addr binary;
+  if (host.length() >= sizeof text) {
     return false;
   }
-  const char *port = from.port[0] != '\0' ? from.port : scheme_port;
-  return asked.port[0] == '\0' || strcmp(port, asked.port) == 0;
+  *stpncpy(text, host.data(), host.length()) = '\0';
+  if (text[0] != '[' || !ends_with(host, "]")) {
+    return inet_pton(AF_INET, text, &binary) == 1;
+  }
+  text[host.length() - 1] = '\0';
+  return inet_pton(AF_INET6, text + 1, &binary) == 1;
 }
 
-static bool is_own_origin(const char *origin, const char *host)
+// Whether the header Host names the device.  Anybody can have a name of his own
+// mean the device's address, whose pages then are of one origin with his; but
+// not an address, a name without a dot, or one in these domains.
+static bool is_device_host(const policy_request *request)
+{
+  const std::string_view host =
+      without_dot(split_authority(request->host).host);
+  return memchr(host.data(), '.', host.length()) == nullptr ||
+         is_address(host) ||
+         fits_one(ends_with, host,
+                  ".local .lan .localhost .internal .home.arpa") ||
+         fits_one(is_same, host, request->own_hosts);
+}
+
+// --- where a request comes from ----------------------------------------------
+
+// Some servers take the port off the header Host: then it is the scheme's, or
+// the one that the server names.
+static bool is_port_asked(const char *port, const char *asked,
+                          const char *scheme_port, const char *server_port)
+{
+  if (asked[0] != '\0') {
+    return is(port, asked);
+  }
+  return is(port, scheme_port) || is(port, server_port);
+}
+
+static bool is_own_origin(const policy_request *request)
 {
   // clang-format off
   static const struct {
@@ -148,43 +200,67 @@ static bool is_own_origin(const char *origin, const char *host)
   // clang-format on
   for (const auto &scheme : schemes) {
     const size_t length = strlen(scheme.prefix);
-    if (host != nullptr && strncasecmp(origin, scheme.prefix, length) == 0) {
-      return is_same_authority(split_authority(origin + length),
-                               split_authority(host), scheme.port);
+    if (strncasecmp(request->origin, scheme.prefix, length) == 0) {
+      const authority from = split_authority(request->origin + length);
+      const authority asked = split_authority(request->host);
+      return !from.host.empty() && is_same(from.host, asked.host) &&
+             is_port_asked(from.port[0] != '\0' ? from.port : scheme.port,
+                           asked.port, scheme.port, request->port);
     }
   }
   return false;
 }
 
-static bool is_said(const char *header)
-{
-  return header != nullptr && header[0] != '\0';
-}
-
 // Browsers say Sec-Fetch-Site to servers that they reach by HTTPS or on the
 // same machine, and Origin to any server they post to.  A request without
 // either is an old browser's or a command line's.
-static bool is_from_own_page(const policy_request *request)
+static bool is_own_page(const policy_request *request)
 {
-  if (is_said(request->fetch_site)) {
-    return strcmp(request->fetch_site, "same-origin") == 0 ||
-           strcmp(request->fetch_site, "none") == 0;
+  if (request->fetch_site[0] != '\0') {
+    return is(request->fetch_site, "same-origin") ||
+           is(request->fetch_site, "none");
   }
-  return !is_said(request->origin) ||
-         is_own_origin(request->origin, request->host);
+  return request->origin[0] == '\0' || is_own_origin(request);
 }
 
+// --- the rules ---------------------------------------------------------------
+// A row each; the first that is broken is the one reported.
+
+// clang-format off
 const char *policy_request_fault(const policy_request *request)
 {
-  if (!request->has_page_state) {
-    return nullptr;
-  }
-  if (strcmp(request->method, "POST") != 0) {
-    return "a page's state came by another method than POST";
-  }
-  return is_from_own_page(request) ? nullptr
-                                   : "a page's state came from another site";
+  const bool acts = request->has_page_state;
+  const bool posts = is(request->method, "POST");
+  return
+    !is_device_host(request)        ? "the host asked is not in ORV_HOSTS" :
+    acts && !posts                  ? "a page's state was not posted" :
+    acts && !is_own_page(request)   ? "a page's state came from another site" :
+    nullptr;
 }
+
+const char *policy_field_fault(const policy_request *request, const char *name,
+                               const char *value)
+{
+  const bool acts = request->has_page_state;
+  const bool form = is_harmless_name(value, FORM_CHARACTERS);
+  const bool subitem = is_harmless_name(value, SUBITEM_CHARACTERS);
+  const char *bare = name;
+  orv_var **const list = orv_var_list(&bare);
+  return
+    is(name, "form") && !form       ? "\"form\" is no name of a form" :
+    is(name, "return") && !form     ? "\"return\" is no name of a form" :
+    is(name, "continue") && !form   ? "\"continue\" is no name of a form" :
+    is(name, "subitem") && !subitem ? "\"subitem\" is no name of a sub-item" :
+    list == &err_vars               ? "a field is a message" :
+    list == &del_vars && !acts      ? "a deletion came without a page's state" :
+    strchr(name, '=') != nullptr    ? "a field name holds \"=\"" :
+    strlen(name) > MAX_NAME         ? "a field name is too long" :
+    has_control_character(name)     ? "a field name holds a control character" :
+    strlen(value) > MAX_VALUE       ? "a field value is too long" :
+    strchr(value, '\n') != nullptr  ? "a field value holds a line end" :
+    nullptr;
+}
+// clang-format on
 
 // --- the request at hand -----------------------------------------------------
 
@@ -217,40 +293,52 @@ char *cgi_policy_value(const char *name)
   return value;
 }
 
-// The fault of the first field that has one; whether a page's state is among
-// the fields is stored.
-static const char *find_field_fault(char **names, bool *has_page_state)
+// The fault of the first field that has one.
+static const char *find_field_fault(const policy_request *request, char **names)
 {
   const char *fault = nullptr;
   for (; *names != nullptr && fault == nullptr; names++) {
     const owned_text value(cgi_policy_value(*names));
-    if (value == nullptr) {
-      return "out of memory";
-    }
-    fault = policy_field_fault(*names, value.get());
-    *has_page_state |= strcmp(*names, "cgi_vars_loaded") == 0;
+    fault = value != nullptr ? policy_field_fault(request, *names, value.get())
+                             : "out of memory";
   }
   return fault;
 }
 
+// A variable of the environment, "" when there is none; borrowed.
+static const char *environment(const char *name)
+{
+  const char *value = getenv(name);
+  return value != nullptr ? value : "";
+}
+
 static const char *find_fault()
 {
-  policy_request request = {false, cgiRequestMethod,
-                            getenv("HTTP_SEC_FETCH_SITE"),
-                            getenv("HTTP_ORIGIN"), getenv("HTTP_HOST")};
+  int length = 0;
+  const policy_request request = {
+      cgiFormStringSpaceNeeded("cgi_vars_loaded", &length) == cgiFormSuccess,
+      cgiRequestMethod,
+      environment("HTTP_SEC_FETCH_SITE"),
+      environment("HTTP_ORIGIN"),
+      environment("HTTP_HOST"),
+      environment("SERVER_PORT"),
+      environment("ORV_HOSTS")};
+  const char *fault = policy_request_fault(&request);
+  if (fault != nullptr) {
+    return fault;
+  }
   char **names = nullptr;
   if (cgiFormEntries(&names) != cgiFormSuccess) {
     return "out of memory";
   }
-  const char *fault = find_field_fault(names, &request.has_page_state);
+  fault = find_field_fault(&request, names);
   cgiStringArrayFree(names);
-  return fault != nullptr ? fault : policy_request_fault(&request);
+  return fault;
 }
 
 static bool is_raised()
 {
-  const char *policy = getenv("ORV_POLICY");
-  return policy != nullptr && strcmp(policy, "strict") == 0;
+  return is(environment("ORV_POLICY"), "strict");
 }
 
 bool cgi_policy_admits(void)

@@ -4,25 +4,31 @@
 // There are two policies.  The open one admits everything.  The strict one is
 // for a device in use: it refuses what no page of the device's own would send.
 // It is chosen when the program is built, or by ORV_POLICY=strict in the
-// environment, which raises the policy and never lowers it.
+// environment, which raises the policy and never lowers it.  ORV_HOSTS there
+// names the hosts that the strict policy answers for besides those which can be
+// nobody else's.
 
 #ifndef CGI_POLICY_H
 #define CGI_POLICY_H
 
-// What a request says of itself; NULL: nothing.
+// What a request says of itself, and what is known of the device; "" where
+// nothing is said, never NULL.
 struct policy_request {
-  bool has_page_state;    // it carries the state of a page, and so may act
-  const char *method;     // never NULL
+  bool has_page_state; // it carries the state of a page, and so may act
+  const char *method;
   const char *fetch_site; // the header Sec-Fetch-Site
   const char *origin;     // the header Origin
   const char *host;       // the header Host
+  const char *port;       // the port that the web server was reached at
+  const char *own_hosts;  // further names of the device, between blanks
 };
 
 // Why the strict policy refuses such a request, NULL when it does not.
 const char *policy_request_fault(const policy_request *request);
 
 // The same for one of its fields; `value` as cgi_policy_value gives it.
-const char *policy_field_fault(const char *name, const char *value);
+const char *policy_field_fault(const policy_request *request, const char *name,
+                               const char *value);
 
 // Whether the decoded request may be taken in; when it may not, the reason has
 // been reported by orv_error.  To be called before the first script, which

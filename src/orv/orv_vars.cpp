@@ -134,8 +134,7 @@ v_origin orv_var_prefix(const char *name)
 
 constexpr size_t ORIGIN_PREFIX_LENGTH = 2;
 
-// The list that `*name` selects; its list prefix, if any, is skipped.
-static orv_var **list_of(const char **name)
+orv_var **orv_var_list(const char **name)
 {
   // clang-format off
   static const struct {
@@ -307,7 +306,7 @@ static int store_copy(char **slot, const char *value)
 int orv_set_var(const char *name, v_origin origin, char *value, int malloced)
 {
   owned_text owned(malloced != 0 ? value : nullptr);
-  orv_var **list = list_of(&name);
+  orv_var **list = orv_var_list(&name);
   const v_origin prefix = orv_var_prefix(name);
   if (prefix == o_undefined) {
     origin = origin == o_undefined ? o_orig : origin;

@@ -42,6 +42,10 @@ extern orv_var *del_vars; // table rows marked for deletion
 // The origin that the prefix of `name` tells, or o_undefined.
 v_origin orv_var_prefix(const char *name);
 
+// The list that `*name` selects, cfg_vars without a list prefix; the prefix is
+// skipped.
+orv_var **orv_var_list(const char **name);
+
 // The record called `name` (an origin prefix is skipped), borrowed from the
 // list; NULL when there is none.  `malloc` nonzero creates a missing one at
 // the head, and NULL then means that memory ran out (reported).
