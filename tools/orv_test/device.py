@@ -1,0 +1,188 @@
+"""The executable at work on a copy of a device's folder.
+
+The copy lies in a temporary folder; the executable is started in `cgi-bin`
+there, as a web server would, so that a build with the data folder ".." (the
+demo's) or "data" (the tests') finds templates and scripts.
+
+What the check and write scripts are given is noted by a file that the shell
+reads before it runs a script's command line (BASH_ENV); it keeps the input,
+hands it on and takes itself out of the environment, so the script runs as ever.
+"""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import urllib.parse
+
+from .page import Page
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+PARTS = ("templates", "scripts", "defaults", "state", "system_type")
+DEMO_MARK = ".larkspur-demo"  # in a folder that demo/run laid out
+URL = "/cgi-bin/orv"
+HOST = "device.local"
+SECONDS = 60  # that one page may take
+REPORT = 99  # the status of a sanitizer's report; a refused request has less
+
+NOTE_INPUT = """\
+unset BASH_ENV
+if [[ -p /dev/stdin && ! -e ../.sent/check ]]; then
+  /bin/cat >../.sent/check
+  exec <../.sent/check
+elif [[ -p /dev/stdin ]]; then
+  /bin/cat >../.sent/write
+  exec <../.sent/write
+fi
+"""
+
+
+class CannotRun(Exception):
+    """Nothing can be tested; the text says why."""
+
+
+def is_device(folder):
+    return all((folder / part).is_dir() for part in ("templates", "scripts"))
+
+
+def device_of(file):
+    """The folder of the device that a test file lies in."""
+    for folder in pathlib.Path(file).resolve().parents:
+        if is_device(folder):
+            return folder
+    raise CannotRun(f"{file}: no folder above it holds templates/ and scripts/;"
+                    " name the device's folder with --device")
+
+
+def build():
+    """The demo's executable, built if need be."""
+    folder = ROOT / "build/demo"
+    if not (ROOT / "CMakeLists.txt").exists() or not shutil.which("cmake"):
+        raise CannotRun("name the executable with --orv")
+    cache = folder / "CMakeCache.txt"
+    if cache.exists() and f"HOME_DIRECTORY:INTERNAL={ROOT}\n" not in cache.read_text():
+        shutil.rmtree(folder)  # it is that of a checkout in another place
+    for command in (
+            ["cmake", "-S", ROOT, "-B", folder, "-G", "Ninja",
+             "-DCMAKE_BUILD_TYPE=Release", "-DORV_DATA_DIR=..",
+             "-DORV_SYSTEM_TYPE_FILE=../system_type", "-DORV_POLICY=strict"],
+            ["cmake", "--build", folder, "--target", "orv"]):
+        run = subprocess.run(command, capture_output=True, text=True,
+                             check=False)
+        if run.returncode != 0:
+            raise CannotRun(f"{run.stdout}{run.stderr}the build failed")
+    return folder / "orv"
+
+
+def executable(path):
+    """The executable to test, from --orv or a build of our own."""
+    path = pathlib.Path(path).resolve() if path else build()
+    if not path.is_file() or not os.access(path, os.X_OK):
+        raise CannotRun(f"{path} is no executable")
+    with Device(None, path) as probe:
+        (probe.root / "templates/probe.tpl").write_text(
+            "title found\nread_script s.sh\nnavbar_script s.sh\n"
+            "body\ntext here\n")
+        script = probe.root / "scripts/s.sh"
+        script.write_text("#!/bin/bash\n")
+        script.chmod(0o755)
+        if probe.request("form=probe").title != "found":
+            raise CannotRun(
+                f"{path} does not look into the copy of the device's folder: "
+                "build it with -DORV_DATA_DIR=.. "
+                "-DORV_SYSTEM_TYPE_FILE=../system_type")
+    return path
+
+
+class Device:
+    """A copy of the device's folder (none: an empty device), removed at the
+    end of a `with`."""
+
+    def __init__(self, folder, orv):
+        self.folder, self.orv = folder, orv
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix="orv-test-"))
+        self._lay_out()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        shutil.rmtree(self.root, ignore_errors=True)
+
+    def _lay_out(self):
+        for part in ("cgi-bin", ".sent"):
+            (self.root / part).mkdir()
+        (self.root / "cgi-bin/data").symlink_to("..")
+        (self.root / ".note").write_text(NOTE_INPUT)
+        for part in PARTS:
+            source = self.folder / part if self.folder else None
+            if source and source.is_file():
+                shutil.copy(source, self.root / part)
+            elif source and source.is_dir() and not (source / DEMO_MARK).exists():
+                shutil.copytree(source, self.root / part)
+        for part in PARTS[:2] + ("state",):
+            (self.root / part).mkdir(exist_ok=True)
+
+    def reset(self):
+        """The settings as the device was shipped: nothing was ever stored."""
+        shutil.rmtree(self.root / "state")
+        (self.root / "state").mkdir(mode=0o700)
+
+    def request(self, query="", fields=None, **headers):
+        """The page for a link's query or, with fields (pairs or the bytes of a
+        body), for a post."""
+        for noted in (self.root / ".sent").iterdir():
+            noted.unlink()
+        env = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "ORV_POLICY": "strict",
+               "BASH_ENV": "../.note", "SCRIPT_NAME": URL, "HTTP_HOST": HOST,
+               "REQUEST_METHOD": "GET", "QUERY_STRING": query,
+               "REMOTE_ADDR": "127.0.0.1", "UBSAN_OPTIONS": f"exitcode={REPORT}",
+               "ASAN_OPTIONS": f"exitcode={REPORT}",
+               "LSAN_OPTIONS": f"exitcode={REPORT}"}
+        body = fields or b""
+        if fields is not None:
+            if not isinstance(fields, bytes):
+                body = urllib.parse.urlencode(fields, errors="surrogateescape").encode()
+            env |= {"REQUEST_METHOD": "POST", "HTTP_ORIGIN": f"http://{HOST}",
+                    "CONTENT_TYPE": "application/x-www-form-urlencoded",
+                    "CONTENT_LENGTH": str(len(body))}
+        env |= headers
+        return self._run({n: v for n, v in env.items() if v is not None}, body)
+
+    def _run(self, env, body):
+        try:
+            run = subprocess.run([self.orv], cwd=self.root / "cgi-bin", env=env,
+                                 input=body, capture_output=True,
+                                 timeout=SECONDS, check=False)
+        except subprocess.TimeoutExpired:
+            raise CannotRun(f"no page after {SECONDS} seconds") from None
+        head, _, page = run.stdout.partition(b"\r\n\r\n")
+        if not 0 <= run.returncode < REPORT:
+            raise CannotRun(f"orv ended with status {run.returncode}: "
+                            + run.stderr.decode("utf-8", "replace"))
+        if not head.startswith(b"Status: "):  # a web server makes a page of it
+            return Page(500, run.stderr)
+        found = Page(int(head[8:11]), page)
+        found.head = head
+        return found
+
+    def sent(self):
+        """The lines that the last request gave to the write script or, where
+        none ran, to the check script; None when neither ran."""
+        for script in ("write", "check"):
+            path = self.root / ".sent" / script
+            if path.exists():
+                return path.read_text("utf-8", "replace").splitlines()
+        return None
+
+    def stored(self, name):
+        """The lines of a file of the state folder; None when it is missing."""
+        path = self.root / "state" / name
+        if not path.is_file():
+            return None
+        return path.read_text("utf-8", "replace").splitlines()
+
+    def stored_names(self):
+        state = self.root / "state"
+        return [str(p.relative_to(state)) for p in state.rglob("*") if p.is_file()]

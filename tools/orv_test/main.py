@@ -1,0 +1,142 @@
+"""The command: options, the report in TAP, the exit status."""
+
+import argparse
+import pathlib
+import signal
+import sys
+import textwrap
+
+from . import record, run, script
+from .device import CannotRun, Device, device_of, executable, is_device
+
+PASSED, FAILED, CANNOT_RUN = 0, 1, 2
+WIDTH = 30  # of the column of commands in the help
+
+
+def listing(table, before=""):
+    """A table of commands for the help."""
+    lines = []
+    for name, (usage, text) in table.items():
+        head = f"  {before}{name} {usage}".ljust(WIDTH)
+        lines += textwrap.wrap(
+            text, 79, initial_indent=head, subsequent_indent=" " * WIDTH)
+    return "\n".join(lines)
+
+
+HELP = f"""\
+Tests forms: does what a person would do with a browser, on a copy of the
+device's folder, and compares the pages with what is expected.  A test file
+lies in the folder tests/ of the device, beside templates/ and scripts/:
+
+  test A port takes another packet size
+  open port/lan1
+  press Expert
+  set port_mtu 1400
+  press Submit
+  expect form changes_saved
+  expect sent new_port_mtu="1400"
+  expect stored port.lan1 port_mtu=1400
+
+Lines before the first "test" are done at the start of each.  "#" begins a
+comment line.  Every test has a copy of the device of its own.
+
+What is done:
+{listing(script.ACTIONS)}
+
+What is expected; "expect no ..." and "expect not ..." turn it round, and "..."
+in a text stands for anything:
+{listing(script.EXPECTATIONS, "expect ")}
+
+--record serves a copy of the device on this machine.  Click through its pages
+with your browser: what you type, tick, choose, delete, press and follow is
+written into FILE as the lines of a test, with what the pages then told.  A
+password is written as you typed it.
+
+Exit status: 0 all passed, 1 a test failed, 2 the tests could not be run."""
+
+
+def say(*lines):
+    print(*lines, sep="\n", file=sys.stderr)
+
+
+def options(arguments):
+    parser = argparse.ArgumentParser(
+        "orv-test", usage="orv-test [--device DIR] [--orv PATH] FILE...\n"
+        "       orv-test --record FILE [--device DIR] [--orv PATH] [--port N]",
+        description=HELP, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("files", nargs="*", metavar="FILE")
+    parser.add_argument(
+        "--device", metavar="DIR", type=pathlib.Path,
+        help="folder of templates/ and scripts/ (default: above the file)")
+    parser.add_argument(
+        "--orv", metavar="PATH", help="an executable built with the data folder "
+        "\"..\" (default: build the demo's)")
+    parser.add_argument("--record", metavar="FILE",
+                        help="write a test while you click")
+    parser.add_argument("--port", type=int, default=0,
+                        help="port for --record (default: a free one)")
+    found = parser.parse_args(arguments)
+    if bool(found.files) == bool(found.record):
+        parser.error("name one or more test files, or --record FILE")
+    if found.device and not is_device(found.device):
+        parser.error(f"{found.device} holds no templates/ and scripts/")
+    return found
+
+
+def cases_of(files, device):
+    """Pairs of a case and its device's folder; raises CannotRun with all the
+    faults of the files."""
+    found, faults = [], []
+    for file in files:
+        try:
+            folder = device or device_of(file)
+            lines = pathlib.Path(file).read_text("utf-8").splitlines()
+            found += [(case, folder) for case in script.parse(file, lines, faults)]
+        except (OSError, UnicodeDecodeError) as error:
+            faults.append(f"{file}: {error}")
+    if faults:
+        raise CannotRun("\n".join(faults))
+    return found
+
+
+def test(cases, orv):
+    """Runs the cases; the exit status."""
+    print(f"1..{len(cases)}", flush=True)
+    failed = 0
+    for number, (case, folder) in enumerate(cases, 1):
+        with Device(folder, orv) as device:
+            report = run.run(case, device)
+        failed += bool(report)
+        name = pathlib.Path(case.where.rpartition(":")[0]).stem
+        print(f"{'not ok' if report else 'ok'} {number} - {name}: "
+              + case.name.replace("#", "\\#"), *(f"# {line}" for line in report),
+              sep="\n", flush=True)
+    many = "1 test" if len(cases) == 1 else f"{len(cases)} tests"
+    print(f"# {failed} of {many} failed" if failed else f"# {many} passed")
+    return FAILED if failed else PASSED
+
+
+def main(arguments=None):
+    found = options(arguments)
+    # A terminated run removes its copy, too.
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    try:
+        if not found.record:
+            cases = cases_of(found.files, found.device)
+            return test(cases, executable(found.orv))
+        if pathlib.Path(found.record).exists():
+            raise CannotRun(f"{found.record} exists already; name a new file")
+        folder = found.device or device_of(found.record)
+        orv = executable(found.orv)
+        with Device(folder, orv) as device, \
+                open(found.record, "x", encoding="utf-8") as out:
+            try:
+                record.serve(device, out, found.port, say)
+            except KeyboardInterrupt:
+                say(f"Recorded; try it: orv-test {found.record}")
+    except (CannotRun, OSError) as error:
+        say(str(error))
+        return CANNOT_RUN
+    except KeyboardInterrupt:
+        return CANNOT_RUN
+    return PASSED

@@ -1,0 +1,145 @@
+"""A page as a browser sees it: its controls, links, messages and visible text,
+and the fields that it posts when a button is pressed."""
+
+import dataclasses
+import re
+
+import html5lib
+
+HTML = "{http://www.w3.org/1999/xhtml}"
+UNSEEN = {"head", "script", "style", "option"}
+INLINE = {"a", "em", "label", "span", "html"}
+
+
+def squeeze(text):
+    """The text with one blank between its words."""
+    return " ".join(text.split())
+
+
+@dataclasses.dataclass
+class Control:
+    """An input or a list of the page, and what a person made of it."""
+
+    name: str
+    kind: str  # hidden, text, checkbox, select or submit
+    value: str
+    is_ticked: bool
+    is_disabled: bool
+    options: list  # of a list: values and the texts shown for them
+    label: str
+    error_ids: list  # of the paragraphs that tell what is wrong with it
+
+    def shown_value(self):
+        """The value, and the text that a list shows for it."""
+        return [self.value, *(t for v, t in self.options if v == self.value)]
+
+    def is_posted(self, pressed):
+        """Whether a browser counts it as successful."""
+        if self.is_disabled or not self.name:
+            return False
+        if self.kind == "submit":
+            return self is pressed
+        if self.kind == "checkbox":
+            return self.is_ticked
+        return self.kind != "select" or bool(self.options)
+
+
+def inner_text(element):
+    """The visible text of an element, a line for each block in it."""
+    if not isinstance(element.tag, str):
+        return ""  # a comment
+    tag = element.tag.removeprefix(HTML)
+    if tag in UNSEEN:
+        return ""
+    text = re.sub(r"\s+", " ", element.text or "")
+    for child in element:
+        text += inner_text(child) + re.sub(r"\s+", " ", child.tail or "")
+    return text if tag in INLINE else f"\n{text}\n"
+
+
+class Page:
+    """One answer; `status` is its number, `body` its bytes."""
+
+    def __init__(self, status, body):
+        self.status, self.body = status, body
+        self.tree = html5lib.parse(body, treebuilder="etree",
+                                   transport_encoding="utf-8")
+        lines = map(squeeze, inner_text(self.tree).splitlines())
+        self.lines = [line for line in lines if line]
+        self.title = squeeze("".join(
+            e.text or "" for e in self.tree.iter(HTML + "title")))
+        self.links = [(squeeze("".join(e.itertext())), e.get("href"))
+                      for e in self.tree.iter(HTML + "a")]
+        labels = {e.get("for"): squeeze("".join(e.itertext()))
+                  for e in self.tree.iter(HTML + "label")}
+        self.controls = [self._control(e, labels) for e in self.tree.iter()
+                         if e.tag in (HTML + "input", HTML + "select")]
+
+    @staticmethod
+    def _control(e, labels):
+        kind, value, options = e.get("type", "text"), e.get("value", ""), []
+        if e.tag == HTML + "select":
+            kind, entries = "select", list(e.iter(HTML + "option"))
+            options = [(o.get("value", ""), squeeze(o.text or ""))
+                       for o in entries]
+            chosen = [o for o in entries if o.get("selected") is not None]
+            value = (chosen or entries)[0].get("value", "") if entries else ""
+        elif kind != "hidden":
+            value = re.sub("[\r\n]", "", value)  # no text field holds them
+        return Control(
+            e.get("name", ""), kind, value, e.get("checked") is not None,
+            e.get("disabled") is not None, options,
+            labels.get(e.get("id")) or e.get("aria-label", ""),
+            e.get("aria-describedby", "").split())
+
+    def controls_of(self, *kinds):
+        return [c for c in self.controls if c.kind in kinds]
+
+    def by_name(self, *kinds):
+        """Of several of one name the first, which is the one that counts."""
+        found = {}
+        for control in self.controls_of(*kinds):
+            found.setdefault(control.name, control)
+        return found
+
+    @property
+    def fields(self):
+        """The controls that a person sees and fills in, by their names."""
+        return self.by_name("text", "checkbox", "select")
+
+    @property
+    def hidden(self):
+        return {n: c.value for n, c in self.by_name("hidden").items()}
+
+    @property
+    def form(self):
+        """The form shown, with its sub-item; "" for an error page."""
+        state = self.hidden
+        return "/".join(state[n] for n in ("form", "subitem") if n in state)
+
+    @property
+    def errors(self):
+        """What the page says is wrong: pairs of a field's name ("page" for the
+        whole page, "" for a text without a field) and the text."""
+        told = []
+        for e in self.tree.iter(HTML + "p"):
+            text = squeeze("".join(e.itertext()))
+            if text and "error" in e.get("class", "").split():
+                names = [c.name for c in self.controls
+                         if e.get("id") in c.error_ids]
+                is_page = e.get("role") == "alert" or self.status != 200
+                told += [("page" if is_page else name, text)
+                         for name in names or [""]]
+        return told
+
+    def rows(self, table):
+        """The numbers of the table's rows in use, which have a Delete box."""
+        found = (re.fullmatch(rf"delete_{re.escape(table)}_(\d+)", name)
+                 for name in self.fields)
+        return [int(match[1]) for match in found if match]
+
+    def posted(self, button=None):
+        """The fields that go out with that button, in the page's order."""
+        return [(c.name, "True" if c.kind == "checkbox" and not c.value
+                 else re.sub("\r\n?|\n", "\r\n", c.value))
+                for c in self.controls if c.is_posted(button)]

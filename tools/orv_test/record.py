@@ -1,0 +1,187 @@
+"""Writes a test while a person clicks: a small web server on loopback serves a
+copy of the device, and notes as lines of a test what each request did.
+
+A post is compared with the page that it came from, which is found again by its
+hidden fields, so that going back in the browser is understood.  JavaScript of
+the page changes nothing that counts.
+"""
+
+import http.server
+import re
+import threading
+import time
+import urllib.parse
+
+from .device import ROOT, URL
+from .script import quoted
+
+FILES = {"/css/orv.css": "text/css; charset=utf-8",
+         "/js/position.js": "text/javascript; charset=utf-8",
+         "/js/kwt_scroller.js": "text/javascript; charset=utf-8"}
+MOVING = {"scroll_y", "anchor_target"}  # hidden fields that scripts set
+PASSED_ON = {"Host": "HTTP_HOST", "Origin": "HTTP_ORIGIN",
+             "Sec-Fetch-Site": "HTTP_SEC_FETCH_SITE",
+             "Content-Type": "CONTENT_TYPE", "User-Agent": "HTTP_USER_AGENT"}
+LARGEST = 4 << 20
+
+
+class Recorder:
+    """The session: its pages, and the file that its lines go to."""
+
+    def __init__(self, device, out):
+        self.device, self.out, self.pages = device, out, []
+        self.changed = set()  # names of fields, since the last save or link
+        self.one_at_a_time = threading.Lock()
+        self.write("# Recorded; name the test, and remove what does not matter.",
+                   "", time.strftime("test Recorded on %Y-%m-%d at %H:%M"))
+
+    def write(self, *lines):
+        self.out.write("".join(f"{line}\n" for line in lines))
+        self.out.flush()
+
+    def show(self, page):
+        """A page that answers what was written last, and what there is to
+        expect of it."""
+        self.pages.append(page)
+        lines = ([f"expect form {page.form.partition('/')[0]}"] if page.form
+                 else [f"expect status {page.status}"])
+        for name, text in dict.fromkeys(page.errors):
+            lines.append(f"expect message {quoted(text)}" if name == "page" else
+                         f"expect error {name} {quoted(text)}" if name else
+                         f"expect text {quoted(text)}")
+        self.write(*lines)
+
+    def get(self, query, headers):
+        """A link was followed, or an address typed."""
+        page = self.device.request(query, **headers)
+        links = self.pages[-1].links if self.pages else []
+        shown = [text for text, address in links
+                 if urllib.parse.urlsplit(address).query == query]
+        fields = dict(urllib.parse.parse_qsl(query))
+        if shown and len({a for t, a in links if t == shown[0]}) == 1:
+            self.write("", f"follow {quoted(shown[0])}")
+        else:
+            place = "/".join(fields[n] for n in ("form", "subitem")
+                             if n in fields)
+            self.write("", f"open {place}".rstrip())
+        self.show(page)
+        self.changed.clear()
+        return page
+
+    def post(self, body, headers):
+        """A button was pressed."""
+        text = body.decode("ascii", "replace")
+        fields = {}
+        for name, value in urllib.parse.parse_qsl(text, keep_blank_values=True):
+            fields.setdefault(name, value)  # the first one counts
+        lines = self.entries(fields)
+        page = self.device.request(fields=body, **headers)
+        self.write("", *lines, f"press {fields.get('action', '')}")
+        self.show(page)
+        if page.form.startswith("changes_saved") and self.device.sent():
+            given = [line for line in reversed(self.device.sent())
+                     if line[4:].partition("=")[0] in self.changed]
+            self.write(*(f"expect sent {line}" for line in given))
+            self.changed.clear()
+        return page
+
+    def entries(self, fields):
+        """The lines for what was typed, ticked and chosen since the page came;
+        keeps the names of the fields."""
+        state = {n: v for n, v in fields.items() if n not in MOVING}
+
+        def is_origin(page):
+            hidden = {n: re.sub("\r\n?|\n", "\r\n", v)
+                      for n, v in page.hidden.items() if n not in MOVING}
+            return hidden.items() <= state.items()
+
+        lines = []
+        origin = next((p for p in reversed(self.pages) if is_origin(p)), None)
+        if origin is None:
+            return ["# This came from a page of before the recording."]
+        while self.pages[-1] is not origin:
+            self.pages.pop()
+            lines.append("back")
+        for control in origin.fields.values():
+            line = entry(control, fields.get(control.name))
+            if line is not None:
+                lines.append(line)
+                self.changed.add(control.name)
+        return lines
+
+
+def entry(control, posted):
+    """The line that makes the control post that value (None: nothing), or None
+    where it would anyhow."""
+    row = re.fullmatch(r"delete_(.+)_(\d+)", control.name)
+    if control.is_disabled or (control.kind == "select" and not control.options):
+        return None
+    if control.kind == "checkbox":
+        if (posted is not None) == control.is_ticked:
+            return None
+        if row and posted is not None:
+            return f"delete {row[1]} {row[2]}"
+        return f"{'un' if posted is None else ''}tick {control.name}"
+    if posted is None or posted == control.value:
+        return None
+    verb = "choose" if control.kind == "select" else "set"
+    return f"{verb} {control.name} {quoted(posted)}"
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    """The web server's side; `recorder` is set by `serve`."""
+
+    recorder = None
+
+    def log_message(self, *_):
+        pass
+
+    def answer(self, status, headers, body):
+        self.send_response(status)
+        for name, value in headers:
+            self.send_header(name, value)
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+
+    def answer_page(self, page):
+        head = getattr(page, "head", b"").decode("latin-1").split("\r\n")[1:]
+        self.answer(page.status, [line.split(": ", 1) for line in head],
+                    page.body)
+
+    def passed_on(self):
+        port = str(self.server.server_address[1])
+        return {variable: self.headers.get(name)
+                for name, variable in PASSED_ON.items()} | {"SERVER_PORT": port}
+
+    def do_GET(self):  # pylint: disable=invalid-name
+        path, _, query = self.path.partition("?")
+        file = ROOT / f"web{path}"
+        if path == URL:
+            with self.recorder.one_at_a_time:
+                self.answer_page(self.recorder.get(query, self.passed_on()))
+        elif path in FILES and file.is_file():
+            self.answer(200, [("Content-Type", FILES[path])], file.read_bytes())
+        elif path == "/":
+            self.answer(302, [("Location", URL)], b"")
+        else:
+            self.answer(404, [], b"")
+
+    def do_POST(self):  # pylint: disable=invalid-name
+        length = self.headers.get("Content-Length", "")
+        if self.path != URL or not length.isdecimal() or int(length) > LARGEST:
+            self.answer(400, [], b"")
+            return
+        body = self.rfile.read(int(length))
+        with self.recorder.one_at_a_time:
+            self.answer_page(self.recorder.post(body, self.passed_on()))
+
+
+def serve(device, out, port, say):
+    """Serves and records until Ctrl-C or a signal ends it."""
+    Handler.recorder = Recorder(device, out)
+    with http.server.ThreadingHTTPServer(("127.0.0.1", port), Handler) as server:
+        say(f"Recording into {out.name}; open "
+            f"http://127.0.0.1:{server.server_address[1]}/ and press Ctrl-C "
+            "when you are done.")
+        server.serve_forever()

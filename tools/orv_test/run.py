@@ -1,0 +1,312 @@
+"""The lines of a test carried out, by a person without a screen."""
+
+import difflib
+import functools
+import os
+import re
+import urllib.parse
+
+from .device import CannotRun
+from .script import near
+
+MOST_FOUND = 6  # lines of what was found, shown with a failure
+CLOSE = 0.6  # how much two lines share that one was meant to be the other
+ITEMS = {"field", "fixed", "checkbox", "select", "iselect"}
+SAFE = "/:,@=~"  # of a sub-item in an address
+
+
+class Failed(Exception):
+    """A line that did not come true: lines for the report."""
+
+    def __init__(self, *lines):
+        super().__init__(*lines)
+        self.lines = lines
+
+
+@functools.lru_cache(None)
+def pattern(text):
+    """`...` in a text stands for anything."""
+    return re.compile(".*".join(map(re.escape, text.split("..."))), re.S)
+
+
+def is_like(wanted, found):
+    return wanted is None or pattern(wanted).fullmatch(found) is not None
+
+
+class Browser:
+    """The pages that were seen, the last one in front of us."""
+
+    def __init__(self, device):
+        self.device, self.pages = device, []
+
+    @property
+    def page(self):
+        if not self.pages:
+            raise Failed("no page is open: begin with a line \"open FORM\"")
+        return self.pages[-1]
+
+    def _field(self, name, *kinds):
+        fields = self.page.fields
+        if name not in fields:
+            labelled = [c.name for c in fields.values() if c.label == name]
+            hint = (f"; the field with that label is \"{labelled[0]}\""
+                    if labelled else
+                    "; a condition of the template hides it (perhaps the view: "
+                    "press Expert)" if self._is_hidden(name) else
+                    near(name, fields))
+            raise Failed(f"the page has no field \"{name}\"{hint}")
+        field = fields[name]
+        if kinds and field.kind not in kinds:
+            raise Failed(f"\"{name}\" is a {field.kind} field, not a "
+                         + " or ".join(kinds))
+        return field
+
+    def _is_hidden(self, name):
+        """Whether the template has the field, or a column of it."""
+        form = self.page.form.partition("/")[0]
+        path = self.device.root / f"templates/{form}.tpl"
+        words = [line.split() for line in path.read_text(
+            "utf-8", "replace").splitlines()] if path.is_file() else []
+        names = {w[1] for w in words if len(w) > 1 and w[0] in ITEMS}
+        return name in names or name.rstrip("0123456789") in names
+
+    def _change(self, name, kind):
+        field = self._field(name, kind)
+        if field.is_disabled:
+            raise Failed(f"\"{name}\" can only be read")
+        return field
+
+    # --- what a person does ---------------------------------------------------
+
+    def open(self, form):
+        query = ""
+        if form:
+            name, _, item = form.partition("/")
+            query = "form=" + urllib.parse.quote(name, SAFE)
+            if item:
+                query += "&subitem=" + urllib.parse.quote(item, SAFE)
+        self.pages.append(self.device.request(query))
+
+    def follow(self, text):
+        links = {address for shown, address in self.page.links
+                 if is_like(text, shown)}
+        if len(links) != 1:
+            names = [shown for shown, _ in self.page.links]
+            many = "more than one" if links else "no"
+            raise Failed(f"the page has {many} link \"{text}\""
+                         + near(text, names))
+        query = urllib.parse.urlsplit(links.pop()).query
+        self.pages.append(self.device.request(query))
+
+    def set(self, name, value):
+        self._change(name, "text").value = value or ""
+
+    def tick(self, name):
+        self._change(name, "checkbox").is_ticked = True
+
+    def untick(self, name):
+        self._change(name, "checkbox").is_ticked = False
+
+    def choose(self, name, value):
+        field = self._change(name, "select")
+        field.value = self._choice(field, value)
+
+    @staticmethod
+    def _choice(field, value):
+        values = [v for v, shown in field.options if value in (v, shown)]
+        if not values:
+            known = [v for option in field.options for v in option]
+            raise Failed(f"the list \"{field.name}\" has no entry \"{value}\""
+                         + near(value, known))
+        return values[0]
+
+    def delete(self, table, row):
+        rows = self.page.rows(table)
+        if int(row) not in rows:
+            tables = [name.split("_", 1)[1].rpartition("_")[0]
+                      for name in self.page.fields if name.startswith("delete_")]
+            hint = (f"; rows {', '.join(map(str, rows))} can be deleted" if rows
+                    else near(table, tables))
+            raise Failed(f"the page has no row {row} of a table \"{table}\""
+                         + hint)
+        self.tick(f"delete_{table}_{int(row)}")
+
+    def press(self, label):
+        buttons = self.page.controls_of("submit")
+        found = [b for b in buttons if b.value == label]
+        if not found:
+            raise Failed(f"the page has no button \"{label}\""
+                         + near(label, [b.value for b in buttons]))
+        if found[0].is_disabled:
+            raise Failed(f"the button \"{label}\" is grey on this page")
+        fields = self.page.posted(found[0])
+        self.pages.append(self.device.request(fields=fields))
+
+    def back(self):
+        if len(self.pages) < 2:
+            raise Failed("there is no page to go back to")
+        self.pages.pop()
+
+    def reset(self):
+        self.device.reset()
+        self.pages.clear()
+
+    # --- what is expected: whether it is so, and what is there -----------------
+
+    def expect_form(self, form):
+        found = self.page.form
+        return form in (found, found.partition("/")[0]), [found or "no form"]
+
+    def expect_title(self, text):
+        return is_like(text, self.page.title), [self.page.title]
+
+    def expect_text(self, text):
+        lines = self.page.lines
+        return pattern(text).search(" ".join(lines)) is not None, lines
+
+    def expect_anywhere(self, text):
+        body = self.page.body.decode("utf-8", "replace")
+        values = [c.value for c in self.page.controls]
+        found = [t for t in (body, *values) if pattern(text).search(t)]
+        return bool(found), ["the page holds it" if found else
+                             "the page holds it nowhere"]
+
+    def expect_status(self, number):
+        return self.page.status == int(number), [str(self.page.status)]
+
+    def expect_message(self, text):
+        told = [t for name, t in self.page.errors if name == "page"]
+        return any(is_like(text, t) for t in told), told
+
+    def expect_error(self, name, text):
+        told = [t for n, t in self.page.errors
+                if n == name or re.fullmatch(re.escape(name) + r"\d+", n)]
+        cells = {re.sub(r"\d+$", "", n) for n in self.page.fields}
+        if not told and name not in cells:
+            self._field(name)
+        return any(is_like(text, t) for t in told), list(dict.fromkeys(told))
+
+    def expect_errors(self):
+        told = [f"{name}: {t}" if name else t for name, t in self.page.errors]
+        return bool(told), told
+
+    def expect_field(self, name):
+        fields = list(self.page.fields)
+        return name in fields, fields
+
+    def expect_value(self, name, value):
+        field = self._field(name, "text", "select")
+        shown = field.shown_value()
+        return any(is_like(value or "", v) for v in shown), shown
+
+    def expect_ticked(self, name):
+        is_ticked = self._field(name, "checkbox").is_ticked
+        return is_ticked, ["ticked" if is_ticked else "not ticked"]
+
+    def expect_choice(self, name, value):
+        options = self._field(name, "select").options
+        return (any(value in option for option in options),
+                [f"{v} ({shown})" for v, shown in options])
+
+    def expect_rows(self, table, number):
+        rows = self.page.rows(table)
+        return len(rows) == int(number), [str(len(rows))]
+
+    def expect_button(self, label):
+        labels = [b.value for b in self.page.controls_of("submit")
+                  if not b.is_disabled]
+        return label in labels, labels
+
+    def expect_link(self, text):
+        shown = [shown for shown, _ in self.page.links]
+        return any(is_like(text, s) for s in shown), shown
+
+    def expect_sent(self, line):
+        lines = self.device.sent()
+        if lines is None:
+            return False, ["nothing: no check or write script ran"]
+        return any(is_like(line, found) for found in lines), lines
+
+    def expect_stored(self, name, line):
+        lines = self.device.stored(name)
+        if lines is None:
+            return False, ["no file of that name"
+                           + near(name, self.device.stored_names())]
+        return any(is_like(line, found) for found in lines), lines
+
+
+# --- reports -----------------------------------------------------------------
+
+def difference(wanted, found):
+    """What was wanted above what is there: the lines of the same name, or that
+    are nearly so, the first difference marked, or else all of them."""
+    name, equals, _ = wanted.partition("=")
+    close = [line for line in found if equals and line.startswith(name + equals)]
+    if not close:
+        matcher = difflib.SequenceMatcher(b=wanted, autojunk=False)
+        ratios = {}
+        for line in found:
+            matcher.set_seq1(line)
+            ratios[line] = matcher.ratio()
+        close = sorted((line for line in ratios if ratios[line] >= CLOSE),
+                       key=lambda line: -ratios[line])
+    lines = [f"wanted  {wanted}"]
+    for line in close or found or ["nothing"]:
+        lines.append(f"found   {line}")
+        if close and "..." not in wanted:
+            same = len(os.path.commonprefix([wanted, line]))
+            lines.append(" " * (len("found   ") + same) + "^")
+    more = len(close or found) - MOST_FOUND
+    if more > 0:
+        del lines[-more * (len(lines) - 1) // (more + MOST_FOUND):]
+        lines.append(f"        ... and {more} more")
+    return lines
+
+
+def check(step, browser):
+    """Carries an expectation out."""
+    find = getattr(browser, step.command.replace(" ", "_"))
+    is_so, found = find(*step.arguments)
+    if is_so == step.is_wanted:
+        return
+    wanted = step.arguments[-1] if step.arguments else None
+    if not step.is_wanted:
+        same = [line for line in found if wanted is None or wanted in line]
+        raise Failed(*(f"found   {line}" for line in same or found))
+    if wanted is None:
+        raise Failed(*(f"found   {line}" for line in found or ["nothing"]))
+    raise Failed(*difference(wanted, found))
+
+
+def place(browser):
+    """Where we are, for the end of a failure's report."""
+    if not browser.pages:
+        return []
+    page = browser.page
+    shown = page.form or f"error page {page.status}"
+    told = [f"        {name}: {text}" if name else f"        {text}"
+            for name, text in page.errors]
+    return [f"page    {shown}, \"{page.title}\"", *told]
+
+
+def run(case, device):
+    """The report of a case: no lines when all came true.  After a failure, what
+    else is expected of the same page is still looked at."""
+    browser, report = Browser(device), []
+    for step in case.steps:
+        is_check = step.command.startswith("expect")
+        if report and not is_check:
+            break
+        try:
+            if is_check:
+                check(step, browser)
+            else:
+                getattr(browser, step.command)(*step.arguments)
+        except (Failed, CannotRun) as failure:
+            lines = failure.lines if isinstance(failure, Failed) else failure.args
+            report += [f"{step.where}: {step.text}", *(f"  {x}" for x in lines)]
+            if not is_check or isinstance(failure, CannotRun):
+                break
+    if report:
+        report += [f"  {line}" for line in place(browser)]
+    return report
