@@ -131,7 +131,8 @@ NAVBARS = [
     ("--\n-- A\nb B", ["A=--", "B=b"], 0),
     ("--\n--\na A\n", ["A=a"], 1),
     ("a A\n--\nword\n-\n", [HOME, "A=a"], 3),
-    ("--\n" + SEVEN + 25_000 * "6 A\n", [f"A={n}" for n in range(6)], 0),
+    # more than a pipe holds, and all of what is read behind the last entry
+    ("--\n" + SEVEN + 16_380 * "6 A\n", [f"A={n}" for n in range(6)], 0),
     (f"a {30 * 'm'}\n{82 * 'g'} B\n", [HOME, 29 * "m" + "=a", "B=" + 81 * "g"], 0),
     # lines of 248, 249 and 250 characters: the last one's end is a line
     ("".join(f"a {n * 'm'}\n" for n in (246, 247, 248)),
