@@ -1,0 +1,235 @@
+# shellcheck shell=bash
+# The part of orv.bash that starts commands; orv.bash reads it when one of these
+# functions is called.  A device needs mv, cp, rm, mkdir, rmdir, sync, sleep and
+# flock for it; without logger nothing is logged.
+#
+# Values are judged before anything is written; a file appears as a whole, and
+# several appear as one step.  A power cut leaves the old settings or the new.
+#
+# `orv_label` may hold names' texts for the user, instead of the template's.
+
+# shellcheck disable=SC2154  # what orv.bash sets
+orv_lines=() orv__stored=() orv__guard=()
+
+# orv_lock: no other save meanwhile, until the script ends.  Judge what another
+# save may have changed behind it, once more.
+orv_lock() {
+  [[ $orv__lock ]] && return
+  [[ -d $ORV_STATE ]] || mkdir -p -- "$ORV_STATE" 2>/dev/null
+  if ! type -P flock sync mv >/dev/null; then
+    orv_msg 'Nothing can be stored: this device lacks flock, sync or mv.'
+  elif ! { exec {orv__lock}>>"$ORV_STATE/.lock" && flock -w 30 "$orv__lock"; }
+  then
+    orv__lock=''
+    orv_msg 'The settings are in use or cannot be written. Please try again.'
+  fi 2>/dev/null
+  [[ $orv__lock ]] && trap orv_unlock EXIT && orv__finish
+}
+
+# Set free by hand, for a daemon that was started meanwhile has inherited it.
+orv_unlock() {
+  if [[ $orv__lock ]]; then
+    flock -u "$orv__lock"
+    exec {orv__lock}>&-
+    orv__lock=''
+  fi
+} 2>/dev/null
+
+# Moves what was committed to its place, and removes what never was.
+orv__finish() {
+  local left=("$ORV_STATE"/.new.*)
+  [[ ! -e ${left[0]} ]] || rm -rf -- "${left[@]}"
+  if [[ -d $ORV_STATE/.commit ]]; then
+    mv -f -- "$ORV_STATE"/.commit/* "$ORV_STATE"
+    rmdir -- "$ORV_STATE/.commit"
+  fi
+  return 0
+} 2>/dev/null
+
+# orv_store FILE NAME... [-- FILE NAME...]: replaces these files by the values
+# at hand; nothing after a fault.  They are written into a folder of their own,
+# and its new name commits them all: from then on they are read there.  They are
+# moved to their places at once or, after a power cut, by the next save or
+# orv_guard_boot.  Who reads the files by other means sees the old ones, or some
+# old and some new, until then.
+orv_store() {
+  local name file='' value owner=${orv__page##* }
+  local new=$ORV_STATE/.new.$orv__token # the process number is part of it
+  local -A text=()
+  orv_lock || return 1
+  [[ $owner =~ ^[0-9.]{1,40}$ ]] || owner=$orv__token
+  for name; do
+    value=${orv[$name]}
+    if [[ $name == -- ]]; then
+      file=''
+    elif [[ -z $file ]]; then
+      file=$name text[$file]="#orv $orv__token $owner"$'\n'
+      orv__is_word "$file" || orv_msg 'This is no name of a settings file.'
+    elif ((${#name} + ${#value} > 246)); then # no page could show it again
+      orv_msg 'Nothing was saved: a value is too long.'
+    elif [[ $value == *[[:cntrl:]\"\$\\\`]* ]]; then
+      orv_msg 'Nothing was saved: no value may hold one of " $ \ `'
+    else
+      text[$file]+=$name=$value$'\n' orv__stored+=("$name")
+    fi
+  done
+  ((!orv_failed)) || return 1
+  if ! { mkdir -- "$new" && orv__write && orv__keep "${!text[@]}" &&
+    mv -T -- "$new" "$ORV_STATE/.commit"; } 2>/dev/null; then
+    rm -rf -- "$new"
+    orv_msg 'The settings could not be stored. Is the storage full?'
+    return 1
+  fi
+  orv__finish
+  for name in "${orv__secrets[@]}"; do
+    printf 'u_%s=\n' "$name" # the page that confirms shall not carry it on
+  done
+  ((!${#orv__guard[@]})) || orv_background orv__watch "${orv__guard[@]}"
+  orv__guard=()
+}
+
+orv__write() { # the `text` of each file into `new`
+  local file
+  for file in "${!text[@]}"; do
+    printf '%s' "${text[$file]}" >"$new/$file" || return
+  done
+  sync -- "$new"/* "$new" || sync
+}
+
+# --- while and after the page goes out ----------------------------------------
+
+# orv_background COMMAND...: holds neither page nor lock, outlives the script.
+orv_background() (
+  [[ -z $orv__lock ]] || exec {orv__lock}>&-
+  orv__lock=''
+  set -m # a process group of its own
+  "$@" </dev/null >/dev/null 2>&1 &
+) 2>/dev/null
+
+orv_after_page() { # SECONDS COMMAND...
+  orv_background orv__after "$@"
+}
+orv__after() {
+  sleep "$1" && "${@:2}"
+}
+
+# --- a change that goes back unless it is confirmed ---------------------------
+
+# orv_guard SECONDS [COMMAND...]: the next orv_store keeps what it replaces, and
+# puts it back unless a page is opened within that time.  COMMAND makes the
+# device use what is stored: it runs a second after the save, and again when the
+# settings go back.  Only a page opened behind its first end confirms.
+orv_guard() {
+  [[ $1 =~ ^[1-9][0-9]{0,5}$ ]] || orv_msg 'orv_guard lacks its seconds.'
+  orv__guard=("$@")
+}
+
+# What a change that nobody confirmed yet has kept is older, and stays.
+orv__keep() { # FILE...
+  local file from keep=$ORV_STATE/.pending
+  ((${#orv__guard[@]})) || return 0
+  mkdir -p -- "$keep" && rm -f -- "$keep/.armed" &&
+    printf '%s' "$orv__token" >"$keep/.token" || return
+  for file; do
+    for from in {"$keep","$ORV_STATE","$ORV_DEFAULTS"}/"$file" /dev/null; do
+      [[ ! -r $from ]] || break
+    done
+    [[ $from == "$keep/$file" ]] || cp -- "$from" "$keep/$file" || return
+  done
+  sync -- "$keep"/* "$keep" || sync
+  ((${#orv__guard[@]} > 1)) || : >"$keep/.armed"
+}
+
+orv__watch() { # SECONDS [COMMAND...]
+  if (($# > 1)); then
+    sleep 1
+    "${@:2}"
+    orv__is_watched && : >"$ORV_STATE/.pending/.armed"
+  fi
+  sleep "$1" && orv_lock && orv__is_watched && orv_guard_boot "${@:2}"
+}
+
+orv__is_watched() { # nobody confirmed it, and no later change took over
+  [[ $(<"$ORV_STATE/.pending/.token") == "$orv__token" ]]
+}
+
+# orv_guard_boot [COMMAND...]: for a boot script, before the settings are used.
+# Puts back what nobody confirmed (then COMMAND runs), ends a save cut short.
+orv_guard_boot() {
+  orv_lock && [[ -d $ORV_STATE/.pending ]] || return 0
+  rm -f -- "$ORV_STATE"/.pending/.[at]*
+  mv -T -- "$ORV_STATE/.pending" "$ORV_STATE/.commit" && orv__finish
+  logger -t orv 'Nobody confirmed the change: the old settings are back'
+  orv_unlock
+  "$@"
+} 2>/dev/null
+
+# --- what changed -------------------------------------------------------------
+
+# orv__describe ARROW: in `orv_lines`, what this script has changed, one line a
+# value, by the labels and choices of the form's template.
+orv__describe() {
+  local line name=- column row what old new
+  local -A label=() entry=() told=()
+  orv_lines=()
+  orv__is_word "$orv__form" && [[ -r $ORV_TEMPLATES/$orv__form.tpl ]] &&
+    while IFS= read -r line || [[ $line ]]; do
+      what=${line#* }
+      case ${line%% *} in
+        field | select | iselect | fixed) name=${what%% *} ;;
+        checkbox)
+          name=${what%% *}
+          entry[$name.True]=on entry[$name.False]=off
+          ;;
+        label) label[$name]=$what ;;
+        choice) entry[$name.${what%% *}]=${what#* } ;;
+      esac
+    done <"$ORV_TEMPLATES/$orv__form.tpl"
+  for name in "${orv__stored[@]}" "${!orv_was[@]}"; do
+    old=${orv_was[$name]} new=${orv[$name]}
+    [[ $old != "$new" && -z ${told[$name]} ]] || continue
+    told[$name]=1 row=${name##*[!0-9]} column=$name
+    what=${orv_label[$name]:-${label[$name]}}
+    if [[ -z $what ]]; then
+      column=${name%"$row"}
+      what=${label[$column]:-$column}${row:+, row $((10#${row:-0} + 1))}
+    fi
+    orv__line "$what" 50
+    line=$REPLY
+    if [[ $column =~ _(password|passphrase|secret|pin)$ ]]; then
+      line+=': changed'
+    else
+      old=${entry[$column.$old]:-$old} new=${entry[$column.$new]:-$new}
+      orv__line "${old:-blank}" 60
+      line+=": $REPLY $1 "
+      orv__line "${new:-blank}" 60
+      line+=$REPLY
+    fi
+    orv_lines+=("$line")
+  done
+}
+
+# orv_changes: to the page that confirms, as saved_change0 to saved_change11,
+# each with the end of its line: "Device name: gateway-1 → gateway-2".
+orv_changes() {
+  local i line more
+  orv__describe '→'
+  more=$((${#orv_lines[@]} - 11))
+  for i in {0..11}; do
+    line=${orv_lines[i]}
+    ((i < 11 || more < 2)) || line="and $more more"
+    orv__line "$line" 210 shown
+    printf 'u_saved_change%d="%s"\n' "$i" "${REPLY:+$REPLY\$L\$}"
+  done
+}
+
+# orv_log_changes: the same to the system log, with who did it from where.
+orv_log_changes() {
+  local user=${REMOTE_USER:0:50} from=${REMOTE_ADDR:0:50}
+  user=${user//[!A-Za-z0-9_.@-]/_} from=${from//[!0-9A-Fa-f.:]/_}
+  orv__describe '->'
+  ((!${#orv_lines[@]})) ||
+    printf '%s\n' "${orv_lines[@]/%/ (${user:-somebody} at ${from:-home})}" |
+    logger -t orv
+  return 0
+} 2>/dev/null

@@ -1,0 +1,251 @@
+#!/usr/bin/env bats
+# shellcheck disable=SC2016  # expanded by the scripts
+# orv.bash as scripts use it: small scripts, each test's in a folder of its own,
+# against what pages, other saves and power cuts can do to them.
+
+bats_require_minimum_version 1.5.0
+
+setup() {
+  LIB=$BATS_TEST_DIRNAME/../../lib
+  export ORV_STATE=$BATS_TEST_TMPDIR/the\ \$state
+  export ORV_DEFAULTS=$BATS_TEST_TMPDIR/d ORV_TEMPLATES=$BATS_TEST_TMPDIR
+  mkdir -p "$ORV_STATE" "$ORV_DEFAULTS"
+}
+
+# script TEXT [VALUE]: runs it behind the library, with the input of the caller;
+# VALUE is $3 there.
+script() {
+  bash -c ". '$LIB/orv.bash'; $1" script.sh --task form "${2-}"
+}
+
+# saves FILE VALUE: stores name `v`.
+saves() {
+  script "orv[v]=\$3; orv_store $1 v" "$2" </dev/null
+}
+
+stored() { # FILE: what is stored, without the stamp
+  grep -v '^#' "$ORV_STATE/$1" | xargs
+}
+
+waits() { # CONDITION...: until the command succeeds
+  for ((i = 0; i < 300; i++)); do
+    if "$@"; then
+      return
+    fi
+    sleep 0.1
+  done
+  false
+}
+
+page() { # TEXT: what a script reports, the lines that a page cannot take first
+  script "$@" >"$BATS_TEST_TMPDIR/out" 2>&1 || true
+  ! grep -avP '^(?=.{0,249}$)[A-Za-z][A-Za-z0-9_]*=(".*"|[^"]*)$' \
+    "$BATS_TEST_TMPDIR/out" >&2
+  cat "$BATS_TEST_TMPDIR/out"
+}
+
+@test "the library is short and needs no command to report values" {
+  (($(wc -l <"$LIB/orv.bash") < 250 && $(wc -l <"$LIB/orv_store.bash") < 250))
+  shellcheck -x "$LIB"/orv*.bash
+  run -0 script 'PATH=/nowhere; orv_load x; orv_rows a; orv_pack a; orv_stamp
+    orv_show a; orv_msg m' </dev/null
+  [[ $output == 'orv_stamp="0 '*$'\n''a=""'$'\n''error_msg="m"' ]]
+}
+
+@test "only values of the names asked for are read, each as it was typed" {
+  local ran=$BATS_TEST_TMPDIR/ran long
+  printf -v long '%099999d' 0
+  printf '%s\n' 'new_Host_NAME="Café  a=b"' 'new_port7="7"' 'new_PORT99="x"' \
+    'new_blank=" 	"' 'new_last="in the file' 'old_a="1"' new_ 'new_="' '=""' \
+    'new_a="' 'new_a' 'new_port07="7"' 'new_port100="1"' 'new_port="1"' \
+    'new_port-1="1"' 'new_other="1"' 'new_ORV="1"' 'new_a=b="1"' 'new_b="x"y"' \
+    "new_a[\$(touch $ran)]=\"1\"" "new_port0\$(touch $ran)=\"1\"" \
+    "new_$long=\"1\"" "new_a $long=\"1\"" "new_long=\"$long\"" \
+    "new_run=\"\$(touch $ran)\`touch $ran\`'\\" \
+    "new_c=\"\$(touch $ran)\`touch $ran\`'\\\"" >"$BATS_TEST_TMPDIR/in"
+  printf -v long '%0999d' 0
+  SECONDS=0
+  run -0 script 'orv=([port5]=5 [kept]=6 [a]=stored)
+    orv_read host_Name port# blank last a b c long run
+    for n in "${!orv[@]}"; do printf "%s=%s\n" "$n" "${orv[$n]}"; done | sort
+    echo $orv_failed' <"$BATS_TEST_TMPDIR/in"
+  ((SECONDS < 5)) # all of them took a millisecond once
+  [[ $output == "a=stored
+blank=
+c=\$(touch $ran)\`touch $ran\`'\\
+host_Name=Café  a=b
+kept=6
+long=$long
+port7=7
+port99=x
+0" && ! -e $ran ]]
+  run -0 page 'orv_read a' < <(printf 'new_a="1"\nnew_A="2"\n')
+  [[ $output == 'error_msg="The request says something twice."' ]]
+}
+
+@test "no value and no text forges a line, is cut inside a letter or expanded" {
+  local long dollars
+  printf -v long '%0250d' 0
+  dollars=${long//0/\$}
+  run -0 page 'orv_put a "$3" || echo "cut=$?"; orv_error "a b" "$3"
+    orv_msg "$3"; orv_msg second' $'x\nerror_msg=forged\r$V:a$'
+  [[ $output == 'a="x error_msg=forged $V:a$"'$'\n''cut=1
+error_a_b="x error_msg=forged $$$V:a$$$"
+error_msg="x error_msg=forged $$$V:a$$$"' ]]
+  for long in "$long" "$dollars" "${long//0/é}" "${long//0/€}" "x${long//0/😀}"
+  do
+    run -0 page 'orv_put a "$3" || echo "cut=$?"
+      orv_error b "$3"; orv_fatal "$3"' "$long"
+    [[ $output == *cut=1*error_b=*error_msg=*error_fatal=yes ]]
+    iconv -f UTF-8 -t UTF-16 <<<"$output" >/dev/null
+  done
+  run -0 page 'for n in error_a delete_a "a=b" "" 1 "a b"; do
+    orv_put "$n" 1 && exit 1; done; echo "end=$orv_failed"'
+  [[ $output == end=0 ]]
+}
+
+@test "rows are found and numbered anew whatever gaps they have" {
+  run -0 page 'orv_read a# b# box#; orv_rows a b; echo "rows=${rows[*]}"
+    orv_tick "${rows[@]/#/box}"; orv_pack a box; orv_show "${cells[@]}" a90' \
+    < <(printf 'new_%s="%s"\n' a90 z b7 y box7 true a0 x box3 1 a08 n)
+  [[ $output == 'rows=0 7 90
+a0="x"
+box0="False"
+a1=""
+box1="True"
+a2="z"
+box2="False"
+a90=""' ]]
+  run -0 script 'orv_one_of b a b &&
+    ! orv_one_of "a b" a b && ! orv_one_of "*" a b'
+}
+
+@test "nothing is stored before all of it is known to fit" {
+  saves one old && saves two old
+  for bad in $'a\nb' 'a"b' 'a$b' 'a\b' 'a`b' $'a\x7f' "$(printf '%0250d' 0)"; do
+    run -1 script 'orv[v]=new orv[w]=$3; orv_store one v -- two v w' "$bad"
+    [[ $output == 'error_msg="Nothing was saved'* && $(stored one) == v=old ]]
+  done
+  run -1 script 'orv_store ../out v'
+  run -1 script 'orv_error v no; orv_store one v'
+  run -0 script 'orv[v]="Café '\''n'\'' #=" ; orv_store one v -- new v x'
+  [[ $(<"$ORV_STATE/new") == *$'\n'"v=Café 'n' #="$'\n'x= ]]
+  [[ $(stat -c %a "$ORV_STATE/new") == 600 && $(stored two) == v=old ]]
+  ORV_STATE=/dev/null/x run -1 script 'orv_store one v'
+  [[ $output == 'error_msg="The settings are in use or cannot'* ]]
+  run -1 script 'orv_lock; mv() { return 1; }; orv_store one v'
+  [[ $output == *'Is the storage full?"' && $(ls -A "$ORV_STATE") != *.new* ]]
+}
+
+@test "several files are one step, also where the power fails between them" {
+  saves one old && saves two old
+  # Power that fails once the save is committed, and before that.
+  script 'orv_lock; orv__finish() { :; }; orv[v]=new; orv_store one v -- two v'
+  [[ $(stored one)$(stored two) == v=oldv=old ]]
+  for read in one two; do
+    run -0 page "orv_load $read; orv_show v" </dev/null
+    [[ $output == 'v="new"' ]]
+  done
+  mkdir "$ORV_STATE/.new.1" && echo v=half >"$ORV_STATE/.new.1/two"
+  script orv_guard_boot
+  [[ $(stored one)$(stored two) == v=newv=new ]]
+  [[ $(ls -A "$ORV_STATE") == $'.lock\none\ntwo' ]]
+}
+
+@test "saves at the same time come one after the other" {
+  saves count 0
+  for _ in {1..20}; do
+    script 'orv_lock; orv_load count
+      orv[v]=$((orv[v] + 1)); orv_store count v' &
+  done
+  wait
+  [[ $(stored count) == v=20 ]]
+  # A daemon that a save started does not hold the lock on.
+  daemon=$(script 'orv_lock; sleep 60 >/dev/null & echo $!' 3>&-)
+  run -0 timeout 20 bash -c ". '$LIB/orv.bash'; orv_lock"
+  kill "$daemon"
+}
+
+@test "a page older than the last save is refused, its own save aside" {
+  local form='orv_load one; orv_load two; orv_read v; orv_stamp; orv_end
+    ((orv_failed)) || orv_store one v'
+  opened() { script 'orv_load one; orv_load two; orv_stamp' </dev/null; }
+  first=$(opened) second=$(opened)
+  run -0 script "$form" < <(printf 'new_v="1"\nnew_%s\n' "$first")
+  [[ -z $output && $(stored one) == v=1 ]]
+  run -0 script "$form" < <(printf 'new_v="2"\nnew_%s\n' "$second")
+  [[ $output == *older* && $(stored one) == v=1 ]]
+  third=$(opened)
+  run -0 script "$form" < <(printf 'new_v="3"\nnew_%s\n' "$first") # Back
+  [[ -z $output && $(stored one) == v=3 ]]
+  for old in "$third" 'orv_stamp="*"' 'orv_stamp="? ?"' 'orv_stamp="x"'; do
+    run -0 script "$form" < <(printf 'new_v="4"\nnew_%s\n' "$old")
+    [[ $output == *older* && $(stored one) == v=3 ]]
+  done
+  run -0 script "$form" <<<'new_v="5"' # a program that opened no page
+  [[ $(stored one) == v=5 ]]
+}
+
+@test "what changed is told by labels and choices, secrets only as changed" {
+  printf '%s\n' body 'field host 20' 'label Device name' 'select mode' \
+    'label Mode' 'choice a Auto matic' 'choice s By hand' 'checkbox on' \
+    'label Light' 'table t 1' 'field to' 'label Port' 'field a_pin' 'label PIN' \
+    >"$ORV_TEMPLATES/form.tpl"
+  printf '%s\n' host=old mode=a on=True to0=1 to1=2 a_pin=9 >"$ORV_STATE/form"
+  run -0 script 'logger() { sed s/^/log:/; }
+    orv_load form; orv_read host mode on to#
+    orv_secret a_pin b_pin; orv[a_pin]=1234; orv_tick on; orv_rows to; orv_pack to
+    orv_store form host mode on a_pin b_pin "${cells[@]}"
+    REMOTE_USER="a;b" REMOTE_ADDR="::1
+x"; orv_changes; orv_log_changes' \
+    < <(printf 'new_%s="%s"\n' host "it's" mode s on False to0 3)
+  [[ $output == 'u_a_pin=
+u_b_pin=
+u_saved_change0="Device name: old → it'\''s$L$"
+u_saved_change1="Mode: Auto matic → By hand$L$"
+u_saved_change2="Light: on → off$L$"
+u_saved_change3="PIN: changed$L$"
+u_saved_change4="Port, row 1: 1 → 3$L$"
+u_saved_change5="Port, row 2: 2 → blank$L$"
+u_saved_change6=""'*'log:Light: on -> off (a_b at ::1__)'* ]]
+  [[ $output != *1234* ]]
+  run -0 page 'orv_load x; for i in {0..19}; do orv[x$i]="&$i\$V:a\$"; done
+    orv__more :; orv__stored=("${!orv[@]}"); orv_changes'
+  [[ $output == *'$$$V:a$$$$L$"'*'u_saved_change11="and 9 more$L$"' ]]
+}
+
+@test "a guarded change goes back unless a page is opened" {
+  local ran=$BATS_TEST_TMPDIR/ran
+  echo v=shipped >"$ORV_DEFAULTS/net"
+  guarded() {
+    script "orv__more :; (($1 < 9)) || orv_background() { :; }; orv_guard $1 $2
+      orv[v]=new orv[w]=1; orv_store net v w" 3>&-
+  }
+  guarded 1 && [[ $(stored net) == 'v=new w=1' ]]
+  waits grep -q shipped "$ORV_STATE/net"
+  guarded 900 && [[ -e $ORV_STATE/.pending/net ]]
+  script 'orv_load net' < <(:) # only opening confirms
+  [[ -e $ORV_STATE/.pending/net ]]
+  guarded 800 # again, still not confirmed: the first state is kept
+  [[ $(<"$ORV_STATE/.pending/net") == v=shipped ]]
+  script "orv_guard_boot touch $ran" </dev/null
+  [[ $(<"$ORV_STATE/net") == v=shipped && -e $ran && ! -e $ORV_STATE/.pending ]]
+  guarded 900 && script 'orv_load net' </dev/null
+  [[ ! -e $ORV_STATE/.pending ]] && script orv_guard_boot </dev/null
+  [[ $(stored net) == 'v=new w=1' ]]
+  # With a command, pages opened before it ran confirm nothing.
+  guarded 1 "eval 'cat \"\$ORV_STATE/net\" >>$ran'"
+  script 'orv_load net' </dev/null
+  [[ -e $ORV_STATE/.pending ]]
+  waits grep -q new "$ran"
+  waits test ! -e "$ORV_STATE/.pending"
+}
+
+@test "what runs in the background holds neither page nor lock" {
+  run -0 script 'orv_lock; touches() { touch "$1"; }
+    orv_background bash -c "echo \$\$ >\"\$1\"; exec sleep 60" "" "$3"
+    orv_after_page 0 touches "$3.done"' "$ORV_STATE/pid" </dev/null 3>&-
+  run -0 timeout 20 bash -c ". '$LIB/orv.bash'; orv_lock"
+  waits test -e "$ORV_STATE/pid.done" -a -s "$ORV_STATE/pid"
+  kill "$(<"$ORV_STATE/pid")" # it runs still
+}
