@@ -124,13 +124,16 @@ static void hidden_if_set(char type, const char *name, const char *value)
 }
 
 // An unticked box posts nothing, so a check box carries "False" as its user
-// value, which a ticked box's own field then replaces.
+// value, which a ticked box's own field then replaces.  One of a row that was
+// emptied stays empty, or its row would count as used.
 static void hidden_values(const orv_var *var)
 {
   hidden_if_set('d', var->name, var->d_value);
   hidden_if_set('c', var->name, var->c_value);
   hidden_if_set('o', var->name, var->o_value);
-  hidden_if_set('u', var->name, var->is_checkbox ? "False" : var->u_value);
+  const bool is_empty = var->u_value != nullptr && var->u_value[0] == '\0';
+  hidden_if_set('u', var->name,
+                var->is_checkbox && !is_empty ? "False" : var->u_value);
 }
 
 void cgiout_close_form(void)
@@ -569,6 +572,7 @@ static void op_checkbox_core(pt_body_item *itm, char *name, char *varname)
   const int ticked = orv_string_is_true(value);
   if (value != nullptr) {
     orv_set_var_ischeckbox(varname);
+    orv_set_var_ischeckbox(name); // as which it is posted
   }
   html_form_checkbox(name, "True", ticked, nullptr, nullptr, nullptr,
                      control_help(itm, nullptr));
