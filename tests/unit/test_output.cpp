@@ -135,7 +135,8 @@ TEST_F(Output, AnExpansionEndsAtAMebibyte)
   draw("");
   const std::pair<string, bool> rows[] = { // behind 1023 KiB, is it whole
     {string(1023, 'x'), true}, {string(1024, 'x'), true},
-    {string(1025, 'x'), false}, {"x$V:kib$", false}, {times(9, "$V:kib$"), false},
+    {string(1025, 'x'), false}, {"x$V:kib$", false},
+    {times(9, "$V:kib$"), false},
   };
   for (const auto &[rest, whole] : rows) {
     calls.clear();
