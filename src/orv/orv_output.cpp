@@ -9,14 +9,12 @@
 
 #include "orv_output.h"
 
-#include <algorithm>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
 
 #include "orv.h"
-#include "orv_error.h"
 #include "orv_parser.h"
 #include "orv_vars.h"
 
@@ -27,11 +25,6 @@ struct subs {
 };
 
 constexpr int COND_DEPTH = 20; // nested conditions, far beyond any real form
-// A few references to a long value would otherwise make a page of any size.
-constexpr size_t EXPANSION_MAX = 1024UL * 1024;
-// More cells than a request has room for: a page shows each and posts its
-// state.
-constexpr int EMPTIED_CELLS_MAX = 50000;
 
 // Set by each walk, kept afterwards.
 static const pto_procs *p;
@@ -60,7 +53,7 @@ static void problem(const char *message)
   if (p != nullptr) {
     p->o_comment("%s", message);
   } else {
-    orv_log(LOG_INFO, message);
+    syslog(LOG_INFO, "%s", message);
   }
 }
 
@@ -153,16 +146,13 @@ static const char *read_construct(char *in, char **rest)
   return in[2] == ':' ? read_reference(in, rest) : nullptr;
 }
 
-// Writes the expansion of `in`, cut at `limit`, unless `out` is NULL; its
-// length.
-static size_t expand_p(char *out, char *in, size_t limit)
+static size_t expand_p(char *out, char *in)
 {
   size_t length = 0;
-  while (*in != '\0' && length < limit) {
+  while (*in != '\0') {
     char *rest = in + 1;
     const char *text = read_construct(in, &rest);
-    const size_t text_length =
-        std::min(text != nullptr ? strlen(text) : 1, limit - length);
+    const size_t text_length = text != nullptr ? strlen(text) : 1;
     if (out != nullptr) {
       memcpy(out + length, text != nullptr ? text : in, text_length);
     }
@@ -185,12 +175,7 @@ char *orv_out_expand(char *in)
   if (strchr(in, '$') == nullptr) {
     return in;
   }
-  size_t length = expand_p(nullptr, in, EXPANSION_MAX + 1);
-  if (length > EXPANSION_MAX) {
-    problem("Expanded text too long");
-    length = EXPANSION_MAX;
-  }
-  const size_t size = length + 1;
+  const size_t size = expand_p(nullptr, in) + 1;
   if (outbuf_len < size) {
     free(outbuf);
     outbuf_len = 0;
@@ -201,7 +186,7 @@ char *orv_out_expand(char *in)
     }
     outbuf_len = size;
   }
-  expand_p(outbuf, in, length);
+  expand_p(outbuf, in);
   return outbuf;
 }
 
@@ -365,23 +350,6 @@ static bool draw_row(pt_body_item *table, int in_row, int out_row)
   return row_has_entry;
 }
 
-// Empties the rows from `row` on that deletion has freed.
-static void empty_rows(pt_body_item *table, int row, int end)
-{
-  int cells = 0;
-  for (; row < end && cells <= EMPTIED_CELLS_MAX; row++) {
-    for_each_column(table, [&](pt_body_item *column) {
-      if (cells < EMPTIED_CELLS_MAX) {
-        orv_set_var(name_cell(column, row).text, o_user, nullptr, 0);
-      }
-      cells++;
-    });
-  }
-  if (cells > EMPTIED_CELLS_MAX) {
-    problem("Too many deleted cells in table");
-  }
-}
-
 static void do_table_iter(pt_body_item *table)
 {
   draw_headings(table, MCOL_BODY_DEL);
@@ -405,7 +373,11 @@ static void do_table_iter(pt_body_item *table)
     out_row++;
   }
   p->o_comment("DEBUG: in_row %d out_row %d", in_row, out_row);
-  empty_rows(table, out_row, in_row);
+  for (; out_row < in_row; out_row++) {
+    for_each_column(table, [&](pt_body_item *column) {
+      orv_set_var(name_cell(column, out_row).text, o_user, nullptr, 0);
+    });
+  }
   p->o_mcol_trans(table, MCOL_END);
 }
 

@@ -325,41 +325,38 @@ static piece next_piece(const char **in)
   return {start, static_cast<size_t>(*in - start), false};
 }
 
-// Writes the expansion of `in` and stores its length; only measures when `out`
-// is NULL.  With a scan, `in` is a shell command line in which what a request
-// can choose is quoted; false when that cannot be done where it stands.
-static bool expand_pieces(char *out, const char *in, shell_scan *scan,
-                          size_t *length)
+// Writes `text` behind `length` bytes of `out`; only measures when that is
+// NULL.
+static void append(char *out, size_t *length, const char *text, size_t more)
 {
-  *length = 0;
+  if (out != nullptr) {
+    memcpy(out + *length, text, more);
+  }
+  *length += more;
+}
+
+// Writes the expansion of `in`, with a NUL behind it, and returns its length;
+// only measures when `out` is NULL.  What a request can choose stands between
+// two NULs, if that is asked for.
+static size_t expand_pieces(char *out, const char *in, bool marked)
+{
+  size_t length = 0;
   while (*in != '\0') {
-    piece part = next_piece(&in);
-    char *end = out != nullptr ? out + *length : nullptr;
-    if (scan != nullptr && part.of_request) {
-      if (!shell_quote(scan, part.text, end, &part.length)) {
-        return false;
-      }
-    } else {
-      if (scan != nullptr) {
-        shell_scan_text(scan, part.text, part.length);
-      }
-      if (end != nullptr) {
-        memcpy(end, part.text, part.length);
-      }
-    }
-    *length += part.length;
+    const piece part = next_piece(&in);
+    const size_t mark = marked && part.of_request && part.length != 0 ? 1 : 0;
+    append(out, &length, "", mark);
+    append(out, &length, part.text, part.length);
+    append(out, &length, "", mark);
   }
   if (out != nullptr) {
-    out[*length] = '\0';
+    out[length] = '\0';
   }
-  return true;
+  return length;
 }
 
 static size_t expand_p(char *out, const char *in)
 {
-  size_t length = 0;
-  expand_pieces(out, in, nullptr, &length);
-  return length;
+  return expand_pieces(out, in, false);
 }
 
 static char *expand_parameter(const char *in)
@@ -374,24 +371,25 @@ static char *expand_parameter(const char *in)
   return text;
 }
 
-static bool expand_command_p(char *out, const char *in, size_t *length)
-{
-  shell_scan scan = {};
-  return expand_pieces(out, in, &scan, length);
-}
-
-// The expansion of the script command line `in`, owned by the caller; NULL
-// with a report.
+// The expansion of the script command line `in`, with its values quoted, owned
+// by the caller; NULL with a report.
 static char *expand_command(const char *in)
 {
-  size_t length = 0;
-  if (!expand_command_p(nullptr, in, &length)) {
+  const size_t length = expand_pieces(nullptr, in, true);
+  const owned_text marked(static_cast<char *>(must_malloc(length + 1)));
+  if (marked == nullptr) {
+    return nullptr;
+  }
+  expand_pieces(marked.get(), in, true);
+  size_t quoted = 0;
+  if (!shell_quote(marked.get(), length, nullptr, &quoted)) {
     orv_fatal("Cannot quote a value in script command \"%s\"", in);
     return nullptr;
   }
-  char *line = static_cast<char *>(must_malloc(length + 1));
+  char *line = static_cast<char *>(must_malloc(quoted + 1));
   if (line != nullptr) {
-    expand_command_p(line, in, &length);
+    shell_quote(marked.get(), length, line, &quoted);
+    line[quoted] = '\0';
   }
   return line;
 }

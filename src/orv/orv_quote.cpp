@@ -3,244 +3,513 @@
 // A command line is the template author's own shell text with values of the
 // request in between.  The scan follows the author's text as bash lexes it,
 // just far enough to tell in which kind of quotes the next character stands.
-// A construct whose end takes a real parser to find (substitutions, here-
-// documents, subscripts, arithmetic, comments) makes the rest of the line
-// unsafe: a value that needs quoting is then refused, and the caller reports
-// it.  Refusing where quoting would have worked costs an author a clearer
-// line; quoting where it does not work would run a stranger's commands.
-// Whether the text is a valid command is not judged here.
+// A construct inside which quoting works differently (substitutions, patterns,
+// arithmetic) is left again only where its end is plain to see; behind any
+// other, the rest of the line counts as its inside.  A value that needs quoting
+// there is refused, and the caller reports it.  Refusing where quoting would
+// have worked costs an author a clearer line; quoting where it does not work
+// would run a stranger's commands.  Whether the text is a valid command is not
+// judged here.
 
 #include "orv_quote.h"
 
-#include <algorithm>
 #include <ctype.h>
 #include <stdio.h>
 #include <string.h>
 
-// --- the scan ----------------------------------------------------------------
+// Where a character stands.
+enum shell_place {
+  SHELL_BARE,
+  SHELL_SINGLE,     // inside '...'
+  SHELL_DOUBLE,     // inside "..."
+  SHELL_UNSAFE,     // where quotes are not followed: a plain value alone
+  SHELL_ARITHMETIC, // inside $((, ((, $[, [[ or a subscript: a number alone
+  SHELL_PATTERN,    // where any value would change what is meant
+};
 
-static void enter(shell_scan *scan, shell_place place)
+// Whether the next word is one that bash looks at for more than a value.
+enum shell_position {
+  POSITION_FIRST,    // of the line: a path, since a directory comes before it
+  POSITION_COMMAND,  // a reserved word or an assignment, if it looks like one
+  POSITION_KEYWORD,  // perhaps, up to the next separator
+  POSITION_ARGUMENT, // never
+};
+
+struct shell_scan {
+  const char *end;   // of the line
+  shell_scan *outer; // as it is behind the construct around
+  const char *over;  // where the construct around is over, NULL for nowhere
+  const char *word;  // where the word began, NULL between words
+  shell_place place;
+  shell_position position;
+  char last; // the character before, when it changes what follows; "n" in $name
+  bool brace; // the word may be multiplied by {x,y}
+  bool value; // the word holds a value
+};
+
+// --- characters --------------------------------------------------------------
+
+static bool one_of(const char *set, char c)
 {
-  scan->place = place;
-  scan->in_word = true;
+  return c != '\0' && strchr(set, c) != nullptr;
 }
 
-// Whether `c`, standing bare behind `last`, opens what is evaluated as a
-// number.
-static bool opens_arithmetic(char last, char c, bool in_word)
+static bool is_name(char c)
 {
-  switch (c) {
-  case '[': // $[..], [[ and subscripts
-    return in_word;
-  case '(': // ((
-    return last == '(';
-  default:
-    return false;
-  }
+  return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
-
-// Whether `c`, standing bare behind `last`, opens what the scan cannot follow.
-static bool opens_unsafe(char last, char c, bool in_word)
-{
-  switch (c) {
-  case '`':
-    return true;
-  case '\'':
-  case '{':
-    return last == '$';
-  case '#': // a comment, which a line end in the value would leave
-    return !in_word;
-  case '(': // $(, <(, >( and behind a word functions, patterns, arrays
-    return in_word || last == '<' || last == '>';
-  case '<': // a here-document
-    return last == '<';
-  case '&': // >&, whose word bash expands a second time
-    return last == '<' || last == '>';
-  default:
-    return false;
-  }
-}
-
-static void scan_bare(shell_scan *scan, char c)
-{
-  const char last = scan->last;
-  scan->last = '\0';
-  if (last == '\\') {
-    scan->in_word = true;
-    return;
-  }
-  if (opens_arithmetic(last, c, scan->in_word)) {
-    scan->place = SHELL_ARITHMETIC;
-    return;
-  }
-  if (opens_unsafe(last, c, scan->in_word)) {
-    scan->place = SHELL_UNSAFE;
-    // What may end it, or turn out to be arithmetic.
-    scan->last = strchr("<&({", c) != nullptr ? c : '\0';
-    return;
-  }
-  switch (c) {
-  case '\'':
-    enter(scan, SHELL_SINGLE);
-    break;
-  case '"': // $"..." is no different
-    enter(scan, SHELL_DOUBLE);
-    break;
-  case '\\':
-  case '$':
-    scan->last = c;
-    scan->in_word = true;
-    break;
-  case '(':
-  case '<':
-  case '>':
-    scan->last = c;
-    scan->in_word = false;
-    break;
-  case ')':
-  case ';':
-  case '&':
-  case '|':
-  case ' ':
-  case '\t':
-  case '\n':
-    scan->in_word = false;
-    break;
-  default:
-    scan->in_word = true;
-    break;
-  }
-}
-
-static void scan_double(shell_scan *scan, char c)
-{
-  const char last = scan->last;
-  scan->last = '\0';
-  if (last == '\\') {
-    return;
-  }
-  if (c == '"') {
-    enter(scan, SHELL_BARE);
-  } else if (c == '\\' || c == '$') {
-    scan->last = c;
-  } else if (last == '$' && c == '[') {
-    scan->place = SHELL_ARITHMETIC;
-  } else if (c == '`' || (last == '$' && (c == '(' || c == '{'))) {
-    scan->place = SHELL_UNSAFE;
-    scan->last = c;
-  }
-}
-
-// Whether `last` stands in the name or the operator behind ${: "{" before a
-// name has begun, "n" within it.
-static bool in_parameter(char last)
-{
-  return last == '{' || last == 'n';
-}
-
-// What `last` becomes with `c` in that name, '\0' behind it.
-static char parameter_state(char last, char c)
-{
-  if (isalnum(static_cast<unsigned char>(c)) != 0 || c == '_') {
-    return 'n';
-  }
-  // Of one character, or before a name, or the operators of ${name@P}.
-  return strchr(last == '{' ? "!#@*?$-" : "@*", c) != nullptr ? '{' : '\0';
-}
-
-// Whether `c`, inside of what the scan cannot follow, opens what is evaluated
-// as a number: ((, a subscript or [[, the offset in ${y:1}.
-static bool opens_nested_arithmetic(char last, char c)
-{
-  return c == '[' || (c == '(' && last == '(') ||
-         (c == ':' && in_parameter(last));
-}
-
-// Two beginnings have an end that is simple to tell: a third "<" makes a here-
-// string, and "2>&1" is done with the first character behind the number.
-static void scan_unsafe(shell_scan *scan, char c)
-{
-  const char last = scan->last;
-  scan->last = '\0';
-  if (opens_nested_arithmetic(last, c)) {
-    scan->place = SHELL_ARITHMETIC;
-    scan->last = c == ':' ? ':' : '\0';
-  } else if (last == '<' && c == '<') {
-    scan->place = SHELL_BARE;
-    scan->in_word = false;
-  } else if ((last == '&' || last == '1') &&
-             ((c >= '0' && c <= '9') || c == '-')) {
-    scan->last = '1';
-  } else if (last == '1' && strchr(" \t;|&)", c) != nullptr) {
-    scan->place = SHELL_BARE;
-    scan_bare(scan, c);
-  } else if (in_parameter(last) && parameter_state(last, c) != '\0') {
-    scan->last = parameter_state(last, c);
-  } else if (strchr("$(", c) != nullptr ||
-             (c == '{' && (last == '$' || last == '{'))) {
-    scan->last = c;
-  }
-}
-
-// ${y:-word} and the like have no offset.
-static void scan_arithmetic(shell_scan *scan, char c)
-{
-  if (scan->last == ':' && strchr("-=?+", c) != nullptr) {
-    scan->place = SHELL_UNSAFE;
-  }
-  scan->last = '\0';
-}
-
-void shell_scan_text(shell_scan *scan, const char *text, size_t length)
-{
-  for (size_t i = 0; i < length; i++) {
-    switch (scan->place) {
-    case SHELL_BARE:
-      scan_bare(scan, text[i]);
-      break;
-    case SHELL_SINGLE:
-      if (text[i] == '\'') {
-        enter(scan, SHELL_BARE);
-      }
-      break;
-    case SHELL_DOUBLE:
-      scan_double(scan, text[i]);
-      break;
-    case SHELL_UNSAFE:
-      scan_unsafe(scan, text[i]);
-      break;
-    case SHELL_ARITHMETIC:
-      scan_arithmetic(scan, text[i]);
-      break;
-    }
-  }
-}
-
-// --- quoting -----------------------------------------------------------------
-
-// What means nothing to the shell wherever it stands, besides bytes that are
-// no ASCII.
-constexpr char PLAIN[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                         "abcdefghijklmnopqrstuvwxyz"
-                         "0123456789_./:@%+,=-";
 
 static bool is_ascii(char c)
 {
   return static_cast<unsigned char>(c) < 0x80;
 }
 
+// What means nothing to the shell in the middle of a word.
 static bool is_plain(char c)
 {
-  return !is_ascii(c) || strchr(PLAIN, c) != nullptr;
+  return !is_ascii(c) || is_name(c) || one_of("./:@%+,=-", c);
 }
 
-// In the name of ${!name} and ${name@P} a name is evaluated, too.
-static bool needs_quoting(const char *value, const shell_scan *scan)
+static const char *skip_plain(const char *p)
 {
-  if (scan->place == SHELL_ARITHMETIC || in_parameter(scan->last)) {
-    return value[strspn(value, "0123456789")] != '\0';
+  while (is_plain(*p)) {
+    p++;
   }
-  return !std::all_of(value, value + strlen(value), is_plain);
+  return p;
+}
+
+// A number as bash reads it: with a leading zero it is octal.
+static bool is_number(const char *value)
+{
+  return value[strspn(value, "0123456789")] == '\0' &&
+         (value[0] != '0' || strpbrk(value, "89") == nullptr);
+}
+
+// --- words -------------------------------------------------------------------
+
+// Each before any that it is a part of.
+static const char RESERVED[] = " if fi in do for elif else then time case esac "
+                               "done while until select coproc function ";
+
+static bool is_reserved(const char *word, size_t length)
+{
+  const char *found = static_cast<const char *>(
+      memmem(RESERVED, sizeof RESERVED - 1, word, length));
+  return found != nullptr && found[-1] == ' ' && found[length] == ' ';
+}
+
+// Whether the word up to `p` is a command's name for certain.
+static bool is_command(const char *word, const char *p)
+{
+  if (is_reserved(word, static_cast<size_t>(p - word))) {
+    return false;
+  }
+  while (word < p && (*word == '\0' || (is_plain(*word) && *word != '='))) {
+    word++;
+  }
+  return word == p;
+}
+
+static void begin_word(shell_scan *scan, const char *p)
+{
+  if (scan->word == nullptr) {
+    scan->word = p;
+  }
+}
+
+static void end_word(shell_scan *scan)
+{
+  scan->word = nullptr;
+  scan->brace = false;
+  scan->value = false;
+}
+
+static void end_command(shell_scan *scan)
+{
+  end_word(scan);
+  scan->position = POSITION_COMMAND;
+}
+
+// Behind a redirection a command's name may still be to come.
+static void redirect(shell_scan *scan)
+{
+  end_word(scan);
+  if (scan->position != POSITION_ARGUMENT) {
+    scan->position = POSITION_KEYWORD;
+  }
+}
+
+static void scan_blank(shell_scan *scan, const char *p)
+{
+  if (scan->word != nullptr && scan->position < POSITION_KEYWORD) {
+    scan->position =
+        is_command(scan->word, p) ? POSITION_ARGUMENT : POSITION_KEYWORD;
+  }
+  end_word(scan);
+}
+
+// --- constructs --------------------------------------------------------------
+
+// What behind `p` comes next: a character or a whole value.
+static const char *behind(const char *p)
+{
+  return *p != '\0' ? p + 1 : p + 1 + strlen(p + 1) + 1;
+}
+
+// Where what began before `p` is over, NULL if that is not plain to see.  In
+// commands "case" has parentheses that close nothing.
+static const char *plain_end(const char *p, const char *end, const char *closer)
+{
+  const size_t length = strlen(closer);
+  const bool commands = strcmp(closer, ")") == 0;
+  while (p < end) {
+    if (strncmp(p, closer, length) == 0) {
+      return p + length;
+    }
+    if (one_of("'\"\\`()[]{}", *p) || (*closer == ']' && one_of(";&|<>", *p)) ||
+        (commands && (*p == '#' || strncmp(p, "<<", 2) == 0 ||
+                      strncmp(p, "case", strlen("case")) == 0))) {
+      return nullptr;
+    }
+    p = behind(p);
+  }
+  return nullptr;
+}
+
+// Enters a construct.  One within another leaves the end of the outer one
+// unknown, so one scan to return to is enough.
+static void enter(shell_scan *scan, shell_place place, const char *over)
+{
+  *scan->outer = *scan;
+  scan->outer->last = '\0';
+  scan->over = over;
+  scan->position = POSITION_ARGUMENT;
+  // Where its end is unknown, only what touches it is part of a pattern.
+  scan->place =
+      over == nullptr && place == SHELL_PATTERN ? SHELL_UNSAFE : place;
+  if (over != nullptr) {
+    end_word(scan);
+  }
+}
+
+static void enter_commands(shell_scan *scan, const char *p, const char *closer)
+{
+  enter(scan, SHELL_UNSAFE, plain_end(p, scan->end, closer));
+  end_command(scan);
+}
+
+static void enter_arithmetic(shell_scan *scan, const char *p,
+                             const char *closer)
+{
+  enter(scan, SHELL_ARITHMETIC, plain_end(p, scan->end, closer));
+}
+
+// What a value at `p`, behind ${, would be part of: a word for "-", "=" and
+// "+", an offset for ":", else a name, an operator or a pattern.
+static void enter_parameter(shell_scan *scan, const char *p)
+{
+  // "${ command; }" ends like no other.
+  const char *over =
+      one_of(" \t\n|", *p) ? nullptr : plain_end(p, scan->end, "}");
+  if (one_of("!#@*?$-", *p)) {
+    p++;
+  }
+  while (is_name(*p)) {
+    p++;
+  }
+  shell_place place = SHELL_PATTERN;
+  if (*p == ':' && !one_of("-=?+", p[1])) {
+    place = SHELL_ARITHMETIC;
+  } else if (one_of(":-=+}", *p)) {
+    place = SHELL_UNSAFE;
+  }
+  enter(scan, place, over);
+}
+
+// Enters what `c` at `p` opens in and outside of double quotes alike.
+static bool enter_expansion(shell_scan *scan, const char *p, char last)
+{
+  if (last != '$') {
+    return false;
+  }
+  if (p[0] == '(' && p[1] == '(') {
+    enter_arithmetic(scan, p + 2, "))");
+  } else if (p[0] == '(') {
+    enter_commands(scan, p + 1, ")");
+  } else if (p[0] == '{') {
+    enter_parameter(scan, p + 1);
+  } else if (p[0] == '[') {
+    enter_arithmetic(scan, p + 1, "]");
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// "[[ .. ]]", a subscript or a pattern; not the command "[".
+static void enter_bracket(shell_scan *scan, const char *p)
+{
+  const bool first = scan->word == nullptr;
+  begin_word(scan, p);
+  if (first && p[1] == '[' && one_of(" \t", p[2])) {
+    const char *over = plain_end(p + 2, scan->end, " ]]");
+    const bool whole =
+        over == scan->end || (over != nullptr && one_of(" \t;&|)", *over));
+    enter(scan, SHELL_ARITHMETIC, whole ? over : nullptr);
+  } else if (!first || scan->place == SHELL_UNSAFE) {
+    enter_arithmetic(scan, p + 1, "]");
+  } else if (p + 1 != scan->end && !one_of(" \t", p[1])) {
+    enter(scan, SHELL_PATTERN, plain_end(p + 1, scan->end, "]"));
+  }
+}
+
+// ((, process substitutions, arrays, functions, patterns, subshells.
+static void enter_parenthesis(shell_scan *scan, const char *p, char last)
+{
+  if (last == '<' || last == '>') {
+    begin_word(scan, p);
+    enter_commands(scan, p + 1, ")");
+  } else if (scan->word != nullptr) {
+    const bool array = p[-1] == '=';
+    end_command(scan); // behind it, since a function may begin there
+    enter_commands(scan, p + 1, ")");
+    if (array) {
+      scan->position = POSITION_ARGUMENT;
+    }
+  } else {
+    end_command(scan);
+    if (p[1] == '(') {
+      enter_arithmetic(scan, p + 2, "))");
+    }
+  }
+}
+
+// The word behind >& at `p`, which bash expands a second time.
+static void enter_duplication(shell_scan *scan, const char *p)
+{
+  const char *over = skip_plain(p + 1 + strspn(p + 1, " \t"));
+  if (over == scan->end || one_of(" \t;|&)", *over)) {
+    enter(scan, SHELL_PATTERN, over);
+  } else {
+    begin_word(scan, p);
+    enter(scan, SHELL_PATTERN, *over == '\0' ? over + 1 : nullptr);
+  }
+}
+
+// --- the scan ----------------------------------------------------------------
+
+// What `last` becomes behind `c`.
+static char remembered(char last, char c)
+{
+  if (is_name(c) && (last == '$' || last == 'n')) {
+    return 'n';
+  }
+  return one_of("\\$<>", c) ? c : '\0';
+}
+
+// False where braces would multiply a value.
+static bool scan_bare(shell_scan *scan, const char *p)
+{
+  const char c = *p, last = scan->last;
+  scan->last = last == '\\' ? '\0' : remembered(last, c);
+  if (last == '\\' || enter_expansion(scan, p, last)) {
+    return true;
+  }
+  switch (c) {
+  case '\'':
+    begin_word(scan, p);
+    if (last == '$') {
+      enter(scan, SHELL_UNSAFE, plain_end(p + 1, scan->end, "'"));
+    } else {
+      scan->place = SHELL_SINGLE;
+    }
+    break;
+  case '"': // $"..." is no different
+    begin_word(scan, p);
+    scan->place = SHELL_DOUBLE;
+    break;
+  case '`':
+    begin_word(scan, p);
+    enter_commands(scan, p + 1, "`");
+    break;
+  case '[':
+    enter_bracket(scan, p);
+    break;
+  case '(':
+    enter_parenthesis(scan, p, last);
+    break;
+  case '{':
+    begin_word(scan, p);
+    scan->brace |= p + 1 != scan->end && !one_of(" \t", p[1]);
+    return !scan->brace || !scan->value;
+  case '<':
+    if (last != '<' && p[1] == '<' && p[2] != '<') { // a here-document
+      begin_word(scan, p);
+      enter(scan, SHELL_UNSAFE, nullptr);
+      break;
+    }
+    [[fallthrough]];
+  case '>':
+    redirect(scan);
+    break;
+  case '&':
+    if (last == '<' || last == '>') {
+      enter_duplication(scan, p);
+    } else if (p[1] != '>') {
+      end_command(scan);
+    }
+    break;
+  case ')':
+  case ';':
+  case '|':
+  case '\n':
+    end_command(scan);
+    break;
+  case ' ':
+  case '\t':
+    scan_blank(scan, p);
+    break;
+  case '#': // a comment, which a line end in the value would leave
+    if (scan->word == nullptr) {
+      enter(scan, SHELL_UNSAFE, nullptr);
+    }
+    [[fallthrough]];
+  default:
+    begin_word(scan, p);
+    break;
+  }
+  return true;
+}
+
+static void scan_double(shell_scan *scan, const char *p)
+{
+  const char last = scan->last;
+  scan->last = last == '\\' ? '\0' : remembered(last, *p);
+  if (last == '\\' || enter_expansion(scan, p, last)) {
+    return;
+  }
+  if (*p == '"') {
+    scan->place = SHELL_BARE;
+  } else if (*p == '`') {
+    enter_commands(scan, p + 1, "`");
+  }
+}
+
+// A closing parenthesis or backtick may end commands or patterns, and words
+// before it may have been arguments.
+static void scan_unsafe(shell_scan *scan, const char *p)
+{
+  const char c = *p, last = scan->last;
+  scan->last = last == '\\' ? '\0' : remembered(last, c);
+  if (enter_expansion(scan, p, last)) {
+    return;
+  }
+  if (c == '[') {
+    enter_bracket(scan, p);
+  } else if (c == '(' && p[1] == '(') {
+    enter_arithmetic(scan, p + 2, "))");
+  } else if (one_of(";|&\n(", c)) {
+    end_command(scan);
+  } else if (one_of("<>", c)) {
+    redirect(scan);
+  } else if (one_of(" \t", c)) {
+    scan_blank(scan, p);
+  } else if (c == ')') {
+    end_word(scan);
+  } else {
+    begin_word(scan, p);
+  }
+}
+
+// Reads on over the character at `p`.
+static bool scan_text(shell_scan *scan, const char *p)
+{
+  switch (scan->place) {
+  case SHELL_BARE:
+    return scan_bare(scan, p);
+  case SHELL_SINGLE:
+    if (*p == '\'') {
+      scan->place = SHELL_BARE;
+    }
+    break;
+  case SHELL_DOUBLE:
+    scan_double(scan, p);
+    break;
+  case SHELL_UNSAFE:
+    scan_unsafe(scan, p);
+    break;
+  case SHELL_ARITHMETIC:
+  case SHELL_PATTERN:
+    break;
+  }
+  return true;
+}
+
+// --- quoting -----------------------------------------------------------------
+
+// Whether all of the word around the plain value means nothing to the shell;
+// what its variables end with is for the scan to know.
+static bool in_plain_word(const shell_scan *scan, const char *value)
+{
+  const bool unsafe = scan->place == SHELL_UNSAFE;
+  const char *p = scan->word != nullptr ? scan->word : value;
+  while (p < scan->end) {
+    if (p > value && one_of(unsafe ? " \t\n;|&)}`" : " \t\n;|&)", *p)) {
+      return true;
+    }
+    const char *next = p + 1;
+    if (p[0] == '$' && p[1] == '{') {
+      next = plain_end(p + 2, scan->end, "}");
+    } else if (*p != '\0' && *p != '$' && !is_plain(*p) &&
+               !(unsafe && one_of("'\"", *p))) {
+      next = nullptr;
+    }
+    if (next == nullptr) {
+      return false;
+    }
+    p = next;
+  }
+  return true;
+}
+
+// Digits next to others, to a name, or in front of a redirection would be part
+// of those.
+static bool is_safe_number(const shell_scan *scan, const char *value)
+{
+  static const char before[] = "<>& \t([+-*/%=!,:;?|^\"'";
+  static const char after[] = "<>& \t)]}+-*/%=!,:;?|^\"'";
+  const size_t from = scan->over != nullptr ? 0 : strlen("<>&");
+  const char *next = value + strlen(value) + 1;
+  return is_number(value) && one_of(before + from, value[-2]) &&
+         (next == scan->end || one_of(after + from, *next));
+}
+
+// Whether the value means nothing to the shell as it stands.
+static bool is_safe(const shell_scan *scan, const char *value)
+{
+  const char last = scan->last;
+  switch (scan->place) {
+  case SHELL_ARITHMETIC:
+    return is_safe_number(scan, value);
+  case SHELL_PATTERN:
+    return false;
+  case SHELL_SINGLE:
+    return *skip_plain(value) == '\0';
+  case SHELL_DOUBLE:
+    return *skip_plain(value) == '\0' && last != '$' && last != 'n';
+  case SHELL_UNSAFE:
+    if (one_of("<>", last)) {
+      return false;
+    }
+    break;
+  case SHELL_BARE:
+    break;
+  }
+  return *skip_plain(value) == '\0' && !one_of("\\$n", last) &&
+         (scan->position == POSITION_ARGUMENT ||
+          (scan->position == POSITION_FIRST &&
+           strchr(value, '=') == nullptr)) &&
+         in_plain_word(scan, value);
 }
 
 // Counts what it is given and writes it where `out` is not NULL.
@@ -293,17 +562,22 @@ static void put_numbered(sink *to, const char *value)
 }
 
 // In quotes of its own; the author's are left before and entered again behind.
-static bool put_quoted(sink *to, shell_place place, const char *value)
+// False where that cannot be.
+static bool put_quoted(sink *to, const shell_scan *scan, const char *value)
 {
-  if (place == SHELL_UNSAFE || place == SHELL_ARITHMETIC) {
+  if (scan->place > SHELL_DOUBLE || one_of("\\$", scan->last)) {
     return false;
   }
   const char *around = "";
-  if (place != SHELL_BARE) {
-    around = place == SHELL_SINGLE ? "'" : "\"";
+  if (scan->place != SHELL_BARE) {
+    around = scan->place == SHELL_SINGLE ? "'" : "\"";
   }
   put(to, around);
-  if (std::all_of(value, value + strlen(value), is_ascii)) {
+  const char *p = value;
+  while (*p != '\0' && is_ascii(*p)) {
+    p++;
+  }
+  if (*p == '\0') {
     put_single(to, value);
   } else {
     put_numbered(to, value);
@@ -312,20 +586,37 @@ static bool put_quoted(sink *to, shell_place place, const char *value)
   return true;
 }
 
-bool shell_quote(shell_scan *scan, const char *value, char *out, size_t *length)
+static bool put_value(sink *to, shell_scan *scan, const char *value)
 {
-  sink to = {out, 0};
-  if (!needs_quoting(value, scan)) {
-    put(&to, value);
-  } else if (scan->last == '\\' || scan->last == '$' ||
-             !put_quoted(&to, scan->place, value)) {
+  if (scan->brace) {
     return false;
   }
-  // An empty value leaves what stands before it next to what stands behind.
-  if (value[0] != '\0') {
-    scan->last = in_parameter(scan->last) ? scan->last : '\0';
-    scan->in_word = true;
+  if (is_safe(scan, value)) {
+    put(to, value);
+  } else if (!put_quoted(to, scan, value)) {
+    return false;
   }
-  *length = to.length;
+  begin_word(scan, value);
+  scan->value = true;
+  scan->last = '\0';
+  return true;
+}
+
+bool shell_quote(const char *line, size_t length, char *out, size_t *out_length)
+{
+  sink to = {out, 0};
+  shell_scan scan = {}, outer = {};
+  scan.end = line + length;
+  scan.outer = &outer;
+  for (const char *p = line; p < scan.end; p = behind(p)) {
+    if (p == scan.over) {
+      scan = outer;
+    }
+    if (*p == '\0' ? !put_value(&to, &scan, p + 1) : !scan_text(&scan, p)) {
+      return false;
+    }
+    put(&to, p, *p != '\0' ? 1 : 0);
+  }
+  *out_length = to.length;
   return true;
 }

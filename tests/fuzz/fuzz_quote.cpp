@@ -5,35 +5,69 @@
 #include "orv_quote.h"
 #include <wordexp.h>
 
+// The line with its values quoted, or "" when one is refused.  It is marked
+// where it has an "@": everywhere, or only at `at`.
+static std::string quoted(const std::string &line, const std::string &value,
+                          size_t at)
+{
+  std::string marked;
+  for (size_t i = 0; i < line.size(); i++) {
+    const bool here = line[i] == '@' && (at == line.npos || at == i);
+    marked += here ? '\0' + value + '\0' : std::string(1, line[i]);
+  }
+  std::string out(4 * marked.size() + 8, '?'); // the longest there can be
+  size_t length = 0, again = 0;
+  if (!shell_quote(marked.c_str(), marked.size(), nullptr, &length)) {
+    return "";
+  }
+  assert(shell_quote(marked.c_str(), marked.size(), out.data(), &again));
+  assert(length == again && length < out.size());
+  return out.substr(0, length);
+}
+
+// Whether the shell reads `text` as the value, inside of quotes like these.
+static bool means(const std::string &around, const std::string &text,
+                  const std::string &value)
+{
+  wordexp_t words = {};
+  // Behind a letter: the C library takes '' before a word for one more.
+  const std::string whole = "x" + around + text + around;
+  const int error = wordexp(whole.c_str(), &words, WRDE_NOCMD);
+  const bool same =
+      error == 0 && words.we_wordc == 1 && words.we_wordv[0] == "x" + value;
+  wordfree(&words);
+  return same;
+}
+
 static void fuzz(std::string_view rest)
 {
   const std::string line = fuzz_text(fuzz_part(&rest));
   const std::string value = fuzz_text(rest);
-  const bool number = value.find_first_not_of("0123456789") == value.npos;
+  if (value.empty()) {
+    return;
+  }
   const bool plain = std::all_of(value.begin(), value.end(), [](char c) {
     return c < 0 || isalnum(c) != 0 || strchr("_./:@%+,=-", c) != nullptr;
   });
-  shell_scan scan = {};
-  for (const char &c : line) {
-    const shell_place place = scan.place;
-    std::string out(4 * value.size() + 8, '?'); // the longest there can be
-    size_t length = 0;
-    if (c != '@') {
-      shell_scan_text(&scan, &c, 1);
-    } else if (!shell_quote(&scan, value.c_str(), out.data(), &length)) {
-      assert(!number && (!plain || place > SHELL_DOUBLE));
-    } else if (out.compare(0, length, value) == 0) {
-      assert(number || (plain && place != SHELL_ARITHMETIC));
-    } else if (std::all_of(value.begin(), value.end(), isascii)) {
-      assert(!plain && place <= SHELL_DOUBLE && length <= out.size());
-      static const std::string around[] = {"", "'", "\""};
-      // Behind a letter: the C library takes '' before a word for one more.
-      out = "x" + around[place] + out.substr(0, length) + around[place];
-      wordexp_t words = {};
-      const int error = wordexp(out.c_str(), &words, WRDE_NOCMD);
-      assert(error == 0 && words.we_wordc == 1);
-      assert(words.we_wordv[0] == "x" + value);
-      wordfree(&words);
+  quoted(line, value, line.npos);
+  size_t at = 0;
+  for (int i = 0; i < 8 && (at = line.find('@', at)) != line.npos; i++, at++) {
+    const std::string out = quoted(line, value, at);
+    if (out.empty()) {
+      continue;
     }
+    assert(out.compare(0, at, line, 0, at) == 0);
+    const size_t behind = line.size() - at - 1; // author's text
+    assert(out.size() > at + behind);
+    assert(out.compare(out.size() - behind, behind, line, at + 1) == 0);
+    const std::string text = out.substr(at, out.size() - at - behind);
+    if (text == value) {
+      assert(plain);
+    } else if (std::all_of(value.begin(), value.end(), isascii)) {
+      assert(means("", text, value) || means("'", text, value) ||
+             means("\"", text, value));
+    }
+    // What is safe for a stranger's value is safe for any.
+    assert(text == value || !quoted(line, "X", at).empty());
   }
 }
