@@ -63,7 +63,9 @@ TEST(StrictPolicy, AnswersForNamesThatNobodyElseCanPointAtTheDevice)
     {false, "", {"evil.com", "evil.com.", "evil.com:80", "10.0.0.1.evil.com", "1.2.3",
                  "1.2.3.256", "10.0.0.1:80:80", "lan.evil", "notlocal.x", "x.notlan",
                  "home.arpa", "gw.local.evil", "[::1].evil", "[::1.2.3]", "[evil.com]",
-                 "gw.lan..", "2001:db8:0:0:0:0:0:0:1.2.3.4:80"}},
+                 "gw.lan..", "x::1.2.3.4]", // the next one fits into no address
+                 "a.long.name.of.somebody.else.which.goes.on.and.on.evil.com",
+                 "2001:db8:0:0:0:0:0:0:1.2.3.4:80"}},
     {true,  "gw.example.com \tBox.example.net. ", {"gw.example.com", "GW.example.com.:80",
                  "box.EXAMPLE.net:8080", "gw"}},
     {false, "gw.example.com:80 .example.com", {"a.gw.example.com", "x.example.com",
