@@ -298,9 +298,12 @@ static void enter_duplication(shell_scan *scan, const char *p)
 
 // --- the scan ----------------------------------------------------------------
 
-// What `last` becomes behind `c`.
+// What `last` becomes behind `c`.  "$$" is a variable's whole name.
 static char remembered(char last, char c)
 {
+  if (last == '$' && c == '$') {
+    return '\0';
+  }
   if (is_name(c) && (last == '$' || last == 'n')) {
     return 'n';
   }

@@ -8,7 +8,7 @@ static const char FORM[] = "f '\"$`\\;\x81";
 
 // `line` with each "@" replaced by `value`, and each "#" by `hash`.
 static string with(const string &line, const string &value,
-                   const string &hash = "#")
+                   const char *hash = "#")
 {
   string out;
   for (const char c : line) {
@@ -70,8 +70,7 @@ TEST_F(Quote, LetsTheShellHandOverExactlyTheValueWhereverItStands)
     {"p \"${TZ}\" @ ${u:-a b} @ \"${TZ#y}@\" ${TZ:0:1}@ $'a b'@ $(:)@",
      {"z", "@", "a", "b", "@", "z@", "z@", "a b@", "@"}},
   };
-  std::vector<string> values = {"FOO=bar", "1", "if", "X", "a=", "a,b", "..3",
-                                "z]", "x=~", "esac"};
+  std::vector<string> values = {"FOO=bar", "12", "if", "X", "a=", "a,b", "]"};
   for (int c = 1; c < 256; c++) {
     values.emplace_back(1, static_cast<char>(c));
   }
@@ -94,7 +93,7 @@ TEST_F(Quote, LetsTheShellHandOverExactlyTheValueWhereverItStands)
     for (size_t j = 0; j < std::size(places); j++) {
       const auto &[place, words] = places[j];
       // some in all places, the others in one; "/" would be a path
-      if ((i < 10 || (i < 270 && j < 3) || i % std::size(places) == j) &&
+      if ((i < 7 || (i < 270 && j < 3) || i % std::size(places) == j) &&
           (place[0] != ':' || values[i].find('/') == string::npos)) {
         expected.emplace_back(insert(place, values[i]) + "\n", "");
         script += expected.back().first;
@@ -120,13 +119,12 @@ TEST_F(Quote, LetsTheShellHandOverExactlyTheValueWhereverItStands)
 TEST_F(Quote, IsRefusedWhereNoneIsSafeAndLeftOutWhereNoneIsNeeded)
 {
   const string message = "Cannot quote a value in script command \"";
-  const char *const unsafe[] = {
-    // quotes and substitutions: inside, or behind an end that is not plain
+  const char *const unsafe[] = { // inside, or behind an end that is not plain
     "x \"\\@", "x $'a@'", "x $'\\'' @", "x $(y @)", "x \"$(y '@')\"", "x `y @`",
     "x \"`y @`\"", "x ${y:-@}", "x \"${y:-@}\"", "x \"$(y \"$z/@\")\"",
     "x \"$(y \"${z%.*}/@\" b)\" @", "x `y 'a'` @", "x <(y @)", "x >(y @)",
-    "x <<E @", "x >& '@'", "x # @", "# @", "x $(y \"a\" | z @) @", "y=(@)",
-    "x $(y # ) @", "x $(y <<E) @"};
+    "x <<E @", "x >& '@'", "x # @", "# @", "y=(@)", "x $(y <<E) @",
+    "x $(y \"a\" | z @) @", "x $(y # ) @"};
   const string plain = "az/AZ_09.:@%+,=-\xc3\xa9";
   for (const string line : unsafe) {
     EXPECT_EQ(insert(line, "a[$(id)]"), message + in_template(line) + '"');
@@ -145,15 +143,13 @@ TEST_F(Quote, IsRefusedWhereNoneIsSafeAndLeftOutWhereNoneIsNeeded)
       EXPECT_EQ(insert(line, value), with(line, value));
     }
   }
-  // part of a name, an operator, a pattern, several words, or a command
-  const char *const never[] = {
-    "x \\@", "x $@", "x \"$@", "x ${!@:2}", "x ${y%@}",
-    "x $((y@))", "x $((1@))", "x y[\"a\"]@>z", "x y[\"a\"]<@", "x $(y ~@)",
-    "x $(y $zz@)", "x $(y 2@>z)", "x $( @)", "x $(y;@ z)", "x $(if @ z)",
-    "x `@`", "x $(>y @)", "x $(case a in @) y;; esac)",
-    "x \"$(case a in a) y @;; esac)\"", "x $'\\x@'", "x $(y {a,@})",
-    "x {a,@}", "x {1..@}", "x @{a,b}", "x \"@\"{a,b}", "x {a,b}'@'", "{@}>y",
-    "x [@]*", "x [a@]", "x >&@", "x >&1@", "x <<@"};
+  const char *const never[] = { // it would be part of more than a word
+    "x \\@", "x $@", "x \"$@", "x ${!@:2}", "x ${y%@}", "x $((y@))",
+    "x $((1@))", "x y[\"a\"]@>z", "x y[\"a\"]<@", "x $(y ~@)", "x $(y $zz@)",
+    "x $(y 2@>z)", "x $( @)", "x $(y;@ z)", "x $(if @ z)", "x `@`", "x $(>y @)",
+    "x $(case a in @) y;; esac)", "x \"$(case a in a) y @;; esac)\"",
+    "x $'\\x@'", "x $(y {a,@})", "x {a,@}", "x {1..@}", "x @{a,b}",
+    "x \"@\"{a,b}", "x $${a,b}@", "{@}>y", "x [@]*", "x >&1@", "x <<@"};
   for (const string line : never) {
     for (const char *value : {"2", "X", "a;b"}) {
       EXPECT_EQ(insert(line, value), message + in_template(line) + '"');
