@@ -130,22 +130,23 @@ static void end_command(shell_scan *scan)
   scan->position = POSITION_COMMAND;
 }
 
-// Behind a redirection a command's name may still be to come.
-static void redirect(shell_scan *scan)
+// What has ended is a command's name, if that is certain; else one may still
+// be to come.
+static void expect_argument(shell_scan *scan, bool certain)
 {
-  end_word(scan);
-  if (scan->position != POSITION_ARGUMENT) {
-    scan->position = POSITION_KEYWORD;
+  if (scan->position == POSITION_FIRST) {
+    scan->position = POSITION_ARGUMENT;
+  } else if (scan->position == POSITION_COMMAND) {
+    scan->position = certain ? POSITION_ARGUMENT : POSITION_KEYWORD;
   }
+  end_word(scan);
 }
 
 static void scan_blank(shell_scan *scan, const char *p)
 {
-  if (scan->word != nullptr && scan->position < POSITION_KEYWORD) {
-    scan->position =
-        is_command(scan->word, p) ? POSITION_ARGUMENT : POSITION_KEYWORD;
+  if (scan->word != nullptr) {
+    expect_argument(scan, is_command(scan->word, p));
   }
-  end_word(scan);
 }
 
 // --- constructs --------------------------------------------------------------
@@ -353,7 +354,7 @@ static bool scan_bare(shell_scan *scan, const char *p)
     }
     [[fallthrough]];
   case '>':
-    redirect(scan);
+    expect_argument(scan, false);
     break;
   case '&':
     if (last == '<' || last == '>') {
@@ -414,7 +415,7 @@ static void scan_unsafe(shell_scan *scan, const char *p)
   } else if (one_of(";|&\n(", c)) {
     end_command(scan);
   } else if (one_of("<>", c)) {
-    redirect(scan);
+    expect_argument(scan, false);
   } else if (one_of(" \t", c)) {
     scan_blank(scan, p);
   } else if (c == ')') {

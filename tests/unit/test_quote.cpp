@@ -157,7 +157,7 @@ TEST_F(Quote, IsRefusedWhereNoneIsSafeAndLeftOutWhereNoneIsNeeded)
   }
   const char *const rows[][3] = {
     {"x @ '@' \\@'@ca@se <@<y $@'", "", "x  '' \\'case <<y $'"},
-    {"@.sh --@ @; y.sh @/@", "if", "if.sh --if if; y.sh if/if"},
+    {"@.sh[1] @; y.sh @/@; if @", "if", "'if'.sh[1] if; y.sh if/if; if 'if'"},
     {"@ x; @ y; z @", "A=b", "'A=b' x; 'A=b' y; z A=b"},
     // in some charsets the byte would swallow what stands behind it
     {"x @", "\x81\";'\\", "x $'\\201\";\\'\\\\'"},
