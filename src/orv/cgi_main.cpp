@@ -319,6 +319,7 @@ static int action_submit()
   if (orv_save_vars(&cfg_vars, hdr->check_script) == 0) {
     return refuse("Error running configuration check script");
   }
+  orv_script_let_finish();
   if (orv_save_vars(&cfg_vars, hdr->write_script) == 0) {
     return refuse("Error saving configuration");
   }

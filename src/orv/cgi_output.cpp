@@ -22,6 +22,7 @@
 #include "orv_vars.h"
 
 constexpr size_t HREF_SIZE = 100;
+constexpr size_t CODE_LENGTH = 3; // a character in an address, as "%25"
 // "delete_", a table's name, "_" and a row number.
 constexpr size_t DELETE_NAME_SIZE = 68;
 // A number of at most three digits; wider fields fit no screen.
@@ -124,13 +125,16 @@ static void hidden_if_set(char type, const char *name, const char *value)
 }
 
 // An unticked box posts nothing, so a check box carries "False" as its user
-// value, which a ticked box's own field then replaces.
+// value, which a ticked box's own field then replaces.  One of a row that was
+// emptied stays empty, or its row would count as used.
 static void hidden_values(const orv_var *var)
 {
   hidden_if_set('d', var->name, var->d_value);
   hidden_if_set('c', var->name, var->c_value);
   hidden_if_set('o', var->name, var->o_value);
-  hidden_if_set('u', var->name, var->is_checkbox ? "False" : var->u_value);
+  const bool is_empty = var->u_value != nullptr && var->u_value[0] == '\0';
+  hidden_if_set('u', var->name,
+                var->is_checkbox && !is_empty ? "False" : var->u_value);
 }
 
 void cgiout_close_form(void)
@@ -351,27 +355,62 @@ static void op_error(char *text)
 
 // --- menus -------------------------------------------------------------------
 
+struct address {
+  char text[HREF_SIZE]; // zeros behind its end
+  size_t length;
+};
+
+// Adds `part` with a code for each of its `special` characters.  Where there is
+// no more room, the address ends.
+static void add_part(address *to, const char *part, const char *special)
+{
+  for (; *part != '\0'; part++) {
+    const size_t length = strchr(special, *part) != nullptr ? CODE_LENGTH : 1;
+    char *at = to->text + to->length;
+    to->length += length;
+    if (to->length >= sizeof to->text) {
+      to->length = sizeof to->text;
+      return;
+    }
+    *at = *part;
+    if (length > 1) {
+      snprintf(at, CODE_LENGTH + 1, "%%%02hhX",
+               static_cast<unsigned char>(*part));
+    }
+  }
+}
+
+// Adds a name, with codes for what a request would not read as a part of it.
+static void add_name_part(address *to, const char *name)
+{
+  add_part(to, name, "&#%+");
+}
+
 // Writes a menu entry that links to the form and sub-item which `target` joins
 // by its first "/".  Without one, `target` is the sub-item of `form`, or the
 // form itself when that is NULL.
 static void menu_entry(char *target, const char *form, const char *item_class,
                        const char *link_class, const char *text)
 {
-  char address[HREF_SIZE];
   char *slash = strchr(target, '/');
+  const char *subitem = form != nullptr ? target : nullptr;
   if (slash != nullptr) {
     *slash = '\0';
-    snprintf(address, sizeof address, "%s?form=%s&subitem=%s", cgiScriptName,
-             target, slash + 1);
+    subitem = slash + 1;
+  }
+  address link = {};
+  add_part(&link, cgiScriptName, "");
+  add_part(&link, "?form=", "");
+  add_name_part(&link, slash != nullptr || form == nullptr ? target : form);
+  if (subitem != nullptr) {
+    add_part(&link, "&subitem=", "");
+    add_name_part(&link, subitem);
+  }
+  if (slash != nullptr) {
     *slash = '/';
-  } else if (form != nullptr) {
-    snprintf(address, sizeof address, "%s?form=%s&subitem=%s", cgiScriptName,
-             form, target);
-  } else {
-    snprintf(address, sizeof address, "%s?form=%s", cgiScriptName, target);
   }
   html_li_begin(item_class, nullptr);
-  html_a_begin(address, link_class, nullptr);
+  html_a_begin(link.text, link_class, nullptr);
   html_escape(text);
   html_a_end();
   html_li_end();
@@ -569,6 +608,7 @@ static void op_checkbox_core(pt_body_item *itm, char *name, char *varname)
   const int ticked = orv_string_is_true(value);
   if (value != nullptr) {
     orv_set_var_ischeckbox(varname);
+    orv_set_var_ischeckbox(name); // as which it is posted
   }
   html_form_checkbox(name, "True", ticked, nullptr, nullptr, nullptr,
                      control_help(itm, nullptr));

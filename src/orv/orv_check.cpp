@@ -118,13 +118,12 @@ static char first_other(const char *text, const char *allowed)
   return text[strspn(text, allowed)];
 }
 
-static void chk_text(char *, const char *, const char *, const char *,
-                     const char *)
+void chk_text(char *, const char *, const char *, const char *, const char *)
 {
 }
 
-static void chk_word(char *value, const char *, const char *tpl_error,
-                     const char *err_name, const char *var_label)
+void chk_word(char *value, const char *, const char *tpl_error,
+              const char *err_name, const char *var_label)
 {
   const char other = first_other(value, ASCII_ALNUM "-_");
   if (other != '\0') {
@@ -135,8 +134,8 @@ static void chk_word(char *value, const char *, const char *tpl_error,
   }
 }
 
-static void chk_keyword(char *value, const char *options, const char *tpl_error,
-                        const char *err_name, const char *var_label)
+void chk_keyword(char *value, const char *options, const char *tpl_error,
+                 const char *err_name, const char *var_label)
 {
   const size_t length = strlen(value);
   for (const char *word = options; *word != '\0'; word = next_word(word, " ")) {
@@ -147,8 +146,8 @@ static void chk_keyword(char *value, const char *options, const char *tpl_error,
   set_error(err_name, tpl_error, "Unknown keyword entered", var_label);
 }
 
-static void chk_email(char *value, const char *, const char *tpl_error,
-                      const char *err_name, const char *var_label)
+void chk_email(char *value, const char *, const char *tpl_error,
+               const char *err_name, const char *var_label)
 {
   const char *fault = nullptr;
   const char *at = strchr(value, '@');
@@ -243,28 +242,28 @@ static void chk_num(const char *value, const char *options,
   }
 }
 
-static void chk_decimal(char *value, const char *options, const char *tpl_error,
-                        const char *err_name, const char *var_label)
+void chk_decimal(char *value, const char *options, const char *tpl_error,
+                 const char *err_name, const char *var_label)
 {
   chk_num(value, options, tpl_error, err_name, var_label, 10, 0);
 }
 
-static void chk_number(char *value, const char *options, const char *tpl_error,
-                       const char *err_name, const char *var_label)
+void chk_number(char *value, const char *options, const char *tpl_error,
+                const char *err_name, const char *var_label)
 {
   chk_num(value, options, tpl_error, err_name, var_label, 0, 0);
 }
 
-static void chk_signed(char *value, const char *options, const char *tpl_error,
-                       const char *err_name, const char *var_label)
+void chk_signed(char *value, const char *options, const char *tpl_error,
+                const char *err_name, const char *var_label)
 {
   chk_num(value, options, tpl_error, err_name, var_label, 10, 1);
 }
 
 // With one limit given, values below 0 are let through, whatever the message
 // says.  A value that is not a number compares with nothing, so it passes.
-static void chk_real(char *value, const char *options, const char *tpl_error,
-                     const char *err_name, const char *var_label)
+void chk_real(char *value, const char *options, const char *tpl_error,
+              const char *err_name, const char *var_label)
 {
   char *end;
   errno = 0;
@@ -304,14 +303,14 @@ static void chk_Xregex(const char *value, const char *options,
   regfree(&pattern);
 }
 
-static void chk_regex(char *value, const char *options, const char *tpl_error,
-                      const char *err_name, const char *var_label)
+void chk_regex(char *value, const char *options, const char *tpl_error,
+               const char *err_name, const char *var_label)
 {
   chk_Xregex(value, options, tpl_error, err_name, var_label, REG_EXTENDED);
 }
 
-static void chk_iregex(char *value, const char *options, const char *tpl_error,
-                       const char *err_name, const char *var_label)
+void chk_iregex(char *value, const char *options, const char *tpl_error,
+                const char *err_name, const char *var_label)
 {
   chk_Xregex(value, options, tpl_error, err_name, var_label,
              REG_EXTENDED | REG_ICASE);
@@ -408,8 +407,8 @@ static const char *address_fault(const char *address, unsigned flags, int bits)
              : "Invalid CIDR label or number of bits after /";
 }
 
-static void chk_ipaddr(char *value, const char *options, const char *tpl_error,
-                       const char *err_name, const char *var_label)
+void chk_ipaddr(char *value, const char *options, const char *tpl_error,
+                const char *err_name, const char *var_label)
 {
   const unsigned flags = read_address_options(options);
   if ((flags & ALLOW_ADDRESS) == 0) {
@@ -430,8 +429,8 @@ static void chk_ipaddr(char *value, const char *options, const char *tpl_error,
   record_fault(fault, tpl_error, err_name, var_label);
 }
 
-static void chk_ipservice(char *value, const char *, const char *tpl_error,
-                          const char *err_name, const char *var_label)
+void chk_ipservice(char *value, const char *, const char *tpl_error,
+                   const char *err_name, const char *var_label)
 {
   char *end;
   const int port = to_int32(value, &end, 10);
@@ -484,24 +483,24 @@ static size_t parent_length(const char *path, size_t length)
   return length > 0 ? length - 1 : 0;
 }
 
-static void chk_socket(char *value, const char *, const char *tpl_error,
-                       const char *err_name, const char *var_label)
+void chk_socket(char *value, const char *, const char *tpl_error,
+                const char *err_name, const char *var_label)
 {
   record_fault(object_fault(value, S_IFSOCK, "Socket does not exist",
                             "File is not a socket"),
                tpl_error, err_name, var_label);
 }
 
-static void chk_directory(char *value, const char *, const char *tpl_error,
-                          const char *err_name, const char *var_label)
+void chk_directory(char *value, const char *, const char *tpl_error,
+                   const char *err_name, const char *var_label)
 {
   record_fault(object_fault(value, S_IFDIR, "Directory does not exist",
                             "File is not a directory"),
                tpl_error, err_name, var_label);
 }
 
-static void chk_script(char *value, const char *, const char *tpl_error,
-                       const char *err_name, const char *var_label)
+void chk_script(char *value, const char *, const char *tpl_error,
+                const char *err_name, const char *var_label)
 {
   if (access(value, X_OK) != 0) {
     set_error(err_name, tpl_error, "Script is not executable", var_label);
@@ -569,8 +568,8 @@ static const char *new_file_fault(char *value, bool is_directory)
                       "Bad directory in file name");
 }
 
-static void chk_file(char *value, const char *options, const char *tpl_error,
-                     const char *err_name, const char *var_label)
+void chk_file(char *value, const char *options, const char *tpl_error,
+              const char *err_name, const char *var_label)
 {
   const char option = options[0];
   const char *fault = file_name_fault(value);
@@ -616,8 +615,8 @@ static const char *ancestor_fault(char *value, int levels)
       "An existing file stops parent directory from being created");
 }
 
-static void chk_path(char *value, const char *options, const char *tpl_error,
-                     const char *err_name, const char *var_label)
+void chk_path(char *value, const char *options, const char *tpl_error,
+              const char *err_name, const char *var_label)
 {
   const char *fault = path_name_fault(value);
   if (fault == nullptr && options[0] != '\0') {
@@ -644,16 +643,16 @@ static bool is_account_name(const char *value)
   return strlen(value) <= ACCOUNT_NAME_MAX;
 }
 
-static void chk_username(char *value, const char *, const char *tpl_error,
-                         const char *err_name, const char *var_label)
+void chk_username(char *value, const char *, const char *tpl_error,
+                  const char *err_name, const char *var_label)
 {
   if (!is_account_name(value) || getpwnam(value) == nullptr) {
     set_error(err_name, tpl_error, "Unknown username", var_label);
   }
 }
 
-static void chk_groupname(char *value, const char *, const char *tpl_error,
-                          const char *err_name, const char *var_label)
+void chk_groupname(char *value, const char *, const char *tpl_error,
+                   const char *err_name, const char *var_label)
 {
   if (!is_account_name(value) || getgrnam(value) == nullptr) {
     set_error(err_name, tpl_error, "Unknown groupname", var_label);
@@ -686,8 +685,8 @@ static const char *command_fault(const char *command)
 }
 
 // The arguments are cut off in place while the command is looked for.
-static void chk_command(char *value, const char *, const char *tpl_error,
-                        const char *err_name, const char *var_label)
+void chk_command(char *value, const char *, const char *tpl_error,
+                 const char *err_name, const char *var_label)
 {
   char *end = value + strcspn(value, " ");
   const char cut = *end;

@@ -6,19 +6,43 @@
 
 struct pt_body_item;
 
-// One named check.  `value` is normalised and not blank; `options` is the text
-// behind the check's name, "" when there is none; `tpl_error` the template's
-// message and `var_label` the column's label, either may be NULL; `err_name`
-// the error record to write.  A failure is recorded in err_vars.
+// A check.  `value` is normalised and not blank; `options` is the text behind
+// the check's name, "" when there is none; `tpl_error` the template's message
+// and `var_label` the column's label, either may be NULL; `err_name` the error
+// record to write.  A failure is recorded in err_vars.
+using orv_check_function = void(char *value, const char *options,
+                                const char *tpl_error, const char *err_name,
+                                const char *var_label);
+
 struct checks_info {
   const char *name;
   int name_len;
-  void (*func)(char *value, const char *options, const char *tpl_error,
-               const char *err_name, const char *var_label);
+  orv_check_function *func;
 };
 
 // All checks, ended by a row without a name.
 extern const checks_info chk_list[];
+
+orv_check_function chk_text;
+orv_check_function chk_word;
+orv_check_function chk_keyword;
+orv_check_function chk_decimal;
+orv_check_function chk_number;
+orv_check_function chk_signed;
+orv_check_function chk_real;
+orv_check_function chk_file;
+orv_check_function chk_path;
+orv_check_function chk_ipaddr;
+orv_check_function chk_ipservice;
+orv_check_function chk_email;
+orv_check_function chk_socket;
+orv_check_function chk_script;
+orv_check_function chk_directory;
+orv_check_function chk_regex;
+orv_check_function chk_iregex;
+orv_check_function chk_username;
+orv_check_function chk_groupname;
+orv_check_function chk_command;
 
 // The check that a field's check attribute names ("nullok" may stand before it;
 // NULL counts as "nullok text"), NULL when there is none of that name.

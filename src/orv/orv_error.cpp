@@ -20,6 +20,20 @@ const char *orv_error_msg;
 // The message shown to a user is one short paragraph; longer ones are cut.
 constexpr size_t MESSAGE_SIZE = 250;
 static char err_buf[MESSAGE_SIZE];
+// One request must not push everything else out of a device's small log.
+constexpr int LOG_LINES_MAX = 100;
+
+void orv_log(int priority, const char *message)
+{
+  static int lines;
+  if (lines < LOG_LINES_MAX) {
+    lines++;
+    syslog(priority, "%s",
+           lines < LOG_LINES_MAX
+               ? message
+               : "Further messages of this request are left out");
+  }
+}
 
 __attribute__((format(printf, 1, 0))) static void report(const char *fmt,
                                                          va_list args)
@@ -28,7 +42,7 @@ __attribute__((format(printf, 1, 0))) static void report(const char *fmt,
   char message[MESSAGE_SIZE];
   vsnprintf(message, sizeof message, fmt, args);
   snprintf(err_buf, sizeof err_buf, "%s", message);
-  syslog(LOG_ERR, "%s", err_buf);
+  orv_log(LOG_ERR, err_buf);
   orv_error_msg = err_buf;
 }
 

@@ -15,6 +15,10 @@ extern void (*orv_fatal_alt_report)(const char *message);
 // fixed text of the entry point; NULL while nothing was reported.
 extern const char *orv_error_msg;
 
+// Sends `message` to the system log.  Of the messages of one request, reports
+// included, only the first ones go there, and one that says so.
+void orv_log(int priority, const char *message);
+
 // Reports an error that the caller cannot handle: system log at LOG_ERR,
 // orv_error_msg, the alternative report.  Cut to 249 characters.  Ends the
 // process with status 1 unless orv_fatal_no_exit is set.

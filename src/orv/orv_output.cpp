@@ -9,12 +9,14 @@
 
 #include "orv_output.h"
 
+#include <algorithm>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
 
 #include "orv.h"
+#include "orv_error.h"
 #include "orv_parser.h"
 #include "orv_vars.h"
 
@@ -25,6 +27,11 @@ struct subs {
 };
 
 constexpr int COND_DEPTH = 20; // nested conditions, far beyond any real form
+// A few references to a long value would otherwise make a page of any size.
+constexpr size_t EXPANSION_MAX = 1024UL * 1024;
+// More cells than a request has room for: a page shows each and posts its
+// state.
+constexpr int EMPTIED_CELLS_MAX = 50000;
 
 // Set by each walk, kept afterwards.
 static const pto_procs *p;
@@ -53,7 +60,7 @@ static void problem(const char *message)
   if (p != nullptr) {
     p->o_comment("%s", message);
   } else {
-    syslog(LOG_INFO, "%s", message);
+    orv_log(LOG_INFO, message);
   }
 }
 
@@ -146,13 +153,16 @@ static const char *read_construct(char *in, char **rest)
   return in[2] == ':' ? read_reference(in, rest) : nullptr;
 }
 
-static size_t expand_p(char *out, char *in)
+// Writes the expansion of `in`, cut at `limit`, unless `out` is NULL; its
+// length.
+static size_t expand_p(char *out, char *in, size_t limit)
 {
   size_t length = 0;
-  while (*in != '\0') {
+  while (*in != '\0' && length < limit) {
     char *rest = in + 1;
     const char *text = read_construct(in, &rest);
-    const size_t text_length = text != nullptr ? strlen(text) : 1;
+    const size_t text_length =
+        std::min(text != nullptr ? strlen(text) : 1, limit - length);
     if (out != nullptr) {
       memcpy(out + length, text != nullptr ? text : in, text_length);
     }
@@ -175,7 +185,12 @@ char *orv_out_expand(char *in)
   if (strchr(in, '$') == nullptr) {
     return in;
   }
-  const size_t size = expand_p(nullptr, in) + 1;
+  size_t length = expand_p(nullptr, in, EXPANSION_MAX + 1);
+  if (length > EXPANSION_MAX) {
+    problem("Expanded text too long");
+    length = EXPANSION_MAX;
+  }
+  const size_t size = length + 1;
   if (outbuf_len < size) {
     free(outbuf);
     outbuf_len = 0;
@@ -186,7 +201,7 @@ char *orv_out_expand(char *in)
     }
     outbuf_len = size;
   }
-  expand_p(outbuf, in);
+  expand_p(outbuf, in, length);
   return outbuf;
 }
 
@@ -350,6 +365,23 @@ static bool draw_row(pt_body_item *table, int in_row, int out_row)
   return row_has_entry;
 }
 
+// Empties the rows from `row` on that deletion has freed.
+static void empty_rows(pt_body_item *table, int row, int end)
+{
+  int cells = 0;
+  for (; row < end && cells <= EMPTIED_CELLS_MAX; row++) {
+    for_each_column(table, [&](pt_body_item *column) {
+      if (cells < EMPTIED_CELLS_MAX) {
+        orv_set_var(name_cell(column, row).text, o_user, nullptr, 0);
+      }
+      cells++;
+    });
+  }
+  if (cells > EMPTIED_CELLS_MAX) {
+    problem("Too many deleted cells in table");
+  }
+}
+
 static void do_table_iter(pt_body_item *table)
 {
   draw_headings(table, MCOL_BODY_DEL);
@@ -373,11 +405,7 @@ static void do_table_iter(pt_body_item *table)
     out_row++;
   }
   p->o_comment("DEBUG: in_row %d out_row %d", in_row, out_row);
-  for (; out_row < in_row; out_row++) {
-    for_each_column(table, [&](pt_body_item *column) {
-      orv_set_var(name_cell(column, out_row).text, o_user, nullptr, 0);
-    });
-  }
+  empty_rows(table, out_row, in_row);
   p->o_mcol_trans(table, MCOL_END);
 }
 

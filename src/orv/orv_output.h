@@ -59,9 +59,9 @@ constexpr int ORV_ROWS_MAX = 50000;
 constexpr int ORV_NAME_SIZE = 53;
 
 // The expansion of `in`: "" for NULL, `in` itself when it holds no "$", else a
-// buffer that the next expansion overwrites.  `in` is written to during the
-// call and restored.  NULL when memory ran out (reported as the walk's other
-// problems are: to o_comment, and counted).
+// buffer that the next expansion overwrites, cut where it grows too long.  `in`
+// is written to during the call and restored.  NULL when memory ran out
+// (reported as the walk's other problems are: to o_comment, and counted).
 char *orv_out_expand(char *in);
 
 // Draws the body `itm` (may be NULL) through `pp`.  `help` nonzero shows the

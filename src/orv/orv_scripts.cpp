@@ -7,6 +7,13 @@
 // same time, and reading ends with the script even if something that it left
 // behind keeps its output open.  A script that cannot be told all of its input
 // is ended before it could take a part for the whole.
+//
+// A server that has waited long enough ends this process, and then nobody wants
+// to know what a script had to say.  SIGTERM is handed on to the script's
+// process group and obeyed when the script has ended, so that it can clean up;
+// when this process dies in any other way, the kernel kills the group.  Only a
+// script that writes the device's configuration is let finish in both cases.
+// What a script has put into a group of its own is left alone.
 
 #include "orv_scripts.h"
 
@@ -14,9 +21,11 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -33,6 +42,16 @@
 static int trap_set;    // the signal dispositions have been set
 static bool output_cut; // the script in hand said too much; reset by the wait
 static bool stopped;    // we have ended it ourselves; reset by the wait
+
+// What the handler of SIGTERM knows of the script in hand.
+static volatile sig_atomic_t group;       // 0: none runs; reset by the wait
+static volatile sig_atomic_t let_finish;  // not to be ended; reset by the wait
+static volatile sig_atomic_t told_to_end; // SIGTERM came while one ran
+static sigset_t sigterm;                  // holds that alone; set once
+
+// A pipe of which this process alone holds the writing end: it hangs up when
+// the process dies.  -1: there was no descriptor for it.
+static int lifeline[] = {-1, -1};
 
 // --- starting ----------------------------------------------------------------
 
@@ -56,6 +75,27 @@ static void set_disposition(int sig, void (*handler)(int))
   sigaction(sig, &action, nullptr);
 }
 
+// Ends the process, in a handler as soon as that returns.
+static void end_by(int sig)
+{
+  signal(sig, SIG_DFL);
+  raise(sig);
+}
+
+static void hand_on(int sig)
+{
+  const int error = errno;
+  if (group == 0) {
+    end_by(sig);
+  } else {
+    told_to_end = 1;
+    if (let_finish == 0) {
+      kill(-group, sig);
+    }
+  }
+  errno = error;
+}
+
 void orv_script_signals(void)
 {
   if (trap_set != 0) {
@@ -63,7 +103,18 @@ void orv_script_signals(void)
   }
   set_disposition(SIGCHLD, SIG_DFL);
   set_disposition(SIGPIPE, SIG_IGN);
+  set_disposition(SIGTERM, hand_on);
+  sigaddset(&sigterm, SIGTERM);
+  sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
+  if (pipe2(lifeline, O_CLOEXEC) != 0) {
+    lifeline[0] = -1;
+  }
   trap_set = 1;
+}
+
+void orv_script_let_finish(void)
+{
+  let_finish = 1;
 }
 
 // The full command line, owned by the caller; NULL when memory ran out.
@@ -153,20 +204,43 @@ static void await_input()
   poll(&input, 1, INPUT_WAIT_MS);
 }
 
+// Far from the descriptors that scripts, and bash for them, choose.
+constexpr int LIFELINE_FD = 200;
+
+// The child's part: has the kernel kill the child's process group when the
+// pipe at `line` hangs up, for as long as one of the group holds it, and the
+// child itself in any case.  The parent may have died already.
+static void die_with_parent(int line)
+{
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  fcntl(line, F_SETOWN, -getpid());
+  fcntl(line, F_SETSIG, SIGKILL);
+  fcntl(line, F_SETFL, O_ASYNC | O_NONBLOCK);
+  char none;
+  if (read(line, &none, sizeof none) == 0) {
+    _exit(EXIT_FAILURE);
+  }
+}
+
 // The child's part: never returns.  Nothing of the parent's signals or
-// descriptors reaches the script, and _exit leaves the parent's unwritten
-// output alone.
+// descriptors but the lifeline reaches the script, and _exit leaves the
+// parent's unwritten output alone.
 [[noreturn]] static void run_child(const char *command, const char *line,
                                    int input, int output)
 {
   setpgid(0, 0);
   redirect(input, O_RDONLY, STDIN_FILENO);
   redirect(output, O_WRONLY, STDOUT_FILENO);
-  dup2(STDOUT_FILENO, STDERR_FILENO);
+  const int spared = dup2(lifeline[0], STDERR_FILENO);
   close_all_file_descriptors(1);
+  if (let_finish == 0) {
+    die_with_parent(fcntl(spared, F_DUPFD, LIFELINE_FD));
+  }
+  dup2(STDOUT_FILENO, STDERR_FILENO);
   await_input();
 
-  set_disposition(SIGPIPE, SIG_DFL);
+  signal(SIGPIPE, SIG_DFL);
+  signal(SIGTERM, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -204,17 +278,22 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
     close_channel(&from_script);
     return NO_PIPE;
   }
+  sigprocmask(SIG_BLOCK, &sigterm, nullptr);
   const pid_t pid = fork();
   if (pid == 0) {
     run_child(command, line.get(), to_script.theirs, from_script.theirs);
   }
+  if (pid > 0) {
+    setpgid(pid, pid); // whichever of the two processes comes first
+    group = pid;
+  }
+  sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
   if (pid < 0) {
     orv_fatal("orv_script_run: Cannot fork. Errno %d", errno);
     close_channel(&from_script);
     close_channel(&to_script);
     return NO_CHILD;
   }
-  setpgid(pid, pid); // whichever of the two processes comes first
   if (inp != nullptr) {
     close(from_script.theirs);
     *inp = from_script.ours;
@@ -228,13 +307,14 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
 
 // --- talking -----------------------------------------------------------------
 
-// How often a script that says nothing is asked whether it still runs.
-constexpr long END_CHECK_MS = 50;
+// How often a script that says nothing is asked whether it still runs.  Times
+// have 64 bits: a device is up for longer than 24 days.
+constexpr int64_t END_CHECK_MS = 50;
 // A pipe that is silent for so long after its script's end has nothing more to
 // say; a filter behind `exec > >(filter)` answers much sooner.
-constexpr long SILENCE_MS = 250;
+constexpr int64_t SILENCE_MS = 250;
 // The latest end after the script's own, whatever still talks.
-constexpr long LINGER_MS = 2000;
+constexpr int64_t LINGER_MS = 2000;
 // Input up to a pipe's buffer may be left unread by the script.
 constexpr size_t PIPE_BUFFER = 64UL * 1024;
 
@@ -245,22 +325,22 @@ struct talk {
   size_t kept_size;
   size_t kept_length;
   size_t kept_taken;
-  size_t total;       // output bytes so far
-  bool ended;         // the script has ended
-  int due;            // bytes that it had left in the pipe by then
-  long ended_at;      // times in milliseconds
-  long last_activity; // last byte moved, or the end
-  long last_check;    // when it was last asked whether the script runs
+  size_t total;          // output bytes so far
+  bool ended;            // the script has ended
+  int due;               // bytes that it had left in the pipe by then
+  int64_t ended_at;      // times in milliseconds
+  int64_t last_activity; // last byte moved, or the end
+  int64_t last_check;    // when it was last asked whether the script runs
 };
 
-static long now_ms()
+static int64_t now_ms()
 {
   struct timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-static void check_end(talk *t, long now)
+static void check_end(talk *t, int64_t now)
 {
   if (t->ended || now - t->last_check < END_CHECK_MS) {
     return;
@@ -278,20 +358,20 @@ static void check_end(talk *t, long now)
 }
 
 // How long to wait for the pipes; 0 once nothing more is waited for.
-static long patience(const talk *t, long now)
+static int64_t patience(const talk *t, int64_t now)
 {
   if (!t->ended) {
     return END_CHECK_MS;
   }
-  const long silence = t->last_activity + SILENCE_MS - now;
-  const long linger = t->ended_at + LINGER_MS - now;
-  const long left = silence < linger ? silence : linger;
+  const int64_t silence = t->last_activity + SILENCE_MS - now;
+  const int64_t linger = t->ended_at + LINGER_MS - now;
+  const int64_t left = silence < linger ? silence : linger;
   return left > 0 ? left : 0;
 }
 
 // Whether what the pipe still holds comes from something the script left
 // behind, and too late to matter.
-static bool is_leftover(const talk *t, long now)
+static bool is_leftover(const talk *t, int64_t now)
 {
   return t->ended && t->due == 0 && now - t->ended_at >= LINGER_MS;
 }
@@ -303,9 +383,9 @@ enum talk_state { TALK_READY, TALK_OVER, TALK_FAILED };
 static talk_state wait_ready(talk *t, struct pollfd *fds, nfds_t count)
 {
   for (;;) {
-    const long now = now_ms();
+    const int64_t now = now_ms();
     check_end(t, now);
-    const long left = patience(t, now);
+    const int64_t left = patience(t, now);
     const int ready = poll(fds, count, static_cast<int>(left));
     if (ready > 0) {
       t->last_activity = now_ms();
@@ -472,6 +552,7 @@ static int exit_status(pid_t pid)
   int status = 1; // reads as an end by signal 1 when the wait itself fails
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
+  group = 0;
   if (WIFEXITED(status)) {
     return WEXITSTATUS(status);
   }
@@ -492,10 +573,15 @@ static int exit_status(pid_t pid)
 int orv_script_wait(pid_t pid)
 {
   const int status = exit_status(pid);
+  fcntl(lifeline[0], F_SETFL, 0); // what it left behind may outlive us
   stopped = false;
+  let_finish = 0;
   if (output_cut) {
     output_cut = false;
     orv_error("Script output too long");
+  }
+  if (told_to_end != 0) {
+    end_by(SIGTERM);
   }
   return status;
 }

@@ -10,9 +10,14 @@
 // What one script may print: more is a script gone wild, not a configuration.
 constexpr size_t ORV_SCRIPT_OUTPUT_MAX = 16UL * 1024 * 1024;
 
-// Makes SIGCHLD wait for us again, whatever the web server left, and lets a
-// write to a closed pipe fail instead of ending the process.  Done once.
+// Makes SIGCHLD wait for us again, whatever the web server left, lets a write
+// to a closed pipe fail instead of ending the process, and hands SIGTERM on to
+// the script that runs before it ends the process.  Done once.
 void orv_script_signals(void);
+
+// Lets the next script that is started finish, whatever becomes of us.  Every
+// other one ends with its process group on SIGTERM or when this process dies.
+void orv_script_let_finish(void);
 
 // Starts `command`, a shell command line whose first word is the script's
 // path, relative to the script directory unless it begins with "/".  Where

@@ -150,6 +150,22 @@ def test_links_sizes_names_and_labels_are_cut_at_their_buffers(form):
     assert page.hidden()[2] == ("o_" + long[:50], "x")
 
 
+def test_links_of_menus_arrive_as_they_were_written(form):
+    subitems = ["a+b", "x&delete_rules_0=True", "%41", "50%", "a=b?/c", "#1", "a+%2b"]
+    site = form("imenu f m;fmenu" + "".join(
+                    f";choice f/{s.replace('#', '$#$')} L" for s in subitems)
+                + "".join(f";choice {n * 'n'}%/s L" for n in (78, 79, 80, 81)),
+                "".join(f"select_m{k}={s.replace('/', '_')} L;"
+                        for k, s in enumerate(subitems)))
+    links = [e.get("href") for e in site.open("f").all("main")[0].iter(HTML + "a")]
+    arrived = [dict(site.get(link.partition("?")[2]).hidden()) for link in links[:14]]
+    assert [state["subitem"] for state in arrived] == [
+        *(s.replace("/", "_") for s in subitems), *subitems]
+    assert {state["form"] for state in arrived} == {"f"}
+    assert [link[18:] for link in links[14:]] == [
+        78 * "n" + "%25", 79 * "n", 80 * "n", 81 * "n"]
+
+
 def test_every_control_has_a_name_of_its_own_and_its_error(form):
     page = form(
         "error $E$;fixed a;label A $V:n$;checkbox b;label B;select c;label C;"

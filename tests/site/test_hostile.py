@@ -4,6 +4,7 @@ text comes back from a parser as it was, and a script gets it as one argument.""
 
 import itertools
 import re
+import urllib.parse
 
 # At most 29 bytes, where a bar's labels are cut; "#" begins a template's comment,
 # and a second "$" may end a code.
@@ -88,7 +89,9 @@ def texts(page, change=lambda text: text):
         own = change(e.text or "")
         if not isinstance(e.tag, str):
             own = re.sub("-(?=-)", "- ", own)
-        found += [own, change(e.tail or ""), *map(change, e.attrib.values())]
+        found += [own, change(e.tail or ""),
+                  *(change(urllib.parse.unquote(value) if name == "href" else value)
+                    for name, value in e.attrib.items())]
     return [re.sub("\r\n?", "\n", text) for text in found]
 
 

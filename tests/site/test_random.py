@@ -103,3 +103,81 @@ def test_only_a_submit_that_passed_all_checks_is_saved(site):
         assert not saved or written == checked, fields
         reached[checked is not None, saved] += 1
     assert len(reached) == 3 and min(reached.values()) >= 20, reached
+
+
+SESSIONS = 200
+TABLE = """\
+table rules 3 2;field name;checkbox on;select mode;choice a A;choice b B;help Help."""
+
+
+def rows_of(page):
+    """What the user sees of each row, and whether it can be deleted."""
+    names = {e.get("name") for e in page.inputs("checkbox")}
+    posted, rows = dict(page.fields()), []
+    while f"on{len(rows)}" in names:
+        k = len(rows)
+        rows.append([posted[f"name{k}"], f"on{k}" in posted, posted[f"mode{k}"],
+                     f"delete_rules_{k}" in names])
+    return rows
+
+
+def edit(rng, rows):
+    """Has the user mark some rows for deletion and change some; the marks."""
+    marks = [k for k, row in enumerate(rows) if row[3] and rng.random() < 0.2]
+    for row in rng.sample(rows, rng.randint(0, len(rows))):
+        place = rng.randrange(3)
+        row[place] = [rng.choice("pqr"), not row[1], rng.choice("ab")][place]
+        row[3] |= place < 2
+    return marks
+
+
+def press(page, label, rows, marks):
+    """Posts the page as it is after the edit."""
+    own = re.compile(r"(name|on|mode)\d+")
+    fields = [field for field in page.fields() if not own.fullmatch(field[0])]
+    for k, (name, ticked, mode, _) in enumerate(rows):
+        fields += [(f"name{k}", name), (f"mode{k}", mode)]
+        fields += [(f"on{k}", "True")] * ticked
+    fields += [(f"delete_rules_{k}", "True") for k in marks]
+    return page.site.post([*fields, ("action", label)])
+
+
+def saved_rows(site, count):
+    """The rows that the write script was given, and the entries behind them."""
+    given = dict(re.findall('new_(.+)="(.*)"', "\n".join(site.given("t", "write") or [])))
+    rows = [[given.get(f"name{k}", ""), given.get(f"on{k}") not in (None, "", "False"),
+             given.get(f"mode{k}")] for k in range(count)]
+    behind = [n for n, v in given.items()
+              if v and n[:2] in ("na", "on") and int(n.strip("nameo")) >= count]
+    return rows, behind
+
+
+def session(site, rng):
+    """One user's way through the table; False where the page or what is saved
+    is not what the user saw and did."""
+    device = [[rng.choice("xyz"), rng.choice(["True", "False", "", None]),
+               rng.choice("ab")] for _ in range(rng.randrange(5))]
+    (site.folder / "device").write_text("always_submit=1\n" + "".join(
+        f"name{k}={n}\nmode{k}={m}\n" + (f"on{k}={on}\n" if on is not None else "")
+        for k, (n, on, m) in enumerate(device)))
+    (site.folder / "t.write").unlink(missing_ok=True)
+    page = site.open("t")
+    rows = [[n, on == "True", m, True] for n, on, m in device]
+    label, marks = "", []
+    while label != "Submit" or marks:
+        while sum(not used for *_, used in rows) < 2:
+            rows.append(["", False, "a", False])
+        if rows_of(page) != rows:
+            return False
+        label = rng.choice(["Help", "Submit"])
+        marks = edit(rng, rows)
+        page = press(page, label, rows, marks)
+        rows = [row for k, row in enumerate(rows) if k not in marks]
+    return saved_rows(site, len(rows)) == ([row[:3] for row in rows], [])
+
+
+def test_a_table_keeps_what_its_user_saw(site):
+    site.template("t", *TABLE.split(";"), header=["navbar_script /bin/true"])
+    site.form_script("t", read="cat device")
+    rng = random.Random(20240228)
+    assert [n for n in range(SESSIONS) if not session(site, rng)] == []

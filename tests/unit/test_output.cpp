@@ -122,7 +122,28 @@ TEST_F(Output, TextIsExpandedOnce)
 
 static string times(int count, const string &line)
 {
-  return count > 0 ? line + times(count - 1, line) : "";
+  string all;
+  for (; count > 0; count--) {
+    all += line;
+  }
+  return all;
+}
+
+TEST_F(Output, AnExpansionEndsAtAMebibyte)
+{
+  orv_set_var("kib", o_orig, text(string(1024, 'k')), 0);
+  draw("");
+  const std::pair<string, bool> rows[] = { // behind 1023 KiB, is it whole
+    {string(1023, 'x'), true}, {string(1024, 'x'), true},
+    {string(1025, 'x'), false}, {"x$V:kib$", false},
+    {times(9, "$V:kib$"), false},
+  };
+  for (const auto &[rest, whole] : rows) {
+    calls.clear();
+    const string all = orv_out_expand(text(times(1023, "$V:kib$") + rest));
+    EXPECT_EQ(all.size(), 1024 * 1023 + (rest.size() == 1023 ? 1023 : 1024));
+    EXPECT_EQ(calls, whole ? "" : "; # Expanded text too long");
+  }
 }
 
 TEST_F(Output, ConditionsDecideWhichItemsAreDrawnAndHow)
@@ -186,6 +207,27 @@ TEST_F(Output, DeletedRowsAreClosedUpAndBlankOnesOffered)
     const string drawn = draw(body);
     EXPECT_EQ(drawn + " | " + stored(), expected);
     EXPECT_EQ(errors, 0);
+  }
+}
+
+TEST_F(Output, DeletedRowsAreEmptiedUpToALimit)
+{
+  string wide = "table t 20";
+  for (int column = 0; column < 20; column++) {
+    wide += ";field a" + std::to_string(column) + "-";
+  }
+  for (const int deleted : {2499, 2500, 2501}) {
+    forget();
+    for (int row = 0; row < deleted; row++) {
+      load("delete_t_" + std::to_string(row) + "=1");
+    }
+    draw(wide);
+    EXPECT_EQ(errors, deleted > 2500 ? 1 : 0);
+    int emptied = -20; // the blank row that moved up
+    for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
+      emptied++;
+    }
+    EXPECT_EQ(emptied, std::min(deleted * 20, 50000));
   }
 }
 

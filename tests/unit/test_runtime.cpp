@@ -27,6 +27,23 @@ TEST_F(Runtime, EveryReportIsLoggedAndTheLastIsKept)
   EXPECT_EXIT(orv_fatal("end"), testing::ExitedWithCode(1), "");
 }
 
+TEST_F(Runtime, TheSystemLogGetsAHundredMessagesOfARequest)
+{
+  string expected;
+  const string log = logged(LOG_INFO, [&] {
+    for (int i = 0; i < 98; i++) {
+      orv_log(LOG_INFO, "a");
+      expected += "log: a\n";
+    }
+    orv_out_expand(text("$q:$$r:$")); // each is told twice
+  });
+  EXPECT_EQ(log, expected + "log: Bad format variable subs. Unknown type\n"
+                            "log: Further messages of this request are left "
+                            "out\n");
+  EXPECT_EQ(logged(LOG_ERR, [] { orv_error("b"); }), "");
+  EXPECT_EQ(message(), "b");
+}
+
 TEST_F(Runtime, MemoryThatThereIsNotIsReported)
 {
   EXPECT_EQ(must_malloc(SIZE_MAX / 2), nullptr);
