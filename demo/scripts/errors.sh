@@ -32,6 +32,7 @@ check_kind()
       ;;
     check) exit 1 ;;
     killed) kill -KILL $$ ;;
+    # orv-lint: off output-format
     nonsense) echo 'this is no answer' ;;
     slow) sleep 4 ;;
   esac

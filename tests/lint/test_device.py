@@ -1,0 +1,192 @@
+"""The demo is clean, and what is broken in it is told with its file and line."""
+import json
+import os
+import pathlib
+import resource
+import shutil
+import subprocess
+
+import pytest
+
+LINT = os.environ["ORV_LINT"]
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+DEVICES = [p.parent for p in [*ROOT.glob("demo/templates"), *ROOT.glob("docs/examples/templates"),
+                              *ROOT.glob("examples/*/templates")]]
+# The file, its rule, and what stands there before and after; "" before: a line
+# more at the end.  The line is that of the change, unless another's text or
+# number is given (-1: the last).
+BROKEN = [
+    ("network.tpl", "syntax", "title ", "titel "),
+    ("network.tpl", "syntax", "help_mode\n", "title Again\n"),
+    ("network.tpl", "syntax", "\nbody\n", "\n", "error $E$"),
+    ("network.tpl", "syntax", "\nbody\n", "\nbdy\n", "bdy"),
+    ("network.tpl", "syntax", "title ", "# title ", 1),
+    ("network.tpl", "syntax", "field host_name 24", "feild host_name 24"),
+    ("network.tpl", "syntax", "field host_name 24", "field host_name wide"),
+    ("network.tpl", "syntax", "field host_name 24", "field"),
+    ("network.tpl", "syntax", "label Device name", "label Device name\nlabel Again", "label Again"),
+    ("network.tpl", "syntax", "label Device name", "lable Device name"),
+    ("network.tpl", "syntax", "choice no Automatic (DHCP)", "choice no"),
+    ("network.tpl", "syntax", "heading2 Name servers", "heading2 Name servers\nlabel x", "label x"),
+    ("network.tpl", "syntax", "label IPv6\n", "label IPv6\ncheck text\n", "check text"),
+    ("network.tpl", "syntax", "heading2 Name servers", "help_mode"),
+    ("dhcp.tpl", "syntax", "table leases 3", "table leases 4"),
+    ("dhcp.tpl", "syntax", "table leases 3", "table leases"),
+    ("dhcp.tpl", "syntax", "field ls_mac", "text Note\nfield ls_mac", "text Note"),
+    ("status.tpl", "syntax", "ftable traffic 4", "ftable traffic 4 -1"),
+    ("dhcp.tpl", "table-extra", "table leases 3", "table leases 2", "field ls_address"),
+    ("network.tpl", "crlf", "help_mode\n", "help_mode\r\n"),
+    ("network.tpl", "last-line", "endif\nendif\n", "endif\nendif", -1),
+    ("network.tpl", "long-line", "text How", "text " + "x" * 250 + " How"),
+    ("network.tpl", "nul-byte", "label Gateway", "label Gate\0way"),
+    ("network.tpl", "indented", "label Gateway", " label Gateway"),
+    ("network.tpl", "cut-comment", "label Gateway", "label Gateway #1"),
+    ("network.tpl", "check-name", "check nullok ipaddr ipv4 ipv6", "check nullok ipadr ipv4 ipv6"),
+    ("network.tpl", "check-name", "check nullok text", "check nullok"),
+    ("network.tpl", "check-option", "check nullok ipaddr ipv4 ipv6", "check nullok ipaddr ipv4 ip6"),
+    ("network.tpl", "check-option", "check nullok ipaddr ipv4 ipv6", "check ipaddr nullok"),
+    ("services.tpl", "check-option", "decimal 1 65535", "decimal 1-65535"),
+    ("services.tpl", "check-option", "decimal 1 65535", "decimal 1 65535 80"),
+    ("network.tpl", "check-regex", "[A-Za-z0-9])?$", "[A-Za-z0-9]?$"),
+    ("system.tpl", "regex-anchor", "regex ^.{1,60}$", "regex ^.{1,60}"),
+    ("network.tpl", "check-message", "check_msg dns1 Enter", "check_msg Enter"),
+    ("network.tpl", "reference", "$V:last_ip_address$$R$", "$V:last_ip_address"),
+    ("network.tpl", "reference", "$V:last_ip_address$$R$", "$v:last_ip_address$"),
+    ("network.tpl", "unknown-tag", "$B$Automatic$R$", "$b$Automatic$R$"),
+    ("network.tpl", "text-place", "heading2 Name servers", "heading2 $B$Name servers$R$"),
+    ("network.tpl", "unknown-variable", "text Last static address: $B$$V:last_ip_address$",
+     "text Last static address: $B$$V:last_ip_adress$"),
+    ("status.tpl", "unknown-variable", "$N:SW_VERSION$", "$N:SW_VERSON$"),
+    ("network.tpl", "condition-balance", "if $V:static_ip$\n", "", "else"),
+    ("network.tpl", "condition-balance", "endif\nendif\n", "endif\n", "if $X$"),
+    ("network.tpl", "condition-constant", "if $V:static_ip$", "if $V:static_ip$ = yes"),
+    ("network.tpl", "condition-constant", "if $V:static_ip$", "if static_ip"),
+    ("services.tpl", "hidden-message", ": $E:ssh_port$\n", ": x\n", "check decimal 1"),
+    ("services.tpl", "required-hidden", "if $X$\nfield ssh_port", "ifnot $X$\nfield ssh_port", "check decimal 1"),
+    ("network.tpl", "name-reserved", "field dns2", "field action"),
+    ("network.tpl", "name-prefix", "field dns2", "field d_dns"),
+    ("network.tpl", "name-characters", "field dns2", "field dns-2"),
+    ("network.tpl", "name-length", "field dns2", "field dns2" + "_and_more" * 6),
+    ("network.tpl", "name-twice", "field dns2", "field dns1"),
+    ("network.tpl", "name-case", "field dns2", "field DNS1"),
+    ("dhcp.tpl", "name-clash", "field dh_first", "field ls_name1"),
+    ("network.tpl", "unreported", "field dns2", "field dsn2"),
+    ("network.tpl", "choice-twice", "choice off Off", "choice no Off"),
+    ("dhcp.tpl", "label", "label Hardware address\n", "", "field ls_mac"),
+    ("dhcp.tpl", "table-required", "check nullok iregex", "check iregex"),
+    ("orvmenu.tpl", "target", "choice network", "choice netwrok"),
+    ("interfaces.tpl", "target", "imenu port", "imenu ports"),
+    ("interfaces.tpl", "list-entries", "imenu port ports", "imenu port sockets"),
+    ("system.tpl", "list-entries", "iselect time_zone zones", "iselect time_zone"),
+    ("network.tpl", "page-message", "error $E$\n", "", "field host_name"),
+    ("network.tpl", "script-missing", "navbar.sh", "navbra.sh"),
+    ("network.tpl", "script-quote", "navbar.sh $F$", 'navbar.sh "$(echo $S$)"'),
+    ("network.tpl", "script-evaluated", "navbar.sh $F$", "navbar.sh $F$; eval $S$"),
+    ("network.tpl", "lint-comment", "help_mode", "# orv-lint: off lable"),
+    ("navbar.sh", "target", "", "echo 'statsu Status'"),
+    ("navbar.sh", "nav-line", "", "echo 'status'"),
+    ("navbar.sh", "nav-label", "", "echo 'status The state of this little device'"),
+    ("navbar.sh", "nav-full", "", "printf '%s\\n' 'log A' 'log B' 'log C' 'log D' 'log E' 'log F'"),
+    ("network.sh", "script-missing", '*}/lib.sh"', '*}/lbi.sh"'),
+    ("network.sh", "script-syntax", "", "fi"),
+    ("network.sh", "eval", "", 'eval "new=$line"'),
+    ("network.sh", "eval", "", 'bash -c "logger $3"'),
+    ("network.sh", "source", "", '. "$STATE/network"'),
+    ("network.sh", "unquoted", "", "logger $3"),
+    ("network.sh", "input-number", "", "read -r count; ((count > 3))"),
+    ("network.sh", "input-path", "", 'cat -- "notes/$3"'),
+    ("network.sh", "store", "", "echo a=b >\"$STATE/network\""),
+    ("network.sh", "output-format", "", "echo 'Network stored'"),
+    ("network.sh", "background", "", "sleep 99 &"),
+    ("network.sh", "script-call", "", "orv_errors dns1 Wrong"),
+    ("network.sh", "error-name", "", "echo 'error_dsn1=Wrong'"),
+    ("services.sh", "box-value", "", "echo 'ssh_on=\"yes\"'"),
+    ("wireless.sh", "secret", "", "echo \"wl_passphrase=$key\""),
+]
+
+
+def lint(folder, *options):
+    run = subprocess.run([LINT, "--format=json", "--no-shellcheck", *options, folder],
+                         capture_output=True, text=True)
+    return [(os.path.basename(f["file"]), f["line"], f["rule"]) for f in json.loads(run.stdout)]
+
+
+def path_of(device, name):
+    return device / ("templates" if name.endswith(".tpl") else "scripts") / name
+
+
+def broken_line(text, change):
+    """The text as it is changed, and the line that must be told."""
+    before, after, *rest = change
+    if not before:
+        return text + after + "\n", text.count("\n") + 1
+    assert before in text, before
+    at = text.index(before)
+    new = text[:at] + after + text[at + len(before):]
+    if rest and isinstance(rest[0], int):
+        return new, new.count("\n") + 1 if rest[0] < 0 else rest[0]
+    if rest:
+        at = new.index("\n" + rest[0]) + 1 if not new.startswith(rest[0]) else 0
+    return new, new.count("\n", 0, at) + 1
+
+
+@pytest.fixture
+def device(tmp_path):
+    for part in ("templates", "scripts", "defaults"):
+        shutil.copytree(ROOT / "demo" / part, tmp_path / part)
+    return tmp_path
+
+
+@pytest.mark.parametrize("folder", DEVICES, ids=lambda p: p.name)
+def test_what_we_ship_is_clean(folder):
+    assert subprocess.run([LINT, "--run", "--no-shellcheck", folder], capture_output=True, text=True).stdout == ""
+
+
+def test_what_is_broken_is_told(device):
+    missed = []
+    for name, rule, *change in BROKEN:
+        path = path_of(device, name)
+        text = path.read_text()
+        new, line = broken_line(text, change)
+        path.write_bytes(new.encode())
+        if (name, line, rule) not in (told := lint(device)):
+            missed.append((name, line, rule, change, told))
+        path.write_text(text)
+    assert lint(device) == []
+    assert not missed, missed
+
+
+def test_files_that_are_not_there_or_not_executable_are_told(device):
+    (device / "scripts/log.sh").chmod(0o644)
+    (device / "templates/no_changes.tpl").unlink()
+    (device / "scripts/users.sh").unlink()
+    shutil.copy(device / "templates/log.tpl", device / "templates/lonely.tpl")
+    told = lint(device)
+    assert {("log.sh", 1, "script-mode"), ("no_changes.tpl", 1, "special-form"),
+            ("users.tpl", 1, "script-missing"), ("lonely.tpl", 1, "unreachable")} <= set(told)
+
+
+def test_two_hundred_templates_take_less_than_a_second(device):
+    text = (device / "templates/network.tpl").read_text()
+    for i in range(200):
+        (device / f"templates/form{i}.tpl").write_text(
+            text.replace("body", "read_script network.sh --read\nbody", 1))
+    def spent():
+        used = resource.getrusage(resource.RUSAGE_CHILDREN)
+        return used.ru_utime + used.ru_stime
+    start = spent()
+    assert len(lint(device)) >= 200
+    assert spent() - start < 1
+
+
+def test_the_program_says_how_it_is_used(tmp_path):
+    def status(*arguments):
+        run = subprocess.run([LINT, *arguments], capture_output=True, text=True)
+        return run.returncode, run.stdout, run.stderr
+    assert status()[0] == status(tmp_path)[0] == status("--explain", "nothing")[0] == 2
+    assert status("--help")[0] == 0 and status("--version")[1].startswith("orv-lint ")
+    assert "host_name" in status("--explain", "name-characters")[1]
+    (tmp_path / "templates").mkdir()
+    (tmp_path / "templates/a.tpl").write_text("title A\nbody\ntext $Q$\n# orv-lint: off unknown-tag\ntext $Q$\n")
+    code, out, err = status("--format=gcc", "--werror", tmp_path)
+    assert code == 1 and "a.tpl:3:6: error: " in out and "a.tpl:5" not in out and "findings" in err

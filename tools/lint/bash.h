@@ -1,0 +1,82 @@
+// Bash as far as orv-lint must understand it: the commands of a script with
+// their words, what is expanded in each word and how it stands there.
+//
+// A reader, not a parser: it follows quotes, substitutions, blocks and here-
+// documents closely enough that a word is told from a comment, and it takes
+// anything that bash would refuse without complaint.
+
+#ifndef LINT_BASH_H
+#define LINT_BASH_H
+
+#include <set>
+#include <string>
+#include <vector>
+
+struct bash_expansion {
+  std::string name;      // of a variable or parameter
+  std::string subscript; // between [ and ], "" without
+  std::string rest;      // operator and word of ${name...}
+  bool quoted = false;
+  bool indirect = false;   // ${!name}
+  bool length = false;     // ${#name}
+  bool arithmetic = false; // evaluated as a number
+  bool based = false;      // behind 10# or 0x: a number or an error
+  int line = 0;
+  int column = 0;
+};
+
+struct bash_word {
+  std::string text;  // as written
+  std::string plain; // the quotes taken off
+  int line = 0;
+  int column = 0;
+  std::vector<bash_expansion> expansions;
+};
+
+struct bash_redirect {
+  std::string op;
+  bash_word target;
+};
+
+struct bash_assignment {
+  std::string name;
+  std::string subscript;
+  bash_word value;
+  std::vector<bash_word> elements; // of NAME=(...)
+};
+
+enum bash_kind {
+  BASH_SIMPLE,
+  BASH_TEST,       // [[ ]]
+  BASH_ARITHMETIC, // (( ))
+  BASH_FOR,        // words: the variable, then the list
+  BASH_CASE,       // words: the subject
+  BASH_BLOCK,      // the end of a compound command, with its redirections
+};
+
+struct bash_command {
+  bash_kind kind = BASH_SIMPLE;
+  std::vector<bash_assignment> assignments;
+  std::vector<bash_word> words;
+  std::vector<bash_redirect> redirects;
+  std::string function;       // that it stands in, "" outside of any
+  int substitution = 0;       // how many $( ) it stands in
+  bool condition = false;     // its status decides on something
+  bool background = false;    // ended by &
+  bool piped = false;         // its output goes into a pipe
+  bool piped_in = false;      // its input comes from one
+  bool redirected_in = false; // the same of a file, or of a block around it
+  bool redirected_out = false;
+  int line = 0;
+  int column = 0;
+};
+
+struct bash_script {
+  std::vector<bash_command> commands; // in the order of their ends
+  std::set<std::string> functions;
+  std::string code; // the text, comments replaced by blanks
+};
+
+bash_script read_bash(const std::string &text);
+
+#endif

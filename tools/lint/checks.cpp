@@ -1,0 +1,238 @@
+// The checks that fields name, their options and messages.
+
+#include "lint.h"
+
+#include <algorithm>
+#include <regex.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "orv_check.h"
+
+// What is wrong with options, "" when nothing is.
+typedef std::string (*options_check)(const std::string &options);
+
+static std::string takes_none(const std::string &options)
+{
+  const std::vector<std::string> words = split_words(options);
+  if (words.empty()) {
+    return "";
+  }
+  return words[0] == "nullok" ? "nullok stands in front of the check's name"
+                              : "this check takes no options, and " +
+                                    in_quotes(options) + " changes nothing";
+}
+
+// Whole numbers or, with `real`, any; at most two.
+static std::string numbers(const std::string &options, bool real)
+{
+  const char *at = options.c_str();
+  int count = 0;
+  double values[2] = {0, 0};
+  for (; *at != '\0'; count++) {
+    char *end;
+    const double value =
+        real ? strtod(at, &end) : static_cast<double>(strtol(at, &end, 0));
+    if (end == at || (*end != ' ' && *end != '\0')) {
+      return in_quotes(std::string(at)) + " is no number, so there is no range";
+    }
+    if (count == 2) {
+      return "Extras after template range options ?";
+    }
+    values[count] = value;
+    at = end + strspn(end, " ");
+  }
+  return count == 2 && values[0] == values[1]
+             ? "the range allows one value only"
+             : "";
+}
+
+static std::string takes_numbers(const std::string &options)
+{
+  return numbers(options, false);
+}
+
+static std::string takes_reals(const std::string &options)
+{
+  return numbers(options, true);
+}
+
+static std::string takes_words(const std::string &options)
+{
+  return options.empty() ? "without words every value is refused: \"Unknown"
+                           " keyword entered\""
+                         : "";
+}
+
+static std::string takes_addresses(const std::string &options)
+{
+  static const std::set<std::string> known = {"ipv4", "ipv6", "hostname",
+                                              "optcidr", "cidr"};
+  bool any = false;
+  for (const std::string &word : split_words(options)) {
+    if (known.count(word) == 0) {
+      return "unknown option " + in_quotes(word) + did_you_mean(word, known);
+    }
+    any |= word[0] == 'i' || word[0] == 'h';
+  }
+  return any ? "" : "Check options don't allow any type of address";
+}
+
+static std::string takes_file_type(const std::string &options)
+{
+  const bool known = options.empty() || (options.size() == 1 &&
+                                         strchr("dfxS", options[0]) != nullptr);
+  return known ? ""
+               : "Unknown option in file check: " + in_quotes(options) +
+                     "; it is one of d, f, x, S";
+}
+
+static std::string takes_parent(const std::string &options)
+{
+  static const std::set<std::string> known = {"parent_exists",
+                                              "grandparent_exists"};
+  return options.empty() || known.count(options) != 0
+             ? ""
+             : "Unknown option in file check: " + in_quotes(options) +
+                   did_you_mean(options, known);
+}
+
+static std::string takes_expression(const std::string &)
+{
+  return ""; // told by a rule of its own
+}
+
+// clang-format off
+static const std::map<std::string, options_check> option_checks = {
+  {"keyword", takes_words},      {"decimal", takes_numbers},
+  {"number", takes_numbers},     {"signed", takes_numbers},
+  {"real", takes_reals},         {"ipaddr", takes_addresses},
+  {"file", takes_file_type},     {"path", takes_parent},
+  {"regex", takes_expression},   {"iregex", takes_expression},
+};
+// clang-format on
+
+static bool is_expression(const std::string &name)
+{
+  return name == "regex" || name == "iregex";
+}
+
+// Whether `mark` ends what it stands behind: not escaped, not in brackets.
+static bool is_anchored(const std::string &expression)
+{
+  return !expression.empty() && expression.front() == '^' &&
+         expression.back() == '$' &&
+         !(expression.size() > 1 && expression[expression.size() - 2] == '\\');
+}
+
+static void check_expression(const form &f, const form_line &line,
+                             size_t offset, const std::string &expression,
+                             findings *found)
+{
+  regex_t compiled;
+  const int code =
+      regcomp(&compiled, expression.c_str(), REG_EXTENDED | REG_NOSUB);
+  if (code != 0) {
+    char text[200];
+    regerror(code, &compiled, text, sizeof text);
+    tell(found, f, line, offset, "check-regex",
+         std::string("Bad regular expression in check options: ") + text);
+    return;
+  }
+  regfree(&compiled);
+  if (!is_anchored(expression)) {
+    tell(found, f, line, offset, "regex-anchor",
+         "the expression is looked for anywhere in the value; write ^ and $"
+         " for the whole value");
+  }
+}
+
+static std::set<std::string> check_names_known()
+{
+  std::set<std::string> names;
+  for (const checks_info *row = chk_list; row->name != nullptr; row++) {
+    names.insert(row->name);
+  }
+  return names;
+}
+
+static void check_one(const form &f, const form_line &line, findings *found)
+{
+  int nullok;
+  const char *options;
+  const checks_info *check =
+      orv_find_check(line.text.c_str(), &nullok, &options);
+  const size_t offset = static_cast<size_t>(options - line.text.c_str());
+  if (check == nullptr) {
+    std::string name = line.text.substr(0, offset);
+    if (nullok != 0) {
+      name.erase(0, name.find_first_not_of(' ', strlen("nullok")));
+    }
+    name.erase(name.find_last_not_of(' ') + 1);
+    std::set<std::string> known = check_names_known();
+    known.insert("nullok");
+    tell(found, f, line, line.text.find(name), "check-name",
+         "Bad check name in template: " +
+             (name.empty() ? std::string("nullok needs a name behind it")
+                           : in_quotes(name) + did_you_mean(name, known)));
+    return;
+  }
+  if (is_expression(check->name)) {
+    check_expression(f, line, offset, options, found);
+    return;
+  }
+  const auto row = option_checks.find(check->name);
+  const std::string fault =
+      row != option_checks.end() ? row->second(options) : takes_none(options);
+  if (!fault.empty()) {
+    tell(found, f, line, offset, "check-option", fault);
+  }
+}
+
+// --- messages ----------------------------------------------------------------
+
+// Where a message is shown: beside an item, or where a text asks for it.
+static std::set<std::string> shown_messages(const form &f)
+{
+  std::set<std::string> names = {"msg"};
+  for (const form_item &item : f.items) {
+    names.insert(lower(item.name));
+  }
+  for (const form_line &line : f.lines) {
+    const std::string text = lower(line.text);
+    for (size_t at = text.find("$e:"); at != std::string::npos;
+         at = text.find("$e:", at + 1)) {
+      names.insert(text.substr(at + 3, text.find('$', at + 3) - at - 3));
+    }
+  }
+  return names;
+}
+
+static void check_message(const form &f, const form_line &line, findings *found)
+{
+  const std::string name = line.text.substr(0, line.text.find(' '));
+  const std::set<std::string> shown = shown_messages(f);
+  if (shown.count(lower(name)) == 0) {
+    tell(found, f, line, 0, "check-message",
+         "the message goes to " + in_quotes(name) +
+             ", which is shown nowhere; the first word is the name of a"
+             " field" +
+             did_you_mean(name, shown));
+  }
+}
+
+void check_checks(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.forms) {
+    for (const form_line &line : entry.second.lines) {
+      if (line.header) {
+        continue;
+      }
+      if (line.keyword == "check") {
+        check_one(entry.second, line, found);
+      } else if (line.keyword == "check_msg") {
+        check_message(entry.second, line, found);
+      }
+    }
+  }
+}

@@ -1,0 +1,200 @@
+// Conditional sections: their balance, what their conditions can mean, and
+// what a hidden field does to its user.
+
+#include "lint.h"
+
+#include <algorithm>
+#include <strings.h>
+
+static constexpr size_t DEPTH_MAX = 20;
+
+// --- balance -----------------------------------------------------------------
+
+struct open_condition {
+  const form_line *line;
+  const form_line *other; // its else
+};
+
+static void check_else(const form &f, const form_line &line,
+                       std::vector<open_condition> *stack, findings *found)
+{
+  if (stack->empty()) {
+    tell(found, f, line, 0, "condition-balance",
+         in_quotes(line.keyword) + " without an if");
+    return;
+  }
+  if (line.keyword == "endif") {
+    stack->pop_back();
+    return;
+  }
+  if (stack->back().other != nullptr) {
+    tell(found, f, line, 0, "condition-balance",
+         "a second \"else\" turns the section round again",
+         {{{f.file->path, stack->back().other->number, 1},
+           "the first is here"}});
+  }
+  stack->back().other = &line;
+}
+
+static void check_balance(const form &f, findings *found)
+{
+  std::vector<open_condition> stack;
+  for (const form_line &line : f.lines) {
+    if (line.keyword == "if" || line.keyword == "ifnot") {
+      stack.push_back({&line, nullptr});
+      if (stack.size() == DEPTH_MAX + 1) {
+        tell(found, f, line, 0, "condition-depth",
+             "conditions stand inside each other more than " +
+                 std::to_string(DEPTH_MAX) + " deep; this one is left out");
+      }
+    } else if (line.keyword == "else" || line.keyword == "endif") {
+      check_else(f, line, &stack, found);
+    }
+  }
+  for (const open_condition &open : stack) {
+    tell(found, *f.file, open.line->number, 1, "condition-balance",
+         in_quotes(open.line->keyword) +
+             " without an endif: \"conditions left on"
+             " stack\"");
+  }
+}
+
+// --- meaning -----------------------------------------------------------------
+
+// The text without what is inserted when the page is drawn.
+static std::string constant_part(const std::string &text)
+{
+  std::string rest;
+  size_t at = 0;
+  while (at < text.size()) {
+    if (text[at] == '$' && at + 2 < text.size()) {
+      if (text[at + 2] == '$') {
+        at += 3;
+        continue;
+      }
+      const size_t end = text.find('$', at + 3);
+      if (text[at + 2] == ':' && end != std::string::npos) {
+        at = end + 1;
+        continue;
+      }
+    }
+    rest += text[at++];
+  }
+  return rest;
+}
+
+static bool is_false(const std::string &text)
+{
+  static const char *const words[] = {"", "0", "no", "false", "off"};
+  return std::any_of(std::begin(words), std::end(words), [&](const char *word) {
+    return strcasecmp(word, text.c_str()) == 0;
+  });
+}
+
+static void check_constant(const form &f, const form_line &line,
+                           findings *found)
+{
+  const std::string rest = constant_part(line.text);
+  if (line.text.empty()) {
+    tell(found, f, line, 0, "condition-constant",
+         "a condition without a text is always false");
+  } else if (rest == line.text) {
+    tell(found, f, line, 0, "condition-constant",
+         in_quotes(line.text) + " is always " +
+             (is_false(line.text) ? "false" : "true") +
+             "; a value is written $V:name$");
+  } else if (!rest.empty()) {
+    tell(found, f, line, 0, "condition-constant",
+         "this condition is always true: there are no operators, and " +
+             in_quotes(rest) + " is text that is not empty");
+  }
+}
+
+// --- fields that are not drawn -----------------------------------------------
+
+// What is unset while values are checked, and so hides nothing then that
+// stands under its negation.
+static bool is_page_tag(const std::string &text)
+{
+  return text == "$X$" || text == "$H$" || text == "$E$";
+}
+
+static bool is_nullok(const form_item &item)
+{
+  const form_line *check = attribute(item, "check");
+  return check == nullptr || check->text == "nullok" ||
+         starts_with(check->text, "nullok ");
+}
+
+// Whether no value can fail the field's check.
+static bool takes_all(const form_item &item)
+{
+  const form_line *check = attribute(item, "check");
+  const std::vector<std::string> words =
+      split_words(check != nullptr ? check->text : "nullok text");
+  return words.size() > 1 && words[0] == "nullok" && lower(words[1]) == "text";
+}
+
+static bool shows_error(const form &f, const std::string &name,
+                        const condition &hiding)
+{
+  const std::string reference = lower("$E:" + name + "$");
+  for (const form_line &line : f.lines) {
+    const bool inside =
+        std::any_of(line.conditions.begin(), line.conditions.end(),
+                    [&](const condition &c) {
+                      return c.line == hiding.line && c.holds == hiding.holds;
+                    });
+    if (!inside && line.keyword != "if" && line.keyword != "ifnot" &&
+        lower(line.text).find(reference) != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+static void check_hidden(const form &f, const form_item &item, findings *found)
+{
+  if (item.type != PT_TEXT_FIELD || item.table >= 0) {
+    return;
+  }
+  const form_line *check = attribute(item, "check");
+  const form_line &at = check != nullptr ? *check : *item.lines.front();
+  for (const condition &c : item.conditions) {
+    if (!is_page_tag(c.text)) {
+      continue;
+    }
+    if (!c.holds && !is_nullok(item)) {
+      tell(found, f, at, 0, "required-hidden",
+           "a blank " + in_quotes(item.name) +
+               " is refused also while it is not"
+               " drawn, since " +
+               c.text + " is unset when values are checked",
+           {{{f.file->path, c.line, 1}, "its condition is here"}});
+    } else if (c.text == "$X$" && !takes_all(item) &&
+               !shows_error(f, item.name, c)) {
+      tell(found, f, at, 0, "hidden-message",
+           "the message for " + in_quotes(item.name) +
+               " is seen by nobody in the"
+               " other view; show $E:" +
+               item.name + "$ there",
+           {{{f.file->path, c.line, 1}, "its condition is here"}});
+    }
+  }
+}
+
+void check_conditions(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.forms) {
+    const form &f = entry.second;
+    check_balance(f, found);
+    for (const form_line &line : f.lines) {
+      if (line.keyword == "if" || line.keyword == "ifnot") {
+        check_constant(f, line, found);
+      }
+    }
+    for (const form_item &item : f.items) {
+      check_hidden(f, item, found);
+    }
+  }
+}

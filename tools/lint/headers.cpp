@@ -1,0 +1,211 @@
+// The script lines of a header: whether the script is there, and what becomes
+// of the values that a request can choose.
+
+#include "lint.h"
+
+#include <algorithm>
+#include <sys/stat.h>
+
+#include "orv_quote.h"
+
+// --- the script --------------------------------------------------------------
+
+static bool is_file(const std::string &path)
+{
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+static std::set<std::string> script_names(const device &dev)
+{
+  std::set<std::string> names;
+  for (const auto &entry : dev.scripts) {
+    names.insert(entry.first);
+  }
+  return names;
+}
+
+// What the page says when the script cannot be run.
+static std::string consequence(const std::string &keyword)
+{
+  return keyword == "navbar_script"
+             ? "; without one a Submit ends in an error page after all has"
+               " been saved"
+             : "";
+}
+
+static void check_script_file(const device &dev, const form &f,
+                              const script_line &line, findings *found)
+{
+  if (line.script.empty()) {
+    return; // elsewhere on the device
+  }
+  const std::string where =
+      line.line == 0 ? " (the default of " + line.keyword + ")" : "";
+  const auto known = dev.scripts.find(line.script);
+  if (known == dev.scripts.end() &&
+      !is_file(dev.dir + "/scripts/" + line.script)) {
+    tell(found, *f.file, line.line, line.column, "script-missing",
+         "Script " + in_quotes("scripts/" + line.script) + " does not exist" +
+             where + did_you_mean(line.script, script_names(dev)) +
+             consequence(line.keyword));
+  } else if (known != dev.scripts.end() && !known->second.executable) {
+    tell(found, *known->second.file, 1, 1, "script-mode",
+         "Cannot execute script " + in_quotes("scripts/" + line.script) +
+             ": chmod +x is missing",
+         {{{f.file->path, std::max(line.line, 1), line.column},
+           "the form " + in_quotes(f.name) + " runs it"}});
+  }
+}
+
+// --- values in the line ------------------------------------------------------
+
+// A sub-item that stands for what the shell would act on.
+static const char HOSTILE[] = "a b";
+static constexpr size_t TAG_LENGTH = 3; // of $S$
+
+// Whether the title inserts what a request can choose.
+static bool title_of_request(const form &f)
+{
+  return std::any_of(f.lines.begin(), f.lines.end(), [](const form_line &line) {
+    return line.header && line.keyword == "title" &&
+           line.text.find("$S$") != std::string::npos;
+  });
+}
+
+// The words of the shell that run their arguments once more.
+static bool evaluates(const std::string &before)
+{
+  const std::vector<std::string> words = split_words(before);
+  static const std::set<std::string> evaluators = {"eval", "source", "."};
+  static const std::set<std::string> shells = {"bash", "sh",      "dash",
+                                               "ash",  "busybox", "su"};
+  bool shell = false;
+  for (const std::string &word : words) {
+    if (evaluators.count(word) != 0) {
+      return true;
+    }
+    const size_t slash = word.rfind('/');
+    shell |=
+        shells.count(slash == std::string::npos ? word
+                                                : word.substr(slash + 1)) != 0;
+    if (shell && word == "-c") {
+      return true;
+    }
+  }
+  return false;
+}
+
+// The command that the value stands in, up to the value.
+static std::string command_before(const std::string &text, size_t at)
+{
+  const size_t start = text.find_last_of(";|&(", at == 0 ? 0 : at - 1);
+  return text.substr(
+      start == std::string::npos || start >= at ? 0 : start + 1,
+      start == std::string::npos || start >= at ? at : at - start - 1);
+}
+
+// Whether the character at `at` stands outside of quotes.
+static bool is_bare(const std::string &text, size_t at)
+{
+  char quote = '\0';
+  for (size_t i = 0; i < at; i++) {
+    if (text[i] == '\\' && quote != '\'') {
+      i++;
+    } else if (quote == '\0' && (text[i] == '\'' || text[i] == '"')) {
+      quote = text[i];
+    } else if (text[i] == quote) {
+      quote = '\0';
+    }
+  }
+  return quote == '\0';
+}
+
+// Whether the value at `at` of `marked` can be quoted where it stands; the
+// other values are harmless ones.
+static bool can_quote(const std::string &text,
+                      const std::vector<size_t> &values, size_t at)
+{
+  std::string marked;
+  size_t done = 0;
+  for (const size_t value : values) {
+    marked += text.substr(done, value - done);
+    marked += '\0' + std::string(value == at ? HOSTILE : "1") + '\0';
+    done = value + TAG_LENGTH;
+  }
+  marked += text.substr(done);
+  size_t length;
+  return shell_quote(marked.c_str(), marked.size(), nullptr, &length);
+}
+
+// Whether an argument of its own disappears with the value, and others follow.
+static bool moves_arguments(const std::string &text, size_t at)
+{
+  const size_t behind = at + TAG_LENGTH;
+  const size_t next = text.find_first_not_of(' ', behind);
+  return is_bare(text, at) && at > 0 && text[at - 1] == ' ' &&
+         next != std::string::npos && next > behind &&
+         std::string(";|&<>").find(text[next]) == std::string::npos;
+}
+
+static void check_value(const form &f, const script_line &line,
+                        const std::vector<size_t> &values, size_t at,
+                        findings *found)
+{
+  const int column = line.column + static_cast<int>(at);
+  const std::string tag = in_quotes(line.text.substr(at, TAG_LENGTH));
+  const std::string before = command_before(line.text, at);
+  const bool first = before.find_first_not_of(" \t\"'") == std::string::npos;
+  if (!can_quote(line.text, values, at)) {
+    tell(found, *f.file, line.line, column, "script-quote",
+         "Cannot quote a value in script command: " + tag +
+             " stands where no quotes help; hand it to the script as an"
+             " argument");
+  } else if (first) {
+    tell(found, *f.file, line.line, column, "script-evaluated",
+         tag + " is the command here, and a request chooses it");
+  } else if (evaluates(before)) {
+    tell(found, *f.file, line.line, column, "script-evaluated",
+         tag + " is run as commands here, and a request chooses it");
+  } else if (moves_arguments(line.text, at)) {
+    tell(found, *f.file, line.line, column, "script-argument",
+         "without a sub-item " + tag +
+             " is no argument, and those behind it move up; write it in double"
+             " quotes");
+  }
+}
+
+static void check_values(const form &f, const script_line &line,
+                         findings *found)
+{
+  const bool title = title_of_request(f);
+  std::vector<size_t> values;
+  for (size_t at = 0; at + 2 < line.text.size(); at++) {
+    if (line.text[at] == '$' && line.text[at + 2] == '$' &&
+        (line.text[at + 1] == 'S' || (line.text[at + 1] == 'T' && title))) {
+      values.push_back(at);
+      at += 2;
+    }
+  }
+  for (const size_t at : values) {
+    check_value(f, line, values, at, found);
+  }
+}
+
+void check_headers(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.forms) {
+    const form &f = entry.second;
+    const std::vector<script_line> lines = f.scripts;
+    for (int task = 0; task < TASKS; task++) {
+      const script_line &line = lines[static_cast<size_t>(task)];
+      const bool runs = task == TASK_READ || task == TASK_NAVBAR || can_save(f);
+      if (runs) {
+        check_script_file(dev, f, line, found);
+      }
+      if (line.line != 0) {
+        check_values(f, line, found);
+      }
+    }
+  }
+}

@@ -1,0 +1,309 @@
+// How forms lead to each other: menus, navigation bars, the special forms.
+//
+// What a script prints is known here only as far as it stands in the script as
+// it will be printed; the rest shows when the scripts are run.
+
+#include "lint.h"
+
+#include <algorithm>
+
+// What links can hold, as it is drawn.
+static constexpr size_t LABEL_MAX = 29;
+static constexpr size_t ADDRESS_MAX = 99;
+static constexpr size_t BAR_MAX = 6;
+// The executable's own part of an address: the usual one.
+static const std::string script_url = "/cgi-bin/orv";
+
+// --- one link ----------------------------------------------------------------
+
+struct link_target {
+  std::string form;
+  std::string subitem;
+};
+
+static link_target split_target(const std::string &target)
+{
+  const size_t slash = target.find('/', 1);
+  return slash == std::string::npos
+             ? link_target{target, ""}
+             : link_target{target.substr(0, slash), target.substr(slash + 1)};
+}
+
+static size_t address_length(const link_target &link)
+{
+  return script_url.size() + std::string("?form=").size() + link.form.size() +
+         (link.subitem.empty() ? 0 : std::string("&subitem=").size()) +
+         link.subitem.size();
+}
+
+static std::set<std::string> form_names(const device &dev)
+{
+  std::set<std::string> names;
+  for (const auto &entry : dev.forms) {
+    names.insert(entry.first);
+  }
+  return names;
+}
+
+static bool is_inserted(const std::string &text)
+{
+  return text.find('$') != std::string::npos ||
+         text.find('%') != std::string::npos ||
+         text.find('`') != std::string::npos;
+}
+
+// Tells what is wrong with a link to `target`.
+static void check_target(const device &dev, const source_file &file, int line,
+                         int column, const std::string &target, findings *found)
+{
+  const link_target link = split_target(target);
+  if (is_inserted(link.form)) {
+    return;
+  }
+  if (dev.forms.count(link.form) == 0) {
+    tell(found, file, line, column, "target",
+         "no template " + in_quotes(link.form + ".tpl") +
+             did_you_mean(link.form, form_names(dev)));
+  } else if (address_length(link) > ADDRESS_MAX) {
+    tell(found, file, line, column, "link-long",
+         "the address of this link is cut after " +
+             std::to_string(ADDRESS_MAX) + " characters");
+  }
+}
+
+// --- menus -------------------------------------------------------------------
+
+static void check_menu(const device &dev, const form &f, const form_item &item,
+                       findings *found)
+{
+  if (item.type == PT_IMENU) {
+    check_target(dev, *f.file, item.line, item.lines.front()->column, item.name,
+                 found);
+    return;
+  }
+  for (const form_line *line : item.lines) {
+    if (line->keyword == "choice") {
+      check_target(dev, *f.file, line->number, line->column,
+                   line->text.substr(0, line->text.find(' ')), found);
+    }
+  }
+}
+
+// --- navigation bars ---------------------------------------------------------
+
+// The words that a command prints as lines of their own, if it is one that
+// prints lines as they stand.
+static std::vector<const bash_word *> printed_lines(const bash_command &command)
+{
+  std::vector<const bash_word *> lines;
+  const std::vector<bash_word> &words = command.words;
+  if (command.kind != BASH_SIMPLE || words.size() < 2) {
+    return lines;
+  }
+  if (words[0].plain == "echo" && words.size() == 2) {
+    lines.push_back(&words[1]);
+  } else if (words[0].plain == "printf" && words[1].plain == "%s\\n") {
+    for (size_t i = 2; i < words.size(); i++) {
+      lines.push_back(&words[i]);
+    }
+  }
+  return lines;
+}
+
+static void check_entry(const device &dev, const script &s,
+                        const bash_word &word, findings *found)
+{
+  const std::string &text = word.plain;
+  const size_t gap = text.find_first_of(" \t");
+  if (gap == std::string::npos) {
+    tell(found, *s.file, word.line, word.column, "nav-line",
+         "a link is a form, a blank and a label: \"navbar: Premature end of"
+         " line\"");
+    return;
+  }
+  const std::string target = text.substr(0, gap);
+  const std::string label = text.substr(gap + 1);
+  if (label.empty()) {
+    tell(found, *s.file, word.line, word.column, "nav-line",
+         "navbar: Missing a label");
+  } else if (label.size() > LABEL_MAX && !is_inserted(label)) {
+    tell(found, *s.file, word.line, word.column, "nav-label",
+         "the label has " + std::to_string(label.size()) +
+             " characters and is cut after " + std::to_string(LABEL_MAX));
+  }
+  if (target != "-") {
+    check_target(dev, *s.file, word.line, word.column, target, found);
+  }
+}
+
+// A command that prints entries is taken for a whole bar.
+static void check_bar(const device &dev, const script &s,
+                      const bash_command &command, findings *found)
+{
+  size_t entries = 1; // the fixed one
+  bool first = true;
+  for (const bash_word *word : printed_lines(command)) {
+    const bool fixed_off = first && word->plain == "--";
+    first = false;
+    if (fixed_off) {
+      entries = 0;
+      continue;
+    }
+    if (is_inserted(word->plain) &&
+        word->plain.find(' ') == std::string::npos) {
+      continue;
+    }
+    if (++entries == BAR_MAX + 1) {
+      tell(found, *s.file, word->line, word->column, "nav-full",
+           "a bar has room for 6 links, \"Configuration\" included; this one"
+           " and those behind it are left out");
+    }
+    check_entry(dev, s, *word, found);
+  }
+}
+
+// Whether the script runs for nothing but bars.
+static bool is_bar_only(const device &dev, const std::string &name)
+{
+  bool bar = false;
+  for (const auto &entry : dev.forms) {
+    if (entry.second.runs.count(name) != 0) {
+      return false;
+    }
+    bar |= entry.second.scripts[TASK_NAVBAR].script == name;
+  }
+  return bar;
+}
+
+// --- which forms are reached -------------------------------------------------
+
+// The forms that a text names as a link would.
+static void add_words(const device &dev, const std::string &text,
+                      std::set<std::string> *reached)
+{
+  std::string word;
+  for (const char c : text + " ") {
+    if (is_name_char(c) || c == '.' || c == '-') {
+      word += c;
+    } else {
+      if (dev.forms.count(word) != 0) {
+        reached->insert(word);
+      }
+      word.clear();
+    }
+  }
+}
+
+static void add_links(const device &dev, const form &f,
+                      std::set<std::string> *reached)
+{
+  for (const form_item &item : f.items) {
+    if (item.type == PT_IMENU) {
+      reached->insert(item.name);
+      for (const std::string &name : f.runs) {
+        add_words(dev, dev.scripts.at(name).code.code, reached);
+      }
+    } else if (item.type == PT_FORMS_MENU) {
+      for (const form_line *line : item.lines) {
+        if (line->keyword == "choice") {
+          reached->insert(
+              split_target(line->text.substr(0, line->text.find(' '))).form);
+        }
+      }
+    }
+  }
+  const std::string bar = f.scripts[TASK_NAVBAR].script;
+  for (const std::string &name : with_sources(dev, bar)) {
+    for (const bash_command &command : dev.scripts.at(name).code.commands) {
+      for (const bash_word &word : command.words) {
+        add_words(dev, word.plain, reached);
+      }
+      for (const bash_assignment &assignment : command.assignments) {
+        add_words(dev, assignment.value.plain, reached);
+        for (const bash_word &element : assignment.elements) {
+          add_words(dev, element.plain, reached);
+        }
+      }
+    }
+  }
+}
+
+static void check_reached(const device &dev, findings *found)
+{
+  std::set<std::string> reached(special_forms.begin(), special_forms.end());
+  std::set<std::string> done;
+  bool more = true;
+  while (more) {
+    more = false;
+    for (const std::string &name : std::set<std::string>(reached)) {
+      const auto f = dev.forms.find(name);
+      if (f != dev.forms.end() && done.insert(name).second) {
+        add_links(dev, f->second, &reached);
+        more = true;
+      }
+    }
+  }
+  for (const auto &entry : dev.forms) {
+    if (reached.count(entry.first) == 0) {
+      tell(found, *entry.second.file, 1, 1, "unreachable",
+           "no menu and no navigation bar leads to this form");
+    }
+  }
+}
+
+static void check_special(const device &dev, findings *found)
+{
+  for (const std::string &name : special_forms) {
+    if (dev.forms.count(name) == 0) {
+      source_file missing;
+      missing.path = dev.dir + "/templates/" + name + ".tpl";
+      tell(found, missing, 1, 1, "special-form",
+           "this form must be there: the system itself shows it" +
+               did_you_mean(name, form_names(dev)));
+    }
+  }
+}
+
+// --- messages of the page ----------------------------------------------------
+
+static void check_page_message(const form &f, findings *found)
+{
+  const auto input = std::find_if(f.items.begin(), f.items.end(), is_editable);
+  if (input == f.items.end()) {
+    return;
+  }
+  for (const form_line &line : f.lines) {
+    if (!line.header && line.keyword != "if" && line.keyword != "ifnot" &&
+        (line.text.find("$E$") != std::string::npos ||
+         lower(line.text).find("$e:msg$") != std::string::npos)) {
+      return;
+    }
+  }
+  tell(found, *f.file, input->line, 1, "page-message",
+       "this form has something to fill in and shows the page's message"
+       " nowhere; begin its body with \"error $E$\"");
+}
+
+void check_links(const device &dev, findings *found)
+{
+  check_special(dev, found);
+  check_reached(dev, found);
+  for (const auto &entry : dev.forms) {
+    for (const form_item &item : entry.second.items) {
+      if (item.type == PT_IMENU || item.type == PT_FORMS_MENU) {
+        check_menu(dev, entry.second, item, found);
+      }
+    }
+    check_page_message(entry.second, found);
+  }
+  for (const auto &entry : dev.scripts) {
+    if (!is_bar_only(dev, entry.first)) {
+      continue;
+    }
+    for (const bash_command &command : entry.second.code.commands) {
+      if (command.substitution == 0) {
+        check_bar(dev, entry.second, command, found);
+      }
+    }
+  }
+}

@@ -1,0 +1,197 @@
+// orv-lint: tells what is wrong with the templates and scripts of a device.
+
+#include "lint.h"
+
+#include <getopt.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <syslog.h>
+
+#ifndef ORV_VERSION
+#define ORV_VERSION "unknown"
+#endif
+
+static constexpr int EXIT_FINDINGS = 1;
+static constexpr int EXIT_TROUBLE = 2;
+
+struct options {
+  output_format format = FORMAT_TEXT;
+  bool warnings_are_errors = false;
+  bool run = false;
+  bool shellcheck = true;
+};
+
+static void usage(FILE *to)
+{
+  fputs(
+      "usage: orv-lint [--run] [--werror] [--no-shellcheck]\n"
+      "                [--format=text|gcc|json] DIR...\n"
+      "       orv-lint --explain RULE\n"
+      "       orv-lint --rules | --version | --help\n"
+      "\n"
+      "Tells every mistake in a device's folder, which holds templates/ and\n"
+      "scripts/.  Silent, with status 0, when there is none; status 1 when\n"
+      "there is one, 2 when it could not look.\n"
+      "\n"
+      "  --run            run the read and navigation scripts, too, in a\n"
+      "                   copy of the folder\n"
+      "  --werror         call warnings errors\n"
+      "  --no-shellcheck  leave out what shellcheck says\n"
+      "  --format=FORMAT  text (a terminal shows the source line), gcc or\n"
+      "                   json\n"
+      "  --explain RULE   a rule, why it is there, and how to do better\n"
+      "  --rules          all rules\n"
+      "\n"
+      "The comment \"# orv-lint: off RULE\" in a line, or above it, switches\n"
+      "a rule off for that line.\n",
+      to);
+}
+
+// Looks at one folder; the number of findings, or -1.
+static long lint(const std::string &dir, const options &o)
+{
+  device dev;
+  findings found;
+  if (!read_device(dir, &dev, &found)) {
+    fprintf(stderr, "orv-lint: %s: no folder templates in it can be read\n",
+            dir.c_str());
+    return -1;
+  }
+  other_tools tools = begin_tools(dev, o.shellcheck);
+  check_texts(dev, &found);
+  check_conditions(dev, &found);
+  check_names(dev, &found);
+  check_items(dev, &found);
+  check_checks(dev, &found);
+  check_links(dev, &found);
+  check_headers(dev, &found);
+  check_exchange(dev, &found);
+  check_scripts(dev, &found);
+  check_input(dev, &found);
+  if (o.run) {
+    run_scripts(dev, &found);
+  }
+  end_tools(dev, &tools, &found);
+  return static_cast<long>(
+      write_findings(dev, &found, o.format, o.warnings_are_errors));
+}
+
+static int explain_rule(const char *name)
+{
+  const rule_text *rule = find_rule(name);
+  if (rule == nullptr) {
+    std::set<std::string> names;
+    for (const rule_text *row = rule_texts; row->name != nullptr; row++) {
+      names.insert(row->name);
+    }
+    fprintf(stderr, "orv-lint: no rule \"%s\"%s; --rules lists them\n", name,
+            did_you_mean(name, names).c_str());
+    return EXIT_TROUBLE;
+  }
+  explain(*rule);
+  return EXIT_SUCCESS;
+}
+
+static bool take_format(const std::string &name, output_format *format)
+{
+  static const std::map<std::string, output_format> formats = {
+      {"text", FORMAT_TEXT}, {"gcc", FORMAT_GCC}, {"json", FORMAT_JSON}};
+  const auto row = formats.find(name);
+  if (row == formats.end()) {
+    fprintf(stderr, "orv-lint: no format \"%s\"\n", name.c_str());
+    return false;
+  }
+  *format = row->second;
+  return true;
+}
+
+static int lint_all(char **dirs, const options &o)
+{
+  long total = 0;
+  bool trouble = false;
+  if (o.format == FORMAT_JSON) {
+    printf("[");
+  }
+  for (; *dirs != nullptr; dirs++) {
+    std::string dir = *dirs;
+    while (dir.size() > 1 && dir.back() == '/') {
+      dir.pop_back();
+    }
+    const long count = lint(dir, o);
+    trouble |= count < 0;
+    total += count > 0 ? count : 0;
+  }
+  if (o.format == FORMAT_JSON) {
+    printf("%s]\n", total > 0 ? "\n" : "");
+  }
+  if (fflush(stdout) != 0) {
+    trouble = true;
+  }
+  if (total > 0) {
+    fprintf(stderr,
+            "orv-lint: %ld finding%s; orv-lint --explain RULE tells more\n",
+            total, total == 1 ? "" : "s");
+  }
+  if (trouble) {
+    return EXIT_TROUBLE;
+  }
+  return total > 0 ? EXIT_FINDINGS : EXIT_SUCCESS;
+}
+
+int main(int argc, char **argv)
+{
+  enum { EXPLAIN = 256, FORMAT, RULES, VERSION, WERROR, RUN, NO_SHELLCHECK };
+  static const option long_options[] = {
+      {"explain", required_argument, nullptr, EXPLAIN},
+      {"format", required_argument, nullptr, FORMAT},
+      {"rules", no_argument, nullptr, RULES},
+      {"version", no_argument, nullptr, VERSION},
+      {"werror", no_argument, nullptr, WERROR},
+      {"run", no_argument, nullptr, RUN},
+      {"no-shellcheck", no_argument, nullptr, NO_SHELLCHECK},
+      {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0}};
+  options o;
+  int c;
+  while ((c = getopt_long(argc, argv, "h", long_options, nullptr)) != -1) {
+    switch (c) {
+    case EXPLAIN:
+      return explain_rule(optarg);
+    case FORMAT:
+      if (!take_format(optarg, &o.format)) {
+        return EXIT_TROUBLE;
+      }
+      break;
+    case RULES:
+      list_rules();
+      return EXIT_SUCCESS;
+    case VERSION:
+      puts("orv-lint " ORV_VERSION);
+      return EXIT_SUCCESS;
+    case WERROR:
+      o.warnings_are_errors = true;
+      break;
+    case RUN:
+      o.run = true;
+      break;
+    case NO_SHELLCHECK:
+      o.shellcheck = false;
+      break;
+    case 'h':
+      usage(stdout);
+      return EXIT_SUCCESS;
+    default:
+      usage(stderr);
+      return EXIT_TROUBLE;
+    }
+  }
+  if (optind == argc) {
+    usage(stderr);
+    return EXIT_TROUBLE;
+  }
+  // What the parser reports is told here, and not to the system's log.
+  setlogmask(LOG_MASK(LOG_EMERG));
+  signal(SIGPIPE, SIG_IGN);
+  return lint_all(argv + optind, o);
+}

@@ -1,0 +1,35 @@
+// The rules' names, levels and explanations, which stand in rules/NAME.txt.
+
+#include "lint.h"
+
+#include <stdio.h>
+#include <string.h>
+
+const rule_text *find_rule(const std::string &name)
+{
+  for (const rule_text *row = rule_texts; row->name != nullptr; row++) {
+    if (name == row->name) {
+      return row;
+    }
+  }
+  return nullptr;
+}
+
+bool is_error(const std::string &rule)
+{
+  const rule_text *row = find_rule(rule);
+  return row == nullptr || strncmp(row->text, "error", 5) == 0;
+}
+
+void explain(const rule_text &rule)
+{
+  printf("%s: %s", rule.name, rule.text);
+}
+
+void list_rules(void)
+{
+  for (const rule_text *row = rule_texts; row->name != nullptr; row++) {
+    const std::string text = row->text;
+    printf("%-18s %s\n", row->name, text.substr(0, text.find('\n')).c_str());
+  }
+}

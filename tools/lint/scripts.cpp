@@ -1,0 +1,232 @@
+// What scripts do to files, to their output and to the page that waits.
+
+#include "lint.h"
+
+#include <algorithm>
+#include <ctype.h>
+
+static const std::string &command_name(const bash_command &command)
+{
+  static const std::string none;
+  return command.kind == BASH_SIMPLE && !command.words.empty()
+             ? command.words[0].plain
+             : none;
+}
+
+// --- files that are written over ---------------------------------------------
+
+// Where nothing is kept.
+static bool is_passing(const std::string &path)
+{
+  for (const char *start :
+       {"/dev/", "/proc/", "/sys/", "/run/", "/tmp/", "&"}) {
+    if (starts_with(path, start)) {
+      return true;
+    }
+  }
+  return path.empty() || path == "-" ||
+         (isdigit(static_cast<unsigned char>(path[0])) != 0 &&
+          path.size() == 1);
+}
+
+// Whether the script renames the file that the word names.
+static bool is_renamed(const bash_script &code, const std::string &word)
+{
+  return std::any_of(
+      code.commands.begin(), code.commands.end(), [&](const bash_command &c) {
+        return command_name(c) == "mv" &&
+               std::any_of(c.words.begin() + 1, c.words.end(),
+                           [&](const bash_word &w) { return w.plain == word; });
+      });
+}
+
+// Whether the word is a variable that mktemp has filled.
+static bool is_made_aside(const bash_script &code, const bash_word &word)
+{
+  if (word.expansions.empty()) {
+    return false;
+  }
+  const std::string &name = word.expansions.back().name;
+  for (const bash_command &command : code.commands) {
+    for (const bash_assignment &assignment : command.assignments) {
+      if (assignment.name == name &&
+          assignment.value.text.find("mktemp") != std::string::npos) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+static void tell_store(const script &s, const bash_word &target,
+                       findings *found)
+{
+  if (is_passing(target.plain) || is_renamed(s.code, target.plain) ||
+      is_made_aside(s.code, target)) {
+    return;
+  }
+  tell(found, *s.file, target.line, target.column, "store",
+       target.text + " is written over in place: a reader, or a lost power"
+                     " supply, finds a part; write beside it, then rename");
+}
+
+static void check_stores(const script &s, const bash_command &command,
+                         findings *found)
+{
+  // Emptying a file leaves no part of anything.
+  const bool empties = command.words.empty() || command_name(command) == ":";
+  for (const bash_redirect &redirect : command.redirects) {
+    if (empties && command.kind == BASH_SIMPLE) {
+      break;
+    }
+    if (redirect.op == ">" || redirect.op == ">|" || redirect.op == "&>") {
+      tell_store(s, redirect.target, found);
+    }
+  }
+  if (command_name(command) == "tee") {
+    for (size_t i = 1; i < command.words.size(); i++) {
+      const std::string &word = command.words[i].plain;
+      if (word == "-a" || word == "--append") {
+        break;
+      }
+      if (word[0] != '-') {
+        tell_store(s, command.words[i], found);
+      }
+    }
+  }
+}
+
+// --- background processes ----------------------------------------------------
+
+static void check_background(const script &s, const bash_command &command,
+                             findings *found)
+{
+  if (command.background && !command.redirected_out &&
+      !starts_with(command_name(command), "orv_")) {
+    tell(found, *s.file, command.line, command.column, "background",
+         "this process keeps the script's output open, and the page waits for"
+         " it; send its output elsewhere (>/dev/null 2>&1)");
+  }
+}
+
+// --- lines that no page can read ---------------------------------------------
+
+// Functions whose output is taken by $( ).
+static std::set<std::string> captured_functions(const bash_script &code)
+{
+  std::set<std::string> names;
+  for (const bash_command &command : code.commands) {
+    if (command.substitution > 0 || command.piped || command.redirected_out) {
+      names.insert(command_name(command));
+    }
+  }
+  return names;
+}
+
+// The text of a printed line, as far as it stands there.
+static std::string literal_line(const bash_command &command)
+{
+  std::string text;
+  for (size_t i = 1; i < command.words.size(); i++) {
+    if (!command.words[i].expansions.empty() ||
+        command.words[i].text.find("$(") != std::string::npos ||
+        command.words[i].text.find('`') != std::string::npos) {
+      return "";
+    }
+    text += command.words[i].plain + " ";
+  }
+  return text;
+}
+
+static void check_output(const script &s, const bash_command &command,
+                         const std::set<std::string> &captured, findings *found)
+{
+  const std::string &name = command_name(command);
+  bool elsewhere = command.piped || command.substitution > 0 ||
+                   captured.count(command.function) != 0;
+  for (const bash_redirect &redirect : command.redirects) {
+    elsewhere |= redirect.op.find('>') != std::string::npos &&
+                 redirect.target.plain != "2" && redirect.target.plain != "1";
+  }
+  if (command.redirects.empty()) {
+    elsewhere |= command.redirected_out;
+  }
+  if (elsewhere || name != "echo" || command.words.size() < 2) {
+    return;
+  }
+  const std::string text = literal_line(command);
+  if (!text.empty() && text.find('=') == std::string::npos &&
+      text.find_first_not_of(" -ne") != std::string::npos) {
+    tell(found, *s.file, command.line, command.column, "output-format",
+         "Bad format script output: a page reads lines NAME=VALUE, from"
+         " standard error, too");
+  }
+}
+
+// Whether the script runs as a read, check or write script, and for no bar.
+static bool prints_values(const device &dev, const script &s)
+{
+  const bool bar =
+      std::any_of(dev.forms.begin(), dev.forms.end(), [&](const auto &entry) {
+        return entry.second.scripts[TASK_NAVBAR].script == s.name;
+      });
+  return !bar && !forms_of(dev, s.name).empty();
+}
+
+// --- the library -------------------------------------------------------------
+
+static void check_call(const script &s, const bash_command &command,
+                       const std::set<std::string> &functions, findings *found)
+{
+  const std::string &name = command_name(command);
+  if (starts_with(name, "orv_") && library_functions.count(name) == 0 &&
+      functions.count(name) == 0) {
+    tell(found, *s.file, command.line, command.column, "script-call",
+         "orv.bash has no function " + in_quotes(name) +
+             did_you_mean(name, library_functions));
+  }
+}
+
+static std::set<std::string> functions_of(const device &dev, const script &s)
+{
+  std::set<std::string> functions;
+  for (const std::string &name : with_sources(dev, s.name)) {
+    const bash_script &code = dev.scripts.at(name).code;
+    functions.insert(code.functions.begin(), code.functions.end());
+  }
+  return functions;
+}
+
+// --- line ends ---------------------------------------------------------------
+
+static void check_line_ends(const script &s, findings *found)
+{
+  int number = 0;
+  for (const std::string &line : s.file->lines) {
+    number++;
+    if (!line.empty() && line.back() == '\r') {
+      tell(found, *s.file, number, static_cast<int>(line.size()), "crlf",
+           "lines end in CR LF; bash takes the CR for a part of the last word");
+      return;
+    }
+  }
+}
+
+void check_scripts(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.scripts) {
+    const script &s = entry.second;
+    const bool values = prints_values(dev, s);
+    const std::set<std::string> captured = captured_functions(s.code);
+    const std::set<std::string> functions = functions_of(dev, s);
+    check_line_ends(s, found);
+    for (const bash_command &command : s.code.commands) {
+      check_stores(s, command, found);
+      check_background(s, command, found);
+      check_call(s, command, functions, found);
+      if (values) {
+        check_output(s, command, captured, found);
+      }
+    }
+  }
+}

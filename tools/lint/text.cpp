@@ -1,0 +1,124 @@
+// Small operations on text.
+
+#include "lint.h"
+
+#include <algorithm>
+#include <ctype.h>
+
+std::vector<std::string> split_lines(const std::string &text)
+{
+  std::vector<std::string> lines;
+  size_t start = 0;
+  while (start < text.size()) {
+    const size_t end = std::min(text.find('\n', start), text.size());
+    lines.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return lines;
+}
+
+std::vector<std::string> split_words(const std::string &text)
+{
+  std::vector<std::string> words;
+  size_t at = 0;
+  while ((at = text.find_first_not_of(" \t", at)) != std::string::npos) {
+    const size_t end = std::min(text.find_first_of(" \t", at), text.size());
+    words.push_back(text.substr(at, end - at));
+    at = end;
+  }
+  return words;
+}
+
+std::string lower(std::string text)
+{
+  for (char &c : text) {
+    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  }
+  return text;
+}
+
+bool starts_with(const std::string &text, const std::string &start)
+{
+  return text.compare(0, start.size(), start) == 0;
+}
+
+bool ends_with(const std::string &text, const std::string &end)
+{
+  return text.size() >= end.size() &&
+         text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+bool is_name_char(char c)
+{
+  return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+
+std::string in_quotes(const std::string &text)
+{
+  return "\"" + text + "\"";
+}
+
+// Insertions, deletions, replacements and swaps that make `b` of `a`.
+static size_t distance(const std::string &a, const std::string &b)
+{
+  std::vector<std::vector<size_t>> d(a.size() + 1,
+                                     std::vector<size_t>(b.size() + 1));
+  for (size_t i = 0; i <= a.size(); i++) {
+    for (size_t j = 0; j <= b.size(); j++) {
+      if (i == 0 || j == 0) {
+        d[i][j] = i + j;
+        continue;
+      }
+      const size_t change = a[i - 1] == b[j - 1] ? 0 : 1;
+      d[i][j] = std::min(
+          {d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + change});
+      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+      }
+    }
+  }
+  return d[a.size()][b.size()];
+}
+
+// A longer word than this is no slip of the pen, and would take long.
+static constexpr size_t WORD_MAX = 60;
+
+std::string nearest(const std::string &word, const std::set<std::string> &words)
+{
+  std::string best;
+  size_t least = word.size() < 4 ? 2 : 3; // one slip more is another word
+  if (word.size() > WORD_MAX) {
+    return best;
+  }
+  for (const std::string &candidate : words) {
+    const size_t longer = std::max(candidate.size(), word.size());
+    const size_t shorter = std::min(candidate.size(), word.size());
+    if (longer - shorter >= least || shorter * 2 < longer) {
+      continue;
+    }
+    const size_t far = distance(lower(word), lower(candidate));
+    if (far < least && candidate != word) {
+      least = far;
+      best = candidate;
+    }
+  }
+  return best;
+}
+
+std::string did_you_mean(const std::string &word,
+                         const std::set<std::string> &words)
+{
+  const std::string near = nearest(word, words);
+  return near.empty() ? "" : " (did you mean " + in_quotes(near) + "?)";
+}
+
+bool is_secret(const std::string &name)
+{
+  static const char *const ends[] = {"password", "passphrase", "secret",
+                                     "pin",      "psk",        "passwd"};
+  const std::string stem =
+      lower(name.substr(0, name.find_last_not_of("0123456789%d#") + 1));
+  return std::any_of(std::begin(ends), std::end(ends), [&](const char *end) {
+    return stem == end || ends_with(stem, std::string("_") + end);
+  });
+}

@@ -1,0 +1,196 @@
+// What stands between dollars in the texts of a template.
+
+#include "lint.h"
+
+#include <string.h>
+
+// Where a text is expanded, and what is known there.
+enum text_kind {
+  KIND_NONE,    // never shown
+  KIND_COMMAND, // a script line
+  KIND_PLAIN,   // shown as the parser leaves it
+  KIND_SHOWN,   // expanded when drawn
+  KIND_ITEM,    // the same beside a control, so $V$ and $N$ are its own
+  KIND_MARKED,  // expanded, and its markup drawn
+};
+
+static text_kind kind_of(const form &f, const form_line &line)
+{
+  static const std::map<std::string, text_kind> kinds = {
+      {"title", KIND_SHOWN},          {"heading", KIND_SHOWN},
+      {"heading2", KIND_SHOWN},       {"center", KIND_SHOWN},
+      {"centre", KIND_SHOWN},         {"if", KIND_SHOWN},
+      {"ifnot", KIND_SHOWN},          {"label", KIND_ITEM},
+      {"rlabel", KIND_ITEM},          {"prompt", KIND_ITEM},
+      {"text", KIND_MARKED},          {"help", KIND_MARKED},
+      {"error", KIND_MARKED},         {"check_msg", KIND_MARKED},
+      {"choice", KIND_PLAIN},         {"read_script", KIND_COMMAND},
+      {"check_script", KIND_COMMAND}, {"write_script", KIND_COMMAND},
+      {"navbar_script", KIND_COMMAND}};
+  const auto kind = kinds.find(line.keyword);
+  if (kind == kinds.end()) {
+    return KIND_NONE;
+  }
+  const bool cell =
+      line.item >= 0 && f.items[static_cast<size_t>(line.item)].table >= 0;
+  return cell && line.keyword == "label" ? KIND_PLAIN : kind->second;
+}
+
+static const char PARSER_TAGS[] = "FST#|";
+static const char PAGE_TAGS[] = "EHX";
+static const char ITEM_TAGS[] = "VN";
+static const char MARKUP[] = "BRLI$";
+static const char TYPES[] = "CDENOUV";
+
+static bool is_one_of(char c, const char *set)
+{
+  return c != '\0' && strchr(set, c) != nullptr;
+}
+
+// One text and what is told of it.
+struct text_check {
+  findings *found;
+  const form &f;
+  const form_line &line;
+  text_kind kind;
+};
+
+static void tell_at(const text_check &t, size_t at, const char *rule,
+                    const std::string &text)
+{
+  tell(t.found, t.f, t.line, at, rule, text);
+}
+
+// A tag, one character between two dollars.
+static void check_tag(const text_check &t, size_t at)
+{
+  const char tag = t.line.text[at + 1];
+  const std::string written = std::string("\"$") + tag + "$\"";
+  const bool in_check_msg = t.line.keyword == "check_msg";
+  if (is_one_of(tag, PARSER_TAGS) && !in_check_msg) {
+    if (tag == 'T' && t.line.keyword == "title") {
+      tell_at(t, at, "text-place", written + " is nothing yet in the title");
+    }
+    return;
+  }
+  const bool page = is_one_of(tag, PAGE_TAGS) || is_one_of(tag, ITEM_TAGS);
+  if (page && t.kind == KIND_PLAIN) {
+    tell_at(t, at, "text-place",
+            written + " is shown as it stands in a " +
+                (t.line.keyword == "choice" ? "choice" : "column's label"));
+  } else if (is_one_of(tag, ITEM_TAGS) && t.kind != KIND_ITEM) {
+    tell_at(t, at, "text-place",
+            written + " is empty here; it means the item whose label or prompt"
+                      " it stands in");
+  } else if (is_one_of(tag, MARKUP) && t.kind != KIND_MARKED &&
+             (tag != '$' || t.kind == KIND_PLAIN)) {
+    tell_at(t, at, "text-place",
+            written + " is markup, which only text, help, error and check_msg"
+                      " draw; here it is shown as it stands");
+  } else if (!page && !is_one_of(tag, MARKUP)) {
+    const char other = static_cast<char>(tag ^ 0x20);
+    const bool small = is_one_of(other, PARSER_TAGS) ||
+                       is_one_of(other, PAGE_TAGS) ||
+                       is_one_of(other, ITEM_TAGS) || is_one_of(other, MARKUP);
+    tell_at(
+        t, at, "unknown-tag",
+        written + " means nothing and is shown as it stands" +
+            (small ? std::string(" (did you mean \"$") + other + "$\"?)" : ""));
+  }
+}
+
+static bool is_variable_name(const std::string &name)
+{
+  for (const char c : name) {
+    if (!is_name_char(c) && !is_one_of(c, ".-")) {
+      return false;
+    }
+  }
+  return !name.empty();
+}
+
+// A reference, "$T:name$"; where the scan goes on.
+static size_t check_reference(const text_check &t, size_t at)
+{
+  const std::string &text = t.line.text;
+  const char type = text[at + 1];
+  const size_t end = text.find('$', at + 3);
+  const std::string name =
+      text.substr(at + 3, end == std::string::npos ? end : end - at - 3);
+  const size_t length = name.find_first_not_of(
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.-");
+  if (!is_name_char(type)) {
+    return at + 1;
+  }
+  if (end == std::string::npos || !is_variable_name(name)) {
+    const std::string start = text.substr(
+        at, 3 + (length == std::string::npos ? name.size() : length));
+    tell_at(t, at, "reference",
+            in_quotes(start) + " is not closed: a \"$\" must stand right behind"
+                               " the name");
+    return at + start.size();
+  }
+  const std::string written = text.substr(at, end - at + 1);
+  if (!is_one_of(type, TYPES)) {
+    const char other = static_cast<char>(type ^ 0x20);
+    tell_at(t, at, "reference",
+            in_quotes(written) +
+                " means nothing: the letter must be one of C, D,"
+                " E, N, O, U, V" +
+                (is_one_of(other, TYPES) ? std::string(", in capitals") : ""));
+  } else if (t.kind == KIND_PLAIN) {
+    tell_at(t, at, "text-place",
+            in_quotes(written) + " is shown as it stands in a " +
+                (t.line.keyword == "choice" ? "choice" : "column's label"));
+  }
+  return end + 1;
+}
+
+// "$name$" and "$V.name$" look like references and are plain text.
+static size_t check_dollar(const text_check &t, size_t at)
+{
+  const std::string &text = t.line.text;
+  size_t end = at + 1;
+  while (end < text.size() &&
+         (is_name_char(text[end]) || is_one_of(text[end], ".:-{}"))) {
+    end++;
+  }
+  if (end < text.size() && text[end] == '$' && end > at + 2) {
+    tell_at(t, at, "unknown-tag",
+            in_quotes(text.substr(at, end - at + 1)) +
+                " means nothing and is shown as it stands; a value is written"
+                " $V:name$");
+    return end + 1;
+  }
+  return at + 1;
+}
+
+static void check_text(const text_check &t)
+{
+  const std::string &text = t.line.text;
+  size_t at = text.find('$');
+  while (at != std::string::npos) {
+    size_t next = at + 1;
+    if (at + 2 < text.size() && text[at + 2] == '$') {
+      check_tag(t, at);
+      next = at + 3;
+    } else if (at + 2 < text.size() && text[at + 2] == ':') {
+      next = check_reference(t, at);
+    } else {
+      next = check_dollar(t, at);
+    }
+    at = text.find('$', next);
+  }
+}
+
+void check_texts(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.forms) {
+    for (const form_line &line : entry.second.lines) {
+      const text_kind kind = kind_of(entry.second, line);
+      if (kind != KIND_NONE && kind != KIND_COMMAND) {
+        check_text({found, entry.second, line, kind});
+      }
+    }
+  }
+}
