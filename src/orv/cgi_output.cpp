@@ -21,10 +21,7 @@
 #include "orv_parser.h"
 #include "orv_vars.h"
 
-constexpr size_t HREF_SIZE = 100;
 constexpr size_t CODE_LENGTH = 3; // a character in an address, as "%25"
-// "delete_", a table's name, "_" and a row number.
-constexpr size_t DELETE_NAME_SIZE = 68;
 // A number of at most three digits; wider fields fit no screen.
 constexpr size_t SIZE_SIZE = 4;
 constexpr size_t CONTROL_ID_SIZE = 16; // a letter and a line number
@@ -104,37 +101,57 @@ void cgiout_close_table(void)
 
 // --- the hidden state --------------------------------------------------------
 
-// Writes a hidden field named by the origin letter `type` and the variable, or
-// by `name` alone when `type` is 0.
-static void hidden_var(char type, const char *name, const char *value)
+static void hidden_field(const char *name, const char *value)
 {
-  if (type == '\0') {
-    html_form_hidden(name, value, nullptr, nullptr);
-    return;
-  }
-  char field[ORV_NAME_SIZE] = {type, '_'};
-  memcpy(field + 2, name, strnlen(name, sizeof field - 3));
-  html_form_hidden(field, value, nullptr, nullptr);
+  html_form_hidden(name, value, nullptr, nullptr);
 }
 
-static void hidden_if_set(char type, const char *name, const char *value)
+static void hidden_if_set(const char *name, const char *value)
 {
   if (value != nullptr) {
-    hidden_var(type, name, value);
+    hidden_field(name, value);
   }
+}
+
+void cgiout_state_name(char (&field)[ORV_NAME_SIZE], char type,
+                       const char *name)
+{
+  const size_t length = strnlen(name, sizeof field - 3);
+  field[0] = type;
+  field[1] = '_';
+  memcpy(field + 2, name, length);
+  field[2 + length] = '\0';
 }
 
 // An unticked box posts nothing, so a check box carries "False" as its user
 // value, which a ticked box's own field then replaces.  One of a row that was
 // emptied stays empty, or its row would count as used.
-static void hidden_values(const orv_var *var)
+static const char *user_value(const orv_var *var)
 {
-  hidden_if_set('d', var->name, var->d_value);
-  hidden_if_set('c', var->name, var->c_value);
-  hidden_if_set('o', var->name, var->o_value);
   const bool is_empty = var->u_value != nullptr && var->u_value[0] == '\0';
-  hidden_if_set('u', var->name,
-                var->is_checkbox && !is_empty ? "False" : var->u_value);
+  return var->is_checkbox && !is_empty ? "False" : var->u_value;
+}
+
+void cgiout_variables(void (*put)(const char *name, const char *value))
+{
+  for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
+    const struct {
+      char type;
+      const char *text;
+    } values[] = {
+        {'d', var->d_value},
+        {'c', var->c_value},
+        {'o', var->o_value},
+        {'u', user_value(var)},
+    };
+    for (const auto &value : values) {
+      if (value.text != nullptr) {
+        char field[ORV_NAME_SIZE];
+        cgiout_state_name(field, value.type, var->name);
+        put(field, value.text);
+      }
+    }
+  }
 }
 
 void cgiout_close_form(void)
@@ -144,20 +161,18 @@ void cgiout_close_form(void)
   }
   cgiout_close_table();
   html_div_begin("hidden", nullptr);
-  for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
-    hidden_values(var);
-  }
-  hidden_if_set('\0', "form", orv_form);
-  hidden_if_set('\0', "subitem", orv_subitem);
-  hidden_if_set('\0', "return", orv_return);
-  hidden_if_set('\0', "continue", orv_continue);
-  hidden_var('\0', "expert_mode", orv_expert_mode != 0 ? "True" : "False");
+  cgiout_variables(hidden_field);
+  hidden_if_set("form", orv_form);
+  hidden_if_set("subitem", orv_subitem);
+  hidden_if_set("return", orv_return);
+  hidden_if_set("continue", orv_continue);
+  hidden_field("expert_mode", orv_expert_mode != 0 ? "True" : "False");
   // A page with a part of the state is shown, but nothing is done from it.
   if (!orv_vars_lost()) {
-    hidden_var('\0', "cgi_vars_loaded", "True");
+    hidden_field("cgi_vars_loaded", "True");
   }
-  hidden_var('\0', "scroll_y", scroll_y != nullptr ? scroll_y : "0");
-  hidden_if_set('\0', "anchor_target", anchor_target);
+  hidden_field("scroll_y", scroll_y != nullptr ? scroll_y : "0");
+  hidden_if_set("anchor_target", anchor_target);
   html_div_end();
   html_form_end();
   form_running = 0;
@@ -356,7 +371,7 @@ static void op_error(char *text)
 // --- menus -------------------------------------------------------------------
 
 struct address {
-  char text[HREF_SIZE]; // zeros behind its end
+  char text[CGI_HREF_SIZE]; // zeros behind its end
   size_t length;
 };
 
@@ -602,35 +617,48 @@ static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
                        control_help(itm, attrs));
 }
 
-static void op_checkbox_core(pt_body_item *itm, char *name, char *varname)
+bool cgiout_mark_checkbox(const char *name, const char *varname)
 {
   const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
-  const int ticked = orv_string_is_true(value);
   if (value != nullptr) {
     orv_set_var_ischeckbox(varname);
     orv_set_var_ischeckbox(name); // as which it is posted
   }
+  return orv_string_is_true(value) != 0;
+}
+
+static void op_checkbox_core(pt_body_item *itm, char *name, char *varname)
+{
+  const int ticked = cgiout_mark_checkbox(name, varname) ? 1 : 0;
   html_form_checkbox(name, "True", ticked, nullptr, nullptr, nullptr,
                      control_help(itm, nullptr));
 }
 
-// The hidden default records what the list shows as chosen.
-static void op_select_core(pt_body_item *itm, char *name, char *varname)
+html_form_list_opt *cgiout_mark_choice(pt_body_item *itm, const char *varname)
 {
   const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
-  bool any_selected = false;
+  html_form_list_opt *chosen = nullptr;
   for (html_form_list_opt *choice = itm->choices.choices; choice != nullptr;
        choice = choice->next) {
     const bool selected = value != nullptr && choice->value != nullptr &&
                           strcmp(value, choice->value) == 0;
     choice->selected = selected ? 1 : 0;
-    if (selected) {
-      hidden_var('d', varname, choice->value);
-      any_selected = true;
-    }
+    chosen = selected ? choice : chosen;
   }
-  if (!any_selected && itm->choices.choices != nullptr) {
-    hidden_if_set('d', varname, itm->choices.choices->value);
+  return chosen != nullptr ? chosen : itm->choices.choices;
+}
+
+// The hidden default records what the list shows as chosen.
+static void op_select_core(pt_body_item *itm, char *name, char *varname)
+{
+  const html_form_list_opt *chosen = cgiout_mark_choice(itm, varname);
+  char field[ORV_NAME_SIZE];
+  cgiout_state_name(field, 'd', varname);
+  for (const html_form_list_opt *choice = itm->choices.choices;
+       choice != nullptr; choice = choice->next) {
+    if (choice == chosen || choice->selected) {
+      hidden_if_set(field, choice->value);
+    }
   }
   html_form_list(name, 1, nullptr, itm->choices.choices, nullptr,
                  control_help(itm, nullptr));
@@ -724,7 +752,7 @@ static void start_mcol_table(pt_body_item *table)
 
 static void delete_box(const pt_body_item *table)
 {
-  char name[DELETE_NAME_SIZE];
+  char name[CGI_DELETE_NAME_SIZE];
   char label[CONTROL_LABEL_SIZE];
   snprintf(name, sizeof name, "delete_%s_%u", table->name, row);
   snprintf(label, sizeof label, "Delete row %u", row + 1);

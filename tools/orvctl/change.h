@@ -1,0 +1,33 @@
+// Changes to a form that are made as a person makes them: fields that stand on
+// the page are set, and where others are wanted, the page is drawn once more.
+
+#ifndef ORVCTL_CHANGE_H
+#define ORVCTL_CHANGE_H
+
+#include <stddef.h>
+
+#include "page.h"
+
+// A value wanted in the open page; both texts borrowed.
+struct wanted_value {
+  const char *name;
+  const char *value;
+  bool set; // it stands in the page
+};
+
+// Sets every value that the page has a field for, drawing it again as long as
+// that shows more of them; the expert view is tried last.  False, reported,
+// when one cannot be set or has no field.
+bool change_values(const char *form, wanted_value *values, size_t count);
+
+// Marks row `number` of a table, counted from 0, for deletion; false when the
+// page has no such row.
+bool change_delete_row(const pt_body_item *table, int row);
+
+// The rows of the table that hold something and can be deleted.
+int change_count_rows(const pt_body_item *table);
+
+// Presses Submit, a second time where rows are deleted.
+page_result change_submit(bool dry);
+
+#endif

@@ -1,0 +1,305 @@
+// A backup of the device as plain text, and the way back.
+//
+// Owns the dump that is being applied: its lines, taken apart in place.  Every
+// page is judged before the first is saved; a device that changes in between,
+// or a page that is right only once another is saved, is refused when its turn
+// comes, with what was saved before it told.
+
+#include "dump.h"
+
+#include <ctype.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "change.h"
+#include "orv.h"
+#include "orv_guard.h"
+#include "report.h"
+#include "sitemap.h"
+
+// --- writing -----------------------------------------------------------------
+
+static bool is_dumped(const page_field *field, bool secrets)
+{
+  switch (field->kind) {
+  case FIELD_TEXT:
+  case FIELD_BOX:
+  case FIELD_LIST:
+    return secrets || !page_is_secret(field->name);
+  default:
+    return false;
+  }
+}
+
+// The blank rows that a table offers are no part of it.
+static bool is_blank_row(const page_field *field, const pt_body_item *table)
+{
+  return field->row >= 0 && table->type == PT_TABLE &&
+         field->row >= change_count_rows(table);
+}
+
+static void dump_fields(bool secrets)
+{
+  const pt_body_item *table = nullptr;
+  for (const page_field *field = page_fields(); field != nullptr;
+       field = field->next) {
+    if (field->row >= 0 && field->item != nullptr) {
+      const pt_body_item *its = page_table_of(field->item);
+      if (its != table && its->type == PT_TABLE) {
+        printf("table %s %d\n", its->name, change_count_rows(its));
+      }
+      table = its;
+    }
+    if (is_dumped(field, secrets) && !is_blank_row(field, table)) {
+      printf("%s=%s\n", field->name, page_value(field));
+    }
+  }
+}
+
+// A form that is submitted whether or not anything has changed does something
+// rather than keep it: a restart is no setting.
+static bool dump_page(const site_page *page, bool secrets)
+{
+  if (!page_open(page->form, page->subitem, false)) {
+    report_failure(page->name, page_message());
+    return false;
+  }
+  if (orv_always_submit_set() != 0) {
+    return true;
+  }
+  // Both views belong to a backup.
+  orv_expert_mode = page_header()->expert_mode ? 1 : 0;
+  if (orv_expert_mode != 0 && !page_redraw()) {
+    report_failure(page->name, page_message());
+    return false;
+  }
+  const owned_text title(page_plain_text(page_header()->title));
+  printf("\n# %s\nform %s\n", title != nullptr ? title.get() : "", page->name);
+  dump_fields(secrets);
+  return true;
+}
+
+int dump_pages(char **names, int count, bool secrets)
+{
+  int status = EXIT_SUCCESS;
+  puts("# Settings of a device; \"orvctl apply FILE\" puts them back.");
+  if (count == 0) {
+    site_page *pages = sitemap_read();
+    for (const site_page *page = pages; page != nullptr; page = page->next) {
+      if (page->fault != nullptr) {
+        report_failure(page->name, page->fault);
+        status = EXIT_FAILURE;
+      } else if (page->has_input && !dump_page(page, secrets)) {
+        status = EXIT_FAILURE;
+      }
+    }
+    status = pages != nullptr ? status : EXIT_FAILURE;
+    sitemap_free(pages);
+  }
+  for (int i = 0; i < count; i++) {
+    site_page *page = sitemap_name(names[i]);
+    if (page == nullptr || !dump_page(page, secrets)) {
+      status = EXIT_FAILURE;
+    }
+    sitemap_free(page);
+  }
+  return fflush(stdout) == 0 ? status : EXIT_FAILURE;
+}
+
+// --- reading -----------------------------------------------------------------
+
+struct dump_table {
+  const char *name;
+  int rows;
+};
+
+// The part of a dump that concerns one page; borrows the dump's text.
+struct dump_part {
+  const char *page;
+  wanted_value *values;
+  size_t value_count;
+  dump_table *tables;
+  size_t table_count;
+};
+
+struct dump_file {
+  char *text;
+  dump_part *parts;
+  size_t part_count;
+};
+
+// Makes room for one element more behind `count` of them; zero-filled.
+template <typename T> static T *grow(T **list, size_t *count)
+{
+  char *block = reinterpret_cast<char *>(*list);
+  if (must_realloc(&block, (*count + 1) * sizeof **list) == 0) {
+    return nullptr;
+  }
+  *list = reinterpret_cast<T *>(block);
+  T *added = *list + *count;
+  *added = {};
+  (*count)++;
+  return added;
+}
+
+static void free_dump(dump_file *dump)
+{
+  for (size_t i = 0; i < dump->part_count; i++) {
+    free(dump->parts[i].values);
+    free(dump->parts[i].tables);
+  }
+  free(dump->parts);
+  free(dump->text);
+}
+
+static bool read_all(FILE *fp, char **text)
+{
+  size_t length = 0;
+  const ssize_t got = getdelim(text, &length, '\0', fp);
+  return ferror(fp) == 0 && (got >= 0 || feof(fp) != 0);
+}
+
+// The rest of the line behind the word `key` and a blank, NULL when it begins
+// with another word.
+static char *behind(char *line, const char *key)
+{
+  const size_t length = strlen(key);
+  return strncmp(line, key, length) == 0 && line[length] == ' '
+             ? line + length + 1
+             : nullptr;
+}
+
+// Takes one line; NULL, or what is wrong with it.
+static const char *take_line(dump_file *dump, char *line)
+{
+  if (line[0] == '\0' || line[0] == '#') {
+    return nullptr;
+  }
+  char *rest = behind(line, "form");
+  if (rest != nullptr) {
+    dump_part *part = grow(&dump->parts, &dump->part_count);
+    if (part == nullptr) {
+      return "out of memory";
+    }
+    part->page = rest;
+    return nullptr;
+  }
+  if (dump->part_count == 0) {
+    return "a \"form\" line must come first";
+  }
+  dump_part *part = dump->parts + dump->part_count - 1;
+  rest = behind(line, "table");
+  if (rest != nullptr) {
+    char *number = strrchr(rest, ' ');
+    if (number == nullptr || !isdigit(static_cast<unsigned char>(number[1]))) {
+      return "a \"table\" line has a name and a number of rows";
+    }
+    *number = '\0';
+    dump_table *table = grow(&part->tables, &part->table_count);
+    if (table == nullptr) {
+      return "out of memory";
+    }
+    *table = {rest, static_cast<int>(strtol(number + 1, nullptr, 10))};
+    return nullptr;
+  }
+  char *equals = strchr(line, '=');
+  if (equals == nullptr) {
+    return "neither \"form\", \"table\" nor NAME=VALUE";
+  }
+  *equals = '\0';
+  wanted_value *wanted = grow(&part->values, &part->value_count);
+  if (wanted == nullptr) {
+    return "out of memory";
+  }
+  *wanted = {line, equals + 1, false};
+  return nullptr;
+}
+
+static bool parse_dump(dump_file *dump, const char *file)
+{
+  int number = 1;
+  for (char *line = dump->text; line != nullptr; number++) {
+    char *end = strchr(line, '\n');
+    if (end != nullptr) {
+      *end = '\0';
+    }
+    const char *fault = take_line(dump, line);
+    if (fault != nullptr) {
+      fprintf(stderr, "orvctl: %s:%d: %s\n", file, number, fault);
+      return false;
+    }
+    line = end != nullptr ? end + 1 : nullptr;
+  }
+  return true;
+}
+
+// --- applying ----------------------------------------------------------------
+
+// Gives a table no more rows than the dump has; the others come with their
+// values.
+static bool shorten_tables(const dump_part *part)
+{
+  bool marked = false;
+  for (size_t i = 0; i < part->table_count; i++) {
+    const pt_body_item *table = page_find_table(part->tables[i].name);
+    if (table == nullptr) {
+      report_failure(part->page, "has no table of a name that the dump holds");
+      return false;
+    }
+    for (int row = change_count_rows(table) - 1; row >= part->tables[i].rows;
+         row--) {
+      marked |= change_delete_row(table, row);
+    }
+  }
+  return !marked || page_redraw();
+}
+
+static int apply_part(dump_part *part, bool dry)
+{
+  site_page *page = sitemap_name(part->page);
+  int status = EXIT_FAILURE;
+  if (page != nullptr && page_open(page->form, page->subitem, false)) {
+    for (size_t i = 0; i < part->value_count; i++) {
+      part->values[i].set = false;
+    }
+    if (shorten_tables(part) &&
+        change_values(part->page, part->values, part->value_count)) {
+      status = report_result(part->page, change_submit(dry), dry);
+    }
+  } else if (page != nullptr) {
+    report_failure(part->page, page_message());
+  }
+  sitemap_free(page);
+  return status;
+}
+
+static int apply_parts(dump_file *dump, bool dry)
+{
+  int status = EXIT_SUCCESS;
+  for (size_t i = 0; i < dump->part_count; i++) {
+    if (apply_part(dump->parts + i, dry) != EXIT_SUCCESS) {
+      status = EXIT_FAILURE;
+    }
+  }
+  return status;
+}
+
+int apply_dump(FILE *fp, const char *file, bool dry)
+{
+  dump_file dump = {};
+  int status = EXIT_FAILURE;
+  if (!read_all(fp, &dump.text)) {
+    fprintf(stderr, "orvctl: %s cannot be read\n", file);
+  } else if (parse_dump(&dump, file)) {
+    report_quiet = !dry;
+    status = apply_parts(&dump, true);
+    report_quiet = false;
+    if (status != EXIT_SUCCESS && !dry) {
+      fputs("orvctl: nothing was saved\n", stderr);
+    } else if (!dry) {
+      status = apply_parts(&dump, false);
+    }
+  }
+  free_dump(&dump);
+  return status;
+}

@@ -1,0 +1,22 @@
+// A backup of the device as plain text, and the way back.
+//
+// A dump is lines: "form FORM[/SUBITEM]" begins a page, "NAME=VALUE" is the
+// value of a field as the page shows it, "table NAME ROWS" tells how many rows
+// a table has, whose cells stand as fields.  "#" lines and blank ones say
+// nothing.
+
+#ifndef ORVCTL_DUMP_H
+#define ORVCTL_DUMP_H
+
+#include <stdio.h>
+
+// Writes the pages named (none: every page with input) to standard output.
+// Secrets are left out unless asked for.  The exit status.
+int dump_pages(char **names, int count, bool secrets);
+
+// Reads a dump and saves what it holds, page by page, after all of it has been
+// judged: when a page would be refused, nothing is saved.  With `dry`, nothing
+// is saved in any case.  The exit status.
+int apply_dump(FILE *dump, const char *file, bool dry);
+
+#endif

@@ -1,0 +1,487 @@
+// orvctl: the forms of the device from a terminal.
+//
+// One command a call, one row of a table a command.  What a page would show,
+// check and store is done by the same code as behind the web server (page.h);
+// here stand the command line and what is printed.
+
+#include <pwd.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "cgi.h"
+#include "change.h"
+#include "dump.h"
+#include "orv.h"
+#include "orv_error.h"
+#include "orv_guard.h"
+#include "orv_scripts.h"
+#include "page.h"
+#include "report.h"
+#include "sitemap.h"
+
+constexpr int USAGE_STATUS = 2;
+
+static bool dry_run;
+static bool with_secrets;
+
+static const char USAGE[] =
+    "Usage: orvctl [OPTION...] COMMAND\n"
+    "\n"
+    "  forms                           the pages of the device\n"
+    "  get FORM[/SUBITEM] [NAME...]    what a page shows\n"
+    "  set FORM[/SUBITEM] NAME=VALUE...\n"
+    "                                  change a page and save it\n"
+    "  rows FORM[/SUBITEM] TABLE       the rows of a table\n"
+    "  rows ... TABLE add COLUMN=VALUE...\n"
+    "  rows ... TABLE change ROW COLUMN=VALUE...\n"
+    "  rows ... TABLE delete ROW...    rows are counted from 1\n"
+    "  dump [FORM[/SUBITEM]...]        settings as text, for a backup\n"
+    "  apply FILE                      save what a dump holds (- : stdin)\n"
+    "\n"
+    "  --json      print one JSON value instead of lines\n"
+    "  --dry-run   check everything, save nothing\n"
+    "  --secrets   dump and get: with passwords, where the scripts tell them\n"
+    "  --help      show this text\n"
+    "\n"
+    "Exit status: 0 done or nothing to do, 1 refused (nothing was saved),\n"
+    "2 wrong use.  orvctl(8) tells more.\n";
+
+static int misuse(const char *text, const char *what)
+{
+  fprintf(stderr, "orvctl: %s%s%s (orvctl --help tells more)\n", text,
+          what[0] != '\0' ? ": " : "", what);
+  return USAGE_STATUS;
+}
+
+// Opens FORM or FORM/SUBITEM; false, reported.
+static bool open_page(const char *name)
+{
+  site_page *page = sitemap_name(name);
+  const bool opened =
+      page != nullptr && page_open(page->form, page->subitem, false);
+  if (page != nullptr && !opened) {
+    report_failure(name, page_message());
+  }
+  sitemap_free(page);
+  return opened;
+}
+
+// --- forms -------------------------------------------------------------------
+
+static void print_page(const site_page *page)
+{
+  const char *text = page->title != nullptr ? page->title : page->fault;
+  if (!report_json) {
+    printf("%-24s %s%s\n", page->name, page->title != nullptr ? "" : "(fault) ",
+           text != nullptr ? text : "");
+    return;
+  }
+  report_open(nullptr, '{');
+  report_member("form", page->name);
+  report_member(page->title != nullptr ? "title" : "fault",
+                text != nullptr ? text : "");
+  report_member("input", page->has_input ? "True" : "False");
+  report_close('}');
+}
+
+static int list_forms(int, char **)
+{
+  site_page *pages = sitemap_read();
+  if (report_json) {
+    report_open(nullptr, '[');
+  }
+  for (const site_page *page = pages; page != nullptr; page = page->next) {
+    print_page(page);
+  }
+  if (report_json) {
+    report_close(']');
+  }
+  const int status = pages != nullptr ? EXIT_SUCCESS : EXIT_FAILURE;
+  sitemap_free(pages);
+  return status;
+}
+
+// --- get ---------------------------------------------------------------------
+
+static bool is_shown(const page_field *field)
+{
+  return field->kind != FIELD_STATE && field->kind != FIELD_DELETE;
+}
+
+static void print_field(const page_field *field)
+{
+  const bool hidden = !with_secrets && page_is_secret(field->name);
+  const char *value = hidden ? "" : page_value(field);
+  if (report_json) {
+    report_member(field->name, value);
+  } else {
+    printf("%s=%s\n", field->name, value);
+  }
+}
+
+static int get_named(const char *form, int count, char **names)
+{
+  for (int i = 0; i < count; i++) {
+    const page_field *field = page_find(names[i]);
+    if (field == nullptr) {
+      report_failure(form, "has no such field");
+      return EXIT_FAILURE;
+    }
+    print_field(field);
+  }
+  return EXIT_SUCCESS;
+}
+
+static int get_values(int count, char **words)
+{
+  if (!open_page(words[0])) {
+    return EXIT_FAILURE;
+  }
+  if (page_header()->expert_mode) {
+    orv_expert_mode = 1;
+    page_redraw();
+  }
+  if (report_json) {
+    report_open(nullptr, '{');
+  }
+  int status = EXIT_SUCCESS;
+  if (count > 1) {
+    status = get_named(words[0], count - 1, words + 1);
+  } else {
+    for (const page_field *field = page_fields(); field != nullptr;
+         field = field->next) {
+      if (is_shown(field)) {
+        print_field(field);
+      }
+    }
+  }
+  if (report_json) {
+    report_close('}');
+  }
+  return status;
+}
+
+// --- set ---------------------------------------------------------------------
+
+// Takes NAME=VALUE words apart in place; the list is owned by the caller
+// (free).  NULL, reported, when one is none.
+static wanted_value *take_values(int count, char **words)
+{
+  wanted_value *values = static_cast<wanted_value *>(
+      must_malloc(static_cast<size_t>(count) * sizeof *values));
+  for (int i = 0; values != nullptr && i < count; i++) {
+    char *equals = strchr(words[i], '=');
+    if (equals == nullptr) {
+      misuse("not NAME=VALUE", words[i]);
+      free(values);
+      return nullptr;
+    }
+    *equals = '\0';
+    values[i] = {words[i], equals + 1, false};
+  }
+  return values;
+}
+
+static int set_values(int count, char **words)
+{
+  wanted_value *values = take_values(count - 1, words + 1);
+  if (values == nullptr) {
+    return USAGE_STATUS;
+  }
+  int status = EXIT_FAILURE;
+  if (open_page(words[0]) &&
+      change_values(words[0], values, static_cast<size_t>(count - 1))) {
+    status = report_result(words[0], change_submit(dry_run), dry_run);
+  }
+  free(values);
+  return status;
+}
+
+// --- rows --------------------------------------------------------------------
+
+static void print_row(const pt_body_item *table, int row)
+{
+  if (report_json) {
+    report_open(nullptr, '{');
+  } else {
+    printf("%d", row + 1);
+  }
+  for (const page_field *field = page_fields(); field != nullptr;
+       field = field->next) {
+    if (field->row != row || !is_shown(field) ||
+        page_table_of(field->item) != table) {
+      continue;
+    }
+    const char *value = !with_secrets && page_is_secret(field->name)
+                            ? ""
+                            : page_value(field);
+    if (report_json) {
+      report_member(field->item->name, value);
+    } else {
+      printf("\t%s=%s", field->item->name, value);
+    }
+  }
+  if (report_json) {
+    report_close('}');
+  } else {
+    putchar('\n');
+  }
+}
+
+// The rows that hold something, of a fixed table all.
+static int count_rows(const pt_body_item *table)
+{
+  if (table->type == PT_TABLE) {
+    return change_count_rows(table);
+  }
+  int rows = 0;
+  for (const page_field *field = page_fields(); field != nullptr;
+       field = field->next) {
+    if (field->row >= rows && field->item != nullptr &&
+        page_table_of(field->item) == table) {
+      rows = field->row + 1;
+    }
+  }
+  return rows;
+}
+
+static int list_rows(const pt_body_item *table)
+{
+  const int rows = count_rows(table);
+  if (report_json) {
+    report_open(nullptr, '[');
+  }
+  for (int row = 0; row < rows; row++) {
+    print_row(table, row);
+  }
+  if (report_json) {
+    report_close(']');
+  }
+  return EXIT_SUCCESS;
+}
+
+static int submit(const char *form)
+{
+  return report_result(form, change_submit(dry_run), dry_run);
+}
+
+// Sets cells of the row; `words` are COLUMN=VALUE.
+static int set_row(const char *form, int row, int count, char **words)
+{
+  wanted_value *values = take_values(count, words);
+  if (values == nullptr) {
+    return USAGE_STATUS;
+  }
+  bool named = true;
+  for (int i = 0; i < count && named; i++) {
+    char *name = static_cast<char *>(must_malloc(strlen(words[i]) + 12));
+    named = name != nullptr;
+    if (named) {
+      snprintf(name, strlen(words[i]) + 12, "%s%d", words[i], row);
+    }
+    values[i].name = name;
+  }
+  int status = EXIT_FAILURE;
+  if (named && change_values(form, values, static_cast<size_t>(count))) {
+    status = submit(form);
+  }
+  for (int i = 0; i < count; i++) {
+    if (values[i].name != words[i]) {
+      free(const_cast<char *>(values[i].name));
+    }
+  }
+  free(values);
+  return status;
+}
+
+// The number that `word` is, counted from 0; -1, reported, when the table has
+// no such row.
+static int take_row(const pt_body_item *table, const char *word)
+{
+  char *end;
+  const long row = strtol(word, &end, 10);
+  if (*word == '\0' || *end != '\0' || row < 1 || row > count_rows(table)) {
+    misuse("the table has no such row", word);
+    return -1;
+  }
+  return static_cast<int>(row - 1);
+}
+
+static int delete_rows(const char *form, const pt_body_item *table, int count,
+                       char **words)
+{
+  for (int i = 0; i < count; i++) {
+    const int row = take_row(table, words[i]);
+    if (row < 0) {
+      return USAGE_STATUS;
+    }
+    if (!change_delete_row(table, row)) {
+      report_failure(form, "rows of this table cannot be deleted");
+      return EXIT_FAILURE;
+    }
+  }
+  return submit(form);
+}
+
+static int table_rows(int count, char **words)
+{
+  const char *form = words[0];
+  if (!open_page(form)) {
+    return EXIT_FAILURE;
+  }
+  const pt_body_item *table = page_find_table(words[1]);
+  if (table == nullptr) {
+    report_failure(form, "has no such table");
+    return EXIT_FAILURE;
+  }
+  if (count == 2) {
+    return list_rows(table);
+  }
+  const char *verb = words[2];
+  if (strcmp(verb, "add") == 0 && count > 3) {
+    return set_row(form, count_rows(table), count - 3, words + 3);
+  }
+  if (strcmp(verb, "change") == 0 && count > 4) {
+    const int row = take_row(table, words[3]);
+    return row < 0 ? USAGE_STATUS
+                   : set_row(form, row, count - 4, words + 4);
+  }
+  if (strcmp(verb, "delete") == 0 && count > 3) {
+    return delete_rows(form, table, count - 3, words + 3);
+  }
+  return misuse("unknown use of rows", verb);
+}
+
+// --- dump and apply ----------------------------------------------------------
+
+static int dump(int count, char **words)
+{
+  return dump_pages(words, count, with_secrets);
+}
+
+static int apply(int, char **words)
+{
+  if (strcmp(words[0], "-") == 0) {
+    return apply_dump(stdin, "standard input", dry_run);
+  }
+  const owned_stream file(fopen(words[0], "re"));
+  if (file == nullptr) {
+    return misuse("cannot read", words[0]);
+  }
+  return apply_dump(file.get(), words[0], dry_run);
+}
+
+// --- the command line --------------------------------------------------------
+
+// Scripts tell the log who changed what, as they do for users of the web
+// server.
+static void name_user()
+{
+  const char *user = getenv("SUDO_USER");
+  const struct passwd *entry = user == nullptr ? getpwuid(getuid()) : nullptr;
+  if (entry != nullptr) {
+    user = entry->pw_name;
+  }
+  setenv("REMOTE_USER", user != nullptr ? user : "orvctl", 1);
+  const char *remote = getenv("SSH_CONNECTION");
+  char address[64];
+  snprintf(address, sizeof address, "%s", remote != nullptr ? remote : "");
+  address[strcspn(address, " ")] = '\0';
+  setenv("REMOTE_ADDR", address, 1);
+  // What a web server says of a request says nothing here.
+  unsetenv("REQUEST_METHOD");
+  unsetenv("GATEWAY_INTERFACE");
+}
+
+struct command {
+  const char *name;
+  int (*run)(int count, char **words);
+  int least; // words behind the name
+  int most;  // -1: any number
+};
+
+// clang-format off
+static const command commands[] = {
+  {"forms", list_forms, 0, 0},
+  {"get",   get_values, 1, -1},
+  {"set",   set_values, 2, -1},
+  {"rows",  table_rows, 2, -1},
+  {"dump",  dump,       0, -1},
+  {"apply", apply,      1, 1},
+};
+// clang-format on
+
+static int run(int count, char **words)
+{
+  for (const command &row : commands) {
+    if (strcmp(row.name, words[0]) != 0) {
+      continue;
+    }
+    if (count - 1 < row.least || (row.most >= 0 && count - 1 > row.most)) {
+      return misuse("wrong number of words behind", row.name);
+    }
+    const int status = row.run(count - 1, words + 1);
+    page_close();
+    if (report_json && status != USAGE_STATUS) {
+      putchar('\n');
+    }
+    return fflush(stdout) == 0 ? status : EXIT_FAILURE;
+  }
+  return misuse("unknown command", words[0]);
+}
+
+// Sets the switch that `word` is; false when it is none.
+static bool take_option(const char *word)
+{
+  // clang-format off
+  static const struct {
+    const char *name;
+    bool *option;
+  } options[] = {
+    {"--json",    &report_json},
+    {"--dry-run", &dry_run},
+    {"--secrets", &with_secrets},
+  };
+  // clang-format on
+  for (const auto &row : options) {
+    if (strcmp(row.name, word) == 0) {
+      *row.option = true;
+      return true;
+    }
+  }
+  return false;
+}
+
+int main(int argc, char **argv)
+{
+  int count = 0; // words that are no options, moved to the front
+  for (int i = 1; i < argc; i++) {
+    if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
+      fputs(USAGE, stdout);
+      return EXIT_SUCCESS;
+    }
+    if (strncmp(argv[i], "--", 2) != 0) {
+      argv[count] = argv[i];
+      count++;
+    } else if (!take_option(argv[i])) {
+      return misuse("unknown option", argv[i]);
+    }
+  }
+  if (count == 0) {
+    fputs(USAGE, stderr);
+    return USAGE_STATUS;
+  }
+  cgiScriptName = "";
+  orv_fatal_no_exit = 1;
+  orv_script_signals();
+  orv_init_env();
+  name_user();
+  if (with_secrets) {
+    setenv("ORV_SECRETS", "1", 1);
+  } else {
+    unsetenv("ORV_SECRETS");
+  }
+  return run(count, argv);
+}

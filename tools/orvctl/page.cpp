@@ -1,0 +1,599 @@
+// A page of the device without a browser: drawing, setting, posting.
+//
+// Owns the open page: its header, body, fields and links, all made anew by each
+// drawing.  The variable lists are used as a request uses them, emptied and
+// filled again by each.  What is drawn, which values are right and what scripts
+// are told is decided by the same code as for a browser; here stands only what
+// a browser does: which controls post, under which name, in which order.
+
+#include "page.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+#include "cgi_navbar.h"
+#include "cgi_output.h"
+#include "cgi_policy.h"
+#include "html_records.h"
+#include "orv.h"
+#include "orv_check.h"
+#include "orv_error.h"
+#include "orv_guard.h"
+#include "orv_output.h"
+#include "orv_vars.h"
+
+static pt_header *hdr;       // owned: the form shown
+static pt_body_item *body;   // owned: its items
+static page_field *fields;   // owned
+static page_field **fields_end = &fields;
+static page_link *links;     // owned
+static page_link **links_end = &links;
+static int row;              // of the table being drawn, -1 outside
+static const char *message;  // borrowed: the page's, NULL when none
+static bool out_of_memory;   // while drawing: the list of fields is a part
+
+// --- lists -------------------------------------------------------------------
+
+static void free_fields()
+{
+  while (fields != nullptr) {
+    page_field *next = fields->next;
+    free(fields->name);
+    free(fields->value);
+    free(fields);
+    fields = next;
+  }
+  fields_end = &fields;
+}
+
+static void free_links()
+{
+  while (links != nullptr) {
+    page_link *next = links->next;
+    free(links->form);
+    free(links->subitem);
+    free(links);
+    links = next;
+  }
+  links_end = &links;
+}
+
+// Adds a copy of the name and the value (NULL: posts nothing).
+static page_field *add_field(field_kind kind, const char *name,
+                             const char *value, const pt_body_item *item)
+{
+  page_field *field = static_cast<page_field *>(must_malloc(sizeof *field));
+  if (field == nullptr) {
+    out_of_memory = true;
+    return nullptr;
+  }
+  *field = {kind, must_strdup(name), nullptr, item, row, nullptr};
+  field->value = value != nullptr ? must_strdup(value) : nullptr;
+  out_of_memory |= field->name == nullptr;
+  out_of_memory |= value != nullptr && field->value == nullptr;
+  *fields_end = field;
+  fields_end = &field->next;
+  return field;
+}
+
+// Adds the page that `target` names: "FORM", "FORM/SUBITEM", or a sub-item of
+// `form` where that is not NULL and `target` has no "/".
+static void add_link(const char *form, const char *target)
+{
+  page_link *link = static_cast<page_link *>(must_malloc(sizeof *link));
+  if (link == nullptr) {
+    return;
+  }
+  const char *slash = strchr(target, '/');
+  *link = {};
+  if (slash != nullptr) {
+    link->form = must_strdup(target);
+    link->subitem = must_strdup(slash + 1);
+    if (link->form != nullptr) {
+      link->form[slash - target] = '\0';
+    }
+  } else {
+    link->form = must_strdup(form != nullptr ? form : target);
+    link->subitem = form != nullptr ? must_strdup(target) : nullptr;
+  }
+  *links_end = link;
+  links_end = &link->next;
+}
+
+// --- drawing -----------------------------------------------------------------
+// The output procedures of a page that nobody looks at.
+
+static void draw_text(char *)
+{
+}
+
+static void draw_comment(const char *, ...)
+{
+}
+
+static void draw_item(pt_body_item *)
+{
+}
+
+// A browser takes line ends out of a line of text.
+static void strip_line_ends(char *text)
+{
+  char *out = text;
+  for (const char *in = text; *in != '\0'; in++) {
+    if (*in != '\r' && *in != '\n') {
+      *out = *in;
+      out++;
+    }
+  }
+  *out = '\0';
+}
+
+static void draw_cell(pt_body_item *itm, char *name, char *varname, int fixed)
+{
+  const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
+  page_field *field = add_field(fixed != 0 ? FIELD_FIXED : FIELD_TEXT, name,
+                                value != nullptr ? value : "", itm);
+  if (field != nullptr && field->value != nullptr) {
+    strip_line_ends(field->value);
+  }
+}
+
+static void draw_box_cell(pt_body_item *itm, char *name, char *varname)
+{
+  const bool ticked = cgiout_mark_checkbox(name, varname);
+  add_field(FIELD_BOX, name, ticked ? "True" : nullptr, itm);
+}
+
+static void draw_list_cell(pt_body_item *itm, char *name, char *varname)
+{
+  const html_form_list_opt *chosen = cgiout_mark_choice(itm, varname);
+  if (chosen != nullptr) {
+    char field[ORV_NAME_SIZE];
+    cgiout_state_name(field, 'd', varname);
+    add_field(FIELD_STATE, field, chosen->value, nullptr);
+  }
+  add_field(FIELD_LIST, name, chosen != nullptr ? chosen->value : nullptr, itm);
+}
+
+static void draw_field(pt_body_item *itm, int fixed)
+{
+  draw_cell(itm, itm->name, itm->name, fixed);
+}
+
+static void draw_box(pt_body_item *itm)
+{
+  draw_box_cell(itm, itm->name, itm->name);
+}
+
+static void draw_list(pt_body_item *itm)
+{
+  draw_list_cell(itm, itm->name, itm->name);
+}
+
+static void draw_forms_menu(pt_body_item *itm)
+{
+  for (const html_form_list_opt *choice = itm->choices.choices;
+       choice != nullptr; choice = choice->next) {
+    add_link(nullptr, choice->value);
+  }
+}
+
+static void draw_menu_entry(pt_body_item *itm, char *select, char *, char *)
+{
+  add_link(itm->name, select);
+}
+
+static void draw_table(pt_body_item *itm, mcol_trans step)
+{
+  switch (step) {
+  case MCOL_START:
+    row = 0;
+    break;
+  case MCOL_ROW_END_DEL: {
+    char name[CGI_DELETE_NAME_SIZE];
+    snprintf(name, sizeof name, "delete_%s_%d", itm->name, row);
+    add_field(FIELD_DELETE, name, nullptr, itm);
+    row++;
+    break;
+  }
+  case MCOL_ROW_END:
+  case MCOL_ROW_END_BLANK:
+    row++;
+    break;
+  case MCOL_END:
+    row = -1;
+    break;
+  default:
+    break;
+  }
+}
+
+static const pto_procs field_procs = {
+    draw_text,       draw_text,  draw_text,  draw_text,
+    draw_text,       draw_text,  draw_comment,
+    draw_forms_menu, draw_field, draw_box,   draw_list,
+    draw_item,       draw_menu_entry,        draw_item,
+    draw_table,      draw_item,
+    draw_cell,       draw_box_cell,          draw_list_cell,
+};
+
+static void add_state(const char *name, const char *value)
+{
+  add_field(FIELD_STATE, name, value, nullptr);
+}
+
+// Draws the body that has been parsed.
+static bool draw()
+{
+  free_fields();
+  free_links();
+  row = -1;
+  out_of_memory = false;
+  orv_body_output(&field_procs, body, 0, nullptr);
+  cgiout_variables(add_state);
+  if (out_of_memory || orv_vars_lost()) {
+    message = "Out of memory";
+    return false;
+  }
+  return true;
+}
+
+// --- opening and closing -----------------------------------------------------
+
+static void free_form()
+{
+  orv_free_body(body);
+  body = nullptr;
+  orv_free_header(hdr);
+  hdr = nullptr;
+}
+
+// The form stays parsed from page to page: each parsing gives the same.
+static void begin_request()
+{
+  message = nullptr;
+  orv_error_msg = nullptr;
+  orv_free_vars(&cfg_vars);
+  orv_free_vars(&err_vars);
+  orv_free_vars(&del_vars);
+}
+
+bool page_is_secret(const char *name)
+{
+  static const char *const ends[] = {"_password", "_passphrase", "_secret",
+                                     "_pin"};
+  size_t length = strlen(name);
+  while (length > 0 && name[length - 1] >= '0' && name[length - 1] <= '9') {
+    length--;
+  }
+  for (const char *end : ends) {
+    const size_t size = strlen(end);
+    if (length > size && strncasecmp(name + length - size, end, size) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void page_close(void)
+{
+  begin_request();
+  free_form();
+  free_fields();
+  free_links();
+  orv_output_cleanup();
+}
+
+// The recorded message; false, for the caller to return.
+static bool fail(const char *otherwise)
+{
+  message = orv_error_msg != nullptr ? orv_error_msg : otherwise;
+  return false;
+}
+
+
+static bool set_text(char **global, const char *value)
+{
+  free(*global);
+  *global = value != nullptr ? must_strdup(value) : nullptr;
+  return value == nullptr || *global != nullptr;
+}
+
+// Adds what the navigation bar links to; its addresses begin with "?form=".
+static void add_bar()
+{
+  html_navbar_entry *entry = nullptr;
+  cgi_get_navbar(hdr, &entry);
+  for (; entry != nullptr && entry->label != nullptr; entry++) {
+    const char *form = entry->url != nullptr ? strchr(entry->url, '=') : nullptr;
+    if (form == nullptr) {
+      continue;
+    }
+    char target[CGI_HREF_SIZE];
+    snprintf(target, sizeof target, "%s", form + 1);
+    char *subitem = strstr(target, "&subitem=");
+    if (subitem != nullptr) {
+      *subitem = '/';
+      memmove(subitem + 1, subitem + strlen("&subitem="),
+              strlen(subitem + strlen("&subitem=")) + 1);
+    }
+    add_link(nullptr, target);
+  }
+  orv_error_msg = nullptr; // a page without a bar is a page all the same
+}
+
+bool page_open(const char *form, const char *subitem, bool with_links)
+{
+  page_close();
+  orv_expert_mode = 0;
+  const char *fault = policy_field_fault("form", form);
+  if (fault == nullptr && subitem != nullptr) {
+    fault = policy_field_fault("subitem", subitem);
+  }
+  if (fault != nullptr) {
+    message = fault;
+    return false;
+  }
+  if (!set_text(&orv_form, form) || !set_text(&orv_subitem, subitem)) {
+    return fail("Out of memory");
+  }
+  hdr = orv_parse_header(orv_form, orv_subitem);
+  if (hdr == nullptr) {
+    return fail("Failed to parse template header");
+  }
+  if (orv_load_vars(hdr->read_script, 0) < 0) {
+    return fail("The form's read script failed.");
+  }
+  body = orv_parse_body(hdr);
+  if (body == nullptr) {
+    return fail("The form is empty.");
+  }
+  if (!draw()) {
+    return false;
+  }
+  if (with_links) {
+    add_bar();
+  }
+  return true;
+}
+
+// --- setting -----------------------------------------------------------------
+
+static bool can_be_set(const page_field *field)
+{
+  return field->kind == FIELD_TEXT || field->kind == FIELD_BOX ||
+         field->kind == FIELD_LIST || field->kind == FIELD_FIXED;
+}
+
+page_field *page_find(const char *name)
+{
+  page_field *field = fields;
+  while (field != nullptr &&
+         (!can_be_set(field) || strcasecmp(field->name, name) != 0)) {
+    field = field->next;
+  }
+  return field;
+}
+
+static const char *set_value(page_field *field, const char *value)
+{
+  char *copy = value != nullptr ? must_strdup(value) : nullptr;
+  if (value != nullptr && copy == nullptr) {
+    return "out of memory";
+  }
+  free(field->value);
+  field->value = copy;
+  return nullptr;
+}
+
+static const char *choose_box(page_field *field, const char *value)
+{
+  static const char *const words[] = {"1",  "true", "yes",   "on",
+                                      "0",  "",     "false", "no",
+                                      "off"};
+  for (const char *word : words) {
+    if (strcasecmp(word, value) == 0) {
+      return set_value(field, orv_string_is_true(value) != 0 ? "True" : nullptr);
+    }
+  }
+  return "is a check box: True or False";
+}
+
+static const char *choose_entry(page_field *field, const char *value)
+{
+  for (const html_form_list_opt *choice = field->item->choices.choices;
+       choice != nullptr; choice = choice->next) {
+    if (choice->value != nullptr && strcmp(choice->value, value) == 0) {
+      return set_value(field, value);
+    }
+  }
+  return "has no such choice";
+}
+
+const char *page_choose(page_field *field, const char *value)
+{
+  if (strpbrk(value, "\r\n") != nullptr) {
+    return "is one line of text";
+  }
+  const char *fault = policy_field_fault(field->name, value);
+  if (fault != nullptr) {
+    return fault;
+  }
+  switch (field->kind) {
+  case FIELD_TEXT:
+    return set_value(field, value);
+  case FIELD_BOX:
+    return choose_box(field, value);
+  case FIELD_LIST:
+    return choose_entry(field, value);
+  case FIELD_DELETE:
+    return set_value(field, "True");
+  case FIELD_FIXED:
+  case FIELD_STATE:
+  default:
+    return "is shown, and cannot be set";
+  }
+}
+
+// --- posting -----------------------------------------------------------------
+
+static bool is_posted(const page_field *field)
+{
+  return field->kind != FIELD_FIXED && field->value != nullptr;
+}
+
+// What the page was made of comes first, since a user's value counts only where
+// it differs from that.
+static void take_fields(bool tagged)
+{
+  for (const page_field *field = fields; field != nullptr;
+       field = field->next) {
+    if (is_posted(field) &&
+        (orv_var_prefix(field->name) != o_undefined) == tagged) {
+      orv_set_var(field->name, tagged ? o_undefined : o_best, field->value, 0);
+    }
+  }
+}
+
+static void post()
+{
+  begin_request();
+  take_fields(true);
+  take_fields(false);
+}
+
+bool page_redraw(void)
+{
+  post();
+  return draw();
+}
+
+// A message of the scripts or of a check concerns the whole page when it is
+// recorded under this name.
+static page_result refuse(const char *otherwise)
+{
+  const char *msg = orv_get_var(&err_vars, "msg", o_undefined);
+  message = msg != nullptr ? msg : otherwise;
+  if (orv_error_msg != nullptr) { // a script that could not run, or memory
+    message = orv_error_msg;
+  }
+  return PAGE_REFUSED;
+}
+
+page_result page_submit(bool dry)
+{
+  post();
+  if (del_vars != nullptr) {
+    message = "Table rows have been deleted. Resubmit to confirm";
+    return draw() ? PAGE_AGAIN : PAGE_REFUSED;
+  }
+  if (orv_vars_changed(&cfg_vars) == nullptr && orv_always_submit_set() == 0) {
+    return PAGE_UNCHANGED;
+  }
+  if (orv_check_vars(body) == 0) {
+    return refuse("Error in configuration settings");
+  }
+  if (orv_save_vars(&cfg_vars, hdr->check_script) == 0) {
+    return refuse("Error running configuration check script");
+  }
+  if (!dry && orv_save_vars(&cfg_vars, hdr->write_script) == 0) {
+    return refuse("Error saving configuration");
+  }
+  return orv_error_msg == nullptr ? PAGE_SAVED : refuse(nullptr);
+}
+
+// --- looking at it -----------------------------------------------------------
+
+const pt_header *page_header(void)
+{
+  return hdr;
+}
+
+page_field *page_fields(void)
+{
+  return fields;
+}
+
+const pt_body_item *page_find_table(const char *name)
+{
+  const pt_body_item *itm = body;
+  while (itm != nullptr && ((itm->type != PT_TABLE && itm->type != PT_FTABLE) ||
+                            strcasecmp(itm->name, name) != 0)) {
+    itm = itm->next;
+  }
+  return itm;
+}
+
+const pt_body_item *page_table_of(const pt_body_item *cell)
+{
+  const pt_body_item *table = nullptr;
+  for (const pt_body_item *itm = body; itm != cell->next; itm = itm->next) {
+    table = itm->type == PT_TABLE || itm->type == PT_FTABLE ? itm : table;
+  }
+  return table;
+}
+
+const page_link *page_links(void)
+{
+  return links;
+}
+
+const char *page_message(void)
+{
+  return message != nullptr ? message : "";
+}
+
+const char *page_value(const page_field *field)
+{
+  if (field->kind == FIELD_BOX) {
+    return field->value != nullptr ? "True" : "False";
+  }
+  return field->value != nullptr ? field->value : "";
+}
+
+// Takes the codes of markup out in place: line breaks and indents are blanks,
+// emphasis is nothing.
+static void strip_markup(char *text)
+{
+  char *out = text;
+  for (const char *in = text; *in != '\0';) {
+    if (in[0] == '$' && in[1] != '\0' && in[2] == '$' &&
+        strchr("BRLI$", in[1]) != nullptr) {
+      if (strchr("LI$", in[1]) != nullptr) {
+        *out = in[1] == '$' ? '$' : ' ';
+        out++;
+      }
+      in += 3;
+    } else {
+      *out = *in == '\n' ? ' ' : *in;
+      out++;
+      in++;
+    }
+  }
+  *out = '\0';
+}
+
+char *page_plain_text(const char *text)
+{
+  const owned_text copy(must_strdup(text)); // written to while it is expanded
+  const char *shown = copy != nullptr ? orv_out_expand(copy.get()) : nullptr;
+  char *plain = shown != nullptr ? must_strdup(shown) : nullptr;
+  if (plain != nullptr) {
+    strip_markup(plain);
+  }
+  return plain;
+}
+
+char *page_label(const page_field *field)
+{
+  const pt_body_item *item = field->item;
+  const char *by_rank[] = {item->label, item->rlabel, item->prompt};
+  for (const char *label : by_rank) {
+    if (label != nullptr && label[0] != '\0') {
+      return page_plain_text(label);
+    }
+  }
+  return must_strdup(field->name);
+}

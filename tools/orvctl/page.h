@@ -1,0 +1,98 @@
+// A page of the device without a browser.
+//
+// A page is drawn into a list of fields, the values of some are changed, and
+// what a browser would then post goes the same way as in a request: into the
+// variable store, through the checks, to the form's check and write scripts.
+// One page is open at a time.
+
+#ifndef ORVCTL_PAGE_H
+#define ORVCTL_PAGE_H
+
+#include "orv_parser.h"
+
+enum field_kind {
+  FIELD_TEXT,   // a line of text
+  FIELD_BOX,    // a check box; posts "True" or nothing
+  FIELD_LIST,   // one of its item's choices
+  FIELD_FIXED,  // shown, never posted
+  FIELD_DELETE, // the deletion box of a table's row; `item` is the table
+  FIELD_STATE,  // carried along unseen; `item` is NULL
+};
+
+// One field of the page, in the order in which a browser posts them.
+struct page_field {
+  field_kind kind;
+  char *name;
+  char *value; // what would be posted; NULL: nothing
+  const pt_body_item *item;
+  int row; // of a table, from 0; -1 for other fields
+  page_field *next;
+};
+
+// Another page that the page links to.
+struct page_link {
+  char *form;
+  char *subitem; // NULL: none
+  page_link *next;
+};
+
+// What a press of Submit came to.
+enum page_result {
+  PAGE_SAVED,     // every check passed, the write script has stored it
+  PAGE_UNCHANGED, // nothing differs from what the device has: no script ran
+  PAGE_AGAIN,     // rows were marked for deletion: press once more
+  PAGE_REFUSED,   // nothing was stored; page_message and err_vars say why
+};
+
+// Reads the form's values from the device and draws the page; `subitem` may be
+// NULL.  False with the reason in page_message.  With `links`, its navigation
+// bar is asked for as well.
+bool page_open(const char *form, const char *subitem, bool links);
+
+// Draws the page once more from the values set so far, as a button does that
+// only shows it again.  False with the reason in page_message.
+bool page_redraw(void);
+
+// Presses Submit.  With `dry` all but the write script runs.  The fields stay
+// those of the page that was pressed.
+page_result page_submit(bool dry);
+
+// Gives up the page; nothing of it is valid afterwards.
+void page_close(void);
+
+// Borrowed until the page is drawn again.
+const pt_header *page_header(void);
+page_field *page_fields(void);
+const page_link *page_links(void);
+
+// The field that a person can set under that name (letter case ignored), or
+// NULL.
+page_field *page_find(const char *name);
+
+// The table of that name (letter case ignored), its columns behind it, or NULL.
+const pt_body_item *page_find_table(const char *name);
+
+// The table that a cell's item belongs to, itself for a table.
+const pt_body_item *page_table_of(const pt_body_item *cell);
+
+// Sets what the field posts.  NULL, or why it cannot be (a text that stays).
+const char *page_choose(page_field *field, const char *value);
+
+// What the user would see of the field: boxes as True or False, nothing as "".
+const char *page_value(const page_field *field);
+
+// The text beside the field, without markup: owned by the caller (free), NULL
+// without memory.
+char *page_label(const page_field *field);
+
+// Whether a variable of that name holds a secret, which is never shown.
+bool page_is_secret(const char *name);
+
+// A text that pages show, expanded and without markup: owned by the caller
+// (free), NULL without memory.
+char *page_plain_text(const char *text);
+
+// The message of the page as a whole, "" when there is none.
+const char *page_message(void);
+
+#endif

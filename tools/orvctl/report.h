@@ -1,0 +1,32 @@
+// What the commands tell: for a person as lines, for a program as JSON
+// (RFC 8259, one value a command).
+
+#ifndef ORVCTL_REPORT_H
+#define ORVCTL_REPORT_H
+
+#include <stdio.h>
+
+#include "page.h"
+
+extern bool report_json;  // set by the option --json
+extern bool report_quiet; // only refusals are told
+
+// Writes `text` as a JSON string; bytes that are no UTF-8 become U+FFFD.
+void report_string(FILE *out, const char *text);
+
+// Opens the object or list `bracket` and the member `name` (NULL: none) before
+// it; commas are written as needed.
+void report_open(const char *name, char bracket);
+void report_close(char bracket);
+// A member of an object; in a list `name` is NULL.
+void report_member(const char *name, const char *value);
+
+// Tells what a Submit of the open page came to, with what has changed or with
+// every message beside its field's name.  The exit status that follows: 0, or
+// 1 when it was refused.
+int report_result(const char *form, page_result result, bool dry);
+
+// Tells why a command could not be carried out, as the program's own message.
+void report_failure(const char *form, const char *text);
+
+#endif
