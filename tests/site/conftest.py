@@ -134,7 +134,7 @@ class Site:
         """The lines that the form's check or write script was given, or None
         when it was not run."""
         path = self.folder / f"{form}.{task}"
-        return path.read_text().splitlines() if path.exists() else None
+        return path.read_text(errors="replace").splitlines() if path.exists() else None
 
     def ran(self):
         """The arguments of the forms' scripts since the last call."""

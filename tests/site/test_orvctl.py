@@ -1,0 +1,157 @@
+"""The forms from a terminal: the same device, changed by a page and by orvctl.
+
+Whatever a device's forms look like, both give the scripts the same bytes and
+the user the same messages.
+"""
+
+import json
+import os
+import random
+import re
+import subprocess
+
+ORVCTL = os.environ["ORVCTL"]
+DEVICES = 200
+WORDS = ["a", "gate-1", "two words", "", "0", "True", "no", "  edge ", "$x", "é", "7", "200"]
+CHECKS = ["check word", "check nullok word", "check nullok number 1 100", "", "check nullok text"]
+KINDS = ["field", "field", "fixed", "checkbox", "select", "iselect"]
+
+
+def run(site, *words, expect=None):
+    """Runs orvctl in the device's folder: its output and its messages."""
+    done = subprocess.run([ORVCTL, *words], cwd=site.folder, capture_output=True,
+                          text=True, timeout=60, check=False, errors="replace")
+    assert done.returncode in (0, 1, 2) and (expect is None or done.returncode == expect), done
+    return done
+
+
+def item(rng, kind, name):
+    """The lines of one input item, and the values that a person may give it."""
+    lines, values = [f"{kind} {name}", f"label The {name}"], WORDS
+    if kind == "field":
+        lines.append(rng.choice(CHECKS))
+    elif kind == "checkbox":
+        values = ["True", "False"]
+    elif kind in ("select", "iselect"):
+        values = ["a", "b", "c"]
+        lines += [f"choice {v} Choice {v}" for v in values if kind == "select"]
+    return list(filter(None, lines)), values
+
+
+def device(rng, site):
+    """A random form; the values that may be given to each of its fields."""
+    lines, state, values, depth = ["error $E$"], [], {}, 0
+    names = [f"v{i}" for i in range(rng.randint(2, 6))]
+    for name in names:
+        kind = rng.choice(KINDS)
+        more, choices = item(rng, kind, name)
+        lines += more
+        if kind != "fixed":
+            values[name] = choices
+        if rng.random() < 0.8:
+            prefix = rng.choice(["", "", "", "d_", "c_"])
+            state.append(f'{prefix}{name}="{rng.choice(choices)}"')
+        if kind == "iselect":
+            state += [f'select_{name}{i}="{c} Choice {c}"' for i, c in enumerate("abc")]
+        if rng.random() < 0.3:
+            lines.append(rng.choice([f"if $V:{name}$", f"ifnot $V:{name}$"]))
+            depth += 1
+    lines += ["endif"] * depth
+    if rng.random() < 0.6:
+        lines += ["table t 3", "field tn", "label Name", "check nullok word", "select tk",
+                  "choice a A", "choice b B", "checkbox tb"]
+        for row in range(rng.randint(0, 3)):
+            state += [f'tn{row}="n{row}"', f'tk{row}="b"', f'tb{row}="{rng.choice(["True", "False"])}"']
+        for row in range(4):
+            values |= {f"tn{row}": WORDS, f"tk{row}": ["a", "b"], f"tb{row}": ["True", "False"]}
+    rng.shuffle(state)
+    refusal = f'grep -q new_{rng.choice(names)}=.a. f.check && echo "error_{names[0]}=No a here"; exit 0'
+    site.template("f", *lines)
+    site.form_script("f", read="\n".join(f"echo '{line}'" for line in state),
+                     check=refusal if rng.random() < 0.3 else "",
+                     write='echo "error_msg=Full"' if rng.random() < 0.1 else "")
+    return values
+
+
+def shown_on(page):
+    """The names of the controls that a person sees."""
+    return {e.get("name") for e in page.all("input") + page.all("select")
+            if e.get("type") != "hidden"}
+
+
+def by_page(site, changes):
+    """The same as a person does it: what is not shown yet shows with a redraw."""
+    page, wanted = site.open("f"), dict(changes)
+    while True:
+        fields = dict(page.fields())
+        found = [name for name in wanted if name in shown_on(page)]
+        for name in found:
+            fields[name] = wanted.pop(name)
+            if page.control(name).get("type") == "checkbox" and fields[name] == "False":
+                del fields[name]
+        if not wanted:
+            return site.post(fields | {"action": "Submit"})
+        if not found:
+            return None
+        page = site.post(fields)
+
+
+def test_a_change_from_a_terminal_reaches_the_scripts_as_that_of_a_page(site):
+    outcomes = {}
+    for seed in range(DEVICES):
+        rng = random.Random(seed)
+        (site.scripts / "f.sh").unlink(missing_ok=True)
+        values = device(rng, site)
+        names = rng.sample(sorted(values), min(len(values), rng.randint(1, 4)))
+        changes = {name: rng.choice(values[name]) for name in names}
+        results = []
+        for way in ("page", "terminal"):
+            for task in ("check", "write"):
+                (site.folder / f"f.{task}").unlink(missing_ok=True)
+            if way == "page":
+                page = by_page(site, changes)
+                said = None if page is None else sorted(page.errors)
+                ended = page and page.title
+            else:
+                done = run(site, "set", "f", *(f"{n}={v}" for n, v in changes.items()))
+                lines = re.findall(r"^(?:orvctl: )?(\w+): (.*)$", done.stderr, re.M)
+                # A field that no condition shows has no place for its message.
+                said = sorted(text for name, text in lines if page is None or name in
+                              {"f"} | {re.sub(r"(?<=t[nkb])\d$", "", n) for n in shown_on(page)})
+                ended = done
+            results.append(([site.given("f", t) for t in ("check", "write")], said))
+        if page is None:  # no such field, for either
+            assert ended.returncode == 1 and "is no field" in ended.stderr, (seed, changes)
+        else:
+            assert results[0] == results[1], (seed, changes, ended)
+        outcome = page and page.title
+        outcomes[outcome] = outcomes.get(outcome, 0) + 1
+    assert min(outcomes.get(t, 0) for t in ("changes_saved", "Test form")) >= 20, outcomes
+
+
+def test_json_rows_and_wrong_use(site):
+    site.template("f", "field a_password", "label Key", "fixed note", "table t 2", "field n", "checkbox b",
+                  title="Table $B$bold$R$")
+    site.form_script("f", read="printf '%s\\n' n0=one b0=True n1=two a_password=s $'note=t\"w\\xff'")
+    site.template("orvmenu", "fmenu", "choice f Table", "choice nosuch Gone", title="Menu")
+    forms = json.loads(run(site, "--json", "forms", expect=0).stdout)
+    assert [f["form"] for f in forms] == ["orvmenu", "f", "nosuch"] and forms[1]["title"] == "Table bold"
+    shown = json.loads(run(site, "--json", "get", "f", expect=0).stdout)
+    assert shown["a_password"] == "" and shown["note"] == 't"w\ufffd'
+    assert run(site, "--secrets", "get", "f", "A_PASSWORD", expect=0).stdout == "a_password=s\n"
+    assert json.loads(run(site, "--json", "rows", "f", "t", expect=0).stdout) == [
+        {"n": "one", "b": "True"}, {"n": "two", "b": "False"}]
+    run(site, "rows", "f", "t", "delete", "1", expect=0)
+    assert 'new_n0="two"' in site.given("f", "write") and 'new_n1=""' in site.given("f", "write")
+    run(site, "rows", "f", "t", "add", "n=three", expect=0)
+    assert 'new_n2="three"' in site.given("f", "write")
+    assert json.loads(run(site, "--json", "set", "f", "n0=bad$", expect=1).stdout)["errors"]["n"]
+    dumped = run(site, "dump", expect=1).stdout  # one page is gone
+    assert "table t 2\nn0=one\n" in dumped and "password" not in dumped
+    assert "a_password=s" in run(site, "--secrets", "dump", "f", expect=0).stdout
+    for words in (["nosuch"], ["get"], ["set", "f"], ["set", "f", "n0"], ["--x", "forms"],
+                  ["rows", "f", "t", "delete", "9"], ["rows", "f", "t", "turn", "1"], ["apply", "nosuch"]):
+        assert "--help" in run(site, *words, expect=2).stderr
+    for words in (["set", "../f", "n0=x"], ["set", "f/..", "n0=x"], ["set", "f", "n0=a\nb"],
+                  ["set", "f", "zz=1"], ["get", "f", "zz"], ["rows", "f", "zz"], ["get", "nosuch"]):
+        assert run(site, *words, expect=1).stderr.startswith("orvctl: ")
