@@ -291,6 +291,9 @@ int apply_dump(FILE *fp, const char *file, bool dry)
   if (!read_all(fp, &dump.text)) {
     fprintf(stderr, "orvctl: %s cannot be read\n", file);
   } else if (parse_dump(&dump, file)) {
+    if (report_json) {
+      report_open(nullptr, '[');
+    }
     report_quiet = !dry;
     status = apply_parts(&dump, true);
     report_quiet = false;
@@ -298,6 +301,9 @@ int apply_dump(FILE *fp, const char *file, bool dry)
       fputs("orvctl: nothing was saved\n", stderr);
     } else if (!dry) {
       status = apply_parts(&dump, false);
+    }
+    if (report_json) {
+      report_close(']');
     }
   }
   free_dump(&dump);

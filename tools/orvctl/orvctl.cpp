@@ -214,9 +214,8 @@ static void print_row(const pt_body_item *table, int row)
         page_table_of(field->item) != table) {
       continue;
     }
-    const char *value = !with_secrets && page_is_secret(field->name)
-                            ? ""
-                            : page_value(field);
+    const char *value =
+        !with_secrets && page_is_secret(field->name) ? "" : page_value(field);
     if (report_json) {
       report_member(field->item->name, value);
     } else {
@@ -345,8 +344,7 @@ static int table_rows(int count, char **words)
   }
   if (strcmp(verb, "change") == 0 && count > 4) {
     const int row = take_row(table, words[3]);
-    return row < 0 ? USAGE_STATUS
-                   : set_row(form, row, count - 4, words + 4);
+    return row < 0 ? USAGE_STATUS : set_row(form, row, count - 4, words + 4);
   }
   if (strcmp(verb, "delete") == 0 && count > 3) {
     return delete_rows(form, table, count - 3, words + 3);

@@ -24,15 +24,15 @@
 #include "orv_output.h"
 #include "orv_vars.h"
 
-static pt_header *hdr;       // owned: the form shown
-static pt_body_item *body;   // owned: its items
-static page_field *fields;   // owned
+static pt_header *hdr;     // owned: the form shown
+static pt_body_item *body; // owned: its items
+static page_field *fields; // owned
 static page_field **fields_end = &fields;
-static page_link *links;     // owned
+static page_link *links; // owned
 static page_link **links_end = &links;
-static int row;              // of the table being drawn, -1 outside
-static const char *message;  // borrowed: the page's, NULL when none
-static bool out_of_memory;   // while drawing: the list of fields is a part
+static int row;             // of the table being drawn, -1 outside
+static const char *message; // borrowed: the page's, NULL when none
+static bool out_of_memory;  // while drawing: the list of fields is a part
 
 // --- lists -------------------------------------------------------------------
 
@@ -211,12 +211,10 @@ static void draw_table(pt_body_item *itm, mcol_trans step)
 }
 
 static const pto_procs field_procs = {
-    draw_text,       draw_text,  draw_text,  draw_text,
-    draw_text,       draw_text,  draw_comment,
-    draw_forms_menu, draw_field, draw_box,   draw_list,
-    draw_item,       draw_menu_entry,        draw_item,
-    draw_table,      draw_item,
-    draw_cell,       draw_box_cell,          draw_list_cell,
+    draw_text, draw_text,    draw_text,       draw_text,      draw_text,
+    draw_text, draw_comment, draw_forms_menu, draw_field,     draw_box,
+    draw_list, draw_item,    draw_menu_entry, draw_item,      draw_table,
+    draw_item, draw_cell,    draw_box_cell,   draw_list_cell,
 };
 
 static void add_state(const char *name, const char *value)
@@ -238,6 +236,16 @@ static bool draw()
     return false;
   }
   return true;
+}
+
+// --- what a page may be asked
+// ---------------------------------------------------
+
+// The strict policy's rules for a field, whatever the build's own policy is.
+static const char *field_fault(const char *name, const char *value)
+{
+  static const policy_request page = {true, "POST", "", "", "", "", ""};
+  return policy_field_fault(&page, name, value);
 }
 
 // --- opening and closing -----------------------------------------------------
@@ -293,7 +301,6 @@ static bool fail(const char *otherwise)
   return false;
 }
 
-
 static bool set_text(char **global, const char *value)
 {
   free(*global);
@@ -307,7 +314,8 @@ static void add_bar()
   html_navbar_entry *entry = nullptr;
   cgi_get_navbar(hdr, &entry);
   for (; entry != nullptr && entry->label != nullptr; entry++) {
-    const char *form = entry->url != nullptr ? strchr(entry->url, '=') : nullptr;
+    const char *form =
+        entry->url != nullptr ? strchr(entry->url, '=') : nullptr;
     if (form == nullptr) {
       continue;
     }
@@ -328,9 +336,9 @@ bool page_open(const char *form, const char *subitem, bool with_links)
 {
   page_close();
   orv_expert_mode = 0;
-  const char *fault = policy_field_fault("form", form);
+  const char *fault = field_fault("form", form);
   if (fault == nullptr && subitem != nullptr) {
-    fault = policy_field_fault("subitem", subitem);
+    fault = field_fault("subitem", subitem);
   }
   if (fault != nullptr) {
     message = fault;
@@ -390,12 +398,12 @@ static const char *set_value(page_field *field, const char *value)
 
 static const char *choose_box(page_field *field, const char *value)
 {
-  static const char *const words[] = {"1",  "true", "yes",   "on",
-                                      "0",  "",     "false", "no",
-                                      "off"};
+  static const char *const words[] = {"1", "true",  "yes", "on", "0",
+                                      "",  "false", "no",  "off"};
   for (const char *word : words) {
     if (strcasecmp(word, value) == 0) {
-      return set_value(field, orv_string_is_true(value) != 0 ? "True" : nullptr);
+      return set_value(field,
+                       orv_string_is_true(value) != 0 ? "True" : nullptr);
     }
   }
   return "is a check box: True or False";
@@ -417,7 +425,7 @@ const char *page_choose(page_field *field, const char *value)
   if (strpbrk(value, "\r\n") != nullptr) {
     return "is one line of text";
   }
-  const char *fault = policy_field_fault(field->name, value);
+  const char *fault = field_fault(field->name, value);
   if (fault != nullptr) {
     return fault;
   }
