@@ -231,10 +231,11 @@ static void die_with_parent(int line)
   setpgid(0, 0);
   redirect(input, O_RDONLY, STDIN_FILENO);
   redirect(output, O_WRONLY, STDOUT_FILENO);
-  const int spared = dup2(lifeline[0], STDERR_FILENO);
+  // Where standard error will be, the lifeline outlives the others.
+  const int line_end = dup2(lifeline[0], STDERR_FILENO);
   close_all_file_descriptors(1);
   if (let_finish == 0) {
-    die_with_parent(fcntl(spared, F_DUPFD, LIFELINE_FD));
+    die_with_parent(fcntl(line_end, F_DUPFD, LIFELINE_FD));
   }
   dup2(STDOUT_FILENO, STDERR_FILENO);
   await_input();
