@@ -12,10 +12,14 @@ import os
 import pathlib
 import re
 import subprocess
+import sys
 import urllib.parse
 
 import html5lib
 import pytest
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "tools"))
+import orv_test.page  # noqa: E402  # pylint: disable=wrong-import-position
 
 ORV = os.environ["ORV"]
 SHIM = os.environ.get("ORV_SYSLOG_SHIM", "")
@@ -78,18 +82,7 @@ class Page:
 
     def fields(self):
         """What the page posts when nothing was touched, in document order."""
-        posted = []
-        for e in self.tree.iter():
-            source = []  # the element that has the value, if there is one
-            if e.tag == HTML + "select":
-                options = list(e)
-                source = [o for o in options if o.get("selected") is not None]
-                source = (source or options)[:1]
-            elif e.tag == HTML + "input" and e.get("type") != "submit":
-                ticked = e.get("type") != "checkbox" or "checked" in e.keys()
-                source = [e] * (ticked and "disabled" not in e.keys())
-            posted += [(e.get("name"), v.get("value", "")) for v in source]
-        return posted
+        return orv_test.page.Page(200, self.bytes).posted()
 
     def press(self, label, **changes):
         """Posts the page's fields with some changed and a button pressed."""

@@ -13,9 +13,6 @@ EXAMPLES = ROOT / "docs/examples"
 GUIDES = [ROOT / "README.md", *(ROOT / "docs").glob("*.md")]
 FENCE = re.compile(r"^```\w+ (\S+)\n(.*?)^```$", re.M | re.S)
 CHECK_ROW = re.compile(r"^\| `(.+?)` \| `(.+?)` \| `(.+?)` \| (.+) \|$", re.M)
-STATIC = dict(static_ip="yes", address="10.0.0.2/8", gateway="10.0.0.1")
-ROWS = dict(route_to0="10.1.0.0/16", route_via0="10.0.0.1",
-            route_to1="10.2.0.0/16", route_via1="10.0.0.1", route_use1="no")
 
 
 @pytest.fixture
@@ -25,24 +22,13 @@ def device(site):
     return site
 
 
-@pytest.mark.parametrize("form, changes, error", [  # "": all is kept
-    ("clock", dict(server="time.example.org"), ""),
-    ("address", STATIC, ""),
-    ("address", dict(static_ip="yes"), "Empty input"),
-    ("address", dict(u_gateway="x"), "Invalid address"),  # not drawn
-    ("address", STATIC | dict(gateway="10.0.0.2"), "The gateway must be"),
-    ("wireless", dict(enabled="True", ssid="home", channel="6"), ""),
-    ("wireless", dict(channel="7"), "Choose a channel from the list"),
-    ("routes", ROWS, ""),
-    ("routes", dict(route_to1="x"), "Row 2: enter"),  # behind a blank row
-    ("port", dict(note="Printer", speed="100"), ""),
-])
-def test_an_example_keeps_what_it_takes(device, form, changes, error):
-    page = device.open(form, "lan1").press("Submit", **changes)
-    assert (page.title == "Saved") == (error == "")
-    assert [e[:len(error)] for e in page.errors[1:]] == [error] * bool(error)
-    shown = dict(device.open(form, "lan1").fields())
-    assert (changes.items() <= shown.items()) == (error == "")
+def test_what_no_page_sends_is_refused_with_a_message(device):
+    for form, changes, error in (
+            ("address", dict(u_gateway="x"), "Invalid address"),  # not drawn
+            ("wireless", dict(channel="7"), "Choose a channel from the list")):
+        page = device.open(form).press("Submit", **changes)
+        assert page.errors[1:] == [error] and not (
+            device.folder / "data/state" / form).exists()
 
 
 def test_every_example_is_drawn_and_every_link_leads_to_one(device):
@@ -53,15 +39,6 @@ def test_every_example_is_drawn_and_every_link_leads_to_one(device):
         assert (page.exit, page.errors) == (0, []), query
         assert not re.search("<!-- (navbar:|orv_body)", page.body), query
     assert device.open("port", "../x").inputs("text") == []
-
-
-def test_a_stored_passphrase_is_kept_and_never_shown(device):
-    page = device.open("wireless").press("Submit", passphrase="a long one")
-    assert "a long one" not in page.body + device.open("wireless").body
-    page = device.open("wireless").press("Submit", ssid="a", passphrase="  ")
-    assert page.texts("p")[0].endswith("back in a few seconds.")
-    stored = (device.folder / "data/state/wireless").read_text()
-    assert "passphrase=a long one\n" in stored
 
 
 def test_the_guides_quote_the_files_and_the_scripts_are_clean():

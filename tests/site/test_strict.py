@@ -136,8 +136,8 @@ def test_a_field_makes_one_line_of_script_input_whatever_bytes_it_holds(strict):
 
 
 def test_what_a_browser_posts_of_an_untouched_page_is_no_change(strict):
-    strict.form_script("f", read=r"printf '%s=a\rb\r\n' x y")
-    fields = [(n, re.sub("\r\n?", "\r\n", v)) for n, v in strict.open("f").fields()]
+    strict.form_script("f", read=r"printf 'y=a\rb\r\n'")
+    fields = strict.open("f").fields()
     assert ("o_y", "a\r\nb\r\n") in fields
     page = strict.post([*fields, ("action", "Submit")], **OWN)
     assert page.title == "no_changes"

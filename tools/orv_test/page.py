@@ -8,6 +8,7 @@ import html5lib
 
 HTML = "{http://www.w3.org/1999/xhtml}"
 UNSEEN = {"head", "script", "style", "option"}
+DIGITS = "0123456789"
 INLINE = {"a", "em", "label", "span", "html"}
 
 
@@ -119,8 +120,9 @@ class Page:
 
     @property
     def errors(self):
-        """What the page says is wrong: pairs of a field's name ("page" for the
-        whole page, "" for a text without a field) and the text."""
+        """What the page says is wrong: pairs of a field's name and the text;
+        instead of the name a column with "#" behind it for all of its cells,
+        "page" for the whole page, "" for a text without a field."""
         told = []
         for e in self.tree.iter(HTML + "p"):
             text = squeeze("".join(e.itertext()))
@@ -128,8 +130,9 @@ class Page:
                 names = [c.name for c in self.controls
                          if e.get("id") in c.error_ids]
                 is_page = e.get("role") == "alert" or self.status != 200
-                told += [("page" if is_page else name, text)
-                         for name in names or [""]]
+                if len(names) > 1:
+                    names = [names[0].rstrip(DIGITS) + "#"]
+                told.append(("page" if is_page else (names or [""])[0], text))
         return told
 
     def rows(self, table):

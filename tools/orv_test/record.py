@@ -18,6 +18,7 @@ from .script import quoted
 FILES = {"/css/orv.css": "text/css; charset=utf-8",
          "/js/position.js": "text/javascript; charset=utf-8",
          "/js/kwt_scroller.js": "text/javascript; charset=utf-8"}
+MOVED = {"/": URL, "/favicon.ico": "/css/orv.css"}  # a browser asks for an icon
 MOVING = {"scroll_y", "anchor_target"}  # hidden fields that scripts set
 PASSED_ON = {"Host": "HTTP_HOST", "Origin": "HTTP_ORIGIN",
              "Sec-Fetch-Site": "HTTP_SEC_FETCH_SITE",
@@ -30,7 +31,6 @@ class Recorder:
 
     def __init__(self, device, out):
         self.device, self.out, self.pages = device, out, []
-        self.changed = set()  # names of fields, since the last save or link
         self.one_at_a_time = threading.Lock()
         self.write("# Recorded; name the test, and remove what does not matter.",
                    "", time.strftime("test Recorded on %Y-%m-%d at %H:%M"))
@@ -45,9 +45,9 @@ class Recorder:
         self.pages.append(page)
         lines = ([f"expect form {page.form.partition('/')[0]}"] if page.form
                  else [f"expect status {page.status}"])
-        for name, text in dict.fromkeys(page.errors):
+        for name, text in page.errors:
             lines.append(f"expect message {quoted(text)}" if name == "page" else
-                         f"expect error {name} {quoted(text)}" if name else
+                         f"expect error {name.rstrip('#')} {quoted(text)}" if name else
                          f"expect text {quoted(text)}")
         self.write(*lines)
 
@@ -65,7 +65,6 @@ class Recorder:
                              if n in fields)
             self.write("", f"open {place}".rstrip())
         self.show(page)
-        self.changed.clear()
         return page
 
     def post(self, body, headers):
@@ -78,16 +77,15 @@ class Recorder:
         page = self.device.request(fields=body, **headers)
         self.write("", *lines, f"press {fields.get('action', '')}")
         self.show(page)
-        if page.form.startswith("changes_saved") and self.device.sent():
-            given = [line for line in reversed(self.device.sent())
-                     if line[4:].partition("=")[0] in self.changed]
-            self.write(*(f"expect sent {line}" for line in given))
-            self.changed.clear()
+        if page.form.startswith("changes_saved"):
+            self.write(*(f"expect sent {line}"
+                         for line in reversed(self.device.sent() or [])
+                         if is_changed(line, fields)))
         return page
 
     def entries(self, fields):
-        """The lines for what was typed, ticked and chosen since the page came;
-        keeps the names of the fields."""
+        """The lines for what was typed, ticked and chosen since the page
+        came."""
         state = {n: v for n, v in fields.items() if n not in MOVING}
 
         def is_origin(page):
@@ -106,8 +104,15 @@ class Recorder:
             line = entry(control, fields.get(control.name))
             if line is not None:
                 lines.append(line)
-                self.changed.add(control.name)
         return lines
+
+
+def is_changed(line, fields):
+    """Whether a line that the write script was given says another value than
+    the read script had reported, as the fields of the page remember."""
+    name, _, value = line.removeprefix("new_").partition("=")
+    old = (fields[mark + name] for mark in ("o_", "d_") if mark + name in fields)
+    return value[1:-1] != next(old, "")
 
 
 def entry(control, posted):
@@ -162,8 +167,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 self.answer_page(self.recorder.get(query, self.passed_on()))
         elif path in FILES and file.is_file():
             self.answer(200, [("Content-Type", FILES[path])], file.read_bytes())
-        elif path == "/":
-            self.answer(302, [("Location", URL)], b"")
+        elif path in MOVED:
+            self.answer(302, [("Location", MOVED[path])], b"")
         else:
             self.answer(404, [], b"")
 

@@ -7,6 +7,7 @@ import re
 import urllib.parse
 
 from .device import CannotRun
+from .page import DIGITS
 from .script import near
 
 MOST_FOUND = 6  # lines of what was found, shown with a failure
@@ -68,7 +69,7 @@ class Browser:
         words = [line.split() for line in path.read_text(
             "utf-8", "replace").splitlines()] if path.is_file() else []
         names = {w[1] for w in words if len(w) > 1 and w[0] in ITEMS}
-        return name in names or name.rstrip("0123456789") in names
+        return name in names or name.rstrip(DIGITS) in names
 
     def _change(self, name, kind):
         field = self._field(name, kind)
@@ -180,11 +181,11 @@ class Browser:
 
     def expect_error(self, name, text):
         told = [t for n, t in self.page.errors
-                if n == name or re.fullmatch(re.escape(name) + r"\d+", n)]
-        cells = {re.sub(r"\d+$", "", n) for n in self.page.fields}
-        if not told and name not in cells:
+                if n in (name, f"{name}#", f"{name.rstrip(DIGITS)}#")
+                or re.fullmatch(re.escape(name) + r"\d+", n)]
+        if not told and name not in {n.rstrip(DIGITS) for n in self.page.fields}:
             self._field(name)
-        return any(is_like(text, t) for t in told), list(dict.fromkeys(told))
+        return any(is_like(text, t) for t in told), told
 
     def expect_errors(self):
         told = [f"{name}: {t}" if name else t for name, t in self.page.errors]
@@ -237,6 +238,17 @@ class Browser:
 
 # --- reports -----------------------------------------------------------------
 
+def shortened(lines, more):
+    """The first lines; `more` is how many findings the others stand for."""
+    return lines if more <= 0 else [*lines, f"        ... and {more} more"]
+
+
+def listed(found):
+    """What is there, line by line."""
+    return shortened([f"found   {line}" for line in found[:MOST_FOUND]]
+                     or ["found   nothing"], len(found) - MOST_FOUND)
+
+
 def difference(wanted, found):
     """What was wanted above what is there: the lines of the same name, or that
     are nearly so, the first difference marked, or else all of them."""
@@ -251,16 +263,14 @@ def difference(wanted, found):
         close = sorted((line for line in ratios if ratios[line] >= CLOSE),
                        key=lambda line: -ratios[line])
     lines = [f"wanted  {wanted}"]
-    for line in close or found or ["nothing"]:
+    if not close:
+        return lines + listed(found)
+    for line in close[:MOST_FOUND]:
         lines.append(f"found   {line}")
-        if close and "..." not in wanted:
+        if "..." not in wanted:
             same = len(os.path.commonprefix([wanted, line]))
             lines.append(" " * (len("found   ") + same) + "^")
-    more = len(close or found) - MOST_FOUND
-    if more > 0:
-        del lines[-more * (len(lines) - 1) // (more + MOST_FOUND):]
-        lines.append(f"        ... and {more} more")
-    return lines
+    return shortened(lines, len(close) - MOST_FOUND)
 
 
 def check(step, browser):
@@ -272,9 +282,9 @@ def check(step, browser):
     wanted = step.arguments[-1] if step.arguments else None
     if not step.is_wanted:
         same = [line for line in found if wanted is None or wanted in line]
-        raise Failed(*(f"found   {line}" for line in same or found))
+        raise Failed(*listed(same or found))
     if wanted is None:
-        raise Failed(*(f"found   {line}" for line in found or ["nothing"]))
+        raise Failed(*listed(found))
     raise Failed(*difference(wanted, found))
 
 
