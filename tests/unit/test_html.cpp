@@ -51,3 +51,21 @@ TEST(Comment, CannotBeEndedByItsText)
               written([&] { html_comment("%d%s", 7, text.c_str()); }));
   }
 }
+
+TEST(List, HasItsHeightAndItsGroups)
+{
+  char a[] = "A", b[] = "b";
+  html_form_list_opt options[] = {
+    {a, b, 0, 1, &options[1]}, {b, nullptr, 1, 0, &options[2]},
+    {a, a, 0, 0, &options[3]}, {a, nullptr, 1, 0, nullptr},
+  };
+  for (const int rows : {1, 2}) {
+    EXPECT_EQ("<select name=\"n\"" + string(rows > 1 ? " size=\"2\"" : "") +
+              ">\n<option value=\"b\" selected=\"\">A</option>\n"
+              "<optgroup label=\"b\">\n<option value=\"A\">A</option>\n"
+              "</optgroup>\n<optgroup label=\"A\">\n</optgroup>\n</select>",
+              written([&] {
+                html_form_list("n", rows, nullptr, options, nullptr, nullptr);
+              }));
+  }
+}
