@@ -96,6 +96,7 @@ protected:
 
 TEST_F(Output, TextIsExpandedOnce)
 {
+  EXPECT_STREQ(orv_out_expand(nullptr), "");
   load("mode=o;d_mode=d;u_mode=u;c_mode=c;other word=w;sly=$X$$V:mode$;"
        "error_mode=e");
   setenv("LARKSPUR_TEST", "n", 1);
