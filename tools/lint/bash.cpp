@@ -18,6 +18,7 @@ struct block {
   std::string function_before;
   bool piped_in;
   bool patterns; // of a case: a pattern comes next
+  int line;
 };
 
 struct here_document {
@@ -514,8 +515,8 @@ void finish_block(reader &r, list &l, const block &closed)
 
 void open_block(reader &r, list &l, const std::string &kind)
 {
-  l.blocks.push_back(
-      {kind, r.out.commands.size(), r.function, l.piped_in, kind == "case"});
+  l.blocks.push_back({kind, r.out.commands.size(), r.function, l.piped_in,
+                      kind == "case", r.line});
   l.piped_in = false;
   if ((kind == "{" || kind == "(") && !r.next_function.empty()) {
     r.function = r.next_function;
@@ -910,6 +911,9 @@ void read_list(reader &r, char closer)
   while (read_part(r, l)) {
   }
   finish(r, l);
+  for (const block &open : l.blocks) {
+    r.out.open.push_back({open.kind, open.line});
+  }
 }
 
 } // namespace

@@ -71,9 +71,16 @@ struct bash_command {
   int column = 0;
 };
 
+// A compound command that the text ends in.
+struct bash_open {
+  std::string word; // that opened it
+  int line;
+};
+
 struct bash_script {
   std::vector<bash_command> commands; // in the order of their ends
   std::set<std::string> functions;
+  std::vector<bash_open> open;
   std::string code; // the text, comments replaced by blanks
 };
 

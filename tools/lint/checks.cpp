@@ -208,6 +208,18 @@ static std::set<std::string> shown_messages(const form &f)
   return names;
 }
 
+// Whether the name is that of another item than the line's own.
+static bool is_other_item(const form &f, const form_line &line,
+                          const std::string &name)
+{
+  const form_item &own = f.items[static_cast<size_t>(line.item)];
+  return lower(own.name) != name &&
+         std::any_of(f.items.begin(), f.items.end(),
+                     [&](const form_item &item) {
+                       return is_input(item) && lower(item.name) == name;
+                     });
+}
+
 static void check_message(const form &f, const form_line &line, findings *found)
 {
   const std::string name = line.text.substr(0, line.text.find(' '));
@@ -218,6 +230,10 @@ static void check_message(const form &f, const form_line &line, findings *found)
              ", which is shown nowhere; the first word is the name of a"
              " field" +
              did_you_mean(name, shown));
+  } else if (line.item >= 0 && is_other_item(f, line, lower(name))) {
+    tell(found, f, line, 0, "check-elsewhere",
+         "the message goes to the field " + in_quotes(name) +
+             ", not to the one that is checked");
   }
 }
 

@@ -183,6 +183,7 @@ void check_texts(const device &dev, findings *found);
 void check_conditions(const device &dev, findings *found);
 void check_names(const device &dev, findings *found);
 void check_items(const device &dev, findings *found);
+void check_modes(const device &dev, findings *found);
 void check_checks(const device &dev, findings *found);
 void check_links(const device &dev, findings *found);
 void check_headers(const device &dev, findings *found);
@@ -200,6 +201,9 @@ void end_tools(const device &dev, other_tools *tools, findings *found);
 
 // Runs the read and navigation scripts in a copy of the folder.
 void run_scripts(const device &dev, findings *found);
+
+// What some editors put in front of a file.
+constexpr char BYTE_ORDER_MARK[] = "\xef\xbb\xbf";
 
 // --- text --------------------------------------------------------------------
 

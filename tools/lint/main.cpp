@@ -63,6 +63,7 @@ static long lint(const std::string &dir, const options &o)
   check_conditions(dev, &found);
   check_names(dev, &found);
   check_items(dev, &found);
+  check_modes(dev, &found);
   check_checks(dev, &found);
   check_links(dev, &found);
   check_headers(dev, &found);

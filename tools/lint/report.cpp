@@ -141,7 +141,9 @@ static void write_json_place(const place &at)
 
 static void write_json(const finding &f, const char *level)
 {
-  printf("{");
+  static bool first = true; // of the array, which all folders share
+  printf(first ? "\n{" : ",\n{");
+  first = false;
   write_json_place(f.at);
   printf(", \"level\": \"%s\", \"rule\": \"%s\", \"text\": ", level,
          f.rule.c_str());
@@ -188,14 +190,11 @@ size_t write_findings(const device &dev, findings *found, output_format format,
                found->end());
   sort_findings(found);
   const bool carets = format == FORMAT_TEXT && isatty(STDOUT_FILENO) != 0;
-  const char *between = "";
   for (const finding &f : *found) {
     const char *level =
         warnings_are_errors || is_error(f.rule) ? "error" : "warning";
     if (format == FORMAT_JSON) {
-      printf("%s\n", between);
       write_json(f, level);
-      between = ",";
     } else {
       write_text(dev, f, level, carets);
     }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <ctype.h>
+#include <unistd.h>
 
 static const std::string &command_name(const bash_command &command)
 {
@@ -175,26 +176,143 @@ static bool prints_values(const device &dev, const script &s)
 
 // --- the library -------------------------------------------------------------
 
-static void check_call(const script &s, const bash_command &command,
+// Whether the name is that of a command of every machine, or of this one.
+static bool is_command(const std::string &name)
+{
+  static const std::set<std::string> builtins = {
+      ".",        ":",        "[",       "alias",   "bg",      "bind",
+      "break",    "builtin",  "caller",  "cd",      "command", "compgen",
+      "complete", "continue", "declare", "dirs",    "disown",  "echo",
+      "enable",   "eval",     "exec",    "exit",    "export",  "false",
+      "fc",       "fg",       "getopts", "hash",    "help",    "history",
+      "jobs",     "kill",     "let",     "local",   "logout",  "mapfile",
+      "popd",     "printf",   "pushd",   "pwd",     "read",    "readarray",
+      "readonly", "return",   "set",     "shift",   "shopt",   "source",
+      "suspend",  "test",     "times",   "trap",    "true",    "type",
+      "typeset",  "ulimit",   "umask",   "unalias", "unset",   "wait"};
+  if (builtins.count(name) != 0) {
+    return true;
+  }
+  for (const char *dir : {"/bin/", "/usr/bin/", "/sbin/", "/usr/sbin/"}) {
+    if (access((dir + name).c_str(), X_OK) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// The file that has a function of that name, "" when none has.
+static std::string file_of_function(const device &dev, const std::string &name)
+{
+  for (const auto &entry : dev.scripts) {
+    if (entry.second.code.functions.count(name) != 0 &&
+        !entry.second.executable) {
+      return entry.first;
+    }
+  }
+  return "";
+}
+
+// A command that nobody has: of the library, of another file, or misspelt.
+// What only the device has is taken for right.
+static void check_call(const device &dev, const script &s,
+                       const bash_command &command,
                        const std::set<std::string> &functions, findings *found)
 {
   const std::string &name = command_name(command);
-  if (starts_with(name, "orv_") && library_functions.count(name) == 0 &&
-      functions.count(name) == 0) {
-    tell(found, *s.file, command.line, command.column, "script-call",
-         "orv.bash has no function " + in_quotes(name) +
-             did_you_mean(name, library_functions));
+  if (name.empty() || !command.words[0].expansions.empty() ||
+      name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
+                             "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") !=
+          std::string::npos ||
+      functions.count(name) != 0 || is_command(name)) {
+    return;
   }
+  const std::string other = file_of_function(dev, name);
+  const std::string near = nearest(name, functions);
+  std::string text;
+  if (library_functions.count(name) != 0) {
+    text = in_quotes(name) + " is a function of orv.bash, which this script"
+                             " does not source";
+  } else if (starts_with(name, "orv_")) {
+    text = "orv.bash has no function " + in_quotes(name) +
+           did_you_mean(name, library_functions);
+  } else if (!other.empty()) {
+    text = in_quotes(name) + " is a function of " + in_quotes(other) +
+           ", which this script does not source";
+  } else if (!near.empty() && name.size() > 2) {
+    text = "no command " + in_quotes(name) + " (did you mean " +
+           in_quotes(near) + "?)";
+  } else {
+    return;
+  }
+  tell(found, *s.file, command.line, command.column, "script-call", text);
+}
+
+// A file without an interpreter and without the right to be executed is one
+// that others source.
+static bool is_sourced_only(const script &s)
+{
+  return !s.executable && !starts_with(s.file->text, "#!");
 }
 
 static std::set<std::string> functions_of(const device &dev, const script &s)
 {
   std::set<std::string> functions;
   for (const std::string &name : with_sources(dev, s.name)) {
-    const bash_script &code = dev.scripts.at(name).code;
-    functions.insert(code.functions.begin(), code.functions.end());
+    const script &part = dev.scripts.at(name);
+    functions.insert(part.code.functions.begin(), part.code.functions.end());
+    if (std::any_of(part.sources.begin(), part.sources.end(), is_library)) {
+      functions.insert(library_functions.begin(), library_functions.end());
+    }
   }
   return functions;
+}
+
+// --- the first line ---------------------------------------------------------
+
+static bool needs_bash(const script &s)
+{
+  return std::any_of(s.code.commands.begin(), s.code.commands.end(),
+                     [](const bash_command &command) {
+                       const bool arrays =
+                           std::any_of(command.assignments.begin(),
+                                       command.assignments.end(),
+                                       [](const bash_assignment &assignment) {
+                                         return !assignment.elements.empty() ||
+                                                !assignment.subscript.empty();
+                                       });
+                       return arrays || command.kind == BASH_TEST ||
+                              command.kind == BASH_ARITHMETIC;
+                     });
+}
+
+static void check_interpreter(const script &s, findings *found)
+{
+  static const std::set<std::string> known = {
+      "bash", "sh", "dash", "ash", "busybox", "python3", "perl", "lua", "awk"};
+  const std::string first = s.file->lines.empty() ? "" : s.file->lines[0];
+  if (!starts_with(first, "#!")) {
+    return; // bash runs it all the same
+  }
+  std::vector<std::string> words = split_words(first.substr(2));
+  if (words.size() > 1 && ends_with(words[0], "/env")) {
+    words.erase(words.begin());
+  }
+  std::string program = words.empty() ? "" : words[0];
+  program.erase(0, program.rfind('/') + 1);
+  if (!program.empty() && program.back() == '\r') {
+    return; // told already
+  }
+  if (known.count(program) == 0) {
+    tell(found, *s.file, 1, 3, "interpreter",
+         "no program " + in_quotes(program) + " runs scripts" +
+             did_you_mean(program, known));
+  } else if (program != "bash" && known.count(program) != 0 &&
+             ends_with(program, "sh") && needs_bash(s)) {
+    tell(found, *s.file, 1, 3, "interpreter",
+         in_quotes(program) + " does not know what this script uses ([[ ]],"
+                              " (( )), arrays); write #!/bin/bash");
+  }
 }
 
 // --- line ends ---------------------------------------------------------------
@@ -202,6 +320,11 @@ static std::set<std::string> functions_of(const device &dev, const script &s)
 static void check_line_ends(const script &s, findings *found)
 {
   int number = 0;
+  if (starts_with(s.file->text, BYTE_ORDER_MARK)) {
+    tell(found, *s.file, 1, 1, "byte-order-mark",
+         "the file begins with a byte order mark, so its first line names no"
+         " interpreter");
+  }
   for (const std::string &line : s.file->lines) {
     number++;
     if (!line.empty() && line.back() == '\r') {
@@ -220,10 +343,13 @@ void check_scripts(const device &dev, findings *found)
     const std::set<std::string> captured = captured_functions(s.code);
     const std::set<std::string> functions = functions_of(dev, s);
     check_line_ends(s, found);
+    check_interpreter(s, found);
     for (const bash_command &command : s.code.commands) {
       check_stores(s, command, found);
       check_background(s, command, found);
-      check_call(s, command, functions, found);
+      if (!is_sourced_only(s)) {
+        check_call(dev, s, command, functions, found);
+      }
       if (values) {
         check_output(s, command, captured, found);
       }

@@ -172,13 +172,19 @@ static int line_in(const std::string &message)
 
 // --- what the parser would misread -------------------------------------------
 
-// A lint comment is no part of the template.
+static std::string without_mark(const std::string &line)
+{
+  return starts_with(line, BYTE_ORDER_MARK)
+             ? line.substr(sizeof BYTE_ORDER_MARK - 1)
+             : line;
+}
+
 static void copy_lines(repair *work)
 {
   int number = 0;
   for (const std::string &line : work->file.lines) {
     number++;
-    std::string text = line;
+    std::string text = number == 1 ? without_mark(line) : line;
     std::replace(text.begin(), text.end(), '\0', ' ');
     if (!text.empty() && text.back() == '\r') {
       text.pop_back();
@@ -217,6 +223,11 @@ static void tell_lines(const repair &work)
   for (const std::string &line : file.lines) {
     number++;
     const std::vector<note> notes = parser_note(work, message, number);
+    if (number == 1 && starts_with(line, BYTE_ORDER_MARK)) {
+      tell(work.found, file, 1, 1, "byte-order-mark",
+           "the file begins with a byte order mark, which counts as text",
+           notes);
+    }
     if (!line.empty() && line.back() == '\r' && !told_cr) {
       told_cr = true;
       tell(work.found, file, number, static_cast<int>(line.size()), "crlf",

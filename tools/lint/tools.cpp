@@ -4,6 +4,7 @@
 
 #include "lint.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -68,6 +69,19 @@ static const char SYNTAX_CHECK[] =
     "    printf '%s\\n' \"${text%%$'\\n'*}\"\n"
     "done";
 
+// Where a block begins that nothing ends: bash names the end of the file.
+static std::vector<note> open_block(const device &dev, const source_file &file)
+{
+  for (const auto &entry : dev.scripts) {
+    const auto &open = entry.second.code.open;
+    if (entry.second.file == &file && !open.empty()) {
+      return {{{file.path, open.back().line, 1},
+               in_quotes(open.back().word) + " is not closed"}};
+    }
+  }
+  return {};
+}
+
 // "FILE: line N: TEXT" as bash writes it.
 static void take_syntax_line(const device &dev, const std::string &line,
                              findings *found)
@@ -79,8 +93,11 @@ static void take_syntax_line(const device &dev, const std::string &line,
   const auto file = dev.files.find(line.substr(0, mark));
   const size_t text = line.find(": ", mark + 2);
   if (file != dev.files.end() && text != std::string::npos) {
-    tell(found, file->second, atoi(line.c_str() + mark + strlen(": line ")), 1,
-         "script-syntax", "bash: " + line.substr(text + 2));
+    const int lines = static_cast<int>(file->second.lines.size());
+    const int number = atoi(line.c_str() + mark + strlen(": line "));
+    tell(found, file->second, std::min(number, lines), 1, "script-syntax",
+         "bash: " + line.substr(text + 2),
+         number > lines ? open_block(dev, file->second) : std::vector<note>());
   }
 }
 
@@ -107,9 +124,8 @@ other_tools begin_tools(const device &dev, bool shellcheck)
   if (!shellcheck || dev.scripts.empty()) {
     return tools;
   }
-  std::vector<std::string> arguments = {
-      "shellcheck", "-f",      "gcc", "-s", "bash",
-      "-S",         "warning", "-x",  "-P", "SCRIPTDIR"};
+  std::vector<std::string> arguments = {"shellcheck", "-f", "gcc", "-s",
+                                        "bash",       "-x", "-P",  "SCRIPTDIR"};
   for (const auto &entry : dev.scripts) {
     arguments.push_back(entry.second.file->path);
   }

@@ -1,0 +1,116 @@
+// What a header switches on, and words that a line takes without using them.
+
+#include "lint.h"
+
+#include <algorithm>
+
+// --- the views ---------------------------------------------------------------
+
+static const form_line *header_line(const form &f, const char *keyword)
+{
+  const auto at =
+      std::find_if(f.lines.begin(), f.lines.end(), [&](const form_line &line) {
+        return line.header && line.keyword == keyword;
+      });
+  return at != f.lines.end() ? &*at : nullptr;
+}
+
+// The first line that shows something in that view alone.
+static const form_line *first_use(const form &f, const std::string &tag,
+                                  const char *keyword)
+{
+  const auto at =
+      std::find_if(f.lines.begin(), f.lines.end(), [&](const form_line &line) {
+        return !line.header &&
+               ((keyword != nullptr && line.keyword == keyword) ||
+                line.text.find(tag) != std::string::npos);
+      });
+  return at != f.lines.end() ? &*at : nullptr;
+}
+
+static void check_view(const form &f, const char *mode, const form_line *use,
+                       const std::string &button, findings *found)
+{
+  const form_line *on = header_line(f, mode);
+  if (on == nullptr && use != nullptr) {
+    tell(found, *f.file, use->number, 1, "mode",
+         "nobody sees this: the button " + button + " is grey without " +
+             in_quotes(mode) + " in the header");
+  } else if (on != nullptr && use == nullptr) {
+    tell(found, *f.file, on->number, 1, "mode",
+         "the button " + button + " changes nothing on this page");
+  }
+}
+
+// --- words that mean nothing -------------------------------------------------
+
+static bool is_number(const std::string &word)
+{
+  const size_t start = word[0] == '-' ? 1 : 0;
+  return word.size() > start &&
+         word.find_first_not_of("0123456789", start) == std::string::npos;
+}
+
+// How many words a line has a use for; those behind a name are numbers.
+static const std::map<std::string, size_t> words_used = {
+    {"else", 0},        {"endif", 0},     {"fmenu", 0}, {"help_mode", 0},
+    {"expert_mode", 0}, {"no_header", 0}, {"body", 0},  {"no_footer", 0},
+    {"select", 1},      {"checkbox", 1},  {"field", 2}, {"fixed", 2},
+    {"table", 3},       {"ftable", 3}};
+
+static void check_words(const form &f, const form_line &line, findings *found)
+{
+  const auto used = words_used.find(line.keyword);
+  if (used == words_used.end() || line.continues) {
+    return;
+  }
+  const std::vector<std::string> words = split_words(line.text);
+  for (size_t i = 0; i < words.size(); i++) {
+    const size_t at = line.text.find(words[i]);
+    if (i >= used->second) {
+      const bool else_if = line.keyword == "else" && words[0] == "if";
+      tell(found, f, line, at, "extra-words",
+           in_quotes(words[i]) + " means nothing here" +
+               (else_if ? "; there is no else if: write if and its endif on"
+                          " lines of their own"
+                        : ""));
+      return;
+    }
+    if (i > 0 && !is_number(words[i])) {
+      tell(found, f, line, at, "extra-words",
+           in_quotes(words[i]) + " is no number");
+      return;
+    }
+  }
+}
+
+// --- values of choices -------------------------------------------------------
+
+static void check_choice_value(const form &f, const form_line &line,
+                               findings *found)
+{
+  const std::string value = line.text.substr(0, line.text.find(' '));
+  const size_t bad = value.find_first_of("\"\\`'");
+  if (line.item >= 0 && bad != std::string::npos &&
+      f.items[static_cast<size_t>(line.item)].type == PT_SELECT) {
+    tell(found, f, line, bad, "choice-value",
+         "the value " + in_quotes(value) +
+             " holds quotes or a backslash, which no script takes for text;"
+             " a value is one word and needs none");
+  }
+}
+
+void check_modes(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.forms) {
+    const form &f = entry.second;
+    check_view(f, "help_mode", first_use(f, "$H$", "help"), "Help", found);
+    check_view(f, "expert_mode", first_use(f, "$X$", nullptr), "Expert", found);
+    for (const form_line &line : f.lines) {
+      check_words(f, line, found);
+      if (line.keyword == "choice") {
+        check_choice_value(f, line, found);
+      }
+    }
+  }
+}
