@@ -176,7 +176,7 @@ def test_two_hundred_templates_take_less_than_a_second(device):
         return used.ru_utime + used.ru_stime
     start = spent()
     assert len(lint(device)) >= 200
-    assert spent() - start < 1
+    assert spent() - start < float(os.environ.get("SECONDS_FOR_200", 1))
 
 
 def test_the_program_says_how_it_is_used(tmp_path):

@@ -267,6 +267,11 @@ bool read_device(const std::string &dir, device *dev, findings *found)
       read_script(dev, name);
     }
   }
+  for (const char *folder : {"/defaults", "/state"}) {
+    names.clear();
+    list_files(dir + folder, &names);
+    dev->settings.insert(names.begin(), names.end());
+  }
   for (auto &entry : dev->forms) {
     find_scripts(*dev, &entry.second);
   }

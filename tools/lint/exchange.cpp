@@ -487,6 +487,12 @@ static void check_format(const script &s, const bash_word &word,
   }
 }
 
+// The arrays that hold a form's values.
+static bool is_value_array(const std::string &name)
+{
+  return name == "orv" || name == "cfg" || name == "orv_was";
+}
+
 static void check_names_of(const device &dev, const script &s, findings *found)
 {
   if (forms_of(dev, s.name).empty()) {
@@ -497,7 +503,7 @@ static void check_names_of(const device &dev, const script &s, findings *found)
   const std::map<std::string, name_use> uses = name_functions(dev, s.name);
   for (const bash_command &command : s.code.commands) {
     for (const bash_assignment &assignment : command.assignments) {
-      if (assignment.name == "orv" || assignment.name == "cfg") {
+      if (is_value_array(assignment.name)) {
         check_box(s,
                   {assignment.subscript, assignment.value.line,
                    assignment.value.column},
@@ -602,15 +608,15 @@ static void check_script_name(const name_check &c, const literal_name &at)
   }
 }
 
+static bool is_plain_key(const std::string &key)
+{
+  return !key.empty() && std::all_of(key.begin(), key.end(), is_name_char);
+}
+
 static void check_keys(const name_check &c, const bash_word &word)
 {
   for (const bash_expansion &expansion : word.expansions) {
-    const bool is_key = (expansion.name == "orv" || expansion.name == "cfg" ||
-                         expansion.name == "orv_was") &&
-                        !expansion.subscript.empty();
-    if (is_key && expansion.subscript.find_first_not_of(
-                      "abcdefghijklmnopqrstuvwxyz0123456789_"
-                      "ABCDEFGHIJKLMNOPQRSTUVWXYZ") == std::string::npos) {
+    if (is_value_array(expansion.name) && is_plain_key(expansion.subscript)) {
       check_script_name(
           c, {expansion.subscript, expansion.line, expansion.column});
     }
@@ -632,6 +638,11 @@ static void check_keys_of(const device &dev, const script &s, findings *found)
     }
     for (const bash_assignment &assignment : command.assignments) {
       check_keys(c, assignment.value);
+      if (is_value_array(assignment.name) &&
+          is_plain_key(assignment.subscript)) {
+        check_script_name(c, {assignment.subscript, assignment.value.line,
+                              assignment.value.column});
+      }
     }
     if (command.words.empty() || takers.count(command.words[0].plain) == 0) {
       continue;

@@ -118,6 +118,7 @@ struct device {
   std::map<std::string, source_file> files; // by path
   std::map<std::string, form> forms;        // by name
   std::map<std::string, script> scripts;    // by name
+  std::set<std::string> settings;           // files of defaults/ and state/
 };
 
 // Reads a whole folder.  False when it holds no templates/.

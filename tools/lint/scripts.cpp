@@ -227,8 +227,18 @@ static void check_call(const device &dev, const script &s,
       functions.count(name) != 0 || is_command(name)) {
     return;
   }
+  // Words that are written often, of bash and beside it.
+  static const std::set<std::string> common = {
+      "then",    "else",  "elif",     "done",  "esac",    "case",
+      "while",   "until", "function", "exit",  "printf",  "export",
+      "return",  "local", "echo",     "read",  "declare", "unset",
+      "mapfile", "shift", "continue", "break", "source",  "true",
+      "false",   "sleep", "logger",   "mkdir", "chmod",   "date",
+      "grep",    "kill",  "systemctl"};
   const std::string other = file_of_function(dev, name);
-  const std::string near = nearest(name, functions);
+  std::set<std::string> known = functions;
+  known.insert(common.begin(), common.end());
+  const std::string near = nearest(name, known);
   std::string text;
   if (library_functions.count(name) != 0) {
     text = in_quotes(name) + " is a function of orv.bash, which this script"
@@ -246,6 +256,87 @@ static void check_call(const device &dev, const script &s,
     return;
   }
   tell(found, *s.file, command.line, command.column, "script-call", text);
+}
+
+// --- tasks and files ---------------------------------------------------------
+
+// The options that headers call the script with.
+static std::set<std::string> tasks_of(const device &dev, const script &s)
+{
+  std::set<std::string> tasks;
+  for (const auto &entry : dev.forms) {
+    for (const script_line &line : entry.second.scripts) {
+      for (const std::string &word : split_words(line.text)) {
+        if (line.script == s.name && starts_with(word, "--")) {
+          tasks.insert(word);
+        }
+      }
+    }
+  }
+  return tasks;
+}
+
+// An option that the script looks for and no header gives, but nearly.
+static void check_tasks(const device &dev, const script &s, findings *found)
+{
+  const std::set<std::string> tasks = tasks_of(dev, s);
+  const std::vector<std::string> lines = split_lines(s.code.code);
+  for (size_t i = 0; i < lines.size(); i++) {
+    for (size_t at = lines[i].find("--"); at != std::string::npos;
+         at = lines[i].find("--", at + 2)) {
+      size_t end = at + 2;
+      while (end < lines[i].size() && is_name_char(lines[i][end])) {
+        end++;
+      }
+      const std::string word = lines[i].substr(at, end - at);
+      const bool pattern = end < lines[i].size() && lines[i][end] == ')';
+      const bool compared = lines[i].find("== " + word) != std::string::npos;
+      const std::string near = nearest(word, tasks);
+      if ((pattern || compared) && word.size() > 4 && !near.empty() &&
+          tasks.count(word) == 0) {
+        tell(found, *s.file, static_cast<int>(i) + 1, static_cast<int>(at) + 1,
+             "script-task",
+             "no header calls this script with " + in_quotes(word) +
+                 " (did you mean " + in_quotes(near) + "?)");
+      }
+    }
+  }
+}
+
+// The files that scripts store, and those that the device was shipped with.
+static std::set<std::string> stored_files(const device &dev)
+{
+  std::set<std::string> files = dev.settings;
+  for (const auto &entry : dev.scripts) {
+    for (const bash_command &command : entry.second.code.commands) {
+      const std::vector<bash_word> &words = command.words;
+      for (size_t i = 1; i < words.size(); i++) {
+        if (command_name(command) == "orv_store" &&
+            (i == 1 || words[i - 1].plain == "--")) {
+          files.insert(words[i].plain);
+        }
+      }
+    }
+  }
+  return files;
+}
+
+static void check_files(const script &s, const std::set<std::string> &stored,
+                        findings *found)
+{
+  for (const bash_command &command : s.code.commands) {
+    if (command_name(command) != "orv_load" || command.words.size() < 2 ||
+        !command.words[1].expansions.empty()) {
+      continue;
+    }
+    const bash_word &file = command.words[1];
+    if (stored.count(file.plain) == 0) {
+      tell(found, *s.file, file.line, file.column, "script-file",
+           "no script stores " + in_quotes(file.plain) +
+               ", and the device was not shipped with it" +
+               did_you_mean(file.plain, stored));
+    }
+  }
 }
 
 // A file without an interpreter and without the right to be executed is one
@@ -337,6 +428,7 @@ static void check_line_ends(const script &s, findings *found)
 
 void check_scripts(const device &dev, findings *found)
 {
+  const std::set<std::string> stored = stored_files(dev);
   for (const auto &entry : dev.scripts) {
     const script &s = entry.second;
     const bool values = prints_values(dev, s);
@@ -344,6 +436,8 @@ void check_scripts(const device &dev, findings *found)
     const std::set<std::string> functions = functions_of(dev, s);
     check_line_ends(s, found);
     check_interpreter(s, found);
+    check_tasks(dev, s, found);
+    check_files(s, stored, found);
     for (const bash_command &command : s.code.commands) {
       check_stores(s, command, found);
       check_background(s, command, found);

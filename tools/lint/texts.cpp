@@ -150,6 +150,13 @@ static size_t check_reference(const text_check &t, size_t at)
 static size_t check_dollar(const text_check &t, size_t at)
 {
   const std::string &text = t.line.text;
+  if (text.compare(at, 2, "$$") == 0) {
+    tell_at(
+        t, at, "unknown-tag",
+        "\"$$\" means nothing and is shown as it stands; a dollar is written"
+        " $$$");
+    return at + 2;
+  }
   size_t end = at + 1;
   while (end < text.size() &&
          (is_name_char(text[end]) || is_one_of(text[end], ".:-{}"))) {
