@@ -256,7 +256,8 @@ bool read_device(const std::string &dir, device *dev, findings *found)
   for (const std::string &name : names) {
     if (ends_with(name, ".tpl")) {
       const std::string form_name = name.substr(0, name.size() - 4);
-      const source_file &file = read_file(dev, dir + "/templates/" + name);
+      const std::string path = dir + "/templates/" + name;
+      const source_file &file = read_file(dev, path);
       read_form(file, form_name, &dev->forms[form_name], found);
     }
   }
