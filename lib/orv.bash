@@ -54,7 +54,7 @@ orv__is_word() { # becomes the name of a file
 # orv_read NAME...: of the page's values, lines new_NAME="VALUE" on standard
 # input, those of these names.  "port#" stands for a column's cells, rows 0 to
 # 99; a table comes as a whole, so its stored cells go first.  A value that
-# still holds a quotation mark is dropped: a name with a "=" ends in it.
+# still holds a quotation mark is dropped, and a fault: some of it may be a name.
 orv_read() {
   local - IFS=$'\n' text line name key row length
   local -A wanted=([orv_stamp]=orv_stamp) seen=()
@@ -79,8 +79,12 @@ orv_read() {
       key=${key:+${key%\#}$row}
     fi
     text=${line:6+${#name}:length < 999 ? length : 999} # more is never stored
-    [[ $key && $text != *'"'* ]] || continue
-    [[ -z ${seen[$key]} ]] || orv_msg 'The request says something twice.'
+    [[ $key ]] || continue
+    if [[ ${seen[$key]} ]]; then
+      orv_msg 'The request says something twice.'
+    elif [[ $text == *'"'* ]]; then
+      orv_msg 'No value may hold a quotation mark.' && continue
+    fi
     [[ $text == *[!\ $'\t']* ]] || text='' # blank text passes as it was typed
     seen[$key]=1 orv[$key]=$text
   done
@@ -198,8 +202,8 @@ orv__more() {
 }
 orv_lock() { orv__more orv_lock; }
 orv_store() { orv__more orv_store "$@"; }
-orv_changes() { orv__more orv_changes "$@"; }
-orv_log_changes() { orv__more orv_log_changes "$@"; }
+orv_changes() { orv__more orv_changes; }
+orv_log_changes() { orv__more orv_log_changes; }
 orv_background() { orv__more orv_background "$@"; }
 orv_after_page() { orv__more orv_after_page "$@"; }
 orv_guard() { orv__more orv_guard "$@"; }

@@ -55,7 +55,7 @@ orv__finish() {
 orv_store() {
   local name file='' value owner=${orv__page##* }
   local new=$ORV_STATE/.new.$orv__token # the process number is part of it
-  local -A text=()
+  local -A content=()
   orv_lock || return 1
   [[ $owner =~ ^[0-9.]{1,40}$ ]] || owner=$orv__token
   for name; do
@@ -63,18 +63,18 @@ orv_store() {
     if [[ $name == -- ]]; then
       file=''
     elif [[ -z $file ]]; then
-      file=$name text[$file]="#orv $orv__token $owner"$'\n'
+      file=$name content[$file]="#orv $orv__token $owner"$'\n'
       orv__is_word "$file" || orv_msg 'This is no name of a settings file.'
     elif ((${#name} + ${#value} > 246)); then # no page could show it again
       orv_msg 'Nothing was saved: a value is too long.'
     elif [[ $value == *[[:cntrl:]\"\$\\\`]* ]]; then
       orv_msg 'Nothing was saved: no value may hold one of " $ \ `'
     else
-      text[$file]+=$name=$value$'\n' orv__stored+=("$name")
+      content[$file]+=$name=$value$'\n' orv__stored+=("$name")
     fi
   done
   ((!orv_failed)) || return 1
-  if ! { mkdir -- "$new" && orv__write && orv__keep "${!text[@]}" &&
+  if ! { mkdir -- "$new" && orv__write && orv__keep "${!content[@]}" &&
     mv -T -- "$new" "$ORV_STATE/.commit"; } 2>/dev/null; then
     rm -rf -- "$new"
     orv_msg 'The settings could not be stored. Is the storage full?'
@@ -88,10 +88,10 @@ orv_store() {
   orv__guard=()
 }
 
-orv__write() { # the `text` of each file into `new`
+orv__write() { # the `content` of each file into `new`
   local file
-  for file in "${!text[@]}"; do
-    printf '%s' "${text[$file]}" >"$new/$file" || return
+  for file in "${!content[@]}"; do
+    printf '%s' "${content[$file]}" >"$new/$file" || return
   done
   sync -- "$new"/* "$new" || sync
 }

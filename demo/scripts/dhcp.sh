@@ -6,12 +6,13 @@
 NAMES=(dh_address dh_on dh_first dh_last dh_lease dh_domain dh_dns)
 COLUMNS=(ls_name ls_mac ls_address)
 
+orv_load dhcp
 if [[ $1 == --read ]]; then
-  load dhcp
-  tick dh_on
-  find_rows "${COLUMNS[@]}"
-  pack "${COLUMNS[@]}"
-  show "${NAMES[@]}" "${cells[@]}"
+  orv_stamp
+  orv_tick dh_on
+  orv_rows "${COLUMNS[@]}"
+  orv_pack "${COLUMNS[@]}"
+  orv_show "${NAMES[@]}" "${cells[@]}"
   exit
 fi
 
@@ -20,17 +21,18 @@ MAX_ROWS=64
 check_range()
 {
   local first
-  if ! in_network "${cfg[dh_first]}"; then
-    fail dh_first 'Enter an address of the network above'
+  if ! in_network "${orv[dh_first]}"; then
+    orv_error dh_first 'Enter an address of the network above'
     return
   fi
   first=$REPLY
-  if ! in_network "${cfg[dh_last]}"; then
-    fail dh_last 'Enter an address of the network above'
+  if ! in_network "${orv[dh_last]}"; then
+    orv_error dh_last 'Enter an address of the network above'
   elif ((REPLY < first)); then
-    fail dh_last 'The last address must not stand before the first'
+    orv_error dh_last 'The last address must not stand before the first'
   elif ((own >= first && own <= REPLY)); then
-    fail dh_first "The device's own address must not be among those given away"
+    orv_error dh_first \
+      "The device's own address must not be among those given away"
   fi
 }
 
@@ -40,7 +42,7 @@ once()
 {
   local key=$1.${2,,}
   if [[ ${seen[$key]} ]]; then
-    fail "$1" "Row $row: row ${seen[$key]} has this $3 already"
+    orv_error "$1" "Row $row: row ${seen[$key]} has this $3 already"
   fi
   seen[$key]=$row
 }
@@ -49,51 +51,43 @@ once()
 # reach us unchecked, so formats are looked at once more.
 check_row()
 {
-  local name=${cfg[ls_name$1]} mac=${cfg[ls_mac$1]} row=$(($1 + 1))
-  local address=${cfg[ls_address$1]}
+  local name=${orv[ls_name$1]} mac=${orv[ls_mac$1]} row=$(($1 + 1))
+  local address=${orv[ls_address$1]}
   if [[ ! $name =~ ^[A-Za-z0-9]([A-Za-z0-9-]{0,30}[A-Za-z0-9])?$ ]]; then
-    fail ls_name "Row $row: enter a name of letters, digits and hyphens"
+    orv_error ls_name "Row $row: enter a name of letters, digits and hyphens"
   else
     once ls_name "$name" name
   fi
   if [[ ! ${mac,,} =~ ^([0-9a-f]{2}:){5}[0-9a-f]{2}$ ]]; then
-    fail ls_mac "Row $row: enter an address such as 52:54:00:12:ab:01"
+    orv_error ls_mac "Row $row: enter an address such as 52:54:00:12:ab:01"
   else
     once ls_mac "$mac" 'hardware address'
   fi
   if ! in_network "$address" || ((REPLY == own)); then
-    fail ls_address "Row $row: enter a free address of the network above"
+    orv_error ls_address "Row $row: enter a free address of the network above"
   else
     once ls_address "$address" address
   fi
 }
 
-case $1 in
-  --check)
-    take "${NAMES[@]}" "${COLUMNS[@]/%/#}"
-    tick dh_on
-    find_rows "${COLUMNS[@]}"
-    declare -A seen=()
-    if check_network dh_address; then
-      if [[ ${cfg[dh_on]} == True ]]; then
-        check_range
-      fi
-      for row in "${rows[@]}"; do
-        check_row "$row"
-      done
-    fi
-    if ((${#rows[@]} > MAX_ROWS)); then
-      fail_page "Nothing was saved yet: the table has room for $MAX_ROWS rows."
-    fi
-    end_check
-    ;;
-  --write)
-    load dhcp
-    take "${NAMES[@]}" "${COLUMNS[@]/%/#}"
-    tick dh_on
-    find_rows "${COLUMNS[@]}"
-    pack "${COLUMNS[@]}"
-    store dhcp "${NAMES[@]}" "${cells[@]}" && note 'Address server changed'
-    ;;
-  *) exit 1 ;;
-esac
+orv_read "${NAMES[@]}" "${COLUMNS[@]/%/#}"
+orv_stamp
+orv_tick dh_on
+orv_rows "${COLUMNS[@]}"
+declare -A seen=()
+if check_network dh_address; then
+  if [[ ${orv[dh_on]} == True ]]; then
+    check_range
+  fi
+  for row in "${rows[@]}"; do
+    check_row "$row"
+  done
+fi
+if ((${#rows[@]} > MAX_ROWS)); then
+  orv_msg "Nothing was saved yet: the table has room for $MAX_ROWS rows."
+fi
+orv_end
+if [[ $1 == --write ]]; then
+  orv_pack "${COLUMNS[@]}"
+  orv_store dhcp "${NAMES[@]}" "${cells[@]}" && saved 'Address server changed'
+fi

@@ -15,21 +15,19 @@ fi
 # What goes wrong before anything is saved.
 check_kind()
 {
-  case ${cfg[er_kind]} in
-    field) fail er_word 'This message belongs to this field' ;;
+  case ${orv[er_kind]} in
+    field) orv_error er_word 'This message belongs to this field' ;;
     several)
-      fail er_word 'The first of two messages'
-      fail er_kind 'A list can have a message, too'
+      orv_error er_word 'The first of two messages'
+      orv_error er_kind 'A list can have a message, too'
       ;;
-    page) fail_page 'This message belongs to the whole page.' ;;
+    page) orv_msg 'This message belongs to the whole page.' ;;
     column)
-      fail er_count 'Row 2: a message of a table stands under it and says where'
+      orv_error er_count \
+        'Row 2: a message of a table stands under it and says where'
       ;;
-    hidden) fail er_late 'This field shows in the expert view only' ;;
-    fatal)
-      fail_page 'This page cannot go on; only Home is of use now.'
-      fail fatal yes
-      ;;
+    hidden) orv_error er_late 'This field shows in the expert view only' ;;
+    fatal) orv_fatal 'This page cannot go on; only Home is of use now.' ;;
     check) exit 1 ;;
     killed) kill -KILL $$ ;;
     # orv-lint: off output-format
@@ -38,19 +36,17 @@ check_kind()
   esac
 }
 
+orv_read "${NAMES[@]}"
 case $1 in
   --check)
-    take "${NAMES[@]}"
     check_kind
-    end_check
+    orv_end
     ;;
   --write)
-    take "${NAMES[@]}"
-    case ${cfg[er_kind]} in
+    case ${orv[er_kind]} in
       write) exit 1 ;;
-      full) fail_page 'This could not be stored. Is the storage full?' ;;
+      full) orv_msg 'This could not be stored. Is the storage full?' ;;
+      *) orv_put u_saved_note 'Nothing went wrong, and nothing was stored.' ;;
     esac
-    echo 'saved_note="Nothing went wrong, and nothing was stored."'
     ;;
-  *) exit 1 ;;
 esac

@@ -5,12 +5,13 @@
 COLUMNS=(fw_off fw_proto fw_port fw_address fw_to fw_note)
 TEXTS=(fw_port fw_address fw_to fw_note)
 
+orv_load forwards
 if [[ $1 == --read ]]; then
-  load forwards
-  find_rows "${TEXTS[@]}"
-  tick "${rows[@]/#/fw_off}"
-  pack "${COLUMNS[@]}"
-  show "${cells[@]}"
+  orv_stamp
+  orv_rows "${TEXTS[@]}"
+  orv_tick "${rows[@]/#/fw_off}"
+  orv_pack "${COLUMNS[@]}"
+  orv_show "${cells[@]}"
   exit
 fi
 
@@ -21,29 +22,30 @@ MAX_ROWS=32
 check_row()
 {
   local i=$1 row=$(($1 + 1)) proto key
-  if ! is_port "${cfg[fw_port$i]}"; then
-    fail fw_port "Row $row: enter the port that callers use, 1 to 65535"
+  if ! is_port "${orv[fw_port$i]}"; then
+    orv_error fw_port "Row $row: enter the port that callers use, 1 to 65535"
   fi
-  if ! ip_number "${cfg[fw_address$i]}"; then
-    fail fw_address "Row $row: enter the address of a device in your network"
+  if ! ip_number "${orv[fw_address$i]}"; then
+    orv_error fw_address \
+      "Row $row: enter the address of a device in your network"
   fi
-  if [[ ${cfg[fw_to$i]} ]] && ! is_port "${cfg[fw_to$i]}"; then
-    fail fw_to "Row $row: enter a port, 1 to 65535, or leave it blank"
+  if [[ ${orv[fw_to$i]} ]] && ! is_port "${orv[fw_to$i]}"; then
+    orv_error fw_to "Row $row: enter a port, 1 to 65535, or leave it blank"
   fi
-  if ! one_of "${cfg[fw_proto$i]}" tcp udp both; then
-    fail fw_proto "Row $row: choose a protocol"
+  if ! orv_one_of "${orv[fw_proto$i]}" tcp udp both; then
+    orv_error fw_proto "Row $row: choose a protocol"
   fi
-  if ! plain "${cfg[fw_note$i]}"; then
-    fail fw_note "Row $row: use plain letters, digits and punctuation"
+  if ((${#orv[fw_note$i]} > 60)); then
+    orv_error fw_note "Row $row: use at most 60 letters, digits and signs"
   fi
-  if ((failed)); then
+  if ((orv_failed)); then
     return
   fi
   for proto in tcp udp; do
-    if one_of "${cfg[fw_proto$i]}" $proto both; then
-      key=$proto.$((10#${cfg[fw_port$i]}))
+    if orv_one_of "${orv[fw_proto$i]}" $proto both; then
+      key=$proto.$((10#${orv[fw_port$i]}))
       if [[ ${seen[$key]} ]]; then
-        fail fw_port \
+        orv_error fw_port \
           "Row $row: this port is forwarded in row ${seen[$key]} already"
         return
       fi
@@ -52,23 +54,19 @@ check_row()
   done
 }
 
-take "${COLUMNS[@]/%/#}"
-find_rows "${TEXTS[@]}"
-case $1 in
-  --check)
-    declare -A seen=()
-    for row in "${rows[@]}"; do
-      check_row "$row"
-    done
-    if ((${#rows[@]} > MAX_ROWS)); then
-      fail_page "Nothing was saved yet: the device keeps $MAX_ROWS forwards."
-    fi
-    end_check
-    ;;
-  --write)
-    tick "${rows[@]/#/fw_off}"
-    pack "${COLUMNS[@]}"
-    store forwards "${cells[@]}" && note 'Port forwards changed'
-    ;;
-  *) exit 1 ;;
-esac
+orv_read "${COLUMNS[@]/%/#}"
+orv_stamp
+orv_rows "${TEXTS[@]}"
+orv_tick "${rows[@]/#/fw_off}"
+declare -A seen=()
+for row in "${rows[@]}"; do
+  check_row "$row"
+done
+if ((${#rows[@]} > MAX_ROWS)); then
+  orv_msg "Nothing was saved yet: the device keeps $MAX_ROWS forwards."
+fi
+orv_end
+if [[ $1 == --write ]]; then
+  orv_pack "${COLUMNS[@]}"
+  orv_store forwards "${cells[@]}" && saved 'Port forwards changed'
+fi

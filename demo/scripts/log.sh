@@ -5,34 +5,28 @@
 SHOWN=40
 
 if [[ $1 == --read ]]; then
-  log=$STATE/log
+  log=$ORV_STATE/log
   if [[ ! -r $log ]]; then
-    log=$SHIPPED/log
+    log=$ORV_DEFAULTS/log
   fi
   mapfile -t lines <"$log"
   lines=("${lines[@]#event=}")
   # A line is its date, its time and what happened.  The page draws the marks:
   # emphasis and its end, the end of a line.
   for ((i = 0; i < SHOWN && i < ${#lines[@]}; i++)); do
-    line=${lines[-1 - i]}
-    # shellcheck disable=SC2016
-    printf 'log%d="$B$%.19s$R$ %.180s$L$"\n' "$i" "$line" "${line:20}"
+    line=${lines[-1 - i]//\$/}
+    orv_put "log$i" "\$B\$${line:0:19}\$R\$ ${line:20:190}\$L\$"
   done
-  exit
+  exit 0
 fi
 
-case $1 in
-  --check)
-    take log_empty
-    end_check
-    ;;
-  --write)
-    take log_empty
-    tick log_empty
-    if [[ ${cfg[log_empty]} == True ]] && replace log ''; then
-      note 'Log emptied'
-      echo 'saved_note="The log is empty now."'
-    fi
-    ;;
-  *) exit 1 ;;
-esac
+orv_read log_empty
+orv_tick log_empty
+if [[ $1 == --write && ${orv[log_empty]} == True ]]; then
+  if : >"$ORV_STATE/log"; then
+    note 'Log emptied'
+    orv_put u_saved_note 'The log is empty now.'
+  else
+    orv_msg 'The log could not be emptied. Is the storage full?'
+  fi 2>/dev/null
+fi

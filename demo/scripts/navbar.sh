@@ -5,7 +5,7 @@
 case $1 in
   network | interfaces | wireless | dhcp)
     printf '%s\n' 'network Network' 'interfaces Ports' 'wireless Wireless' \
-      'dhcp DHCP' 'status Status'
+      'dhcp Address server' 'status Status'
     ;;
   port)
     # The ports of lib.sh.
@@ -13,15 +13,15 @@ case $1 in
       'port/lan2 LAN 2' 'port/lan3 LAN 3'
     ;;
   firewall | forwards | services | users)
-    printf '%s\n' 'firewall Firewall' 'forwards Forwards' \
+    printf '%s\n' 'firewall Firewall' 'forwards Port forwards' \
       'services Services' 'users Users' 'status Status'
     ;;
   system | log | reboot | errors | status)
-    printf '%s\n' 'system System' 'log Log' 'reboot Restart' \
+    printf '%s\n' 'system Place and time' 'log Log' 'reboot Restart' \
       'errors Try errors' 'status Status'
     ;;
   *)
     printf '%s\n' 'network Network' 'firewall Firewall' 'services Services' \
-      'system System' 'status Status'
+      'system Place and time' 'status Status'
     ;;
 esac

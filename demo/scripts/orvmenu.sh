@@ -1,11 +1,6 @@
 #!/bin/bash
 # The start page: it only shows which device this is.
-. "${BASH_SOURCE%/*}/lib.sh"
+. "${BASH_SOURCE%/*}/orv.bash"
 
-case $1 in
-  --read)
-    load name
-    show host_name
-    ;;
-  *) exit 1 ;;
-esac
+orv_load name
+orv_show host_name

@@ -10,31 +10,29 @@ if [[ $1 == --read ]]; then
   exit
 fi
 
-take rb_what rb_sure
-tick rb_sure
-case $1 in
-  --check)
-    if [[ ${cfg[rb_sure]} == False ]]; then
-      fail rb_sure 'Tick this box if you mean it'
-    fi
-    end_check
-    ;;
-  --write)
-    case ${cfg[rb_sure]}/${cfg[rb_what]} in
-      True/restart)
-        printf -v 'cfg[rb_last]' '%(%Y-%m-%d %H:%M:%S)T' -1
-        store reboot rb_last || exit
-        note 'Restarted'
-        echo 'saved_note="The device restarts now (not really: a demo)."'
-        ;;
-      True/shipped)
-        # A setting without a file of its own is read as shipped.
-        rm -f -- "$STATE"/*
-        note 'Settings as shipped put back'
-        echo 'saved_note="All settings are those that the device came with."'
-        ;;
-      *) exit 1 ;;
-    esac
-    ;;
-  *) exit 1 ;;
-esac
+orv_read rb_what rb_sure
+orv_tick rb_sure
+if [[ ${orv[rb_sure]} == False ]]; then
+  orv_error rb_sure 'Tick this box if you mean it'
+elif ! orv_one_of "${orv[rb_what]}" restart shipped; then
+  orv_error rb_what 'Choose what to do'
+fi
+orv_end
+if [[ $1 != --write ]] || ((orv_failed)); then
+  exit
+fi
+
+if [[ ${orv[rb_what]} == restart ]]; then
+  printf -v 'orv[rb_last]' '%(%Y-%m-%d %H:%M:%S)T' -1
+  if orv_store reboot rb_last; then
+    note 'Restarted'
+    orv_put u_saved_title 'Restarting'
+    orv_put u_saved_note 'The device restarts now (not really: a demo).'
+  fi
+else
+  # A setting without a file of its own is read as shipped.
+  rm -f -- "$ORV_STATE"/*
+  note 'Settings as shipped put back'
+  orv_put u_saved_title 'As shipped'
+  orv_put u_saved_note 'All settings are those that the device came with.'
+fi

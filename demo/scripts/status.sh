@@ -19,18 +19,18 @@ size()
 
 read_clock()
 {
-  export TZ=${cfg[time_zone]}
-  printf -v 'cfg[st_time]' '%(%Y-%m-%d %H:%M:%S %Z)T' -1
+  export TZ=${orv[time_zone]}
+  printf -v 'orv[st_time]' '%(%Y-%m-%d %H:%M:%S %Z)T' -1
 }
 
 read_uptime()
 {
   local seconds
   IFS=. read -r seconds _ </proc/uptime
-  printf -v 'cfg[st_uptime]' '%d h %02d min' $((seconds / 3600 % 24)) \
+  printf -v 'orv[st_uptime]' '%d h %02d min' $((seconds / 3600 % 24)) \
     $((seconds / 60 % 60))
   if ((seconds >= 86400)); then
-    cfg[st_uptime]="$((seconds / 86400)) days, ${cfg[st_uptime]}"
+    orv[st_uptime]="$((seconds / 86400)) days, ${orv[st_uptime]}"
   fi
 }
 
@@ -38,7 +38,7 @@ read_load()
 {
   local now quarter
   read -r now _ quarter _ </proc/loadavg
-  cfg[st_load]="$now now, $quarter in 15 min"
+  orv[st_load]="$now now, $quarter in 15 min"
 }
 
 read_memory()
@@ -50,7 +50,7 @@ read_memory()
       MemAvailable:) free=$value && break ;;
     esac
   done </proc/meminfo
-  cfg[st_memory]="$((free / 1024)) MB free of $((total / 1024)) MB"
+  orv[st_memory]="$((free / 1024)) MB free of $((total / 1024)) MB"
 }
 
 # The first router that leads everywhere; its address stands there as a number
@@ -60,7 +60,7 @@ read_gateway()
   local interface target router
   while read -r interface target router _; do
     if [[ $target == 00000000 && $router =~ ^[0-9A-F]{8}$ ]]; then
-      printf -v 'cfg[st_gateway]' '%d.%d.%d.%d by %s' "0x${router:6:2}" \
+      printf -v 'orv[st_gateway]' '%d.%d.%d.%d by %s' "0x${router:6:2}" \
         "0x${router:4:2}" "0x${router:2:2}" "0x${router:0:2}" "$interface"
       break
     fi
@@ -91,23 +91,19 @@ read_traffic()
   done </proc/net/dev
 }
 
+orv_load name
+orv_load system
+orv_load reboot
 # What a machine does not tell stays blank: its message must not reach the page.
-case $1 in
-  --read)
-    load name
-    load system
-    load reboot
-    {
-      read_clock
-      read_uptime
-      read_load
-      read_memory
-      read_gateway
-      read -r 'cfg[st_kernel]' </proc/sys/kernel/osrelease
-      show host_name place st_time st_uptime rb_last st_load st_memory \
-        st_gateway st_kernel
-      read_traffic
-    } 2>/dev/null
-    ;;
-  *) exit 1 ;;
-esac
+{
+  read_clock
+  read_uptime
+  read_load
+  read_memory
+  read_gateway
+  read -r 'orv[st_kernel]' </proc/sys/kernel/osrelease
+  orv_show host_name place st_time st_uptime rb_last st_load st_memory \
+    st_gateway st_kernel
+  read_traffic
+} 2>/dev/null
+exit 0

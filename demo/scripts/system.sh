@@ -1,12 +1,9 @@
 #!/bin/bash
-# What the device is called, where it stands, and its clock.
-#
-# The name has a file of its own, since the page of the address shows it, too;
-# so have the time server and its switch, which the page of the services shows.
+# Where the device stands, and its clock.
 . "${BASH_SOURCE%/*}/lib.sh"
 
-NAMES=(place contact time_zone ntp_server2 ntp_hours ntp_answer)
-CLOCK=(ntp_on ntp_server)
+NAMES=(place contact time_zone ntp_on ntp_server ntp_server2 ntp_hours
+  ntp_answer)
 BOXES=(ntp_on ntp_answer)
 # The choices of the time zone: the value, then its text.
 ZONES=(
@@ -29,56 +26,47 @@ ZONES=(
   'Pacific/Auckland Auckland, Wellington'
 )
 
+orv_load system
 if [[ $1 == --read ]]; then
-  load name
-  load clock
-  load system
-  tick "${BOXES[@]}"
-  show host_name "${NAMES[@]}" "${CLOCK[@]}"
-  export TZ=${cfg[time_zone]}
+  orv_stamp
+  orv_tick "${BOXES[@]}"
+  orv_show "${NAMES[@]}"
+  export TZ=${orv[time_zone]}
   printf 'clock="%(%H:%M, %Y-%m-%d)T"\n' -1
   for i in "${!ZONES[@]}"; do
-    printf 'select_zones%d="%s"\n' "$i" "${ZONES[i]}"
+    orv_put "select_zones$i" "${ZONES[i]}"
   done
   exit
 fi
 
 check_system()
 {
-  if [[ ${cfg[ntp_on]} == True && -z ${cfg[ntp_server]} ]]; then
-    fail ntp_server 'Enter a time server, or switch the time service off'
-  elif [[ -z ${cfg[ntp_server]} && -n ${cfg[ntp_server2]} ]]; then
-    fail ntp_server 'Fill in the first time server before the second'
-  elif [[ -n ${cfg[ntp_server]} &&
-    ${cfg[ntp_server],,} == "${cfg[ntp_server2],,}" ]]; then
-    fail ntp_server2 'Enter another server than the first, or none'
+  if [[ ${orv[ntp_on]} == True && -z ${orv[ntp_server]} ]]; then
+    orv_error ntp_server 'Enter a time server, or switch the time service off'
+  elif [[ -z ${orv[ntp_server]} && -n ${orv[ntp_server2]} ]]; then
+    orv_error ntp_server 'Fill in the first time server before the second'
+  elif [[ -n ${orv[ntp_server]} &&
+    ${orv[ntp_server],,} == "${orv[ntp_server2],,}" ]]; then
+    orv_error ntp_server2 'Enter another server than the first, or none'
   fi
   # Checks see no expert view: a blank field there reaches us unnoticed.
-  if [[ -z ${cfg[ntp_hours]} ]]; then
-    fail ntp_hours 'Enter a number from 1 to 168, usually 12'
+  if [[ -z ${orv[ntp_hours]} ]]; then
+    orv_error ntp_hours 'Enter a number from 1 to 168, usually 12'
   fi
-  if [[ ${cfg[ntp_answer]} == True && ${cfg[ntp_on]} == False ]]; then
-    fail ntp_answer 'A device whose clock nobody sets cannot tell the time'
+  if [[ ${orv[ntp_answer]} == True && ${orv[ntp_on]} == False ]]; then
+    orv_error ntp_answer 'A device whose clock nobody sets cannot tell the time'
   fi
   # The page does not compare a dynamic list's value with its entries.
-  if ! one_of "${cfg[time_zone]}" "${ZONES[@]%% *}"; then
-    fail time_zone 'Choose a time zone from the list'
+  if ! orv_one_of "${orv[time_zone]}" "${ZONES[@]%% *}"; then
+    orv_error time_zone 'Choose a time zone from the list'
   fi
 }
 
-case $1 in
-  --check)
-    take "${NAMES[@]}" "${CLOCK[@]}"
-    tick "${BOXES[@]}"
-    check_system
-    end_check
-    ;;
-  --write)
-    load system
-    take host_name "${NAMES[@]}" "${CLOCK[@]}"
-    tick "${BOXES[@]}"
-    store name host_name && store clock "${CLOCK[@]}" &&
-      store system "${NAMES[@]}" && note 'Name, place and time changed'
-    ;;
-  *) exit 1 ;;
-esac
+orv_read "${NAMES[@]}"
+orv_stamp
+orv_tick "${BOXES[@]}"
+check_system
+orv_end
+if [[ $1 == --write ]]; then
+  orv_store system "${NAMES[@]}" && saved 'Place and time changed'
+fi

@@ -13,12 +13,14 @@ COLUMNS=(us_name us_role us_off)
 KEYS=users.keys
 USER='^[a-z][a-z0-9_]{1,19}$'
 
+orv_load users
+orv_load $KEYS
 if [[ $1 == --read ]]; then
-  load users
-  find_rows us_name
-  tick "${rows[@]/#/us_off}"
-  pack "${COLUMNS[@]}"
-  show "${cells[@]}"
+  orv_stamp
+  orv_rows us_name
+  orv_tick "${rows[@]/#/us_off}"
+  orv_pack "${COLUMNS[@]}"
+  orv_show "${cells[@]}"
   exit
 fi
 
@@ -28,19 +30,21 @@ MAX_ROWS=20
 # reach us unchecked, so formats are looked at once more.
 check_row()
 {
-  local name=${cfg[us_name$1]} row=$(($1 + 1))
+  local name=${orv[us_name$1]} password=${orv[us_password$1]} row=$(($1 + 1))
   if [[ ! $name =~ $USER ]]; then
-    fail us_name "Row $row: use small letters, digits and _, at most 20"
+    orv_error us_name "Row $row: use small letters, digits and _, at most 20"
     return
   elif [[ ${seen[$name]} ]]; then
-    fail us_name "Row $row: row ${seen[$name]} has this name already"
-  elif [[ -z ${cfg[us_key$1]} && -z ${cfg[hash_${name}_]} ]]; then
-    fail us_key "Row $row: $name is new and needs a password"
+    orv_error us_name "Row $row: row ${seen[$name]} has this name already"
+  elif [[ -z $password && -z ${orv[hash_${name}_password]} ]]; then
+    orv_error us_password "Row $row: $name is new and needs a password"
+  elif [[ $password && ! $password =~ ^[[:print:]]{10,80}$ ]]; then
+    orv_error us_password "Row $row: use 10 to 80 letters, digits and signs"
   fi
   seen[$name]=$row
-  if ! one_of "${cfg[us_role$1]}" admin operator viewer; then
-    fail us_role "Row $row: choose a role"
-  elif [[ ${cfg[us_role$1]}/${cfg[us_off$1]} == admin/False ]]; then
+  if ! orv_one_of "${orv[us_role$1]}" admin operator viewer; then
+    orv_error us_role "Row $row: choose a role"
+  elif [[ ${orv[us_role$1]}/${orv[us_off$1]} == admin/False ]]; then
     admins=$((admins + 1))
   fi
 }
@@ -56,53 +60,41 @@ hash_password()
   [[ ${#hash} == 128 && -n $salt ]]
 }
 
-# write_keys: the hashes of the users in the table, and of nobody else.
-write_keys()
+# hash_all: in `keys`, the names of the hashes of the users in the table.
+hash_all()
 {
-  local row name key names=()
+  local row name
   for row in "${rows[@]}"; do
-    name=${cfg[us_name$row]} key=${cfg[us_key$row]}
-    if [[ ! $name =~ $USER ]] || ! plain "$key"; then
-      fail_page 'The table holds characters that cannot be stored.'
-      return 1
+    name=hash_${orv[us_name$row]}_password
+    keys+=("$name")
+    # shellcheck disable=SC2034  # read by orv_changes
+    orv_label[$name]="Password of ${orv[us_name$row]}"
+    if [[ ${orv[us_password$row]} ]]; then
+      hash_password "${orv[us_password$row]}" ||
+        orv_msg 'The passwords could not be stored.'
+      orv[$name]=$REPLY
+      orv_secret "us_password$row"
     fi
-    if [[ -n $key ]]; then
-      if ! hash_password "$key"; then
-        fail_page 'The passwords could not be stored.'
-        return 1
-      fi
-      cfg[hash_${name}_]=$REPLY
-    fi
-    names+=("hash_${name}_")
   done
-  store $KEYS "${names[@]}"
 }
 
-load $KEYS
-take "${COLUMNS[@]/%/#}" 'us_key#'
-find_rows us_name us_key
-tick "${rows[@]/#/us_off}"
-case $1 in
-  --check)
-    admins=0
-    declare -A seen=()
-    for row in "${rows[@]}"; do
-      check_row "$row"
-    done
-    if ((!failed && admins == 0)); then
-      fail us_role 'One administrator must stay, or nobody could set anything'
-    elif ((${#rows[@]} > MAX_ROWS)); then
-      fail_page "Nothing was saved yet: the device keeps $MAX_ROWS users."
-    fi
-    end_check
-    ;;
-  --write)
-    # A user without a key cannot get in; a key without a user does no harm.
-    write_keys || exit
-    # The page that confirms shall not carry the passwords on.
-    printf 'u_us_key%d=\n' "${rows[@]}"
-    pack "${COLUMNS[@]}"
-    store users "${cells[@]}" && note 'Users changed'
-    ;;
-  *) exit 1 ;;
-esac
+orv_read "${COLUMNS[@]/%/#}" 'us_password#'
+orv_stamp
+orv_rows us_name us_password
+orv_tick "${rows[@]/#/us_off}"
+admins=0 keys=()
+declare -A seen=()
+for row in "${rows[@]}"; do
+  check_row "$row"
+done
+if ((!orv_failed && admins == 0)); then
+  orv_error us_role 'One administrator must stay, or nobody could set anything'
+elif ((${#rows[@]} > MAX_ROWS)); then
+  orv_msg "Nothing was saved yet: the device keeps $MAX_ROWS users."
+fi
+orv_end
+if [[ $1 == --write ]] && ((!orv_failed)); then
+  hash_all
+  orv_pack "${COLUMNS[@]}"
+  orv_store $KEYS "${keys[@]}" -- users "${cells[@]}" && saved 'Users changed'
+fi

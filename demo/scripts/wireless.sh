@@ -5,7 +5,7 @@
 # nothing here reports: a page that shows it would show it to whoever looks over
 # a shoulder or into a browser's cache.  It stands there as it was typed, since
 # the radio's program must be able to read it; the file is its owner's alone, as
-# every file that lib.sh writes.
+# every settings file.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(wl_on wl_name wl_hidden wl_security wl_band wl_channel wl_country
@@ -13,58 +13,50 @@ NAMES=(wl_on wl_name wl_hidden wl_security wl_band wl_channel wl_country
 BOXES=(wl_on wl_hidden wl_apart)
 KEY=wireless.key
 
+orv_load wireless
+orv_load $KEY
 if [[ $1 == --read ]]; then
-  load wireless
-  tick "${BOXES[@]}"
-  cfg[wl_key_hint]='8 to 63 characters'
-  if [[ -s $STATE/$KEY ]]; then
-    cfg[wl_key_hint]='One is stored and not shown; leave this blank to keep it'
+  orv_stamp
+  orv_tick "${BOXES[@]}"
+  orv[wl_hint]='8 to 63 characters'
+  if [[ ${orv[wl_passphrase]} ]]; then
+    orv[wl_hint]='One is stored and not shown; leave this blank to keep it'
   fi
-  show "${NAMES[@]}" wl_key_hint
+  orv_show "${NAMES[@]}" wl_hint
   exit
 fi
 
 check_wireless()
 {
-  if [[ ${cfg[wl_on]} == True && -z ${cfg[wl_name]} ]]; then
-    fail wl_name 'Enter the name that phones and computers will show'
+  if [[ ${orv[wl_on]} == True && -z ${orv[wl_name]} ]]; then
+    orv_error wl_name 'Enter the name that phones and computers will show'
   fi
-  if [[ ${cfg[wl_on]} == True && ${cfg[wl_security]} != off &&
-    -z ${cfg[wl_key]} && ! -s $STATE/$KEY ]]; then
-    fail wl_key 'No passphrase is stored yet. Enter one of 8 to 63 characters'
+  if [[ ${orv[wl_on]} == True && ${orv[wl_security]} != off &&
+    -z ${orv[wl_passphrase]} ]]; then
+    orv_error wl_passphrase \
+      'No passphrase is stored yet. Enter one of 8 to 63 characters'
   fi
   # What belongs together is told at both fields: either may be the wrong one.
-  case ${cfg[wl_band]}/${cfg[wl_channel]} in
+  case ${orv[wl_band]}/${orv[wl_channel]} in
     */auto | 2/1 | 2/6 | 2/11 | 5/36 | 5/40 | 5/44 | 5/48) ;;
-    both/*) fail wl_channel 'With both bands only Automatic is possible' ;;
+    both/*) orv_error wl_channel 'With both bands only Automatic is possible' ;;
     *)
-      fail wl_band 'This band does not have the channel below'
-      fail wl_channel 'Choose a channel of the band, or Automatic'
+      orv_error wl_band 'This band does not have the channel below'
+      orv_error wl_channel 'Choose a channel of the band, or Automatic'
       ;;
   esac
-  if [[ -z ${cfg[wl_power]} ]]; then
-    fail wl_power 'Enter a number from 1 to 100'
+  if [[ -z ${orv[wl_power]} ]]; then
+    orv_error wl_power 'Enter a number from 1 to 100'
   fi
 }
 
-case $1 in
-  --check)
-    take "${NAMES[@]}" wl_key
-    tick "${BOXES[@]}"
-    check_wireless
-    end_check
-    ;;
-  --write)
-    load wireless
-    take "${NAMES[@]}" wl_key
-    tick "${BOXES[@]}"
-    # Blank means unchanged.
-    if [[ ${cfg[wl_key]} ]]; then
-      store $KEY wl_key || exit
-      # The page that confirms shall not carry it on.
-      echo 'u_wl_key='
-    fi
-    store wireless "${NAMES[@]}" && note 'Wireless changed'
-    ;;
-  *) exit 1 ;;
-esac
+orv_read "${NAMES[@]}" wl_passphrase
+orv_stamp
+orv_tick "${BOXES[@]}"
+orv_secret wl_passphrase
+check_wireless
+orv_end
+if [[ $1 == --write ]]; then
+  orv_store $KEY wl_passphrase -- wireless "${NAMES[@]}" &&
+    saved 'Wireless changed'
+fi

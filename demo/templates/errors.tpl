@@ -3,7 +3,13 @@ navbar_script navbar.sh $F$
 help_mode
 expert_mode
 body
-error $E$
+error $E:msg$
+# Without a fault it is a question: whether rows are to be deleted.
+ifnot $E:msg$
+if $E$
+text $B$$E$$R$
+endif
+endif
 text For authors of forms: choose what shall go wrong and press Submit. Nothing
   here is ever stored.
 help Three judge what was typed, one after the other: the checks of the template,

@@ -1,9 +1,13 @@
-title Name and address
+title Network
 navbar_script navbar.sh $F$
 help_mode
 expert_mode
 body
 error $E$
+# Fields that nobody has seen yet are asked for, and no error is told.
+if $E:ask$
+text $B$$E:ask$$R$
+endif
 text How the device is called and how it is found in your network.
 
 field host_name 24
@@ -11,7 +15,8 @@ label Device name
 prompt For example gateway-1
 check regex ^[A-Za-z0-9]([A-Za-z0-9-]{0,61}[A-Za-z0-9])?$
 check_msg host_name Use letters, digits and hyphens, 63 at most, no blanks
-help A short name. A hyphen may stand inside it, not at its ends.
+help A short name, by which others in your network find the device. A hyphen may
+  stand inside it, not at its ends.
 
 heading2 Internet address (IPv4)
 # The condition below is decided when a page is drawn, so choosing another entry

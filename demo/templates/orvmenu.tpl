@@ -14,10 +14,10 @@ help Each page shows what the device uses now. Nothing changes until you
 
 heading2 Network
 fmenu
-choice network Name and address
+choice network Network
 choice interfaces Ports
 choice wireless Wireless
-choice dhcp Address server (DHCP)
+choice dhcp Address server
 
 heading2 Access
 fmenu
@@ -29,7 +29,7 @@ choice users Users
 heading2 Device
 fmenu
 choice status Status
-choice system Name, place and time
+choice system Place and time
 choice log Log
 choice reboot Restart
 

@@ -32,17 +32,6 @@ label Find by name
 rlabel Answer in this network
 help With this a browser finds the device as $B$name.local$R$.
 
-heading2 Time
-checkbox ntp_on
-label Time service
-rlabel Set the clock by a time server
-field ntp_server 30
-label Time server
-prompt For example pool.ntp.org
-check nullok ipaddr ipv4 ipv6 hostname
-check_msg ntp_server Enter a name such as pool.ntp.org or an address
-help The page $B$System$R$ has more about the clock.
-
 heading2 Alerts
 checkbox alert_on
 label By mail

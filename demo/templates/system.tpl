@@ -1,18 +1,11 @@
-title Name, place and time
+title Place and time
 navbar_script navbar.sh $F$
 help_mode
 expert_mode
 body
 error $E$
-text Which device this is, and what its clock follows.
+text Where the device stands, and what its clock follows.
 
-field host_name 24
-label Device name
-prompt For example gateway-1
-check regex ^[A-Za-z0-9]([A-Za-z0-9-]{0,61}[A-Za-z0-9])?$
-check_msg host_name Use letters, digits and hyphens, 63 at most, no blanks
-help The page $B$Network$R$ shows the same name. Others in your network find
-  the device by it.
 field place 30
 label Place
 prompt For example Cabinet 2, first floor

@@ -2,7 +2,13 @@ title Users
 navbar_script navbar.sh $F$
 help_mode
 body
-error $E$
+error $E:msg$
+# Without a fault it is a question: whether rows are to be deleted.
+ifnot $E:msg$
+if $E$
+text $B$$E$$R$
+endif
+endif
 text Who may use these pages. To add somebody, fill in the last row and press
   Submit. To remove somebody, tick Delete in the row and press Submit twice.
 help $B$Role$R$: an administrator may set everything, an operator may restart
@@ -24,9 +30,9 @@ label Role
 choice viewer Viewer
 choice operator Operator
 choice admin Administrator
-field us_key 18
+field us_password 18
 label New password
 check nullok regex ^.{10,80}$
-check_msg us_key Use 10 to 80 letters, digits and signs, without " $ \ or `
+check_msg us_password Use 10 to 80 letters, digits and signs, without " $ \ or `
 checkbox us_off
 label Locked out

@@ -27,11 +27,11 @@ label Protection
 choice wpa3 WPA3
 choice wpa2 WPA2 and WPA3, for older devices, too
 choice off None: everybody may join and listen
-field wl_key 32
+field wl_passphrase 32
 label Passphrase
-prompt $V:wl_key_hint$
+prompt $V:wl_hint$
 check nullok regex ^.{8,63}$
-check_msg wl_key Use 8 to 63 letters, digits and signs, without " $ \ or `
+check_msg wl_passphrase Use 8 to 63 letters, digits and signs, without " $ \ or `
 help You see what you type, so look who else does. Four words that have nothing
   to do with each other are easy to remember and hard to guess.
 checkbox wl_apart
