@@ -78,30 +78,30 @@ for (const javaScriptEnabled of [true, false]) {
 
 test("Home asks, and only a return is to the place that was left", async () => {
   const page = await visit("services", phone);
-  await act(page, { ntp_server: "time.example.org" });
+  await act(page, { alert_mail: "time.example.org" });
   await page.evaluate(() => window.scrollTo(0, 120));
   await act(page, "Home");
   assert.equal(await heading(page), "Leave without saving?");
   await act(page, "Return to changes");
-  assert.equal(await valueOf(page, "ntp_server"), "time.example.org");
+  assert.equal(await valueOf(page, "alert_mail"), "time.example.org");
   assert.equal(await scrollY(page), 120);
   await page.setViewportSize({ width: 360, height: 300 });
   await act(page, "Home", "Discard changes");
   assert.equal(await scrollY(page), 0, "the position was another form's");
   await page.goto(address("services"));
-  assert.notEqual(await valueOf(page, "ntp_server"), "time.example.org");
+  assert.notEqual(await valueOf(page, "alert_mail"), "time.example.org");
 });
 
 test("Help and Expert show more and lose nothing that was typed", async () => {
   const page = await visit("services", phone);
-  await act(page, { ntp_server: "time.example.org" });
+  await act(page, { alert_mail: "time.example.org" });
   await page.evaluate(() => window.scrollTo(0, 150));
   await act(page, "Help");
   assert.ok(await page.locator("p.help").count() > 1);
   assert.equal(await scrollY(page), 150);
   await act(page, "Expert");
   assert.equal(await field(page, "ssh_port").count(), 1);
-  assert.equal(await valueOf(page, "ntp_server"), "time.example.org");
+  assert.equal(await valueOf(page, "alert_mail"), "time.example.org");
 });
 
 // Lets answers to posts wait; tells how many there were, and what the status
@@ -194,8 +194,8 @@ for (const [asks, why, form, ...steps] of [
   [false, "nothing was done", "network"],
   [true, "a text was typed", "network", { host_name: "x" }],
   [false, "all was put back", "services",
-   { ntp_server: "x", log_level: "debug" },
-   { ntp_server: null, log_level: "info" }],
+   { alert_mail: "x", log_level: "debug" },
+   { alert_mail: null, log_level: "info" }],
   [false, "a new row's entry was put back", "forwards", { fw_proto2: "udp" },
    "Home", "Return to changes", { fw_proto2: "tcp" }, "Help"],
   [true, "an entry was chosen", "network", { static_ip: "yes" }],
