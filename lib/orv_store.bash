@@ -146,7 +146,8 @@ orv__watch() { # SECONDS [COMMAND...]
     "${@:2}"
     orv__is_watched && : >"$ORV_STATE/.pending/.armed"
   fi
-  sleep "$1" && orv_lock && orv__is_watched && orv_guard_boot "${@:2}"
+  sleep "$1" && orv__is_watched && orv_lock && orv__is_watched &&
+    orv_guard_boot "${@:2}"
 }
 
 orv__is_watched() { # nobody confirmed it, and no later change took over
