@@ -319,8 +319,10 @@ static int action_submit()
   if (orv_save_vars(&cfg_vars, hdr->check_script) == 0) {
     return refuse("Error running configuration check script");
   }
-  orv_script_let_finish();
-  if (orv_save_vars(&cfg_vars, hdr->write_script) == 0) {
+  orv_script_let_finish(1);
+  const int saved = orv_save_vars(&cfg_vars, hdr->write_script);
+  orv_script_let_finish(0);
+  if (saved == 0) {
     return refuse("Error saving configuration");
   }
   return confirm("changes_saved");

@@ -12,8 +12,9 @@
 // to know what a script had to say.  SIGTERM is handed on to the script's
 // process group and obeyed when the script has ended, so that it can clean up;
 // when this process dies in any other way, the kernel kills the group.  Only a
-// script that writes the device's configuration is let finish in both cases.
-// What a script has put into a group of its own is left alone.
+// script that writes the device's configuration is let finish in both cases,
+// once it has been told all of it.  What a script has put into a group of its
+// own is left alone.
 
 #include "orv_scripts.h"
 
@@ -45,7 +46,7 @@ static bool stopped;    // we have ended it ourselves; reset by the wait
 
 // What the handler of SIGTERM knows of the script in hand.
 static volatile sig_atomic_t group;       // 0: none runs; reset by the wait
-static volatile sig_atomic_t let_finish;  // not to be ended; reset by the wait
+static volatile sig_atomic_t let_finish;  // not to be ended; set by the caller
 static volatile sig_atomic_t told_to_end; // SIGTERM came while one ran
 static sigset_t sigterm;                  // holds that alone; set once
 
@@ -91,6 +92,7 @@ static void hand_on(int sig)
     told_to_end = 1;
     if (let_finish == 0) {
       kill(-group, sig);
+      kill(-group, SIGCONT); // one that is stopped would never hear of it
     }
   }
   errno = error;
@@ -106,15 +108,15 @@ void orv_script_signals(void)
   set_disposition(SIGTERM, hand_on);
   sigaddset(&sigterm, SIGTERM);
   sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
-  if (pipe2(lifeline, O_CLOEXEC) != 0) {
+  if (pipe2(lifeline, O_CLOEXEC | O_NONBLOCK) != 0) {
     lifeline[0] = -1;
   }
   trap_set = 1;
 }
 
-void orv_script_let_finish(void)
+void orv_script_let_finish(int finish)
 {
-  let_finish = 1;
+  let_finish = finish;
 }
 
 // The full command line, owned by the caller; NULL when memory ran out.
@@ -205,21 +207,27 @@ static void await_input()
 }
 
 // Far from the descriptors that scripts, and bash for them, choose.
-constexpr int LIFELINE_FD = 200;
+constexpr int LIFELINE_FD = 230;
 
-// The child's part: has the kernel kill the child's process group when the
-// pipe at `line` hangs up, for as long as one of the group holds it, and the
-// child itself in any case.  The parent may have died already.
-static void die_with_parent(int line)
+// Has the kernel kill the script's process group when the lifeline hangs up,
+// for as long as one of the group holds it.
+static void watch_lifeline(pid_t pid)
 {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  fcntl(line, F_SETOWN, -getpid());
-  fcntl(line, F_SETSIG, SIGKILL);
-  fcntl(line, F_SETFL, O_ASYNC | O_NONBLOCK);
+  fcntl(lifeline[0], F_SETOWN, -pid);
+  fcntl(lifeline[0], F_SETSIG, SIGKILL);
+  fcntl(lifeline[0], F_SETFL, O_ASYNC | O_NONBLOCK);
+}
+
+static bool is_cut(int line)
+{
   char none;
-  if (read(line, &none, sizeof none) == 0) {
-    _exit(EXIT_FAILURE);
-  }
+  return read(line, &none, sizeof none) == 0;
+}
+
+// What runs now may outlive us.
+static void leave_lifeline()
+{
+  fcntl(lifeline[0], F_SETFL, O_NONBLOCK);
 }
 
 // The child's part: never returns.  Nothing of the parent's signals or
@@ -232,13 +240,17 @@ static void die_with_parent(int line)
   redirect(input, O_RDONLY, STDIN_FILENO);
   redirect(output, O_WRONLY, STDOUT_FILENO);
   // Where standard error will be, the lifeline outlives the others.
-  const int line_end = dup2(lifeline[0], STDERR_FILENO);
+  int line_end = dup2(lifeline[0], STDERR_FILENO);
   close_all_file_descriptors(1);
-  if (let_finish == 0) {
-    die_with_parent(fcntl(line_end, F_DUPFD, LIFELINE_FD));
-  }
+  line_end = fcntl(line_end, F_DUPFD, LIFELINE_FD);
   dup2(STDOUT_FILENO, STDERR_FILENO);
+  if (let_finish == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+  }
   await_input();
+  if (is_cut(line_end)) {
+    _exit(EXIT_FAILURE); // the parent has died, perhaps before it could watch
+  }
 
   signal(SIGPIPE, SIG_DFL);
   signal(SIGTERM, SIG_DFL);
@@ -287,6 +299,7 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
   if (pid > 0) {
     setpgid(pid, pid); // whichever of the two processes comes first
     group = pid;
+    watch_lifeline(pid);
   }
   sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
   if (pid < 0) {
@@ -543,6 +556,9 @@ FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
   if (outp != nullptr && !write_input(&t, fileno(outp), input, length)) {
     return nullptr;
   }
+  if (let_finish != 0) {
+    leave_lifeline();
+  }
   return answer.release();
 }
 
@@ -574,9 +590,8 @@ static int exit_status(pid_t pid)
 int orv_script_wait(pid_t pid)
 {
   const int status = exit_status(pid);
-  fcntl(lifeline[0], F_SETFL, 0); // what it left behind may outlive us
+  leave_lifeline();
   stopped = false;
-  let_finish = 0;
   if (output_cut) {
     output_cut = false;
     orv_error("Script output too long");

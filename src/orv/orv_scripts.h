@@ -15,9 +15,10 @@ constexpr size_t ORV_SCRIPT_OUTPUT_MAX = 16UL * 1024 * 1024;
 // the script that runs before it ends the process.  Done once.
 void orv_script_signals(void);
 
-// Lets the next script that is started finish, whatever becomes of us.  Every
-// other one ends with its process group on SIGTERM or when this process dies.
-void orv_script_let_finish(void);
+// With `finish` nonzero, scripts from now on are let finish, whatever becomes
+// of us once they have all of their input.  Every other one ends with its
+// process group on SIGTERM or when this process dies.
+void orv_script_let_finish(int finish);
 
 // Starts `command`, a shell command line whose first word is the script's
 // path, relative to the script directory unless it begins with "/".  Where

@@ -9,13 +9,17 @@ import urllib.parse
 import conftest
 import pytest
 
-# Says when it is up and when it is told to end; it and its command hold `alive`
-# for as long as they live.
-STUBBORN = """exec 9>alive; trap 'echo told >&9; exit' TERM; echo up >&9
-sleep 40 & disown; sleep 40"""
+# Is up when it has stopped, and says when it is told to end; it and its command
+# hold `alive` for as long as they live.
+STUBBORN = """exec 9>alive; trap 'echo told >&9; exit' TERM
+until [[ $(</proc/$$/stat) == *") T "* ]]; do :; done && echo up >&9 && sleep 40 &
+disown; kill -STOP $$; sleep 40"""
 # Waits for a word and says whether there is still somebody to answer.
 WRITER = """exec 9>alive 7<go 2>/dev/null; echo up >&9; read -u 7
 [[ $(</proc/$PPID/stat) == *") "[DRS]" "* ]] && echo heard >&9; echo saved >&9"""
+# The same, before it has taken its input, of which a pipe holds a part.
+LISTENER = ("[[ $1 = --write ]] || exec cat >f.check",
+            WRITER.replace("[[", "cat >f.write; [["))
 SAVE = {"form": "f", "cgi_vars_loaded": "1", "x": "1", "action": "Submit"}
 
 
@@ -35,22 +39,27 @@ def heard(alive):
 
 
 @pytest.mark.parametrize("sig", [signal.SIGTERM, signal.SIGKILL])
-@pytest.mark.parametrize("task", ["read", "check", "navbar", "write"])
-def test_a_script_ends_with_its_request_unless_it_writes(site, task, sig):
+@pytest.mark.parametrize("task", ["read", "check", "navbar", "write", "listen"])
+def test_a_script_ends_with_its_request_unless_it_writes_all(site, task, sig):
     os.mkfifo(site.folder / "alive")
     os.mkfifo(site.folder / "go")
     alive = open(os.open(site.folder / "alive", os.O_NONBLOCK), "rb", buffering=0)
     go = open(site.folder / "go", "r+b", buffering=0)
     site.template("f", "field x")
-    site.form_script("f", **{task: WRITER if task == "write" else STUBBORN})
-    orv = start(site, SAVE if task in ("check", "write") else {"form": "f"})
+    if task == "listen":
+        site.script("f.sh", *LISTENER)
+    else:
+        site.form_script("f", **{task: WRITER if task == "write" else STUBBORN})
+    size = 100_000 if task == "listen" else 1
+    orv = start(site, {"form": "f"} if task in ("read", "navbar") else SAVE | {"x": "1" * size})
     assert heard(alive) == b"up\n"
     orv.send_signal(sig)
     if sig == signal.SIGKILL:
         assert orv.wait(conftest.SECONDS) == -sig
     go.write(b"\n")
-    told = {"write": b"heard\n"}.get(task, b"told\n")
+    told = b"told\n" if task in ("read", "check", "navbar") else b"heard\n"
     assert sig == signal.SIGKILL or heard(alive) == told
-    assert task != "write" or heard(alive) == b"saved\n"
+    saves = task == "write" or (task == "listen" and sig == signal.SIGTERM)
+    assert not saves or heard(alive) == b"saved\n"
     assert heard(alive) == b""
     assert orv.wait(conftest.SECONDS) == -sig
