@@ -182,4 +182,19 @@ TEST_F(Scripts, LackOfProcessesOrDescriptorsIsReported)
   EXPECT_EQ(status, 0);
   EXPECT_EQ(reports, "Cannot create input pipe from script. Errno 24\n"
                      "Cannot create output pipe to script. Errno 24\n");
+
+  // Nothing can be waited for with no descriptor allowed: what is read then is
+  // a failure, not the end.
+  write_script("echo a");
+  FILE *inp;
+  const pid_t pid = orv_script_run("s.sh", &inp, nullptr);
+  FILE *all = orv_script_talk(pid, inp, nullptr, nullptr, 0);
+  rlimit limit = {0, 4096};
+  setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_EQ(fgetc(all), EOF);
+  EXPECT_NE(ferror(all), 0);
+  limit.rlim_cur = limit.rlim_max; // the test's end opens files again
+  setrlimit(RLIMIT_NOFILE, &limit);
+  fclose(all);
+  orv_script_wait(pid);
 }
