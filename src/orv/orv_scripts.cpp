@@ -209,13 +209,15 @@ static void await_input()
 // Far from the descriptors that scripts, and bash for them, choose.
 constexpr int LIFELINE_FD = 230;
 
-// Has the kernel kill the script's process group when the lifeline hangs up,
-// for as long as one of the group holds it.
-static void watch_lifeline(pid_t pid)
+// Has the kernel kill the script's process group when the lifeline at `line`
+// hangs up, for as long as one of the group holds it.  The script's process
+// does it before bash runs; of a save it is the parent, before it writes the
+// input, so that calling it off cannot come first.
+static void watch_lifeline(int line, pid_t pid)
 {
-  fcntl(lifeline[0], F_SETOWN, -pid);
-  fcntl(lifeline[0], F_SETSIG, SIGKILL);
-  fcntl(lifeline[0], F_SETFL, O_ASYNC | O_NONBLOCK);
+  fcntl(line, F_SETOWN, -pid);
+  fcntl(line, F_SETSIG, SIGKILL);
+  fcntl(line, F_SETFL, O_ASYNC | O_NONBLOCK);
 }
 
 static bool is_cut(int line)
@@ -246,6 +248,7 @@ static void leave_lifeline()
   dup2(STDOUT_FILENO, STDERR_FILENO);
   if (let_finish == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    watch_lifeline(line_end, getpid());
   }
   await_input();
   if (is_cut(line_end)) {
@@ -299,7 +302,9 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
   if (pid > 0) {
     setpgid(pid, pid); // whichever of the two processes comes first
     group = pid;
-    watch_lifeline(pid);
+    if (let_finish != 0) {
+      watch_lifeline(lifeline[0], pid);
+    }
   }
   sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
   if (pid < 0) {
