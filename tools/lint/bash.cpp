@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <map>
 
 namespace
 {
@@ -62,6 +63,7 @@ bool looking_at(const reader &r, const char *text)
   return r.in.compare(r.at, strlen(text), text) == 0;
 }
 
+// All reading goes through here, so that lines are counted once.
 void step(reader &r, size_t count = 1)
 {
   for (; count > 0 && !done(r); count--) {
@@ -107,6 +109,7 @@ void read_substitution(reader &r)
   r.substitution--;
 }
 
+// Read as a script of its own: a backslash means less in there.
 void read_backticks(reader &r)
 {
   step(r);
@@ -151,6 +154,7 @@ void read_ansi(reader &r, bash_word &word)
   step(r);
 }
 
+// Expansions in it are quoted, whatever stands in them.
 void read_double(reader &r, bash_word &word)
 {
   step(r);
@@ -342,6 +346,7 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
   word.plain += r.in.substr(start, r.at - start);
 }
 
+// The end of the text ends a word, too: strchr finds its NUL.
 bool ends_word(char c)
 {
   return strchr(" \t\n;&|()<>", c) != nullptr; // the end of the text, too
@@ -427,6 +432,7 @@ void skip_space(reader &r)
   }
 }
 
+// The text of here-documents is data, whatever it looks like.
 void skip_documents(reader &r)
 {
   for (const here_document &document : r.documents) {
@@ -466,8 +472,6 @@ void finish(reader &r, list &l)
   l.current = bash_command();
 }
 
-void close_block(reader &r, list &l, const std::string &by);
-
 // The redirections behind a compound command are those of all in it.
 void finish_block(reader &r, list &l, const block &closed)
 {
@@ -483,7 +487,6 @@ void finish_block(reader &r, list &l, const block &closed)
     }
     if (peek(r) != '<' && peek(r) != '>' &&
         !(peek(r) == '&' && peek(r, 1) == '>')) {
-      step(r, 0);
       r.at = before;
       break;
     }
@@ -513,6 +516,7 @@ void finish_block(reader &r, list &l, const block &closed)
   }
 }
 
+// A function's name holds for the block that follows it.
 void open_block(reader &r, list &l, const std::string &kind)
 {
   l.blocks.push_back({kind, r.out.commands.size(), r.function, l.piped_in,
@@ -524,7 +528,7 @@ void open_block(reader &r, list &l, const std::string &kind)
   }
 }
 
-void close_block(reader &r, list &l, const std::string &by)
+void close_block(reader &r, list &l)
 {
   finish(r, l);
   if (l.blocks.empty()) {
@@ -533,7 +537,6 @@ void close_block(reader &r, list &l, const std::string &by)
   const block closed = l.blocks.back();
   l.blocks.pop_back();
   r.function = closed.function_before;
-  static_cast<void>(by);
   finish_block(r, l, closed);
 }
 
@@ -606,6 +609,7 @@ bool read_assignment(reader &r, list &l)
   return true;
 }
 
+// Behind another word NAME=VALUE is an argument.
 bool takes_assignments(const bash_command &command)
 {
   static const std::set<std::string> words = {"declare", "local", "export",
@@ -681,6 +685,7 @@ void read_arithmetic_command(reader &r, list &l)
   l.current.words.push_back(word);
 }
 
+// The words are read as those of a command, up to its line's end.
 void read_for(reader &r, list &l)
 {
   open_block(r, l, "for");
@@ -714,7 +719,7 @@ void read_pattern(reader &r, list &l)
   skip_space(r);
   if (looking_at(r, "esac") && !is_word_char(peek(r, 4))) {
     step(r, 4);
-    close_block(r, l, "esac");
+    close_block(r, l);
     return;
   }
   if (peek(r) == '(') {
@@ -726,6 +731,71 @@ void read_pattern(reader &r, list &l)
   l.blocks.back().patterns = false;
 }
 
+// Takes a word that opens, closes or joins blocks and has nothing behind it.
+bool read_reserved(reader &r, list &l, const std::string &word)
+{
+  static const std::set<std::string> skipped = {"then", "else", "do", "time",
+                                                "coproc"};
+  static const std::set<std::string> conditions = {"if", "elif", "while",
+                                                   "until", "!"};
+  static const std::set<std::string> openers = {"if", "while", "until", "{"};
+  static const std::set<std::string> closers = {"fi", "done", "}", "esac"};
+  if (skipped.count(word) + conditions.count(word) + openers.count(word) +
+          closers.count(word) ==
+      0) {
+    return false;
+  }
+  step(r, word.size());
+  l.condition |= conditions.count(word) != 0;
+  if (openers.count(word) != 0) {
+    open_block(r, l, word);
+  } else if (closers.count(word) != 0) {
+    close_block(r, l);
+  }
+  return true;
+}
+
+// Takes a word that has a part of its own behind it.
+bool read_compound(reader &r, list &l, const std::string &word)
+{
+  static const std::map<std::string, void (*)(reader &, list &)> parts = {
+      {"for", read_for},
+      {"select", read_for},
+      {"case", read_case},
+      {"[[", read_test}};
+  const auto part = parts.find(word);
+  if (part == parts.end()) {
+    return false;
+  }
+  l.current.line = r.line;
+  l.current.column = column(r);
+  step(r, word.size());
+  part->second(r, l);
+  return true;
+}
+
+// Takes the head of a function: "function NAME" or "NAME ()".
+bool read_function(reader &r, const std::string &word, size_t end)
+{
+  if (word == "function") {
+    step(r, word.size());
+    skip_blanks(r);
+    r.next_function = read_word(r, false).plain;
+    skip_blanks(r);
+    step(r, looking_at(r, "()") ? 2 : 0);
+  } else {
+    const size_t behind = r.in.find_first_not_of(' ', end);
+    if (word.empty() || behind == std::string::npos ||
+        r.in.compare(behind, 2, "()") != 0) {
+      return false;
+    }
+    step(r, behind + 2 - r.at);
+    r.next_function = word;
+  }
+  r.out.functions.insert(r.next_function);
+  return true;
+}
+
 // Acts on a word that means something at the start of a command; false when
 // it does not.
 bool read_keyword(reader &r, list &l)
@@ -735,69 +805,12 @@ bool read_keyword(reader &r, list &l)
          (is_word_char(r.in[end]) || strchr("{}![]-.", r.in[end]) != nullptr)) {
     end++;
   }
-  const std::string word = r.in.substr(r.at, end - r.at);
   if (end < r.in.size() && !ends_word(r.in[end])) {
     return false;
   }
-  static const std::set<std::string> skipped = {"then", "else", "do", "time",
-                                                "coproc"};
-  static const std::set<std::string> conditions = {"if", "elif", "while",
-                                                   "until", "!"};
-  static const std::set<std::string> openers = {"if", "while", "until", "{"};
-  static const std::set<std::string> closers = {"fi", "done", "}", "esac"};
-  const bool known = skipped.count(word) + conditions.count(word) +
-                         openers.count(word) + closers.count(word) !=
-                     0;
-  if (known) {
-    step(r, word.size());
-    l.condition |= conditions.count(word) != 0;
-    if (openers.count(word) != 0) {
-      open_block(r, l, word);
-    } else if (closers.count(word) != 0) {
-      close_block(r, l, word);
-    }
-    return true;
-  }
-  if (word == "for" || word == "select") {
-    step(r, word.size());
-    l.current.line = r.line;
-    read_for(r, l);
-    return true;
-  }
-  if (word == "case") {
-    step(r, word.size());
-    l.current.line = r.line;
-    read_case(r, l);
-    return true;
-  }
-  if (word == "[[") {
-    l.current.line = r.line;
-    l.current.column = column(r);
-    step(r, 2);
-    read_test(r, l);
-    return true;
-  }
-  if (word == "function") {
-    step(r, word.size());
-    skip_blanks(r);
-    r.next_function = read_word(r, false).plain;
-    skip_blanks(r);
-    step(r, looking_at(r, "()") ? 2 : 0);
-    r.out.functions.insert(r.next_function);
-    return true;
-  }
-  // NAME ()
-  size_t behind = end;
-  while (behind < r.in.size() && r.in[behind] == ' ') {
-    behind++;
-  }
-  if (!word.empty() && r.in.compare(behind, 2, "()") == 0) {
-    step(r, behind + 2 - r.at);
-    r.next_function = word;
-    r.out.functions.insert(word);
-    return true;
-  }
-  return false;
+  const std::string word = r.in.substr(r.at, end - r.at);
+  return read_reserved(r, l, word) || read_compound(r, l, word) ||
+         read_function(r, word, end);
 }
 
 bool at_start(const list &l)
@@ -866,7 +879,7 @@ bool read_part(reader &r, list &l)
     if (l.blocks.empty() || l.blocks.back().kind != "(") {
       return l.closer != ')';
     }
-    close_block(r, l, ")");
+    close_block(r, l);
     return true;
   }
   if (read_redirect(r, l) || read_operator(r, l)) {

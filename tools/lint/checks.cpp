@@ -57,6 +57,7 @@ static std::string takes_reals(const std::string &options)
   return numbers(options, true);
 }
 
+// Words are free; none at all is a mistake.
 static std::string takes_words(const std::string &options)
 {
   return options.empty() ? "without words every value is refused: \"Unknown"
@@ -64,6 +65,8 @@ static std::string takes_words(const std::string &options)
                          : "";
 }
 
+// The check knows a word by its beginning and ignores others: told as
+// unknown.
 static std::string takes_addresses(const std::string &options)
 {
   static const std::set<std::string> known = {"ipv4", "ipv6", "hostname",
@@ -125,6 +128,7 @@ static bool is_anchored(const std::string &expression)
          !(expression.size() > 1 && expression[expression.size() - 2] == '\\');
 }
 
+// By the library that the executable uses, so that both agree.
 static void check_expression(const form &f, const form_line &line,
                              size_t offset, const std::string &expression,
                              findings *found)
@@ -156,6 +160,7 @@ static std::set<std::string> check_names_known()
   return names;
 }
 
+// Found by the executable's own look-up.
 static void check_one(const form &f, const form_line &line, findings *found)
 {
   int nullok;

@@ -36,6 +36,7 @@ static void check_else(const form &f, const form_line &line,
   stack->back().other = &line;
 }
 
+// The page counts what is left over; here each has its line.
 static void check_balance(const form &f, findings *found)
 {
   std::vector<open_condition> stack;
@@ -91,6 +92,7 @@ static bool is_false(const std::string &text)
   });
 }
 
+// There are no operators, so text beside a value decides alone.
 static void check_constant(const form &f, const form_line &line,
                            findings *found)
 {
@@ -135,6 +137,7 @@ static bool takes_all(const form_item &item)
   return words.size() > 1 && words[0] == "nullok" && lower(words[1]) == "text";
 }
 
+// A message shown in the same hidden section helps nobody.
 static bool shows_error(const form &f, const std::string &name,
                         const condition &hiding)
 {
@@ -153,6 +156,7 @@ static bool shows_error(const form &f, const std::string &name,
   return false;
 }
 
+// Tables are let out: their messages stand under them.
 static void check_hidden(const form &f, const form_item &item, findings *found)
 {
   if (item.type != PT_TEXT_FIELD || item.table >= 0) {

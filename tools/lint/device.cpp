@@ -52,6 +52,7 @@ static bool list_files(const std::string &dir, std::vector<std::string> *names)
   return true;
 }
 
+// The file stays in the device: findings and suppressions look at its lines.
 static const source_file &read_file(device *dev, const std::string &path)
 {
   std::ifstream stream(path, std::ios::binary);
@@ -105,6 +106,7 @@ static std::string sourced_name(const std::string &word)
   return own && slash != std::string::npos ? word.substr(slash + 1) : "";
 }
 
+// What a script sources is looked up by name, since it may not be there.
 static void read_script(device *dev, const std::string &name)
 {
   const std::string path = dev->dir + "/scripts/" + name;
@@ -171,6 +173,7 @@ static const char *const task_keywords[TASKS] = {
 static const char *const task_options[TASKS] = {"--read", "--check", "--write",
                                                 "--navbar"};
 
+// The script's name is the line's first word, as the runner takes it.
 static std::string script_name(const std::string &form,
                                const std::string &command)
 {
@@ -234,6 +237,7 @@ std::vector<const form *> forms_of(const device &dev, const std::string &name)
   return forms;
 }
 
+// The navigation script has no values and so no say in names.
 static void find_scripts(const device &dev, form *f)
 {
   f->scripts = script_lines(*f);

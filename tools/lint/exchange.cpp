@@ -24,6 +24,7 @@ static void add_script(vocabulary *known, const script &s)
   known->stems.insert(s.stems.begin(), s.stems.end());
 }
 
+// The column of a cell's name; of another name, the name itself.
 static std::string without_digits(const std::string &name)
 {
   return name.substr(0, name.find_last_not_of("0123456789") + 1);
@@ -65,6 +66,7 @@ static bool takes_over(const form &f)
   return is_special(f.name) && f.name != "orvmenu";
 }
 
+// All that the scripts of the form name, small letters alone.
 static vocabulary vocabulary_of(const device &dev, const form &f)
 {
   vocabulary known;
@@ -84,6 +86,7 @@ static vocabulary vocabulary_of(const device &dev, const form &f)
   return known;
 }
 
+// Confirmations show values of whatever form was submitted: all items count.
 static std::set<std::string> item_names(const device &dev, const form &f)
 {
   std::set<std::string> names;
@@ -101,6 +104,7 @@ static std::set<std::string> item_names(const device &dev, const form &f)
 
 // --- variables in texts ------------------------------------------------------
 
+// What a web server and the system itself put into the environment.
 static bool is_environment(const std::string &name)
 {
   static const std::set<std::string> own = {
@@ -121,6 +125,7 @@ struct text_reference {
   size_t offset;
 };
 
+// Follows the expansion of a page, so that "$B$V:x$" is no reference.
 static std::vector<text_reference> references_of(const std::string &text)
 {
   std::vector<text_reference> all;
@@ -190,6 +195,7 @@ static void check_references(const device &dev, const form &f,
 
 // --- items -------------------------------------------------------------------
 
+// A field whose name stands in no script is read and written by none.
 static void check_reported(const form &f, const vocabulary &known,
                            findings *found)
 {
@@ -203,6 +209,8 @@ static void check_reported(const form &f, const vocabulary &known,
   }
 }
 
+// Entries have names of their own, which a slip makes unknown without a
+// word.
 static void check_list(const form &f, const form_item &item,
                        const vocabulary &known, findings *found)
 {
@@ -251,6 +259,7 @@ static void check_shown_secrets(const form &f, findings *found)
 // What a function of a script does with the names that it is given.
 enum name_use { USE_NONE, USE_ERROR, USE_REPORT };
 
+// A function is known by what it prints: names that it is given.
 static name_use use_of_format(const std::string &format)
 {
   if (format.find("error_%s=") != std::string::npos) {
@@ -308,6 +317,7 @@ static const bash_assignment *array_of(const script &s,
   return expansion.subscript == "@" && expansion.rest.empty() ? array : nullptr;
 }
 
+// The names that a word stands for, as far as they are written out.
 static void add_literals(const script &s, const bash_word &word,
                          std::vector<literal_name> *names)
 {
@@ -343,6 +353,7 @@ static std::string assigned_name(const std::string &text)
   return name;
 }
 
+// Whether what the command prints reaches the page.
 static bool prints(const bash_command &command)
 {
   return command.kind == BASH_SIMPLE && command.words.size() > 1 &&
@@ -351,6 +362,7 @@ static bool prints(const bash_command &command)
          !command.redirected_out && command.substitution == 0 && !command.piped;
 }
 
+// Names for which a page has a place to show a message.
 static std::set<std::string> message_names(const device &dev,
                                            const std::string &script_name)
 {
@@ -392,6 +404,7 @@ static bool is_other_truth(const std::string &value)
   return value != "True" && value != "False" && words.count(lower(value)) != 0;
 }
 
+// The boxes of all forms that run the script.
 static std::set<std::string> box_names(const device &dev,
                                        const std::string &script_name)
 {
@@ -426,6 +439,7 @@ static void check_box(const script &s, const literal_name &at,
   }
 }
 
+// Emptying a secret (u_NAME=) and messages about it are no reports.
 static void check_secret(const script &s, const literal_name &at,
                          findings *found)
 {
@@ -562,6 +576,7 @@ static std::map<std::string, int> count_words(const device &dev,
   return counts;
 }
 
+// The names that the script's forms can show or post.
 static std::set<std::string> names_of_forms(const device &dev,
                                             const std::string &script_name)
 {
@@ -657,6 +672,39 @@ static void check_keys_of(const device &dev, const script &s, findings *found)
   }
 }
 
+// --- scripts that name nothing -----------------------------------------------
+
+// Whether the command prints lines whose names only the run knows: those of a
+// file, as they come.  A function that is given names does not count.
+static bool prints_any_name(const bash_command &command)
+{
+  const std::vector<bash_word> &words = command.words;
+  if (command.kind != BASH_SIMPLE || words.size() < 2 ||
+      command.redirected_out || command.substitution > 0) {
+    return false;
+  }
+  const std::string &name = words[0].plain;
+  const std::string &format = words[1].plain;
+  if (name == "printf" && starts_with(format, "%s=") && words.size() > 2 &&
+      words[2].expansions.size() == 1) {
+    return command.function.empty() ||
+           words[2].expansions[0].rest.find('=') != std::string::npos;
+  }
+  return command.function.empty() &&
+         (name == "cat" || name == "sed" || name == "grep" ||
+          (name == "echo" && starts_with(format, "$")));
+}
+
+// Whether the form's scripts hand on whatever a file holds: then their code
+// says nothing about names.
+static bool hands_on(const device &dev, const form &f)
+{
+  return std::any_of(f.runs.begin(), f.runs.end(), [&](const auto &name) {
+    const auto &commands = dev.scripts.at(name).code.commands;
+    return std::any_of(commands.begin(), commands.end(), prints_any_name);
+  });
+}
+
 void check_exchange(const device &dev, findings *found)
 {
   for (const auto &entry : dev.forms) {
@@ -666,8 +714,10 @@ void check_exchange(const device &dev, findings *found)
     if (known.words.size() <= 2) {
       continue; // no script to agree with; that is told already
     }
-    check_references(dev, f, known, found);
-    check_reported(f, known, found);
+    if (takes_over(f) || !hands_on(dev, f)) {
+      check_references(dev, f, known, found);
+      check_reported(f, known, found);
+    }
     for (const form_item &item : f.items) {
       if (item.type == PT_ISELECT || item.type == PT_IMENU) {
         check_list(f, item, known, found);

@@ -10,6 +10,7 @@
 
 // --- the script --------------------------------------------------------------
 
+// Scripts of any language count here, not those alone that are read.
 static bool is_file(const std::string &path)
 {
   struct stat info;
@@ -34,6 +35,7 @@ static std::string consequence(const std::string &keyword)
              : "";
 }
 
+// The default lines count, too: a form without a line runs them.
 static void check_script_file(const device &dev, const form &f,
                               const script_line &line, findings *found)
 {
@@ -175,6 +177,8 @@ static void check_value(const form &f, const script_line &line,
   }
 }
 
+// Only what a request can choose is looked at: a form's name is that of a
+// file.
 static void check_values(const form &f, const script_line &line,
                          findings *found)
 {

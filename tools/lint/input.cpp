@@ -24,6 +24,7 @@ struct context {
 
 // --- names -------------------------------------------------------------------
 
+// $1, $2, $@: those of the function, or of the script outside of any.
 static bool is_parameter(const std::string &name)
 {
   return !name.empty() && (isdigit(static_cast<unsigned char>(name[0])) != 0 ||
@@ -52,6 +53,7 @@ static bool declares(const bash_command &command)
   return words.count(first_word(command)) != 0;
 }
 
+// A name that a function declares is its own there.
 static void collect_locals(context *c)
 {
   for (const script *s : c->files) {
@@ -79,6 +81,7 @@ static std::string full_name(const bash_expansion &expansion)
              : expansion.name + "[" + expansion.subscript + "]";
 }
 
+// A value of an array is judged by its subscript as it is written.
 static void judge(context *c, const bash_command &command,
                   const bash_word &word)
 {
@@ -89,6 +92,7 @@ static void judge(context *c, const bash_command &command,
   }
 }
 
+// [[ -n $x ]] looks at nothing; a comparison does.
 static bool compares(const bash_command &command)
 {
   return std::any_of(command.words.begin(), command.words.end(),
@@ -98,6 +102,7 @@ static bool compares(const bash_command &command)
                      });
 }
 
+// What decides on a branch has looked at its words.
 static void collect_judged(context *c)
 {
   for (const script *s : c->files) {
@@ -125,6 +130,7 @@ static bool cleans(const std::string &rest)
          rest == "+" || starts_with(rest, ":+") || starts_with(rest, "+");
 }
 
+// Whether the expansion brings in a value that nothing has looked at.
 static bool is_input(const context &c, const bash_command &command,
                      const bash_expansion &expansion)
 {
@@ -188,6 +194,7 @@ static bool follow_reading(context *c, const bash_command &command)
   return more;
 }
 
+// The whole of standard input as one value.
 static bool reads_all(const std::string &value)
 {
   for (const char *all :
@@ -199,6 +206,7 @@ static bool reads_all(const std::string &value)
   return false;
 }
 
+// A variable made of input is input.
 static bool follow_assignments(context *c, const bash_command &command)
 {
   bool more = false;
@@ -229,6 +237,7 @@ static bool is_loose(const std::string &expression)
          expression.find(".+") != std::string::npos;
 }
 
+// What an expression such as (.*) lets through is input still.
 static bool follow_match(context *c, const bash_command &command)
 {
   if (command.kind != BASH_TEST) {
@@ -304,6 +313,7 @@ static void add_checked(context *c, const std::string &script_name)
   }
 }
 
+// Which argument is the sub-item depends on the header's line.
 static void add_arguments(context *c, const std::string &script_name)
 {
   for (const auto &entry : c->dev.forms) {
@@ -318,6 +328,7 @@ static void add_arguments(context *c, const std::string &script_name)
   }
 }
 
+// Until nothing new is reached: functions may call each other in any order.
 static void follow_input(context *c)
 {
   bool more = true;
@@ -353,6 +364,7 @@ static std::string shown(const bash_expansion &expansion)
   return "\"$" + full_name(expansion) + "\"";
 }
 
+// One finding a word: quotes mend all of it at once.
 static void check_unquoted(const sink &at, const bash_word &word)
 {
   for (const bash_expansion &expansion : word.expansions) {
@@ -460,6 +472,7 @@ static void check_names(const sink &at)
   }
 }
 
+// The name in ${!name} is evaluated, its subscript included.
 static void check_indirect(const sink &at, const bash_word &word)
 {
   for (const bash_expansion &expansion : word.expansions) {

@@ -42,6 +42,7 @@ static void check_label(const form &f, const form_item &item, findings *found)
   }
 }
 
+// Attributes that the parser takes and nothing draws.
 static void check_effect(const form &f, const form_item &item, findings *found)
 {
   static const std::set<std::string> nowhere = {"item_help", "value", "part"};
@@ -91,6 +92,7 @@ static void check_extra(const form &f, size_t index, findings *found)
   }
 }
 
+// Fixed tables are let out: their rows may all have to be filled in.
 static void check_columns(const form &f, const form_item &item, findings *found)
 {
   if (item.table < 0 || item.type != PT_TEXT_FIELD ||

@@ -21,6 +21,7 @@ struct link_target {
   std::string subitem;
 };
 
+// As menus and bars split it: at the first "/" behind the first character.
 static link_target split_target(const std::string &target)
 {
   const size_t slash = target.find('/', 1);
@@ -45,6 +46,7 @@ static std::set<std::string> form_names(const device &dev)
   return names;
 }
 
+// What a script makes up when it runs is not known here.
 static bool is_inserted(const std::string &text)
 {
   return text.find('$') != std::string::npos ||
@@ -73,6 +75,7 @@ static void check_target(const device &dev, const source_file &file, int line,
 
 // --- menus -------------------------------------------------------------------
 
+// An imenu leads to the form of its name unless an entry says otherwise.
 static void check_menu(const device &dev, const form &f, const form_item &item,
                        findings *found)
 {
@@ -194,6 +197,7 @@ static void add_words(const device &dev, const std::string &text,
   }
 }
 
+// Bars are read word by word: whatever a word says, it may be a link.
 static void add_links(const device &dev, const form &f,
                       std::set<std::string> *reached)
 {
@@ -228,6 +232,7 @@ static void add_links(const device &dev, const form &f,
   }
 }
 
+// From the start page on, until nothing new is found.
 static void check_reached(const device &dev, findings *found)
 {
   std::set<std::string> reached(special_forms.begin(), special_forms.end());

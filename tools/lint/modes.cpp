@@ -28,6 +28,7 @@ static const form_line *first_use(const form &f, const std::string &tag,
   return at != f.lines.end() ? &*at : nullptr;
 }
 
+// A button and what it shows belong together.
 static void check_view(const form &f, const char *mode, const form_line *use,
                        const std::string &button, findings *found)
 {
@@ -58,6 +59,7 @@ static const std::map<std::string, size_t> words_used = {
     {"select", 1},      {"checkbox", 1},  {"field", 2}, {"fixed", 2},
     {"table", 3},       {"ftable", 3}};
 
+// The parser takes these lines and drops the words without a report.
 static void check_words(const form &f, const form_line &line, findings *found)
 {
   const auto used = words_used.find(line.keyword);

@@ -41,6 +41,7 @@ static void check_characters(const form &f, const form_item &item,
   }
 }
 
+// The page's own fields win over items, and prefixes over both.
 static void check_reserved(const form &f, const form_item &item,
                            findings *found)
 {
@@ -128,6 +129,7 @@ static bool is_cell_of(const std::string &name, const std::string &column)
              std::string::npos;
 }
 
+// A column named port makes port0, port1 and so on.
 static void check_clashes(const form &f, const form_item &item, findings *found)
 {
   for (const form_item &other : f.items) {

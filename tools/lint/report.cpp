@@ -117,6 +117,7 @@ static void write_text(const device &dev, const finding &f, const char *level,
   }
 }
 
+// Bytes that are no UTF-8 go out as they came in.
 static void write_json_text(const std::string &text)
 {
   putchar('"');
@@ -177,6 +178,7 @@ static void sort_findings(findings *found)
                found->end());
 }
 
+// Switched-off findings are dropped last, so that rules need not know.
 size_t write_findings(const device &dev, findings *found, output_format format,
                       bool warnings_are_errors)
 {

@@ -196,6 +196,7 @@ static std::vector<note> in_form(const form &f, const script_line &line)
            "run as the " + line.keyword + " of " + in_quotes(f.name)}};
 }
 
+// What holds for scripts of both kinds.
 static void check_end(const device_run &r, const form &f,
                       const script_line &line, const outcome &result)
 {
@@ -260,6 +261,7 @@ static void store_line(const device_run &r, const source_file &file,
   (*into)[name] = value;
 }
 
+// Pieces of a long line are read as lines, as a page does.
 static values read_values(const device_run &r, const form &f,
                           const script_line &line, const std::string &output)
 {
@@ -279,6 +281,7 @@ static values read_values(const device_run &r, const form &f,
   return all;
 }
 
+// Whether any row of the column is reported.
 static bool has_cell(const values &all, const std::string &column)
 {
   const auto at = all.lower_bound(column + "0");
@@ -318,6 +321,7 @@ static bool is_conditional_on(const std::vector<condition> &conditions,
       });
 }
 
+// A box that was never reported is an unticked one, and can be ticked.
 static void check_item_reported(const device_run &r, const form &f,
                                 const form_item &item, const values &all)
 {
@@ -338,6 +342,7 @@ static void check_item_reported(const device_run &r, const form &f,
   }
 }
 
+// A text that is shown only with its value may do without.
 static void check_text_reported(const device_run &r, const form &f,
                                 const form_line &line, const values &all)
 {
@@ -359,6 +364,7 @@ static void check_text_reported(const device_run &r, const form &f,
   }
 }
 
+// Those of the template, or the first words of the entries reported.
 static std::set<std::string> choices_of(const form_item &item,
                                         const values &all)
 {
@@ -475,10 +481,12 @@ static bool run_read(device_run *r, const form &f, values *all)
     return false;
   }
   const auto subitem = r->subitems.find(f.name);
-  const outcome result = run(
-      command_of(line, f, subitem != r->subitems.end() ? subitem->second : "",
-                 r->dir),
-      r->dir);
+  const std::string command = command_of(
+      line, f, subitem != r->subitems.end() ? subitem->second : "", r->dir);
+  if (command.empty()) {
+    return false;
+  }
+  const outcome result = run(command, r->dir);
   check_end(*r, f, line, result);
   *all = read_values(*r, f, line, result.output);
   if (result.status != 0) {
@@ -490,6 +498,7 @@ static bool run_read(device_run *r, const form &f, values *all)
   return result.status == 0;
 }
 
+// A page that only tells a fault has no values.
 static void check_values(const device_run &r, const form &f, const values &all)
 {
   // A script that tells a fault reports what it likes.
@@ -549,6 +558,7 @@ static void check_entry(device_run *r, const source_file &file,
   }
 }
 
+// Read as the page reads it: six entries, one of them fixed.
 static void run_bar(device_run *r, const form &f)
 {
   const script_line line = f.scripts[TASK_NAVBAR];

@@ -59,6 +59,7 @@ static bool is_made_aside(const bash_script &code, const bash_word &word)
   return false;
 }
 
+// A file that is renamed afterwards, or was made aside, is no setting yet.
 static void tell_store(const script &s, const bash_word &target,
                        findings *found)
 {
@@ -71,6 +72,7 @@ static void tell_store(const script &s, const bash_word &target,
                      " supply, finds a part; write beside it, then rename");
 }
 
+// Appending is let out: a log is no setting.
 static void check_stores(const script &s, const bash_command &command,
                          findings *found)
 {
@@ -139,6 +141,7 @@ static std::string literal_line(const bash_command &command)
   return text;
 }
 
+// Only whole lines that stand in the script are judged.
 static void check_output(const script &s, const bash_command &command,
                          const std::set<std::string> &captured, findings *found)
 {
@@ -377,6 +380,7 @@ static bool needs_bash(const script &s)
                      });
 }
 
+// A script without such a line is run by bash.
 static void check_interpreter(const script &s, findings *found)
 {
   static const std::set<std::string> known = {

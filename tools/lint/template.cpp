@@ -57,6 +57,7 @@ static bool is_keyword_line(const std::string &line)
   return !line.empty() && strchr(" \t#", line[0]) == nullptr;
 }
 
+// The same characters end a keyword as for the parser.
 static std::string keyword_of(const std::string &line)
 {
   return is_keyword_line(line)
@@ -97,6 +98,7 @@ static std::string first_word(const std::string &text)
 
 static std::string first_message;
 
+// The first message is the cause; those behind it are its consequences.
 static void keep_message(const char *message)
 {
   if (first_message.empty()) {
@@ -179,6 +181,7 @@ static std::string without_mark(const std::string &line)
              : line;
 }
 
+// The copy has a line for each of the file's, so that numbers stay true.
 static void copy_lines(repair *work)
 {
   int number = 0;
@@ -214,6 +217,8 @@ static std::vector<note> parser_note(const repair &work,
   return {{{work.file.path, line, 1}, text}};
 }
 
+// What makes the parser talk of something else is told once, by its own
+// name.
 static void tell_lines(const repair &work)
 {
   const source_file &file = work.file;
@@ -358,6 +363,7 @@ static void mend_body_keyword(repair *work, const std::string &message)
   }
 }
 
+// All lines were header lines: an empty body is what is left.
 static void mend_no_body(repair *work, const std::string &message)
 {
   const int last = static_cast<int>(work->file.lines.size());
@@ -365,6 +371,7 @@ static void mend_no_body(repair *work, const std::string &message)
   work->copy.push_back({"body", std::max(last, 1)});
 }
 
+// The second one goes, as the first was meant to count.
 static void mend_second(repair *work, const std::string &message)
 {
   const std::vector<std::string> words = split_words(message);
@@ -442,6 +449,7 @@ static std::string lacks(const copy_line &table, int cells)
          " columns, of which only " + std::to_string(cells) + " follow";
 }
 
+// The message has no line; the table that it speaks of is the last one.
 static void mend_short_table(repair *work, const std::string &message)
 {
   int cells;
@@ -455,6 +463,7 @@ static void mend_short_table(repair *work, const std::string &message)
   cut_table(table, cells);
 }
 
+// The table ends where something else begins.
 static void mend_broken_table(repair *work, const std::string &message)
 {
   const line_place at = line_of(work, message);
@@ -470,6 +479,7 @@ static void mend_broken_table(repair *work, const std::string &message)
   cut_table(table, cells);
 }
 
+// A name of ours keeps the item, so that its attributes are no faults.
 static void mend_name(repair *work, const std::string &message)
 {
   const line_place at = line_of(work, message);
@@ -490,6 +500,7 @@ static void keep_words(copy_line *line, size_t count)
   line->text = text;
 }
 
+// The item stays without the width.
 static void mend_width(repair *work, const std::string &message)
 {
   const line_place at = line_of(work, message);
@@ -497,6 +508,7 @@ static void mend_width(repair *work, const std::string &message)
   keep_words(&*at, 1);
 }
 
+// The cells that follow say how many columns were meant.
 static void mend_columns(repair *work, const std::string &message)
 {
   const line_place at = line_of(work, message);
@@ -591,6 +603,7 @@ static pt_body_item *parse_all(repair *work)
 
 // --- the form ----------------------------------------------------------------
 
+// Lines that the parser skips are left out, so a rule sees what counts.
 static void add_lines(const repair &work, form *into)
 {
   bool header = true;
@@ -630,6 +643,7 @@ static void follow(std::vector<condition> *stack, const form_line &line)
   }
 }
 
+// Items come from the parser, their lines and sections from the text.
 static void add_items(const repair &work, const pt_body_item *body, form *into)
 {
   std::map<int, const pt_body_item *> made; // by the file's line

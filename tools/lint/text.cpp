@@ -83,6 +83,7 @@ static size_t distance(const std::string &a, const std::string &b)
 // A longer word than this is no slip of the pen, and would take long.
 static constexpr size_t WORD_MAX = 60;
 
+// One slip in a short word, two in a longer one.
 std::string nearest(const std::string &word, const std::set<std::string> &words)
 {
   std::string best;
@@ -112,6 +113,7 @@ std::string did_you_mean(const std::string &word,
   return near.empty() ? "" : " (did you mean " + in_quotes(near) + "?)";
 }
 
+// A row's number, or the "%d" or "#" in its place, is left aside.
 bool is_secret(const std::string &name)
 {
   static const char *const ends[] = {"password", "passphrase", "secret",

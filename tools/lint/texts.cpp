@@ -14,6 +14,7 @@ enum text_kind {
   KIND_MARKED,  // expanded, and its markup drawn
 };
 
+// The label of a column is a heading, which is drawn as it stands.
 static text_kind kind_of(const form &f, const form_line &line)
 {
   static const std::map<std::string, text_kind> kinds = {
@@ -172,6 +173,7 @@ static size_t check_dollar(const text_check &t, size_t at)
   return at + 1;
 }
 
+// Follows the scan of the expander: a tag first, then a reference.
 static void check_text(const text_check &t)
 {
   const std::string &text = t.line.text;

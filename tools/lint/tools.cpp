@@ -101,6 +101,7 @@ static void take_syntax_line(const device &dev, const std::string &line,
   }
 }
 
+// bash -n reads one file a process.
 static void check_syntax(const device &dev, findings *found)
 {
   std::vector<std::string> arguments = {"bash", "-c", SYNTAX_CHECK, "bash"};
