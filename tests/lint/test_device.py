@@ -104,6 +104,36 @@ BROKEN = [
     ("wireless.sh", "secret", "", "echo \"wl_passphrase=$key\""),
 ]
 
+# A script that does to a request's values what must not be done; behind a line
+# the rule that tells it.
+CARELESS = """#!/bin/bash
+while IFS== read -r name value; do
+  declare "$name=$value" # eval
+  printf -v "$name" %s x # eval
+  echo "${!name}" # eval
+  export $name # unquoted
+  x=$((value * 2)) # input-number
+  y=$((10#$value))
+  list[$value]=1 # input-number
+  [[ $value -gt 5 ]] # input-number
+  rm -rf "/data/$value" # input-path
+  awk "/$value/ {print}" /etc/x # eval
+  `echo $value` # unquoted
+  "$value" --start # eval
+done
+for pair in $(cat); do export "$pair"; done # eval
+source /dev/stdin # source
+. <(cat) # source
+show() { cat -- "/etc/$1"; } # input-path
+show "$3"
+read -r count
+let "count=count+1" # input-number
+read -r judged
+if [[ $judged =~ ^[0-9]+$ ]]; then echo "n=$((judged + 1))"; fi
+read -r kept <"$0"
+logger $kept
+"""
+
 
 def lint(folder, *options):
     run = subprocess.run([LINT, "--format=json", "--no-shellcheck", *options, folder],
@@ -154,6 +184,15 @@ def test_what_is_broken_is_told(device):
         path.write_text(text)
     assert lint(device) == []
     assert not missed, missed
+
+
+def test_what_becomes_of_a_requests_values_is_told(device):
+    (device / "scripts/log.sh").write_text(CARELESS)
+    lines = enumerate(CARELESS.splitlines(), 1)
+    expected = {(i, line.rpartition("# ")[2]) for i, line in lines if line[:1] != "#" and " # " in line}
+    rules = {rule for _, rule in expected}
+    assert {(line, rule) for name, line, rule in lint(device) if name == "log.sh" and rule in rules} \
+        - {(6, "eval")} == expected
 
 
 def test_files_that_are_not_there_or_not_executable_are_told(device):

@@ -109,12 +109,24 @@ void read_substitution(reader &r)
   r.substitution--;
 }
 
+// Moves a word that was read by itself to its place in the script.
+void move_word(bash_word &word, int lines, int columns)
+{
+  word.column += word.line == 1 ? columns : 0;
+  word.line += lines;
+  for (bash_expansion &expansion : word.expansions) {
+    expansion.column += expansion.line == 1 ? columns : 0;
+    expansion.line += lines;
+  }
+}
+
 // Read as a script of its own: a backslash means less in there.
 void read_backticks(reader &r)
 {
   step(r);
   const size_t start = r.at;
-  const int line = r.line;
+  const int lines = r.line - 1;
+  const int columns = column(r) - 1;
   while (!done(r) && peek(r) != '`') {
     step(r, peek(r) == '\\' ? 2 : 1);
   }
@@ -122,7 +134,17 @@ void read_backticks(reader &r)
   step(r);
   bash_script nested = read_bash(inner);
   for (bash_command &command : nested.commands) {
-    command.line += line - 1;
+    for (bash_word &word : command.words) {
+      move_word(word, lines, columns);
+    }
+    for (bash_assignment &assignment : command.assignments) {
+      move_word(assignment.value, lines, columns);
+    }
+    for (bash_redirect &redirect : command.redirects) {
+      move_word(redirect.target, lines, columns);
+    }
+    command.column += command.line == 1 ? columns : 0;
+    command.line += lines;
     command.substitution++;
     command.function = r.function;
     r.out.commands.push_back(command);

@@ -20,6 +20,7 @@ struct context {
   std::set<std::string> locals; // "function::name"
   std::set<std::string> input;  // scoped names that hold a request's values
   std::set<std::string> judged; // scoped names that something has looked at
+  std::set<std::string> maps;   // arrays whose subscripts are text
 };
 
 // --- names -------------------------------------------------------------------
@@ -53,13 +54,36 @@ static bool declares(const bash_command &command)
   return words.count(first_word(command)) != 0;
 }
 
+// declare -A NAME: text may stand in its subscripts.
+static void collect_maps(context *c, const bash_command &command)
+{
+  const bool is_map = std::any_of(
+      command.words.begin(), command.words.end(), [](const bash_word &word) {
+        return word.plain[0] == '-' &&
+               word.plain.find('A') != std::string::npos;
+      });
+  if (!is_map) {
+    return;
+  }
+  for (const bash_assignment &assignment : command.assignments) {
+    c->maps.insert(assignment.name);
+  }
+  for (const bash_word &word : command.words) {
+    c->maps.insert(word.plain);
+  }
+}
+
 // A name that a function declares is its own there.
 static void collect_locals(context *c)
 {
   for (const script *s : c->files) {
     c->functions.insert(s->code.functions.begin(), s->code.functions.end());
     for (const bash_command &command : s->code.commands) {
-      if (!declares(command) || command.function.empty()) {
+      if (!declares(command)) {
+        continue;
+      }
+      collect_maps(c, command);
+      if (command.function.empty()) {
         continue;
       }
       for (const bash_assignment &assignment : command.assignments) {
@@ -222,7 +246,8 @@ static bool follow_assignments(context *c, const bash_command &command)
   }
   if (command.kind == BASH_FOR && !command.words.empty()) {
     for (size_t i = 1; i < command.words.size(); i++) {
-      if (input_of(*c, command, command.words[i]) != nullptr) {
+      if (input_of(*c, command, command.words[i]) != nullptr ||
+          reads_all(command.words[i].text)) {
         more |= add_input(c, command, command.words[0].plain);
       }
     }
@@ -547,6 +572,68 @@ static void check_path(const sink &at)
   }
 }
 
+// The subscript of an indexed array is computed, names in it and all.
+static void check_subscript(const sink &at, const std::string &array,
+                            const std::string &subscript, int line, int column)
+{
+  if (at.c.maps.count(array) != 0) {
+    return;
+  }
+  std::string name;
+  for (const char c : subscript + " ") {
+    if (is_name_char(c)) {
+      name += c;
+      continue;
+    }
+    bash_expansion expansion;
+    expansion.name = name;
+    expansion.line = line;
+    expansion.column = column;
+    const bool based = c == '#'; // 10#$row
+    if (!name.empty() && is_input(at.c, at.command, expansion)) {
+      tell_at(at, expansion, "input-number",
+              shown(expansion) +
+                  " comes from the request and is computed here,"
+                  " as a subscript" +
+                  (array.empty() ? " can be"
+                                 : ", unless the array is declared"
+                                   " with -A") +
+                  ": bash runs commands in it");
+      return;
+    }
+    if (based) {
+      return;
+    }
+    name.clear();
+  }
+}
+
+// let computes the text of its words.
+static void check_let(const sink &at)
+{
+  if (first_word(at.command) != "let") {
+    return;
+  }
+  for (size_t i = 1; i < at.command.words.size(); i++) {
+    const bash_word &word = at.command.words[i];
+    check_subscript(at, "", word.plain, word.line, word.column);
+  }
+}
+
+// The first word of a command is run.
+static void check_command(const sink &at)
+{
+  if (at.command.kind != BASH_SIMPLE || at.command.words.empty()) {
+    return;
+  }
+  const bash_expansion *input = input_of(at.c, at.command, at.command.words[0]);
+  if (input != nullptr) {
+    tell_at(at, *input, "eval",
+            shown(*input) + " comes from the request and is run as a command"
+                            " here");
+  }
+}
+
 static void check_words(const sink &at)
 {
   const bash_command &command = at.command;
@@ -567,6 +654,8 @@ static void check_words(const sink &at)
   }
   for (const bash_assignment &assignment : command.assignments) {
     check_number(at, assignment.value, false);
+    check_subscript(at, assignment.name, assignment.subscript,
+                    assignment.value.line, assignment.value.column);
     check_indirect(at, assignment.value);
     for (const bash_word &element : assignment.elements) {
       check_number(at, element, false);
@@ -583,7 +672,13 @@ static void check_words(const sink &at)
 void check_input(const device &dev, findings *found)
 {
   for (const auto &entry : dev.scripts) {
-    context c = {dev, {}, library_functions, {}, {}, {}};
+    context c = {dev,
+                 {},
+                 library_functions,
+                 {},
+                 {},
+                 {},
+                 {"orv", "orv_was", "orv_label"}};
     for (const std::string &name : with_sources(dev, entry.first)) {
       c.files.push_back(&dev.scripts.at(name));
     }
@@ -597,6 +692,8 @@ void check_input(const device &dev, findings *found)
         const sink at = {c, *s, command, found};
         check_eval(at);
         check_program(at);
+        check_command(at);
+        check_let(at);
         check_names(at);
         check_source(at);
         check_path(at);
