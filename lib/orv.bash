@@ -26,11 +26,11 @@ printf -v orv__token '%(%s)T.%d.%d' -1 $$ $RANDOM
 
 # orv_load FILE: the stored values, lines NAME=VALUE, or as long as nobody saved
 # those of ORV_DEFAULTS; 1 if there is neither.  In a read script, which has no
-# input, it confirms a change that orv_guard watches.
+# input, it confirms a change that orv_guard watches, if a page is being shown.
 orv_load() {
   local line name stamp='0 0' file=$ORV_STATE/.pending
   orv__is_word "$1" || return 1
-  if [[ -e $file/.armed && ! -p /dev/stdin ]]; then
+  if [[ -e $file/.armed && $REQUEST_METHOD && ! -p /dev/stdin ]]; then
     orv_lock && rm -rf -- "$file" && orv_unlock
   fi
   # What a save has committed is in .commit until it is moved to its place.
@@ -115,6 +115,10 @@ orv_put() {
 orv_show() { # NAME...: reports values at hand
   local name
   for name; do orv_put "$name" "${orv[$name]}"; done
+}
+
+orv_show_secrets() { # NAME...: to orvctl --secrets, never to a page
+  [[ -z $ORV_SECRETS || $REQUEST_METHOD ]] || orv_show "$@"
 }
 
 # orv_error NAME TEXT: a message beside a field.  orv_msg TEXT: one of the page,

@@ -23,6 +23,7 @@ if [[ $1 == --read ]]; then
     orv[wl_hint]='One is stored and not shown; leave this blank to keep it'
   fi
   orv_show "${NAMES[@]}" wl_hint
+  orv_show_secrets wl_passphrase
   exit
 fi
 

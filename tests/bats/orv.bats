@@ -232,12 +232,14 @@ u_saved_change6=""'*'log:Light: on -> off (a_b at ::1__)'* ]]
   [[ $(<"$ORV_STATE/.pending/net") == v=shipped ]]
   script "orv_guard_boot touch $ran" </dev/null
   [[ $(<"$ORV_STATE/net") == v=shipped && -e $ran && ! -e $ORV_STATE/.pending ]]
-  guarded 900 && script 'orv_load net' </dev/null
+  guarded 900 && script 'orv_load net' </dev/null # a look from a terminal
+  [[ -e $ORV_STATE/.pending ]]
+  REQUEST_METHOD=GET script 'orv_load net' </dev/null
   [[ ! -e $ORV_STATE/.pending ]] && script orv_guard_boot </dev/null
   [[ $(stored net) == 'v=new w=1' ]]
   # With a command, pages opened before it ran confirm nothing.
   guarded 1 "eval 'cat \"\$ORV_STATE/net\" >>$ran'"
-  script 'orv_load net' </dev/null
+  REQUEST_METHOD=GET script 'orv_load net' </dev/null
   [[ -e $ORV_STATE/.pending ]]
   waits grep -q new "$ran"
   waits test ! -e "$ORV_STATE/.pending"

@@ -6,11 +6,17 @@ the user the same messages.
 
 import json
 import os
+import pathlib
 import random
 import re
+import shutil
 import subprocess
+import urllib.parse
+
+from conftest import ENVIRONMENT, ORV
 
 ORVCTL = os.environ["ORVCTL"]
+DEMO = pathlib.Path(__file__).resolve().parents[2] / "demo"
 DEVICES = 200
 WORDS = ["a", "gate-1", "two words", "", "0", "True", "no", "  edge ", "$x", "é", "7", "200"]
 CHECKS = ["check word", "check nullok word", "check nullok number 1 100", "", "check nullok text"]
@@ -155,3 +161,92 @@ def test_json_rows_and_wrong_use(site):
     for words in (["set", "../f", "n0=x"], ["set", "f/..", "n0=x"], ["set", "f", "n0=a\nb"],
                   ["set", "f", "zz=1"], ["get", "f", "zz"], ["rows", "f", "zz"], ["get", "nosuch"]):
         assert run(site, *words, expect=1).stderr.startswith("orvctl: ")
+
+
+def demo(site):
+    """The demo device in the test's folder."""
+    for name in ("templates", "scripts", "defaults"):
+        shutil.copytree(DEMO / name, site.folder / "data" / name, dirs_exist_ok=True)
+    return site
+
+
+def stored(site):
+    """What the device keeps; a first line tells only when it was saved."""
+    files = (site.folder / "data/state").glob("*")
+    return {f.name: re.sub("^#orv .*\n", "", f.read_text())
+            for f in files if f.is_file() and f.name not in (".lock", "log")}
+
+
+CHANGES = """
+set network host_name=gw-2 static_ip=yes ip_address=10.0.0.5/24 gateway=10.0.0.1 ip6_mode=off dns_search=lan.example
+set wireless wl_on=True wl_name=Larch wl_passphrase=correct-horse wl_band=2 wl_channel=6
+set dhcp dh_lease=24h dh_domain=lan
+rows dhcp leases delete 1
+rows dhcp leases add ls_name=nas ls_mac=52:54:00:12:ab:09 ls_address=192.168.1.77
+rows firewall rules add fr_pos=15 fr_do=allow fr_from=wan fr_proto=tcp fr_port=443
+rows firewall rules delete 1
+rows forwards forwards delete 1 2
+set services ssh_on=True log_level=debug
+rows users users change 2 us_role=viewer
+set system place=Cellar ntp_on=False
+set port/lan1 port_on=False
+set port/lan3 port_use=Printer port_mtu=9000
+"""
+
+
+def test_a_dump_puts_every_form_of_the_demo_back(site):
+    demo(site)
+    for line in CHANGES.strip().splitlines():
+        run(site, *line.split(), expect=0)
+    dump = run(site, "--secrets", "dump", expect=0).stdout
+    assert "wl_passphrase=correct-horse" in dump
+    assert "correct-horse" not in run(site, "dump", expect=0).stdout
+    kept = stored(site)
+    assert len(kept) >= 12
+    shutil.rmtree(site.folder / "data/state")
+    (site.folder / "dump").write_text(dump.replace("host_name=gw-2", "host_name=gw 2"))
+    assert "nothing was saved" in run(site, "apply", "dump", expect=1).stderr
+    assert stored(site) == {}
+    (site.folder / "dump").write_text(dump)
+    run(site, "--dry-run", "apply", "dump", expect=0)
+    assert stored(site) == {}
+    assert "Device name: larkspur → gw-2" in run(site, "apply", "dump", expect=0).stdout
+    assert stored(site) == kept
+    again = run(site, "apply", "dump", expect=0).stdout
+    # A secret that no page tells is written again.
+    assert again.count(": unchanged") == dump.count("\nform ") - 1
+
+
+TOGETHER = 60
+
+
+def test_of_two_saves_at_once_each_counts_as_a_whole_or_says_why_not(site):
+    demo(site)
+    page = site.open("network")
+    state = site.folder / "data/state"
+    both = 0
+    for i in range(TOGETHER):
+        shutil.rmtree(state, ignore_errors=True)
+        page = site.open("network")
+        fields = dict(page.fields()) | {
+            "host_name": f"page-{i}", "dns1": "192.0.2.1", "dns2": "192.0.2.2", "action": "Submit"}
+        body = urllib.parse.urlencode(fields).encode()
+        (site.folder / "dump").write_text(
+            f"form network\nhost_name=file-{i}\ndns1=192.0.2.3\ndns2=192.0.2.4\n")
+        env = ENVIRONMENT | {"REQUEST_METHOD": "POST", "CONTENT_LENGTH": str(len(body)),
+                             "CONTENT_TYPE": "application/x-www-form-urlencoded",
+                             "SYSLOG_FILE": "/dev/null"}
+        start = lambda words, **more: subprocess.Popen(
+            words, cwd=site.folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE, **more)
+        with start([ORV], env=env) as browser, start([ORVCTL, "apply", "dump"]) as terminal:
+            (seen, _), (_, said) = browser.communicate(body, 60), terminal.communicate(b"", 60)
+        saved = [b"<title>Saved" in seen, terminal.returncode == 0]
+        kept = "".join(stored(site).values())
+        found = [f"host_name=page-{i}" in kept and "dns1=192.0.2.1" in kept and "dns2=192.0.2.2" in kept,
+                 f"host_name=file-{i}" in kept and "dns1=192.0.2.3" in kept and "dns2=192.0.2.4" in kept]
+        assert sum(found) == 1 and saved[found.index(True)], (i, saved, kept, said)
+        refused = b'class="error"' in seen, b"orvctl: network: " in said
+        assert all(ok or told for ok, told in zip(saved, refused)), (i, saved, seen, said)
+        both += all(saved)
+    assert both < TOGETHER  # a page that is older than the last save is refused
