@@ -53,6 +53,8 @@ static sigset_t sigterm;                  // holds that alone; set once
 // A pipe of which this process alone holds the writing end: it hangs up when
 // the process dies.  -1: there was no descriptor for it.
 static int lifeline[] = {-1, -1};
+// Far from the descriptors that scripts, and bash for them, choose.
+constexpr int LIFELINE_FD = 230;
 
 // --- starting ----------------------------------------------------------------
 
@@ -110,6 +112,13 @@ void orv_script_signals(void)
   sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
   if (pipe2(lifeline, O_CLOEXEC | O_NONBLOCK) != 0) {
     lifeline[0] = -1;
+  }
+  // The kernel closes a dead process' descriptors from the last one down: this
+  // one before the pipe whose end would tell a script that it was told all.
+  const int last = fcntl(lifeline[1], F_DUPFD_CLOEXEC, LIFELINE_FD);
+  if (last >= 0) {
+    close(lifeline[1]);
+    lifeline[1] = last;
   }
   trap_set = 1;
 }
@@ -205,9 +214,6 @@ static void await_input()
   struct pollfd input = {STDIN_FILENO, POLLIN, 0};
   poll(&input, 1, INPUT_WAIT_MS);
 }
-
-// Far from the descriptors that scripts, and bash for them, choose.
-constexpr int LIFELINE_FD = 230;
 
 // Has the kernel kill the script's process group when the lifeline at `line`
 // hangs up, for as long as one of the group holds it.  The script's process
