@@ -440,6 +440,13 @@ void html_form_text_input(const char *name, const char *value, const char *id,
            attrs);
 }
 
+void html_form_password_input(const char *name, const char *value,
+                              const html_attribute *attrs)
+{
+  open_tag("input", {{"type", "password"}, {"name", name}, {"value", value}},
+           attrs);
+}
+
 void html_form_checkbox(const char *name, const char *value, int checked,
                         const char *id, const char *title,
                         const char *css_class, const html_attribute *attrs)

@@ -116,6 +116,9 @@ void html_form_hidden(const char *name, const char *value, const char *id,
 void html_form_text_input(const char *name, const char *value, const char *id,
                           const char *css_class, const char *title,
                           const char *maxlength, const html_attribute *attrs);
+// The same for a value that nobody else should see.
+void html_form_password_input(const char *name, const char *value,
+                              const html_attribute *attrs);
 void html_form_checkbox(const char *name, const char *value, int checked,
                         const char *id, const char *title,
                         const char *css_class, const html_attribute *attrs);

@@ -29,6 +29,9 @@ constexpr size_t CONTROL_ID_SIZE = 16; // a letter and a line number
 // row.
 constexpr int CONTROL_LABEL_MAX = 100;
 constexpr size_t CONTROL_LABEL_SIZE = CONTROL_LABEL_MAX + 20;
+// Far more names than conditions of a form ask for; what does not fit is left
+// out, and changes with a button as it does without scripts.
+constexpr size_t CONDITIONS_SIZE = 500;
 
 static const char NBSP[] = "&nbsp;";
 
@@ -44,13 +47,18 @@ static int failure_focused; // the first failing control has been drawn
 
 static char size_value[SIZE_SIZE]; // set before each use
 
-static html_attribute html_form_name = {"name", "f1", nullptr};
+static char conditions[CONDITIONS_SIZE]; // collected before the body is drawn
+
+static html_attribute form_conditions = {"data-conditions", nullptr, nullptr};
+static html_attribute html_form_name = {"name", "f1", &form_conditions};
 static html_attribute op_text_field_core_attr_size = {"size", size_value,
                                                       nullptr};
 static html_attribute op_text_field_core_attr_disabled = {
     "disabled", "disabled", &op_text_field_core_attr_size};
 static html_attribute colspan2 = {"colspan", "2", nullptr};
 static html_attribute valign = {"valign", "top", nullptr};
+static html_attribute new_row = {"data-row", "new", nullptr};
+static html_attribute changed = {"data-changed", "yes", nullptr};
 
 static char *expand(char *text)
 {
@@ -96,6 +104,43 @@ void cgiout_close_table(void)
   if (table_running != 0) {
     html_table_end();
     table_running = 0;
+  }
+}
+
+// --- conditions --------------------------------------------------------------
+// They are decided when a page is drawn.  The form names the variables that
+// they read, so that scripts of the browser can have it drawn again at once.
+
+static bool is_value_reference(const char *text)
+{
+  return (text[1] == 'V' || text[1] == 'U') && text[2] == ':';
+}
+
+static void add_condition(const char *text)
+{
+  while ((text = strchr(text, '$')) != nullptr) {
+    if (!is_value_reference(text)) {
+      text++;
+      continue;
+    }
+    text += 3;
+    const size_t used = strlen(conditions);
+    const size_t length = strcspn(text, "$");
+    if (used + length + 2 <= sizeof conditions) {
+      memcpy(conditions + used, text, length);
+      conditions[used + length] = ' ';
+      form_conditions.value = conditions;
+    }
+    text += length + (text[length] == '$' ? 1 : 0);
+  }
+}
+
+static void collect_conditions(const pt_body_item *itm)
+{
+  for (; itm != nullptr; itm = itm->next) {
+    if (itm->type == PT_IF || itm->type == PT_IFNOT) {
+      add_condition(itm->text.txt);
+    }
   }
 }
 
@@ -160,7 +205,9 @@ void cgiout_close_form(void)
     return;
   }
   cgiout_close_table();
-  html_div_begin("hidden", nullptr);
+  // Scripts of the browser ask before a change is left behind.
+  const bool is_changed = orv_vars_changed(&cfg_vars) != nullptr;
+  html_div_begin("hidden", is_changed ? &changed : nullptr);
   cgiout_variables(hidden_field);
   hidden_if_set("form", orv_form);
   hidden_if_set("subitem", orv_subitem);
@@ -355,12 +402,13 @@ static void op_help(char *text)
 }
 
 // An error recorded for an item belongs to its controls; any other is the
-// page's own message.
+// page's own message, which is a question where rows are marked for deletion.
 static void op_error(char *text)
 {
   const pt_body_item *owner = error_owner(text);
   char id[CONTROL_ID_SIZE];
-  html_attribute attr = {"role", "alert", nullptr};
+  html_attribute attr = {"role", del_vars != nullptr ? "status" : "alert",
+                         nullptr};
   if (owner != nullptr) {
     error_id(id, owner);
     attr = {"id", id, nullptr};
@@ -519,19 +567,33 @@ static void add_name(control_attrs *list, const pt_body_item *itm)
   }
 }
 
-// Errors of a table are recorded by column, so they describe each of its cells,
-// and none is known to be the wrong one.  A field's error may be recorded under
-// a label of its own, and is then shown where the template wants it.
-static void add_error_state(control_attrs *list, const pt_body_item *itm)
+static bool cell_fails(const char *varname)
+{
+  const orv_var *var = orv_find_var(&cfg_vars, varname, 0);
+  return var != nullptr && var->failed != 0;
+}
+
+static bool field_fails(const pt_body_item *itm)
+{
+  const char *label =
+      itm->type == PT_TEXT_FIELD ? itm->field.check_label : nullptr;
+  return recorded_error(itm) != nullptr ||
+         (label != nullptr &&
+          orv_get_var(&err_vars, label, o_undefined) != nullptr);
+}
+
+// Errors of a table are recorded by column.  Our checks know which cells are
+// wrong; what a script found may be any cell, so its error describes them all.
+// A field's error may be recorded under a label of its own, and is then shown
+// where the template wants it.
+static void add_error_state(control_attrs *list, const pt_body_item *itm,
+                            const char *varname)
 {
   static char id[CONTROL_ID_SIZE];
-  const bool has_error = recorded_error(itm) != nullptr;
-  const bool is_field = itm->type == PT_TEXT_FIELD && itm->column < 0;
-  const char *label = is_field ? itm->field.check_label : nullptr;
-  const bool failing =
-      itm->column < 0 &&
-      (has_error || (label != nullptr &&
-                     orv_get_var(&err_vars, label, o_undefined) != nullptr));
+  const bool is_cell = itm->column >= 0;
+  const bool failing = is_cell ? cell_fails(varname) : field_fails(itm);
+  const bool has_error = recorded_error(itm) != nullptr &&
+                         (failing || !is_cell || !orv_checks_failed());
   if (failing) {
     add_attr(list, "aria-invalid", "true");
   }
@@ -568,9 +630,27 @@ static const input_hint input_hints[] = {
 };
 // clang-format on
 
+// Whether the field's name says that nobody else should see the value.
+static bool is_secret(const pt_body_item *itm)
+{
+  static const char *const endings[] = {"_password", "_passphrase", "_secret",
+                                        "_pin"};
+  const char *end = strrchr(itm->name, '_');
+  for (const char *ending : endings) {
+    if (end != nullptr && strcmp(end, ending) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // Values of every check but "text" are no prose.
 static void add_input_hints(control_attrs *list, const pt_body_item *itm)
 {
+  if (is_secret(itm)) {
+    add_attr(list, "autocomplete", "new-password");
+    return;
+  }
   int nullok;
   const char *options;
   const checks_info *check =
@@ -590,12 +670,12 @@ static void add_input_hints(control_attrs *list, const pt_body_item *itm)
 
 // All of them, in front of `tail`.
 static html_attribute *control_help(const pt_body_item *itm,
-                                    html_attribute *tail)
+                                    const char *varname, html_attribute *tail)
 {
   static control_attrs list;
   list.count = 0;
   add_name(&list, itm);
-  add_error_state(&list, itm);
+  add_error_state(&list, itm, varname);
   if (itm->type == PT_TEXT_FIELD) {
     add_input_hints(&list, itm);
   }
@@ -613,8 +693,13 @@ static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
   snprintf(size_value, sizeof size_value, "%d", width);
   html_attribute *attrs = fixed != 0 ? &op_text_field_core_attr_disabled
                                      : &op_text_field_core_attr_size;
-  html_form_text_input(name, value, nullptr, nullptr, nullptr, nullptr,
-                       control_help(itm, attrs));
+  attrs = control_help(itm, varname, attrs);
+  if (fixed == 0 && is_secret(itm)) {
+    html_form_password_input(name, value, attrs);
+  } else {
+    html_form_text_input(name, value, nullptr, nullptr, nullptr, nullptr,
+                         attrs);
+  }
 }
 
 bool cgiout_mark_checkbox(const char *name, const char *varname)
@@ -631,7 +716,7 @@ static void op_checkbox_core(pt_body_item *itm, char *name, char *varname)
 {
   const int ticked = cgiout_mark_checkbox(name, varname) ? 1 : 0;
   html_form_checkbox(name, "True", ticked, nullptr, nullptr, nullptr,
-                     control_help(itm, nullptr));
+                     control_help(itm, varname, nullptr));
 }
 
 html_form_list_opt *cgiout_mark_choice(pt_body_item *itm, const char *varname)
@@ -661,7 +746,7 @@ static void op_select_core(pt_body_item *itm, char *name, char *varname)
     }
   }
   html_form_list(name, 1, nullptr, itm->choices.choices, nullptr,
-                 control_help(itm, nullptr));
+                 control_help(itm, varname, nullptr));
 }
 
 // --- labelled field rows -----------------------------------------------------
@@ -788,7 +873,7 @@ static void op_mcol_trans(pt_body_item *itm, mcol_trans type)
     row++;
     break;
   case MCOL_ROW_END_BLANK:
-    html_td_begin("multicol", nullptr);
+    html_td_begin("multicol", &new_row);
     fputs(NBSP, cgiOut);
     html_td_end();
     html_tr_end();
@@ -798,9 +883,11 @@ static void op_mcol_trans(pt_body_item *itm, mcol_trans type)
     html_tr_end();
     row++;
     break;
-  case MCOL_COL_START:
-    html_td_begin("multicol", nullptr);
+  case MCOL_COL_START: {
+    html_attribute label = {"data-label", itm->label, nullptr};
+    html_td_begin("multicol", &label);
     break;
+  }
   case MCOL_COL_END:
     html_td_end();
     break;
@@ -841,5 +928,6 @@ static_assert(sizeof html_procs == 19 * sizeof(void (*)()),
 
 void cgi_body_output(pt_body_item *body, int help, const char *error)
 {
+  collect_conditions(body);
   orv_body_output(&html_procs, body, help, error);
 }

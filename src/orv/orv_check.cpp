@@ -942,6 +942,15 @@ static bool row_exists(const pt_body_item *itm, int row)
   return fixed_rows != 0 ? row < fixed_rows : row_has_values(itm, row);
 }
 
+// The error is recorded by column, so the cell itself is marked.
+static void mark_failed(const char *cell)
+{
+  orv_var *var = orv_find_var(&cfg_vars, cell, 1);
+  if (var != nullptr) {
+    var->failed = 1;
+  }
+}
+
 static void check_row(const pt_body_item *itm, int row)
 {
   const pt_body_item *cell = itm->next;
@@ -949,6 +958,7 @@ static void check_row(const pt_body_item *itm, int row)
        column++, cell = cell->next) {
     char name[ORV_NAME_SIZE];
     make_row_name(name, cell, row);
+    const int errors = error_count;
     switch (cell->type) {
     case PT_TEXT_FIELD:
       itm_check_text_field(cell, name, 1);
@@ -961,6 +971,9 @@ static void check_row(const pt_body_item *itm, int row)
       break;
     default:
       break;
+    }
+    if (error_count != errors) {
+      mark_failed(name);
     }
   }
 }
@@ -1039,6 +1052,11 @@ int orv_check_vars(pt_body_item *itm)
     set_error("msg", nullptr, text, nullptr);
   }
   return error_count == 0 ? 1 : 0;
+}
+
+bool orv_checks_failed(void)
+{
+  return error_count != 0;
 }
 
 // --- the table of checks -----------------------------------------------------

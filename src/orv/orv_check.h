@@ -53,7 +53,11 @@ const checks_info *orv_find_check(const char *check, int *nullok,
 
 // Checks every input item of the body `itm` (may be NULL) against its value in
 // cfg_vars, which is normalised in place.  err_vars is emptied and receives a
-// message for each failure.  1 when there was none, else 0.
+// message for each failure; the table cells that failed are marked in cfg_vars.
+// 1 when there was none, else 0.
 int orv_check_vars(pt_body_item *itm);
+
+// Whether that has found a failure: the errors are those of checks then.
+bool orv_checks_failed(void);
 
 #endif

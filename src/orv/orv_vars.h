@@ -32,6 +32,7 @@ struct orv_var {
   char *c_value;
   char *o_value;
   unsigned is_checkbox : 1; // drawn as a check box in this request
+  unsigned failed : 1;      // a table's cell that a check refused
 };
 
 // Newest record first; a bare name occurs at most once in each.

@@ -57,7 +57,7 @@ RICH_PAGE = """\
 <!-- Line 16 --><table class="multicol"><thead class="multicol"><tr
  class="multicol"><th class="multicol">From</th><th
  class="multicol">&nbsp;</th></tr></thead><tr class="multicol"><td
- class="multicol"><input type="text" name="src0" value="any" aria-label="From, row 1"
+ class="multicol" data-label="From"><input type="text" name="src0" value="any" aria-label="From, row 1"
  size="5"></td><td class="multicol"><input type="checkbox" name="act0" value="True"
  aria-label="act, row 1"></td></tr></table>"""
 
