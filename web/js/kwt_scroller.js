@@ -1,138 +1,323 @@
-// Help for the hand, beside what position.js does.
-//
-// Every page works without this file, which changes nothing that is posted, and
-// says but "Working" where an answer is late.
+// Help for the hand.  Every page works without it.
 "use strict";
 
-(() => {
-  const ICON = "/css/orv.css"; // a maker's own goes here
-  const NOTICE_MS = 1000;
-  const PATIENCE_MS = 60000; // a lost answer must not lock the form
-  const edited = new Set(); // controls touched
-  let timers = [];
-  let notice = null; // is there while an answer is under way
+const ICON = "/css/orv.css"; // a maker's own goes here
+const PATIENCE_MS = 60000; // a lost answer locks no form
+const CONTROLS = "input:not([type=hidden]), select";
+const edited = new Set();
+let timers = [];
+let notice = null; // is there while an answer is under way
+let asked = null; // how the form is drawn
 
-  // Browsers ask for an icon that no page names; the style sheet is at hand.
-  document.head.append(Object.assign(document.createElement("link"),
-                                     {rel: "icon", href: ICON}));
+const find = (selector, page = document) => page.querySelector(selector);
+const all = (selector, page = document) =>
+  [...page.querySelectorAll(selector)];
+const create = (name, properties) =>
+  Object.assign(document.createElement(name), properties);
 
-  // A screen reader tells the text that comes into a status, not a status that
-  // comes with its text.
-  function begin() {
-    notice = document.createElement("div");
-    notice.className = "working";
-    notice.setAttribute("role", "status");
-    document.body.append(notice);
-    timers = [
-      setTimeout(() => { notice.textContent = "Working…"; }, NOTICE_MS),
-      setTimeout(end, PATIENCE_MS),
-    ];
+// Browsers ask for an icon that no page names.
+document.head.append(create("link", {rel: "icon", href: ICON}));
+
+// Screen readers tell what comes into a status later.
+function begin() {
+  notice = create("div", {className: "working", role: "status"});
+  document.body.append(notice);
+  timers = [setTimeout(() => { notice.textContent = "Working…"; }, 1000),
+            setTimeout(end, PATIENCE_MS)];
+}
+
+function end() {
+  timers.forEach(clearTimeout);
+  notice?.remove();
+  notice = null;
+}
+
+// The page that comes back, or null.
+const load = (url, body) =>
+  fetch(url, {method: body ? "POST" : "GET", body,
+              signal: AbortSignal.timeout?.(PATIENCE_MS)})
+    .then((answer) => answer.text())
+    .then((text) => new DOMParser().parseFromString(text, "text/html"))
+    .catch(() => null);
+
+const isThisForm = (page) => page?.forms.f1 &&
+  carriedValue("form", page) === carriedValue("form");
+
+const fieldsOf = (form) => new URLSearchParams(new FormData(form));
+const send = (form, fields) => load(form.getAttribute("action"), fields);
+
+// A second press would save twice; a disabled button would not be sent.
+addEventListener("submit", (event) => {
+  if (notice) {
+    return event.preventDefault();
   }
-
-  function end() {
-    if (notice) {
-      timers.forEach(clearTimeout);
-      notice.remove();
-      notice = null;
-    }
+  all(".show").forEach((one) => reveal(one, false)); // browsers keep texts
+  begin();
+  if (event.submitter?.value === "Submit" && find("[name^=o_wait_]")) {
+    event.preventDefault();
+    submitHere(event.target);
   }
+});
 
-  // A second press would save twice.  A disabled button's value is not sent.
-  addEventListener("submit", (event) => {
-    if (notice) {
-      event.preventDefault();
-    } else {
-      begin();
-    }
-  });
+// The browser's Stop, where we are told; Escape is its key.
+window.navigation?.addEventListener("navigate", ({signal}) =>
+  signal.addEventListener("abort", end));
 
-  // The browser's Stop, where we are told; Escape is its key.
-  if (window.navigation) {
-    navigation.addEventListener("navigate", (event) => {
-      event.signal.addEventListener("abort", end);
-    });
-  }
-
-  // Enter would press the form's first button, Home; it means Submit.
-  addEventListener("keydown", (event) => {
-    const field = event.target;
-    if (event.key === "Escape") {
-      end();
-    }
-    const submit = event.key === "Enter" && !event.isComposing &&
-      /^(text|checkbox)$/.test(field.type) &&
-      document.querySelector('[name="action"][value="Submit"]');
-    if (submit) {
-      event.preventDefault();
-      if (!event.repeat) {
-        submit.click(); // not when disabled
-      }
-    }
-  });
-
-  function isChanged(control) {
-    if (control.options) {
-      const list = [...control.options];
-      return !(list.find((o) => o.defaultSelected) || list[0]).selected;
-    }
-    return control.checked !== control.defaultChecked ||
-      control.value !== control.defaultValue;
-  }
-
-  function isTrue(text) {
-    return !/^(0|no|false|off)?$/i.test(text || "");
-  }
-
-  // Whether user values (u_) came that differ from the reported ones (o_), else
-  // from the defaults (d_).  The u_ of a box is False: what it shows counts.
-  function carriesChanges(form) {
-    const values = new Map();
-    for (const field of form.elements) { // the hidden ones come last
-      const box = field.type === "checkbox";
-      const name = (box ? "u_" : "") + field.name.toLowerCase();
-      if (!values.has(name)) {
-        values.set(name, box ? field.defaultChecked ? "True" : "False"
-                             : field.value);
-      }
-    }
-    return [...values].some(([name, user]) => {
-      const reported = values.get(name.replace("u_", "o_"));
-      if (!name.startsWith("u_") || user === reported) {
-        return false;
-      }
-      if (user === "True" || user === "False") {
-        return isTrue(user) !== isTrue(reported);
-      }
-      return reported !== undefined ||
-        user !== "" && user !== values.get(name.replace("u_", "d_"));
-    });
-  }
-
-  function ask(event) {
-    const form = document.forms.f1;
-    if (!notice && form &&
-        ([...edited].some(isChanged) || carriesChanges(form))) {
-      event.preventDefault();
-      event.returnValue = true;
-    }
-  }
-
-  // Some browsers keep no page for Back that listens to this.
-  function listen() {
-    addEventListener("beforeunload", ask);
-  }
-
-  addEventListener("input", (event) => {
-    edited.add(event.target);
-    listen();
-  });
-
-  // What comes back with Back was sent or given up before.
-  addEventListener("pageshow", () => {
+// Enter would press the form's first button, Home; it means Submit.
+addEventListener("keydown", (event) => {
+  if (event.key === "Escape") {
     end();
-    edited.clear();
-    if (document.querySelector('input[name^="u_"]')) {
-      listen();
+  }
+  const submit = event.key === "Enter" && !event.isComposing &&
+    /^(text|password|checkbox)$/.test(event.target.type) &&
+    find("[name=action][value=Submit]");
+  if (submit) {
+    event.preventDefault();
+    if (!event.repeat) {
+      submit.click(); // not when disabled
     }
-  });
-})();
+  }
+});
+
+// --- secrets ---
+
+const nameOf = (field) => field.labels[0]?.textContent || field.ariaLabel;
+
+function reveal(button, isShown) {
+  const field = button.previousSibling;
+  field.type = isShown ? "text" : "password";
+  button.value = isShown ? "Hide" : "Show";
+  button.ariaLabel = `${button.value} ${nameOf(field)}`;
+}
+
+function addButtons(page) {
+  for (const field of all("[type=password]", page)) {
+    const name = `show ${field.name}`;
+    field.after(create("input", {type: "button", className: "show", name}));
+    reveal(field.nextSibling, false);
+  }
+}
+
+addEventListener("click", ({target}) =>
+  target.className === "show" && reveal(target, target.value === "Show"));
+
+// --- the form drawn again ---
+// The answer takes the page's place and gets what was entered meanwhile.  The
+// focused control stays, and with it the selection and a phone's keyboard.
+
+const keyOf = ({localName, name, type, value}) =>
+  localName + name + (type === "submit" ? value : "");
+
+function copyEntry(from, to) {
+  const {value} = to;
+  to.checked = from.checked;
+  to.value = from.value;
+  if (to.selectedIndex < 0) { // no choice any more
+    to.value = value;
+  }
+}
+
+// What stands around `twin` replaces what stands around `kept`.
+function replaceAround(kept, twin, root) {
+  kept.getAttributeNames().filter((name) => !twin.hasAttribute(name))
+    .forEach((name) => kept.removeAttribute(name));
+  for (; kept !== root; kept = kept.parentNode, twin = twin.parentNode) {
+    const parts = [...twin.parentNode.childNodes];
+    const at = parts.indexOf(twin);
+    [...kept.parentNode.childNodes].filter((one) => one !== kept)
+      .forEach((one) => one.remove());
+    kept.before(...parts.slice(0, at));
+    kept.after(...parts.slice(at + 1));
+  }
+}
+
+const isWatched = ({name, form}) =>
+  form?.dataset.conditions?.split(" ").includes(name);
+
+// Help stays, and marks of rows stay marks.
+function question(form) {
+  const fields = fieldsOf(form);
+  all("input.multicol").forEach(({name}) => fields.delete(name));
+  if (find("p.help")) {
+    fields.set("action", "Help");
+  }
+  return fields;
+}
+
+// The last question counts; a fault leaves all as it was.
+async function redraw(form) {
+  const fields = asked = question(form);
+  const page = await send(form, fields);
+  if (asked !== fields || notice || !isThisForm(page)) {
+    return;
+  }
+  addButtons(page);
+  const main = find("main");
+  const fresh = find("main", page);
+  const own = new Map(all(CONTROLS, main).map((one) => [keyOf(one), one]));
+  const pairs = all(CONTROLS, fresh)
+    .map((twin) => [own.get(keyOf(twin)), twin]).filter(([one]) => one);
+  if (pairs.length < own.size && `${fields}` !== `${question(form)}`) {
+    return redraw(form); // a field goes that was typed in
+  }
+  pairs.filter(([one]) => !one.disabled).forEach((pair) => copyEntry(...pair));
+  const kept = pairs.find(([one]) => one.matches(":focus"));
+  if (kept) {
+    replaceAround(...kept, main);
+  } else {
+    main.replaceChildren(...fresh.childNodes);
+  }
+}
+
+addEventListener("change", ({target}) =>
+  isWatched(target) && redraw(target.form));
+
+// --- pages of facts ---
+// With live_seconds reported, and nothing to submit, values are refreshed; new
+// ones of the fields that live_tell names are read out.
+
+function keepFresh() {
+  const least = 1000 * carriedValue("o_live_seconds");
+  if (!least || find("[value=Submit]").offsetWidth) {
+    return;
+  }
+  const told = carriedValue("o_live_tell").split(" ");
+  const status = create("div", {className: "told", role: "status"});
+  const stop = create("input", {type: "button", className: "bottombar"});
+  const query = new URLSearchParams(["form", "subitem", "expert_mode"]
+    .map((name) => [name, carriedValue(name)]));
+  let pause = 0;
+  let timer;
+  let isOn;
+
+  function show(page) {
+    for (const fact of all("main [type=text]")) {
+      const value = page.getElementsByName(fact.name)[0]?.value || "";
+      if (fact.value !== value && told.includes(fact.name)) {
+        status.textContent = `${nameOf(fact)}: ${value}`;
+      }
+      fact.value = value;
+    }
+    find(".hidden").replaceWith(find(".hidden", page));
+  }
+
+  async function refresh() {
+    const began = Date.now();
+    const page = await load(`?${query}`);
+    if (isOn && isThisForm(page)) {
+      show(page);
+    }
+    pause = page ? 4 * (Date.now() - began) : 2 * pause;
+    plan();
+  }
+
+  function plan() {
+    clearTimeout(timer);
+    if (isOn && !document.hidden) {
+      pause = Math.min(Math.max(pause, least), PATIENCE_MS);
+      timer = setTimeout(refresh, pause);
+    }
+  }
+
+  stop.onclick = () => {
+    isOn = !isOn;
+    stop.value = isOn ? "Stop updates" : "Start updates";
+    plan();
+  };
+  document.addEventListener("visibilitychange", plan);
+  find(".bottombar").append(stop, status);
+  stop.click();
+}
+
+// --- a device that goes away ---
+// The page that confirms runs no scripts; where wait_restart (seconds) or
+// wait_address (the new one) is reported, this page shows it and waits.
+
+async function submitHere(form) {
+  const fields = fieldsOf(form);
+  fields.set("action", "Submit");
+  const page = await send(form, fields);
+  end();
+  if (!page) {
+    return alert("No answer. Is the device on?");
+  }
+  document.title = page.title;
+  document.body.replaceWith(page.body);
+  addButtons(document);
+  scrollToCoordinates();
+  if (carriedValue("form") === "changes_saved" &&
+      carriedValue("o_wait_restart") + carriedValue("o_wait_address")) {
+    waitForDevice();
+  }
+}
+
+async function waitForDevice() {
+  const least = 1000 * carriedValue("o_wait_restart") || 20000;
+  const url = new URL(location.pathname, location.href);
+  url.host = carriedValue("o_wait_address") || url.host;
+  const line = create("p", {className: "waiting", role: "status"});
+  const worker = new Worker("/js/position.js"); // asks any address
+  let isBack = false;
+  let wasAway = url.host !== location.host;
+  const began = Date.now();
+  find("form").before(line);
+  line.append(`Waiting for the device at ${url.host} …`, create("progress"));
+  worker.onmessage = () => { isBack = true; };
+  for (let pause = 2000; Date.now() - began < 10 * least; pause *= 1.5) {
+    isBack = false;
+    worker.postMessage(url.origin + ICON);
+    await new Promise((done) => { setTimeout(done, Math.min(pause, 15000)); });
+    if (isBack && (wasAway || Date.now() - began > least)) {
+      location.assign(url);
+      return;
+    }
+    wasAway ||= !isBack;
+  }
+  line.className = "error";
+  line.replaceChildren("No answer. See that the device has power and its " +
+    "cable, then open ", create("a", {href: url, textContent: url.host}));
+}
+
+// --- changes that would be lost ---
+
+function isChanged(control) {
+  if (control.options) {
+    const list = [...control.options];
+    return !(list.find((one) => one.defaultSelected) || list[0]).selected;
+  }
+  return control.checked !== control.defaultChecked ||
+    control.value !== control.defaultValue;
+}
+
+function ask(event) {
+  if (!notice && find(".bottombar") &&
+      (find("[data-changed]") || [...edited].some(isChanged))) {
+    event.preventDefault();
+    event.returnValue = true;
+  }
+}
+
+// Some browsers keep no page for Back that listens to this.
+const listen = () => addEventListener("beforeunload", ask);
+
+addEventListener("input", (event) => {
+  edited.add(event.target);
+  listen();
+});
+
+addEventListener("DOMContentLoaded", () => {
+  addButtons(document);
+  keepFresh();
+});
+
+// What Back brings was sent or given up.
+addEventListener("pageshow", () => {
+  end();
+  edited.clear();
+  if (find("[data-changed]")) {
+    listen();
+  }
+  if (all(CONTROLS).some((one) => isWatched(one) && isChanged(one))) {
+    redraw(document.forms.f1);
+  }
+});
