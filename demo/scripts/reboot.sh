@@ -6,7 +6,8 @@
 . "${BASH_SOURCE%/*}/lib.sh"
 
 if [[ $1 == --read ]]; then
-  printf '%s\n' 'always_submit="True"' 'rb_what="restart"' 'rb_sure="False"'
+  printf '%s\n' 'always_submit="True"' 'rb_what="restart"' 'rb_sure="False"' \
+    'wait_restart="5"'
   exit
 fi
 

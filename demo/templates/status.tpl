@@ -1,11 +1,12 @@
-# Fixed fields only: there is nothing to save here, and Submit says so.
+# Fixed fields only: there is nothing to save here, and no Submit to see.
 title Status
 navbar_script navbar.sh $F$
 help_mode
 body
 error $E$
 text How the device is doing right now: a $N:SYSTEM_TYPE$ with hardware
-  $N:HW_VERSION$ and software $N:SW_VERSION$. Choose Status above to look again.
+  $N:HW_VERSION$ and software $N:SW_VERSION$. Choose Status above to look again,
+  if the page does not do so by itself.
 help These are the facts of the machine that the demo runs on.
   $L$$B$Load$R$ is the number of tasks that want to run. It should stay below
   the number of the machine's processors.
