@@ -2,3 +2,4 @@
 
 import "./roundtrips.mjs";
 import "./looks.mjs";
+import "./inplace.mjs";

@@ -10,6 +10,8 @@ import { on, once } from "node:events";
 import fs from "node:fs/promises";
 import { after, afterEach, before, beforeEach } from "node:test";
 import { fileURLToPath } from "node:url";
+import { setTimeout } from "node:timers/promises";
+import axe from "axe-core";
 import { chromium } from "playwright-core";
 
 export const root = fileURLToPath(new URL("../..", import.meta.url));
@@ -18,6 +20,11 @@ let folder, demo, browser, base;
 
 before(async () => {
   folder = await fs.mkdtemp("/tmp/larkspur-browser-");
+  // The demo's forms, and one of our own.
+  await fs.mkdir(`${folder}/data/scripts`, { recursive: true });
+  await fs.writeFile(`${folder}/data/.larkspur-demo`, "");
+  await fs.copyFile(`${root}tests/browser/own.sh`,
+                    `${folder}/data/scripts/own.sh`);
   demo = spawn(`${root}demo/run`, ["--state", `${folder}/data`],
                { stdio: ["ignore", "ignore", "pipe"] });
   process.once("exit", () => demo.kill());
@@ -31,6 +38,11 @@ before(async () => {
   }
   assert.ok(base, `demo/run ended: ${said}`);
   await fs.cp(`${folder}/data/state`, `${folder}/shipped`, { recursive: true });
+  await fs.rm(`${folder}/data/templates`);
+  await fs.cp(`${root}demo/templates`, `${folder}/data/templates`,
+              { recursive: true });
+  await fs.copyFile(`${root}tests/browser/own.tpl`,
+                    `${folder}/data/templates/own.tpl`);
   browser = await chromium.launch({
     executablePath: "/usr/bin/chromium",
     // People's browsers keep a page for Back as it is; so does this one.
@@ -91,6 +103,13 @@ export const pageAfter = (page, press) =>
   Promise.all([page.waitForNavigation(), press]);
 export const button = (page, label) =>
   page.locator(`input[type="submit"][value="${label}"]`);
+// The same where the answer may be shown in place.
+export async function press(page, label) {
+  await page.evaluate(() => { document.body.dataset.old = "yes"; });
+  await button(page, label).click();
+  await page.waitForFunction(() => document.readyState === "complete" &&
+                                   !document.body.dataset.old);
+}
 export const heading = (page) => page.locator("h1").innerText();
 export const valueOf = (page, name) => field(page, name).inputValue();
 
@@ -132,4 +151,28 @@ export async function allForms() {
     }
   }
   return found;
+}
+
+export async function until(condition, tries = 200) {
+  for (; tries > 0 && !await condition(); tries--) {
+    await setTimeout(20);
+  }
+  assert.ok(await condition(), String(condition));
+}
+
+export const phone = { width: 360, height: 640 };
+
+// Nothing is wider than a phone, and axe finds no fault in either look.
+export async function assertLooks(page, where) {
+  await page.evaluate(axe.source);
+  for (const [colorScheme, size] of [["light", { width: 1280, height: 800 }],
+                                     ["dark", phone]]) {
+    await page.emulateMedia({ colorScheme });
+    await page.setViewportSize(size);
+    const { violations } = await page.evaluate(() => window.axe.run());
+    assert.deepEqual(violations.flatMap((rule) => rule.nodes.map(
+      (node) => `${where}, ${colorScheme}: ${rule.id} ${node.html}`)), []);
+  }
+  assert.equal(await page.evaluate(() => document.documentElement.scrollWidth),
+               phone.width, where);
 }

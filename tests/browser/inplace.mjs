@@ -1,0 +1,201 @@
+// What a page does without a new one, and what remains of it without scripts.
+
+import assert from "node:assert/strict";
+import { test } from "node:test";
+import { act, address, assertLooks, button, complaints, field, heading, newPage,
+         press, until, valueOf, visit } from "./device.mjs";
+
+const phone = { viewport: { width: 360, height: 640 } };
+const focused = (page) => page.evaluate(() => document.activeElement.name);
+const marked = (page, attribute) => page.locator(`main [${attribute}]`)
+  .evaluateAll((all) => all.map((one) => one.name).join());
+
+test("a choice shows its fields at once, and nothing typed is lost",
+     async () => {
+  const page = await visit("own", phone);
+  await act(page, "Help", { own_address: "before", own_pin1: "77",
+                            delete_own_0: true });
+  await page.evaluate(() => window.scrollTo(0, 60));
+  const asked = [];
+  let answer = () => {};
+  await page.route("**/cgi-bin/orv", async (route) => {
+    asked.push(new URLSearchParams(route.request().postData()));
+    await new Promise((done) => { answer = done; });
+    await route.continue();
+  });
+  await field(page, "own_mode").focus();
+  await page.keyboard.press("ArrowDown");
+  await until(() => asked.length === 1);
+  assert.equal(await field(page, "own_more").count(), 0);
+  await field(page, "own_address").fill("meanwhile");
+  await page.keyboard.press("ArrowLeft");
+  const { y } = await field(page, "own_address").boundingBox();
+  answer();
+  await until(() => field(page, "own_more").count());
+  assert.equal(asked[0].get("own_address"), "before");
+  assert.equal(asked[0].has("delete_own_0"), false);
+  assert.equal(await focused(page), "own_address");
+  const { y: now } = await field(page, "own_address").boundingBox();
+  assert.ok(Math.abs(now - y) < 2, "it stands where it was in the window");
+  await page.keyboard.type("!");
+  assert.equal(await valueOf(page, "own_address"), "meanwhil!e");
+  assert.equal(await valueOf(page, "own_pin1"), "77");
+  assert.ok(await field(page, "delete_own_0").isChecked());
+  assert.equal(await page.locator("p.help").count(), 1);
+
+  // What was typed into a field that goes is there when it comes back.
+  await act(page, { own_mode: "no" });
+  await until(() => asked.length === 2);
+  await act(page, { own_more: "kept" });
+  answer();
+  await until(() => asked.length === 3);
+  answer();
+  await until(async () => await field(page, "own_more").count() === 0);
+  await act(page, { own_mode: "yes" });
+  await until(() => asked.length === 4);
+  answer();
+  await until(() => field(page, "own_more").count());
+  assert.equal(await valueOf(page, "own_more"), "kept");
+
+  await page.unroute("**/cgi-bin/orv");
+  await page.route("**/cgi-bin/orv", (route) => route.abort());
+  await act(page, { own_mode: "no" });
+  await until(() => complaints.length);
+  complaints.length = 0;
+  assert.equal(await valueOf(page, "own_more"), "kept", "no answer, no change");
+});
+
+for (const javaScriptEnabled of [true, false]) {
+  const how = javaScriptEnabled ? "" : " without JavaScript";
+
+  test(`a secret is not shown, and is carried${how}`, async () => {
+    const page = await visit("own", { javaScriptEnabled, ...phone });
+    const secret = field(page, "own_passphrase");
+    await act(page, { own_passphrase: "a word of mine", own_pin1: "x" });
+    if (javaScriptEnabled) {
+      await secret.press("Tab");
+      await page.keyboard.press("Space");
+      assert.equal(await secret.getAttribute("type"), "text");
+      await assertLooks(page, "a secret shown");
+    }
+    await press(page, "Submit");
+    for (const name of ["own_passphrase", "own_pin0"]) {
+      assert.equal(await field(page, name).getAttribute("type"), "password");
+      assert.equal(await field(page, name).getAttribute("autocomplete"),
+                   "new-password");
+    }
+    assert.equal(await secret.inputValue(), "a word of mine");
+    assert.equal(await page.locator(".show").count(),
+                 javaScriptEnabled ? 4 : 0);
+  });
+
+  test(`a table's faults are at their cells; rows are cards${how}`,
+       async () => {
+    const page = await visit("own", { javaScriptEnabled, ...phone });
+    const row = (name) => page.locator("tr", { has: field(page, name) });
+    const colour = (name) => row(name).evaluate(
+      (e) => getComputedStyle(e).backgroundColor);
+    const [stored, blank] = [await colour("own_name0"),
+                             await colour("own_name2")];
+    await act(page, { delete_own_0: true });
+    assert.equal(new Set([stored, blank, await colour("own_name0")]).size, 3);
+    await act(page, { delete_own_0: false, own_name1: "b b", own_pin1: "x",
+                      own_name2: "c c" });
+    await press(page, "Submit");
+    const failing = "own_name1,own_pin1,own_name2";
+    assert.equal(await marked(page, "aria-invalid"), failing);
+    assert.equal(await marked(page, "aria-describedby"), failing);
+    assert.equal(await focused(page), "own_name1");
+    assert.equal(await page.locator("thead:visible").count(), 0);
+    assert.match(await field(page, "own_pin1").evaluate((e) =>
+      getComputedStyle(e.parentNode, "::before").content), /^"PIN"/);
+    if (javaScriptEnabled) {
+      await act(page, { delete_own_1: true });
+      await assertLooks(page, "a table with faults and a mark");
+    }
+    await act(page, { own_name1: "b", own_pin1: "2", own_name2: "c",
+                      delete_own_1: true });
+    await press(page, "Submit");
+    assert.equal(await page.locator("p.error[role=status]").count(), 1);
+  });
+
+  test(`only what can be sent has a Submit${how}`, async () => {
+    const page = await newPage({ javaScriptEnabled });
+    for (const [form, seen] of [["status", false], ["orvmenu", false],
+                                ["reboot", true], ["own", true]]) {
+      await page.goto(address(form));
+      assert.equal(await button(page, "Submit").isVisible(), seen, form);
+    }
+  });
+}
+
+test("facts stay fresh, until Stop or the tab is hidden", async () => {
+  const page = await newPage(phone);
+  let load = 0;
+  await page.route(/form=status/, async (route) => {
+    const body = (await (await route.fetch()).text())
+      .replace('o_live_seconds" value="5"', 'o_live_seconds" value="0.1"')
+      .replaceAll(/(name="st_load" value=")[^"]*/g, `$1${load++}`)
+      .replace(/(o_live_tell" value=")[^"]*/, "$1st_load");
+    await route.fulfill({ body, contentType: "text/html" });
+  });
+  await page.goto(address("status"));
+  await until(async () => Number(await valueOf(page, "st_load")) > 2);
+  assert.match(await page.locator("[role=status]").first().textContent(),
+               /^Load: \d+$/);
+  await page.evaluate(() => {
+    Object.defineProperty(document, "hidden", { value: true, writable: true });
+    document.dispatchEvent(new Event("visibilitychange"));
+  });
+  const rests = async () => {
+    let seen;
+    await until(() => seen === (seen = load), 60);
+    await page.waitForTimeout(700);
+    return seen === load;
+  };
+  assert.ok(await rests(), "hidden");
+  await page.evaluate(() => {
+    document.hidden = false;
+    document.dispatchEvent(new Event("visibilitychange"));
+  });
+  const before = load;
+  await until(() => load > before + 1);
+  await page.locator("[value='Stop updates']").press("Enter");
+  assert.ok(await rests(), "stopped");
+  assert.ok(await page.locator("[value='Start updates']").isVisible());
+  await assertLooks(page, "live");
+});
+
+test("a device that goes away is waited for, where it will be", async () => {
+  const page = await visit("own", phone);
+  const here = new URL(page.url());
+  await act(page, { own_address: `localhost:${here.port}` });
+  await press(page, "Submit");
+  await page.waitForURL(`http://localhost:${here.port}/cgi-bin/orv`);
+  assert.equal(page.asked, 0);
+
+  await page.goto(address("own")); // and where it does not come back
+  await act(page, { own_address: "localhost:1" });
+  await press(page, "Submit");
+  assert.equal(await heading(page), "Saved");
+  const line = page.locator("[role=status]");
+  assert.match(await line.innerText(), /Waiting for the device at localhost:1/);
+  await line.locator("a[href*='localhost:1/']").waitFor();
+  assert.ok(await button(page, "Continue").isVisible());
+  await assertLooks(page, "given up");
+  complaints.length = 0;
+
+  await page.goto(address("reboot")); // a refusal is shown in place as well
+  await press(page, "Submit");
+  assert.equal(await focused(page), "rb_sure");
+  await act(page, { rb_sure: true });
+  await press(page, "Submit");
+  await page.waitForURL(/cgi-bin\/orv$/, { timeout: 60000 });
+  assert.match(await heading(page), /gateway/);
+});
+
+test("without JavaScript a restart is confirmed by a page", async () => {
+  const page = await visit("reboot", { javaScriptEnabled: false });
+  await act(page, { rb_sure: true }, "Submit");
+  assert.match(await page.locator("main").innerText(), /restarts now/);
+});
