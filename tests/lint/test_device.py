@@ -85,6 +85,7 @@ BROKEN = [
     ("network.tpl", "lint-comment", "help_mode", "# orv-lint: off lable"),
     ("navbar.sh", "target", "", "echo 'statsu Status'"),
     ("navbar.sh", "nav-line", "", "echo 'status'"),
+    ("navbar.sh", "target", "", "cat <<END\nstatus Status\nlgo Log\nEND", "lgo"),
     ("navbar.sh", "nav-label", "", "echo 'status The state of this little device'"),
     ("navbar.sh", "nav-full", "", "printf '%s\\n' 'log A' 'log B' 'log C' 'log D' 'log E' 'log F'"),
     ("network.sh", "script-missing", '*}/lib.sh"', '*}/lbi.sh"'),
@@ -149,7 +150,7 @@ def broken_line(text, change):
     """The text as it is changed, and the line that must be told."""
     before, after, *rest = change
     if not before:
-        return text + after + "\n", text.count("\n") + 1
+        text, before, after = text + "\0", "\0", after + "\n"
     assert before in text, before
     at = text.index(before)
     new = text[:at] + after + text[at + len(before):]

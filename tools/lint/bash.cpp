@@ -458,9 +458,11 @@ void skip_space(reader &r)
 void skip_documents(reader &r)
 {
   for (const here_document &document : r.documents) {
+    r.out.documents.emplace_back();
     while (!done(r)) {
       const size_t end = std::min(r.in.find('\n', r.at), r.in.size());
       std::string text = r.in.substr(r.at, end - r.at);
+      const int number = r.line;
       step(r, text.size() + 1);
       if (document.strip_tabs) {
         text.erase(0, text.find_first_not_of('\t'));
@@ -468,6 +470,7 @@ void skip_documents(reader &r)
       if (text == document.end) {
         break;
       }
+      r.out.documents.back().push_back({text, text, number, 1, {}});
     }
   }
   r.documents.clear();

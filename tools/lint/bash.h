@@ -81,6 +81,7 @@ struct bash_script {
   std::vector<bash_command> commands; // in the order of their ends
   std::set<std::string> functions;
   std::vector<bash_open> open;
+  std::vector<std::vector<bash_word>> documents; // here-documents, by lines
   std::string code; // the text, comments replaced by blanks
 };
 

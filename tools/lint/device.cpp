@@ -22,7 +22,7 @@ bool is_library(const std::string &name)
   return name == "orv.bash" || name == "orv_store.bash";
 }
 
-const std::set<std::string> library_functions = {
+std::set<std::string> library_functions = {
     "orv_load",    "orv_read",        "orv_put",        "orv_show",
     "orv_error",   "orv_msg",         "orv_fatal",      "orv_end",
     "orv_stamp",   "orv_one_of",      "orv_tick",       "orv_rows",
@@ -107,6 +107,22 @@ static std::string sourced_name(const std::string &word)
 }
 
 // What a script sources is looked up by name, since it may not be there.
+// The functions of the library that the folder has, or that of the sources:
+// it may be newer than this program.
+static void read_library(const std::string &dir)
+{
+  for (const std::string &from :
+       {dir + "/scripts/", std::string(ORV_LIBRARY_DIR "/")}) {
+    for (const char *name : {"orv.bash", "orv_store.bash"}) {
+      std::ifstream stream(from + name, std::ios::binary);
+      std::stringstream text;
+      text << stream.rdbuf();
+      const bash_script code = read_bash(text.str());
+      library_functions.insert(code.functions.begin(), code.functions.end());
+    }
+  }
+}
+
 static void read_script(device *dev, const std::string &name)
 {
   const std::string path = dev->dir + "/scripts/" + name;
@@ -266,6 +282,7 @@ bool read_device(const std::string &dir, device *dev, findings *found)
     }
   }
   names.clear();
+  read_library(dir);
   list_files(dir + "/scripts", &names);
   for (const std::string &name : names) {
     if (!is_library(name) && is_script(dir + "/scripts/" + name, name)) {

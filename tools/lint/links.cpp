@@ -139,13 +139,15 @@ static void check_entry(const device &dev, const script &s,
   }
 }
 
-// A command that prints entries is taken for a whole bar.
+// The lines that a command prints, or those of a here-document, are taken for a
+// whole bar.
 static void check_bar(const device &dev, const script &s,
-                      const bash_command &command, findings *found)
+                      const std::vector<const bash_word *> &lines,
+                      findings *found)
 {
   size_t entries = 1; // the fixed one
   bool first = true;
-  for (const bash_word *word : printed_lines(command)) {
+  for (const bash_word *word : lines) {
     const bool fixed_off = first && word->plain == "--";
     first = false;
     if (fixed_off) {
@@ -218,6 +220,12 @@ static void add_links(const device &dev, const form &f,
   }
   const std::string bar = f.scripts[TASK_NAVBAR].script;
   for (const std::string &name : with_sources(dev, bar)) {
+    for (const std::vector<bash_word> &lines :
+         dev.scripts.at(name).code.documents) {
+      for (const bash_word &line : lines) {
+        add_words(dev, line.plain, reached);
+      }
+    }
     for (const bash_command &command : dev.scripts.at(name).code.commands) {
       for (const bash_word &word : command.words) {
         add_words(dev, word.plain, reached);
@@ -307,8 +315,17 @@ void check_links(const device &dev, findings *found)
     }
     for (const bash_command &command : entry.second.code.commands) {
       if (command.substitution == 0) {
-        check_bar(dev, entry.second, command, found);
+        check_bar(dev, entry.second, printed_lines(command), found);
       }
+    }
+    for (const std::vector<bash_word> &document : entry.second.code.documents) {
+      std::vector<const bash_word *> lines;
+      for (const bash_word &line : document) {
+        if (!line.plain.empty()) {
+          lines.push_back(&line);
+        }
+      }
+      check_bar(dev, entry.second, lines, found);
     }
   }
 }

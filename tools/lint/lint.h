@@ -141,8 +141,8 @@ bool is_special(const std::string &form);
 
 // orv.bash and its other half: what they do is known, and not judged here.
 bool is_library(const std::string &name);
-// What the library's functions are called, with or without the file at hand.
-extern const std::set<std::string> library_functions;
+// What the library's functions are called: those of the file at hand, too.
+extern std::set<std::string> library_functions;
 // The script and all that it sources, the library left out.
 std::set<std::string> with_sources(const device &dev, const std::string &name);
 // The forms whose header lines run the script, or one that sources it.
