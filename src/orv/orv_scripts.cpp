@@ -55,6 +55,7 @@ static sigset_t sigterm;                  // holds that alone; set once
 static int lifeline[] = {-1, -1};
 // Far from the descriptors that scripts, and bash for them, choose.
 constexpr int LIFELINE_FD = 230;
+constexpr int LIFELINE_FD_LOW = 10; // where a process may not have so many
 
 // --- starting ----------------------------------------------------------------
 
@@ -250,7 +251,8 @@ static void leave_lifeline()
   // Where standard error will be, the lifeline outlives the others.
   int line_end = dup2(lifeline[0], STDERR_FILENO);
   close_all_file_descriptors(1);
-  line_end = fcntl(line_end, F_DUPFD, LIFELINE_FD);
+  const int moved = fcntl(line_end, F_DUPFD, LIFELINE_FD);
+  line_end = moved >= 0 ? moved : fcntl(line_end, F_DUPFD, LIFELINE_FD_LOW);
   dup2(STDOUT_FILENO, STDERR_FILENO);
   if (let_finish == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -1,6 +1,7 @@
 """A server ends a request: what becomes of the script that runs meanwhile."""
 
 import os
+import resource
 import select
 import signal
 import subprocess
@@ -23,13 +24,16 @@ LISTENER = ("[[ $1 = --write ]] || exec cat >f.check",
 SAVE = {"form": "f", "cgi_vars_loaded": "1", "x": "1", "action": "Submit"}
 
 
-def start(site, fields):
-    """Sends a request, from a server that blocks SIGTERM."""
+def start(site, fields, descriptors):
+    """Sends a request, from a server that blocks SIGTERM and limits descriptors."""
+    def prepare():
+        signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM])
+        resource.setrlimit(resource.RLIMIT_NOFILE, (descriptors, descriptors))
     query = urllib.parse.urlencode(fields)
     return subprocess.Popen(
         [conftest.ORV], cwd=site.folder, stdout=subprocess.DEVNULL,
         env=conftest.ENVIRONMENT | {"SYSLOG_FILE": os.devnull, "QUERY_STRING": query},
-        preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM]))
+        preexec_fn=prepare)
 
 
 def heard(alive):
@@ -51,7 +55,8 @@ def test_a_script_ends_with_its_request_unless_it_writes_all(site, task, sig):
     else:
         site.form_script("f", **{task: WRITER if task == "write" else STUBBORN})
     size = 100_000 if task == "listen" else 1
-    orv = start(site, {"form": "f"} if task in ("read", "navbar") else SAVE | {"x": "1" * size})
+    orv = start(site, {"form": "f"} if task in ("read", "navbar") else SAVE | {"x": "1" * size},
+                64 if task == "navbar" else 1024)
     assert heard(alive) == b"up\n"
     orv.send_signal(sig)
     if sig == signal.SIGKILL:
