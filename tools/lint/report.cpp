@@ -117,15 +117,37 @@ static void write_text(const device &dev, const finding &f, const char *level,
   }
 }
 
-// Bytes that are no UTF-8 go out as they came in.
+static bool is_utf8(const std::string &text)
+{
+  size_t at = 0;
+  while (at < text.size()) {
+    const unsigned char c = static_cast<unsigned char>(text[at++]);
+    int more = c < 0x80 ? 0 : c >= 0xf0 ? 3 : c >= 0xe0 ? 2 : 1;
+    if ((c >= 0x80 && c < 0xc2) || c > 0xf4) {
+      return false;
+    }
+    for (; more > 0; more--, at++) {
+      if (at >= text.size() ||
+          (static_cast<unsigned char>(text[at]) & 0xc0) != 0x80) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+// A text that is no UTF-8 is written byte by byte, so that the whole stays
+// JSON.
 static void write_json_text(const std::string &text)
 {
+  const bool plain = is_utf8(text);
   putchar('"');
   for (const char c : text) {
+    const unsigned char byte = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\') {
       printf("\\%c", c);
-    } else if (static_cast<unsigned char>(c) < ' ') {
-      printf("\\u%04x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+    } else if (byte < ' ' || (byte >= 0x80 && !plain)) {
+      printf("\\u%04x", static_cast<unsigned>(byte));
     } else {
       putchar(c);
     }
