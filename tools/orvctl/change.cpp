@@ -86,14 +86,40 @@ bool change_delete_row(const pt_body_item *table, int row)
   return field != nullptr && page_choose(field, "True") == nullptr;
 }
 
+bool change_show_table(const pt_body_item *table)
+{
+  for (const page_field *field = page_fields(); field != nullptr;
+       field = field->next) {
+    if (field->row >= 0 && field->item != nullptr &&
+        page_table_of(field->item) == table) {
+      return true;
+    }
+  }
+  if (!page_header()->expert_mode || orv_expert_mode != 0) {
+    return true;
+  }
+  orv_expert_mode = 1;
+  return page_redraw();
+}
+
 int change_count_rows(const pt_body_item *table)
 {
   int rows = 0;
   for (const page_field *field = page_fields(); field != nullptr;
        field = field->next) {
-    rows += is_row(field, table) ? 1 : 0;
+    rows = is_row(field, table) ? field->row + 1 : rows;
   }
   return rows;
+}
+
+int change_blank_row(const pt_body_item *table)
+{
+  int row = 0;
+  for (const page_field *field = page_fields(); field != nullptr;
+       field = field->next) {
+    row += is_row(field, table) && field->row == row ? 1 : 0;
+  }
+  return row;
 }
 
 page_result change_submit(bool dry)

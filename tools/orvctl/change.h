@@ -24,8 +24,14 @@ bool change_values(const char *form, wanted_value *values, size_t count);
 // page has no such row.
 bool change_delete_row(const pt_body_item *table, int row);
 
-// The rows of the table that hold something and can be deleted.
+// Goes over to the expert view where the simple one does not show the table;
+// false, with the page's message, when it cannot be drawn.
+bool change_show_table(const pt_body_item *table);
+
+// The number of the table's rows up to the last one that holds something and
+// can be deleted, and the number of the first one that holds nothing.
 int change_count_rows(const pt_body_item *table);
+int change_blank_row(const pt_body_item *table);
 
 // Presses Submit, a second time where rows are deleted.
 page_result change_submit(bool dry);

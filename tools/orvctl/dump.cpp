@@ -22,13 +22,18 @@
 static bool is_dumped(const page_field *field, bool secrets)
 {
   switch (field->kind) {
+  case FIELD_LIST:
+    if (field->value == nullptr) { // of nothing: there is nothing to choose
+      return false;
+    }
+    break;
   case FIELD_TEXT:
   case FIELD_BOX:
-  case FIELD_LIST:
-    return secrets || !page_is_secret(field->name);
+    break;
   default:
     return false;
   }
+  return secrets || !page_is_secret(field->name);
 }
 
 // The blank rows that a table offers are no part of it.
@@ -108,6 +113,8 @@ int dump_pages(char **names, int count, bool secrets)
 
 // --- reading -----------------------------------------------------------------
 
+constexpr size_t PLACE_SIZE = 100; // a line's number and what is wrong with it
+
 struct dump_table {
   const char *name;
   int rows;
@@ -152,11 +159,17 @@ static void free_dump(dump_file *dump)
   free(dump->text);
 }
 
+// False, too, for what is no text: a NUL byte would hide what stands behind it.
 static bool read_all(FILE *fp, char **text)
 {
-  size_t length = 0;
-  const ssize_t got = getdelim(text, &length, '\0', fp);
-  return ferror(fp) == 0 && (got >= 0 || feof(fp) != 0);
+  size_t size = 0;
+  const ssize_t got = getdelim(text, &size, '\0', fp);
+  if (got < 0) { // nothing to read, or no way to
+    free(*text);
+    *text = nullptr;
+    return ferror(fp) == 0 && feof(fp) != 0;
+  }
+  return (*text)[got - 1] != '\0' && ferror(fp) == 0;
 }
 
 // The rest of the line behind the word `key` and a blank, NULL when it begins
@@ -225,7 +238,9 @@ static bool parse_dump(dump_file *dump, const char *file)
     }
     const char *fault = take_line(dump, line);
     if (fault != nullptr) {
-      fprintf(stderr, "orvctl: %s:%d: %s\n", file, number, fault);
+      char where[PLACE_SIZE];
+      snprintf(where, sizeof where, "line %d: %s", number, fault);
+      report_failure(file, where);
       return false;
     }
     line = end != nullptr ? end + 1 : nullptr;
@@ -235,8 +250,8 @@ static bool parse_dump(dump_file *dump, const char *file)
 
 // --- applying ----------------------------------------------------------------
 
-// Gives a table no more rows than the dump has; the others come with their
-// values.
+// Gives a table no more rows than the dump has.  The values have been set, as
+// one of them may have brought the table into the page.
 static bool shorten_tables(const dump_part *part)
 {
   bool marked = false;
@@ -244,6 +259,10 @@ static bool shorten_tables(const dump_part *part)
     const pt_body_item *table = page_find_table(part->tables[i].name);
     if (table == nullptr) {
       report_failure(part->page, "has no table of a name that the dump holds");
+      return false;
+    }
+    if (!change_show_table(table)) {
+      report_failure(part->page, page_message());
       return false;
     }
     for (int row = change_count_rows(table) - 1; row >= part->tables[i].rows;
@@ -262,8 +281,8 @@ static int apply_part(dump_part *part, bool dry)
     for (size_t i = 0; i < part->value_count; i++) {
       part->values[i].set = false;
     }
-    if (shorten_tables(part) &&
-        change_values(part->page, part->values, part->value_count)) {
+    if (change_values(part->page, part->values, part->value_count) &&
+        shorten_tables(part)) {
       status = report_result(part->page, change_submit(dry), dry);
     }
   } else if (page != nullptr) {
@@ -289,7 +308,7 @@ int apply_dump(FILE *fp, const char *file, bool dry)
   dump_file dump = {};
   int status = EXIT_FAILURE;
   if (!read_all(fp, &dump.text)) {
-    fprintf(stderr, "orvctl: %s cannot be read\n", file);
+    report_failure(file, "cannot be read as text");
   } else if (parse_dump(&dump, file)) {
     if (report_json) {
       report_open(nullptr, '[');

@@ -22,6 +22,7 @@
 #include "sitemap.h"
 
 constexpr int USAGE_STATUS = 2;
+constexpr size_t REASON_SIZE = 250; // a name, cut, and what is wrong with it
 
 static bool dry_run;
 static bool with_secrets;
@@ -121,17 +122,19 @@ static void print_field(const page_field *field)
   }
 }
 
-static int get_named(const char *form, int count, char **names)
+// True when the page has every field named; else the first that it lacks has
+// been reported.
+static bool has_fields(const char *form, int count, char **names)
 {
   for (int i = 0; i < count; i++) {
-    const page_field *field = page_find(names[i]);
-    if (field == nullptr) {
-      report_failure(form, "has no such field");
-      return EXIT_FAILURE;
+    if (page_find(names[i]) == nullptr) {
+      char text[REASON_SIZE];
+      snprintf(text, sizeof text, "has no field \"%.200s\"", names[i]);
+      report_failure(form, text);
+      return false;
     }
-    print_field(field);
   }
-  return EXIT_SUCCESS;
+  return true;
 }
 
 static int get_values(int count, char **words)
@@ -143,24 +146,25 @@ static int get_values(int count, char **words)
     orv_expert_mode = 1;
     page_redraw();
   }
+  if (!has_fields(words[0], count - 1, words + 1)) {
+    return EXIT_FAILURE;
+  }
   if (report_json) {
     report_open(nullptr, '{');
   }
-  int status = EXIT_SUCCESS;
-  if (count > 1) {
-    status = get_named(words[0], count - 1, words + 1);
-  } else {
-    for (const page_field *field = page_fields(); field != nullptr;
-         field = field->next) {
-      if (is_shown(field)) {
-        print_field(field);
-      }
+  for (int i = 1; i < count; i++) {
+    print_field(page_find(words[i]));
+  }
+  for (const page_field *field = count == 1 ? page_fields() : nullptr;
+       field != nullptr; field = field->next) {
+    if (is_shown(field)) {
+      print_field(field);
     }
   }
   if (report_json) {
     report_close('}');
   }
-  return status;
+  return EXIT_SUCCESS;
 }
 
 // --- set ---------------------------------------------------------------------
@@ -229,7 +233,7 @@ static void print_row(const pt_body_item *table, int row)
   }
 }
 
-// The rows that hold something, of a fixed table all.
+// The rows up to the last one that holds something, of a fixed table all.
 static int count_rows(const pt_body_item *table)
 {
   if (table->type == PT_TABLE) {
@@ -335,12 +339,16 @@ static int table_rows(int count, char **words)
     report_failure(form, "has no such table");
     return EXIT_FAILURE;
   }
+  if (!change_show_table(table)) {
+    report_failure(form, page_message());
+    return EXIT_FAILURE;
+  }
   if (count == 2) {
     return list_rows(table);
   }
   const char *verb = words[2];
   if (strcmp(verb, "add") == 0 && count > 3) {
-    return set_row(form, count_rows(table), count - 3, words + 3);
+    return set_row(form, change_blank_row(table), count - 3, words + 3);
   }
   if (strcmp(verb, "change") == 0 && count > 4) {
     const int row = take_row(table, words[3]);
@@ -356,6 +364,9 @@ static int table_rows(int count, char **words)
 
 static int dump(int count, char **words)
 {
+  if (report_json) {
+    return misuse("a dump is lines for \"apply\"", "--json");
+  }
   return dump_pages(words, count, with_secrets);
 }
 

@@ -8,6 +8,7 @@
 
 #include "page.h"
 
+#include <search.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -238,8 +239,7 @@ static bool draw()
   return true;
 }
 
-// --- what a page may be asked
-// ---------------------------------------------------
+// --- what a page may be asked ------------------------------------------------
 
 // The strict policy's rules for a field, whatever the build's own policy is.
 static const char *field_fault(const char *name, const char *value)
@@ -335,7 +335,6 @@ static void add_bar()
 bool page_open(const char *form, const char *subitem, bool with_links)
 {
   page_close();
-  orv_expert_mode = 0;
   const char *fault = field_fault("form", form);
   if (fault == nullptr && subitem != nullptr) {
     fault = field_fault("subitem", subitem);
@@ -351,6 +350,8 @@ bool page_open(const char *form, const char *subitem, bool with_links)
   if (hdr == nullptr) {
     return fail("Failed to parse template header");
   }
+  // The expert view has the most links.
+  orv_expert_mode = with_links && hdr->expert_mode ? 1 : 0;
   if (orv_load_vars(hdr->read_script, 0) < 0) {
     return fail("The form's read script failed.");
   }
@@ -452,17 +453,37 @@ static bool is_posted(const page_field *field)
   return field->kind != FIELD_FIXED && field->value != nullptr;
 }
 
+static int compare_names(const void *a, const void *b)
+{
+  return strcmp(static_cast<const char *>(a), static_cast<const char *>(b));
+}
+
+static void keep_name(void *)
+{
+}
+
+// Whether `name` is not yet in the set `names`, which it then enters.
+static bool is_first(const char *name, void **names)
+{
+  const void *node = tsearch(name, names, compare_names);
+  return node == nullptr || *static_cast<const char *const *>(node) == name;
+}
+
 // What the page was made of comes first, since a user's value counts only where
-// it differs from that.
+// it differs from that.  Of several fields of one name the first counts, as in
+// a request: a list's default stands before the one that was reported.
 static void take_fields(bool tagged)
 {
+  void *names = nullptr;
   for (const page_field *field = fields; field != nullptr;
        field = field->next) {
     if (is_posted(field) &&
-        (orv_var_prefix(field->name) != o_undefined) == tagged) {
+        (orv_var_prefix(field->name) != o_undefined) == tagged &&
+        is_first(field->name, &names)) {
       orv_set_var(field->name, tagged ? o_undefined : o_best, field->value, 0);
     }
   }
+  tdestroy(names, keep_name);
 }
 
 static void post()

@@ -8,6 +8,7 @@
 
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 
 #include "orv_guard.h"
 #include "orv_vars.h"
@@ -173,7 +174,7 @@ static void each_error(void (*tell)(const char *name, const char *text))
     }
     told = var;
     const char *text = orv_get_var(&err_vars, var->name, o_undefined);
-    if (text != nullptr && strcmp(var->name, "msg") != 0) {
+    if (text != nullptr && strcasecmp(var->name, "msg") != 0) {
       const owned_text plain(page_plain_text(text));
       tell(var->name, plain != nullptr ? plain.get() : text);
     }
