@@ -36,8 +36,12 @@ struct reader {
   std::string function;
   std::string next_function; // whose block comes next
   int substitution = 0;
+  int depth = 0; // of what is opened by "$", "<(" and ">("
   std::vector<here_document> documents;
 };
+
+// Nobody writes deeper than this; a file that does must not use up the stack.
+constexpr int DEPTH_MAX = 200;
 
 // The list of commands being read.
 struct list {
@@ -104,9 +108,14 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic);
 void read_substitution(reader &r)
 {
   step(r);
+  if (r.depth == DEPTH_MAX) {
+    return;
+  }
+  r.depth++;
   r.substitution++;
   read_list(r, ')');
   r.substitution--;
+  r.depth--;
 }
 
 // Moves a word that was read by itself to its place in the script.
@@ -332,15 +341,25 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
   const char next = peek(r, 1);
   if (next == '(' && peek(r, 2) == '(') {
     step(r, 3);
+    if (r.depth == DEPTH_MAX) {
+      return;
+    }
+    r.depth++;
     read_arithmetic(r, word, ')');
+    r.depth--;
     step(r, 2);
   } else if (next == '(') {
     step(r);
     read_substitution(r);
   } else if (next == '{') {
     step(r, 2);
+    if (r.depth == DEPTH_MAX) {
+      return;
+    }
     const size_t place = word.expansions.size();
+    r.depth++;
     read_braces(r, word, expansion);
+    r.depth--;
     word.expansions.insert(word.expansions.begin() +
                                static_cast<std::ptrdiff_t>(place),
                            expansion);
@@ -960,7 +979,7 @@ bash_script read_bash(const std::string &text)
 {
   bash_script out;
   out.code = text;
-  reader r = {text, out, 0, 1, 0, "", "", 0, {}};
+  reader r = {text, out, 0, 1, 0, "", "", 0, 0, {}};
   while (!done(r)) {
     read_list(r, '\0');
   }

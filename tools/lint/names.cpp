@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string.h>
+#include <strings.h>
 
 // A name travels in hidden fields behind a letter and "_".
 static constexpr size_t NAME_MAX_LENGTH = 50;
@@ -105,7 +106,7 @@ static void compare(const form &f, const form_item &first,
   const form_line &line = *second.lines.front();
   const bool both_fixed =
       first.type == PT_TEXT_FIXED && second.type == PT_TEXT_FIXED;
-  if (lower(first.name) == lower(second.name)) {
+  if (strcasecmp(first.name.c_str(), second.name.c_str()) == 0) {
     if (first.name != second.name) {
       tell(found, f, line, 0, "name-case",
            in_quotes(second.name) + " and " + in_quotes(first.name) +
@@ -124,7 +125,7 @@ static void compare(const form &f, const form_item &first,
 static bool is_cell_of(const std::string &name, const std::string &column)
 {
   return name.size() > column.size() &&
-         starts_with(lower(name), lower(column)) &&
+         strncasecmp(name.c_str(), column.c_str(), column.size()) == 0 &&
          name.find_first_not_of("0123456789", column.size()) ==
              std::string::npos;
 }

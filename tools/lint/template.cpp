@@ -631,6 +631,15 @@ static void add_lines(const repair &work, form *into)
   }
 }
 
+// The page holds 20; what is kept beside every line must not grow for ever.
+static constexpr size_t CONDITIONS_MAX = 32;
+
+static std::vector<condition> outermost(const std::vector<condition> &stack)
+{
+  const size_t count = std::min(stack.size(), CONDITIONS_MAX);
+  return {stack.begin(), stack.begin() + static_cast<std::ptrdiff_t>(count)};
+}
+
 // Follows a line that is a condition's.
 static void follow(std::vector<condition> *stack, const form_line &line)
 {
@@ -675,12 +684,12 @@ static void add_items(const repair &work, const pt_body_item *body, form *into)
                              is_table ? at->table.columns : 0,
                              cells > 0 ? table : -1,
                              {},
-                             stack});
+                             outermost(stack)});
       cells = is_table ? at->table.columns : std::max(cells - 1, 0);
       table = is_table ? static_cast<int>(into->items.size()) - 1 : table;
     }
     line.item = static_cast<int>(into->items.size()) - 1;
-    line.conditions = stack;
+    line.conditions = outermost(stack);
   }
   for (const form_line &line : into->lines) {
     if (line.item >= 0) {
