@@ -231,3 +231,11 @@ def test_the_program_says_how_it_is_used(tmp_path):
     (tmp_path / "templates/a.tpl").write_text("title A\nbody\ntext $Q$\n# orv-lint: off unknown-tag\ntext $Q$\n")
     code, out, err = status("--format=gcc", "--werror", tmp_path)
     assert code == 1 and "a.tpl:3:6: error: " in out and "a.tpl:5" not in out and "findings" in err
+    (tmp_path / "scripts").mkdir()
+    for i, opens in enumerate(["$(", "${a:-", '"$(', "<(", "$((", "${a["]):
+        (tmp_path / f"scripts/{i}.sh").write_text("echo " + opens * 20000)
+    (tmp_path / "templates/b.tpl").write_text("title B\nbody\n" + "if $V:a$\n" * 3000)
+    (tmp_path / "templates/c.tpl").symlink_to("c.tpl")
+    os.mkfifo(tmp_path / "templates/d.tpl")
+    code, out, err = status("--no-shellcheck", tmp_path)
+    assert code == 1 and "b.tpl:3000" in out and "findings" in err

@@ -82,10 +82,14 @@ static void collect_words(script *into)
     while (at < code.size() && is_name_char(code[at])) {
       at++;
     }
-    const std::string word = lower(code.substr(start, at - start));
+    std::string word = lower(code.substr(start, at - start));
     into->words.insert(word);
     const char next = at < code.size() ? code[at] : '\0';
     const char before = start > 0 ? code[start - 1] : '\0';
+    if (before == '\\' && word.size() > 1) { // printf's "\n"
+      word.erase(0, 1);
+      into->words.insert(word);
+    }
     if (before == '$' || before == '{' || before == '!') {
       continue; // a variable of the script
     }

@@ -386,7 +386,8 @@ static void tell_at(const sink &at, const bash_expansion &expansion,
 
 static std::string shown(const bash_expansion &expansion)
 {
-  return "\"$" + full_name(expansion) + "\"";
+  return expansion.subscript.empty() ? "\"$" + expansion.name + "\""
+                                     : "\"${" + full_name(expansion) + "}\"";
 }
 
 // One finding a word: quotes mend all of it at once.
