@@ -508,9 +508,8 @@ static void op_menu_stop(pt_body_item *)
 }
 
 // --- what helps the user of a control ----------------------------------------
-// Attributes that add a name, the
-// error and hints for input, but change nothing that is shown as text or
-// posted.
+// Attributes that add a name, the error and hints for input, but change nothing
+// that is shown as text or posted.
 
 constexpr int CONTROL_ATTRS = 8;
 

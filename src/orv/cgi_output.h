@@ -44,8 +44,8 @@ void cgiout_variables(void (*put)(const char *name, const char *value));
 // whether the box is ticked.
 bool cgiout_mark_checkbox(const char *name, const char *varname);
 
-// Marks the choice that the list shows as chosen for the variable `varname`, the
-// first one where none is; NULL when it has no choices.
+// Marks the choice that the list shows as chosen for the variable `varname`,
+// the first one where none is; NULL when it has no choices.
 html_form_list_opt *cgiout_mark_choice(pt_body_item *itm, const char *varname);
 
 #endif
