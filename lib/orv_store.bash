@@ -1,15 +1,98 @@
 # shellcheck shell=bash
-# The part of orv.bash that starts commands; orv.bash reads it when one of these
-# functions is called.  A device needs mv, cp, rm, mkdir, rmdir, sync, sleep and
-# flock for it; without logger nothing is logged.
+# The other half of orv.bash, which reads it when one of these functions is
+# called: what check and write scripts need and a shown page does not, so that
+# it costs such a page nothing.
 #
-# Values are judged before anything is written; a file appears as a whole, and
-# several appear as one step.  A power cut leaves the old settings or the new.
-#
-# `orv_label` may hold names' texts for the user, instead of the template's.
+# Storing starts mv, cp, rm, mkdir, rmdir, sync, flock and sleep; without logger
+# nothing is logged.  Values are judged before anything is written; a file
+# appears as a whole, several appear as one step, and a power cut leaves the old
+# settings or the new.
 
-# shellcheck disable=SC2154  # what orv.bash sets
+# What orv.bash sets or reads; its lists are no arrays by number.
+# shellcheck disable=SC2004,SC2034,SC2154
+ORV_TEMPLATES=${ORV_TEMPLATES:-${BASH_SOURCE[0]%/*}/../templates}
 orv_lines=() orv__stored=() orv__guard=()
+
+# --- values and messages ------------------------------------------------------
+
+# orv_read NAME...: of the page's values, lines new_NAME="VALUE" on standard
+# input, those of these names.  "port#" stands for a column's cells, rows 0 to
+# 99; a table comes as a whole, so its stored cells go first.  A value that
+# still holds a quotation mark is dropped, and a fault: a name may end in it.
+orv_read() {
+  local - IFS=$'\n' text line name key row length
+  local -A wanted=([orv_stamp]=orv_stamp) seen=()
+  for name; do wanted[${name,,}]=$name; done
+  for key in "${!orv[@]}"; do
+    orv_was[$key]=${orv[$key]} name=${key%"${key##*[!0-9]}"}
+    [[ ${wanted[${name,,}#]} ]] && unset "orv[$key]"
+  done
+  # As one piece, since from a pipe lines are read byte by byte.
+  IFS= read -r -d '' -N 8000000 text
+  set -f
+  # shellcheck disable=SC2086  # split into lines, and nothing more
+  for line in $text; do
+    name=${line:4:51} # cut before a pattern meets it
+    name=${name%%=*} name=${name,,} row=${name##*[!0-9]}
+    length=$((${#line} - ${#name} - 7))
+    [[ $name && $name != *[!a-z0-9_]* && $length -ge 0 && ${line: -1} == '"' &&
+      ${line:0:4}${line:4+${#name}:2} == 'new_="' ]] || continue
+    key=${wanted[$name]}
+    if [[ -z $key && ($row == [0-9] || $row == [1-9][0-9]) ]]; then
+      key=${wanted[${name%"$row"}#]}
+      key=${key:+${key%\#}$row}
+    fi
+    text=${line:6+${#name}:length < 999 ? length : 999} # more is never stored
+    [[ $key ]] || continue
+    if [[ ${seen[$key]} ]]; then
+      orv_msg 'The request says something twice.'
+    elif [[ $text == *'"'* ]]; then
+      orv_msg 'No value may hold a quotation mark.' && continue
+    fi
+    [[ $text == *[!\ $'\t']* ]] || text='' # blank text passes as it was typed
+    seen[$key]=1 orv[$key]=$text
+  done
+  orv__page=${orv[orv_stamp]} orv__got=1
+  unset 'orv[orv_stamp]'
+}
+
+orv_secret() { # NAME...: blank means unchanged; stored, it leaves the page
+  local name
+  for name; do orv[$name]=${orv[$name]:-${orv_was[$name]}}; done
+  orv__secrets+=("$@")
+}
+
+# In REPLY: TEXT as one line of at most BYTES, cut between characters.  With
+# SHOWN, "$" is written as pages want it, where it would insert values.
+orv__line() { # TEXT BYTES [SHOWN]
+  REPLY=${1:0:$2}
+  [[ ${#1} -gt $2 && $REPLY == *[$'\x80'-$'\xff'] ]] &&
+    REPLY=${REPLY%[$'\xc0'-$'\xff']*}
+  REPLY=${REPLY//[[:cntrl:]]/ }
+  [[ $3 && $REPLY == *\$* ]] || return 0
+  orv__line "$REPLY" $(($2 / 3)) && REPLY=${REPLY//\$/\$\$\$}
+}
+
+# orv_error NAME TEXT: a message beside a field.  orv_msg TEXT: one of the page,
+# the first counts.  orv_fatal TEXT: the form makes no sense.  orv_end: ends a
+# check, for marked fields need a message at the top.
+orv_error() {
+  local name=${1:0:50}
+  orv_failed=1
+  orv__line "$2" $((240 - ${#name})) shown
+  printf 'error_%s="%s"\n' "${name//[!A-Za-z0-9_]/_}" "$REPLY"
+}
+orv_msg() {
+  ((orv__told)) || orv_error msg "$1"
+  orv_failed=1 orv__told=1
+}
+orv_fatal() { orv_msg "$1" && echo 'error_fatal=yes'; }
+orv_end() {
+  ((!orv_failed)) ||
+    orv_msg 'Nothing was saved yet. Please look at the marked fields.'
+}
+
+# --- storing ------------------------------------------------------------------
 
 # orv_lock: no other save meanwhile, until the script ends.  Judge what another
 # save may have changed behind it, once more.

@@ -34,7 +34,7 @@ if [[ $1 == --read ]]; then
   export TZ=${orv[time_zone]}
   printf 'clock="%(%H:%M, %Y-%m-%d)T"\n' -1
   for i in "${!ZONES[@]}"; do
-    orv_put "select_zones$i" "${ZONES[i]}"
+    printf 'select_zones%d="%s"\n' "$i" "${ZONES[i]}"
   done
   exit
 fi
