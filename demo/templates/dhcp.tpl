@@ -3,13 +3,7 @@ navbar_script navbar.sh $F$
 help_mode
 expert_mode
 body
-error $E:msg$
-# Without a fault it is a question: whether rows are to be deleted.
-ifnot $E:msg$
-if $E$
-text $B$$E$$R$
-endif
-endif
+error $E$
 text The local network, and the addresses that its devices get from this one.
 
 field dh_address 20

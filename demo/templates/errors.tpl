@@ -3,13 +3,7 @@ navbar_script navbar.sh $F$
 help_mode
 expert_mode
 body
-error $E:msg$
-# Without a fault it is a question: whether rows are to be deleted.
-ifnot $E:msg$
-if $E$
-text $B$$E$$R$
-endif
-endif
+error $E$
 text For authors of forms: choose what shall go wrong and press Submit. Nothing
   here is ever stored.
 help Three judge what was typed, one after the other: the checks of the template,

@@ -3,13 +3,7 @@ navbar_script navbar.sh $F$
 help_mode
 expert_mode
 body
-error $E:msg$
-# Without a fault it is a question: whether rows are to be deleted.
-ifnot $E:msg$
-if $E$
-text $B$$E$$R$
-endif
-endif
+error $E$
 text What may come in. The rules are tried from the lowest number to the highest,
   and the first that fits decides.
 

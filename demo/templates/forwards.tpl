@@ -2,13 +2,7 @@ title Port forwards
 navbar_script navbar.sh $F$
 help_mode
 body
-error $E:msg$
-# Without a fault it is a question: whether rows are to be deleted.
-ifnot $E:msg$
-if $E$
-text $B$$E$$R$
-endif
-endif
+error $E$
 text A forward lets callers from the Internet reach one of your own devices.
   $L$To add one, fill in the last row and press Submit. To remove one, tick
   Delete in its row and press Submit twice.

@@ -2,13 +2,7 @@ title Users
 navbar_script navbar.sh $F$
 help_mode
 body
-error $E:msg$
-# Without a fault it is a question: whether rows are to be deleted.
-ifnot $E:msg$
-if $E$
-text $B$$E$$R$
-endif
-endif
+error $E$
 text Who may use these pages. To add somebody, fill in the last row and press
   Submit. To remove somebody, tick Delete in the row and press Submit twice.
 help $B$Role$R$: an administrator may set everything, an operator may restart

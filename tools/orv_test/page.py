@@ -79,6 +79,8 @@ class Page:
     @staticmethod
     def _control(e, labels):
         kind, value, options = e.get("type", "text"), e.get("value", ""), []
+        if kind == "password":  # a text that is not shown
+            kind = "text"
         if e.tag == HTML + "select":
             kind, entries = "select", list(e.iter(HTML + "option"))
             options = [(o.get("value", ""), squeeze(o.text or ""))
@@ -129,7 +131,8 @@ class Page:
             if text and "error" in e.get("class", "").split():
                 names = [c.name for c in self.controls
                          if e.get("id") in c.error_ids]
-                is_page = e.get("role") == "alert" or self.status != 200
+                is_page = (e.get("role") in ("alert", "status")
+                           or self.status != 200)
                 if len(names) > 1:
                     names = [names[0].rstrip(DIGITS) + "#"]
                 told.append(("page" if is_page else (names or [""])[0], text))
