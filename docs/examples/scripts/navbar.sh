@@ -1,3 +1,0 @@
-#!/bin/bash
-# The bar of links, the same on every page.
-printf '%s\n' -- 'orvmenu Start' 'clock Clock' 'port/lan1 LAN 1' '- An example'

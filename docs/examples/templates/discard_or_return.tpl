@@ -1,6 +1,0 @@
-title Leave without saving?
-read_script empty.sh
-navbar_script navbar.sh
-body
-error $E$
-text You changed settings and did not save them.

@@ -1,0 +1,3 @@
+#!/bin/bash
+# The bar of links, the same on every page.
+printf '%s\n' -- 'orvmenu Start' 'clock Clock'

@@ -1,0 +1,9 @@
+# The start page: the form that a request without a form's name gets.
+title My device
+read_script /bin/true
+navbar_script navbar.sh
+body
+error $E$
+text What do you want to set up?
+fmenu
+choice clock Clock

@@ -1,0 +1,20 @@
+#!/bin/bash
+# The shortest form of a script: what the page checks needs no check here.
+. "${BASH_SOURCE%/*}/orv.bash"
+NAMES=(name lease sharing paper)
+
+[[ $1 != --write ]] || orv_lock
+orv_load fields
+if [[ $1 == --read ]]; then
+  orv_stamp
+  orv_show "${NAMES[@]}"
+  exit
+fi
+
+orv_read "${NAMES[@]}"
+orv_stamp
+orv_tick sharing
+orv_end
+if [[ $1 == --write ]]; then
+  orv_store fields "${NAMES[@]}" && orv_log_changes && orv_changes
+fi

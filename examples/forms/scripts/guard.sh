@@ -1,0 +1,28 @@
+#!/bin/bash
+. "${BASH_SOURCE%/*}/orv.bash"
+
+# apply: makes the device use what is stored.  It runs after the page has gone
+# out, and once more when the old address comes back.
+apply()
+{
+  orv_load guard
+  # ip address replace "${orv[address]}" dev eth0
+  logger -t guard "Address: ${orv[address]}"
+}
+
+[[ $1 != --write ]] || orv_lock
+orv_load guard
+if [[ $1 == --read ]]; then
+  orv_stamp
+  orv_show address
+  exit
+fi
+
+orv_read address
+orv_stamp
+orv_end
+if [[ $1 == --write ]]; then
+  orv_guard 120 apply
+  orv_store guard address &&
+    orv_put u_after_save "Now open http://${orv[address]%/*}/ in two minutes."
+fi

@@ -1,0 +1,20 @@
+#!/bin/bash
+. "${BASH_SOURCE%/*}/orv.bash"
+
+# A page on which nothing is changed is submitted all the same.
+if [[ $1 == --read ]]; then
+  orv_put always_submit True
+  orv_put sure False
+  exit
+fi
+
+orv_read sure
+orv_tick sure
+if [[ ${orv[sure]} != True ]]; then
+  orv_error sure 'Tick this box if you mean it'
+fi
+orv_end
+if [[ $1 == --write ]] && ((!orv_failed)); then
+  orv_put u_after_save 'It is back in about a minute.'
+  orv_after_page 2 logger -t reboot 'here: reboot'
+fi
