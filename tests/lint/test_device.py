@@ -10,7 +10,7 @@ import pytest
 
 LINT = os.environ["ORV_LINT"]
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-DEVICES = [p.parent for p in [*ROOT.glob("demo/templates"), *ROOT.glob("docs/examples/templates"),
+DEVICES = [p.parent for p in [*ROOT.glob("demo/templates"),
                               *ROOT.glob("examples/*/templates")]]
 # The file, its rule, and what stands there before and after; "" before: a line
 # more at the end.  The line is that of the change, unless another's text or

@@ -1,1 +1,0 @@
-../../../lib/orv_store.bash
