@@ -15,6 +15,7 @@ orv_load guard
 if [[ $1 == --read ]]; then
   orv_stamp
   orv_show address
+  orv_put wait_address ''
   exit
 fi
 
@@ -23,6 +24,9 @@ orv_stamp
 orv_end
 if [[ $1 == --write ]]; then
   orv_guard 120 apply
-  orv_store guard address &&
-    orv_put u_after_save "Now open http://${orv[address]%/*}/ in two minutes."
+  if orv_store guard address; then
+    new=${orv[address]%/*}
+    orv_put u_after_save "Now open http://$new/ within two minutes."
+    orv_put wait_address "$new" # browsers with scripts open it by themselves
+  fi
 fi

@@ -5,6 +5,7 @@
 if [[ $1 == --read ]]; then
   orv_put always_submit True
   orv_put sure False
+  orv_put wait_restart ''
   exit
 fi
 
@@ -16,5 +17,6 @@ fi
 orv_end
 if [[ $1 == --write ]] && ((!orv_failed)); then
   orv_put u_after_save 'It is back in about a minute.'
+  orv_put wait_restart 90 # seconds; the page waits for the device
   orv_after_page 2 logger -t reboot 'here: reboot'
 fi

@@ -3,7 +3,8 @@
 
 read -r seconds _ </proc/uptime
 orv_put name "$SYSTEM_TYPE"
-orv_put minutes $((${seconds%.*} / 60))
+orv_put running "$((${seconds%.*} / 60)) minutes"
+orv_put live_seconds 5 # fresh values that often
 i=0
 while read -r _ size _ free _ folder; do
   if [[ $size == [0-9]* && $free == [0-9]* ]]; then

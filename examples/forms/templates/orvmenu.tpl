@@ -1,5 +1,4 @@
 title Example device
-read_script /bin/true
 navbar_script navbar.sh
 body
 error $E$
