@@ -770,9 +770,15 @@ void read_pattern(reader &r, list &l)
     step(r);
   }
   bash_word pattern;
+  const size_t start = r.at;
   read_nested(r, pattern, '(', ')', false, false);
+  block &open = l.blocks.back();
+  if (open.begin > 0) {
+    r.out.commands[open.begin - 1].patterns.push_back(
+        r.in.substr(start, r.at - start));
+  }
   step(r);
-  l.blocks.back().patterns = false;
+  open.patterns = false;
 }
 
 // Takes a word that opens, closes or joins blocks and has nothing behind it.

@@ -59,12 +59,13 @@ struct bash_command {
   std::vector<bash_assignment> assignments;
   std::vector<bash_word> words;
   std::vector<bash_redirect> redirects;
-  std::string function;       // that it stands in, "" outside of any
-  int substitution = 0;       // how many $( ) it stands in
-  bool condition = false;     // its status decides on something
-  bool background = false;    // ended by &
-  bool piped = false;         // its output goes into a pipe
-  bool piped_in = false;      // its input comes from one
+  std::vector<std::string> patterns; // of a case, as written
+  std::string function;              // that it stands in, "" outside of any
+  int substitution = 0;              // how many $( ) it stands in
+  bool condition = false;            // its status decides on something
+  bool background = false;           // ended by &
+  bool piped = false;                // its output goes into a pipe
+  bool piped_in = false;             // its input comes from one
   bool redirected_in = false; // the same of a file, or of a block around it
   bool redirected_out = false;
   int line = 0;

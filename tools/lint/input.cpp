@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <ctype.h>
+#include <string.h>
 
 // A script with the files that it sources: they share variables and functions.
 struct context {
@@ -98,6 +99,8 @@ static void collect_locals(context *c)
 
 // --- what is judged ----------------------------------------------------------
 
+static constexpr char NAME_PART[] = "%%="; // ${line%%=*}
+
 static std::string full_name(const bash_expansion &expansion)
 {
   return expansion.subscript.empty()
@@ -127,10 +130,68 @@ static bool compares(const bash_command &command)
 }
 
 // What decides on a branch has looked at its words.
+static std::vector<std::string> patterns_of(const bash_command &command)
+{
+  std::vector<std::string> patterns = command.patterns;
+  for (size_t i = 1; i + 1 < command.words.size(); i++) {
+    const std::string &op = command.words[i].text;
+    if (op == "==" || op == "=" || op == "!=" || op == "=~") {
+      patterns.push_back(command.words[i + 1].plain);
+    }
+  }
+  return patterns;
+}
+
+// Whether the patterns ask only which of the page's lines it is, as new_name=*
+// does: whatever stands behind was not looked at.  `named` becomes true when
+// they name the variable.
+static bool asks_which_line(const bash_command &command, bool *named)
+{
+  bool lines = false;
+  *named = true;
+  for (const std::string &pattern : patterns_of(command)) {
+    std::string alternative;
+    for (const char c : pattern + "|") {
+      if (c != '|') {
+        alternative +=
+            strchr(" '\"\\\n", c) == nullptr ? std::string(1, c) : "";
+        continue;
+      }
+      if (alternative != "*") {
+        if (!starts_with(alternative, "new_") || alternative.back() != '*' ||
+            alternative.find('[') != std::string::npos) {
+          return false;
+        }
+        lines = true;
+        *named &= alternative.find('=') != std::string::npos;
+      }
+      alternative.clear();
+    }
+  }
+  return lines;
+}
+
+static void judge_names(context *c, const bash_command &command)
+{
+  for (const bash_word &word : command.words) {
+    for (const bash_expansion &expansion : word.expansions) {
+      c->judged.insert(scoped(*c, command.function, full_name(expansion)) +
+                       NAME_PART);
+    }
+  }
+}
+
 static void collect_judged(context *c)
 {
   for (const script *s : c->files) {
     for (const bash_command &command : s->code.commands) {
+      bool named;
+      if (asks_which_line(command, &named)) {
+        if (named) {
+          judge_names(c, command);
+        }
+        continue;
+      }
       const std::string &name = first_word(command);
       const bool asks = command.condition && c->functions.count(name) != 0;
       const bool tests = (name == "[" || name == "test") && compares(command);
@@ -160,7 +221,10 @@ static bool is_input(const context &c, const bash_command &command,
 {
   const std::string name = scoped(c, command.function, expansion.name);
   const std::string all = scoped(c, command.function, full_name(expansion));
-  if (expansion.length || cleans(expansion.rest) || c.judged.count(all) != 0 ||
+  const bool is_name = starts_with(expansion.rest, NAME_PART) &&
+                       c.judged.count(all + NAME_PART) != 0;
+  if (expansion.length || cleans(expansion.rest) || is_name ||
+      c.judged.count(all) != 0 ||
       (expansion.subscript.empty() && c.judged.count(name) != 0)) {
     return false;
   }
@@ -472,6 +536,45 @@ static void check_program(const sink &at)
   }
 }
 
+// The length of the name in NAME=VALUE, npos where there is no value.
+static size_t name_length(const std::string &text)
+{
+  int depth = 0;
+  for (size_t i = 0; i < text.size(); i++) {
+    depth += strchr("{[", text[i]) != nullptr ? 1 : 0;
+    depth -= strchr("}]", text[i]) != nullptr ? 1 : 0;
+    if (text[i] == '=' && depth == 0) {
+      return i;
+    }
+  }
+  return std::string::npos;
+}
+
+// The input in a builtin's word, in its name alone where a value is stored as
+// it stands.
+static const bash_expansion *input_name(const sink &at, const bash_word &word)
+{
+  static const std::set<std::string> stores = {"declare", "local", "export",
+                                               "typeset", "readonly"};
+  size_t end = stores.count(first_word(at.command)) != 0
+                   ? name_length(word.text)
+                   : std::string::npos;
+  for (const bash_word &other : at.command.words) {
+    if (other.plain[0] == '-' && other.plain.find('i') != std::string::npos) {
+      end = std::string::npos; // a number: its value is computed
+    }
+  }
+  for (const bash_expansion &expansion : word.expansions) {
+    const size_t column = static_cast<size_t>(expansion.column - word.column);
+    if ((end == std::string::npos ||
+         (expansion.line == word.line && column < end)) &&
+        is_input(at.c, at.command, expansion)) {
+      return &expansion;
+    }
+  }
+  return nullptr;
+}
+
 // Builtins that evaluate the names they are given.
 static void check_names(const sink &at)
 {
@@ -487,8 +590,7 @@ static void check_names(const sink &at)
   const size_t first = printf_name ? 2 : 1;
   const size_t end = printf_name ? 3 : at.command.words.size();
   for (size_t i = first; i < end; i++) {
-    const bash_expansion *input =
-        input_of(at.c, at.command, at.command.words[i]);
+    const bash_expansion *input = input_name(at, at.command.words[i]);
     if (input != nullptr && at.command.words[i].plain[0] != '-') {
       tell_at(at, *input, "eval",
               shown(*input) + " comes from the request and " + name +

@@ -88,7 +88,7 @@ std::string nearest(const std::string &word, const std::set<std::string> &words)
 {
   std::string best;
   size_t least = word.size() < 4 ? 2 : 3; // one slip more is another word
-  if (word.size() > WORD_MAX) {
+  if (word.size() < 2 || word.size() > WORD_MAX) { // a letter is near to any
     return best;
   }
   for (const std::string &candidate : words) {
