@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <dirent.h>
+#include <errno.h>
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
@@ -53,6 +54,15 @@ static bool list_files(const std::string &dir, std::vector<std::string> *names)
 }
 
 // The file stays in the device: findings and suppressions look at its lines.
+static bool is_readable(device *dev, const std::string &path)
+{
+  if (access(path.c_str(), R_OK) == 0) {
+    return true;
+  }
+  dev->unread.push_back(path);
+  return false;
+}
+
 static const source_file &read_file(device *dev, const std::string &path)
 {
   std::ifstream stream(path, std::ios::binary);
@@ -281,15 +291,21 @@ bool read_device(const std::string &dir, device *dev, findings *found)
     if (ends_with(name, ".tpl")) {
       const std::string form_name = name.substr(0, name.size() - 4);
       const std::string path = dir + "/templates/" + name;
+      if (!is_readable(dev, path)) {
+        continue;
+      }
       const source_file &file = read_file(dev, path);
       read_form(file, form_name, &dev->forms[form_name], found);
     }
   }
   names.clear();
   read_library(dir);
-  list_files(dir + "/scripts", &names);
+  if (!list_files(dir + "/scripts", &names) && errno != ENOENT) {
+    dev->unread.push_back(dir + "/scripts");
+  }
   for (const std::string &name : names) {
-    if (!is_library(name) && is_script(dir + "/scripts/" + name, name)) {
+    if (is_readable(dev, dir + "/scripts/" + name) && !is_library(name) &&
+        is_script(dir + "/scripts/" + name, name)) {
       read_script(dev, name);
     }
   }

@@ -119,6 +119,7 @@ struct device {
   std::map<std::string, form> forms;        // by name
   std::map<std::string, script> scripts;    // by name
   std::set<std::string> settings;           // files of defaults/ and state/
+  std::vector<std::string> unread;          // for lack of permission
 };
 
 // Reads a whole folder.  False when it holds no templates/.

@@ -58,6 +58,13 @@ static long lint(const std::string &dir, const options &o)
             dir.c_str());
     return -1;
   }
+  // Half a device would be told of what stands in the other half.
+  for (const std::string &path : dev.unread) {
+    fprintf(stderr, "orv-lint: %s: no permission to read it\n", path.c_str());
+  }
+  if (!dev.unread.empty()) {
+    return -1;
+  }
   other_tools tools = begin_tools(dev, o.shellcheck);
   check_texts(dev, &found);
   check_conditions(dev, &found);

@@ -343,6 +343,19 @@ static void orphan_attributes(repair *work, line_place at)
   }
 }
 
+// What a keyword was meant to be: also where bash calls it something else.
+static std::string meant_keyword(const std::string &keyword,
+                                 const std::set<std::string> &known)
+{
+  static const std::map<std::string, std::string> others = {
+      {"fi", "endif"},        {"end", "endif"},
+      {"elif", "else"},       {"option", "choice"},
+      {"input", "field"},     {"check_message", "check_msg"},
+      {"heading1", "heading"}};
+  const auto other = others.find(keyword);
+  return other != others.end() ? other->second : nearest(keyword, known);
+}
+
 static void mend_body_keyword(repair *work, const std::string &message)
 {
   const line_place at = line_of(work, message);
@@ -350,11 +363,12 @@ static void mend_body_keyword(repair *work, const std::string &message)
   std::set<std::string> known = item_keywords;
   known.insert(attribute_keywords.begin(), attribute_keywords.end());
   const bool misplaced = header_keywords.count(keyword) != 0;
-  const std::string near = misplaced ? "" : nearest(keyword, known);
+  const std::string near = misplaced ? "" : meant_keyword(keyword, known);
   tell_message(work, message, at->number,
                misplaced ? "; " + in_quotes(keyword) +
                                " belongs before the line \"body\""
-                         : did_you_mean(keyword, known));
+               : near.empty() ? ""
+                              : " (did you mean " + in_quotes(near) + "?)");
   if (!near.empty()) {
     replace_keyword(&*at, near);
   } else {
