@@ -12,6 +12,6 @@ case $1 in
     orv_load clock
     orv_read server
     orv_stamp
-    orv_store clock server
+    orv_store clock server && orv_changes
     ;;
 esac

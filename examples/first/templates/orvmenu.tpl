@@ -1,5 +1,5 @@
 # The start page: the form that a request without a form's name gets.
-title My device
+title $N:SYSTEM_TYPE$
 read_script /bin/true
 navbar_script navbar.sh
 body
