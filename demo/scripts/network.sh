@@ -26,6 +26,7 @@ if [[ $1 == --read ]]; then
   fi
   orv_show host_name "${NAMES[@]}" last_ip_address last_ip6_address drawn_ip4 \
     drawn_ip6
+  orv_put wait_confirm '' # the page counts down where scripts run
   exit
 fi
 
@@ -184,5 +185,6 @@ if orv_store name host_name -- network "${NAMES[@]}"; then
     fi
     orv_put u_saved_address "$where"
     orv_put u_saved_seconds $PATIENCE
+    orv_put wait_confirm $PATIENCE
   fi
 fi

@@ -77,6 +77,7 @@ export async function newPage(options) {
   const context = await browser.newContext({ reducedMotion: "reduce",
                                              ...options });
   const page = await context.newPage();
+  page.hasScripts = options?.javaScriptEnabled !== false;
   page.asked = 0;
   page.on("dialog", (dialog) => {
     page.asked++;
@@ -110,6 +111,8 @@ export async function press(page, label) {
   await page.waitForFunction(() => document.readyState === "complete" &&
                                    !document.body.dataset.old);
 }
+const isSentInPlace = async (page) => page.hasScripts &&
+  await page.locator("[name^=o_wait_]").count() > 0;
 export const heading = (page) => page.locator("h1").innerText();
 export const valueOf = (page, name) => field(page, name).inputValue();
 
@@ -129,6 +132,8 @@ export async function act(page, ...steps) {
   for (const step of steps) {
     if (step === "Back") {
       await page.goBack({ waitUntil: "commit" });
+    } else if (step === "Submit" && await isSentInPlace(page)) {
+      await press(page, step);
     } else if (typeof step === "string") {
       await pageAfter(page, button(page, step).click());
     } else {
@@ -158,6 +163,25 @@ export async function until(condition, tries = 200) {
     await setTimeout(20);
   }
   assert.ok(await condition(), String(condition));
+}
+
+// What the device keeps in a file, "" where nobody saved.
+export const kept = (file) =>
+  fs.readFile(`${folder}/data/state/${file}`, "utf8").catch(() => "");
+
+// The demo's script, with a part of it changed while `during` runs.
+export async function withScript(name, from, to, during) {
+  const file = `${folder}/data/scripts/${name}`;
+  const text = await fs.readFile(file, "utf8");
+  assert.ok(text.includes(from));
+  await fs.rm(file); // a link to the demo's own
+  await fs.writeFile(file, text.replaceAll(from, to), { mode: 0o755 });
+  try {
+    await during();
+  } finally {
+    await fs.rm(file);
+    await fs.symlink(`${root}demo/scripts/${name}`, file);
+  }
 }
 
 export const phone = { width: 360, height: 640 };

@@ -2,8 +2,8 @@
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { act, address, assertLooks, button, complaints, field, heading, newPage,
-         press, until, valueOf, visit } from "./device.mjs";
+import { act, address, assertLooks, button, complaints, field, heading, kept,
+         newPage, press, until, valueOf, visit, withScript } from "./device.mjs";
 
 const phone = { viewport: { width: 360, height: 640 } };
 const focused = (page) => page.evaluate(() => document.activeElement.name);
@@ -199,3 +199,45 @@ test("without JavaScript a restart is confirmed by a page", async () => {
   await act(page, { rb_sure: true }, "Submit");
   assert.match(await page.locator("main").innerText(), /restarts now/);
 });
+
+const ADDRESS = { ip_address: "192.0.2.7/24", gateway: "192.0.2.1" };
+
+// Without scripts a Submit asks for the address, without a word of error.
+async function changeAddress(options) {
+  const page = await visit("network", { ...phone, ...options });
+  await act(page, { static_ip: "yes" }, ...page.hasScripts ? [] : ["Submit"]);
+  await field(page, "ip_address").waitFor();
+  await act(page, ADDRESS, "Submit");
+  assert.match(await page.locator("main").innerText(),
+               /http:\/\/192\.0\.2\.7\//);
+  return page;
+}
+
+test("an address that nobody confirms goes back by itself", async () => {
+  await withScript("network.sh", "PATIENCE=120", "PATIENCE=1", async () => {
+    const page = await changeAddress();
+    const timer = page.locator("[role=timer]");
+    await until(async () => /settings are back/.test(await timer.innerText()));
+    await until(async () => !(await kept("network")).includes("192.0.2.7"),
+                1500);
+    await page.goto(address("network"));
+    assert.equal(await valueOf(page, "static_ip"), "no");
+  });
+});
+
+for (const javaScriptEnabled of [true, false]) {
+  const how = javaScriptEnabled ? "seconds are counted" : "without JavaScript";
+  test(`one that a page confirms stays, ${how}`, async () => {
+    const page = await changeAddress({ javaScriptEnabled });
+    if (javaScriptEnabled) {
+      assert.match(await page.locator("[role=timer]").innerText(),
+                   /^1[012]\d seconds left/);
+      await assertLooks(page, "counting");
+    }
+    assert.notEqual(await kept(".pending/.token"), "");
+    await act(page, "Continue");
+    await page.goto(address("network"));
+    assert.equal(await valueOf(page, "ip_address"), "192.0.2.7/24");
+    assert.equal(await kept(".pending/.token"), "");
+  });
+}

@@ -117,9 +117,9 @@ async function holdAnswers(page, milliseconds) {
 }
 
 test("a second press waits for the first, and a long wait shows", async () => {
-  const page = await visit("network");
+  const page = await visit("system");
   const seen = await holdAnswers(page, 2000);
-  await act(page, { host_name: "once" });
+  await act(page, { place: "once" });
   const { x, y } = await button(page, "Submit").boundingBox();
   await pageAfter(page, page.mouse.click(x + 9, y + 9, { clickCount: 3 }));
   assert.equal(await heading(page), "Saved");
@@ -131,7 +131,7 @@ for (const isTold of [true, false]) {
   const how = isTold ? "Stop" : "Escape, where Stop is not told to pages";
 
   test(`after ${how} the buttons work again`, async () => {
-    const page = await visit("network");
+    const page = await visit("system");
     if (!isTold) {
       await page.addInitScript(() => {
         navigation.onnavigateerror = () => { window.stopped = true; };
@@ -139,7 +139,7 @@ for (const isTold of [true, false]) {
       });
     }
     const seen = await holdAnswers(page, 400);
-    await act(page, { host_name: "twice" });
+    await act(page, { place: "twice" });
     const { x, y } = await button(page, "Submit").boundingBox();
     await page.mouse.click(x + 9, y + 9);
     await until(() => seen.posts === 1);

@@ -231,7 +231,8 @@ function keepFresh() {
 
 // --- a device that goes away ---
 // The page that confirms runs no scripts; where wait_restart (seconds) or
-// wait_address (the new one) is reported, this page shows it and waits.
+// wait_address (the new one) is reported, this page shows it and waits, and
+// counts wait_confirm, the seconds after which a change goes back.
 
 async function submitHere(form) {
   const fields = fieldsOf(form);
@@ -245,10 +246,30 @@ async function submitHere(form) {
   document.body.replaceWith(page.body);
   addButtons(document);
   scrollToCoordinates();
-  if (carriedValue("form") === "changes_saved" &&
-      carriedValue("o_wait_restart") + carriedValue("o_wait_address")) {
+  if (carriedValue("form") !== "changes_saved") {
+    return;
+  }
+  if (carriedValue("o_wait_restart") + carriedValue("o_wait_address")) {
     waitForDevice();
   }
+  if (+carriedValue("o_wait_confirm")) {
+    countDown(+carriedValue("o_wait_confirm"));
+  }
+}
+
+function countDown(seconds) {
+  const line = create("p", {className: "plain", role: "timer"});
+  const end = Date.now() + 1000 * seconds;
+  find("form").before(line);
+  const tick = () => {
+    const left = Math.ceil((end - Date.now()) / 1000);
+    line.textContent = left > 0 ? `${left} seconds left.`
+                                : "The old settings are back.";
+    if (left > 0) {
+      setTimeout(tick, 1000);
+    }
+  };
+  tick();
 }
 
 async function waitForDevice() {
