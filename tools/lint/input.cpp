@@ -21,6 +21,7 @@ struct context {
   std::set<std::string> locals; // "function::name"
   std::set<std::string> input;  // scoped names that hold a request's values
   std::set<std::string> judged; // scoped names that something has looked at
+  std::set<std::string> padded; // the page's numbers, which may begin with 0
   std::set<std::string> maps;   // arrays whose subscripts are text
 };
 
@@ -383,20 +384,26 @@ static size_t subitem_argument(const script_line &line)
 // row.
 static void add_checked(context *c, const std::string &script_name)
 {
-  static const std::set<std::string> harmless = {"decimal", "number", "signed",
-                                                 "keyword", "word"};
+  static const std::set<std::string> words_of_list = {"keyword", "word"};
+  static const std::set<std::string> numbers = {"decimal", "number", "signed"};
   for (const form *f : forms_of(c->dev, script_name)) {
     for (const form_item &item : f->items) {
       const form_line *check = attribute(item, "check");
       const std::vector<std::string> words =
           split_words(check != nullptr ? check->text : "");
-      const bool checked =
-          std::any_of(words.begin(), words.end(), [&](const std::string &word) {
-            return harmless.count(lower(word)) != 0;
-          });
+      const auto is_one_of = [&](const std::set<std::string> &checks) {
+        return std::any_of(words.begin(), words.end(),
+                           [&](const std::string &word) {
+                             return checks.count(lower(word)) != 0;
+                           });
+      };
+      const bool number = is_one_of(numbers);
+      const std::string name = "::orv[" + item.name + "]";
       if (item.table < 0 &&
-          (checked || item.type == PT_SELECT || item.type == PT_CHECKBOX)) {
-        c->judged.insert("::orv[" + item.name + "]");
+          (number || is_one_of(words_of_list) || item.type == PT_SELECT ||
+           item.type == PT_CHECKBOX) &&
+          c->judged.insert(name).second && number) {
+        c->padded.insert(name);
       }
     }
   }
@@ -472,8 +479,15 @@ static void check_unquoted(const sink &at, const bash_word &word)
 static void check_number(const sink &at, const bash_word &word, bool operand)
 {
   for (const bash_expansion &expansion : word.expansions) {
-    if ((expansion.arithmetic || operand) && !expansion.based &&
-        is_input(at.c, at.command, expansion)) {
+    if ((!expansion.arithmetic && !operand) || expansion.based) {
+      continue;
+    }
+    if (at.c.padded.count(
+            scoped(at.c, at.command.function, full_name(expansion))) != 0) {
+      tell_at(at, expansion, "number-octal",
+              shown(expansion) + " may begin with 0, which means octal here;"
+                                 " write [ x -gt y ], or 10# in front");
+    } else if (is_input(at.c, at.command, expansion)) {
       tell_at(at, expansion, "input-number",
               shown(expansion) + " comes from the request and is computed with"
                                  " before anything has seen that it is a"
@@ -778,6 +792,7 @@ void check_input(const device &dev, findings *found)
     context c = {dev,
                  {},
                  library_functions,
+                 {},
                  {},
                  {},
                  {},
