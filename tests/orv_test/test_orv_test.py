@@ -84,8 +84,7 @@ TRUE = [  # what is done, what is so then
     (OPEN, "form net", "form net/eth0", "title Net eth0", "text Hello small.",
      "text He...all", "status 200", "field mtu", "value mtu 40", "value mode a",
      "value mode Automatic", "value src2", "ticked off0", "choice mode By hand",
-     "rows acl 2", "button Submit", "link The other", "stored old kept=1",
-     "anywhere hush"),
+     "rows acl 2", "button Submit", "link The other", "anywhere hush"),
     ("open ../net", "status 403", "errors"),
     ("open;follow Network;press Expert", "form net/eth0", "button Simple"),
     (BAD, "errors", "error mtu", "error mtu Number out ...", "value mtu 200",
@@ -104,10 +103,10 @@ TRUE = [  # what is done, what is so then
 FALSE = [
     (OPEN, "field extra", "ticked on", "errors", "message ...", "error mtu",
      "error src", "button Simple", "text 40", "text hush", "anywhere x9", "sent",
-     "value mtu", "stored new"),
-    (NEW, 'sent new_extra="x"', "sent new_mtu", "stored net mtu", "stored old"
-     " kept=2", "link Network"),
-    (f"{NEW};reset;{OPEN}", "value mtu 50", "stored old"),
+     "value mtu", "stored old"),
+    (NEW, 'sent new_extra="x"', "sent new_mtu", "stored net mtu",
+     "stored net mtu=40", "link Network"),
+    (f"{NEW};reset;{OPEN}", "value mtu 50", "stored net"),
 ]
 
 

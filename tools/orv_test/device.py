@@ -19,8 +19,7 @@ import urllib.parse
 from .page import Page
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PARTS = ("templates", "scripts", "defaults", "state", "system_type")
-DEMO_MARK = ".larkspur-demo"  # in a folder that demo/run laid out
+PARTS = ("templates", "scripts", "defaults", "system_type")
 URL = "/cgi-bin/orv"
 HOST = "device.local"
 SECONDS = 60  # that one page may take
@@ -119,7 +118,7 @@ class Device:
             source = self.folder / part if self.folder else None
             if source and source.is_file():
                 shutil.copy(source, self.root / part)
-            elif source and source.is_dir() and not (source / DEMO_MARK).exists():
+            elif source and source.is_dir():
                 shutil.copytree(source, self.root / part)
         for part in PARTS[:2] + ("state",):
             (self.root / part).mkdir(exist_ok=True)
