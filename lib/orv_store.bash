@@ -61,6 +61,10 @@ orv_secret() { # NAME...: blank means unchanged; stored, it leaves the page
   for name; do orv[$name]=${orv[$name]:-${orv_was[$name]}}; done
   orv__secrets+=("$@")
 }
+orv__is_secret() { # no page holds it, so it may be a hash, which has "$"
+  local IFS=' '
+  [[ " ${orv__secrets[*]} " == *" $1 "* ]]
+}
 
 # In REPLY: TEXT as one line of at most BYTES, cut between characters.  With
 # SHOWN, "$" is written as pages want it, where it would insert values.
@@ -150,7 +154,8 @@ orv_store() {
       orv__is_word "$file" || orv_msg 'This is no name of a settings file.'
     elif ((${#name} + ${#value} > 246)); then # no page could show it again
       orv_msg 'Nothing was saved: a value is too long.'
-    elif [[ $value == *[[:cntrl:]\"\$\\\`]* ]]; then
+    elif [[ $value == *[[:cntrl:]\"\\\`]* ]] ||
+      { [[ $value == *\$* ]] && ! orv__is_secret "$name"; }; then
       orv_msg 'Nothing was saved: no value may hold one of " $ \ `'
     else
       content[$file]+=$name=$value$'\n' orv__stored+=("$name")

@@ -196,7 +196,7 @@ a90=""' ]]
   printf '%s\n' host=old mode=a on=True to0=1 to1=2 a_pin=9 >"$ORV_STATE/form"
   run -0 script 'logger() { sed s/^/log:/; }
     orv_load form; orv_read host mode on to#
-    orv_secret a_pin b_pin; orv[a_pin]=1234; orv_tick on; orv_rows to; orv_pack to
+    orv_secret a_pin b_pin; orv[a_pin]="\$6\$1234"; orv_tick on; orv_rows to; orv_pack to
     orv_store form host mode on a_pin b_pin "${cells[@]}"
     REMOTE_USER="a;b" REMOTE_ADDR="::1
 x"; orv_changes; orv_log_changes' \
@@ -210,7 +210,7 @@ u_saved_change3="PIN: changed$L$"
 u_saved_change4="Port, row 1: 1 → 3$L$"
 u_saved_change5="Port, row 2: 2 → blank$L$"
 u_saved_change6=""'*'log:Light: on -> off (a_b at ::1__)'* ]]
-  [[ $output != *1234* ]]
+  [[ $output != *1234* && $(<"$ORV_STATE/form") == *'a_pin=$6$1234'* ]]
   run -0 page 'orv_load x; for i in {0..19}; do orv[x$i]="&$i\$V:a\$"; done
     orv__more :; orv__stored=("${!orv[@]}"); orv_changes'
   [[ $output == *'$$$V:a$$$$L$"'*'u_saved_change11="and 9 more$L$"' ]]

@@ -8,6 +8,7 @@ fmenu
 choice fields Text, box and list
 choice messages A check script
 choice secret A secret
+choice password A password, kept as a hash
 choice iselect A list from a script
 choice table A table
 choice fixed_table A table of fixed rows

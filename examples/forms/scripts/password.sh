@@ -1,0 +1,26 @@
+#!/bin/bash
+# A password that is only compared: what was typed is stored nowhere.
+. "${BASH_SOURCE%/*}/orv.bash"
+
+[[ $1 != --write ]] || orv_lock
+orv_load password
+if [[ $1 == --read ]]; then
+  orv_stamp
+  exit
+fi
+
+orv_read admin_password
+orv_stamp
+typed=${orv[admin_password]}
+orv_secret admin_password # a blank one means the hash that is stored
+if [[ -z ${orv[admin_password]} ]]; then
+  orv_error admin_password 'There is none yet. Enter 10 to 80 characters'
+fi
+orv_end
+if [[ $1 == --write ]] && ((!orv_failed)); then
+  if [[ $typed ]]; then # as input: everybody sees a command's arguments
+    orv[admin_password]=$(openssl passwd -6 -stdin <<<"$typed") ||
+      orv_msg 'The password could not be stored.'
+  fi
+  orv_store password admin_password && orv_changes
+fi
