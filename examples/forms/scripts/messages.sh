@@ -16,7 +16,7 @@ if [[ ${orv[from]} && -z ${orv[to]} ]]; then
   orv_error to 'Enter the end as well, or leave both blank'
 elif [[ ${orv[to]} && -z ${orv[from]} ]]; then
   orv_error from 'Enter the beginning as well, or leave both blank'
-elif [[ ${orv[from]} && ${orv[from]} == "${orv[to]}" ]]; then
+elif [[ ${orv[from]} ]] && [ "${orv[from]}" -eq "${orv[to]}" ]; then
   orv_error to 'The end must be another hour than the beginning'
 fi
 orv_end
