@@ -172,6 +172,8 @@ def test_json_rows_and_wrong_use(site):
     for words in (["set", "../f", "n0=x"], ["set", "f/..", "n0=x"], ["set", "f", "n0=a\nb"],
                   ["set", "f", "zz=1"], ["get", "f", "zz"], ["rows", "f", "zz"], ["get", "nosuch"]):
         assert run(site, *words, expect=1).stderr.startswith("orvctl: ")
+    site.template("f", "select s", *(f"choice {str(i) * 50} Long" for i in range(9)))
+    assert "one of: 0" in run(site, "set", "f", "s=9", expect=1).stderr
 
 
 def demo(site):

@@ -410,6 +410,22 @@ static const char *choose_box(page_field *field, const char *value)
   return "is a check box: True or False";
 }
 
+// What is wrong when the value is no entry of the list; borrowed until the next
+// call.
+static const char *no_choice(const html_form_list_opt *choice)
+{
+  static char text[249]; // as long as a line of a page
+  size_t length = static_cast<size_t>(
+      snprintf(text, sizeof(text), "has no such choice; it takes one of:"));
+  for (; choice != nullptr; choice = choice->next) {
+    if (choice->value != nullptr && length < sizeof(text)) {
+      length += static_cast<size_t>(
+          snprintf(text + length, sizeof(text) - length, " %s", choice->value));
+    }
+  }
+  return text;
+}
+
 static const char *choose_entry(page_field *field, const char *value)
 {
   for (const html_form_list_opt *choice = field->item->choices.choices;
@@ -418,7 +434,7 @@ static const char *choose_entry(page_field *field, const char *value)
       return set_value(field, value);
     }
   }
-  return "has no such choice";
+  return no_choice(field->item->choices.choices);
 }
 
 const char *page_choose(page_field *field, const char *value)
