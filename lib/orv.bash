@@ -31,7 +31,10 @@ orv_load() {
   local lines line stamp='0 0' file=$ORV_STATE/.pending
   orv__is_word "$1" || return 1
   if [[ -e $file/.armed && $REQUEST_METHOD && ! -p /dev/stdin ]]; then
-    orv_lock && rm -rf -- "$file" && orv_unlock
+    # As one step, and again: another save may have come before the lock.
+    orv_lock && [[ -e $file/.armed ]] &&
+      mv -T -- "$file" "$ORV_STATE/.new.$orv__token" && orv__finish
+    orv_unlock
   fi
   # What a save has committed is in .commit until it is moved to its place.
   for file in "$ORV_STATE/.commit/$1" "$ORV_STATE/$1" "$ORV_DEFAULTS/$1" ''; do

@@ -128,6 +128,10 @@ orv__finish() {
   [[ ! -e ${left[0]} ]] || rm -rf -- "${left[@]}"
   if [[ -d $ORV_STATE/.commit ]]; then
     mv -f -- "$ORV_STATE"/.commit/* "$ORV_STATE"
+    if [[ -d $ORV_STATE/.commit/.pending ]]; then
+      rm -rf -- "$ORV_STATE/.pending"
+      mv -- "$ORV_STATE/.commit/.pending" "$ORV_STATE"
+    fi
     rmdir -- "$ORV_STATE/.commit"
   fi
   return 0
@@ -190,6 +194,7 @@ orv__write() { # the `content` of each file into `new`
 orv_background() (
   [[ -z $orv__lock ]] || exec {orv__lock}>&-
   orv__lock=''
+  unset REQUEST_METHOD # orv_load confirms nothing here
   set -m # a process group of its own
   "$@" </dev/null >/dev/null 2>&1 &
 ) 2>/dev/null
@@ -212,20 +217,24 @@ orv_guard() {
   orv__guard=("$@")
 }
 
-# What a change that nobody confirmed yet has kept is older, and stays.
+# What a change that nobody confirmed yet has kept is older, and stays.  All of
+# it is committed with the files: a save that fails leaves it as it was.
 orv__keep() { # FILE...
-  local file from keep=$ORV_STATE/.pending
+  local file from old=$ORV_STATE/.pending keep=$new/.pending
   ((${#orv__guard[@]})) || return 0
-  mkdir -p -- "$keep" && rm -f -- "$keep/.armed" &&
-    printf '%s' "$orv__token" >"$keep/.token" || return
+  if [[ -d $old ]]; then
+    cp -R -- "$old" "$keep" && rm -f -- "$keep/.armed"
+  else
+    mkdir -- "$keep"
+  fi && printf '%s' "$orv__token" >"$keep/.token" || return
   for file; do
     for from in {"$keep","$ORV_STATE","$ORV_DEFAULTS"}/"$file" /dev/null; do
       [[ ! -r $from ]] || break
     done
     [[ $from == "$keep/$file" ]] || cp -- "$from" "$keep/$file" || return
   done
-  sync -- "$keep"/* "$keep" || sync
-  ((${#orv__guard[@]} > 1)) || : >"$keep/.armed"
+  ((${#orv__guard[@]} > 1)) || : >"$keep/.armed" || return
+  sync -- "$keep"/* "$keep"/.* || sync
 }
 
 orv__watch() { # SECONDS [COMMAND...]
@@ -234,8 +243,11 @@ orv__watch() { # SECONDS [COMMAND...]
     "${@:2}"
     orv__is_watched && : >"$ORV_STATE/.pending/.armed"
   fi
-  sleep "$1" && orv__is_watched && orv_lock && orv__is_watched &&
-    orv_guard_boot "${@:2}"
+  sleep "$1"
+  while orv__is_watched && ! orv_lock; do
+    sleep 1 # a save may take long, but this must not be given up
+  done
+  orv__is_watched && orv_guard_boot "${@:2}"
 }
 
 orv__is_watched() { # nobody confirmed it, and no later change took over
@@ -258,7 +270,7 @@ orv_guard_boot() {
 # orv__describe ARROW: in `orv_lines`, what this script has changed, one line a
 # value, by the labels and choices of the form's template.
 orv__describe() {
-  local line name=- column row what old new
+  local line name=- column row what old new IFS=' '
   local -A label=() entry=() told=()
   orv_lines=()
   orv__is_word "$orv__form" && [[ -r $ORV_TEMPLATES/$orv__form.tpl ]] &&
@@ -285,7 +297,8 @@ orv__describe() {
     fi
     orv__line "$what" 50
     line=$REPLY
-    if [[ $column =~ _(password|passphrase|secret|pin)$ ]]; then
+    if [[ ${column,,} =~ _(password|passphrase|secret|pin)$ ||
+      " ${orv__secrets[*]} " == *" $name "* ]]; then
       line+=': changed'
     else
       old=${entry[$column.$old]:-$old} new=${entry[$column.$new]:-$new}

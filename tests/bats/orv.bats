@@ -196,20 +196,23 @@ a90=""' ]]
   printf '%s\n' host=old mode=a on=True to0=1 to1=2 a_pin=9 >"$ORV_STATE/form"
   run -0 script 'logger() { sed s/^/log:/; }
     orv_load form; orv_read host mode on to#
-    orv_secret a_pin b_pin; orv[a_pin]="\$6\$1234"; orv_tick on; orv_rows to; orv_pack to
-    orv_store form host mode on a_pin b_pin "${cells[@]}"
+    orv_secret a_pin b_pin key; orv[a_pin]="\$6\$1234" orv[key]=1234
+    orv_tick on; orv_rows to; orv_pack to
+    orv_store form host mode on a_pin b_pin key "${cells[@]}"
     REMOTE_USER="a;b" REMOTE_ADDR="::1
 x"; orv_changes; orv_log_changes' \
     < <(printf 'new_%s="%s"\n' host "it's" mode s on False to0 3)
   [[ $output == 'u_a_pin=
 u_b_pin=
+u_key=
 u_saved_change0="Device name: old → it'\''s$L$"
 u_saved_change1="Mode: Auto matic → By hand$L$"
 u_saved_change2="Light: on → off$L$"
 u_saved_change3="PIN: changed$L$"
-u_saved_change4="Port, row 1: 1 → 3$L$"
-u_saved_change5="Port, row 2: 2 → blank$L$"
-u_saved_change6=""'*'log:Light: on -> off (a_b at ::1__)'* ]]
+u_saved_change4="key: changed$L$"
+u_saved_change5="Port, row 1: 1 → 3$L$"
+u_saved_change6="Port, row 2: 2 → blank$L$"
+u_saved_change7=""'*'log:Light: on -> off (a_b at ::1__)'* ]]
   [[ $output != *1234* && $(<"$ORV_STATE/form") == *'a_pin=$6$1234'* ]]
   run -0 page 'orv_load x; for i in {0..19}; do orv[x$i]="&$i\$V:a\$"; done
     orv__more :; orv__stored=("${!orv[@]}"); orv_changes'
@@ -233,7 +236,14 @@ u_saved_change6=""'*'log:Light: on -> off (a_b at ::1__)'* ]]
   script "orv_guard_boot touch $ran" </dev/null
   [[ $(<"$ORV_STATE/net") == v=shipped && -e $ran && ! -e $ORV_STATE/.pending ]]
   guarded 900 && script 'orv_load net' </dev/null # a look from a terminal
-  [[ -e $ORV_STATE/.pending ]]
+  # Nor do a save that fails, or work that a page has started.
+  before=$(<"$ORV_STATE/.pending/.token")
+  run -1 script 'orv_lock; mv() { return 1; }; orv_guard 9 :; orv_store net v'
+  REQUEST_METHOD=POST script 'orv_background eval "orv_load net; >\"$3\""' \
+    "$ran.load" </dev/null 3>&-
+  waits test -e "$ran.load"
+  [[ -e $ORV_STATE/.pending/.armed &&
+    $(<"$ORV_STATE/.pending/.token") == "$before" ]]
   REQUEST_METHOD=GET script 'orv_load net' </dev/null
   [[ ! -e $ORV_STATE/.pending ]] && script orv_guard_boot </dev/null
   [[ $(stored net) == 'v=new w=1' ]]
