@@ -22,7 +22,7 @@ fi
 
 orv_read log_empty
 orv_tick log_empty
-if [[ $1 == --write && ${orv[log_empty]} == True ]]; then
+if [[ $1 == --write && ${orv[log_empty]} == True ]] && ((!orv_failed)); then
   if : >"$ORV_STATE/log"; then
     note 'Log emptied'
     orv_put u_saved_note 'The log is empty now.'

@@ -21,6 +21,5 @@ orv_stamp
 orv_tick service_on
 orv_end
 if [[ $1 == --write ]]; then
-  orv_store service service_on && orv_background restart
-  orv_changes
+  orv_store service service_on && orv_background restart && orv_changes
 fi
