@@ -194,6 +194,41 @@ test("a device that goes away is waited for, where it will be", async () => {
   assert.match(await heading(page), /gateway/);
 });
 
+test("an answer that is no page, or late, takes nothing away", async () => {
+  const page = await visit("own", phone);
+  await act(page, { own_passphrase: "typed and kept" });
+  for (const [status, body, said] of [
+    [403, '<p class="error">Refused.', /^Refused\.$/], [200, "", /^No answer/],
+    [500, "", /^No answer/], [200, "<form id=login></form>", /^No answer/]]) {
+    await page.route("**/cgi-bin/orv", (route) =>
+      route.fulfill({ status, body, contentType: "text/html" }));
+    const dialog = page.waitForEvent("dialog");
+    await button(page, "Submit").click();
+    assert.match((await dialog).message(), said);
+    assert.equal(await valueOf(page, "own_passphrase"), "typed and kept");
+    await page.unroute("**/cgi-bin/orv");
+  }
+  complaints.length = 0;
+
+  let late = null;
+  await page.route("**/cgi-bin/orv", (route) => {
+    if (route.request().postData().includes("action=")) {
+      return route.continue();
+    }
+    late = route;
+    return null;
+  });
+  await act(page, { own_passphrase: "short", own_mode: "yes" });
+  await until(() => late);
+  await press(page, "Submit");
+  assert.equal(await focused(page), "own_passphrase");
+  const answer = page.waitForResponse("**/cgi-bin/orv");
+  await late.continue();
+  await (await answer).finished();
+  await page.evaluate(() => new Promise((done) => { setTimeout(done, 100); }));
+  assert.equal(await marked(page, "aria-invalid"), "own_passphrase");
+});
+
 test("without JavaScript a restart is confirmed by a page", async () => {
   const page = await visit("reboot", { javaScriptEnabled: false });
   await act(page, { rb_sure: true }, "Submit");

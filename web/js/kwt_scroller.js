@@ -20,6 +20,7 @@ document.head.append(create("link", {rel: "icon", href: ICON}));
 
 // Screen readers tell what comes into a status later.
 function begin() {
+  asked = null; // an answer that is late would hide that of the press
   notice = create("div", {className: "working", role: "status"});
   document.body.append(notice);
   timers = [setTimeout(() => { notice.textContent = "Working…"; }, 1000),
@@ -176,6 +177,8 @@ addEventListener("change", ({target}) =>
 // With live_seconds reported, and nothing to submit, values are refreshed; new
 // ones of the fields that live_tell names are read out.
 
+const STOP = "Stop updates";
+
 function keepFresh() {
   const least = 1000 * carriedValue("o_live_seconds");
   if (!least || find("[value=Submit]").offsetWidth) {
@@ -204,10 +207,12 @@ function keepFresh() {
   async function refresh() {
     const began = Date.now();
     const page = await load(`?${query}`);
-    if (isOn && isThisForm(page)) {
-      show(page);
+    const isFresh = isThisForm(page);
+    if (isOn) {
+      stop.value = isFresh ? STOP : `No answer. ${STOP}`;
+      isFresh && show(page);
     }
-    pause = page ? 4 * (Date.now() - began) : 2 * pause;
+    pause = isFresh ? 4 * (Date.now() - began) : 2 * pause;
     plan();
   }
 
@@ -221,7 +226,7 @@ function keepFresh() {
 
   stop.onclick = () => {
     isOn = !isOn;
-    stop.value = isOn ? "Stop updates" : "Start updates";
+    stop.value = isOn ? STOP : "Start updates";
     plan();
   };
   document.addEventListener("visibilitychange", plan);
@@ -239,11 +244,14 @@ async function submitHere(form) {
   fields.set("action", "Submit");
   const page = await send(form, fields);
   end();
-  if (!page) {
-    return alert("No answer. Is the device on?");
+  if (!page?.forms.f1) { // a refusal, a server's own page: all stays typed
+    return alert(page && find("p.error", page)?.textContent ||
+      "No answer. Is it on, are you logged in?");
   }
   document.title = page.title;
   document.body.replaceWith(page.body);
+  find("main").tabIndex = -1; // read from its beginning
+  find("main").focus();
   addButtons(document);
   scrollToCoordinates();
   if (carriedValue("form") !== "changes_saved") {
