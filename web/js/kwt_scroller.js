@@ -246,7 +246,7 @@ async function submitHere(form) {
   end();
   if (!page?.forms.f1) { // a refusal, a server's own page: all stays typed
     return alert(page && find("p.error", page)?.textContent ||
-      "No answer. Is it on, are you logged in?");
+      "No answer. Is the device on?");
   }
   document.title = page.title;
   document.body.replaceWith(page.body);
