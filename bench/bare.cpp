@@ -28,13 +28,9 @@ static bool run_script(const char *line, const char *input)
 {
   const bool has_input = input[0] != '\0';
   const size_t length = has_input ? read_input(input) : 0;
-  FILE *inp;
-  FILE *outp = nullptr;
-  const pid_t pid = orv_script_run(line, &inp, has_input ? &outp : nullptr);
-  if (pid < 1) {
-    return false;
-  }
-  FILE *answer = orv_script_talk(pid, inp, outp, buf, length);
+  pid_t pid;
+  FILE *answer =
+      orv_script_exchange(line, has_input ? buf : nullptr, length, &pid);
   if (answer == nullptr) {
     return false;
   }

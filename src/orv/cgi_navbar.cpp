@@ -188,14 +188,14 @@ static int read_entries(FILE *output)
 void cgi_get_navbar(struct pt_header *hdr,
                     struct html_navbar_entry **navbar_ents)
 {
-  FILE *inp;
-  const pid_t pid = orv_script_run(hdr->navbar_script, &inp, nullptr);
-  if (pid < 1) {
+  pid_t pid;
+  owned_stream output(
+      orv_script_exchange(hdr->navbar_script, nullptr, 0, &pid));
+  if (output == nullptr) {
     return;
   }
   ents[0] = {"Configuration", cgiScriptName}; // leads to the menu
-  owned_stream output(orv_script_talk(pid, inp, nullptr, nullptr, 0));
-  const int count = output != nullptr ? read_entries(output.get()) : 1;
+  const int count = read_entries(output.get());
   output.reset();
   orv_script_wait(pid);
   ents[count].label = nullptr;

@@ -1,28 +1,32 @@
 // The script runner.
 //
-// A script is started with fork and exec under bash, talked to through pipes
-// and waited for, strictly one at a time, and nothing but the state below is
-// kept between calls.  What flows through the pipes is the caller's business,
-// when it flows is decided here: input is written and output is read at the
-// same time, and reading ends with the script even if something that it left
-// behind keeps its output open.  A script that cannot be told all of its input
-// is ended before it could take a part for the whole.
+// A script is started with fork and exec, talked to through pipes and waited
+// for, strictly one at a time, and nothing but the state below is kept between
+// calls.  What flows through the pipes is the caller's business, when it flows
+// is decided here.  Input stands in the pipe before the script exists, and only
+// what the pipe has no room for is written while output is read; reading ends
+// with the script even if something that it left behind keeps its output open.
+// So this process may die at any time: it has then started nothing, or a script
+// that has its whole input.  Only of an input larger than the pipe can a part
+// be left; a script that cannot be given the rest is ended before it could take
+// the part for the whole.
 //
 // A server that has waited long enough ends this process, and then nobody wants
 // to know what a script had to say.  SIGTERM is handed on to the script's
 // process group and obeyed when the script has ended, so that it can clean up;
-// when this process dies in any other way, the kernel kills the group.  Only a
-// script that writes the device's configuration is let finish in both cases,
-// once it has been told all of it.  What a script has put into a group of its
-// own is left alone.
+// when this process dies in any other way, the kernel ends the script's own
+// process.  Only a script that writes the device's configuration is let finish
+// in both cases.
 
 #include "orv_scripts.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <initializer_list>
 #include <poll.h>
 #include <signal.h>
 #include <stdint.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
@@ -34,6 +38,7 @@
 #include "kwtutil.h"
 #include "orv.h"
 #include "orv_error.h"
+#include "orv_exec.h"
 #include "orv_guard.h"
 
 #ifndef ORV_SCRIPT_DIR
@@ -50,13 +55,6 @@ static volatile sig_atomic_t let_finish;  // not to be ended; set by the caller
 static volatile sig_atomic_t told_to_end; // SIGTERM came while one ran
 static sigset_t sigterm;                  // holds that alone; set once
 
-// A pipe of which this process alone holds the writing end: it hangs up when
-// the process dies.  -1: there was no descriptor for it.
-static int lifeline[] = {-1, -1};
-// Far from the descriptors that scripts, and bash for them, choose.
-constexpr int LIFELINE_FD = 230;
-constexpr int LIFELINE_FD_LOW = 10; // where a process may not have so many
-
 // --- starting ----------------------------------------------------------------
 
 constexpr int NO_MEMORY = -1;
@@ -64,11 +62,19 @@ constexpr int NO_SCRIPT = -2;
 constexpr int NO_PIPE = -3;
 constexpr int NO_CHILD = -4;
 
-// A pipe between us and a script.  Our end is a stream from the start, so that
-// a script never runs without what it is to be told or heard through.
+// A pipe between us and a script; -1: there is none, or no longer that end.  A
+// script without one has /dev/null there.
 struct channel {
-  FILE *ours; // NULL: there is no pipe
-  int theirs; // -1: the script has /dev/null there
+  int ours;
+  int theirs;
+};
+
+// What a script is started from.
+struct launch {
+  const char *command; // borrowed: as the caller has it
+  owned_text line;     // the full command line
+  channel from_script;
+  channel to_script;
 };
 
 static void set_disposition(int sig, void (*handler)(int))
@@ -111,16 +117,6 @@ void orv_script_signals(void)
   set_disposition(SIGTERM, hand_on);
   sigaddset(&sigterm, SIGTERM);
   sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
-  if (pipe2(lifeline, O_CLOEXEC | O_NONBLOCK) != 0) {
-    lifeline[0] = -1;
-  }
-  // The kernel closes a dead process' descriptors from the last one down: this
-  // one before the pipe whose end would tell a script that it was told all.
-  const int last = fcntl(lifeline[1], F_DUPFD_CLOEXEC, LIFELINE_FD);
-  if (last >= 0) {
-    close(lifeline[1]);
-    lifeline[1] = last;
-  }
   trap_set = 1;
 }
 
@@ -165,30 +161,67 @@ static bool script_is_executable(char *line)
   return executable;
 }
 
-// Makes a pipe that we read ("r") or write ("w"); false with errno.
-static bool open_channel(channel *end, const char *mode)
+static bool open_channel(channel *pipe, bool reads)
 {
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) {
     return false;
   }
-  const int ours = mode[0] == 'r' ? 0 : 1;
-  end->ours = fdopen(fds[ours], mode);
-  if (end->ours == nullptr) {
-    close(fds[0]);
-    close(fds[1]);
-    return false;
-  }
-  end->theirs = fds[1 - ours];
+  *pipe = reads ? channel{fds[0], fds[1]} : channel{fds[1], fds[0]};
   return true;
 }
 
-static void close_channel(const channel *end)
+static void close_end(int *fd)
 {
-  if (end->ours != nullptr) {
-    fclose(end->ours);
-    close(end->theirs);
+  if (*fd >= 0) {
+    close(*fd);
+    *fd = -1;
   }
+}
+
+// Closes what is left of both pipes.
+static void close_channels(launch *start)
+{
+  for (channel *pipe : {&start->from_script, &start->to_script}) {
+    close_end(&pipe->ours);
+    close_end(&pipe->theirs);
+  }
+}
+
+static pid_t no_input_pipe(launch *start)
+{
+  orv_fatal("Cannot create input pipe from script. Errno %d", errno);
+  close_channels(start);
+  return NO_PIPE;
+}
+
+static pid_t no_output_pipe(launch *start)
+{
+  orv_fatal("Cannot create output pipe to script. Errno %d", errno);
+  close_channels(start);
+  return NO_PIPE;
+}
+
+// Judges the command and makes the pipes.  0, or the code of what is wrong,
+// which has been reported; nothing is left open then.
+static pid_t prepare(launch *start, const char *command, bool reads,
+                     bool writes)
+{
+  orv_script_signals();
+  *start = {command, owned_text(full_command(command)), {-1, -1}, {-1, -1}};
+  if (start->line == nullptr) {
+    return NO_MEMORY;
+  }
+  if (!script_is_executable(start->line.get())) {
+    return NO_SCRIPT;
+  }
+  if (reads && !open_channel(&start->from_script, true)) {
+    return no_input_pipe(start);
+  }
+  if (writes && !open_channel(&start->to_script, false)) {
+    return no_output_pipe(start);
+  }
+  return 0;
 }
 
 // Puts descriptor `fd`, or /dev/null when it is none, at `place`.  What was
@@ -204,64 +237,22 @@ static void redirect(int fd, int flags, int place)
   }
 }
 
-// Input is written at once.  A caller that wants to hear the script first is
-// not kept waiting for ever.
-constexpr int INPUT_WAIT_MS = 1000;
-
-// Lets the script begin when its input is there, so that one whose input cannot
-// be written is ended before it has emptied a file that it meant to fill.
-static void await_input()
-{
-  struct pollfd input = {STDIN_FILENO, POLLIN, 0};
-  poll(&input, 1, INPUT_WAIT_MS);
-}
-
-// Has the kernel kill the script's process group when the lifeline at `line`
-// hangs up, for as long as one of the group holds it.  The script's process
-// does it before bash runs; of a save it is the parent, before it writes the
-// input, so that calling it off cannot come first.
-static void watch_lifeline(int line, pid_t pid)
-{
-  fcntl(line, F_SETOWN, -pid);
-  fcntl(line, F_SETSIG, SIGKILL);
-  fcntl(line, F_SETFL, O_ASYNC | O_NONBLOCK);
-}
-
-static bool is_cut(int line)
-{
-  char none;
-  return read(line, &none, sizeof none) == 0;
-}
-
-// What runs now may outlive us.
-static void leave_lifeline()
-{
-  fcntl(lifeline[0], F_SETFL, O_NONBLOCK);
-}
-
 // The child's part: never returns.  Nothing of the parent's signals or
-// descriptors but the lifeline reaches the script, and _exit leaves the
-// parent's unwritten output alone.
-[[noreturn]] static void run_child(const char *command, const char *line,
-                                   int input, int output)
+// descriptors reaches the script, and _exit leaves the parent's unwritten
+// output alone.
+[[noreturn]] static void run_child(const launch *start, pid_t parent)
 {
   setpgid(0, 0);
-  redirect(input, O_RDONLY, STDIN_FILENO);
-  redirect(output, O_WRONLY, STDOUT_FILENO);
-  // Where standard error will be, the lifeline outlives the others.
-  int line_end = dup2(lifeline[0], STDERR_FILENO);
-  close_all_file_descriptors(1);
-  const int moved = fcntl(line_end, F_DUPFD, LIFELINE_FD);
-  line_end = moved >= 0 ? moved : fcntl(line_end, F_DUPFD, LIFELINE_FD_LOW);
-  dup2(STDOUT_FILENO, STDERR_FILENO);
   if (let_finish == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    watch_lifeline(line_end, getpid());
+    if (getppid() != parent) {
+      _exit(EXIT_FAILURE); // it died before it could be watched
+    }
   }
-  await_input();
-  if (is_cut(line_end)) {
-    _exit(EXIT_FAILURE); // the parent has died, perhaps before it could watch
-  }
+  redirect(start->to_script.theirs, O_RDONLY, STDIN_FILENO);
+  redirect(start->from_script.theirs, O_WRONLY, STDOUT_FILENO);
+  dup2(STDOUT_FILENO, STDERR_FILENO);
+  close_all_file_descriptors(1);
 
   signal(SIGPIPE, SIG_DFL);
   signal(SIGTERM, SIG_DFL);
@@ -269,65 +260,78 @@ static void leave_lifeline()
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
 
-  const char *const argv[] = {"bash", "-c", line, nullptr};
-  execv("/bin/bash", const_cast<char *const *>(argv));
-  orv_fatal("Exec call for \"%s\" failed (%d)", command, errno);
+  orv_exec_line(start->line.get());
+  orv_fatal("Exec call for \"%s\" failed (%d)", start->command, errno);
   _exit(EXIT_FAILURE);
 }
 
+// Makes the script's process.  Its id, or NO_CHILD, reported, with both pipes
+// closed.
+static pid_t start_child(launch *start)
+{
+  const pid_t parent = getpid();
+  sigprocmask(SIG_BLOCK, &sigterm, nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    run_child(start, parent);
+  }
+  if (pid > 0) {
+    setpgid(pid, pid); // whichever of the two processes comes first
+    group = pid;
+  }
+  sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
+  if (pid < 0) {
+    orv_fatal("orv_script_run: Cannot fork. Errno %d", errno);
+    close_channels(start);
+    return NO_CHILD;
+  }
+  close_end(&start->from_script.theirs);
+  close_end(&start->to_script.theirs);
+  return pid;
+}
+
+// Makes a stream of our end, which it then owns; false with errno.
+static bool open_stream(owned_stream *stream, int *fd, const char *mode)
+{
+  if (*fd >= 0) {
+    stream->reset(fdopen(*fd, mode));
+    if (*stream == nullptr) {
+      return false;
+    }
+    *fd = -1;
+  }
+  return true;
+}
+
+// Our ends are streams before the script starts, so that it never runs without
+// what it is to be told or heard through.
 pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
 {
-  orv_script_signals();
   if (inp != nullptr) {
     *inp = nullptr;
   }
   if (outp != nullptr) {
     *outp = nullptr;
   }
-  const owned_text line(full_command(command));
-  if (line == nullptr) {
-    return NO_MEMORY;
+  launch start;
+  const pid_t fault = prepare(&start, command, inp != nullptr, outp != nullptr);
+  if (fault != 0) {
+    return fault;
   }
-  if (!script_is_executable(line.get())) {
-    return NO_SCRIPT;
+  owned_stream from_script;
+  owned_stream to_script;
+  if (!open_stream(&from_script, &start.from_script.ours, "r")) {
+    return no_input_pipe(&start);
   }
-  channel from_script = {nullptr, -1};
-  channel to_script = {nullptr, -1};
-  if (inp != nullptr && !open_channel(&from_script, "r")) {
-    orv_fatal("Cannot create input pipe from script. Errno %d", errno);
-    return NO_PIPE;
+  if (!open_stream(&to_script, &start.to_script.ours, "w")) {
+    return no_output_pipe(&start);
   }
-  if (outp != nullptr && !open_channel(&to_script, "w")) {
-    orv_fatal("Cannot create output pipe to script. Errno %d", errno);
-    close_channel(&from_script);
-    return NO_PIPE;
+  const pid_t pid = start_child(&start);
+  if (pid > 0 && inp != nullptr) {
+    *inp = from_script.release();
   }
-  sigprocmask(SIG_BLOCK, &sigterm, nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    run_child(command, line.get(), to_script.theirs, from_script.theirs);
-  }
-  if (pid > 0) {
-    setpgid(pid, pid); // whichever of the two processes comes first
-    group = pid;
-    if (let_finish != 0) {
-      watch_lifeline(lifeline[0], pid);
-    }
-  }
-  sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
-  if (pid < 0) {
-    orv_fatal("orv_script_run: Cannot fork. Errno %d", errno);
-    close_channel(&from_script);
-    close_channel(&to_script);
-    return NO_CHILD;
-  }
-  if (inp != nullptr) {
-    close(from_script.theirs);
-    *inp = from_script.ours;
-  }
-  if (outp != nullptr) {
-    close(to_script.theirs);
-    *outp = to_script.ours;
+  if (pid > 0 && outp != nullptr) {
+    *outp = to_script.release();
   }
   return pid;
 }
@@ -342,12 +346,15 @@ constexpr int64_t END_CHECK_MS = 50;
 constexpr int64_t SILENCE_MS = 250;
 // The latest end after the script's own, whatever still talks.
 constexpr int64_t LINGER_MS = 2000;
-// Input up to a pipe's buffer may be left unread by the script.
+// What a pipe holds, where the system gives it no less.  So much input may be
+// left unread by the script.
 constexpr size_t PIPE_BUFFER = 64UL * 1024;
+// What a pipe may be enlarged to without privilege, where nobody changed that.
+constexpr size_t PIPE_MAX = 1024UL * 1024;
 
 struct talk {
   pid_t pid;
-  FILE *inp;
+  int fd;     // on the script's output; owned
   char *kept; // output that came while the input was being written
   size_t kept_size;
   size_t kept_length;
@@ -380,7 +387,7 @@ static void check_end(talk *t, int64_t now)
     t->ended = true;
     t->ended_at = now;
     t->last_activity = now;
-    ioctl(fileno(t->inp), FIONREAD, &t->due);
+    ioctl(t->fd, FIONREAD, &t->due);
   }
 }
 
@@ -441,7 +448,7 @@ static ssize_t read_output(talk *t, char *buf, size_t size)
 {
   const size_t room = ORV_SCRIPT_OUTPUT_MAX - t->total;
   const size_t want = room == 0 ? 1 : (size < room ? size : room);
-  const ssize_t got = read_some(fileno(t->inp), buf, want);
+  const ssize_t got = read_some(t->fd, buf, want);
   if (got <= 0) {
     return got;
   }
@@ -485,30 +492,50 @@ static void stop_script(talk *t)
   }
 }
 
-// Writes the whole input while taking in what the script says meanwhile.  A
-// script that has closed its input took what it wanted and is left to itself.
-static bool write_input(talk *t, int fd, const char *input, size_t length)
+// Writes what the pipe takes; false when it cannot be written to.
+static bool write_some(int fd, const char *input, size_t length, size_t *done)
 {
-  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+  while (*done < length) {
+    const ssize_t put = write(fd, input + *done, length - *done);
+    if (put > 0) {
+      *done += static_cast<size_t>(put);
+    } else if (errno != EINTR) {
+      return errno == EAGAIN;
+    }
+  }
+  return true;
+}
+
+// Puts as much of the input into the pipe as it holds, before there is a
+// script.  A pipe that cannot be enlarged has the rest written later; a busy
+// user's holds little from the start.
+static bool fill_pipe(int fd, const char *input, size_t length, size_t *done)
+{
+  fcntl(fd, F_SETFL, O_NONBLOCK);
+  if (length > PIPE_BUFFER) {
+    fcntl(fd, F_SETPIPE_SZ,
+          static_cast<int>(length < PIPE_MAX ? length : PIPE_MAX));
+  }
+  return write_some(fd, input, length, done);
+}
+
+// Writes the rest of the input while taking in what the script says meanwhile.
+// A script that has closed its input took what it wanted and is left to itself.
+static bool write_rest(talk *t, int fd, const char *input, size_t length,
+                       size_t done)
+{
   bool reading = true;
-  size_t done = 0;
   while (done < length) {
-    struct pollfd fds[] = {{fd, POLLOUT, 0},
-                           {reading ? fileno(t->inp) : -1, POLLIN, 0}};
+    struct pollfd fds[] = {{fd, POLLOUT, 0}, {reading ? t->fd : -1, POLLIN, 0}};
     if (wait_ready(t, fds, 2) != TALK_READY ||
         (fds[1].revents != 0 && !keep_output(t, &reading))) {
       stop_script(t);
       return false;
     }
-    if (fds[0].revents == 0) {
-      continue;
-    }
-    const ssize_t put = write(fd, input + done, length - done);
-    if (put > 0) {
-      done += static_cast<size_t>(put);
-    } else if (errno == EPIPE) {
-      return length <= PIPE_BUFFER;
-    } else if (errno != EAGAIN && errno != EINTR) {
+    if (fds[0].revents != 0 && !write_some(fd, input, length, &done)) {
+      if (errno == EPIPE) {
+        return length <= PIPE_BUFFER;
+      }
       stop_script(t);
       return false;
     }
@@ -526,7 +553,7 @@ static ssize_t talk_read(void *cookie, char *buf, size_t size)
     t->kept_taken += part;
     return static_cast<ssize_t>(part);
   }
-  struct pollfd fds[] = {{fileno(t->inp), POLLIN, 0}};
+  struct pollfd fds[] = {{t->fd, POLLIN, 0}};
   switch (wait_ready(t, fds, 1)) {
   case TALK_READY:
     return read_output(t, buf, size);
@@ -541,38 +568,50 @@ static ssize_t talk_read(void *cookie, char *buf, size_t size)
 static int talk_close(void *cookie)
 {
   talk *t = static_cast<talk *>(cookie);
-  fclose(t->inp);
+  close_end(&t->fd);
   free(t->kept);
   return 0;
 }
 
-FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
-                      size_t length)
+// Everything that can fail does so before the script starts, but for the rest
+// of an input that the pipe does not hold.
+FILE *orv_script_exchange(const char *command, const char *input, size_t length,
+                          pid_t *pid)
 {
   static talk t; // one script at a time
-  owned_stream from_script(inp);
-  const owned_stream to_script(outp);
+  launch start;
+  *pid = prepare(&start, command, true, input != nullptr);
+  if (*pid != 0) {
+    return nullptr;
+  }
   t = {};
-  t.pid = pid;
-  t.inp = inp;
-  t.last_check = now_ms();
-  // Made first: the script might not survive the loss of its reader.
+  t.fd = -1;
   owned_stream answer(
       fopencookie(&t, "r", {talk_read, nullptr, nullptr, talk_close}));
   if (answer == nullptr) {
-    if (outp != nullptr) {
-      stop_script(&t);
-    }
+    *pid = no_input_pipe(&start);
     return nullptr;
   }
-  static_cast<void>(from_script.release()); // closed by the answer's
-  if (outp != nullptr && !write_input(&t, fileno(outp), input, length)) {
+  size_t done = 0;
+  if (input != nullptr &&
+      !fill_pipe(start.to_script.ours, input, length, &done)) {
+    close_channels(&start);
     return nullptr;
   }
-  if (let_finish != 0) {
-    leave_lifeline();
+  if (done == length) {
+    close_end(&start.to_script.ours); // before the script, which is told all
   }
-  return answer.release();
+  *pid = start_child(&start);
+  if (*pid < 0) {
+    return nullptr;
+  }
+  t.pid = *pid;
+  t.fd = start.from_script.ours;
+  t.last_check = now_ms();
+  const bool told = done == length ||
+                    write_rest(&t, start.to_script.ours, input, length, done);
+  close_end(&start.to_script.ours);
+  return told ? answer.release() : nullptr;
 }
 
 // --- waiting -----------------------------------------------------------------
@@ -598,12 +637,11 @@ static int exit_status(pid_t pid)
   return -1;
 }
 
-// A script whose output was cut dies of the closed pipe: the cause is told
+// A script whose output was cut dies of the closed pipe: the cause is reported
 // last.
 int orv_script_wait(pid_t pid)
 {
   const int status = exit_status(pid);
-  leave_lifeline();
   stopped = false;
   if (output_cut) {
     output_cut = false;

@@ -1,5 +1,5 @@
-// The script runner: starts a device script under bash with pipes, talks to
-// it, and collects its exit status.  One script at a time.
+// The script runner: starts a device script with pipes, exchanges text with it,
+// and collects its exit status.  One script at a time.
 
 #ifndef ORV_SCRIPTS_H
 #define ORV_SCRIPTS_H
@@ -16,33 +16,39 @@ constexpr size_t ORV_SCRIPT_OUTPUT_MAX = 16UL * 1024 * 1024;
 void orv_script_signals(void);
 
 // With `finish` nonzero, scripts from now on are let finish, whatever becomes
-// of us once they have all of their input.  Every other one ends with its
-// process group on SIGTERM or when this process dies.
+// of us.  Every other one ends with its process group on SIGTERM; when this
+// process dies otherwise, the script's own process is killed.
 void orv_script_let_finish(int finish);
 
 // Starts `command`, a shell command line whose first word is the script's
 // path, relative to the script directory unless it begins with "/".  Where
 // given, `*inp` receives a stream on the script's standard output and error,
 // `*outp` one to its standard input, both owned by the caller (fclose);
-// without them the script has /dev/null there.
+// without them the script has /dev/null there.  It has no other descriptor.
 //
 // The process id, or below 1 with a report by orv_fatal and no stream: -1 no
 // memory, -2 no such script or not executable, -3 no pipe, -4 no child.
 pid_t orv_script_run(const char *command, FILE **inp, FILE **outp);
 
-// Writes the whole of `input` to the script `pid` while it takes in what the
-// script says, so that neither side can block the other, and returns a stream
-// of all that the script says: owned by the caller, to be closed before
-// orv_script_wait.  `inp` and `outp` (NULL when there is no input) are taken.
+// Starts `command` likewise, with the whole of `input` on its standard input
+// (NULL: /dev/null), and returns a stream of all that it says: owned by the
+// caller, to be closed before orv_script_wait.  What the pipe holds of the
+// input, usually all, stands in it before the script starts; the rest is
+// written while the script's output is taken in, so that neither side can block
+// the other.
 //
 // The stream ends with the pipe.  It also ends when the script has ended and
 // something it left behind holds the pipe but keeps silent, and has a read
-// error past ORV_SCRIPT_OUTPUT_MAX (reported by orv_script_wait).  NULL when
-// the input could not be written; a script that still waits for it is then
-// ended, which orv_script_wait does not report.  Input that fits into a pipe's
-// buffer counts as written even if the script has already gone.
-FILE *orv_script_talk(pid_t pid, FILE *inp, FILE *outp, const char *input,
-                      size_t length);
+// error past ORV_SCRIPT_OUTPUT_MAX (reported by orv_script_wait).
+//
+// `*pid` receives the process id.  NULL when it is below 1: nothing was started
+// (as for orv_script_run; 0, not reported, when the input could not be
+// written).  NULL, too, when the script has not taken the rest of its input; if
+// it still waited for that, it was ended, which orv_script_wait does not
+// report.  Input that stood in the pipe whole, or up to 64 KiB of it, counts as
+// taken even if the script has already gone.
+FILE *orv_script_exchange(const char *command, const char *input, size_t length,
+                          pid_t *pid);
 
 // Waits for `pid`: its exit status, or minus the number of the signal that
 // ended it (reported by orv_error), or -1 (reported by orv_fatal).  That its

@@ -488,13 +488,12 @@ int orv_load_vars(const char *script, int merge)
   if (merge == 0) {
     orv_free_vars(&cfg_vars);
   }
-  FILE *inp;
-  const pid_t pid = orv_script_run(script, &inp, nullptr);
-  if (pid < 1) {
+  pid_t pid;
+  owned_stream output(orv_script_exchange(script, nullptr, 0, &pid));
+  if (output == nullptr) {
     return -1;
   }
-  owned_stream output(orv_script_talk(pid, inp, nullptr, nullptr, 0));
-  const int count = output != nullptr ? orv_load_vars_fp(output.get()) : -1;
+  const int count = orv_load_vars_fp(output.get());
   output.reset();
   return orv_script_wait(pid) == 0 ? count : -1;
 }
@@ -521,12 +520,12 @@ bool orv_vars_lost(void)
   return value_lost;
 }
 
-// Hands the script its input and stores its answer; false when the input could
-// not be written or the answer not be taken in whole.  Both streams are taken.
-static bool exchange(pid_t pid, FILE *inp, FILE *outp, const char *input,
-                     size_t length)
+// Stores the answer of a script that has been started; false when the script
+// has not taken its whole input (NULL), or the answer cannot be taken in whole.
+// The stream is taken.
+static bool take_answer(FILE *stream)
 {
-  const owned_stream answer(orv_script_talk(pid, inp, outp, input, length));
+  const owned_stream answer(stream);
   if (answer == nullptr) {
     return false;
   }
@@ -543,14 +542,13 @@ int orv_save_vars(orv_var **list, const char *script)
   if (input == nullptr) {
     return 0;
   }
-  FILE *inp;
-  FILE *outp;
-  const pid_t pid = orv_script_run(script, &inp, &outp);
+  pid_t pid;
+  FILE *answer = orv_script_exchange(script, input.get(), length, &pid);
   if (pid < 1) {
     return 0;
   }
   orv_free_vars(&err_vars);
-  const bool answered = exchange(pid, inp, outp, input.get(), length);
+  const bool answered = take_answer(answer);
   if (orv_script_wait(pid) != 0 || !answered) {
     return 0;
   }

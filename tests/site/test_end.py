@@ -1,7 +1,6 @@
 """A server ends a request: what becomes of the script that runs meanwhile."""
 
 import os
-import resource
 import select
 import signal
 import subprocess
@@ -13,27 +12,28 @@ import pytest
 # Is up when it has stopped, and says when it is told to end; it and its command
 # hold `alive` for as long as they live.
 STUBBORN = """exec 9>alive; trap 'echo told >&9; exit' TERM
-until [[ $(</proc/$$/stat) == *") T "* ]]; do :; done && echo up >&9 && sleep 40 &
+{ until [[ $(</proc/$$/stat) == *") T "* ]]; do :; done; echo up >&9; HOLD sleep 40; } &
 disown; kill -STOP $$; sleep 40"""
 # Waits for a word and says whether there is still somebody to answer.
 WRITER = """exec 9>alive 7<go 2>/dev/null; echo up >&9; read -u 7
 [[ $(</proc/$PPID/stat) == *") "[DRS]" "* ]] && echo heard >&9; echo saved >&9"""
-# The same, before it has taken its input, of which a pipe holds a part.
+# The same, before it has taken its input, all of which the pipe may hold.
 LISTENER = ("[[ $1 = --write ]] || exec cat >f.check",
-            WRITER.replace("[[", "cat >f.write; [["))
+            WRITER.replace("[[", "cat >f.write; [[", 1))
 SAVE = {"form": "f", "cgi_vars_loaded": "1", "x": "1", "action": "Submit"}
 
 
-def start(site, fields, descriptors):
-    """Sends a request, from a server that blocks SIGTERM and limits descriptors."""
-    def prepare():
-        signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM])
-        resource.setrlimit(resource.RLIMIT_NOFILE, (descriptors, descriptors))
-    query = urllib.parse.urlencode(fields)
-    return subprocess.Popen(
-        [conftest.ORV], cwd=site.folder, stdout=subprocess.DEVNULL,
-        env=conftest.ENVIRONMENT | {"SYSLOG_FILE": os.devnull, "QUERY_STRING": query},
-        preexec_fn=prepare)
+def start(site, fields):
+    """Sends a request, from a server that blocks SIGTERM."""
+    body = urllib.parse.urlencode(fields).encode()
+    orv = subprocess.Popen(
+        [conftest.ORV], cwd=site.folder, stdout=subprocess.DEVNULL, stdin=subprocess.PIPE,
+        env=conftest.ENVIRONMENT | {"SYSLOG_FILE": os.devnull, "REQUEST_METHOD": "POST",
+                                    "CONTENT_LENGTH": str(len(body))},
+        preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM]))
+    orv.stdin.write(body)
+    orv.stdin.close()
+    return orv
 
 
 def heard(alive):
@@ -42,29 +42,53 @@ def heard(alive):
     return alive.readline()
 
 
-@pytest.mark.parametrize("sig", [signal.SIGTERM, signal.SIGKILL])
-@pytest.mark.parametrize("task", ["read", "check", "navbar", "write", "listen"])
-def test_a_script_ends_with_its_request_unless_it_writes_all(site, task, sig):
+def open_pipes(site):
+    """What the script says, and where it waits for a word."""
     os.mkfifo(site.folder / "alive")
     os.mkfifo(site.folder / "go")
-    alive = open(os.open(site.folder / "alive", os.O_NONBLOCK), "rb", buffering=0)
-    go = open(site.folder / "go", "r+b", buffering=0)
+    return (open(os.open(site.folder / "alive", os.O_NONBLOCK), "rb", buffering=0),
+            open(site.folder / "go", "r+b", buffering=0))
+
+
+@pytest.mark.parametrize("sig", [signal.SIGTERM, signal.SIGKILL])
+@pytest.mark.parametrize("task", ["read", "check", "navbar", "write"])
+def test_a_script_ends_with_its_request_unless_it_writes(site, task, sig):
+    alive, go = open_pipes(site)
     site.template("f", "field x")
-    if task == "listen":
-        site.script("f.sh", *LISTENER)
-    else:
-        site.form_script("f", **{task: WRITER if task == "write" else STUBBORN})
-    size = 100_000 if task == "listen" else 1
-    orv = start(site, {"form": "f"} if task in ("read", "navbar") else SAVE | {"x": "1" * size},
-                64 if task == "navbar" else 1024)
+    # Killed, the request takes only the script's own process with it.
+    stubborn = STUBBORN.replace("HOLD", "exec 9>&-;" if sig == signal.SIGKILL else "")
+    site.form_script("f", **{task: WRITER if task == "write" else stubborn})
+    orv = start(site, {"form": "f"} if task in ("read", "navbar") else SAVE)
     assert heard(alive) == b"up\n"
     orv.send_signal(sig)
     if sig == signal.SIGKILL:
         assert orv.wait(conftest.SECONDS) == -sig
     go.write(b"\n")
-    told = b"told\n" if task in ("read", "check", "navbar") else b"heard\n"
+    told = b"told\n" if task != "write" else b"heard\n"
     assert sig == signal.SIGKILL or heard(alive) == told
-    saves = task == "write" or (task == "listen" and sig == signal.SIGTERM)
-    assert not saves or heard(alive) == b"saved\n"
+    assert task != "write" or heard(alive) == b"saved\n"
     assert heard(alive) == b""
+    assert orv.wait(conftest.SECONDS) == -sig
+
+
+# What a pipe holds, and may be enlarged to; beyond, a request that is only told
+# to end still gives the script all.
+@pytest.mark.parametrize("size, sig", [
+    (65535, signal.SIGKILL), (65536, signal.SIGKILL), (65537, signal.SIGKILL),
+    (1048575, signal.SIGKILL), (1048576, signal.SIGKILL), (1048577, signal.SIGTERM),
+    (3000000, signal.SIGTERM)])
+def test_a_write_script_takes_its_whole_input_whatever_becomes_of_the_request(
+        site, size, sig):
+    alive, go = open_pipes(site)
+    site.template("f", "field x")
+    site.script("f.sh", *LISTENER)
+    orv = start(site, SAVE | {"x": "1" * (size - len('new_x=""\n'))})
+    assert heard(alive) == b"up\n"
+    orv.send_signal(sig)
+    if sig == signal.SIGKILL:
+        assert orv.wait(conftest.SECONDS) == -sig
+    go.write(b"\n")
+    assert heard(alive) == (b"heard\n" if sig == signal.SIGTERM else b"saved\n")
+    assert sig == signal.SIGKILL or heard(alive) == b"saved\n"
+    assert (site.folder / "f.write").stat().st_size == size
     assert orv.wait(conftest.SECONDS) == -sig

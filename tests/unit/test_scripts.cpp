@@ -41,22 +41,21 @@ protected:
     waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
   }
 
-  // The exit status, or what the start gave.  With `late` nothing is said or
-  // read before the script's end.
+  // The exit status, or what the start gave.  With `late` nothing is read
+  // before the script's end.
   int run(const string &command, const string &input = "", bool late = false)
   {
     output.clear();
-    FILE *inp;
-    FILE *outp;
-    const pid_t pid = orv_script_run(command.c_str(), &inp, &outp);
+    pid_t pid;
+    FILE *all = orv_script_exchange(command.c_str(), input.data(),
+                                    input.size(), &pid);
     if (pid < 1) {
-      EXPECT_TRUE(inp == nullptr && outp == nullptr);
+      EXPECT_EQ(all, nullptr);
       return pid;
     }
     if (late) {
       await_end(pid);
     }
-    FILE *all = orv_script_talk(pid, inp, outp, input.data(), input.size());
     complete = false;
     if (all != nullptr) {
       output = rest_of(all);
@@ -64,6 +63,19 @@ protected:
       fclose(all);
     }
     return orv_script_wait(pid);
+  }
+
+  // As a user who has so many pipes that new ones hold little.
+  static void become_busy()
+  {
+    rlimit limit = {8192, 8192};
+    setrlimit(RLIMIT_NOFILE, &limit);
+    ASSERT_EQ(geteuid() == 0 ? setuid(65534) : 0, 0);
+    int fds[2] = {};
+    for (int i = 0; i < 3000 && fcntl(fds[0], F_GETPIPE_SZ) != 4096 &&
+                    fcntl(fds[0], F_GETPIPE_SZ) != 8192; i++) {
+      ASSERT_EQ(pipe(fds), 0);
+    }
   }
 };
 
@@ -98,6 +110,26 @@ TEST_F(Scripts, TheCommandLineIsBashsAndTheStatusIsTheScripts)
   write_script("readlink /proc/$$/fd/{0,1,2} >seen");
   EXPECT_EQ(orv_script_wait(orv_script_run("s.sh", nullptr, nullptr)), 0);
   EXPECT_EQ(read_file("seen"), "/dev/null\n/dev/null\n/dev/null\n");
+  for (const char *list : {"/bin/ls /proc/self/fd", "/bin/ls '/proc/self/fd'"}) {
+    EXPECT_EQ(run(list, "input"), 0);
+    EXPECT_EQ(output, "0\n1\n2\n3\n") << "the last is the folder that is listed";
+  }
+}
+
+TEST_F(Scripts, AScriptThatRunsAloneIsToldAndHeardThroughStreams)
+{
+  write_script("echo begun; read -r word; echo \"$word\"; exit 4");
+  FILE *inp;
+  FILE *outp;
+  const pid_t pid = orv_script_run("s.sh", &inp, &outp);
+  ASSERT_GT(pid, 0);
+  char line[20] = "";
+  EXPECT_STREQ(fgets(line, sizeof line, inp), "begun\n") << "waits for input";
+  fputs("word\n", outp);
+  fclose(outp);
+  EXPECT_EQ(rest_of(inp), "word\n");
+  fclose(inp);
+  EXPECT_EQ(orv_script_wait(pid), 4);
 }
 
 TEST_F(Scripts, NeitherSideBlocksTheOtherWhateverTheSizes)
@@ -106,8 +138,11 @@ TEST_F(Scripts, NeitherSideBlocksTheOtherWhateverTheSizes)
   const std::tuple<const char *, size_t, bool, bool, size_t, int> rows[] = {
     {"head -c 300000 /dev/zero; cat",     300000, false, true,  600000,   0},
     {"exec >&-; [[ $(wc -c) = 300000 ]]", 300000, false, true,  0,        0},
+    {"cat; exit 7",                       3000000, false, true, 3000000,  7},
     {"echo a",                            65536,  true,  true,  2,        0},
-    {"echo a",                            65537,  true,  false, 0,        0},
+    {"echo a",                            65537,  true,  true,  2,        0},
+    {"echo a",                            1048576, true, true,  2,        0},
+    {"echo a",                            1048577, true, false, 0,        0},
     {"exec <&-; sleep 0.2; echo a",       10,     false, true,  2,        0},
     {"head -c 16777215 /dev/zero",        0,      false, true,  16777215, 0},
     {"head -c 16777216 /dev/zero",        0,      false, true,  16777216, 0},
@@ -120,6 +155,25 @@ TEST_F(Scripts, NeitherSideBlocksTheOtherWhateverTheSizes)
     EXPECT_EQ(output.size(), length) << script;
     EXPECT_EQ(message(), whole || input > 0 ? "" : "Script output too long");
   }
+}
+
+TEST_F(Scripts, ASmallPipeTakesAnyInput)
+{
+  orv_script_signals(); // so that the child below can be waited for
+  ASSERT_EQ(chmod(dir.c_str(), 0755), 0);
+  write_script("[[ $1 ]] || exit 5; head -c \"$1\" | wc -c");
+  EXPECT_EXIT({
+    become_busy();
+    EXPECT_EQ(run("s.sh", string(65536, 'x'), true), 5);
+    EXPECT_TRUE(complete) << "a pipe's usual buffer counts as written";
+    EXPECT_EQ(run("s.sh", string(65537, 'x'), true), 5);
+    EXPECT_FALSE(complete);
+    for (const char *size : {"4095", "4096", "4097", "300000"}) {
+      EXPECT_EQ(run(string("s.sh ") + size, string(strtoul(size, 0, 10), 'x')), 0);
+      EXPECT_EQ(output, string(size) + "\n");
+    }
+    _exit(HasFailure());
+  }, testing::ExitedWithCode(0), "");
 }
 
 TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
@@ -146,9 +200,8 @@ TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
 TEST_F(Scripts, AReaderThatIsHeldUpGetsAllOfTheScriptAndLittleElse)
 {
   write_script("head -c 60000 /dev/zero; yes &");
-  FILE *inp;
-  const pid_t pid = orv_script_run("s.sh", &inp, nullptr);
-  FILE *all = orv_script_talk(pid, inp, nullptr, nullptr, 0);
+  pid_t pid;
+  FILE *all = orv_script_exchange("s.sh", nullptr, 0, &pid);
   await_end(pid);
   for (const int held_up : {100, 2100}) {
     std::this_thread::sleep_for(std::chrono::milliseconds(held_up));
@@ -186,9 +239,8 @@ TEST_F(Scripts, LackOfProcessesOrDescriptorsIsReported)
   // Nothing can be waited for with no descriptor allowed: what is read then is
   // a failure, not the end.
   write_script("echo a");
-  FILE *inp;
-  const pid_t pid = orv_script_run("s.sh", &inp, nullptr);
-  FILE *all = orv_script_talk(pid, inp, nullptr, nullptr, 0);
+  pid_t pid;
+  FILE *all = orv_script_exchange("s.sh", nullptr, 0, &pid);
   rlimit limit = {0, 4096};
   setrlimit(RLIMIT_NOFILE, &limit);
   EXPECT_EQ(fgetc(all), EOF);
