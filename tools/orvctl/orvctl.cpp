@@ -12,6 +12,7 @@
 
 #include "cgi.h"
 #include "change.h"
+#include "complete.h"
 #include "dump.h"
 #include "orv.h"
 #include "orv_error.h"
@@ -441,19 +442,20 @@ static int run(int count, char **words)
   return misuse("unknown command", words[0]);
 }
 
+// clang-format off
+static const struct {
+  const char *name;
+  bool *option;
+} options[] = {
+  {"--json",    &report_json},
+  {"--dry-run", &dry_run},
+  {"--secrets", &with_secrets},
+};
+// clang-format on
+
 // Sets the switch that `word` is; false when it is none.
 static bool take_option(const char *word)
 {
-  // clang-format off
-  static const struct {
-    const char *name;
-    bool *option;
-  } options[] = {
-    {"--json",    &report_json},
-    {"--dry-run", &dry_run},
-    {"--secrets", &with_secrets},
-  };
-  // clang-format on
   for (const auto &row : options) {
     if (strcmp(row.name, word) == 0) {
       *row.option = true;
@@ -463,8 +465,55 @@ static bool take_option(const char *word)
   return false;
 }
 
+// For a shell: `words` are those behind "orvctl" up to the cursor, options
+// included, the last of them (perhaps "") the one being typed.
+static int complete(int count, char **words)
+{
+  const char *typed = words[count - 1];
+  int kept = 0; // words that are no options, moved to the front
+  for (int i = 0; i < count; i++) {
+    if (i == count - 1 || strncmp(words[i], "--", 2) != 0) {
+      words[kept] = words[i];
+      kept++;
+    }
+  }
+  if (typed[0] == '-') {
+    complete_offer(typed, "--help");
+    for (const auto &row : options) {
+      complete_offer(typed, row.name);
+    }
+  } else if (kept > 1) {
+    complete_words(kept, words);
+    page_close();
+  } else {
+    for (const command &row : commands) {
+      complete_offer(typed, row.name);
+    }
+  }
+  return fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+// Before the first page.
+static void begin()
+{
+  cgiScriptName = "";
+  orv_fatal_no_exit = 1;
+  orv_script_signals();
+  orv_init_env();
+  name_user();
+  if (with_secrets) {
+    setenv("ORV_SECRETS", "1", 1);
+  } else {
+    unsetenv("ORV_SECRETS");
+  }
+}
+
 int main(int argc, char **argv)
 {
+  if (argc > 2 && strcmp(argv[1], "complete") == 0) {
+    begin();
+    return complete(argc - 2, argv + 2);
+  }
   int count = 0; // words that are no options, moved to the front
   for (int i = 1; i < argc; i++) {
     if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
@@ -482,15 +531,6 @@ int main(int argc, char **argv)
     fputs(USAGE, stderr);
     return USAGE_STATUS;
   }
-  cgiScriptName = "";
-  orv_fatal_no_exit = 1;
-  orv_script_signals();
-  orv_init_env();
-  name_user();
-  if (with_secrets) {
-    setenv("ORV_SECRETS", "1", 1);
-  } else {
-    unsetenv("ORV_SECRETS");
-  }
+  begin();
   return run(count, argv);
 }
