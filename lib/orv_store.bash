@@ -61,6 +61,12 @@ orv_secret() { # NAME...: blank means unchanged; stored, it leaves the page
   for name; do orv[$name]=${orv[$name]:-${orv_was[$name]}}; done
   orv__secrets+=("$@")
 }
+# orv__is_secret_name NAME: whether a text of that name is a secret, as orv and
+# orvctl see it.
+orv__is_secret_name() {
+  local name=${1%"${1##*[!0-9]}"}
+  [[ ${name,,} =~ (passw(or)?d|passphrase|_(secret|pin|psk|token))$ ]]
+}
 orv__is_secret() { # no page holds it, so it may be a hash, which has "$"
   local IFS=' '
   [[ " ${orv__secrets[*]} " == *" $1 "* ]]
@@ -271,15 +277,16 @@ orv_guard_boot() {
 # value, by the labels and choices of the form's template.
 orv__describe() {
   local line name=- column row what old new IFS=' '
-  local -A label=() entry=() told=()
+  local -A label=() entry=() told=() shown=() # shown: boxes and lists
   orv_lines=()
   orv__is_word "$orv__form" && [[ -r $ORV_TEMPLATES/$orv__form.tpl ]] &&
     while IFS= read -r line || [[ $line ]]; do
       what=${line#* }
       case ${line%% *} in
-        field | select | iselect | fixed) name=${what%% *} ;;
+        field | fixed) name=${what%% *} ;;
+        select | iselect) name=${what%% *} shown[$name]=1 ;;
         checkbox)
-          name=${what%% *}
+          name=${what%% *} shown[$name]=1
           entry[$name.True]=on entry[$name.False]=off
           ;;
         label) label[$name]=$what ;;
@@ -297,8 +304,8 @@ orv__describe() {
     fi
     orv__line "$what" 50
     line=$REPLY
-    if [[ ${column,,} =~ _(password|passphrase|secret|pin)$ ||
-      " ${orv__secrets[*]} " == *" $name "* ]]; then
+    if [[ " ${orv__secrets[*]} " == *" $name "* ]] ||
+      { [[ -z ${shown[$column]} ]] && orv__is_secret_name "$column"; }; then
       line+=': changed'
     else
       old=${entry[$column.$old]:-$old} new=${entry[$column.$new]:-$new}

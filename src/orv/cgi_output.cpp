@@ -19,6 +19,7 @@
 #include "orv_check.h"
 #include "orv_output.h"
 #include "orv_parser.h"
+#include "orv_secret.h"
 #include "orv_vars.h"
 
 constexpr size_t CODE_LENGTH = 3; // a character in an address, as "%25"
@@ -629,24 +630,10 @@ static const input_hint input_hints[] = {
 };
 // clang-format on
 
-// Whether the field's name says that nobody else should see the value.
-static bool is_secret(const pt_body_item *itm)
-{
-  static const char *const endings[] = {"_password", "_passphrase", "_secret",
-                                        "_pin"};
-  const char *end = strrchr(itm->name, '_');
-  for (const char *ending : endings) {
-    if (end != nullptr && strcmp(end, ending) == 0) {
-      return true;
-    }
-  }
-  return false;
-}
-
 // Values of every check but "text" are no prose.
 static void add_input_hints(control_attrs *list, const pt_body_item *itm)
 {
-  if (is_secret(itm)) {
+  if (orv_is_secret(itm)) {
     add_attr(list, "autocomplete", "new-password");
     return;
   }
@@ -693,7 +680,7 @@ static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
   html_attribute *attrs = fixed != 0 ? &op_text_field_core_attr_disabled
                                      : &op_text_field_core_attr_size;
   attrs = control_help(itm, varname, attrs);
-  if (fixed == 0 && is_secret(itm)) {
+  if (fixed == 0 && orv_is_secret(itm)) {
     html_form_password_input(name, value, attrs);
   } else {
     html_form_text_input(name, value, nullptr, nullptr, nullptr, nullptr,

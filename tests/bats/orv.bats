@@ -191,28 +191,31 @@ a90=""' ]]
 @test "what changed is told by labels and choices, secrets only as changed" {
   printf '%s\n' body 'field host 20' 'label Device name' 'select mode' \
     'label Mode' 'choice a Auto matic' 'choice s By hand' 'checkbox on' \
-    'label Light' 'table t 1' 'field to' 'label Port' 'field a_pin' 'label PIN' \
+    'label Light' 'checkbox ask_pin' 'table t 1' 'field to' 'label Port' 'field a_pin' 'label PIN' \
     >"$ORV_TEMPLATES/form.tpl"
-  printf '%s\n' host=old mode=a on=True to0=1 to1=2 a_pin=9 >"$ORV_STATE/form"
+  printf '%s\n' host=old mode=a on=True ask_pin= to0=1 to1=2 a_pin=9 >"$ORV_STATE/form"
   run -0 script 'logger() { sed s/^/log:/; }
-    orv_load form; orv_read host mode on to#
+    orv_load form; orv_read host mode on ask_pin w_psk to#
     orv_secret a_pin b_pin key; orv[a_pin]="\$6\$1234" orv[key]=1234
     orv_tick on; orv_rows to; orv_pack to
-    orv_store form host mode on a_pin b_pin key "${cells[@]}"
+    orv_store form host mode on ask_pin w_psk a_pin b_pin key "${cells[@]}"
     REMOTE_USER="a;b" REMOTE_ADDR="::1
 x"; orv_changes; orv_log_changes' \
-    < <(printf 'new_%s="%s"\n' host "it's" mode s on False to0 3)
+    < <(printf 'new_%s="%s"\n' host "it's" mode s on False \
+    ask_pin True w_psk 1234 to0 3)
   [[ $output == 'u_a_pin=
 u_b_pin=
 u_key=
 u_saved_change0="Device name: old → it'\''s$L$"
 u_saved_change1="Mode: Auto matic → By hand$L$"
 u_saved_change2="Light: on → off$L$"
-u_saved_change3="PIN: changed$L$"
-u_saved_change4="key: changed$L$"
-u_saved_change5="Port, row 1: 1 → 3$L$"
-u_saved_change6="Port, row 2: 2 → blank$L$"
-u_saved_change7=""'*'log:Light: on -> off (a_b at ::1__)'* ]]
+u_saved_change3="ask_pin: blank → on$L$"
+u_saved_change4="w_psk: changed$L$"
+u_saved_change5="PIN: changed$L$"
+u_saved_change6="key: changed$L$"
+u_saved_change7="Port, row 1: 1 → 3$L$"
+u_saved_change8="Port, row 2: 2 → blank$L$"
+u_saved_change9=""'*'log:Light: on -> off (a_b at ::1__)'* ]]
   [[ $output != *1234* && $(<"$ORV_STATE/form") == *'a_pin=$6$1234'* ]]
   run -0 page 'orv_load x; for i in {0..19}; do orv[x$i]="&$i\$V:a\$"; done
     orv__more :; orv__stored=("${!orv[@]}"); orv_changes'

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <ctype.h>
 
+#include "orv_secret.h"
+
 std::vector<std::string> split_lines(const std::string &text)
 {
   std::vector<std::string> lines;
@@ -116,11 +118,6 @@ std::string did_you_mean(const std::string &word,
 // A row's number, or the "%d" or "#" in its place, is left aside.
 bool is_secret(const std::string &name)
 {
-  static const char *const ends[] = {"password", "passphrase", "secret",
-                                     "pin",      "psk",        "passwd"};
-  const std::string stem =
-      lower(name.substr(0, name.find_last_not_of("0123456789%d#") + 1));
-  return std::any_of(std::begin(ends), std::end(ends), [&](const char *end) {
-    return stem == end || ends_with(stem, std::string("_") + end);
-  });
+  const size_t end = name.find_last_not_of("0123456789%d#") + 1;
+  return orv_is_secret_name(name.substr(0, end).c_str());
 }

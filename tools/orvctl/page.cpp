@@ -23,6 +23,7 @@
 #include "orv_error.h"
 #include "orv_guard.h"
 #include "orv_output.h"
+#include "orv_secret.h"
 #include "orv_vars.h"
 
 static pt_header *hdr;     // owned: the form shown
@@ -270,19 +271,12 @@ static void begin_request()
 
 bool page_is_secret(const char *name)
 {
-  static const char *const ends[] = {"_password", "_passphrase", "_secret",
-                                     "_pin"};
-  size_t length = strlen(name);
-  while (length > 0 && name[length - 1] >= '0' && name[length - 1] <= '9') {
-    length--;
+  if (!orv_is_secret_name(name)) {
+    return false;
   }
-  for (const char *end : ends) {
-    const size_t size = strlen(end);
-    if (length > size && strncasecmp(name + length - size, end, size) == 0) {
-      return true;
-    }
-  }
-  return false;
+  const page_field *field = page_find(name);
+  return field == nullptr ||
+         (field->kind != FIELD_BOX && field->kind != FIELD_LIST);
 }
 
 void page_close(void)

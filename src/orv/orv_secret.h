@@ -1,0 +1,18 @@
+// What is secret, for pages and tools alike.  The library of the scripts has
+// the same rule.
+
+#ifndef ORV_SECRET_H
+#define ORV_SECRET_H
+
+struct pt_body_item;
+
+// Whether a text of that name is a secret: the name, without a row's number
+// and whatever its letters' case, ends in "password", "passwd" or
+// "passphrase", or behind an underscore in "secret", "pin", "psk" or "token".
+bool orv_is_secret_name(const char *name);
+
+// Whether the item is a text with such a name.  What a box or a list says is
+// on the page for everybody.
+bool orv_is_secret(const pt_body_item *itm);
+
+#endif
