@@ -154,11 +154,12 @@ static const char *read_construct(char *in, char **rest)
 }
 
 // Writes the expansion of `in`, cut at `limit`, unless `out` is NULL; its
-// length.
+// length.  What stands behind the cut is looked up all the same, so that both
+// passes meet, and tell, the same problems.
 static size_t expand_p(char *out, char *in, size_t limit)
 {
   size_t length = 0;
-  while (*in != '\0' && length < limit) {
+  while (*in != '\0') {
     char *rest = in + 1;
     const char *text = read_construct(in, &rest);
     const size_t text_length =

@@ -147,6 +147,25 @@ TEST_F(Output, AnExpansionEndsAtAMebibyte)
   }
 }
 
+// A lookup that fails is reported in both passes wherever it stands, one behind
+// the cut included.
+TEST_F(Output, EveryReferenceIsLookedUpForTheSizeAndForTheBytes)
+{
+  orv_set_var("kib", o_orig, text(string(1024, 'k')), 0);
+  draw("");
+  const string fails = "$C:d_x$";
+  const string once = "log: Variable origin mismatch (c vs d) getting d_x\n";
+  for (const string &before : {string(), string("a"), string("$V:none$"),
+                               times(1024, "$V:kib$"),
+                               times(1025, "$V:kib$") + "b"}) {
+    for (const char *behind : {"", "a", "$V:none$"}) {
+      const string whole = before + fails + behind;
+      EXPECT_EQ(logged(LOG_ERR, [&] { orv_out_expand(text(whole)); }),
+                once + once) << whole.size() << behind;
+    }
+  }
+}
+
 TEST_F(Output, ConditionsDecideWhichItemsAreDrawnAndHow)
 {
   load("yes=Yes;no=nO;name=box;error_name= \t Bad $V:x$;error_t=table;"
