@@ -566,6 +566,7 @@ static void clean_up()
   orv_free_vars(&cfg_vars);
   orv_free_vars(&err_vars);
   orv_free_vars(&del_vars);
+  orv_free_vars(&failed_cells);
   free_form();
   cgiFreeResources();
 }
@@ -607,6 +608,7 @@ int main()
   }
   take_page_errors();
   load_body();
+  orv_mark_cells(body);
   write_page();
   clean_up();
   return EXIT_SUCCESS;

@@ -512,7 +512,26 @@ static void op_menu_stop(pt_body_item *)
 // Attributes that add a name, the error and hints for input, but change nothing
 // that is shown as text or posted.
 
-constexpr int CONTROL_ATTRS = 8;
+// In the order in which they are written; a control has each once at most.
+enum control_attr {
+  ATTR_ID,
+  ATTR_LABEL,
+  ATTR_INVALID,
+  ATTR_DESCRIBEDBY,
+  ATTR_AUTOFOCUS,
+  ATTR_INPUTMODE,
+  ATTR_AUTOCOMPLETE,
+  ATTR_AUTOCAPITALIZE,
+  ATTR_SPELLCHECK,
+  CONTROL_ATTRS, // their number
+};
+
+static const char *const attr_names[] = {
+    "id",        "aria-label", "aria-invalid", "aria-describedby",
+    "autofocus", "inputmode",  "autocomplete", "autocapitalize",
+    "spellcheck"};
+static_assert(sizeof attr_names / sizeof *attr_names == CONTROL_ATTRS,
+              "every attribute has its name");
 
 // Valid until the next control.
 struct control_attrs {
@@ -520,10 +539,10 @@ struct control_attrs {
   int count;
 };
 
-static void add_attr(control_attrs *list, const char *name, const char *value)
+static void add_attr(control_attrs *list, control_attr which, const char *value)
 {
   html_attribute *attr = &list->attrs[list->count];
-  *attr = {name, value, nullptr};
+  *attr = {attr_names[which], value, nullptr};
   if (list->count > 0) {
     attr[-1].next = attr;
   }
@@ -559,18 +578,17 @@ static void add_name(control_attrs *list, const pt_body_item *itm)
   if (itm->column >= 0) {
     snprintf(text, sizeof text, "%.*s, row %u", CONTROL_LABEL_MAX,
              any_label(itm), row + 1);
-    add_attr(list, "aria-label", text);
+    add_attr(list, ATTR_LABEL, text);
   } else if (row_labelled != 0) {
-    add_attr(list, "id", control_id(itm));
+    add_attr(list, ATTR_ID, control_id(itm));
   } else {
-    add_attr(list, "aria-label", any_label(itm));
+    add_attr(list, ATTR_LABEL, any_label(itm));
   }
 }
 
 static bool cell_fails(const char *varname)
 {
-  const orv_var *var = orv_find_var(&cfg_vars, varname, 0);
-  return var != nullptr && var->failed != 0;
+  return orv_find_var(&failed_cells, varname, 0) != nullptr;
 }
 
 static bool field_fails(const pt_body_item *itm)
@@ -582,8 +600,9 @@ static bool field_fails(const pt_body_item *itm)
           orv_get_var(&err_vars, label, o_undefined) != nullptr);
 }
 
-// Errors of a table are recorded by column.  Our checks know which cells are
-// wrong; what a script found may be any cell, so its error describes them all.
+// Errors of a table are shown by column.  Our checks know which cells are wrong
+// and scripts may say so; what a script says of the column may be about any
+// cell, so it describes them all.
 // A field's error may be recorded under a label of its own, and is then shown
 // where the template wants it.
 static void add_error_state(control_attrs *list, const pt_body_item *itm,
@@ -593,17 +612,17 @@ static void add_error_state(control_attrs *list, const pt_body_item *itm,
   const bool is_cell = itm->column >= 0;
   const bool failing = is_cell ? cell_fails(varname) : field_fails(itm);
   const bool has_error = recorded_error(itm) != nullptr &&
-                         (failing || !is_cell || !orv_checks_failed());
+                         (failing || !is_cell || !orv_column_is_marked(itm));
   if (failing) {
-    add_attr(list, "aria-invalid", "true");
+    add_attr(list, ATTR_INVALID, "true");
   }
   if (has_error) {
     error_id(id, itm);
-    add_attr(list, "aria-describedby", id);
+    add_attr(list, ATTR_DESCRIBEDBY, id);
   }
   if ((failing || has_error) && failure_focused == 0 &&
       itm->type != PT_TEXT_FIXED) {
-    add_attr(list, "autofocus", "autofocus");
+    add_attr(list, ATTR_AUTOFOCUS, "autofocus");
     failure_focused = 1;
   }
 }
@@ -634,7 +653,7 @@ static const input_hint input_hints[] = {
 static void add_input_hints(control_attrs *list, const pt_body_item *itm)
 {
   if (orv_is_secret(itm)) {
-    add_attr(list, "autocomplete", "new-password");
+    add_attr(list, ATTR_AUTOCOMPLETE, "new-password");
     return;
   }
   int nullok;
@@ -646,12 +665,12 @@ static void add_input_hints(control_attrs *list, const pt_body_item *itm)
   }
   for (const input_hint &hint : input_hints) {
     if (strcmp(hint.check, check->name) == 0) {
-      add_attr(list, "inputmode", hint.inputmode);
-      add_attr(list, "autocomplete", hint.autocomplete);
+      add_attr(list, ATTR_INPUTMODE, hint.inputmode);
+      add_attr(list, ATTR_AUTOCOMPLETE, hint.autocomplete);
     }
   }
-  add_attr(list, "autocapitalize", "none");
-  add_attr(list, "spellcheck", "false");
+  add_attr(list, ATTR_AUTOCAPITALIZE, "none");
+  add_attr(list, ATTR_SPELLCHECK, "false");
 }
 
 // All of them, in front of `tail`.

@@ -55,6 +55,7 @@ constexpr size_t LABELLED_SIZE = 100; // a column's label and the message
 constexpr size_t SUMMARY_SIZE = 80;   // the number of errors
 constexpr size_t INT_RANGE_SIZE = 40;
 constexpr size_t REAL_RANGE_SIZE = 100;
+constexpr size_t ROW_SIZE = 24; // a long in decimal, terminated
 
 // Replaces the user value, in its own buffer where the text fits.  A record
 // that gets no copy stays without a message, and the failure is counted.
@@ -942,13 +943,11 @@ static bool row_exists(const pt_body_item *itm, int row)
   return fixed_rows != 0 ? row < fixed_rows : row_has_values(itm, row);
 }
 
-// The error is recorded by column, so the cell itself is marked.
+// The error is recorded by column, so the cell itself is marked.  It need not
+// have a variable, and gets none.
 static void mark_failed(const char *cell)
 {
-  orv_var *var = orv_find_var(&cfg_vars, cell, 1);
-  if (var != nullptr) {
-    var->failed = 1;
-  }
+  orv_find_var(&failed_cells, cell, 1);
 }
 
 static void check_row(const pt_body_item *itm, int row)
@@ -1039,6 +1038,7 @@ static const pt_body_item *next_item(const pt_body_item *itm)
 int orv_check_vars(pt_body_item *itm)
 {
   orv_free_vars(&err_vars);
+  orv_free_vars(&failed_cells);
   cond_sp = cond_stack;
   error_count = 0;
   is_displayed = 1;
@@ -1054,9 +1054,73 @@ int orv_check_vars(pt_body_item *itm)
   return error_count == 0 ? 1 : 0;
 }
 
-bool orv_checks_failed(void)
+// --- cells that scripts mark -------------------------------------------------
+
+// The row of the column's cell called `name`, -1 when it is none.
+static int row_of(const pt_body_item *column, const char *name)
 {
-  return error_count != 0;
+  const size_t length = strlen(column->name);
+  if (strncasecmp(name, column->name, length) != 0) {
+    return -1;
+  }
+  const char *number = name + length;
+  char *end;
+  const long row = strtol(number, &end, 10);
+  char written[ROW_SIZE];
+  snprintf(written, sizeof written, "%ld", row);
+  const bool is_row =
+      row >= 0 && row < ORV_ROWS_MAX && strcmp(number, written) == 0;
+  return is_row ? static_cast<int>(row) : -1;
+}
+
+static bool is_blank(const char *text)
+{
+  return text == nullptr || text[strspn(text, " \t")] == '\0';
+}
+
+// The column's message is its own or that of its first marked cell.  It takes
+// the place of a calculated value, which tells the two kinds apart: a message
+// of the script that marks no cell is about all of them.
+static void mark_column(const pt_body_item *column)
+{
+  const char *message = orv_get_var(&err_vars, column->name, o_undefined);
+  const bool has_own = !is_blank(message);
+  int first = ORV_ROWS_MAX;
+  for (const orv_var *var = err_vars; var != nullptr; var = var->next) {
+    const int row = row_of(column, var->name);
+    const char *text = orv_get_var(&err_vars, var->name, o_undefined);
+    if (row < 0 || is_blank(text)) {
+      continue;
+    }
+    mark_failed(var->name);
+    message = row < first && !has_own ? text : message;
+    first = std::min(first, row);
+  }
+  orv_var *record =
+      first < ORV_ROWS_MAX ? orv_find_var(&err_vars, column->name, 1) : nullptr;
+  if (record != nullptr) {
+    char *copy = must_strdup(message);
+    free(record->c_value);
+    record->c_value = copy;
+  }
+}
+
+void orv_mark_cells(pt_body_item *itm)
+{
+  if (error_count != 0) { // the errors are those of checks
+    return;
+  }
+  for (; itm != nullptr && err_vars != nullptr; itm = itm->next) {
+    if (itm->column >= 0) {
+      mark_column(itm);
+    }
+  }
+}
+
+bool orv_column_is_marked(const pt_body_item *column)
+{
+  const orv_var *record = orv_find_var(&err_vars, column->name, 0);
+  return error_count != 0 || (record != nullptr && record->c_value != nullptr);
 }
 
 // --- the table of checks -----------------------------------------------------

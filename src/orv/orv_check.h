@@ -53,11 +53,18 @@ const checks_info *orv_find_check(const char *check, int *nullok,
 
 // Checks every input item of the body `itm` (may be NULL) against its value in
 // cfg_vars, which is normalised in place.  err_vars is emptied and receives a
-// message for each failure; the table cells that failed are marked in cfg_vars.
+// message for each failure; the table cells that failed stand in failed_cells.
 // 1 when there was none, else 0.
 int orv_check_vars(pt_body_item *itm);
 
-// Whether that has found a failure: the errors are those of checks then.
-bool orv_checks_failed(void);
+// Takes what a script recorded under the name of a cell (the column's and the
+// row's number) as a mark of that cell, entered in failed_cells, and as the
+// column's message in err_vars, unless it has one: of several cells the first
+// one's.  Does nothing after checks that failed.
+void orv_mark_cells(pt_body_item *itm);
+
+// Whether the column's message is about those of its cells alone that stand in
+// failed_cells; a script's message for the column is about all of them.
+bool orv_column_is_marked(const pt_body_item *column);
 
 #endif

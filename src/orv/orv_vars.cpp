@@ -1,7 +1,7 @@
 // The variable store and its exchange with scripts.
 //
-// Owns the three process-wide lists, which are filled by the request intake,
-// scripts and checks and freed at the end of the request.  The lists are the
+// Owns the process-wide lists, which are filled by the request intake, scripts
+// and checks and freed at the end of the request.  The lists are the
 // truth; beside each stands a search tree that is only an index of it, made
 // once the list is long and dropped whenever it no longer fits.  Faults of the
 // store itself are reported by orv_fatal, bad script output by orv_error;
@@ -21,6 +21,7 @@
 orv_var *cfg_vars;
 orv_var *err_vars;
 orv_var *del_vars;
+orv_var *failed_cells;
 
 // --- the index ---------------------------------------------------------------
 // A request of
@@ -49,6 +50,7 @@ static var_index indexes[] = {
     {&cfg_vars, nullptr, nullptr},
     {&err_vars, nullptr, nullptr},
     {&del_vars, nullptr, nullptr},
+    {&failed_cells, nullptr, nullptr},
 };
 
 static int compare_names(const void *a, const void *b)

@@ -32,13 +32,14 @@ struct orv_var {
   char *c_value;
   char *o_value;
   unsigned is_checkbox : 1; // drawn as a check box in this request
-  unsigned failed : 1;      // a table's cell that a check refused
 };
 
 // Newest record first; a bare name occurs at most once in each.
 extern orv_var *cfg_vars; // the form's configuration variables
 extern orv_var *err_vars; // error messages by the failing variable's name
 extern orv_var *del_vars; // table rows marked for deletion
+// Names without values: the cells of tables that the page marks as wrong.
+extern orv_var *failed_cells;
 
 // The origin that the prefix of `name` tells, or o_undefined.
 v_origin orv_var_prefix(const char *name);

@@ -195,6 +195,37 @@ def test_every_control_has_a_name_of_its_own_and_its_error(form):
     assert len(set(ids)) == len(ids)
 
 
+def test_a_script_marks_cells_by_their_rows_or_a_whole_column(form):
+    site = form("table t 2;field p;label P;field q",
+                "p0=a;p1=b;p2=c;q0=x;q1=y;q2=z")
+    both = ["p1 described invalid focus", "p2 described invalid"]
+    # what the check script says, messages shown, marked cells
+    table = [
+        ("p1=No", ["No"], both[:1]),
+        ("p2=Two;p1=One", ["One"], both),
+        ("p2=Two;p1=One;p=All", ["All"], both),
+        ("p=All;q2=Two", ["All", "Two"],
+         ["p0 described focus", "p1 described", "p2 described", "q2 described invalid"]),
+        ("p77=Far", ["Far"], []),
+    ]
+    for said, messages, marks in table:
+        site.form_script("f", read="cat f.vars", check="".join(
+            f"echo error_{line};" for line in said.split(";")))
+        page = site.open("f").press("Submit", q0="new")
+        ids = {e.get("id"): e.text for e in page.all("p", "error")}
+        assert list(ids.values()) == messages, said
+        found = []
+        for row in range(3):
+            for name in (f"p{row}", f"q{row}"):
+                cell = page.control(name)
+                words = [word for word, at in (("described", "aria-describedby"),
+                         ("invalid", "aria-invalid"), ("focus", "autofocus"))
+                         if cell.get(at) is not None]
+                assert cell.get("aria-describedby") in ids | {None: ""}
+                found += [" ".join([name, *words])] * bool(words)
+        assert found == marks, said
+
+
 def rows(page):
     """The body rows: what each cell posts, the name of a deletion box, None
     for a cell without a control."""

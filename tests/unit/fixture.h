@@ -81,6 +81,7 @@ inline void forget()
   orv_free_vars(&cfg_vars);
   orv_free_vars(&err_vars);
   orv_free_vars(&del_vars);
+  orv_free_vars(&failed_cells);
 }
 
 // Stores script output; ";" ends a line, too.

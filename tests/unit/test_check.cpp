@@ -283,3 +283,72 @@ TEST_F(Checks, TablesAreCheckedRowByRow)
   EXPECT_EQ(orv_get_var(&err_vars, "msg", o_best),
             std::to_string(ORV_ROWS_MAX) + " errors found");
 }
+
+// The cells that the page marks, in the order of their names.
+static string marked()
+{
+  std::vector<string> names;
+  for (const orv_var *var = failed_cells; var != nullptr; var = var->next) {
+    names.push_back(var->name);
+  }
+  std::sort(names.begin(), names.end());
+  string all;
+  for (const string &name : names) {
+    all += (all.empty() ? "" : " ") + name;
+  }
+  return all;
+}
+
+TEST_F(Checks, CellsThatFailAreKeptBesideTheVariables)
+{
+  const string columns = ";field a;check word;select c;choice 1 One";
+  load("a0=x y;c1=1;a2=1");
+  const string before = stored();
+  errors("field f;check word;ftable t 2 3" + columns);
+  EXPECT_EQ(marked(), "a0 a1 c0 c2");
+  orv_free_vars(&err_vars);
+  EXPECT_EQ(stored(), before);
+  forget();
+  load("a0=x;c0=1");
+  orv_find_var(&failed_cells, "a0", 1); // of the walk before
+  EXPECT_EQ(errors("table t 2" + columns), "");
+  EXPECT_EQ(marked(), "");
+}
+
+TEST_F(Checks, AScriptMarksACellByAMessageUnderItsName)
+{
+  const string last = std::to_string(ORV_ROWS_MAX - 1);
+  const string past = std::to_string(ORV_ROWS_MAX);
+  // What the script says, the marked cells, the message of the column "port"
+  // and whether it is about those cells alone.
+  const std::tuple<string, string, string, bool> rows[] = {
+    {"error_port3=Taken", "port3", "Taken", true},
+    {"error_port10=Ten;error_PORT9=Nine;error_port12=Dozen",
+     "PORT9 port10 port12", "Nine", true},
+    {"error_port=All;error_port2=Two", "port2", "All", true},
+    {"error_port= ;error_port2=Two", "port2", "Two", true},
+    {"error_port=All", "", "All", false},
+    {"error_port2= ;error_other1=x;error_msg=x", "", "", false},
+    {"error_port02=x;error_port+2=x;error_port-1=x;error_port2a=x;error_por2=x;"
+     "error_port 2=x;error_port99999999999999999999=x;error_port" + past + "=x",
+     "", "", false},
+    {"error_port" + last + "=End", "port" + last, "End", true},
+    {"error_field1=x", "", "", false},
+  };
+  const Items body = items("field field;table t 2;field port;field to");
+  const pt_body_item *column = body->next->next;
+  for (const auto &[said, cells, told, alone] : rows) {
+    forget();
+    load(said);
+    orv_mark_cells(body.get());
+    EXPECT_EQ(marked(), cells) << said;
+    const char *text = orv_get_var(&err_vars, "port", o_best);
+    EXPECT_EQ(text != nullptr ? text : "", told) << said;
+    EXPECT_EQ(orv_column_is_marked(column), alone) << said;
+  }
+  // A check's record may have any name, which is no cell's then.
+  forget();
+  errors("field f;check word;check_msg port1 No");
+  orv_mark_cells(body.get());
+  EXPECT_EQ(marked(), "");
+}

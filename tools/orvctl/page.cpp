@@ -267,6 +267,7 @@ static void begin_request()
   orv_free_vars(&cfg_vars);
   orv_free_vars(&err_vars);
   orv_free_vars(&del_vars);
+  orv_free_vars(&failed_cells);
 }
 
 bool page_is_secret(const char *name)
