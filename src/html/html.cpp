@@ -25,7 +25,8 @@ constexpr size_t COMMENT_SIZE = 512;
 constexpr size_t NUMBER_SIZE = 12; // an int in decimal, terminated
 
 static const char *security_policy; // borrowed, set by the caller
-static bool response_begun;         // the header lines have been written
+static const char *cache_control = "private, no-cache";
+static bool response_begun; // the header lines have been written
 
 // A page is made of thousands of small pieces by one thread: a short one is
 // copied into the stream's buffer at once, without a call and its lock.
@@ -289,6 +290,11 @@ void html_content_security_policy(const char *policy)
   security_policy = policy;
 }
 
+void html_no_store(void)
+{
+  cache_control = "private, no-store";
+}
+
 // A page may hold a user's settings: it is private, but kept for the browser's
 // Back, which would else lose what was typed.  The referrer stays on, since
 // without it a post's origin would be hidden as well.
@@ -304,11 +310,11 @@ static void put_header_lines(enum html_http_status status)
   fprintf(cgiOut,
           "Status: %s\r\n"
           "Content-Type: text/html; charset=utf-8\r\n"
-          "Cache-Control: private, no-cache\r\n"
+          "Cache-Control: %s\r\n"
           "X-Content-Type-Options: nosniff\r\n"
           "Referrer-Policy: same-origin\r\n"
           "X-Frame-Options: SAMEORIGIN\r\n",
-          texts[status]);
+          texts[status], cache_control);
   if (security_policy != nullptr) {
     fprintf(cgiOut, "Content-Security-Policy: %s\r\n", security_policy);
   }

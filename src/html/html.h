@@ -28,6 +28,9 @@ enum html_http_status {
 // borrowed.  Without a call no such header line is written.
 void html_content_security_policy(const char *policy);
 
+// The page that html_begin starts next is not to be stored by the browser.
+void html_no_store(void);
+
 // Writes the header lines (unless the response has already begun) and opens
 // the page's head.  `version` goes into the generator, `author` into the
 // author meta element.

@@ -458,6 +458,9 @@ static void load_body()
 
 static void write_head()
 {
+  if (cgiout_carries_secret(body)) {
+    html_no_store();
+  }
   begin_document(html_http_status_ok, orv_out_expand(hdr->title));
   if (is_confirmation_form == 0) {
     html_script_include(nullptr, nullptr, "/js/position.js");

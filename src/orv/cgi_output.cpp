@@ -11,6 +11,7 @@
 
 #include <stdio.h>
 #include <string.h>
+#include <strings.h>
 
 #include "cgi.h"
 #include "cgi_main.h"
@@ -198,6 +199,46 @@ void cgiout_variables(void (*put)(const char *name, const char *value))
       }
     }
   }
+}
+
+static bool is_choice_of(const pt_body_item *itm, const char *name)
+{
+  if (itm->type != PT_CHECKBOX && itm->type != PT_SELECT &&
+      itm->type != PT_ISELECT) {
+    return false;
+  }
+  const size_t length = strlen(itm->name);
+  return strncasecmp(name, itm->name, length) == 0 &&
+         name[length + strspn(name + length, "0123456789")] == '\0';
+}
+
+// A row that moves up takes its values along as the user's.
+static bool has_secret(const orv_var *var)
+{
+  if (!orv_is_secret_name(var->name)) {
+    return false;
+  }
+  const char *value = del_vars != nullptr
+                          ? orv_get_var(&cfg_vars, var->name, o_undefined)
+                          : var->u_value;
+  return value != nullptr && value[0] != '\0';
+}
+
+bool cgiout_carries_secret(const pt_body_item *body)
+{
+  for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
+    if (!has_secret(var)) {
+      continue;
+    }
+    const pt_body_item *itm = body;
+    while (itm != nullptr && !is_choice_of(itm, var->name)) {
+      itm = itm->next;
+    }
+    if (itm == nullptr) {
+      return true;
+    }
+  }
+  return false;
 }
 
 void cgiout_close_form(void)

@@ -25,6 +25,9 @@ void cgi_body_output(pt_body_item *body, int help, const char *error);
 
 // Opens the page's one form, unless it is open.
 void cgiout_start_form(void);
+// Whether a page of that body will hold what a user has typed under a secret's
+// name; it is known before the page begins.
+bool cgiout_carries_secret(const pt_body_item *body);
 // Closes the open table, if any.
 void cgiout_close_table(void);
 // Writes the hidden fields and closes the form, if it is open.

@@ -226,6 +226,30 @@ def test_a_script_marks_cells_by_their_rows_or_a_whole_column(form):
         assert found == marks, said
 
 
+def test_a_page_with_an_unsaved_secret_is_not_stored_by_the_browser(form):
+    site = form("field a_psk;fixed n;checkbox ask_pin;field host;check word;table t 2;"
+                "field b_token;field c;imenu m",
+                "host=x;b_token0=k;b_token1=l;n=a;a_psk=s")
+    page = site.open("f")
+    assert (page.control("a_psk").get("type"), page.header_lines[2]) == (
+        "password", "Cache-Control: private, no-cache")
+    # what is changed, the button, whether browsers may store the page
+    table = [
+        ({"a_psk": "typed"}, "Submit", False),  # the page of what was saved
+        ({"a_psk": "typed", "host": "a b"}, "Submit", False),
+        ({"a_psk": "typed"}, "Home", False),
+        ({"b_token2": "typed"}, "Home", False),
+        ({"delete_t_0": "True"}, "Submit", False),  # row 2 moves, as the user's
+        ({"a_psk": "", "host": "y"}, "Submit", True),
+        ({"ask_pin": "True", "host": "a b"}, "Submit", True),
+        ({"c0": "typed"}, "Home", True),
+    ]
+    for changes, button, stored in table:
+        answer = page.press(button, **changes)
+        assert answer.header_lines[2] == (
+            f"Cache-Control: private, no-{'cache' if stored else 'store'}"), changes
+
+
 def rows(page):
     """The body rows: what each cell posts, the name of a deletion box, None
     for a cell without a control."""
