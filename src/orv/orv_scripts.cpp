@@ -49,11 +49,11 @@ static int trap_set;    // the signal dispositions have been set
 static bool output_cut; // the script in hand said too much; reset by the wait
 static bool stopped;    // we have ended it ourselves; reset by the wait
 
-// What the handler of SIGTERM knows of the script in hand.
+// What the handler of SIGTERM, and of what a program gives the same one, knows
+// of the script in hand.
 static volatile sig_atomic_t group;       // 0: none runs; reset by the wait
 static volatile sig_atomic_t let_finish;  // not to be ended; set by the caller
-static volatile sig_atomic_t told_to_end; // SIGTERM came while one ran
-static sigset_t sigterm;                  // holds that alone; set once
+static volatile sig_atomic_t told_to_end; // the signal that came meanwhile
 
 // --- starting ----------------------------------------------------------------
 
@@ -98,7 +98,7 @@ static void hand_on(int sig)
   if (group == 0) {
     end_by(sig);
   } else {
-    told_to_end = 1;
+    told_to_end = sig;
     if (let_finish == 0) {
       kill(-group, sig);
       kill(-group, SIGCONT); // one that is stopped would never hear of it
@@ -115,6 +115,8 @@ void orv_script_signals(void)
   set_disposition(SIGCHLD, SIG_DFL);
   set_disposition(SIGPIPE, SIG_IGN);
   set_disposition(SIGTERM, hand_on);
+  sigset_t sigterm;
+  sigemptyset(&sigterm);
   sigaddset(&sigterm, SIGTERM);
   sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
   trap_set = 1;
@@ -270,7 +272,10 @@ static void redirect(int fd, int flags, int place)
 static pid_t start_child(launch *start)
 {
   const pid_t parent = getpid();
-  sigprocmask(SIG_BLOCK, &sigterm, nullptr);
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &before);
   const pid_t pid = fork();
   if (pid == 0) {
     run_child(start, parent);
@@ -279,7 +284,7 @@ static pid_t start_child(launch *start)
     setpgid(pid, pid); // whichever of the two processes comes first
     group = pid;
   }
-  sigprocmask(SIG_UNBLOCK, &sigterm, nullptr);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
   if (pid < 0) {
     orv_fatal("orv_script_run: Cannot fork. Errno %d", errno);
     close_channels(start);
@@ -648,7 +653,7 @@ int orv_script_wait(pid_t pid)
     orv_error("Script output too long");
   }
   if (told_to_end != 0) {
-    end_by(SIGTERM);
+    end_by(told_to_end);
   }
   return status;
 }

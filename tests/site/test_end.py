@@ -1,6 +1,8 @@
-"""A server ends a request: what becomes of the script that runs meanwhile."""
+"""A server ends a request, or a terminal goes away: what becomes of the script
+that runs meanwhile."""
 
 import os
+import pty
 import select
 import signal
 import subprocess
@@ -92,3 +94,34 @@ def test_a_write_script_takes_its_whole_input_whatever_becomes_of_the_request(
     assert sig == signal.SIGKILL or heard(alive) == b"saved\n"
     assert (site.folder / "f.write").stat().st_size == size
     assert orv.wait(conftest.SECONDS) == -sig
+
+
+# How a terminal ends its program: it goes away, or a key is pressed.
+@pytest.mark.parametrize("end, sig", [
+    (None, signal.SIGHUP), (b"\x03", signal.SIGINT), (signal.SIGTERM, signal.SIGTERM)])
+@pytest.mark.parametrize("task", ["read", "check", "write"])
+def test_a_save_from_a_terminal_is_finished_without_it(site, task, end, sig):
+    alive, go = open_pipes(site)
+    site.template("f", "field x")
+    site.form_script("f", **{task: WRITER if task == "write" else
+                             "exec 9>alive; echo up >&9; sleep 40"})
+    child, terminal = pty.fork()
+    if child == 0:
+        os.chdir(site.folder)
+        os.execv(os.environ["ORVCTL"], ["orvctl", "set", "f", "x=1"])
+    assert heard(alive) == b"up\n"
+    if end is None:
+        os.close(terminal)
+    elif isinstance(end, bytes):
+        os.write(terminal, end)
+        while b"^C" not in os.read(terminal, 99):  # shown once it has been sent
+            pass
+    else:
+        os.kill(child, end)
+    go.write(b"\n")
+    assert task != "write" or (heard(alive), heard(alive)) == (b"heard\n", b"saved\n")
+    assert heard(alive) == b""
+    assert os.waitpid(child, 0)[1] == sig
+    assert task != "write" or site.given("f", "write") == ['new_x="1"']
+    if end is not None:
+        os.close(terminal)

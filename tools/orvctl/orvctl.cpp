@@ -5,6 +5,7 @@
 // here stand the command line and what is printed.
 
 #include <pwd.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -405,6 +406,21 @@ static void name_user()
   unsetenv("GATEWAY_INTERFACE");
 }
 
+// A terminal that goes away, and its interrupt key, end a script or let it
+// finish as SIGTERM does; under nohup(1) they end nothing.
+static void catch_hangup()
+{
+  struct sigaction terminated;
+  sigaction(SIGTERM, nullptr, &terminated);
+  static const int signals[] = {SIGHUP, SIGINT, SIGQUIT};
+  for (const int sig : signals) {
+    struct sigaction now;
+    if (sigaction(sig, nullptr, &now) == 0 && now.sa_handler != SIG_IGN) {
+      sigaction(sig, &terminated, nullptr);
+    }
+  }
+}
+
 struct command {
   const char *name;
   int (*run)(int count, char **words);
@@ -499,6 +515,7 @@ static void begin()
   cgiScriptName = "";
   orv_fatal_no_exit = 1;
   orv_script_signals();
+  catch_hangup();
   orv_init_env();
   name_user();
   if (with_secrets) {

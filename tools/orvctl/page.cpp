@@ -23,6 +23,7 @@
 #include "orv_error.h"
 #include "orv_guard.h"
 #include "orv_output.h"
+#include "orv_scripts.h"
 #include "orv_secret.h"
 #include "orv_vars.h"
 
@@ -522,6 +523,15 @@ static page_result refuse(const char *otherwise)
   return PAGE_REFUSED;
 }
 
+// A save is whole or has not begun, whatever becomes of the terminal.
+static bool save()
+{
+  orv_script_let_finish(1);
+  const int saved = orv_save_vars(&cfg_vars, hdr->write_script);
+  orv_script_let_finish(0);
+  return saved != 0;
+}
+
 page_result page_submit(bool dry)
 {
   post();
@@ -538,7 +548,7 @@ page_result page_submit(bool dry)
   if (orv_save_vars(&cfg_vars, hdr->check_script) == 0) {
     return refuse("Error running configuration check script");
   }
-  if (!dry && orv_save_vars(&cfg_vars, hdr->write_script) == 0) {
+  if (!dry && !save()) {
     return refuse("Error saving configuration");
   }
   return orv_error_msg == nullptr ? PAGE_SAVED : refuse(nullptr);
