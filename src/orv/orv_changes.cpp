@@ -1,0 +1,906 @@
+// What a change of a form's values comes to, in the words of its page.
+//
+// Owns nothing beyond a call.  Fields are compared one by one.  Of a table, the
+// rows that hold something are listed for both sides; equal rows are paired as
+// far as their order allows, and what lies between two pairs is aligned so that
+// the fewest cells differ.  What finds no partner has been deleted or added.
+// Lack of memory gives the whole list up: half of what changed would be taken
+// for all of it.
+
+#include "orv_changes.h"
+
+#include <algorithm>
+#include <search.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+#include "orv.h"
+#include "orv_guard.h"
+#include "orv_output.h"
+#include "orv_parser.h"
+#include "orv_secret.h"
+
+// A row is told in one line that a person reads.
+constexpr size_t ROW_TEXT_MAX = 400;
+// Rows behind a gap count as well: a script may pack them.  Behind this many
+// blank ones a table is taken to be over.
+constexpr int GAP_ROWS_MAX = 100;
+// Rows between two equal ones are aligned by a table of costs up to this size,
+// which a person's changes never reach; larger runs are paired as they stand.
+constexpr size_t COSTS_MAX = 65536;
+constexpr size_t NONE = static_cast<size_t>(-1);
+
+// A row that holds something.
+struct row {
+  const char **cells; // borrowed from its side; boxes are "True" or ""
+  size_t columns;
+  int number;     // from 0
+  size_t index;   // among the side's rows
+  size_t partner; // the row that it is on the other side, or NONE
+};
+
+// The rows of a table as one side has them; owns both blocks.
+struct side {
+  const char **cells;
+  row *rows;
+  size_t count;
+};
+
+// What one call works with.
+struct search_state {
+  const orv_change_source *source;
+  orv_change *first; // owned until the call ends
+  orv_change **end;
+};
+
+// --- texts -------------------------------------------------------------------
+
+// Takes the codes of markup out in place: line breaks and indents are blanks,
+// emphasis is nothing.
+static void strip_markup(char *text)
+{
+  char *out = text;
+  for (const char *in = text; *in != '\0';) {
+    if (in[0] == '$' && in[1] != '\0' && in[2] == '$' &&
+        strchr("BRLI$", in[1]) != nullptr) {
+      if (strchr("LI$", in[1]) != nullptr) {
+        *out = in[1] == '$' ? '$' : ' ';
+        out++;
+      }
+      in += 3;
+    } else {
+      *out = *in == '\n' ? ' ' : *in;
+      out++;
+      in++;
+    }
+  }
+  *out = '\0';
+}
+
+char *orv_plain_text(const char *text)
+{
+  const owned_text copy(must_strdup(text)); // written to while it is expanded
+  const char *shown = copy != nullptr ? orv_out_expand(copy.get()) : nullptr;
+  char *plain = shown != nullptr ? must_strdup(shown) : nullptr;
+  if (plain != nullptr) {
+    strip_markup(plain);
+  }
+  return plain;
+}
+
+char *orv_item_label(const pt_body_item *itm)
+{
+  const char *by_rank[] = {itm->label, itm->rlabel, itm->prompt};
+  for (const char *label : by_rank) {
+    if (label != nullptr && label[0] != '\0') {
+      return orv_plain_text(label);
+    }
+  }
+  return must_strdup(itm->name);
+}
+
+size_t orv_cut_length(const char *text, size_t max)
+{
+  size_t length = strnlen(text, max + 1);
+  if (length <= max) {
+    return length;
+  }
+  length = max;
+  // Bytes 10xxxxxx continue a character; text of another encoding may have
+  // more of them than a character has.
+  const size_t least = max > 3 ? max - 3 : 0;
+  while (length > least && (text[length] & 0xc0) == 0x80) {
+    length--;
+  }
+  return length;
+}
+
+static bool is_box(const pt_body_item *itm)
+{
+  return itm->type == PT_CHECKBOX;
+}
+
+// What the page calls the value of the item; owned by the caller, NULL without
+// memory.
+static char *value_text(const pt_body_item *itm, const char *value)
+{
+  if (is_box(itm)) {
+    return must_strdup(orv_string_is_true(value) != 0 ? "on" : "off");
+  }
+  if (itm->type != PT_SELECT && itm->type != PT_ISELECT) {
+    return must_strdup(value);
+  }
+  const html_form_list_opt *choice = itm->choices.choices;
+  while (choice != nullptr &&
+         (choice->value == nullptr || strcmp(choice->value, value) != 0)) {
+    choice = choice->next;
+  }
+  return choice != nullptr && choice->label != nullptr &&
+                 choice->label[0] != '\0'
+             ? orv_plain_text(choice->label)
+             : must_strdup(value);
+}
+
+// --- the list ----------------------------------------------------------------
+
+static void free_change(orv_change *change)
+{
+  free(change->name);
+  free(change->label);
+  free(change->old_text);
+  free(change->new_text);
+  free(change);
+}
+
+void orv_free_changes(orv_change *changes)
+{
+  while (changes != nullptr) {
+    orv_change *next = changes->next;
+    free_change(changes);
+    changes = next;
+  }
+}
+
+using owned_change = std::unique_ptr<orv_change, orv_releaser<free_change>>;
+
+// A change of that name without texts; NULL without memory.
+static orv_change *new_change(orv_change_kind kind, const char *name)
+{
+  orv_change *change = static_cast<orv_change *>(must_malloc(sizeof *change));
+  if (change == nullptr) {
+    return nullptr;
+  }
+  *change = {};
+  change->kind = kind;
+  change->name = must_strdup(name);
+  if (change->name == nullptr) {
+    free_change(change);
+    return nullptr;
+  }
+  return change;
+}
+
+static void append(search_state *state, owned_change change)
+{
+  *state->end = change.release();
+  state->end = &(*state->end)->next;
+}
+
+static const char *text_of(const char *value)
+{
+  return value != nullptr ? value : "";
+}
+
+static const char *own_label(const orv_change_source *source, const char *name)
+{
+  return source->label != nullptr ? source->label(name, source->data) : nullptr;
+}
+
+static bool is_secret(const orv_change_source *source, const pt_body_item *itm,
+                      const char *name)
+{
+  const bool ruled =
+      itm != nullptr ? orv_is_secret(itm) : orv_is_secret_name(name);
+  return ruled || (source->is_secret != nullptr &&
+                   source->is_secret(name, source->data));
+}
+
+// Two values of an item are the same when the page shows them alike.
+static bool differs(const pt_body_item *itm, const char *before,
+                    const char *after)
+{
+  return is_box(itm) ? orv_string_is_true(before) != orv_string_is_true(after)
+                     : strcmp(before, after) != 0;
+}
+
+// Adds the change of one variable that the item shows; `number` is its row from
+// 1, or 0.  False without memory.
+static bool add_value(search_state *state, const pt_body_item *itm,
+                      const char *name, int number, const char *before,
+                      const char *after)
+{
+  owned_change change(
+      new_change(number > 0 ? CHANGE_CELL : CHANGE_VALUE, name));
+  if (change == nullptr) {
+    return false;
+  }
+  const char *label = own_label(state->source, name);
+  change->row = number;
+  change->box = is_box(itm);
+  change->secret = is_secret(state->source, itm, name);
+  change->label = label != nullptr ? must_strdup(label) : orv_item_label(itm);
+  bool whole = change->label != nullptr;
+  if (!change->secret) {
+    change->old_text = value_text(itm, before);
+    change->new_text = value_text(itm, after);
+    whole &= change->old_text != nullptr && change->new_text != nullptr;
+  }
+  if (whole) {
+    append(state, std::move(change));
+  }
+  return whole;
+}
+
+// --- rows --------------------------------------------------------------------
+
+static int compare_rows(const row *a, const row *b)
+{
+  for (size_t i = 0; i < a->columns; i++) {
+    const int order = strcmp(a->cells[i], b->cells[i]);
+    if (order != 0) {
+      return order;
+    }
+  }
+  return 0;
+}
+
+// For qsort: by content, equal rows in their order.
+static int compare_row_places(const void *a, const void *b)
+{
+  const row *left = *static_cast<row *const *>(a);
+  const row *right = *static_cast<row *const *>(b);
+  const int order = compare_rows(left, right);
+  if (order != 0) {
+    return order;
+  }
+  return left->index < right->index ? -1 : left->index > right->index;
+}
+
+static void free_side(side *rows)
+{
+  free(rows->cells);
+  free(rows->rows);
+}
+
+// A list always has a value, so it makes no row; neither does a box that is not
+// ticked.
+static bool is_entry(const pt_body_item *column, const char *value)
+{
+  return column->type != PT_SELECT && column->type != PT_ISELECT &&
+         value[0] != '\0';
+}
+
+template <typename T> static bool resize(T **block, size_t count)
+{
+  char *bytes = reinterpret_cast<char *>(*block);
+  if (must_realloc(&bytes, std::max<size_t>(count, 1) * sizeof **block) == 0) {
+    return false;
+  }
+  *block = reinterpret_cast<T *>(bytes);
+  return true;
+}
+
+static void cell_name(char (&name)[ORV_NAME_SIZE], const pt_body_item *column,
+                      int number)
+{
+  snprintf(name, sizeof name, "%s%d", column->name, number);
+}
+
+// The value as rows are compared by it.
+static const char *cell_value(const pt_body_item *column, const char *value)
+{
+  if (is_box(column)) {
+    return orv_string_is_true(value) != 0 ? "True" : "";
+  }
+  return text_of(value);
+}
+
+using value_function = const char *(const char *name, void *data);
+
+// Reads row `number` behind the rows that the side has; whether it holds
+// something.
+static bool read_row(const pt_body_item *table, int number,
+                     value_function *value, void *data, const char **cells)
+{
+  bool used = false;
+  const pt_body_item *column = table->next;
+  for (int i = 0; i < table->table.columns; i++, column = column->next) {
+    char name[ORV_NAME_SIZE];
+    cell_name(name, column, number);
+    cells[i] = cell_value(column, value(name, data));
+    used |= is_entry(column, cells[i]);
+  }
+  return used;
+}
+
+// Lists the rows that hold something; false without memory.
+static bool read_side(const pt_body_item *table, value_function *value,
+                      void *data, side *rows)
+{
+  const size_t columns = static_cast<size_t>(table->table.columns);
+  size_t room = 0;
+  int gap = 0;
+  for (int number = 0; number < ORV_ROWS_MAX && gap < GAP_ROWS_MAX; number++) {
+    if (rows->count == room) {
+      room += room / 2 + 16;
+      if (!resize(&rows->cells, room * columns) || !resize(&rows->rows, room)) {
+        return false;
+      }
+    }
+    gap++;
+    if (read_row(table, number, value, data,
+                 rows->cells + rows->count * columns)) {
+      rows->rows[rows->count] = {nullptr, columns, number, rows->count, NONE};
+      rows->count++;
+      gap = 0;
+    }
+  }
+  for (size_t i = 0; i < rows->count; i++) {
+    rows->rows[i].cells = rows->cells + i * columns;
+  }
+  return true;
+}
+
+// The side's rows sorted by content; owned by the caller (free), NULL without
+// memory.
+static row **sort_rows(const side *rows)
+{
+  row **sorted = nullptr;
+  if (!resize(&sorted, rows->count)) {
+    return nullptr;
+  }
+  for (size_t i = 0; i < rows->count; i++) {
+    sorted[i] = rows->rows + i;
+  }
+  qsort(sorted, rows->count, sizeof *sorted, compare_row_places);
+  return sorted;
+}
+
+using owned_block = std::unique_ptr<void, orv_releaser<free>>;
+
+// Makes each row the partner of its equal, the first of the first and so on,
+// whatever their order.  False without memory.
+static bool pair_equals(side *before, side *after)
+{
+  row **olds = sort_rows(before);
+  const owned_block olds_owned(olds);
+  row **news = sort_rows(after);
+  const owned_block news_owned(news);
+  if (olds == nullptr || news == nullptr) {
+    return false;
+  }
+  for (size_t i = 0, j = 0; i < before->count && j < after->count;) {
+    const int order = compare_rows(olds[i], news[j]);
+    if (order == 0) {
+      olds[i]->partner = news[j]->index;
+    }
+    i += order <= 0 ? 1 : 0;
+    j += order >= 0 ? 1 : 0;
+  }
+  return true;
+}
+
+// Keeps the most pairs that do not cross: the longest ascending run of the
+// partners.  `tails[n]` ends the best run of n + 1 rows so far, `previous` is
+// the row before each.  False without memory.
+static bool keep_order(side *before)
+{
+  size_t *tails = nullptr;
+  const bool room = resize(&tails, 2 * before->count);
+  const owned_block owned(tails);
+  if (!room) {
+    return false;
+  }
+  size_t *previous = tails + before->count;
+  row *rows = before->rows;
+  size_t length = 0;
+  for (size_t i = 0; i < before->count; i++) {
+    if (rows[i].partner == NONE) {
+      continue;
+    }
+    const size_t at = static_cast<size_t>(
+        std::lower_bound(tails, tails + length, rows[i].partner,
+                         [rows](size_t tail, size_t partner) {
+                           return rows[tail].partner < partner;
+                         }) -
+        tails);
+    previous[i] = at > 0 ? tails[at - 1] : NONE;
+    tails[at] = i;
+    length = std::max(length, at + 1);
+  }
+  size_t kept = length > 0 ? tails[length - 1] : NONE;
+  for (size_t i = before->count; i > 0; i--) {
+    if (i - 1 == kept) {
+      kept = previous[kept];
+    } else {
+      rows[i - 1].partner = NONE;
+    }
+  }
+  return true;
+}
+
+static unsigned count_differences(const row *a, const row *b)
+{
+  unsigned count = 0;
+  for (size_t i = 0; i < a->columns; i++) {
+    count += strcmp(a->cells[i], b->cells[i]) != 0 ? 1 : 0;
+  }
+  return count;
+}
+
+// Pairs `m` rows with `n` so that the fewest cells differ, a row without a
+// partner counting as half of its cells; a single row so remains the one that
+// it was, however much of it differs.  `costs` has (m + 1) * (n + 1) entries:
+// the least cost of what lies behind each place.
+static void align(row *olds, size_t m, const row *news, size_t n,
+                  unsigned *costs)
+{
+  const unsigned alone = static_cast<unsigned>(olds->columns / 2 + 1);
+  const size_t width = n + 1;
+  for (size_t i = m + 1; i-- > 0;) {
+    for (size_t j = n + 1; j-- > 0;) {
+      unsigned *cost = costs + i * width + j;
+      if (i == m || j == n) {
+        *cost = static_cast<unsigned>(m - i + n - j) * alone;
+        continue;
+      }
+      *cost = std::min(cost[width + 1] + count_differences(olds + i, news + j),
+                       std::min(cost[width], cost[1]) + alone);
+    }
+  }
+  for (size_t i = 0, j = 0; i < m && j < n;) {
+    const unsigned *cost = costs + i * width + j;
+    if (*cost == cost[width + 1] + count_differences(olds + i, news + j)) {
+      olds[i].partner = news[j].index;
+      i++;
+      j++;
+    } else if (*cost == cost[width] + alone) {
+      i++;
+    } else {
+      j++;
+    }
+  }
+}
+
+// Pairs the rows from `i` and `j` on, up to the next pair of equals.  False
+// without memory.
+static bool pair_run(row *olds, size_t m, const row *news, size_t n)
+{
+  if (m == 0 || n == 0) {
+    return true;
+  }
+  if (m >= COSTS_MAX || (m + 1) * (n + 1) > COSTS_MAX) {
+    for (size_t i = 0; i < std::min(m, n); i++) {
+      olds[i].partner = news[i].index;
+    }
+    return true;
+  }
+  unsigned *costs = nullptr;
+  if (!resize(&costs, (m + 1) * (n + 1))) {
+    return false;
+  }
+  align(olds, m, news, n, costs);
+  free(costs);
+  return true;
+}
+
+static bool pair_rows(side *before, side *after)
+{
+  if (!pair_equals(before, after) || !keep_order(before)) {
+    return false;
+  }
+  size_t old_from = 0;
+  size_t new_from = 0;
+  for (size_t i = 0; i <= before->count; i++) {
+    const bool is_end = i == before->count;
+    const size_t partner = is_end ? after->count : before->rows[i].partner;
+    if (partner == NONE) {
+      continue;
+    }
+    if (!pair_run(before->rows + old_from, i - old_from, after->rows + new_from,
+                  partner - new_from)) {
+      return false;
+    }
+    old_from = i + 1;
+    new_from = partner + 1;
+  }
+  return true;
+}
+
+// --- what rows come to -------------------------------------------------------
+
+// Which cells a pass over a row takes: what a person knows a row by comes
+// first.
+enum cell_pass { PASS_TEXTS, PASS_LISTS, PASS_BOXES, PASSES };
+
+static cell_pass pass_of(const pt_body_item *column)
+{
+  switch (column->type) {
+  case PT_SELECT:
+  case PT_ISELECT:
+    return PASS_LISTS;
+  case PT_CHECKBOX:
+    return PASS_BOXES;
+  default:
+    return PASS_TEXTS;
+  }
+}
+
+// Writes what the cell says behind what the line has, which has `*length` bytes
+// then.  False without memory.
+static bool write_cell(FILE *out, long *length, const orv_change_source *source,
+                       const pt_body_item *column, const char *value,
+                       int number)
+{
+  char name[ORV_NAME_SIZE];
+  cell_name(name, column, number);
+  if (value[0] == '\0' || is_secret(source, column, name)) {
+    return true;
+  }
+  const owned_text part(is_box(column) ? orv_item_label(column)
+                                       : value_text(column, value));
+  if (part == nullptr) {
+    return false;
+  }
+  *length += fprintf(out, "%s%s", *length > 0 ? ", " : "", part.get());
+  return true;
+}
+
+static bool write_cells(FILE *out, const orv_change_source *source,
+                        const pt_body_item *table, const row *told)
+{
+  long length = 0;
+  for (int pass = PASS_TEXTS; pass < PASSES; pass++) {
+    const pt_body_item *column = table->next;
+    for (size_t i = 0; i < told->columns; i++, column = column->next) {
+      if (pass_of(column) == pass &&
+          !write_cell(out, &length, source, column, told->cells[i],
+                      told->number)) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+// The row as one line; owned by the caller, NULL without memory.
+static char *describe_row(const orv_change_source *source,
+                          const pt_body_item *table, const row *told)
+{
+  char *line = nullptr;
+  size_t length = 0;
+  FILE *out = open_memstream(&line, &length);
+  if (out == nullptr) {
+    return nullptr;
+  }
+  const bool whole = write_cells(out, source, table, told);
+  if (fclose(out) != 0 || !whole) {
+    free(line);
+    return nullptr;
+  }
+  line[orv_cut_length(line, ROW_TEXT_MAX)] = '\0';
+  return line;
+}
+
+static bool add_row(search_state *state, const pt_body_item *table,
+                    const row *told, orv_change_kind kind)
+{
+  owned_change change(new_change(kind, table->name));
+  char *text =
+      change != nullptr ? describe_row(state->source, table, told) : nullptr;
+  if (text == nullptr) {
+    return false;
+  }
+  (kind == CHANGE_ROW_DELETED ? change->old_text : change->new_text) = text;
+  change->row = told->number + 1;
+  append(state, std::move(change));
+  return true;
+}
+
+static bool add_cells(search_state *state, const pt_body_item *table,
+                      const row *before, const row *after)
+{
+  const pt_body_item *column = table->next;
+  for (size_t i = 0; i < before->columns; i++, column = column->next) {
+    char name[ORV_NAME_SIZE];
+    cell_name(name, column, after->number);
+    if (strcmp(before->cells[i], after->cells[i]) != 0 &&
+        !add_value(state, column, name, after->number + 1, before->cells[i],
+                   after->cells[i])) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// In the order of the rows; a deleted one stands where it was.
+static bool add_rows(search_state *state, const pt_body_item *table,
+                     const side *before, const side *after)
+{
+  size_t j = 0;
+  for (size_t i = 0; i <= before->count; i++) {
+    const row *old = i < before->count ? before->rows + i : nullptr;
+    const size_t partner = old != nullptr ? old->partner : after->count;
+    if (partner == NONE) {
+      if (!add_row(state, table, old, CHANGE_ROW_DELETED)) {
+        return false;
+      }
+      continue;
+    }
+    for (; j < partner; j++) {
+      if (!add_row(state, table, after->rows + j, CHANGE_ROW_ADDED)) {
+        return false;
+      }
+    }
+    if (old != nullptr && !add_cells(state, table, old, after->rows + j)) {
+      return false;
+    }
+    j++;
+  }
+  return true;
+}
+
+// --- items -------------------------------------------------------------------
+
+// Compares cells by their place, in `rows` rows; 0: up to the first that is
+// blank on both sides.
+static bool find_in_place(search_state *state, const pt_body_item *table,
+                          int rows)
+{
+  side before = {};
+  side after = {};
+  bool whole = true;
+  const orv_change_source *source = state->source;
+  const size_t columns = static_cast<size_t>(table->table.columns);
+  whole = resize(&before.cells, columns) && resize(&after.cells, columns);
+  for (int number = 0; whole && number < (rows > 0 ? rows : ORV_ROWS_MAX);
+       number++) {
+    const bool was =
+        read_row(table, number, source->old_value, source->data, before.cells);
+    const bool is =
+        read_row(table, number, source->new_value, source->data, after.cells);
+    if (rows == 0 && !was && !is) {
+      break;
+    }
+    const row old_row = {before.cells, columns, number, 0, NONE};
+    const row new_row = {after.cells, columns, number, 0, NONE};
+    whole = add_cells(state, table, &old_row, &new_row);
+  }
+  free_side(&before);
+  free_side(&after);
+  return whole;
+}
+
+// Whether the table has a column that can make a row.
+static bool has_entries(const pt_body_item *table)
+{
+  const pt_body_item *column = table->next;
+  for (int i = 0; i < table->table.columns; i++, column = column->next) {
+    if (is_entry(column, "True")) {
+      return true;
+    }
+  }
+  return false;
+}
+
+static bool find_in_table(search_state *state, const pt_body_item *table)
+{
+  if (!has_entries(table)) { // of lists alone only the blank rows are drawn
+    return find_in_place(state, table, table->table.add_rows);
+  }
+  const orv_change_source *source = state->source;
+  side before = {};
+  side after = {};
+  const bool whole =
+      read_side(table, source->old_value, source->data, &before) &&
+      read_side(table, source->new_value, source->data, &after) &&
+      pair_rows(&before, &after) && add_rows(state, table, &before, &after);
+  free_side(&before);
+  free_side(&after);
+  return whole;
+}
+
+static bool find_in_field(search_state *state, const pt_body_item *itm)
+{
+  const orv_change_source *source = state->source;
+  const char *before = text_of(source->old_value(itm->name, source->data));
+  const char *after = text_of(source->new_value(itm->name, source->data));
+  return !differs(itm, before, after) ||
+         add_value(state, itm, itm->name, 0, before, after);
+}
+
+// NULL where the body ends before it.
+static const pt_body_item *last_column(const pt_body_item *table)
+{
+  const pt_body_item *last = table;
+  for (int i = 0; i < table->table.columns && last != nullptr; i++) {
+    last = last->next;
+  }
+  return last;
+}
+
+static bool find_in_item(search_state *state, const pt_body_item *itm)
+{
+  switch (itm->type) {
+  case PT_TEXT_FIELD:
+  case PT_TEXT_FIXED:
+  case PT_CHECKBOX:
+  case PT_SELECT:
+  case PT_ISELECT:
+    return find_in_field(state, itm);
+  case PT_TABLE:
+    return find_in_table(state, itm);
+  case PT_FTABLE:
+    return find_in_place(state, itm, itm->table.fixed_rows);
+  default:
+    return true;
+  }
+}
+
+static bool is_table(const pt_body_item *itm)
+{
+  return itm->type == PT_TABLE || itm->type == PT_FTABLE;
+}
+
+// Names of variables; a table's is that of its first column, whose cells it
+// shares with another of that column.
+static int compare_items(const void *a, const void *b)
+{
+  const pt_body_item *left = static_cast<const pt_body_item *>(a);
+  const pt_body_item *right = static_cast<const pt_body_item *>(b);
+  if (is_table(left) != is_table(right)) {
+    return is_table(left) ? 1 : -1;
+  }
+  return strcasecmp(is_table(left) ? left->next->name : left->name,
+                    is_table(right) ? right->next->name : right->name);
+}
+
+static void keep_item(void *)
+{
+}
+
+// Finds the changes of the item, unless its variables have been seen.  False
+// without memory.
+static bool find_in_new_item(search_state *state, const pt_body_item *itm,
+                             void **seen)
+{
+  const bool is_input = is_table(itm) || itm->type == PT_TEXT_FIELD ||
+                        itm->type == PT_TEXT_FIXED ||
+                        itm->type == PT_CHECKBOX || itm->type == PT_SELECT ||
+                        itm->type == PT_ISELECT;
+  if (!is_input) {
+    return true;
+  }
+  const void *node = tsearch(itm, seen, compare_items);
+  if (node == nullptr) {
+    return false;
+  }
+  return *static_cast<const pt_body_item *const *>(node) != itm ||
+         find_in_item(state, itm);
+}
+
+bool orv_find_changes(pt_body_item *body, const orv_change_source *source,
+                      orv_change **changes)
+{
+  search_state state = {source, nullptr, nullptr};
+  state.end = &state.first;
+  void *seen = nullptr;
+  bool whole = true;
+  for (const pt_body_item *itm = body; itm != nullptr && whole;
+       itm = itm->next) {
+    const pt_body_item *last = is_table(itm) ? last_column(itm) : itm;
+    if (last == nullptr || (is_table(itm) && last == itm)) {
+      continue; // a table without columns
+    }
+    whole = find_in_new_item(&state, itm, &seen);
+    itm = last;
+  }
+  tdestroy(seen, keep_item);
+  if (!whole) {
+    orv_free_changes(state.first);
+    state.first = nullptr;
+  }
+  *changes = state.first;
+  return whole;
+}
+
+bool orv_find_change(const char *name, const orv_change_source *source,
+                     orv_change **changes)
+{
+  const char *before = text_of(source->old_value(name, source->data));
+  const char *after = text_of(source->new_value(name, source->data));
+  if (strcmp(before, after) == 0) {
+    return true;
+  }
+  owned_change change(new_change(CHANGE_VALUE, name));
+  if (change == nullptr) {
+    return false;
+  }
+  const char *label = own_label(source, name);
+  change->secret = is_secret(source, nullptr, name);
+  change->label = must_strdup(label != nullptr ? label : name);
+  bool whole = change->label != nullptr;
+  if (!change->secret) {
+    change->old_text = must_strdup(before);
+    change->new_text = must_strdup(after);
+    whole &= change->old_text != nullptr && change->new_text != nullptr;
+  }
+  if (!whole) {
+    return false;
+  }
+  while (*changes != nullptr) {
+    changes = &(*changes)->next;
+  }
+  *changes = change.release();
+  return true;
+}
+
+// --- a line ------------------------------------------------------------------
+
+// How many bytes of the text are shown; "blank" stands for none.
+struct shown_text {
+  const char *text;
+  int length;
+};
+
+static shown_text show(const char *text, size_t max)
+{
+  if (text[0] == '\0') {
+    text = "blank";
+  }
+  const size_t length = max > 0 ? orv_cut_length(text, max) : strlen(text);
+  return {text, static_cast<int>(length)};
+}
+
+static bool write_line(FILE *out, const orv_change *change, const char *arrow,
+                       size_t label_max, size_t value_max)
+{
+  if (change->kind == CHANGE_ROW_DELETED || change->kind == CHANGE_ROW_ADDED) {
+    const bool deleted = change->kind == CHANGE_ROW_DELETED;
+    const shown_text told =
+        show(deleted ? change->old_text : change->new_text, value_max);
+    return fprintf(out, "Row %s: %.*s", deleted ? "deleted" : "added",
+                   told.length, told.text) > 0;
+  }
+  const shown_text label = show(change->label, label_max);
+  fprintf(out, "%.*s", label.length, label.text);
+  if (change->row > 0) {
+    fprintf(out, ", row %d", change->row);
+  }
+  if (change->secret) {
+    return fputs(": changed", out) >= 0;
+  }
+  const shown_text before = show(change->old_text, value_max);
+  const shown_text after = show(change->new_text, value_max);
+  return fprintf(out, ": %.*s %s %.*s", before.length, before.text, arrow,
+                 after.length, after.text) > 0;
+}
+
+char *orv_change_line(const orv_change *change, const char *arrow,
+                      size_t label_max, size_t value_max)
+{
+  char *line = nullptr;
+  size_t length = 0;
+  FILE *out = open_memstream(&line, &length);
+  if (out == nullptr) {
+    return nullptr;
+  }
+  const bool whole = write_line(out, change, arrow, label_max, value_max);
+  if (fclose(out) == 0 && whole) {
+    return line;
+  }
+  free(line);
+  return nullptr;
+}
