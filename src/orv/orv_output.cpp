@@ -37,7 +37,8 @@ constexpr int EMPTIED_CELLS_MAX = 50000;
 static const pto_procs *p;
 static int error_count;
 
-// Set by each walk (E, H, X) and for each item (V, N); looked up in this order.
+// Set by each walk (E, H, X) and for each item (V, N), reset by
+// orv_output_cleanup; looked up in this order.
 static subs subs[] = {{'E', nullptr}, {'H', nullptr}, {'X', nullptr},
                       {'V', nullptr}, {'N', nullptr}, {'\0', nullptr}};
 // Scratch text for a tag that has no record.
@@ -218,6 +219,9 @@ void orv_output_cleanup(void)
   free(outbuf);
   outbuf = nullptr;
   outbuf_len = 0;
+  for (struct subs &sub : subs) {
+    sub.replacement = nullptr;
+  }
 }
 
 // --- conditions --------------------------------------------------------------

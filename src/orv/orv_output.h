@@ -70,7 +70,8 @@ char *orv_out_expand(char *in);
 int orv_body_output(const pto_procs *pp, pt_body_item *itm, int help,
                     const char *error_text);
 
-// Frees the expansion buffer.
+// Frees the expansion buffer and forgets what the last walk's codes stood for:
+// what is expanded next, no page has been drawn for.
 void orv_output_cleanup(void);
 
 #endif

@@ -60,7 +60,7 @@ def device(rng, site):
         if kind == "iselect":
             state += [f'select_{name}{i}="{c} Choice {c}"' for i, c in enumerate("abc")]
         if rng.random() < 0.3:
-            lines.append(rng.choice([f"if $V:{name}$", f"ifnot $V:{name}$"]))
+            lines.append(rng.choice([f"if $V:{name}$", f"ifnot $V:{name}$", "if $X$", "ifnot $X$"]))
             depth += 1
     lines += ["endif"] * depth
     if rng.random() < 0.6:
@@ -72,7 +72,7 @@ def device(rng, site):
             values |= {f"tn{row}": WORDS, f"tk{row}": ["a", "b"], f"tb{row}": ["True", "False"]}
     rng.shuffle(state)
     refusal = f'grep -q new_{rng.choice(names)}=.a. f.check && echo "error_{names[0]}=No a here"; exit 0'
-    site.template("f", *lines)
+    site.template("f", *lines, header=["expert_mode"])
     site.form_script("f", read="\n".join(f"echo '{line}'" for line in state),
                      check=refusal if rng.random() < 0.3 else "",
                      write='echo "error_msg=Full"' if rng.random() < 0.1 else "")
@@ -97,11 +97,35 @@ def by_page(site, changes):
             fields[name] = wanted.pop(name)
             if page.control(name).get("type") == "checkbox" and fields[name] == "False":
                 del fields[name]
+        place = {}  # in which a browser posts a box that has been ticked
+        for element in page.tree.iter():
+            place.setdefault(element.get("name"), len(place))
+        fields = dict(sorted(fields.items(), key=lambda pair: place[pair[0]]))
         if not wanted:
             return site.post(fields | {"action": "Submit"})
-        if not found:
+        if not found and "Expert" not in page.buttons():
             return None
-        page = site.post(fields)
+        page = site.post(fields | ({} if found else {"action": "Expert"}))
+
+
+def both_ways(site, changes):
+    """What the scripts were given and the user was told, by a page and by a
+    terminal; that page, and that run."""
+    results = []
+    for way in ("page", "terminal"):
+        for task in ("check", "write"):
+            (site.folder / f"f.{task}").unlink(missing_ok=True)
+        if way == "page":
+            page = by_page(site, changes)
+            said = None if page is None else sorted(page.errors)
+        else:
+            done = run(site, "set", "f", *(f"{n}={v}" for n, v in changes.items()))
+            lines = re.findall(r"^(?:orvctl: )?(\w+): (.*)$", done.stderr, re.M)
+            # A field that no condition shows has no place for its message.
+            said = sorted(text for name, text in lines if page is None or name in
+                          {"f"} | {re.sub(r"(?<=t[nkb])\d$", "", n) for n in shown_on(page)})
+        results.append(([site.given("f", t) for t in ("check", "write")], said))
+    return results, page, done
 
 
 def test_a_change_from_a_terminal_reaches_the_scripts_as_that_of_a_page(site):
@@ -112,29 +136,48 @@ def test_a_change_from_a_terminal_reaches_the_scripts_as_that_of_a_page(site):
         values = device(rng, site)
         names = rng.sample(sorted(values), min(len(values), rng.randint(1, 4)))
         changes = {name: rng.choice(values[name]) for name in names}
-        results = []
-        for way in ("page", "terminal"):
-            for task in ("check", "write"):
-                (site.folder / f"f.{task}").unlink(missing_ok=True)
-            if way == "page":
-                page = by_page(site, changes)
-                said = None if page is None else sorted(page.errors)
-                ended = page and page.title
-            else:
-                done = run(site, "set", "f", *(f"{n}={v}" for n, v in changes.items()))
-                lines = re.findall(r"^(?:orvctl: )?(\w+): (.*)$", done.stderr, re.M)
-                # A field that no condition shows has no place for its message.
-                said = sorted(text for name, text in lines if page is None or name in
-                              {"f"} | {re.sub(r"(?<=t[nkb])\d$", "", n) for n in shown_on(page)})
-                ended = done
-            results.append(([site.given("f", t) for t in ("check", "write")], said))
+        results, page, done = both_ways(site, changes)
         if page is None:  # no such field, for either
-            assert ended.returncode == 1 and "is no field" in ended.stderr, (seed, changes)
+            assert done.returncode == 1 and "is no field" in done.stderr, (seed, changes)
         else:
-            assert results[0] == results[1], (seed, changes, ended)
+            assert results[0] == results[1], (seed, changes, page.title, done)
         outcome = page and page.title
         outcomes[outcome] = outcomes.get(outcome, 0) + 1
     assert min(outcomes.get(t, 0) for t in ("changes_saved", "Test form")) >= 20, outcomes
+
+
+def test_a_blank_field_of_the_expert_view_runs_the_same_scripts(site):
+    """A Submit's checks see nothing of the view that was shown: no $X$, $N$."""
+    site.template("f", "error $E$", "field a", "check word", "if $X$", "field b", "check word", "endif", "if $N$",
+                  "field c", "check word", "endif", "if $X$", "table t 2 1", "field tn", "check nullok word",
+                  "checkbox tb", "endif", "field d", header=["expert_mode"])
+    site.form_script("f", read="printf '%s\n' a=1 b=2 d=3 d_b=4 tn0=x tb0=True tn1=y")
+    for changes in ({"b": ""}, {"a": "", "b": ""}, {"a": "7", "b": "", "tn1": "$", "tb0": "False"},
+                    {"tn2": "", "b": "4"}, {"d": "", "tb1": "True"}, {"a": "1", "b": "2"}):
+        results, page, done = both_ways(site, changes)
+        assert results[0] == results[1], (changes, page.title, done)
+        assert (page.title == "changes_saved") == done.stdout.startswith("f: saved"), (changes, done)
+
+
+def test_a_page_that_its_read_script_refuses_is_refused(site):
+    site.template("f", "if $V:x$", "field x", "table t 1", "field n", "endif")
+    site.template("orvmenu", "fmenu", "choice f Form")
+    (site.folder / "file").write_text("form f\nx=1\n")
+    for said, message in (("echo 'error_msg=No $B$such$R$ port, $$$5 $V:y$'; echo 'y=é'", "No such port, $5 é"),
+                          ("echo 'error_msg=No such port'; echo error_fatal=yes", "No such port"),
+                          ("echo error_fatal=yes", "no such page")):
+        site.form_script("f", read=f"{said}; echo x=5")
+        for words in (["get", "f"], ["get", "f", "x"], ["set", "f/nope", "x=1"], ["rows", "f", "t"],
+                      ["dump"], ["dump", "f"], ["apply", "file"]):
+            done = run(site, *words, expect=1)
+            assert re.search(f"^orvctl: {words[1] if len(words) > 1 and words[0] != 'apply' else 'f'}: "
+                             f".*{re.escape(message)}$", done.stderr, re.M), (words, done)
+            assert "x=" not in done.stdout
+        assert message in json.loads(run(site, "--json", "get", "f", expect=1).stdout)["message"]
+        assert "--write" not in " ".join(site.ran())
+    # A message beside a field is no refusal.
+    site.form_script("f", read="echo error_x=Odd; echo x=5")
+    assert run(site, "get", "f", "x", expect=0).stdout == "x=5\n"
 
 
 def test_json_rows_and_wrong_use(site):
@@ -216,6 +259,9 @@ def test_a_dump_puts_every_form_of_the_demo_back(site):
     assert "correct-horse" not in run(site, "dump", expect=0).stdout
     kept = stored(site)
     assert len(kept) >= 12
+    for words, message in ((["get", "port/nope"], "port/nope: There is no such port"), (["dump", "port"], "port: There"),
+                           (["set", "port/lan1", "port_mtu="], "port_mtu: Enter a number from 576 to 9000, usually")):
+        assert message in run(site, *words, expect=1).stderr
     shutil.rmtree(site.folder / "data/state")
     (site.folder / "dump").write_text(dump.replace("host_name=gw-2", "host_name=gw 2"))
     assert "nothing was saved" in run(site, "apply", "dump", expect=1).stderr

@@ -144,9 +144,10 @@ static int get_values(int count, char **words)
   if (!open_page(words[0])) {
     return EXIT_FAILURE;
   }
-  if (page_header()->expert_mode) {
-    orv_expert_mode = 1;
-    page_redraw();
+  orv_expert_mode = page_header()->expert_mode ? 1 : 0;
+  if (orv_expert_mode != 0 && !page_redraw()) {
+    report_failure(words[0], page_message());
+    return EXIT_FAILURE;
   }
   if (!has_fields(words[0], count - 1, words + 1)) {
     return EXIT_FAILURE;

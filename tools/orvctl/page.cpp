@@ -35,6 +35,7 @@ static page_link *links; // owned
 static page_link **links_end = &links;
 static int row;             // of the table being drawn, -1 outside
 static const char *message; // borrowed: the page's, NULL when none
+static char *told;          // owned: what a script said, for `message`
 static bool out_of_memory;  // while drawing: the list of fields is a part
 
 // --- lists -------------------------------------------------------------------
@@ -260,10 +261,15 @@ static void free_form()
   hdr = nullptr;
 }
 
-// The form stays parsed from page to page: each parsing gives the same.
+// The form stays parsed from page to page: each parsing gives the same.  What
+// the codes of the last drawing stood for goes, above all $X$: conditions that
+// a Submit checks see no expert view.
 static void begin_request()
 {
   message = nullptr;
+  free(told);
+  told = nullptr;
+  orv_output_cleanup();
   orv_error_msg = nullptr;
   orv_free_vars(&cfg_vars);
   orv_free_vars(&err_vars);
@@ -287,7 +293,28 @@ void page_close(void)
   free_form();
   free_fields();
   free_links();
-  orv_output_cleanup();
+}
+
+// Makes a script's message, which may hold markup, that of the page.
+static void take_told(const char *text)
+{
+  free(told);
+  told = page_plain_text(text);
+  message = told != nullptr ? told : text;
+}
+
+// Whether the read script could make nothing of the page: there is no such
+// sub-item, or its settings cannot be read.  Its message is then the page's.
+static bool is_refused()
+{
+  const char *msg = orv_get_var(&err_vars, "msg", o_undefined);
+  if (msg == nullptr &&
+      orv_get_var(&err_vars, "fatal", o_undefined) == nullptr) {
+    return false;
+  }
+  take_told(msg != nullptr ? msg
+                           : "The read script says: there is no such page");
+  return true;
 }
 
 // The recorded message; false, for the caller to return.
@@ -350,6 +377,9 @@ bool page_open(const char *form, const char *subitem, bool with_links)
   orv_expert_mode = with_links && hdr->expert_mode ? 1 : 0;
   if (orv_load_vars(hdr->read_script, 0) < 0) {
     return fail("The form's read script failed.");
+  }
+  if (!with_links && is_refused()) {
+    return false;
   }
   body = orv_parse_body(hdr);
   if (body == nullptr) {
@@ -516,7 +546,10 @@ bool page_redraw(void)
 static page_result refuse(const char *otherwise)
 {
   const char *msg = orv_get_var(&err_vars, "msg", o_undefined);
-  message = msg != nullptr ? msg : otherwise;
+  message = otherwise;
+  if (msg != nullptr) {
+    take_told(msg);
+  }
   if (orv_error_msg != nullptr) { // a script that could not run, or memory
     message = orv_error_msg;
   }

@@ -45,8 +45,9 @@ enum page_result {
 };
 
 // Reads the form's values from the device and draws the page; `subitem` may be
-// NULL.  False with the reason in page_message.  With `links`, its navigation
-// bar is asked for as well.
+// NULL.  False with the reason in page_message, also where the read script
+// reports an error of the whole page.  With `links`, which are of interest all
+// the same then, its navigation bar is asked for as well.
 bool page_open(const char *form, const char *subitem, bool links);
 
 // Draws the page once more from the values set so far, as a button does that
@@ -92,7 +93,8 @@ bool page_is_secret(const char *name);
 // (free), NULL without memory.
 char *page_plain_text(const char *text);
 
-// The message of the page as a whole, "" when there is none.
+// The message of the page as a whole, plain text, "" when there is none.
+// Borrowed until the page is drawn, submitted or closed.
 const char *page_message(void);
 
 #endif

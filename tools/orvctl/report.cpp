@@ -249,8 +249,7 @@ int report_result(const char *form, page_result result, bool dry)
   if (report_quiet && stands) {
     return 0;
   }
-  const owned_text message(page_plain_text(page_message()));
-  (report_json ? result_object : result_lines)(
-      form, result, dry, message != nullptr ? message.get() : page_message());
+  (report_json ? result_object : result_lines)(form, result, dry,
+                                               page_message());
   return stands ? 0 : 1;
 }
