@@ -1,0 +1,118 @@
+"""What a request costs: time, memory, programs, files."""
+import os
+import pathlib
+import re
+import shutil
+import statistics
+import subprocess
+
+import answers
+from peers import HERE, Failure
+
+KINDS = ("page", "save", "refused")
+CLIENTS = (1, 8)
+# Loaded by every program alike, or no part of a system.
+COMMON = re.compile(r"/(ld-linux|libc\.so|libc-|locale|gconv)|^/(etc|proc|sys|dev|run)/")
+FIRST = re.compile(r'(?:execve|openat)\((?:AT_FDCWD, )?"([^"]+)"')
+WARM_UP = 2  # rounds that do not count
+
+
+def times(sites, rounds, say):
+    """To each (peer, kind, clients), the median seconds of a request: of the
+    processor and of the clock.  All peers take turns, forwards and backwards,
+    so that whatever else the machine does meets all of them alike."""
+    requests = {s.peer.name: answers.measured(s) for s in sites}
+    samples = {}
+    for turn in range(-WARM_UP, rounds):
+        say(f"round {turn + 1} of {rounds}")
+        for site in sites:
+            for clients in CLIENTS:
+                for kind in KINDS:
+                    turns = requests[site.peer.name][kind]
+                    if clients == 1:
+                        turns = [turns[turn % len(turns)]]
+                    got, wall, cpu = site.batch(turns, clients)
+                    for answer in got:
+                        if not answers.right(kind, answer):
+                            raise Failure(f"{site.peer.title}: a wrong answer"
+                                          f" to {kind}:\n{answer.page[:2000]}")
+                    if turn >= 0:
+                        samples.setdefault(
+                            (site.peer.name, kind, clients), []).append(
+                                (cpu / len(got), wall / len(got)))
+        sites = sites[::-1]
+    return {key: tuple(map(statistics.median, zip(*pairs)))
+            for key, pairs in samples.items()}
+
+
+def weigh(site, tree):
+    """To each kind: KiB of private memory, programs and processes started,
+    bytes of the answer without its header."""
+    found = {}
+    report = site.folder / "report"
+    for kind, requests in answers.measured(site).items():
+        os.chdir(site.cgi_bin)
+        answer = site.answer(requests[0], (str(tree), str(report)))
+        if not answers.right(kind, answer):
+            raise Failure(f"{site.peer.title}: {kind} fails when traced")
+        counts = ((resident(site), 0, 0) if site.peer.kind == "fpm"
+                  else map(int, report.read_text().split()))
+        found[kind] = (*counts, len(answer.page))
+    return found
+
+
+def resident(site):
+    """KiB of the server's first process and of one that answers."""
+    def private(pid):
+        text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
+        return int(re.search(r"Private_Dirty:\s*(\d+)", text)[1])
+    first, *workers = site.processes()
+    return private(first) + max(map(private, workers))
+
+
+def files(site):
+    """KiB of the files that the three requests read, but for libc and what the
+    form's author has written."""
+    trace = site.folder / "trace"
+    wrapper = (shutil.which("strace"), "-f", "-qq", "-s", "4096",
+               "-e", "trace=execve,openat", "-o", str(trace))
+    requests = [r[0] for r in answers.measured(site).values()]
+    os.chdir(site.cgi_bin)
+    text = ""
+    if site.peer.kind == "fpm":
+        site.stop()
+        site.start(wrapper)
+        for request in requests:
+            site.answer(request)
+        subprocess.run(["kill", str(site.processes()[1])], check=True)
+        site.stop()
+        site.start(())
+        text = trace.read_text()
+    else:
+        for request in requests:
+            site.answer(request, wrapper)
+            text += trace.read_text()
+    return sum(f.stat().st_size for f in opened(site, text)) // 1024
+
+
+def opened(site, trace):
+    found = set()
+    for line in trace.splitlines():
+        name = FIRST.search(line)
+        if not name or "ENOENT" in line:
+            continue
+        path = (site.cgi_bin / name[1]).resolve()
+        ours = site.folder in path.parents
+        shared = not ours and not COMMON.search(str(path))
+        system = path.name == "orv" or path.name.startswith("orv_store") \
+            or path.name in ("orv.bash", "orv-store")
+        if path.is_file() and (system if ours else shared):
+            found.add(path)
+    return found
+
+
+def lines(peer):
+    """Of what the form's author writes."""
+    folder = HERE / (peer.folder or peer.name)
+    return sum(len(f.read_text().splitlines()) for f in folder.rglob("*")
+               if f.is_file() and not f.is_symlink())
