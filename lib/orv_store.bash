@@ -83,11 +83,12 @@ orv__line() { # TEXT BYTES [SHOWN]
   orv__line "$REPLY" $(($2 / 3)) && REPLY=${REPLY//\$/\$\$\$}
 }
 
-# orv_error NAME TEXT: a message beside a field.  orv_msg TEXT: one of the page,
-# the first counts.  orv_fatal TEXT: the form makes no sense.  orv_end: ends a
+# orv_error NAME TEXT [ROW]: a message beside a field, or of a table's column;
+# with a row's number, counted from 0, only that cell is marked.  orv_msg TEXT:
+# one of the page, the first counts.  orv_fatal TEXT: the form makes no sense.  orv_end: ends a
 # check, for marked fields need a message at the top.
 orv_error() {
-  local name=${1:0:50}
+  local name=${1:0:50}${3:0:5}
   orv_failed=1
   orv__line "$2" $((240 - ${#name})) shown
   printf 'error_%s="%s"\n' "${name//[!A-Za-z0-9_]/_}" "$REPLY"

@@ -36,37 +36,36 @@ check_range()
   fi
 }
 
-# once KIND VALUE WHAT: tells at the column KIND when an earlier row holds the
-# same.
+# once COLUMN ROW VALUE WHAT: marks the cell when an earlier row holds the same.
 once()
 {
-  local key=$1.${2,,}
+  local key=$1.${3,,}
   if [[ ${seen[$key]} ]]; then
-    orv_error "$1" "Row $row: row ${seen[$key]} has this $3 already"
+    orv_error "$1" "Row ${seen[$key]} has this $4 already" "$2"
   fi
-  seen[$key]=$row
+  seen[$key]=$(($2 + 1))
 }
 
 # The page has checked the fields of an ordinary request; rows behind a gap
 # reach us unchecked, so formats are looked at once more.
 check_row()
 {
-  local name=${orv[ls_name$1]} mac=${orv[ls_mac$1]} row=$(($1 + 1))
+  local name=${orv[ls_name$1]} mac=${orv[ls_mac$1]}
   local address=${orv[ls_address$1]}
   if [[ ! $name =~ ^[A-Za-z0-9]([A-Za-z0-9-]{0,30}[A-Za-z0-9])?$ ]]; then
-    orv_error ls_name "Row $row: enter a name of letters, digits and hyphens"
+    orv_error ls_name 'Enter a name of letters, digits and hyphens' "$1"
   else
-    once ls_name "$name" name
+    once ls_name "$1" "$name" name
   fi
   if [[ ! ${mac,,} =~ ^([0-9a-f]{2}:){5}[0-9a-f]{2}$ ]]; then
-    orv_error ls_mac "Row $row: enter an address such as 52:54:00:12:ab:01"
+    orv_error ls_mac 'Enter an address such as 52:54:00:12:ab:01' "$1"
   else
-    once ls_mac "$mac" 'hardware address'
+    once ls_mac "$1" "$mac" 'hardware address'
   fi
   if ! in_network "$address" || ((REPLY == own)); then
-    orv_error ls_address "Row $row: enter a free address of the network above"
+    orv_error ls_address 'Enter a free address of the network above' "$1"
   else
-    once ls_address "$address" address
+    once ls_address "$1" "$address" address
   fi
 }
 

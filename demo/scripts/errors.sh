@@ -22,10 +22,8 @@ check_kind()
       orv_error er_kind 'A list can have a message, too'
       ;;
     page) orv_msg 'This message belongs to the whole page.' ;;
-    column)
-      orv_error er_count \
-        'Row 2: a message of a table stands under it and says where'
-      ;;
+    column) orv_error er_count 'This message is about the whole column' ;;
+    cell) orv_error er_count 'This message is about the second row' 1 ;;
     hidden) orv_error er_late 'This field shows in the expert view only' ;;
     fatal) orv_fatal 'This page cannot go on; only Home is of use now.' ;;
     check) exit 1 ;;

@@ -32,32 +32,32 @@ is_source()
 # reach us unchecked, so formats are looked at once more.
 check_row()
 {
-  local row=$(($1 + 1)) proto=${orv[fr_proto$1]} port=${orv[fr_port$1]}
+  local proto=${orv[fr_proto$1]} port=${orv[fr_port$1]}
   local source=${orv[fr_source$1]}
   if [[ ! ${orv[fr_pos$1]} =~ ^[0-9]{0,4}$ ]]; then
-    orv_error fr_pos "Row $row: enter a number up to 9999, or leave it blank"
+    orv_error fr_pos 'Enter a number up to 9999, or leave it blank' "$1"
   fi
   if ! orv_one_of "${orv[fr_do$1]}" allow drop reject; then
-    orv_error fr_do "Row $row: choose what happens"
+    orv_error fr_do 'Choose what happens' "$1"
   fi
   if ! orv_one_of "${orv[fr_from$1]}" wan lan any; then
-    orv_error fr_from "Row $row: choose where it comes from"
+    orv_error fr_from 'Choose where it comes from' "$1"
   fi
   if ! orv_one_of "$proto" any tcp udp icmp; then
-    orv_error fr_proto "Row $row: choose a protocol"
+    orv_error fr_proto 'Choose a protocol' "$1"
   elif [[ -n $port ]] && ! orv_one_of "$proto" tcp udp; then
-    orv_error fr_proto "Row $row: only TCP and UDP have ports"
+    orv_error fr_proto 'Only TCP and UDP have ports' "$1"
   fi
   if [[ -n $port ]] && ! is_port "$port"; then
-    orv_error fr_port "Row $row: enter a port, 1 to 65535, or leave it blank"
+    orv_error fr_port 'Enter a port, 1 to 65535, or leave it blank' "$1"
   fi
   if [[ -n $source ]] && ! is_source "$source"; then
-    orv_error fr_source "Row $row: enter an address such as 192.168.1.0/24"
+    orv_error fr_source 'Enter an address such as 192.168.1.0/24' "$1"
   fi
   if [[ ${orv[fr_off$1]} == False && ${orv[fr_do$1]} != allow &&
     ${orv[fr_from$1]} != wan && -z $source && $proto != udp ]] &&
     orv_one_of "$proto-$port" any- tcp- tcp-80 tcp-443; then
-    orv_error fr_do "Row $row: this would lock you out of these pages"
+    orv_error fr_do 'This would lock you out of these pages' "$1"
   fi
 }
 

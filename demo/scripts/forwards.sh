@@ -21,22 +21,21 @@ MAX_ROWS=32
 # reach us unchecked, so formats are looked at once more.
 check_row()
 {
-  local i=$1 row=$(($1 + 1)) proto key
+  local i=$1 proto key
   if ! is_port "${orv[fw_port$i]}"; then
-    orv_error fw_port "Row $row: enter the port that callers use, 1 to 65535"
+    orv_error fw_port 'Enter the port that callers use, 1 to 65535' "$i"
   fi
   if ! ip_number "${orv[fw_address$i]}"; then
-    orv_error fw_address \
-      "Row $row: enter the address of a device in your network"
+    orv_error fw_address 'Enter the address of a device in your network' "$i"
   fi
   if [[ ${orv[fw_to$i]} ]] && ! is_port "${orv[fw_to$i]}"; then
-    orv_error fw_to "Row $row: enter a port, 1 to 65535, or leave it blank"
+    orv_error fw_to 'Enter a port, 1 to 65535, or leave it blank' "$i"
   fi
   if ! orv_one_of "${orv[fw_proto$i]}" tcp udp both; then
-    orv_error fw_proto "Row $row: choose a protocol"
+    orv_error fw_proto 'Choose a protocol' "$i"
   fi
   if ((${#orv[fw_note$i]} > 60)); then
-    orv_error fw_note "Row $row: use at most 60 letters, digits and signs"
+    orv_error fw_note 'Use at most 60 letters, digits and signs' "$i"
   fi
   if ((orv_failed)); then
     return
@@ -46,10 +45,10 @@ check_row()
       key=$proto.$((10#${orv[fw_port$i]}))
       if [[ ${seen[$key]} ]]; then
         orv_error fw_port \
-          "Row $row: this port is forwarded in row ${seen[$key]} already"
+          "This port is forwarded in row ${seen[$key]} already" "$i"
         return
       fi
-      seen[$key]=$row
+      seen[$key]=$((i + 1))
     fi
   done
 }

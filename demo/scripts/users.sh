@@ -30,20 +30,20 @@ MAX_ROWS=20
 # reach us unchecked, so formats are looked at once more.
 check_row()
 {
-  local name=${orv[us_name$1]} password=${orv[us_password$1]} row=$(($1 + 1))
+  local name=${orv[us_name$1]} password=${orv[us_password$1]}
   if [[ ! $name =~ $USER ]]; then
-    orv_error us_name "Row $row: use small letters, digits and _, at most 20"
+    orv_error us_name 'Use small letters, digits and _, at most 20' "$1"
     return
   elif [[ ${seen[$name]} ]]; then
-    orv_error us_name "Row $row: row ${seen[$name]} has this name already"
+    orv_error us_name "Row ${seen[$name]} has this name already" "$1"
   elif [[ -z $password && -z ${orv[hash_${name}_password]} ]]; then
-    orv_error us_password "Row $row: $name is new and needs a password"
+    orv_error us_password "$name is new and needs a password" "$1"
   elif [[ $password && ! $password =~ ^[[:print:]]{10,80}$ ]]; then
-    orv_error us_password "Row $row: use 10 to 80 letters, digits and signs"
+    orv_error us_password 'Use 10 to 80 letters, digits and signs' "$1"
   fi
-  seen[$name]=$row
+  seen[$name]=$(($1 + 1))
   if ! orv_one_of "${orv[us_role$1]}" admin operator viewer; then
-    orv_error us_role "Row $row: choose a role"
+    orv_error us_role 'Choose a role' "$1"
   elif [[ ${orv[us_role$1]}/${orv[us_off$1]} == admin/False ]]; then
     admins=$((admins + 1))
   fi

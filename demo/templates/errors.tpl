@@ -17,7 +17,8 @@ choice none Nothing
 choice field A message beside a field
 choice several Messages beside several fields
 choice page A message for the whole page
-choice column A message under a table
+choice column A message for a column of a table
+choice cell A message for one cell of a table
 choice hidden A message for a field of the expert view
 choice fatal A message after which nothing works
 choice check The check script fails

@@ -90,9 +90,13 @@ port99=x
   printf -v long '%0250d' 0
   dollars=${long//0/\$}
   run -0 page 'orv_put a "$3" || echo "cut=$?"; orv_error "a b" "$3"
+    orv_error port Taken 3; orv_error port All "" ; orv_error port Odd $'\''1\n"x=y'\''
     orv_msg "$3"; orv_msg second' $'x\nerror_msg=forged\r$V:a$'
   [[ $output == 'a="x error_msg=forged $V:a$"'$'\n''cut=1
 error_a_b="x error_msg=forged $$$V:a$$$"
+error_port3="Taken"
+error_port="All"
+error_port1__x_="Odd"
 error_msg="x error_msg=forged $$$V:a$$$"' ]]
   for long in "$long" "$dollars" "${long//0/é}" "${long//0/€}" "x${long//0/😀}"
   do
@@ -191,7 +195,8 @@ a90=""' ]]
 @test "what changed is told by labels and choices, secrets only as changed" {
   printf '%s\n' body 'field host 20' 'label Device name' 'select mode' \
     'label Mode' 'choice a Auto matic' 'choice s By hand' 'checkbox on' \
-    'label Light' 'checkbox ask_pin' 'table t 1' 'field to' 'label Port' 'field a_pin' 'label PIN' \
+    'label Light' 'checkbox ask_pin' 'table t 1' 'field to' 'label Port' \
+    'field a_pin' 'label PIN' \
     >"$ORV_TEMPLATES/form.tpl"
   printf '%s\n' host=old mode=a on=True ask_pin= to0=1 to1=2 a_pin=9 >"$ORV_STATE/form"
   run -0 script 'logger() { sed s/^/log:/; }

@@ -12,16 +12,15 @@ if [[ $1 == --read ]]; then
   exit
 fi
 
-# check_row NUMBER: all of it, since the page's checks end at a blank row.
+# check_row ROW: all of it, since the page's checks end at a blank row.
 check_row()
 {
-  local row="Row $(($1 + 1))"
   if [[ ! ${orv[route_to$1]} =~ ^[0-9.]{7,15}/[0-9]{1,2}$ ]]; then
-    orv_error route_to "$row: enter a network such as 10.1.0.0/16"
+    orv_error route_to 'Enter a network such as 10.1.0.0/16' "$1"
   elif [[ ! ${orv[route_via$1]} =~ ^[0-9.]{7,15}$ ]]; then
-    orv_error route_via "$row: enter an address such as 192.168.1.1"
+    orv_error route_via 'Enter an address such as 192.168.1.1' "$1"
   elif ! orv_one_of "${orv[route_use$1]}" yes no; then
-    orv_error route_use "$row: choose On or Off"
+    orv_error route_use 'Choose On or Off' "$1"
   fi
 }
 
