@@ -180,6 +180,39 @@ def test_a_page_that_its_read_script_refuses_is_refused(site):
     assert run(site, "get", "f", "x", expect=0).stdout == "x=5\n"
 
 
+# A title is set, a reply is asked for, the screen is emptied; C1 in UTF-8 and
+# as a byte; DEL.  "é" and the dollar sign are none of that.
+TRAPS = "\x1b]0;x\x07\x1b[c\x1b[2J\x9b2J\x7fé"
+SEEN = r"\x1b]0;x\x07\x1b[c\x1b[2J\xc2\x9b2J\x7fé"
+RAW = TRAPS.encode() + b"\x9b\\x41"
+
+
+def test_no_control_character_reaches_a_terminal(site):
+    site.template("f", "field v", f"label La{TRAPS}", "select s", f"choice {TRAPS} X", "choice b X", "field w",
+                  f"check_msg w Bad{TRAPS}", "check word", f"field n{TRAPS}", "iselect i", "table t 1 1", "fixed tn",
+                  title=f"Ti{TRAPS}")
+    site.template("orvmenu", "fmenu", "choice f X", f"choice no{TRAPS} X")
+    (site.folder / "raw").write_bytes(RAW)
+    site.form_script("f", read='v=$(<raw); printf "%s\\n" "v=$v" "tn0=$v" "i=$v" "select_i0=$v X" w=1',
+                     check=f"grep -q new_w=.7 f.check && echo 'error_v=No{TRAPS}'; exit 0")
+    (site.folder / "bad").write_text(f"form f\ns{TRAPS}=1\n")
+    for words, shown in ((["forms"], f"Ti{SEEN}"), (["get", "f"], rf"v={SEEN}\x9b\x41"), (["rows", "f", "t"], SEEN),
+                         (["set", "f", "v=a"], f"La{SEEN}: {SEEN}"), (["set", "f", "v=a", "w=$"], f"Bad{SEEN}"),
+                         (["set", "f", "v=a", "w=7"], f"No{SEEN}"), (["set", "f", f"s{TRAPS}="], SEEN),
+                         (["set", "f", "s=c"], SEEN), (["dump", "f"], rf"v={SEEN}\x9b\x5cx41"), (["apply", "bad"], SEEN),
+                         ([f"x{TRAPS}"], f"x{SEEN}"), (["get", f"x/{TRAPS}"], ""), (["get", "f", TRAPS], SEEN)):
+        for option in ((), ("--json",)):
+            done = subprocess.run([ORVCTL, *option, *words], cwd=site.folder, capture_output=True, check=False)
+            said = (done.stdout + done.stderr).decode("utf-8")
+            assert not re.search("[\0-\x08\x0b-\x1f\x7f-\x9f]", said), (words, said)
+            assert option or shown in said, (words, said)
+    # Back comes what was there, though not what no check would take.
+    dump = re.sub(r"(?m)^n.*\n|(?<=^v=).*", "", run(site, "dump", "f").stdout)
+    (site.folder / "dump").write_text(dump)
+    run(site, "apply", "dump", expect=0)
+    assert b'new_i="' + RAW + b'"\n' in (site.folder / "f.write").read_bytes()
+
+
 def test_json_rows_and_wrong_use(site):
     site.template("f", "field a_password", "label Key", "fixed note", "table t 2 2", "field n", "checkbox b",
                   "if $X$", "table x 1", "field xn", "endif", title="Table $B$bold$R$", header=["expert_mode"])

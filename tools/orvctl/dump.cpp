@@ -16,6 +16,7 @@
 #include "orv_guard.h"
 #include "report.h"
 #include "sitemap.h"
+#include "terminal.h"
 
 // --- writing -----------------------------------------------------------------
 
@@ -43,6 +44,24 @@ static bool is_blank_row(const page_field *field, const pt_body_item *table)
          field->row >= change_count_rows(table);
 }
 
+// A dump is looked at on terminals, and read back: control characters stand in
+// it as \x1b, and so does a backslash that could be taken for such a one.
+static void put_value(const char *value)
+{
+  while (*value != '\0') {
+    if (value[0] == '\\' && value[1] == 'x') {
+      fputs("\\x5c", stdout);
+      value++;
+    } else if (value[0] == '\t') {
+      putchar('\t');
+      value++;
+    } else {
+      value += terminal_char(stdout, value);
+    }
+  }
+  putchar('\n');
+}
+
 static void dump_fields(bool secrets)
 {
   const pt_body_item *table = nullptr;
@@ -51,12 +70,14 @@ static void dump_fields(bool secrets)
     if (field->row >= 0 && field->item != nullptr) {
       const pt_body_item *its = page_table_of(field->item);
       if (its != table && its->type == PT_TABLE) {
-        printf("table %s %d\n", its->name, change_count_rows(its));
+        terminal_print(stdout, "table %s %d\n", its->name,
+                       change_count_rows(its));
       }
       table = its;
     }
     if (is_dumped(field, secrets) && !is_blank_row(field, table)) {
-      printf("%s=%s\n", field->name, page_value(field));
+      terminal_print(stdout, "%s=", field->name);
+      put_value(page_value(field));
     }
   }
 }
@@ -79,7 +100,8 @@ static bool dump_page(const site_page *page, bool secrets)
     return false;
   }
   const owned_text title(page_plain_text(page_header()->title));
-  printf("\n# %s\nform %s\n", title != nullptr ? title.get() : "", page->name);
+  terminal_print(stdout, "\n# %s\nform %s\n",
+                 title != nullptr ? title.get() : "", page->name);
   dump_fields(secrets);
   return true;
 }
@@ -182,6 +204,31 @@ static char *behind(char *line, const char *key)
              : nullptr;
 }
 
+static int hex_digit(char c)
+{
+  static const char digits[] = "0123456789abcdef";
+  const char *found = c != '\0' ? strchr(digits, c) : nullptr;
+  return found != nullptr ? static_cast<int>(found - digits) : -1;
+}
+
+// Undoes put_value in place.
+static void restore_value(char *value)
+{
+  char *out = value;
+  for (const char *in = value; *in != '\0'; out++) {
+    const int high = in[0] == '\\' && in[1] == 'x' ? hex_digit(in[2]) : -1;
+    const int low = high >= 0 ? hex_digit(in[3]) : -1;
+    if (low >= 0 && high + low > 0) {
+      *out = static_cast<char>(high * 16 + low);
+      in += 4;
+    } else {
+      *out = *in;
+      in++;
+    }
+  }
+  *out = '\0';
+}
+
 // Takes one line; NULL, or what is wrong with it.
 static const char *take_line(dump_file *dump, char *line)
 {
@@ -220,6 +267,7 @@ static const char *take_line(dump_file *dump, char *line)
     return "neither \"form\", \"table\" nor NAME=VALUE";
   }
   *equals = '\0';
+  restore_value(equals + 1);
   wanted_value *wanted = grow(&part->values, &part->value_count);
   if (wanted == nullptr) {
     return "out of memory";

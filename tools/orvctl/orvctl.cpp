@@ -22,6 +22,7 @@
 #include "page.h"
 #include "report.h"
 #include "sitemap.h"
+#include "terminal.h"
 
 constexpr int USAGE_STATUS = 2;
 constexpr size_t REASON_SIZE = 250; // a name, cut, and what is wrong with it
@@ -53,8 +54,8 @@ static const char USAGE[] =
 
 static int misuse(const char *text, const char *what)
 {
-  fprintf(stderr, "orvctl: %s%s%s (orvctl --help tells more)\n", text,
-          what[0] != '\0' ? ": " : "", what);
+  terminal_print(stderr, "orvctl: %s%s%s (orvctl --help tells more)\n", text,
+                 what[0] != '\0' ? ": " : "", what);
   return USAGE_STATUS;
 }
 
@@ -77,8 +78,9 @@ static void print_page(const site_page *page)
 {
   const char *text = page->title != nullptr ? page->title : page->fault;
   if (!report_json) {
-    printf("%-24s %s%s\n", page->name, page->title != nullptr ? "" : "(fault) ",
-           text != nullptr ? text : "");
+    terminal_print(stdout, "%-24s %s%s\n", page->name,
+                   page->title != nullptr ? "" : "(fault) ",
+                   text != nullptr ? text : "");
     return;
   }
   report_open(nullptr, '{');
@@ -120,7 +122,7 @@ static void print_field(const page_field *field)
   if (report_json) {
     report_member(field->name, value);
   } else {
-    printf("%s=%s\n", field->name, value);
+    terminal_print(stdout, "%s=%s\n", field->name, value);
   }
 }
 
@@ -226,7 +228,7 @@ static void print_row(const pt_body_item *table, int row)
     if (report_json) {
       report_member(field->item->name, value);
     } else {
-      printf("\t%s=%s", field->item->name, value);
+      terminal_print(stdout, "\t%s=%s", field->item->name, value);
     }
   }
   if (report_json) {

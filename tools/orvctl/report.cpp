@@ -12,6 +12,7 @@
 
 #include "orv_guard.h"
 #include "orv_vars.h"
+#include "terminal.h"
 
 bool report_json;
 bool report_quiet;
@@ -20,54 +21,20 @@ static bool comma_due; // a value has been written at this level
 
 // --- JSON --------------------------------------------------------------------
 
-// The length of the UTF-8 sequence that `text` begins with (RFC 3629), 0 when
-// it is none.
-static size_t utf8_length(const unsigned char *text)
-{
-  // clang-format off
-  static const struct {
-    unsigned char first, last; // of the lead byte
-    unsigned char low, high;   // of the byte behind it
-    size_t length;
-  } forms[] = {
-    {0x00, 0x7f, 0x00, 0x00, 1},
-    {0xc2, 0xdf, 0x80, 0xbf, 2},
-    {0xe0, 0xe0, 0xa0, 0xbf, 3},
-    {0xe1, 0xec, 0x80, 0xbf, 3},
-    {0xed, 0xed, 0x80, 0x9f, 3},
-    {0xee, 0xef, 0x80, 0xbf, 3},
-    {0xf0, 0xf0, 0x90, 0xbf, 4},
-    {0xf1, 0xf3, 0x80, 0xbf, 4},
-    {0xf4, 0xf4, 0x80, 0x8f, 4},
-  };
-  // clang-format on
-  for (const auto &form : forms) {
-    if (text[0] < form.first || text[0] > form.last) {
-      continue;
-    }
-    size_t got = 1;
-    while (got < form.length && text[got] >= (got == 1 ? form.low : 0x80) &&
-           text[got] <= (got == 1 ? form.high : 0xbf)) {
-      got++;
-    }
-    return got == form.length ? got : 0;
-  }
-  return 0;
-}
-
 void report_string(FILE *out, const char *text)
 {
   putc('"', out);
   while (*text != '\0') {
     const unsigned char c = static_cast<unsigned char>(*text);
-    const size_t length =
-        utf8_length(reinterpret_cast<const unsigned char *>(text));
+    const size_t length = terminal_utf8_length(text);
     if (c == '"' || c == '\\') {
       fprintf(out, "\\%c", c);
     } else if (c < ' ' || c == 0x7f) {
       fprintf(out, "\\u%04x", c);
     } else if (length == 0) {
       fputs("\xef\xbf\xbd", out);
+    } else if (terminal_is_control(text)) {
+      fprintf(out, "\\u%04x", static_cast<unsigned char>(text[1]));
     } else {
       fwrite(text, 1, length, out);
     }
@@ -120,15 +87,15 @@ static bool is_changed(const orv_var *var)
 static void change_line(const page_field *field, const orv_var *var)
 {
   const owned_text label(page_label(field));
-  printf("%s", label != nullptr ? label.get() : var->name);
+  terminal_print(stdout, "%s", label != nullptr ? label.get() : var->name);
   if (field->row >= 0) {
     printf(", row %d", field->row + 1);
   }
   if (page_is_secret(var->name)) {
     printf(": changed\n");
   } else {
-    printf(": %s \xe2\x86\x92 %s\n",
-           var->o_value != nullptr ? var->o_value : "", var->u_value);
+    terminal_print(stdout, ": %s \xe2\x86\x92 %s\n",
+                   var->o_value != nullptr ? var->o_value : "", var->u_value);
   }
 }
 
@@ -160,7 +127,7 @@ static void each_change(void (*tell)(const page_field *, const orv_var *))
 
 static void error_line(const char *name, const char *text)
 {
-  fprintf(stderr, "%s: %s\n", name, text);
+  terminal_print(stderr, "%s: %s\n", name, text);
 }
 
 // The oldest first: the list begins with the newest.
@@ -190,7 +157,7 @@ void report_failure(const char *form, const char *text)
     report_member("message", text);
     report_close('}');
   } else {
-    fprintf(stderr, "orvctl: %s: %s\n", form, text);
+    terminal_print(stderr, "orvctl: %s: %s\n", form, text);
   }
 }
 
@@ -214,11 +181,11 @@ static void result_lines(const char *form, page_result result, bool dry,
                          const char *message)
 {
   if (result == PAGE_REFUSED || result == PAGE_AGAIN) {
-    fprintf(stderr, "orvctl: %s: %s\n", form, message);
+    terminal_print(stderr, "orvctl: %s: %s\n", form, message);
     each_error(error_line);
     return;
   }
-  printf("%s: %s\n", form, result_word(result, dry));
+  terminal_print(stdout, "%s: %s\n", form, result_word(result, dry));
   if (result == PAGE_SAVED) {
     each_change(change_line);
   }

@@ -1,0 +1,27 @@
+// Foreign text on a terminal, which obeys control characters: names, values and
+// messages of a device's files and scripts are written through here.
+
+#ifndef COMMON_TERMINAL_H
+#define COMMON_TERMINAL_H
+
+#include <stddef.h>
+#include <stdio.h>
+
+// The length of the UTF-8 sequence that `text` begins with (RFC 3629), 0 when
+// it is none.
+size_t terminal_utf8_length(const char *text);
+
+// Whether `text` begins with a character that a terminal may obey: below a
+// blank, DEL, U+0080 to U+009F, or a byte that is no UTF-8.
+bool terminal_is_control(const char *text);
+
+// Writes the character that `text` (not empty) begins with, each byte of a
+// control character as \x1b; the number of bytes taken.
+size_t terminal_char(FILE *out, const char *text);
+
+// Writes as fprintf does, control characters as above except line ends and
+// tabs.  Without memory nothing is written.
+void terminal_print(FILE *out, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+#endif
