@@ -1,0 +1,2 @@
+#!/bin/bash
+printf '%s\n' 'lan Network' 'wifi Wireless' '- Gateway'
