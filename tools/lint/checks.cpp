@@ -1,13 +1,14 @@
 // The checks that fields name, their options and messages.
 
-#include "lint.h"
-
 #include <algorithm>
 #include <regex.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "orv_check.h"
+#include "references.h"
+#include "rules.h"
+#include "text.h"
 
 // What is wrong with options, "" when nothing is.
 typedef std::string (*options_check)(const std::string &options);
@@ -204,10 +205,10 @@ static std::set<std::string> shown_messages(const form &f)
     names.insert(lower(item.name));
   }
   for (const form_line &line : f.lines) {
-    const std::string text = lower(line.text);
-    for (size_t at = text.find("$e:"); at != std::string::npos;
-         at = text.find("$e:", at + 1)) {
-      names.insert(text.substr(at + 3, text.find('$', at + 3) - at - 3));
+    for (const text_part &part : references_of(line.text)) {
+      if (part.type == 'E') {
+        names.insert(lower(part.name));
+      }
     }
   }
   return names;

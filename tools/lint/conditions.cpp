@@ -1,10 +1,12 @@
 // Conditional sections: their balance, what their conditions can mean, and
 // what a hidden field does to its user.
 
-#include "lint.h"
-
 #include <algorithm>
 #include <strings.h>
+
+#include "references.h"
+#include "rules.h"
+#include "text.h"
 
 static constexpr size_t DEPTH_MAX = 20;
 
@@ -66,20 +68,10 @@ static void check_balance(const form &f, findings *found)
 static std::string constant_part(const std::string &text)
 {
   std::string rest;
-  size_t at = 0;
-  while (at < text.size()) {
-    if (text[at] == '$' && at + 2 < text.size()) {
-      if (text[at + 2] == '$') {
-        at += 3;
-        continue;
-      }
-      const size_t end = text.find('$', at + 3);
-      if (text[at + 2] == ':' && end != std::string::npos) {
-        at = end + 1;
-        continue;
-      }
+  for (const text_part &part : scan_text(text)) {
+    if (part.kind != PART_TAG && part.kind != PART_REFERENCE) {
+      rest += text.substr(part.offset, part.length);
     }
-    rest += text[at++];
   }
   return rest;
 }
@@ -141,7 +133,6 @@ static bool takes_all(const form_item &item)
 static bool shows_error(const form &f, const std::string &name,
                         const condition &hiding)
 {
-  const std::string reference = lower("$E:" + name + "$");
   for (const form_line &line : f.lines) {
     const bool inside =
         std::any_of(line.conditions.begin(), line.conditions.end(),
@@ -149,7 +140,7 @@ static bool shows_error(const form &f, const std::string &name,
                       return c.line == hiding.line && c.holds == hiding.holds;
                     });
     if (!inside && line.keyword != "if" && line.keyword != "ifnot" &&
-        lower(line.text).find(reference) != std::string::npos) {
+        refers_to(line.text, "E", name)) {
       return true;
     }
   }

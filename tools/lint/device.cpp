@@ -1,6 +1,6 @@
 // The device folder: what is in it, and how its parts belong together.
 
-#include "lint.h"
+#include "device.h"
 
 #include <algorithm>
 #include <dirent.h>
@@ -9,6 +9,8 @@
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "text.h"
 
 const std::vector<std::string> special_forms = {"orvmenu", "discard_or_return",
                                                 "no_changes", "changes_saved"};
@@ -23,7 +25,7 @@ bool is_library(const std::string &name)
   return name == "orv.bash" || name == "orv_store.bash";
 }
 
-std::set<std::string> library_functions = {
+static const std::set<std::string> library_functions = {
     "orv_load",    "orv_read",        "orv_put",        "orv_show",
     "orv_error",   "orv_msg",         "orv_fatal",      "orv_end",
     "orv_stamp",   "orv_one_of",      "orv_tick",       "orv_rows",
@@ -120,21 +122,25 @@ static std::string sourced_name(const std::string &word)
   return own && slash != std::string::npos ? word.substr(slash + 1) : "";
 }
 
-// What a script sources is looked up by name, since it may not be there.
-// The functions of the library that the folder has, or that of the sources:
-// it may be newer than this program.
-static void read_library(const std::string &dir)
+// The library's functions: those of the folder's own, or of the one that this
+// program comes with, or those that it has always had.
+static std::set<std::string> read_library(const std::string &dir)
 {
   for (const std::string &from :
        {dir + "/scripts/", std::string(ORV_LIBRARY_DIR "/")}) {
+    std::set<std::string> functions;
     for (const char *name : {"orv.bash", "orv_store.bash"}) {
       std::ifstream stream(from + name, std::ios::binary);
       std::stringstream text;
       text << stream.rdbuf();
       const bash_script code = read_bash(text.str());
-      library_functions.insert(code.functions.begin(), code.functions.end());
+      functions.insert(code.functions.begin(), code.functions.end());
+    }
+    if (functions.count("orv_load") != 0) {
+      return functions;
     }
   }
+  return library_functions;
 }
 
 static void read_script(device *dev, const std::string &name)
@@ -165,6 +171,14 @@ static bool is_script(const std::string &path, const std::string &name)
   std::getline(stream, first);
   return ends_with(name, ".sh") || ends_with(name, ".bash") ||
          (starts_with(first, "#!") && first.find("sh") != std::string::npos);
+}
+
+void tell(findings *found, const form &f, const form_line &line, size_t offset,
+          const char *rule, const std::string &text,
+          const std::vector<note> &notes)
+{
+  tell(found, *f.file, line.number, line.column + static_cast<int>(offset),
+       rule, text, notes);
 }
 
 // --- items -------------------------------------------------------------------
@@ -299,7 +313,7 @@ bool read_device(const std::string &dir, device *dev, findings *found)
     }
   }
   names.clear();
-  read_library(dir);
+  dev->library = read_library(dir);
   if (!list_files(dir + "/scripts", &names) && errno != ENOENT) {
     dev->unread.push_back(dir + "/scripts");
   }

@@ -1,12 +1,12 @@
 // The script lines of a header: whether the script is there, and what becomes
 // of the values that a request can choose.
 
-#include "lint.h"
-
 #include <algorithm>
 #include <sys/stat.h>
 
 #include "orv_quote.h"
+#include "rules.h"
+#include "text.h"
 
 // --- the script --------------------------------------------------------------
 

@@ -1,8 +1,9 @@
 // Items and the lines that describe them.
 
-#include "lint.h"
-
 #include <algorithm>
+
+#include "rules.h"
+#include "text.h"
 
 // --- choices -----------------------------------------------------------------
 

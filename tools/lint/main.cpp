@@ -1,12 +1,13 @@
 // orv-lint: tells what is wrong with the templates and scripts of a device.
 
-#include "lint.h"
-
 #include <getopt.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <syslog.h>
+
+#include "rules.h"
+#include "text.h"
 
 #ifndef ORV_VERSION
 #define ORV_VERSION "unknown"
@@ -48,53 +49,42 @@ static void usage(FILE *to)
       to);
 }
 
-// Looks at one folder; the number of findings, or -1.
-static long lint(const std::string &dir, const options &o)
+// Looks at one folder; false when that could not be read.
+static bool lint(const std::string &dir, const options &o,
+                 finding_output *output)
 {
   device dev;
   findings found;
   if (!read_device(dir, &dev, &found)) {
     fprintf(stderr, "orv-lint: %s: no folder templates in it can be read\n",
             dir.c_str());
-    return -1;
+    return false;
   }
   // Half a device would be told of what stands in the other half.
   for (const std::string &path : dev.unread) {
     fprintf(stderr, "orv-lint: %s: no permission to read it\n", path.c_str());
   }
   if (!dev.unread.empty()) {
-    return -1;
+    return false;
   }
   other_tools tools = begin_tools(dev, o.shellcheck);
-  check_texts(dev, &found);
-  check_conditions(dev, &found);
-  check_names(dev, &found);
-  check_items(dev, &found);
-  check_modes(dev, &found);
-  check_checks(dev, &found);
-  check_links(dev, &found);
-  check_headers(dev, &found);
-  check_exchange(dev, &found);
-  check_scripts(dev, &found);
-  check_input(dev, &found);
+  for (device_check *const *check = all_checks; *check != nullptr; check++) {
+    (*check)(dev, &found);
+  }
   if (o.run) {
     run_scripts(dev, &found);
   }
   end_tools(dev, &tools, &found);
-  return static_cast<long>(
-      write_findings(dev, &found, o.format, o.warnings_are_errors));
+  write_findings(dev.files, &found, output);
+  return true;
 }
 
 static int explain_rule(const char *name)
 {
   const rule_text *rule = find_rule(name);
   if (rule == nullptr) {
-    std::set<std::string> names;
-    for (const rule_text *row = rule_texts; row->name != nullptr; row++) {
-      names.insert(row->name);
-    }
     fprintf(stderr, "orv-lint: no rule \"%s\"%s; --rules lists them\n", name,
-            did_you_mean(name, names).c_str());
+            did_you_mean(name, rule_names()).c_str());
     return EXIT_TROUBLE;
   }
   explain(*rule);
@@ -116,7 +106,7 @@ static bool take_format(const std::string &name, output_format *format)
 
 static int lint_all(char **dirs, const options &o)
 {
-  long total = 0;
+  finding_output output = {o.format, o.warnings_are_errors, 0};
   bool trouble = false;
   if (o.format == FORMAT_JSON) {
     printf("[");
@@ -126,25 +116,23 @@ static int lint_all(char **dirs, const options &o)
     while (dir.size() > 1 && dir.back() == '/') {
       dir.pop_back();
     }
-    const long count = lint(dir, o);
-    trouble |= count < 0;
-    total += count > 0 ? count : 0;
+    trouble |= !lint(dir, o, &output);
   }
   if (o.format == FORMAT_JSON) {
-    printf("%s]\n", total > 0 ? "\n" : "");
+    printf("%s]\n", output.written > 0 ? "\n" : "");
   }
   if (fflush(stdout) != 0) {
     trouble = true;
   }
-  if (total > 0) {
+  if (output.written > 0) {
     fprintf(stderr,
-            "orv-lint: %ld finding%s; orv-lint --explain RULE tells more\n",
-            total, total == 1 ? "" : "s");
+            "orv-lint: %zu finding%s; orv-lint --explain RULE tells more\n",
+            output.written, output.written == 1 ? "" : "s");
   }
   if (trouble) {
     return EXIT_TROUBLE;
   }
-  return total > 0 ? EXIT_FINDINGS : EXIT_SUCCESS;
+  return output.written > 0 ? EXIT_FINDINGS : EXIT_SUCCESS;
 }
 
 int main(int argc, char **argv)

@@ -1,8 +1,9 @@
 // What a header switches on, and words that a line takes without using them.
 
-#include "lint.h"
-
 #include <algorithm>
+
+#include "rules.h"
+#include "text.h"
 
 // --- the views ---------------------------------------------------------------
 

@@ -2,11 +2,12 @@
 // share their space with what the page itself posts, and grow by a row's
 // number in tables.
 
-#include "lint.h"
-
 #include <algorithm>
 #include <string.h>
 #include <strings.h>
+
+#include "rules.h"
+#include "text.h"
 
 // A name travels in hidden fields behind a letter and "_".
 static constexpr size_t NAME_MAX_LENGTH = 50;

@@ -1,6 +1,6 @@
 // The rules' names, levels and explanations, which stand in rules/NAME.txt.
 
-#include "lint.h"
+#include "rules.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -13,6 +13,15 @@ const rule_text *find_rule(const std::string &name)
     }
   }
   return nullptr;
+}
+
+std::set<std::string> rule_names(void)
+{
+  std::set<std::string> names;
+  for (const rule_text *row = rule_texts; row->name != nullptr; row++) {
+    names.insert(row->name);
+  }
+  return names;
 }
 
 bool is_error(const std::string &rule)
@@ -33,3 +42,10 @@ void list_rules(void)
     printf("%-18s %s\n", row->name, text.substr(0, text.find('\n')).c_str());
   }
 }
+
+device_check *const all_checks[] = {
+    check_texts,   check_conditions,   check_names,          check_items,
+    check_modes,   check_checks,       check_links,          check_bars,
+    check_headers, check_exchange,     check_reported_names, check_script_keys,
+    check_scripts, check_script_files, check_calls,          check_input,
+    nullptr};

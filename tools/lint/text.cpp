@@ -1,6 +1,6 @@
 // Small operations on text.
 
-#include "lint.h"
+#include "text.h"
 
 #include <algorithm>
 #include <ctype.h>
@@ -50,9 +50,55 @@ bool ends_with(const std::string &text, const std::string &end)
          text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
+std::string first_word(const std::string &text)
+{
+  return text.substr(0, text.find_first_of(" \t"));
+}
+
 bool is_name_char(char c)
 {
   return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+
+// The bytes that go on a character behind `first`, -1 when none begins so.
+static int bytes_behind(unsigned char first)
+{
+  if (first < 0x80) {
+    return 0;
+  }
+  if (first < 0xc2 || first > 0xf4) {
+    return -1;
+  }
+  return first >= 0xf0 ? 3 : first >= 0xe0 ? 2 : 1;
+}
+
+// Whether the second byte makes a form that is too long, half of a pair, or
+// beyond the last character.
+static bool is_forbidden(unsigned char first, unsigned char second)
+{
+  return (first == 0xe0 && second < 0xa0) || (first == 0xed && second > 0x9f) ||
+         (first == 0xf0 && second < 0x90) || (first == 0xf4 && second > 0x8f);
+}
+
+bool is_utf8(const std::string &text)
+{
+  const auto byte = [&](size_t at) {
+    return at < text.size() ? static_cast<unsigned char>(text[at])
+                            : static_cast<unsigned char>(0);
+  };
+  for (size_t at = 0; at < text.size();) {
+    const unsigned char first = byte(at++);
+    int more = bytes_behind(first);
+    if (more < 0 || is_forbidden(first, byte(at))) {
+      return false;
+    }
+    for (; more > 0; more--, at++) {
+      if ((byte(at) & 0xc0) != 0x80) {
+        return false;
+      }
+    }
+  }
+  return true;
 }
 
 std::string in_quotes(const std::string &text)

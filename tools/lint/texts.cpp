@@ -1,8 +1,12 @@
 // What stands between dollars in the texts of a template.
 
-#include "lint.h"
-
 #include <string.h>
+
+#include <algorithm>
+
+#include "references.h"
+#include "rules.h"
+#include "text.h"
 
 // Where a text is expanded, and what is known there.
 enum text_kind {
@@ -102,93 +106,80 @@ static void check_tag(const text_check &t, size_t at)
 
 static bool is_variable_name(const std::string &name)
 {
-  for (const char c : name) {
-    if (!is_name_char(c) && !is_one_of(c, ".-")) {
-      return false;
-    }
-  }
-  return !name.empty();
+  return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+    return is_name_char(c) || is_one_of(c, ".-");
+  });
 }
 
-// A reference, "$T:name$"; where the scan goes on.
-static size_t check_reference(const text_check &t, size_t at)
+// The part up to where its name ends.
+static std::string beginning(const text_check &t, const text_part &part)
 {
-  const std::string &text = t.line.text;
-  const char type = text[at + 1];
-  const size_t end = text.find('$', at + 3);
-  const std::string name =
-      text.substr(at + 3, end == std::string::npos ? end : end - at - 3);
-  const size_t length = name.find_first_not_of(
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.-");
-  if (!is_name_char(type)) {
-    return at + 1;
+  size_t length = 0;
+  while (length < part.name.size() && (is_name_char(part.name[length]) ||
+                                       is_one_of(part.name[length], ".-"))) {
+    length++;
   }
-  if (end == std::string::npos || !is_variable_name(name)) {
-    const std::string start = text.substr(
-        at, 3 + (length == std::string::npos ? name.size() : length));
-    tell_at(t, at, "reference",
-            in_quotes(start) + " is not closed: a \"$\" must stand right behind"
-                               " the name");
-    return at + start.size();
-  }
-  const std::string written = text.substr(at, end - at + 1);
-  if (!is_one_of(type, TYPES)) {
-    const char other = static_cast<char>(type ^ 0x20);
-    tell_at(t, at, "reference",
-            in_quotes(written) +
-                " means nothing: the letter must be one of C, D,"
-                " E, N, O, U, V" +
-                (is_one_of(other, TYPES) ? std::string(", in capitals") : ""));
+  return t.line.text.substr(part.offset, 3 + length);
+}
+
+// A reference, "$T:name$".
+static void check_reference(const text_check &t, const text_part &part)
+{
+  const std::string written =
+      in_quotes(t.line.text.substr(part.offset, part.length));
+  const char other = static_cast<char>(part.type ^ 0x20);
+  if (part.kind == PART_OPEN || !is_variable_name(part.name)) {
+    tell_at(t, part.offset, "reference",
+            in_quotes(beginning(t, part)) +
+                " is not closed: a \"$\" must stand right behind the name");
+  } else if (!is_one_of(part.type, TYPES)) {
+    tell_at(t, part.offset, "reference",
+            written +
+                " means nothing: the letter must be one of C, D, E, N, O,"
+                " U, V" +
+                (is_one_of(other, TYPES) ? ", in capitals" : ""));
   } else if (t.kind == KIND_PLAIN) {
-    tell_at(t, at, "text-place",
-            in_quotes(written) + " is shown as it stands in a " +
+    tell_at(t, part.offset, "text-place",
+            written + " is shown as it stands in a " +
                 (t.line.keyword == "choice" ? "choice" : "column's label"));
   }
-  return end + 1;
 }
 
 // "$name$" and "$V.name$" look like references and are plain text.
-static size_t check_dollar(const text_check &t, size_t at)
+static void check_dollar(const text_check &t, size_t at)
 {
   const std::string &text = t.line.text;
-  if (text.compare(at, 2, "$$") == 0) {
-    tell_at(
-        t, at, "unknown-tag",
-        "\"$$\" means nothing and is shown as it stands; a dollar is written"
-        " $$$");
-    return at + 2;
-  }
   size_t end = at + 1;
   while (end < text.size() &&
          (is_name_char(text[end]) || is_one_of(text[end], ".:-{}"))) {
     end++;
   }
-  if (end < text.size() && text[end] == '$' && end > at + 2) {
+  if (text.compare(at, 2, "$$") == 0) {
+    tell_at(t, at, "unknown-tag",
+            "\"$$\" means nothing and is shown as it stands; a dollar is"
+            " written $$$");
+  } else if (end < text.size() && text[end] == '$' && end > at + 2) {
     tell_at(t, at, "unknown-tag",
             in_quotes(text.substr(at, end - at + 1)) +
                 " means nothing and is shown as it stands; a value is written"
                 " $V:name$");
-    return end + 1;
   }
-  return at + 1;
 }
 
-// Follows the scan of the expander: a tag first, then a reference.
+// A dollar that closes what only looks like a reference begins nothing.
 static void check_text(const text_check &t)
 {
-  const std::string &text = t.line.text;
-  size_t at = text.find('$');
-  while (at != std::string::npos) {
-    size_t next = at + 1;
-    if (at + 2 < text.size() && text[at + 2] == '$') {
-      check_tag(t, at);
-      next = at + 3;
-    } else if (at + 2 < text.size() && text[at + 2] == ':') {
-      next = check_reference(t, at);
-    } else {
-      next = check_dollar(t, at);
+  bool closes = false;
+  for (const text_part &part : scan_text(t.line.text)) {
+    if (part.kind == PART_TAG) {
+      check_tag(t, part.offset);
+    } else if (part.kind == PART_DOLLAR && !closes) {
+      check_dollar(t, part.offset);
+    } else if (part.kind == PART_REFERENCE || part.kind == PART_OPEN) {
+      check_reference(t, part);
     }
-    at = text.find('$', next);
+    closes = (part.kind == PART_DOLLAR && !closes) ||
+             (closes && part.kind == PART_TEXT);
   }
 }
 

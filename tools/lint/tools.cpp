@@ -2,8 +2,6 @@
 // installed.  Both are started early and heard late, since they take longer
 // than all rules together.
 
-#include "lint.h"
-
 #include <algorithm>
 #include <fcntl.h>
 #include <poll.h>
@@ -13,6 +11,9 @@
 #include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "rules.h"
+#include "text.h"
 
 // Starts a program; `*output` receives a descriptor of what it says.  Its
 // process, or -1.

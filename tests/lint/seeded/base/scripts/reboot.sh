@@ -15,6 +15,7 @@ if [[ ${orv[sure]} != True ]]; then
 fi
 orv_end
 if [[ $1 == --write && ! $orv_failed == 1 ]]; then
+  orv_put u_after_save 'It is back in about a minute.'
   orv_put wait_restart 90
   orv_after_page 2 logger -t reboot 'here: reboot'
 fi

@@ -1,11 +1,14 @@
 // Findings: telling them, switching them off, writing them out.
 
-#include "lint.h"
+#include "findings.h"
 
 #include <algorithm>
 #include <stdio.h>
 #include <tuple>
 #include <unistd.h>
+
+#include "rules.h"
+#include "text.h"
 
 void tell(findings *found, const source_file &file, int line, int column,
           const char *rule, const std::string &text,
@@ -13,14 +16,6 @@ void tell(findings *found, const source_file &file, int line, int column,
 {
   found->push_back(
       {{file.path, std::max(line, 1), std::max(column, 1)}, rule, text, notes});
-}
-
-void tell(findings *found, const form &f, const form_line &line, size_t offset,
-          const char *rule, const std::string &text,
-          const std::vector<note> &notes)
-{
-  tell(found, *f.file, line.number, line.column + static_cast<int>(offset),
-       rule, text, notes);
 }
 
 // --- comments that switch a rule off -----------------------------------------
@@ -62,13 +57,9 @@ static bool is_off(const source_file &file, const finding &f)
   return false;
 }
 
-static void tell_unknown_switches(const device &dev, findings *found)
+static void tell_unknown_switches(const source_files &files, findings *found)
 {
-  std::set<std::string> names;
-  for (const rule_text *row = rule_texts; row->name != nullptr; row++) {
-    names.insert(row->name);
-  }
-  for (const auto &entry : dev.files) {
+  for (const auto &entry : files) {
     int number = 0;
     for (const std::string &line : entry.second.lines) {
       number++;
@@ -77,7 +68,7 @@ static void tell_unknown_switches(const device &dev, findings *found)
           tell(found, entry.second, number,
                static_cast<int>(line.rfind(rule)) + 1, "lint-comment",
                "there is no rule " + in_quotes(rule) +
-                   did_you_mean(rule, names));
+                   did_you_mean(rule, rule_names()));
         }
       }
     }
@@ -86,10 +77,10 @@ static void tell_unknown_switches(const device &dev, findings *found)
 
 // --- output ------------------------------------------------------------------
 
-static void write_caret(const device &dev, const place &at)
+static void write_caret(const source_files &files, const place &at)
 {
-  const auto file = dev.files.find(at.path);
-  if (file == dev.files.end() ||
+  const auto file = files.find(at.path);
+  if (file == files.end() ||
       at.line > static_cast<int>(file->second.lines.size())) {
     return;
   }
@@ -103,37 +94,18 @@ static void write_caret(const device &dev, const place &at)
   printf("%5d | %s\n      | %s^\n", at.line, line.c_str(), under.c_str());
 }
 
-static void write_text(const device &dev, const finding &f, const char *level,
-                       bool carets)
+static void write_text(const source_files &files, const finding &f,
+                       const char *level, bool carets)
 {
   printf("%s:%d:%d: %s: %s [%s]\n", f.at.path.c_str(), f.at.line, f.at.column,
          level, f.text.c_str(), f.rule.c_str());
   if (carets) {
-    write_caret(dev, f.at);
+    write_caret(files, f.at);
   }
   for (const note &more : f.notes) {
     printf("%s:%d:%d: note: %s [%s]\n", more.at.path.c_str(), more.at.line,
            more.at.column, more.text.c_str(), f.rule.c_str());
   }
-}
-
-static bool is_utf8(const std::string &text)
-{
-  size_t at = 0;
-  while (at < text.size()) {
-    const unsigned char c = static_cast<unsigned char>(text[at++]);
-    int more = c < 0x80 ? 0 : c >= 0xf0 ? 3 : c >= 0xe0 ? 2 : 1;
-    if ((c >= 0x80 && c < 0xc2) || c > 0xf4) {
-      return false;
-    }
-    for (; more > 0; more--, at++) {
-      if (at >= text.size() ||
-          (static_cast<unsigned char>(text[at]) & 0xc0) != 0x80) {
-        return false;
-      }
-    }
-  }
-  return true;
 }
 
 // A text that is no UTF-8 is written byte by byte, so that the whole stays
@@ -162,11 +134,9 @@ static void write_json_place(const place &at)
   printf(", \"line\": %d, \"column\": %d", at.line, at.column);
 }
 
-static void write_json(const finding &f, const char *level)
+static void write_json(const finding &f, const char *level, bool first)
 {
-  static bool first = true; // of the array, which all folders share
   printf(first ? "\n{" : ",\n{");
-  first = false;
   write_json_place(f.at);
   printf(", \"level\": \"%s\", \"rule\": \"%s\", \"text\": ", level,
          f.rule.c_str());
@@ -201,27 +171,33 @@ static void sort_findings(findings *found)
 }
 
 // Switched-off findings are dropped last, so that rules need not know.
-size_t write_findings(const device &dev, findings *found, output_format format,
-                      bool warnings_are_errors)
+static void drop_switched_off(const source_files &files, findings *found)
 {
-  tell_unknown_switches(dev, found);
   found->erase(std::remove_if(found->begin(), found->end(),
                               [&](const finding &f) {
-                                const auto file = dev.files.find(f.at.path);
-                                return file != dev.files.end() &&
+                                const auto file = files.find(f.at.path);
+                                return file != files.end() &&
                                        is_off(file->second, f);
                               }),
                found->end());
+}
+
+void write_findings(const source_files &files, findings *found,
+                    finding_output *output)
+{
+  tell_unknown_switches(files, found);
+  drop_switched_off(files, found);
   sort_findings(found);
-  const bool carets = format == FORMAT_TEXT && isatty(STDOUT_FILENO) != 0;
+  const bool carets =
+      output->format == FORMAT_TEXT && isatty(STDOUT_FILENO) != 0;
   for (const finding &f : *found) {
-    const char *level =
-        warnings_are_errors || is_error(f.rule) ? "error" : "warning";
-    if (format == FORMAT_JSON) {
-      write_json(f, level);
+    const bool error = output->warnings_are_errors || is_error(f.rule);
+    const char *level = error ? "error" : "warning";
+    if (output->format == FORMAT_JSON) {
+      write_json(f, level, output->written == 0);
     } else {
-      write_text(dev, f, level, carets);
+      write_text(files, f, level, carets);
     }
+    output->written++;
   }
-  return found->size();
 }

@@ -1,0 +1,120 @@
+// Navigation bars, as far as they stand in the scripts that print them.
+
+#include <algorithm>
+
+#include "links.h"
+#include "rules.h"
+#include "text.h"
+
+// What a bar can hold, as it is drawn.
+static constexpr size_t LABEL_MAX = 29;
+static constexpr size_t BAR_MAX = 6;
+
+// The words that a command prints as lines of their own, if it is one that
+// prints lines as they stand.
+static std::vector<const bash_word *> printed_lines(const bash_command &command)
+{
+  std::vector<const bash_word *> lines;
+  const std::vector<bash_word> &words = command.words;
+  if (command.kind != BASH_SIMPLE || words.size() < 2) {
+    return lines;
+  }
+  if (words[0].plain == "echo" && words.size() == 2) {
+    lines.push_back(&words[1]);
+  } else if (words[0].plain == "printf" && words[1].plain == "%s\\n") {
+    for (size_t i = 2; i < words.size(); i++) {
+      lines.push_back(&words[i]);
+    }
+  }
+  return lines;
+}
+
+static void check_entry(const device &dev, const script &s,
+                        const bash_word &word, findings *found)
+{
+  const std::string &text = word.plain;
+  const size_t gap = text.find_first_of(" \t");
+  if (gap == std::string::npos) {
+    tell(found, *s.file, word.line, word.column, "nav-line",
+         "a link is a form, a blank and a label: \"navbar: Premature end of"
+         " line\"");
+    return;
+  }
+  const std::string target = text.substr(0, gap);
+  const std::string label = text.substr(gap + 1);
+  if (label.empty()) {
+    tell(found, *s.file, word.line, word.column, "nav-line",
+         "navbar: Missing a label");
+  } else if (label.size() > LABEL_MAX && !is_inserted(label)) {
+    tell(found, *s.file, word.line, word.column, "nav-label",
+         "the label has " + std::to_string(label.size()) +
+             " characters and is cut after " + std::to_string(LABEL_MAX));
+  }
+  if (target != "-") {
+    check_target(dev, *s.file, word.line, word.column, target, found);
+  }
+}
+
+// The lines that a command prints, or those of a here-document, are taken for a
+// whole bar.
+static void check_bar(const device &dev, const script &s,
+                      const std::vector<const bash_word *> &lines,
+                      findings *found)
+{
+  size_t entries = 1; // the fixed one
+  bool first = true;
+  for (const bash_word *word : lines) {
+    const bool fixed_off = first && word->plain == "--";
+    first = false;
+    if (fixed_off) {
+      entries = 0;
+      continue;
+    }
+    if (is_inserted(word->plain) &&
+        word->plain.find(' ') == std::string::npos) {
+      continue;
+    }
+    if (++entries == BAR_MAX + 1) {
+      tell(found, *s.file, word->line, word->column, "nav-full",
+           "a bar has room for 6 links, \"Configuration\" included; this one"
+           " and those behind it are left out");
+    }
+    check_entry(dev, s, *word, found);
+  }
+}
+
+// Whether the script runs for nothing but bars.
+static bool is_bar_only(const device &dev, const std::string &name)
+{
+  bool bar = false;
+  for (const auto &entry : dev.forms) {
+    if (entry.second.runs.count(name) != 0) {
+      return false;
+    }
+    bar |= entry.second.scripts[TASK_NAVBAR].script == name;
+  }
+  return bar;
+}
+
+void check_bars(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.scripts) {
+    if (!is_bar_only(dev, entry.first)) {
+      continue;
+    }
+    for (const bash_command &command : entry.second.code.commands) {
+      if (command.substitution == 0) {
+        check_bar(dev, entry.second, printed_lines(command), found);
+      }
+    }
+    for (const std::vector<bash_word> &document : entry.second.code.documents) {
+      std::vector<const bash_word *> lines;
+      for (const bash_word &line : document) {
+        if (!line.plain.empty()) {
+          lines.push_back(&line);
+        }
+      }
+      check_bar(dev, entry.second, lines, found);
+    }
+  }
+}

@@ -1,0 +1,345 @@
+// What bash expands: quotes, parameters, substitutions and arithmetic.
+
+#include "bash_reader.h"
+
+#include <ctype.h>
+#include <string.h>
+
+#include <cstddef>
+
+namespace bash_reading
+{
+
+bool done(const reader &r)
+{
+  return r.at >= r.in.size();
+}
+
+char peek(const reader &r, size_t ahead)
+{
+  return r.at + ahead < r.in.size() ? r.in[r.at + ahead] : '\0';
+}
+
+bool looking_at(const reader &r, const char *text)
+{
+  return r.in.compare(r.at, strlen(text), text) == 0;
+}
+
+// All reading goes through here, so that lines are counted once.
+void step(reader &r, size_t count)
+{
+  for (; count > 0 && !done(r); count--) {
+    if (r.in[r.at++] == '\n') {
+      r.line++;
+      r.line_start = r.at;
+    }
+  }
+}
+
+int column(const reader &r)
+{
+  return static_cast<int>(r.at - r.line_start) + 1;
+}
+
+bool is_word_char(char c)
+{
+  return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+
+bool is_name(const std::string &text)
+{
+  if (text.empty() || isdigit(static_cast<unsigned char>(text[0])) != 0) {
+    return false;
+  }
+  for (const char c : text) {
+    if (!is_word_char(c)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// A process or command substitution whose "(" comes next.
+void read_substitution(reader &r)
+{
+  step(r);
+  if (r.depth == DEPTH_MAX) {
+    return;
+  }
+  r.depth++;
+  r.substitution++;
+  read_list(r, ')');
+  r.substitution--;
+  r.depth--;
+}
+
+// Moves a word that was read by itself to its place in the script.
+static void move_word(bash_word &word, int lines, int columns)
+{
+  word.column += word.line == 1 ? columns : 0;
+  word.line += lines;
+  for (bash_expansion &expansion : word.expansions) {
+    expansion.column += expansion.line == 1 ? columns : 0;
+    expansion.line += lines;
+  }
+}
+
+// Read as a script of its own: a backslash means less in there.
+void read_backticks(reader &r)
+{
+  step(r);
+  const size_t start = r.at;
+  const int lines = r.line - 1;
+  const int columns = column(r) - 1;
+  while (!done(r) && peek(r) != '`') {
+    step(r, peek(r) == '\\' ? 2 : 1);
+  }
+  const std::string inner = r.in.substr(start, r.at - start);
+  step(r);
+  bash_script nested = read_bash(inner);
+  for (bash_command &command : nested.commands) {
+    for (bash_word &word : command.words) {
+      move_word(word, lines, columns);
+    }
+    for (bash_assignment &assignment : command.assignments) {
+      move_word(assignment.value, lines, columns);
+    }
+    for (bash_redirect &redirect : command.redirects) {
+      move_word(redirect.target, lines, columns);
+    }
+    command.column += command.line == 1 ? columns : 0;
+    command.line += lines;
+    command.substitution++;
+    command.function = r.function;
+    r.out.commands.push_back(command);
+  }
+}
+
+void read_single(reader &r, bash_word &word)
+{
+  step(r);
+  while (!done(r) && peek(r) != '\'') {
+    word.plain += peek(r);
+    step(r);
+  }
+  step(r);
+}
+
+// $'...'
+static void read_ansi(reader &r, bash_word &word)
+{
+  step(r, 2);
+  while (!done(r) && peek(r) != '\'') {
+    if (peek(r) == '\\') {
+      word.plain += peek(r);
+      step(r);
+    }
+    word.plain += peek(r);
+    step(r);
+  }
+  step(r);
+}
+
+// Expansions in it are quoted, whatever stands in them.
+void read_double(reader &r, bash_word &word)
+{
+  step(r);
+  while (!done(r) && peek(r) != '"') {
+    if (peek(r) == '\\') {
+      step(r);
+      word.plain += peek(r);
+      step(r);
+    } else if (peek(r) == '$') {
+      read_dollar(r, word, true, false);
+    } else if (peek(r) == '`') {
+      read_backticks(r);
+    } else {
+      word.plain += peek(r);
+      step(r);
+    }
+  }
+  step(r);
+}
+
+// Text of any kind up to an unquoted `end`; what is opened in it is closed.
+void read_nested(reader &r, bash_word &word, char open, char end, bool quoted,
+                 bool arithmetic)
+{
+  int depth = 1;
+  while (!done(r)) {
+    const char c = peek(r);
+    if (c == end && --depth == 0) {
+      return;
+    }
+    if (c == open) {
+      depth++;
+    }
+    if (c == '\\') {
+      step(r, 2);
+    } else if (c == '\'' && !quoted) {
+      read_single(r, word);
+    } else if (c == '"') {
+      read_double(r, word);
+    } else if (c == '$') {
+      read_dollar(r, word, quoted, arithmetic);
+    } else if (c == '`') {
+      read_backticks(r);
+    } else {
+      step(r);
+    }
+  }
+}
+
+// ${...}, the "${" taken.
+static void read_braces(reader &r, bash_word &word, bash_expansion &expansion)
+{
+  if (peek(r) == '!' && peek(r, 1) != '}') {
+    expansion.indirect = true;
+    step(r);
+  } else if (peek(r) == '#' && peek(r, 1) != '}') {
+    expansion.length = true;
+    step(r);
+  }
+  if (is_word_char(peek(r))) {
+    while (is_word_char(peek(r))) {
+      expansion.name += peek(r);
+      step(r);
+    }
+  } else if (!done(r) && peek(r) != '}') {
+    expansion.name = peek(r);
+    step(r);
+  }
+  if (peek(r) == '[') {
+    step(r);
+    const size_t start = r.at;
+    read_nested(r, word, '[', ']', expansion.quoted, false);
+    expansion.subscript = r.in.substr(start, r.at - start);
+    step(r);
+  }
+  const size_t start = r.at;
+  read_nested(r, word, '{', '}', expansion.quoted, false);
+  expansion.rest = r.in.substr(start, r.at - start);
+  step(r);
+  // ${!name[@]} and ${!name*} list names, and evaluate none.
+  if (expansion.subscript == "@" || expansion.subscript == "*" ||
+      expansion.rest == "*" || expansion.rest == "@") {
+    expansion.indirect = false;
+  }
+}
+
+// A number such as 10#, 0x or 42.  Whether what follows belongs to it.
+static bool read_number(reader &r)
+{
+  const size_t start = r.at;
+  while (is_word_char(peek(r)) || peek(r) == '#') {
+    step(r);
+  }
+  const std::string number = r.in.substr(start, r.at - start);
+  return number.back() == '#' || number == "0x" || number == "0X";
+}
+
+// Arithmetic up to the unquoted `end` (")" or "]"), which is left.
+void read_arithmetic(reader &r, bash_word &word, char end)
+{
+  int depth = 0;
+  bool based = false;
+  while (!done(r)) {
+    const char c = peek(r);
+    if (c == end && depth == 0) {
+      return;
+    }
+    depth += c == '(' || c == '[' ? 1 : 0;
+    depth -= c == ')' || c == ']' ? 1 : 0;
+    if (isdigit(static_cast<unsigned char>(c)) != 0) {
+      based = read_number(r);
+      continue;
+    }
+    if (c == '$') {
+      const size_t first = word.expansions.size();
+      read_dollar(r, word, true, true);
+      for (size_t i = first; i < word.expansions.size(); i++) {
+        word.expansions[i].based = based;
+      }
+    } else if (is_word_char(c)) {
+      bash_expansion expansion;
+      expansion.arithmetic = true;
+      expansion.quoted = true;
+      expansion.line = r.line;
+      expansion.column = column(r);
+      while (is_word_char(peek(r))) {
+        expansion.name += peek(r);
+        step(r);
+      }
+      if (peek(r) == '[') {
+        const size_t close = r.in.find(']', r.at);
+        if (close != std::string::npos) {
+          expansion.subscript = r.in.substr(r.at + 1, close - r.at - 1);
+        }
+      }
+      word.expansions.push_back(expansion);
+    } else {
+      step(r);
+    }
+    based = false;
+  }
+}
+
+// What begins with "$".
+void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
+{
+  const size_t start = r.at;
+  bash_expansion expansion;
+  expansion.quoted = quoted;
+  expansion.arithmetic = arithmetic;
+  expansion.line = r.line;
+  expansion.column = column(r);
+  const char next = peek(r, 1);
+  if (next == '(' && peek(r, 2) == '(') {
+    step(r, 3);
+    if (r.depth == DEPTH_MAX) {
+      return;
+    }
+    r.depth++;
+    read_arithmetic(r, word, ')');
+    r.depth--;
+    step(r, 2);
+  } else if (next == '(') {
+    step(r);
+    read_substitution(r);
+  } else if (next == '{') {
+    step(r, 2);
+    if (r.depth == DEPTH_MAX) {
+      return;
+    }
+    const size_t place = word.expansions.size();
+    r.depth++;
+    read_braces(r, word, expansion);
+    r.depth--;
+    word.expansions.insert(word.expansions.begin() +
+                               static_cast<std::ptrdiff_t>(place),
+                           expansion);
+  } else if (next == '\'' && !quoted) {
+    read_ansi(r, word);
+    return;
+  } else if (next == '"' && !quoted) {
+    step(r);
+    return;
+  } else if (is_word_char(next)) {
+    step(r);
+    do {
+      expansion.name += peek(r);
+      step(r);
+    } while (isdigit(static_cast<unsigned char>(next)) == 0 &&
+             is_word_char(peek(r)));
+    word.expansions.push_back(expansion);
+  } else if (next != '\0' && strchr("@*#?$!-", next) != nullptr) {
+    expansion.name = next;
+    step(r, 2);
+    word.expansions.push_back(expansion);
+  } else {
+    step(r);
+  }
+  word.plain += r.in.substr(start, r.at - start);
+}
+
+} // namespace bash_reading

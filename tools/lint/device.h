@@ -1,0 +1,124 @@
+// A device's folder as orv-lint has read it: its templates as forms, its
+// scripts as commands.  It is read once and then looked at alone.
+
+#ifndef LINT_DEVICE_H
+#define LINT_DEVICE_H
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "bash.h"
+#include "findings.h"
+#include "orv_parser.h"
+
+// --- forms -------------------------------------------------------------------
+
+// The script lines of a header, in the order of their run.
+enum script_task { TASK_READ, TASK_CHECK, TASK_WRITE, TASK_NAVBAR, TASKS };
+
+// A form's script line; a default one has the line number 0.
+struct script_line {
+  std::string keyword;
+  std::string text;
+  int line;
+  int column;
+  std::string script; // the file's name below scripts/; "" when elsewhere
+};
+
+// A condition that an item stands in, and whether it must hold.
+struct condition {
+  std::string text;
+  bool holds;
+  int line; // of the if or ifnot
+};
+
+// A keyword line, or a line that goes on the text of the one before it.
+struct form_line {
+  int number;
+  bool header;
+  std::string keyword; // in small letters; that of the line it continues
+  bool continues;
+  std::string text; // the parameter, without its comment
+  int column;       // where it begins
+  int item;         // index of the item that it makes or describes, or -1
+  std::vector<condition> conditions; // what it stands in
+};
+
+struct form_item {
+  pt_type type;
+  int line;
+  std::string name;     // "" where it has none
+  std::string selector; // of iselect and imenu
+  int columns;          // of a table
+  int table;            // index of the table that it is a cell of, or -1
+  std::vector<const form_line *> lines; // its own first
+  std::vector<condition> conditions;
+};
+
+struct form {
+  std::string name;
+  const source_file *file;
+  std::vector<form_line> lines;
+  std::vector<form_item> items;
+  std::vector<script_line> scripts; // by task, defaults filled in
+  // The names of the files that its read, check and write scripts consist of.
+  std::set<std::string> runs;
+};
+
+// --- scripts -----------------------------------------------------------------
+
+struct script {
+  std::string name; // below scripts/
+  const source_file *file;
+  bool executable;
+  bash_script code;
+  std::vector<std::string> sources; // names of the scripts that it sources
+  std::set<std::string> words;      // of its code, comments left out
+  std::set<std::string> stems;      // words that an expansion goes on with
+};
+
+// --- the device --------------------------------------------------------------
+
+struct device {
+  std::string dir;
+  source_files files;
+  std::map<std::string, form> forms;     // by name
+  std::map<std::string, script> scripts; // by name
+  std::set<std::string> settings;        // files of defaults/ and state/
+  std::set<std::string> library;         // what its functions are called
+  std::vector<std::string> unread;       // for lack of permission
+};
+
+// Reads a whole folder.  False when it holds no templates/.
+bool read_device(const std::string &dir, device *dev, findings *found);
+
+// Reads and parses one template; tells all that the parser refuses.
+void read_form(const source_file &file, const std::string &name, form *into,
+               findings *found);
+
+// Whether the item has a value that a user enters.
+bool is_editable(const form_item &item);
+bool is_input(const form_item &item);
+// The item's line of that keyword, NULL when it has none.
+const form_line *attribute(const form_item &item, const char *keyword);
+// Whether a Submit of the form could run its check and write scripts.
+bool can_save(const form &f);
+// The four forms that the system itself shows.
+extern const std::vector<std::string> special_forms;
+bool is_special(const std::string &form);
+
+// orv.bash and its other half: what they do is known, and not judged here.
+bool is_library(const std::string &name);
+// The script and all that it sources, the library left out.
+std::set<std::string> with_sources(const device &dev, const std::string &name);
+// The forms whose header lines run the script, or one that sources it.
+std::vector<const form *> forms_of(const device &dev, const std::string &name);
+
+// A finding at a line of a form, `offset` characters into its text.
+void tell(findings *found, const form &f, const form_line &line, size_t offset,
+          const char *rule, const std::string &text,
+          const std::vector<note> &notes = {});
+
+#endif

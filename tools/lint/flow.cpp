@@ -1,0 +1,340 @@
+// Where a request's values go in a script.
+//
+// A value of the request is followed from where it comes in (standard input,
+// the argument that is the sub-item, what orv_read has filled) through
+// assignments and calls.  A variable that is compared with a pattern or handed
+// to a function that decides on something counts as judged wherever it is used.
+
+#include "flow.h"
+
+#include <algorithm>
+#include <ctype.h>
+
+#include "text.h"
+
+// $1, $2, $@: those of the function, or of the script outside of any.
+static bool is_parameter(const std::string &name)
+{
+  return !name.empty() && (isdigit(static_cast<unsigned char>(name[0])) != 0 ||
+                           name == "@" || name == "*");
+}
+
+// The name with the function that it belongs to.
+std::string scoped(const context &c, const std::string &function,
+                   const std::string &name)
+{
+  const std::string own = function + "::" + name;
+  return is_parameter(name) || c.locals.count(own) != 0 ? own : "::" + name;
+}
+
+const std::string &first_word(const bash_command &command)
+{
+  static const std::string none;
+  return command.kind == BASH_SIMPLE && !command.words.empty()
+             ? command.words[0].plain
+             : none;
+}
+
+static bool declares(const bash_command &command)
+{
+  static const std::set<std::string> words = {"local", "declare", "typeset"};
+  return words.count(first_word(command)) != 0;
+}
+
+// declare -A NAME: text may stand in its subscripts.
+static void collect_maps(context *c, const bash_command &command)
+{
+  const bool is_map = std::any_of(
+      command.words.begin(), command.words.end(), [](const bash_word &word) {
+        return word.plain[0] == '-' &&
+               word.plain.find('A') != std::string::npos;
+      });
+  if (!is_map) {
+    return;
+  }
+  for (const bash_assignment &assignment : command.assignments) {
+    c->maps.insert(assignment.name);
+  }
+  for (const bash_word &word : command.words) {
+    c->maps.insert(word.plain);
+  }
+}
+
+// A name that a function declares is its own there.
+static void collect_locals(context *c)
+{
+  for (const script *s : c->files) {
+    c->functions.insert(s->code.functions.begin(), s->code.functions.end());
+    for (const bash_command &command : s->code.commands) {
+      if (!declares(command)) {
+        continue;
+      }
+      collect_maps(c, command);
+      if (command.function.empty()) {
+        continue;
+      }
+      for (const bash_assignment &assignment : command.assignments) {
+        c->locals.insert(command.function + "::" + assignment.name);
+      }
+      for (const bash_word &word : command.words) {
+        c->locals.insert(command.function + "::" + word.plain);
+      }
+    }
+  }
+}
+
+std::string full_name(const bash_expansion &expansion)
+{
+  return expansion.subscript.empty()
+             ? expansion.name
+             : expansion.name + "[" + expansion.subscript + "]";
+}
+
+// --- what comes from a request -----------------------------------------------
+
+// Takes away all but plain characters.
+static bool cleans(const std::string &rest)
+{
+  return rest.find("[!") != std::string::npos ||
+         rest.find("[^") != std::string::npos || starts_with(rest, "@Q") ||
+         rest == "+" || starts_with(rest, ":+") || starts_with(rest, "+");
+}
+
+// Whether the expansion brings in a value that nothing has looked at.
+bool is_input(const context &c, const bash_command &command,
+              const bash_expansion &expansion)
+{
+  const std::string name = scoped(c, command.function, expansion.name);
+  const std::string all = scoped(c, command.function, full_name(expansion));
+  const bool is_name = starts_with(expansion.rest, NAME_PART) &&
+                       c.judged.count(all + NAME_PART) != 0;
+  if (expansion.length || cleans(expansion.rest) || is_name ||
+      c.judged.count(all) != 0 ||
+      (expansion.subscript.empty() && c.judged.count(name) != 0)) {
+    return false;
+  }
+  return c.input.count(name) != 0;
+}
+
+const bash_expansion *input_of(const context &c, const bash_command &command,
+                               const bash_word &word)
+{
+  for (const bash_expansion &expansion : word.expansions) {
+    if (is_input(c, command, expansion)) {
+      return &expansion;
+    }
+  }
+  return nullptr;
+}
+
+// Whether the command reads the script's own input.
+static bool reads_input(const context &c, const bash_command &command)
+{
+  for (const bash_redirect &redirect : command.redirects) {
+    if (redirect.op == "<<<") {
+      return input_of(c, command, redirect.target) != nullptr;
+    }
+  }
+  return !command.redirected_in && !command.piped_in;
+}
+
+static bool add_input(context *c, const bash_command &command,
+                      const std::string &name)
+{
+  return c->input.insert(scoped(*c, command.function, name)).second;
+}
+
+// The variables that read, mapfile and the like fill.
+static bool follow_reading(context *c, const bash_command &command)
+{
+  static const std::set<std::string> readers = {"read", "mapfile", "readarray"};
+  static const std::string with_value = "dinNptuaCcsO";
+  if (readers.count(first_word(command)) == 0 || !reads_input(*c, command)) {
+    return false;
+  }
+  bool more = false;
+  for (size_t i = 1; i < command.words.size(); i++) {
+    const std::string &word = command.words[i].plain;
+    if (word[0] == '-' && word.size() > 1) {
+      const char option = word.back();
+      const bool value = with_value.find(option) != std::string::npos &&
+                         option != 'a' && option != 's';
+      i += value && i + 1 < command.words.size() ? 1 : 0;
+    } else if (command.words[i].expansions.empty()) {
+      more |= add_input(c, command, word.substr(0, word.find('[')));
+    }
+  }
+  return more;
+}
+
+// The whole of standard input as one value.
+static bool reads_all(const std::string &value)
+{
+  for (const char *all :
+       {"$(cat)", "$(</dev/stdin)", "$(< /dev/stdin)", "$(cat -)", "`cat`"}) {
+    if (value.find(all) != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// A variable made of input is input.
+static bool follow_assignments(context *c, const bash_command &command)
+{
+  bool more = false;
+  for (const bash_assignment &assignment : command.assignments) {
+    bool input = input_of(*c, command, assignment.value) != nullptr ||
+                 reads_all(assignment.value.text);
+    for (const bash_word &element : assignment.elements) {
+      input |= input_of(*c, command, element) != nullptr;
+    }
+    if (input) {
+      more |= add_input(c, command, assignment.name);
+    }
+  }
+  if (command.kind == BASH_FOR && !command.words.empty()) {
+    for (size_t i = 1; i < command.words.size(); i++) {
+      if (input_of(*c, command, command.words[i]) != nullptr ||
+          reads_all(command.words[i].text)) {
+        more |= add_input(c, command, command.words[0].plain);
+      }
+    }
+  }
+  return more;
+}
+
+// An expression that lets anything into the groups of BASH_REMATCH.
+static bool is_loose(const std::string &expression)
+{
+  return expression.find(".*") != std::string::npos ||
+         expression.find(".+") != std::string::npos;
+}
+
+// What an expression such as (.*) lets through is input still.
+static bool follow_match(context *c, const bash_command &command)
+{
+  if (command.kind != BASH_TEST) {
+    return false;
+  }
+  for (size_t i = 1; i + 1 < command.words.size(); i++) {
+    if (command.words[i].text != "=~" ||
+        !is_loose(command.words[i + 1].plain)) {
+      continue;
+    }
+    for (const bash_expansion &expansion : command.words[i - 1].expansions) {
+      if (c->input.count(scoped(*c, command.function, expansion.name)) != 0) {
+        return c->input.insert("::BASH_REMATCH").second;
+      }
+    }
+  }
+  return false;
+}
+
+// The parameters of a function that is called with a request's values.
+static bool follow_call(context *c, const bash_command &command)
+{
+  const std::string &name = first_word(command);
+  if (name == "orv_read") {
+    return c->input.insert("::orv").second;
+  }
+  if (c->functions.count(name) == 0 || starts_with(name, "orv_")) {
+    return false;
+  }
+  bool more = false;
+  for (size_t i = 1; i < command.words.size(); i++) {
+    if (input_of(*c, command, command.words[i]) != nullptr) {
+      more |= c->input.insert(name + "::" + std::to_string(i)).second;
+      c->input.insert(name + "::@");
+    }
+  }
+  return more;
+}
+
+// The number of the argument that is the sub-item, 0 when none is.
+static size_t subitem_argument(const script_line &line)
+{
+  const std::vector<std::string> words = split_words(line.text);
+  for (size_t i = 1; i < words.size(); i++) {
+    if (words[i].find("$S$") != std::string::npos) {
+      return i;
+    }
+  }
+  return 0;
+}
+
+// Values that the page's own checks hold to something harmless: those of fields
+// with such a check, and of lists.  Cells are checked up to the first blank
+// row.
+static void add_checked(context *c, const std::string &script_name)
+{
+  static const std::set<std::string> words_of_list = {"keyword", "word"};
+  static const std::set<std::string> numbers = {"decimal", "number", "signed"};
+  for (const form *f : forms_of(c->dev, script_name)) {
+    for (const form_item &item : f->items) {
+      const form_line *check = attribute(item, "check");
+      const std::vector<std::string> words =
+          split_words(check != nullptr ? check->text : "");
+      const auto is_one_of = [&](const std::set<std::string> &checks) {
+        return std::any_of(words.begin(), words.end(),
+                           [&](const std::string &word) {
+                             return checks.count(lower(word)) != 0;
+                           });
+      };
+      const bool number = is_one_of(numbers);
+      const std::string name = "::orv[" + item.name + "]";
+      if (item.table < 0 &&
+          (number || is_one_of(words_of_list) || item.type == PT_SELECT ||
+           item.type == PT_CHECKBOX) &&
+          c->judged.insert(name).second && number) {
+        c->padded.insert(name);
+      }
+    }
+  }
+}
+
+// Which argument is the sub-item depends on the header's line.
+static void add_arguments(context *c, const std::string &script_name)
+{
+  for (const auto &entry : c->dev.forms) {
+    for (const script_line &line : entry.second.scripts) {
+      const size_t argument = subitem_argument(line);
+      if (line.script == script_name && argument != 0) {
+        c->input.insert("::" + std::to_string(argument));
+        c->input.insert("::@");
+        c->input.insert("::*");
+      }
+    }
+  }
+}
+
+// Until nothing new is reached: functions may call each other in any order.
+static void follow_input(context *c)
+{
+  bool more = true;
+  while (more) {
+    more = false;
+    for (const script *s : c->files) {
+      for (const bash_command &command : s->code.commands) {
+        more |= follow_reading(c, command) || follow_match(c, command);
+        more |= follow_assignments(c, command);
+        more |= follow_call(c, command);
+      }
+    }
+  }
+}
+
+context follow_values(const device &dev, const std::string &script_name)
+{
+  context c = {dev, {}, dev.library, {},
+               {},  {}, {},          {"orv", "orv_was", "orv_label"}};
+  for (const std::string &name : with_sources(dev, script_name)) {
+    c.files.push_back(&dev.scripts.at(name));
+  }
+  collect_locals(&c);
+  collect_judged(&c);
+  add_checked(&c, script_name);
+  add_arguments(&c, script_name);
+  follow_input(&c);
+  return c;
+}

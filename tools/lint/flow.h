@@ -1,0 +1,40 @@
+// The values of a request as they go through a script.
+
+#ifndef LINT_FLOW_H
+#define LINT_FLOW_H
+
+#include "device.h"
+
+// A script with the files that it sources: they share variables and functions.
+struct context {
+  const device &dev;
+  std::vector<const script *> files;
+  std::set<std::string> functions;
+  std::set<std::string> locals; // "function::name"
+  std::set<std::string> input;  // scoped names that hold a request's values
+  std::set<std::string> judged; // scoped names that something has looked at
+  std::set<std::string> padded; // the page's numbers, which may begin with 0
+  std::set<std::string> maps;   // arrays whose subscripts are text
+};
+
+// The name with the function that it belongs to.
+std::string scoped(const context &c, const std::string &function,
+                   const std::string &name);
+// The command's name, "" for what is no simple command.
+const std::string &first_word(const bash_command &command);
+// The name with its subscript as it is written.
+std::string full_name(const bash_expansion &expansion);
+// Whether the expansion brings in a value that nothing has looked at.
+bool is_input(const context &c, const bash_command &command,
+              const bash_expansion &expansion);
+// The first such expansion of the word, NULL without one.
+const bash_expansion *input_of(const context &c, const bash_command &command,
+                               const bash_word &word);
+// Enters what the scripts compare with something.
+void collect_judged(context *c);
+// All that is known of the script and what it sources.
+context follow_values(const device &dev, const std::string &script_name);
+
+constexpr char NAME_PART[] = "%%="; // ${line%%=*}
+
+#endif

@@ -1,0 +1,44 @@
+// --run: the scripts that run, and what they say.
+
+#ifndef LINT_RUN_H
+#define LINT_RUN_H
+
+#include <map>
+
+#include "device.h"
+
+struct outcome {
+  std::string output;
+  std::string errors;
+  int status = 0;       // as a shell tells it
+  bool held = false;    // something else keeps the output open
+  bool stopped = false; // it took too long
+  long ms = 0;
+};
+
+struct device_run {
+  const device &dev;
+  findings *found;
+  std::string dir;                             // of the copy
+  std::map<std::string, std::string> subitems; // by form, the first one known
+};
+
+// The values of a page by name, in small letters.
+typedef std::map<std::string, std::string> values;
+
+// Runs the line in the folder and takes in what it says.
+outcome run(const std::string &line, const std::string &dir);
+// The script line as the executable runs it, "" when a value in it cannot be
+// quoted; that is told by a rule of its own.
+std::string command_of(const script_line &line, const form &f,
+                       const std::string &subitem, const std::string &dir);
+// Where what a script does is told, NULL when it is none of the folder's.
+const source_file *script_file(const device_run &r, const script_line &line);
+std::vector<note> in_form(const form &f, const script_line &line);
+// The values that the script has reported.
+values read_values(const device_run &r, const form &f, const script_line &line,
+                   const std::string &output);
+// Compares what a read script has reported with what its form draws.
+void check_values(const device_run &r, const form &f, const values &all);
+
+#endif

@@ -1,0 +1,247 @@
+// --run: what read scripts report, and what their forms make of it.
+
+#include <algorithm>
+#include <stdlib.h>
+#include <string.h>
+
+#include "references.h"
+#include "run.h"
+#include "script_names.h"
+#include "text.h"
+
+static constexpr size_t LINE_MAX_LENGTH = 249; // of a line that a page reads
+
+// The store's rules, as far as names go.
+static void store_line(const device_run &r, const source_file &file,
+                       const std::vector<note> &notes, std::string line,
+                       values *into)
+{
+  line.erase(line.find_last_not_of(" \t") + 1);
+  line.erase(0, line.find_first_not_of(" \t"));
+  if (line.empty()) {
+    return;
+  }
+  const size_t equals = line.find('=');
+  if (equals == std::string::npos) {
+    tell(r.found, file, 1, 1, "run-format",
+         "Bad format script output " + in_quotes(line), notes);
+    return;
+  }
+  std::string name = lower(line.substr(0, equals));
+  std::string value = line.substr(equals + 1);
+  if (value.size() > 1 && value.front() == value.back() &&
+      (value[0] == '"' || value[0] == '\'')) {
+    value = value.substr(1, value.size() - 2);
+  }
+  const bool origin =
+      name.size() > 2 && name[1] == '_' && strchr("duco", name[0]) != nullptr;
+  if (origin) {
+    name.erase(0, 2);
+  }
+  if (is_secret(name) && !value.empty() && !starts_with(name, "error_")) {
+    tell(r.found, file, 1, 1, "secret",
+         in_quotes(name) +
+             " is a secret, and the script reports it to the page",
+         notes);
+  }
+  (*into)[name] = value;
+}
+
+// Pieces of a long line are read as lines, as a page does.
+values read_values(const device_run &r, const form &f, const script_line &line,
+                   const std::string &output)
+{
+  values all;
+  const source_file &file = *script_file(r, line);
+  const std::vector<note> notes = in_form(f, line);
+  for (const std::string &text : split_lines(output)) {
+    if (text.size() > LINE_MAX_LENGTH) {
+      tell(r.found, file, 1, 1, "run-long",
+           "a reported line has " + std::to_string(text.size()) +
+               " bytes, and a page reads 249 at a time: " +
+               in_quotes(text.substr(0, 40) + "..."),
+           notes);
+    }
+    store_line(r, file, notes, text.substr(0, LINE_MAX_LENGTH), &all);
+  }
+  return all;
+}
+
+// Whether any row of the column is reported.
+static bool has_cell(const values &all, const std::string &column)
+{
+  const auto at = all.lower_bound(column + "0");
+  return at != all.end() && starts_with(at->first, column) &&
+         at->first.find_first_not_of("0123456789", column.size()) ==
+             std::string::npos;
+}
+
+// Whether the script keeps the name back on purpose.
+static bool is_kept_back(const device_run &r, const form &f,
+                         const std::string &name)
+{
+  for (const std::string &script_name : f.runs) {
+    const script &s = r.dev.scripts.at(script_name);
+    if (s.words.count("u_" + name) != 0) {
+      return true;
+    }
+    for (const bash_command &command : s.code.commands) {
+      if (!command.words.empty() && command.words[0].plain == "orv_secret" &&
+          std::any_of(command.words.begin(), command.words.end(),
+                      [&](const bash_word &word) {
+                        return starts_with(lower(word.plain), name);
+                      })) {
+        return true;
+      }
+    }
+  }
+  return is_secret(name);
+}
+
+static bool is_conditional_on(const std::vector<condition> &conditions,
+                              const std::string &name)
+{
+  return std::any_of(
+      conditions.begin(), conditions.end(),
+      [&](const condition &c) { return refers_to(c.text, "CDEOUV", name); });
+}
+
+// A box that was never reported is an unticked one, and can be ticked.
+static void check_item_reported(const device_run &r, const form &f,
+                                const form_item &item, const values &all)
+{
+  const std::string name = lower(item.name);
+  bool reported = all.count(name) != 0;
+  if (item.table >= 0) {
+    const bool any = std::any_of(
+        f.items.begin(), f.items.end(), [&](const form_item &other) {
+          return other.table == item.table && has_cell(all, lower(other.name));
+        });
+    reported = !any || has_cell(all, name);
+  }
+  if (!reported && item.type != PT_CHECKBOX && !is_kept_back(r, f, name) &&
+      !is_conditional_on(item.conditions, name)) {
+    tell(r.found, f, *item.lines.front(), 0, "run-unreported",
+         "the read script does not report " + in_quotes(item.name) +
+             "; report what is empty, too, or it cannot be emptied");
+  }
+}
+
+// A text that is shown only with its value may do without.
+static void check_text_reported(const device_run &r, const form &f,
+                                const form_line &line, const values &all)
+{
+  for (const text_part &part : references_of(line.text)) {
+    const std::string name = lower(part.name);
+    if (part.type == 'V' && all.count(name) == 0 &&
+        !has_cell(all, without_digits(name)) &&
+        !is_conditional_on(line.conditions, name)) {
+      tell(r.found, f, line, part.offset, "run-unreported",
+           "the read script does not report " + in_quotes(part.name));
+    }
+  }
+}
+
+// Those of the template, or the first words of the entries reported.
+static std::set<std::string> choices_of(const form_item &item,
+                                        const values &all)
+{
+  std::set<std::string> choices;
+  for (const form_line *line : item.lines) {
+    if (line->keyword == "choice") {
+      choices.insert(line->text.substr(0, line->text.find(' ')));
+    }
+  }
+  if (item.type == PT_ISELECT) {
+    const std::string stem = "select_" + lower(item.selector);
+    for (int i = 0; all.count(stem + std::to_string(i)) != 0; i++) {
+      const auto words = split_words(all.at(stem + std::to_string(i)));
+      choices.insert(words.empty() ? "" : words[0]);
+    }
+  }
+  return choices;
+}
+
+static void check_choice(const device_run &r, const form &f,
+                         const form_item &item, const values &all)
+{
+  const std::set<std::string> choices = choices_of(item, all);
+  const std::string name = lower(item.name);
+  for (const auto &entry : all) {
+    const bool cell = item.table >= 0 && starts_with(entry.first, name) &&
+                      entry.first.size() > name.size() &&
+                      entry.first.find_first_not_of(
+                          "0123456789", name.size()) == std::string::npos;
+    if ((entry.first != name && !cell) || entry.second.empty()) {
+      continue;
+    }
+    if (item.type == PT_CHECKBOX) {
+      if (entry.second != "True" && entry.second != "False") {
+        tell(r.found, f, *item.lines.front(), 0, "run-choice",
+             in_quotes(entry.first) + " is reported as " +
+                 in_quotes(entry.second) +
+                 ", and a box is \"True\" or \"False\"");
+      }
+    } else if (!choices.empty() && choices.count(entry.second) == 0) {
+      tell(r.found, f, *item.lines.front(), 0, "run-choice",
+           in_quotes(entry.first) + " is reported as " +
+               in_quotes(entry.second) + ", which is none of the choices" +
+               did_you_mean(entry.second, choices));
+    }
+  }
+}
+
+static void check_entries(const device_run &r, const form &f,
+                          const form_item &item, const values &all)
+{
+  const std::string stem = "select_" + lower(item.selector);
+  if (all.count(stem + "0") == 0) {
+    tell(r.found, f, *item.lines.front(), 0, "list-entries",
+         "the read script reports no " + in_quotes(stem + "0") +
+             ", so the list is empty");
+    return;
+  }
+  int last = 0;
+  while (all.count(stem + std::to_string(last)) != 0) {
+    last++;
+  }
+  for (const auto &entry : all) {
+    if (starts_with(entry.first, stem) &&
+        entry.first.find_first_not_of("0123456789", stem.size()) ==
+            std::string::npos &&
+        atoi(entry.first.c_str() + stem.size()) > last) {
+      tell(r.found, f, *item.lines.front(), 0, "list-entries",
+           "the list ends before " + in_quotes(stem + std::to_string(last)) +
+               ", which is missing, though " + in_quotes(entry.first) +
+               " is reported");
+      return;
+    }
+  }
+}
+
+// A page that only tells a fault has no values.
+void check_values(const device_run &r, const form &f, const values &all)
+{
+  // A script that tells a fault reports what it likes.
+  if (all.count("error_msg") + all.count("error_fatal") != 0) {
+    return;
+  }
+  for (const form_item &item : f.items) {
+    if (is_input(item)) {
+      check_item_reported(r, f, item, all);
+    }
+    if (item.type == PT_SELECT || item.type == PT_ISELECT ||
+        item.type == PT_CHECKBOX) {
+      check_choice(r, f, item, all);
+    }
+    if (item.type == PT_ISELECT || item.type == PT_IMENU) {
+      check_entries(r, f, item, all);
+    }
+  }
+  for (const form_line &line : f.lines) {
+    const bool shown = line.keyword != "if" && line.keyword != "ifnot";
+    if (shown && !(is_special(f.name) && f.name != "orvmenu")) {
+      check_text_reported(r, f, line, all);
+    }
+  }
+}

@@ -1,0 +1,49 @@
+// Names of values as they stand in scripts.
+
+#include "script_names.h"
+
+std::string without_digits(const std::string &name)
+{
+  return name.substr(0, name.find_last_not_of("0123456789") + 1);
+}
+
+// "$name" of an array that is given its elements once.
+static const bash_assignment *array_of(const script &s,
+                                       const bash_expansion &expansion)
+{
+  const bash_assignment *array = nullptr;
+  for (const bash_command &command : s.code.commands) {
+    for (const bash_assignment &assignment : command.assignments) {
+      if (assignment.name == expansion.name && !assignment.elements.empty()) {
+        if (array != nullptr) {
+          return nullptr;
+        }
+        array = &assignment;
+      }
+    }
+  }
+  return expansion.subscript == "@" && expansion.rest.empty() ? array : nullptr;
+}
+
+// The names that a word stands for, as far as they are written out.
+void add_literals(const script &s, const bash_word &word,
+                  std::vector<literal_name> *names)
+{
+  if (word.expansions.empty()) {
+    names->push_back({word.plain, word.line, word.column});
+    return;
+  }
+  const bash_assignment *array = array_of(s, word.expansions[0]);
+  if (array != nullptr && word.expansions.size() == 1) {
+    for (const bash_word &element : array->elements) {
+      if (element.expansions.empty()) {
+        names->push_back({element.plain, element.line, element.column});
+      }
+    }
+  }
+}
+
+bool is_value_array(const std::string &name)
+{
+  return name == "orv" || name == "cfg" || name == "orv_was";
+}

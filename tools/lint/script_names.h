@@ -1,0 +1,24 @@
+// Names of values as they stand in scripts.
+
+#ifndef LINT_SCRIPT_NAMES_H
+#define LINT_SCRIPT_NAMES_H
+
+#include "device.h"
+
+// A name that stands in a script as it is, and where.
+struct literal_name {
+  std::string name;
+  int line;
+  int column;
+};
+
+// The column of a cell's name; of another name, the name itself.
+std::string without_digits(const std::string &name);
+// The names that a word stands for, as far as they are written out: its own,
+// or the elements of an array that is given them once.
+void add_literals(const script &s, const bash_word &word,
+                  std::vector<literal_name> *names);
+// The arrays that hold a form's values.
+bool is_value_array(const std::string &name);
+
+#endif
