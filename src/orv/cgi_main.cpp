@@ -47,7 +47,7 @@ static orv_var *changed_var;           // borrowed: what Home found changed
 
 // --- fixed texts -------------------------------------------------------------
 
-static const char VERSION_TEXT[] = "ORV 1.1.8";
+static const char VERSION_TEXT[] = "ORV " ORV_VERSION;
 static const char AUTHOR_TEXT[] = "Marovi Systems Limited";
 static const char ERROR_TITLE[] = "Configuration system error";
 static const char MENU_FORM[] = "orvmenu";

@@ -9,6 +9,7 @@ import textwrap
 from . import record, run, script
 from .device import CannotRun, Device, device_of, executable, is_device
 
+VERSION = pathlib.Path(__file__).resolve().parents[2] / "VERSION"
 PASSED, FAILED, CANNOT_RUN = 0, 1, 2
 WIDTH = 30  # of the column of commands in the help
 
@@ -62,7 +63,8 @@ def say(*lines):
 def options(arguments):
     parser = argparse.ArgumentParser(
         "orv-test", usage="orv-test [--device DIR] [--orv PATH] FILE...\n"
-        "       orv-test --record FILE [--device DIR] [--orv PATH] [--port N]",
+        "       orv-test --record FILE [--device DIR] [--orv PATH] [--port N]\n"
+        "       orv-test --version | --help",
         description=HELP, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("files", nargs="*", metavar="FILE")
     parser.add_argument(
@@ -75,6 +77,8 @@ def options(arguments):
                         help="write a test while you click")
     parser.add_argument("--port", type=int, default=0,
                         help="port for --record (default: a free one)")
+    parser.add_argument("--version", action="version",
+                        version=f"orv-test {VERSION.read_text().strip()}")
     found = parser.parse_args(arguments)
     if bool(found.files) == bool(found.record):
         parser.error("name one or more test files, or --record FILE")

@@ -48,6 +48,7 @@ static const char USAGE[] =
     "  --dry-run   check everything, save nothing\n"
     "  --secrets   dump and get: with passwords, where the scripts tell them\n"
     "  --help      show this text\n"
+    "  --version   show the version\n"
     "\n"
     "Exit status: 0 done or nothing to do, 1 refused (nothing was saved),\n"
     "2 wrong use.  orvctl(8) tells more.\n";
@@ -498,6 +499,7 @@ static int complete(int count, char **words)
   }
   if (typed[0] == '-') {
     complete_offer(typed, "--help");
+    complete_offer(typed, "--version");
     for (const auto &row : options) {
       complete_offer(typed, row.name);
     }
@@ -538,6 +540,10 @@ int main(int argc, char **argv)
   for (int i = 1; i < argc; i++) {
     if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
       fputs(USAGE, stdout);
+      return EXIT_SUCCESS;
+    }
+    if (strcmp(argv[i], "--version") == 0) {
+      puts("orvctl " ORV_VERSION);
       return EXIT_SUCCESS;
     }
     if (strncmp(argv[i], "--", 2) != 0) {

@@ -1,0 +1,24 @@
+"""The version's number stands in one place, and every program knows it."""
+
+import os
+import pathlib
+import subprocess
+
+from test_orvctl import ORVCTL
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+
+def test_every_program_tells_the_number_of_the_page(site):
+    site.template("orvmenu", "text Hello")
+    (generator,) = [e for e in site.get().all("meta") if e.get("name") == "generator"]
+    number = generator.get("content").removeprefix("ORV ")
+    assert number == (ROOT / "VERSION").read_text().strip() != ""
+    for program in (ORVCTL, ROOT / "tools/orv-test", ROOT / "tools/larkspur-new", ROOT / "demo/run"):
+        name = "demo/run" if str(program).endswith("demo/run") else pathlib.Path(program).name
+        done = subprocess.run([program, "--version"], cwd=site.folder, capture_output=True, text=True, check=True)
+        assert (done.stdout, done.stderr) == (f"{name} {number}\n", "")
+    # A server may turn a query into arguments: a page it is all the same.
+    asked = subprocess.run([os.environ["ORV"], "--version"], cwd=site.folder, capture_output=True,
+                           env={"REQUEST_METHOD": "GET"}, check=True)
+    assert asked.stdout.startswith(b"Status: 200 OK")
