@@ -196,8 +196,8 @@ def test_every_control_has_a_name_of_its_own_and_its_error(form):
 
 
 def test_a_script_marks_cells_by_their_rows_or_a_whole_column(form):
-    site = form("table t 2;field p;label P;field q",
-                "p0=a;p1=b;p2=c;q0=x;q1=y;q2=z")
+    site = form("table t 2;field p;label P;check email;field q",
+                "p0=a@x;p1=b@x;p2=c@x;q0=x;q1=y;q2=z")
     both = ["p1 described invalid focus", "p2 described invalid"]
     # what the check script says, messages shown, marked cells
     table = [
@@ -224,6 +224,11 @@ def test_a_script_marks_cells_by_their_rows_or_a_whole_column(form):
                 assert cell.get("aria-describedby") in ids | {None: ""}
                 found += [" ".join([name, *words])] * bool(words)
         assert found == marks, said
+        if said == "p1=No":  # a control with all that it can have
+            assert list(page.control("p1").attrib) == [
+                "type", "name", "value", "aria-label", "aria-invalid",
+                "aria-describedby", "autofocus", "inputmode", "autocomplete",
+                "autocapitalize", "spellcheck", "size"]
 
 
 def test_a_page_with_an_unsaved_secret_is_not_stored_by_the_browser(form):
