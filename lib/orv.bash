@@ -20,7 +20,7 @@ ORV_STATE=${ORV_STATE:-${BASH_SOURCE[0]%/*}/../state}
 ORV_DEFAULTS=${ORV_DEFAULTS:-${BASH_SOURCE[0]%/*}/../defaults}
 declare -gA orv=() orv_was=() orv_label=()
 # shellcheck disable=SC2034  # orv_store.bash reads some of these
-rows=() cells=() orv__stamps=() orv__secrets=()
+rows=() cells=() orv__stamps=() orv__secrets=() orv__beyond=''
 orv_failed=0 orv__told=0 orv__got=0 orv__page='' orv__lock=''
 orv__form=${2:0:50} orv__token=${EPOCHSECONDS:-0}.$$.$RANDOM # this run's own
 
@@ -80,8 +80,22 @@ orv_show() { # NAME...: reports values at hand; plain ones go out as one piece
   printf %s "$report"
 }
 
+# A web server sets no ORV_SECRETS (orv removes it) and always REQUEST_METHOD.
+orv__is_backup() {
+  [[ $ORV_SECRETS && -z $REQUEST_METHOD ]]
+}
 orv_show_secrets() { # NAME...: to orvctl --secrets, never to a page
-  [[ -z $ORV_SECRETS || $REQUEST_METHOD ]] || orv_show "$@"
+  orv__is_backup || return 0
+  orv_show "$@"
+}
+
+# orv_show_hash NAME [FIELD]: to orvctl dump --secrets, what is stored of a
+# secret that is kept as a hash, typed in FIELD (NAME).  It goes by a name of its
+# own, which no field checks; one too long would be cut, and is named as missing.
+orv_show_hash() {
+  orv__is_backup && ((${#1} <= 45 && ${#1} + ${#orv[$1]} < 240)) || return 0
+  orv_put "stored_$1" "${orv[$1]}"
+  orv_put "${2:-$1}" ''
 }
 
 # orv_stamp: of two pages the later one must not undo what the other saved.  It
@@ -123,6 +137,10 @@ orv_rows() {
       " $* " == *" ${key%"$row"} "* ]] && used[10#$row]=1
   done
   rows=("${!used[@]}")
+  for key in ${orv__beyond:+"$@"}; do
+    [[ $orv__beyond != *" $key "* ]] ||
+      orv_msg 'Nothing was saved: a table keeps 100 rows, and this one has more.'
+  done
 }
 orv_pack() { # COLUMN...: numbers `rows` anew, without gaps, and names `cells`
   local i name values=()
@@ -151,6 +169,7 @@ orv_msg() { orv__more orv_msg "$@"; }
 orv_end() { orv__more orv_end; }
 orv_fatal() { orv__more orv_fatal "$@"; }
 orv_secret() { orv__more orv_secret "$@"; }
+orv_take_hash() { orv__more orv_take_hash "$@"; }
 orv_lock() { orv__more orv_lock; }
 orv_store() { orv__more orv_store "$@"; }
 orv_changes() { orv__more orv_changes; }

@@ -12,6 +12,7 @@
 # shellcheck disable=SC2004,SC2034,SC2154
 ORV_TEMPLATES=${ORV_TEMPLATES:-${BASH_SOURCE[0]%/*}/../templates}
 orv_lines=() orv__stored=() orv__guard=()
+declare -gA orv__hashes=()
 
 # --- values and messages ------------------------------------------------------
 
@@ -43,7 +44,10 @@ orv_read() {
       key=${key:+${key%\#}$row}
     fi
     text=${line:6+${#name}:length < 999 ? length : 999} # more is never stored
-    [[ $key ]] || continue
+    if [[ -z $key ]]; then
+      orv__set_aside
+      continue
+    fi
     if [[ ${seen[$key]} ]]; then
       orv_msg 'The request says something twice.'
     elif [[ $text == *'"'* ]]; then
@@ -54,6 +58,31 @@ orv_read() {
   done
   orv__page=${orv[orv_stamp]} orv__got=1
   unset 'orv[orv_stamp]'
+}
+
+# orv__set_aside: of what nobody asked for, what may be missed later on: a hash
+# of a backup, and the columns that hold something behind the last row.
+orv__set_aside() {
+  if [[ $name == stored_* ]] && orv__is_backup && [[ $text != *'"'* ]]; then
+    orv__hashes[${name#stored_}]=$text
+  elif [[ $row == [1-9][0-9][0-9]* && ${wanted[${name%"$row"}#]} &&
+    $text == *[!\ $'\t']* ]]; then
+    orv__beyond+=" ${wanted[${name%"$row"}#]%\#} "
+  fi
+}
+
+# orv_take_hash NAME PATTERN [FIELD]: where orvctl apply puts back a hash and
+# nothing was typed in FIELD (NAME), takes it as it was stored: all of it must
+# match the extended regular expression, since no check of a field has seen it.
+orv_take_hash() {
+  local hash=${orv__hashes[${1,,}]}
+  [[ -z $hash || ${orv[${3:-$1}]} ]] && return 1
+  if [[ ! $hash =~ ^($2)$ ]]; then
+    orv_msg 'This device cannot use a password as the backup has it stored.'
+    return 1
+  fi
+  orv[$1]=$hash
+  orv_secret "$1"
 }
 
 orv_secret() { # NAME...: blank means unchanged; stored, it leaves the page

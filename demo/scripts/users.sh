@@ -1,12 +1,13 @@
 #!/bin/bash
 # Who may use these pages: a table of names and roles.
 #
-# What a password becomes is kept in a file of its own, which nothing here
-# reports: a random salt and the SHA-512 of salt and password.  That tool is on
-# every device and keeps what was typed out of the file; where a slow hash (what
-# crypt makes) is at hand, it belongs here instead.  A password belongs to a
-# name, not to a row: rows move when others are deleted.  The shipped users have
-# passwords that nobody knows: they were made at random and thrown away.
+# What a password becomes is kept in a file of its own, which no page is told: a
+# random salt and the SHA-512 of salt and password.  That tool is on every device
+# and keeps what was typed out of the file; where a slow hash (what crypt makes)
+# is at hand, it belongs here instead.  A password belongs to a name, not to a
+# row: rows move when others are deleted.  The shipped users have passwords that
+# nobody knows: they were made at random and thrown away.  A backup (orvctl dump
+# --secrets) holds what is kept, and gives it back.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 COLUMNS=(us_name us_role us_off)
@@ -21,10 +22,14 @@ if [[ $1 == --read ]]; then
   orv_tick "${rows[@]/#/us_off}"
   orv_pack "${COLUMNS[@]}"
   orv_show "${cells[@]}"
+  for row in "${!rows[@]}"; do
+    orv_show_hash "hash_${orv[us_name$row]}_password" "us_password$row"
+  done
   exit
 fi
 
 MAX_ROWS=20
+HASH='[0-9a-f-]{36}:[0-9a-f]{128}' # what hash_password makes
 
 # The page has checked the fields of an ordinary request; rows behind a gap
 # reach us unchecked, so formats are looked at once more.
@@ -34,7 +39,9 @@ check_row()
   if [[ ! $name =~ $USER ]]; then
     orv_error us_name 'Use small letters, digits and _, at most 20' "$1"
     return
-  elif [[ ${seen[$name]} ]]; then
+  fi
+  orv_take_hash "hash_${name}_password" "$HASH" "us_password$1"
+  if [[ ${seen[$name]} ]]; then
     orv_error us_name "Row ${seen[$name]} has this name already" "$1"
   elif [[ -z $password && -z ${orv[hash_${name}_password]} ]]; then
     orv_error us_password "$name is new and needs a password" "$1"

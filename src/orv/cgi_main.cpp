@@ -600,6 +600,7 @@ int main()
   orv_fatal_no_exit = 1;
   refuse_forbidden();
   orv_init_env();
+  unsetenv("ORV_SECRETS"); // by which read scripts know a backup
   int vars_loaded = load_vars();
   if (vars_loaded != 0 && orv_form != nullptr) {
     vars_loaded = check_action();

@@ -4,6 +4,7 @@
 #include "change.h"
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "orv.h"
@@ -51,6 +52,147 @@ static const wanted_value *first_missing(const wanted_value *values,
   return nullptr;
 }
 
+// The table that shows the cell `name` and the cell's row, from 0; NULL when it
+// is no cell's name.
+static const pt_body_item *find_table_of(const char *name, long *row)
+{
+  const pt_body_item *item = page_find_item(name);
+  if (item == nullptr || item->column < 0) {
+    return nullptr;
+  }
+  *row = strtol(name + strlen(item->name), nullptr, 10);
+  return page_table_of(item);
+}
+
+// The number of the table's rows that the page shows, blank ones included.
+static int count_shown(const pt_body_item *table)
+{
+  int rows = 0;
+  for (const page_field *field = page_fields(); field != nullptr;
+       field = field->next) {
+    rows = field->table == table ? field->row + 1 : rows;
+  }
+  return rows;
+}
+
+// A table that is asked for more rows than its template offers.
+struct offer {
+  const pt_body_item *table;
+  int shown;   // rows of the page
+  long wanted; // rows that the values need
+  int blank;   // blank rows that the template offers
+};
+
+// More tables than a form has; what is behind them is filled row by row.
+constexpr size_t OFFERS_MAX = 20;
+
+struct offer_list {
+  offer offers[OFFERS_MAX];
+  size_t count;
+};
+
+static offer *find_offer(offer_list *list, const pt_body_item *table)
+{
+  for (size_t i = 0; i < list->count; i++) {
+    if (list->offers[i].table == table) {
+      return list->offers + i;
+    }
+  }
+  if (list->count == OFFERS_MAX) {
+    return nullptr;
+  }
+  offer *added = list->offers + list->count;
+  list->count++;
+  *added = {table, count_shown(table), 0, table->table.add_rows};
+  return added;
+}
+
+// Finds out which rows the missing values need.
+static void collect_offers(offer_list *list, const wanted_value *values,
+                           size_t count)
+{
+  for (size_t i = 0; i < count; i++) {
+    long row = 0;
+    const pt_body_item *table =
+        values[i].set ? nullptr : find_table_of(values[i].name, &row);
+    offer *its = table != nullptr && table->type == PT_TABLE
+                     ? find_offer(list, table)
+                     : nullptr;
+    if (its != nullptr && row >= its->wanted) {
+      its->wanted = row + 1;
+    }
+  }
+}
+
+// Has the page drawn with all the rows at once that a person would get one
+// after the other: those in front of the blank ones that stand there at last.
+// False when none is needed, or the page cannot be drawn.
+static bool ask_for_rows(offer_list *list, size_t values)
+{
+  bool more = false;
+  for (offer *its = list->offers; its < list->offers + list->count; its++) {
+    // Each row takes a value at least.
+    const long most = its->shown + static_cast<long>(values);
+    const long last = its->wanted < most ? its->wanted : most;
+    const long extra = last - its->blank - its->shown;
+    if (its->shown > 0 && extra > 0) {
+      page_offer_rows(its->table, its->blank + static_cast<int>(extra));
+      more = true;
+    }
+  }
+  return more;
+}
+
+static bool redraw(const char *form)
+{
+  if (!page_redraw()) {
+    report_failure(form, page_message());
+    return false;
+  }
+  return true;
+}
+
+static bool refuse_unknown(const char *form, const char *name)
+{
+  return refuse(form, name, "is no field of the form as it is");
+}
+
+// The page with the rows that it has by itself again.  False when it lacks a
+// value set in one of the others: no person could have reached a row behind a
+// gap.
+static bool keep_rows(const char *form, const offer_list *list,
+                      const wanted_value *values, size_t count)
+{
+  for (size_t i = 0; i < list->count; i++) {
+    page_offer_rows(list->offers[i].table, list->offers[i].blank);
+  }
+  if (!redraw(form)) {
+    return false;
+  }
+  for (size_t i = 0; i < count; i++) {
+    long row;
+    if (values[i].set && find_table_of(values[i].name, &row) != nullptr &&
+        page_find(values[i].name) == nullptr) {
+      return refuse_unknown(form, values[i].name);
+    }
+  }
+  return true;
+}
+
+// Sets what belongs into rows that the page does not show yet.  The number of
+// values set, -1, reported, when that failed; the page has been drawn anew when
+// it is not 0.
+static int set_rows(const char *form, wanted_value *values, size_t count)
+{
+  offer_list list = {};
+  collect_offers(&list, values, count);
+  if (!ask_for_rows(&list, count)) {
+    return 0;
+  }
+  const int set = redraw(form) ? set_shown(form, values, count) : -1;
+  return set >= 0 && keep_rows(form, &list, values, count) ? set : -1;
+}
+
 bool change_values(const char *form, wanted_value *values, size_t count)
 {
   for (;;) {
@@ -59,14 +201,20 @@ bool change_values(const char *form, wanted_value *values, size_t count)
     if (set < 0 || missing == nullptr) {
       return missing == nullptr;
     }
+    const int in_rows = set_rows(form, values, count);
+    if (in_rows != 0) {
+      if (in_rows < 0) {
+        return false;
+      }
+      continue;
+    }
     if (set == 0) {
       if (!page_header()->expert_mode || orv_expert_mode != 0) {
-        return refuse(form, missing->name, "is no field of the form as it is");
+        return refuse_unknown(form, missing->name);
       }
       orv_expert_mode = 1;
     }
-    if (!page_redraw()) {
-      report_failure(form, page_message());
+    if (!redraw(form)) {
       return false;
     }
   }
@@ -79,23 +227,14 @@ static bool is_row(const page_field *field, const pt_body_item *table)
 
 bool change_delete_row(const pt_body_item *table, int row)
 {
-  page_field *field = page_fields();
-  while (field != nullptr && !(is_row(field, table) && field->row == row)) {
-    field = field->next;
-  }
+  page_field *field = page_find_delete(table, row);
   return field != nullptr && page_choose(field, "True") == nullptr;
 }
 
 bool change_show_table(const pt_body_item *table)
 {
-  for (const page_field *field = page_fields(); field != nullptr;
-       field = field->next) {
-    if (field->row >= 0 && field->item != nullptr &&
-        page_table_of(field->item) == table) {
-      return true;
-    }
-  }
-  if (!page_header()->expert_mode || orv_expert_mode != 0) {
+  if (count_shown(table) > 0 || !page_header()->expert_mode ||
+      orv_expert_mode != 0) {
     return true;
   }
   orv_expert_mode = 1;

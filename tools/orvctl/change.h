@@ -16,8 +16,9 @@ struct wanted_value {
 };
 
 // Sets every value that the page has a field for, drawing it again as long as
-// that shows more of them; the expert view is tried last.  False, reported,
-// when one cannot be set or has no field.
+// that shows more of them; the expert view is tried last.  Rows are filled as
+// if one after the other.  False, reported, when one cannot be set or has no
+// field.
 bool change_values(const char *form, wanted_value *values, size_t count);
 
 // Marks row `number` of a table, counted from 0, for deletion; false when the

@@ -13,10 +13,17 @@
 
 #include "change.h"
 #include "orv.h"
+#include "orv_changes.h"
 #include "orv_guard.h"
+#include "orv_secret.h"
+#include "orv_vars.h"
 #include "report.h"
 #include "sitemap.h"
 #include "terminal.h"
+
+// What lines other than values begin with, as they are written and read.
+static const char NOT_SAVED[] = "# not saved here: ";
+static const char SECRET[] = "secret ";
 
 // --- writing -----------------------------------------------------------------
 
@@ -37,11 +44,11 @@ static bool is_dumped(const page_field *field, bool secrets)
   return secrets || !page_is_secret(field->name);
 }
 
-// The blank rows that a table offers are no part of it.
-static bool is_blank_row(const page_field *field, const pt_body_item *table)
+// A secret that the read script keeps to itself all the same.
+static bool is_kept(const page_field *field)
 {
-  return field->row >= 0 && table->type == PT_TABLE &&
-         field->row >= change_count_rows(table);
+  return page_is_secret(field->name) &&
+         orv_get_var(&cfg_vars, field->name, o_orig) == nullptr;
 }
 
 // A dump is looked at on terminals, and read back: control characters stand in
@@ -62,22 +69,41 @@ static void put_value(const char *value)
   putchar('\n');
 }
 
+// The blank rows that a table offers are no part of it.
 static void dump_fields(bool secrets)
 {
   const pt_body_item *table = nullptr;
+  int rows = 0; // of that table
   for (const page_field *field = page_fields(); field != nullptr;
        field = field->next) {
-    if (field->row >= 0 && field->item != nullptr) {
-      const pt_body_item *its = page_table_of(field->item);
-      if (its != table && its->type == PT_TABLE) {
-        terminal_print(stdout, "table %s %d\n", its->name,
-                       change_count_rows(its));
-      }
-      table = its;
+    if (field->table != nullptr && field->table != table &&
+        field->table->type == PT_TABLE) {
+      rows = change_count_rows(field->table);
+      terminal_print(stdout, "table %s %d\n", field->table->name, rows);
     }
-    if (is_dumped(field, secrets) && !is_blank_row(field, table)) {
+    table = field->table != nullptr ? field->table : table;
+    const bool is_blank = field->table != nullptr &&
+                          field->table->type == PT_TABLE && field->row >= rows;
+    if (!is_dumped(field, secrets) || is_blank) {
+      continue;
+    }
+    if (is_kept(field)) {
+      terminal_print(stdout, "%s%s\n", NOT_SAVED, field->name);
+    } else {
       terminal_print(stdout, "%s=", field->name);
       put_value(page_value(field));
+    }
+  }
+}
+
+// What the device stores of secrets that no field shows.
+static void dump_stored_secrets()
+{
+  for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
+    if (var->o_value != nullptr && orv_is_secret_name(var->name) &&
+        page_find_item(var->name) == nullptr) {
+      terminal_print(stdout, "%s%s=", SECRET, var->name);
+      put_value(var->o_value);
     }
   }
 }
@@ -99,10 +125,13 @@ static bool dump_page(const site_page *page, bool secrets)
     report_failure(page->name, page_message());
     return false;
   }
-  const owned_text title(page_plain_text(page_header()->title));
+  const owned_text title(orv_plain_text(page_header()->title));
   terminal_print(stdout, "\n# %s\nform %s\n",
                  title != nullptr ? title.get() : "", page->name);
   dump_fields(secrets);
+  if (secrets) {
+    dump_stored_secrets();
+  }
   return true;
 }
 
@@ -149,6 +178,10 @@ struct dump_part {
   size_t value_count;
   dump_table *tables;
   size_t table_count;
+  wanted_value *secrets;
+  size_t secret_count;
+  const char **skipped; // names that the dump could not hold
+  size_t skipped_count;
 };
 
 struct dump_file {
@@ -176,6 +209,8 @@ static void free_dump(dump_file *dump)
   for (size_t i = 0; i < dump->part_count; i++) {
     free(dump->parts[i].values);
     free(dump->parts[i].tables);
+    free(dump->parts[i].secrets);
+    free(dump->parts[i].skipped);
   }
   free(dump->parts);
   free(dump->text);
@@ -194,14 +229,11 @@ static bool read_all(FILE *fp, char **text)
   return (*text)[got - 1] != '\0' && ferror(fp) == 0;
 }
 
-// The rest of the line behind the word `key` and a blank, NULL when it begins
-// with another word.
+// The rest of the line behind `key`, NULL when it begins otherwise.
 static char *behind(char *line, const char *key)
 {
   const size_t length = strlen(key);
-  return strncmp(line, key, length) == 0 && line[length] == ' '
-             ? line + length + 1
-             : nullptr;
+  return strncmp(line, key, length) == 0 ? line + length : nullptr;
 }
 
 static int hex_digit(char c)
@@ -229,51 +261,85 @@ static void restore_value(char *value)
   *out = '\0';
 }
 
-// Takes one line; NULL, or what is wrong with it.
-static const char *take_line(dump_file *dump, char *line)
+static const char NO_MEMORY[] = "out of memory";
+
+static const char *take_form(dump_file *dump, char *name)
 {
-  if (line[0] == '\0' || line[0] == '#') {
-    return nullptr;
+  dump_part *part = grow(&dump->parts, &dump->part_count);
+  if (part == nullptr) {
+    return NO_MEMORY;
   }
-  char *rest = behind(line, "form");
-  if (rest != nullptr) {
-    dump_part *part = grow(&dump->parts, &dump->part_count);
-    if (part == nullptr) {
-      return "out of memory";
-    }
-    part->page = rest;
-    return nullptr;
+  part->page = name;
+  return nullptr;
+}
+
+static const char *take_table(dump_part *part, char *rest)
+{
+  char *number = strrchr(rest, ' ');
+  if (number == nullptr || !isdigit(static_cast<unsigned char>(number[1]))) {
+    return "a \"table\" line has a name and a number of rows";
   }
-  if (dump->part_count == 0) {
-    return "a \"form\" line must come first";
+  *number = '\0';
+  dump_table *table = grow(&part->tables, &part->table_count);
+  if (table == nullptr) {
+    return NO_MEMORY;
   }
-  dump_part *part = dump->parts + dump->part_count - 1;
-  rest = behind(line, "table");
-  if (rest != nullptr) {
-    char *number = strrchr(rest, ' ');
-    if (number == nullptr || !isdigit(static_cast<unsigned char>(number[1]))) {
-      return "a \"table\" line has a name and a number of rows";
-    }
-    *number = '\0';
-    dump_table *table = grow(&part->tables, &part->table_count);
-    if (table == nullptr) {
-      return "out of memory";
-    }
-    *table = {rest, static_cast<int>(strtol(number + 1, nullptr, 10))};
-    return nullptr;
-  }
+  *table = {rest, static_cast<int>(strtol(number + 1, nullptr, 10))};
+  return nullptr;
+}
+
+static const char *take_value(wanted_value **list, size_t *count, char *line)
+{
   char *equals = strchr(line, '=');
   if (equals == nullptr) {
     return "neither \"form\", \"table\" nor NAME=VALUE";
   }
   *equals = '\0';
   restore_value(equals + 1);
-  wanted_value *wanted = grow(&part->values, &part->value_count);
+  wanted_value *wanted = grow(list, count);
   if (wanted == nullptr) {
-    return "out of memory";
+    return NO_MEMORY;
   }
   *wanted = {line, equals + 1, false};
   return nullptr;
+}
+
+static const char *take_skipped(dump_part *part, const char *name)
+{
+  const char **skipped = grow(&part->skipped, &part->skipped_count);
+  if (skipped == nullptr) {
+    return NO_MEMORY;
+  }
+  *skipped = name;
+  return nullptr;
+}
+
+// Takes one line; NULL, or what is wrong with it.
+static const char *take_line(dump_file *dump, char *line)
+{
+  dump_part *part =
+      dump->part_count > 0 ? dump->parts + dump->part_count - 1 : nullptr;
+  char *rest = behind(line, NOT_SAVED);
+  if (rest != nullptr && part != nullptr) {
+    return take_skipped(part, rest);
+  }
+  if (line[0] == '\0' || line[0] == '#') {
+    return nullptr;
+  }
+  rest = behind(line, "form ");
+  if (rest != nullptr) {
+    return take_form(dump, rest);
+  }
+  if (part == nullptr) {
+    return "a \"form\" line must come first";
+  }
+  rest = behind(line, "table ");
+  if (rest != nullptr) {
+    return take_table(part, rest);
+  }
+  rest = behind(line, SECRET);
+  return rest != nullptr ? take_value(&part->secrets, &part->secret_count, rest)
+                         : take_value(&part->values, &part->value_count, line);
 }
 
 static bool parse_dump(dump_file *dump, const char *file)
@@ -321,17 +387,42 @@ static bool shorten_tables(const dump_part *part)
   return !marked || page_redraw();
 }
 
+// Hands over what the device has stored of secrets; its scripts decide whether
+// they take it.
+static bool put_secrets(const dump_part *part)
+{
+  for (size_t i = 0; i < part->secret_count; i++) {
+    const wanted_value *secret = part->secrets + i;
+    const char *why = orv_is_secret_name(secret->name)
+                          ? page_put_secret(secret->name, secret->value)
+                          : "is no secret's name";
+    if (why != nullptr) {
+      char text[PLACE_SIZE];
+      snprintf(text, sizeof text, "\"%.50s\" %s", secret->name, why);
+      report_failure(part->page, text);
+      return false;
+    }
+  }
+  return true;
+}
+
+static bool fill_page(dump_part *part)
+{
+  for (size_t i = 0; i < part->value_count; i++) {
+    part->values[i].set = false;
+  }
+  return change_values(part->page, part->values, part->value_count) &&
+         shorten_tables(part) && put_secrets(part);
+}
+
 static int apply_part(dump_part *part, bool dry)
 {
   site_page *page = sitemap_name(part->page);
   int status = EXIT_FAILURE;
   if (page != nullptr && page_open(page->form, page->subitem, false)) {
-    for (size_t i = 0; i < part->value_count; i++) {
-      part->values[i].set = false;
-    }
-    if (change_values(part->page, part->values, part->value_count) &&
-        shorten_tables(part)) {
-      status = report_result(part->page, change_submit(dry), dry);
+    if (fill_page(part)) {
+      status = report_result(part->page, change_submit(dry), dry,
+                             {part->skipped, part->skipped_count});
     }
   } else if (page != nullptr) {
     report_failure(part->page, page_message());

@@ -2,7 +2,9 @@
 //
 // A dump is lines: "form FORM[/SUBITEM]" begins a page, "NAME=VALUE" is the
 // value of a field as the page shows it, "table NAME ROWS" tells how many rows
-// a table has, whose cells stand as fields.  "#" lines and blank ones say
+// a table has, whose cells stand as fields, "secret NAME=VALUE" is what the
+// device stores of a secret that no field shows, a hash.  "# not saved here:
+// NAME" names a secret that the dump lacks; other "#" lines and blank ones say
 // nothing.
 
 #ifndef ORVCTL_DUMP_H

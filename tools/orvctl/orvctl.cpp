@@ -88,7 +88,7 @@ static void print_page(const site_page *page)
   report_member("form", page->name);
   report_member(page->title != nullptr ? "title" : "fault",
                 text != nullptr ? text : "");
-  report_member("input", page->has_input ? "True" : "False");
+  report_truth("input", page->has_input);
   report_close('}');
 }
 
@@ -116,14 +116,21 @@ static bool is_shown(const page_field *field)
   return field->kind != FIELD_STATE && field->kind != FIELD_DELETE;
 }
 
+static bool is_hidden(const page_field *field)
+{
+  return !with_secrets && page_is_secret(field->name);
+}
+
 static void print_field(const page_field *field)
 {
-  const bool hidden = !with_secrets && page_is_secret(field->name);
-  const char *value = hidden ? "" : page_value(field);
-  if (report_json) {
-    report_member(field->name, value);
+  const bool hidden = is_hidden(field);
+  if (!report_json) {
+    terminal_print(stdout, "%s=%s\n", field->name,
+                   hidden ? "" : page_value(field));
+  } else if (hidden) {
+    report_member(field->name, "");
   } else {
-    terminal_print(stdout, "%s=%s\n", field->name, value);
+    report_field(field->name, field);
   }
 }
 
@@ -203,7 +210,7 @@ static int set_values(int count, char **words)
   int status = EXIT_FAILURE;
   if (open_page(words[0]) &&
       change_values(words[0], values, static_cast<size_t>(count - 1))) {
-    status = report_result(words[0], change_submit(dry_run), dry_run);
+    status = report_result(words[0], change_submit(dry_run), dry_run, {});
   }
   free(values);
   return status;
@@ -211,31 +218,31 @@ static int set_values(int count, char **words)
 
 // --- rows --------------------------------------------------------------------
 
-static void print_row(const pt_body_item *table, int row)
+static void print_cell(const page_field *field)
 {
-  if (report_json) {
-    report_open(nullptr, '{');
+  const bool hidden = is_hidden(field);
+  const char *name = field->item->name;
+  if (!report_json) {
+    terminal_print(stdout, "\t%s=%s", name, hidden ? "" : page_value(field));
+  } else if (hidden) {
+    report_member(name, "");
   } else {
-    printf("%d", row + 1);
+    report_field(name, field);
   }
-  for (const page_field *field = page_fields(); field != nullptr;
-       field = field->next) {
-    if (field->row != row || !is_shown(field) ||
-        page_table_of(field->item) != table) {
-      continue;
-    }
-    const char *value =
-        !with_secrets && page_is_secret(field->name) ? "" : page_value(field);
-    if (report_json) {
-      report_member(field->item->name, value);
-    } else {
-      terminal_print(stdout, "\t%s=%s", field->item->name, value);
-    }
-  }
-  if (report_json) {
+}
+
+// Ends the row before, if any, and begins row `row`, if it is one.
+static void print_row_edge(int before, int row)
+{
+  if (before >= 0 && report_json) {
     report_close('}');
-  } else {
+  } else if (before >= 0) {
     putchar('\n');
+  }
+  if (row >= 0 && report_json) {
+    report_open(nullptr, '{');
+  } else if (row >= 0) {
+    printf("%d", row + 1);
   }
 }
 
@@ -248,10 +255,7 @@ static int count_rows(const pt_body_item *table)
   int rows = 0;
   for (const page_field *field = page_fields(); field != nullptr;
        field = field->next) {
-    if (field->row >= rows && field->item != nullptr &&
-        page_table_of(field->item) == table) {
-      rows = field->row + 1;
-    }
+    rows = field->table == table ? field->row + 1 : rows;
   }
   return rows;
 }
@@ -262,9 +266,19 @@ static int list_rows(const pt_body_item *table)
   if (report_json) {
     report_open(nullptr, '[');
   }
-  for (int row = 0; row < rows; row++) {
-    print_row(table, row);
+  int row = -1; // that is being written
+  for (const page_field *field = page_fields(); field != nullptr;
+       field = field->next) {
+    if (field->table != table || field->row >= rows || !is_shown(field)) {
+      continue;
+    }
+    if (field->row != row) {
+      print_row_edge(row, field->row);
+      row = field->row;
+    }
+    print_cell(field);
   }
+  print_row_edge(row, -1);
   if (report_json) {
     report_close(']');
   }
@@ -273,7 +287,7 @@ static int list_rows(const pt_body_item *table)
 
 static int submit(const char *form)
 {
-  return report_result(form, change_submit(dry_run), dry_run);
+  return report_result(form, change_submit(dry_run), dry_run, {});
 }
 
 // Sets cells of the row; `words` are COLUMN=VALUE.
@@ -378,6 +392,8 @@ static int dump(int count, char **words)
 
 static int apply(int, char **words)
 {
+  // What the device keeps from pages must be known, or it would seem to differ.
+  setenv("ORV_SECRETS", "1", 1);
   if (strcmp(words[0], "-") == 0) {
     return apply_dump(stdin, "standard input", dry_run);
   }

@@ -19,6 +19,7 @@
 #include "cgi_policy.h"
 #include "html_records.h"
 #include "orv.h"
+#include "orv_changes.h"
 #include "orv_check.h"
 #include "orv_error.h"
 #include "orv_guard.h"
@@ -31,17 +32,34 @@ static pt_header *hdr;     // owned: the form shown
 static pt_body_item *body; // owned: its items
 static page_field *fields; // owned
 static page_field **fields_end = &fields;
-static page_link *links; // owned
+static void *field_tree;    // the fields by name, of one name the first
+static orv_change *changes; // owned: what the last Submit came to
+static bool has_changed;    // the same in one word
+static page_link *links;    // owned
 static page_link **links_end = &links;
-static int row;             // of the table being drawn, -1 outside
-static const char *message; // borrowed: the page's, NULL when none
-static char *told;          // owned: what a script said, for `message`
-static bool out_of_memory;  // while drawing: the list of fields is a part
+static const pt_body_item *drawn_table; // that is being drawn, NULL outside
+static int row;                         // of it, -1 outside
+static const char *message;             // borrowed: the page's, NULL when none
+static char *told;         // owned: what a script said, for `message`
+static bool out_of_memory; // while drawing: the list of fields is a part
 
 // --- lists -------------------------------------------------------------------
 
+// Fields that a person can set, and deletion boxes.
+static int compare_fields(const void *a, const void *b)
+{
+  return strcasecmp(static_cast<const page_field *>(a)->name,
+                    static_cast<const page_field *>(b)->name);
+}
+
+static void keep_node(void *)
+{
+}
+
 static void free_fields()
 {
+  tdestroy(field_tree, keep_node);
+  field_tree = nullptr;
   while (fields != nullptr) {
     page_field *next = fields->next;
     free(fields->name);
@@ -73,12 +91,16 @@ static page_field *add_field(field_kind kind, const char *name,
     out_of_memory = true;
     return nullptr;
   }
-  *field = {kind, must_strdup(name), nullptr, item, row, nullptr};
+  *field = {kind, must_strdup(name), nullptr, item, drawn_table, row, nullptr};
   field->value = value != nullptr ? must_strdup(value) : nullptr;
   out_of_memory |= field->name == nullptr;
   out_of_memory |= value != nullptr && field->value == nullptr;
   *fields_end = field;
   fields_end = &field->next;
+  if (kind != FIELD_STATE && field->name != nullptr &&
+      tsearch(field, &field_tree, compare_fields) == nullptr) {
+    out_of_memory = true;
+  }
   return field;
 }
 
@@ -193,6 +215,7 @@ static void draw_table(pt_body_item *itm, mcol_trans step)
 {
   switch (step) {
   case MCOL_START:
+    drawn_table = itm;
     row = 0;
     break;
   case MCOL_ROW_END_DEL: {
@@ -207,6 +230,7 @@ static void draw_table(pt_body_item *itm, mcol_trans step)
     row++;
     break;
   case MCOL_END:
+    drawn_table = nullptr;
     row = -1;
     break;
   default:
@@ -231,6 +255,7 @@ static bool draw()
 {
   free_fields();
   free_links();
+  drawn_table = nullptr;
   row = -1;
   out_of_memory = false;
   orv_body_output(&field_procs, body, 0, nullptr);
@@ -287,9 +312,17 @@ bool page_is_secret(const char *name)
          (field->kind != FIELD_BOX && field->kind != FIELD_LIST);
 }
 
+static void forget_changes()
+{
+  orv_free_changes(changes);
+  changes = nullptr;
+  has_changed = false;
+}
+
 void page_close(void)
 {
   begin_request();
+  forget_changes();
   free_form();
   free_fields();
   free_links();
@@ -299,7 +332,7 @@ void page_close(void)
 static void take_told(const char *text)
 {
   free(told);
-  told = page_plain_text(text);
+  told = orv_plain_text(text);
   message = told != nullptr ? told : text;
 }
 
@@ -402,14 +435,26 @@ static bool can_be_set(const page_field *field)
          field->kind == FIELD_LIST || field->kind == FIELD_FIXED;
 }
 
+static page_field *find_field(const char *name)
+{
+  page_field key = {};
+  key.name = const_cast<char *>(name);
+  void *node = tfind(&key, &field_tree, compare_fields);
+  return node != nullptr ? *static_cast<page_field **>(node) : nullptr;
+}
+
 page_field *page_find(const char *name)
 {
-  page_field *field = fields;
-  while (field != nullptr &&
-         (!can_be_set(field) || strcasecmp(field->name, name) != 0)) {
-    field = field->next;
-  }
-  return field;
+  page_field *field = find_field(name);
+  return field != nullptr && can_be_set(field) ? field : nullptr;
+}
+
+page_field *page_find_delete(const pt_body_item *of, int number)
+{
+  char name[CGI_DELETE_NAME_SIZE];
+  snprintf(name, sizeof name, "delete_%s_%d", of->name, number);
+  page_field *field = find_field(name);
+  return field != nullptr && field->kind == FIELD_DELETE ? field : nullptr;
 }
 
 static const char *set_value(page_field *field, const char *value)
@@ -495,13 +540,37 @@ static bool is_posted(const page_field *field)
   return field->kind != FIELD_FIXED && field->value != nullptr;
 }
 
+static bool is_state_of(const page_field *field, const char *name)
+{
+  return field->kind == FIELD_STATE && strcasecmp(field->name, name) == 0;
+}
+
+// As a page carries it: the state of the user's value.
+const char *page_put_secret(const char *name, const char *value)
+{
+  const char *fault = field_fault(name, value);
+  if (fault != nullptr || strpbrk(value, "\r\n") != nullptr) {
+    return fault != nullptr ? fault : "is one line of text";
+  }
+  char state[ORV_NAME_SIZE];
+  cgiout_state_name(state, 'u', name);
+  if (strcmp(state + strlen("u_"), name) != 0) {
+    return "is too long a name";
+  }
+  page_field *field = fields;
+  while (field != nullptr && !is_state_of(field, state)) {
+    field = field->next;
+  }
+  if (field != nullptr) {
+    return set_value(field, value);
+  }
+  field = add_field(FIELD_STATE, state, value, nullptr);
+  return field != nullptr && !out_of_memory ? nullptr : "out of memory";
+}
+
 static int compare_names(const void *a, const void *b)
 {
   return strcmp(static_cast<const char *>(a), static_cast<const char *>(b));
-}
-
-static void keep_name(void *)
-{
 }
 
 // Whether `name` is not yet in the set `names`, which it then enters.
@@ -525,7 +594,7 @@ static void take_fields(bool tagged)
       orv_set_var(field->name, tagged ? o_undefined : o_best, field->value, 0);
     }
   }
-  tdestroy(names, keep_name);
+  tdestroy(names, keep_node);
 }
 
 static void post()
@@ -565,14 +634,62 @@ static bool save()
   return saved != 0;
 }
 
+static bool is_changed(const orv_var *var)
+{
+  orv_var alone = *var;
+  alone.next = nullptr;
+  orv_var *list = &alone;
+  return orv_vars_changed(&list) != nullptr;
+}
+
+// What the device has; a default stands in the page as well.
+static const char *value_before(const orv_var *var)
+{
+  return var->o_value != nullptr ? var->o_value : var->d_value;
+}
+
+static const char *old_value(const char *name, void *)
+{
+  const orv_var *var = orv_find_var(&cfg_vars, name, 0);
+  return var != nullptr ? value_before(var) : nullptr;
+}
+
+static const char *new_value(const char *name, void *)
+{
+  const orv_var *var = orv_find_var(&cfg_vars, name, 0);
+  if (var == nullptr) {
+    return nullptr;
+  }
+  return is_changed(var) ? var->u_value : value_before(var);
+}
+
+// Works out what is about to be saved, while the values are those that the
+// write script gets: it may empty secrets.  False without memory.
+static bool find_changes()
+{
+  static const orv_change_source source = {old_value, new_value, nullptr,
+                                           nullptr, nullptr};
+  bool whole = orv_find_changes(body, &source, &changes);
+  for (const orv_var *var = cfg_vars; var != nullptr && whole;
+       var = var->next) {
+    if (is_changed(var) && orv_is_secret_name(var->name) &&
+        page_find_item(var->name) == nullptr) {
+      whole = orv_find_change(var->name, &source, &changes);
+    }
+  }
+  return whole;
+}
+
 page_result page_submit(bool dry)
 {
+  forget_changes();
   post();
   if (del_vars != nullptr) {
     message = "Table rows have been deleted. Resubmit to confirm";
     return draw() ? PAGE_AGAIN : PAGE_REFUSED;
   }
-  if (orv_vars_changed(&cfg_vars) == nullptr && orv_always_submit_set() == 0) {
+  const bool differs = orv_vars_changed(&cfg_vars) != nullptr;
+  if (!differs && orv_always_submit_set() == 0) {
     return PAGE_UNCHANGED;
   }
   if (orv_check_vars(body) == 0) {
@@ -580,6 +697,10 @@ page_result page_submit(bool dry)
   }
   if (orv_save_vars(&cfg_vars, hdr->check_script) == 0) {
     return refuse("Error running configuration check script");
+  }
+  has_changed = differs;
+  if (!find_changes()) {
+    return refuse("Out of memory");
   }
   if (!dry && !save()) {
     return refuse("Error saving configuration");
@@ -609,6 +730,44 @@ const pt_body_item *page_find_table(const char *name)
   return itm;
 }
 
+// Cells first: of a column "n" the rows are n0, n1 and so on.
+const pt_body_item *page_find_item(const char *name)
+{
+  size_t stem = strlen(name);
+  while (stem > 0 && name[stem - 1] >= '0' && name[stem - 1] <= '9') {
+    stem--;
+  }
+  const pt_body_item *itm = body;
+  while (itm != nullptr &&
+         !(itm->column >= 0
+               ? name[stem] != '\0' && strlen(itm->name) == stem &&
+                     strncasecmp(itm->name, name, stem) == 0
+               : itm->name != nullptr && strcasecmp(itm->name, name) == 0)) {
+    itm = itm->next;
+  }
+  return itm;
+}
+
+// The body is ours; callers only look at it.
+void page_offer_rows(const pt_body_item *of, int blank_rows)
+{
+  pt_body_item *itm = body;
+  while (itm != of) {
+    itm = itm->next;
+  }
+  itm->table.add_rows = blank_rows;
+}
+
+bool page_has_changed(void)
+{
+  return has_changed;
+}
+
+const orv_change *page_changes(void)
+{
+  return changes;
+}
+
 const pt_body_item *page_table_of(const pt_body_item *cell)
 {
   const pt_body_item *table = nullptr;
@@ -634,49 +793,4 @@ const char *page_value(const page_field *field)
     return field->value != nullptr ? "True" : "False";
   }
   return field->value != nullptr ? field->value : "";
-}
-
-// Takes the codes of markup out in place: line breaks and indents are blanks,
-// emphasis is nothing.
-static void strip_markup(char *text)
-{
-  char *out = text;
-  for (const char *in = text; *in != '\0';) {
-    if (in[0] == '$' && in[1] != '\0' && in[2] == '$' &&
-        strchr("BRLI$", in[1]) != nullptr) {
-      if (strchr("LI$", in[1]) != nullptr) {
-        *out = in[1] == '$' ? '$' : ' ';
-        out++;
-      }
-      in += 3;
-    } else {
-      *out = *in == '\n' ? ' ' : *in;
-      out++;
-      in++;
-    }
-  }
-  *out = '\0';
-}
-
-char *page_plain_text(const char *text)
-{
-  const owned_text copy(must_strdup(text)); // written to while it is expanded
-  const char *shown = copy != nullptr ? orv_out_expand(copy.get()) : nullptr;
-  char *plain = shown != nullptr ? must_strdup(shown) : nullptr;
-  if (plain != nullptr) {
-    strip_markup(plain);
-  }
-  return plain;
-}
-
-char *page_label(const page_field *field)
-{
-  const pt_body_item *item = field->item;
-  const char *by_rank[] = {item->label, item->rlabel, item->prompt};
-  for (const char *label : by_rank) {
-    if (label != nullptr && label[0] != '\0') {
-      return page_plain_text(label);
-    }
-  }
-  return must_strdup(field->name);
 }

@@ -10,6 +10,8 @@
 
 #include "orv_parser.h"
 
+struct orv_change;
+
 enum field_kind {
   FIELD_TEXT,   // a line of text
   FIELD_BOX,    // a check box; posts "True" or nothing
@@ -25,7 +27,8 @@ struct page_field {
   char *name;
   char *value; // what would be posted; NULL: nothing
   const pt_body_item *item;
-  int row; // of a table, from 0; -1 for other fields
+  const pt_body_item *table; // NULL outside tables
+  int row;                   // of the table, from 0; -1 for other fields
   page_field *next;
 };
 
@@ -58,6 +61,11 @@ bool page_redraw(void);
 // those of the page that was pressed.
 page_result page_submit(bool dry);
 
+// What the press before has saved, or would have: whether anything differs from
+// what the device has, and what, borrowed until the next press.
+bool page_has_changed(void);
+const orv_change *page_changes(void);
+
 // Gives up the page; nothing of it is valid afterwards.
 void page_close(void);
 
@@ -76,22 +84,28 @@ const pt_body_item *page_find_table(const char *name);
 // The table that a cell's item belongs to, itself for a table.
 const pt_body_item *page_table_of(const pt_body_item *cell);
 
+// The deletion box of a table's row, or NULL.
+page_field *page_find_delete(const pt_body_item *table, int row);
+
+// Lets the page offer so many blank rows of the table, from the next drawing
+// on.
+void page_offer_rows(const pt_body_item *table, int blank_rows);
+
+// The item that shows the variable, a cell's column included, or NULL.
+const pt_body_item *page_find_item(const char *name);
+
+// A secret that the page has no field for (a hash) becomes this value.  NULL,
+// or why it cannot.
+const char *page_put_secret(const char *name, const char *value);
+
 // Sets what the field posts.  NULL, or why it cannot be (a text that stays).
 const char *page_choose(page_field *field, const char *value);
 
 // What the user would see of the field: boxes as True or False, nothing as "".
 const char *page_value(const page_field *field);
 
-// The text beside the field, without markup: owned by the caller (free), NULL
-// without memory.
-char *page_label(const page_field *field);
-
 // Whether a variable of that name holds a secret, which is never shown.
 bool page_is_secret(const char *name);
-
-// A text that pages show, expanded and without markup: owned by the caller
-// (free), NULL without memory.
-char *page_plain_text(const char *text);
 
 // The message of the page as a whole, plain text, "" when there is none.
 // Borrowed until the page is drawn, submitted or closed.

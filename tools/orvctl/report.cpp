@@ -10,6 +10,7 @@
 #include <string.h>
 #include <strings.h>
 
+#include "orv_changes.h"
 #include "orv_guard.h"
 #include "orv_vars.h"
 #include "terminal.h"
@@ -74,52 +75,96 @@ void report_member(const char *name, const char *value)
   report_string(stdout, value);
 }
 
+void report_truth(const char *name, bool value)
+{
+  begin_value(name);
+  fputs(value ? "true" : "false", stdout);
+}
+
+static void report_number(const char *name, int value)
+{
+  begin_value(name);
+  fprintf(stdout, "%d", value);
+}
+
+void report_field(const char *name, const page_field *field)
+{
+  if (field->kind == FIELD_BOX) {
+    report_truth(name, field->value != nullptr);
+  } else {
+    report_member(name, page_value(field));
+  }
+}
+
 // --- what has changed --------------------------------------------------------
 
-static bool is_changed(const orv_var *var)
+static owned_text line_of(const orv_change *change)
 {
-  orv_var alone = *var;
-  alone.next = nullptr;
-  orv_var *list = &alone;
-  return orv_vars_changed(&list) != nullptr;
+  return owned_text(orv_change_line(change, "\xe2\x86\x92", 0, 0));
 }
 
-static void change_line(const page_field *field, const orv_var *var)
+static void change_line(const orv_change *change)
 {
-  const owned_text label(page_label(field));
-  terminal_print(stdout, "%s", label != nullptr ? label.get() : var->name);
-  if (field->row >= 0) {
-    printf(", row %d", field->row + 1);
+  const owned_text line = line_of(change);
+  terminal_print(stdout, "%s\n", line != nullptr ? line.get() : change->name);
+}
+
+static const char *kind_word(orv_change_kind kind)
+{
+  switch (kind) {
+  case CHANGE_ROW_DELETED:
+    return "row deleted";
+  case CHANGE_ROW_ADDED:
+    return "row added";
+  case CHANGE_CELL:
+    return "cell";
+  case CHANGE_VALUE:
+  default:
+    return "value";
   }
-  if (page_is_secret(var->name)) {
-    printf(": changed\n");
+}
+
+static void change_side(const char *name, const orv_change *change,
+                        const char *text)
+{
+  if (text == nullptr) {
+    return;
+  }
+  if (change->box) {
+    report_truth(name, strcmp(text, "on") == 0);
   } else {
-    terminal_print(stdout, ": %s \xe2\x86\x92 %s\n",
-                   var->o_value != nullptr ? var->o_value : "", var->u_value);
+    report_member(name, text);
   }
 }
 
-static void change_member(const page_field *, const orv_var *var)
+static void change_member(const orv_change *change)
 {
   report_open(nullptr, '{');
-  report_member("name", var->name);
-  if (!page_is_secret(var->name)) {
-    report_member("from", var->o_value != nullptr ? var->o_value : "");
-    report_member("to", var->u_value);
+  report_member("kind", kind_word(change->kind));
+  report_member("name", change->name);
+  if (change->label != nullptr) {
+    report_member("label", change->label);
+  }
+  if (change->row > 0) {
+    report_number("row", change->row);
+  }
+  if (change->secret) {
+    report_truth("secret", true);
+  }
+  change_side("from", change, change->old_text);
+  change_side("to", change, change->new_text);
+  const owned_text line = line_of(change);
+  if (line != nullptr) {
+    report_member("text", line.get());
   }
   report_close('}');
 }
 
-static void each_change(void (*tell)(const page_field *, const orv_var *))
+static void each_change(void (*tell)(const orv_change *))
 {
-  for (const page_field *field = page_fields(); field != nullptr;
-       field = field->next) {
-    const orv_var *var = field->item != nullptr && field->kind != FIELD_DELETE
-                             ? orv_find_var(&cfg_vars, field->name, 0)
-                             : nullptr;
-    if (var != nullptr && is_changed(var)) {
-      tell(field, var);
-    }
+  for (const orv_change *change = page_changes(); change != nullptr;
+       change = change->next) {
+    tell(change);
   }
 }
 
@@ -142,7 +187,7 @@ static void each_error(void (*tell)(const char *name, const char *text))
     told = var;
     const char *text = orv_get_var(&err_vars, var->name, o_undefined);
     if (text != nullptr && strcasecmp(var->name, "msg") != 0) {
-      const owned_text plain(page_plain_text(text));
+      const owned_text plain(orv_plain_text(text));
       tell(var->name, plain != nullptr ? plain.get() : text);
     }
   }
@@ -177,46 +222,69 @@ static const char *result_word(page_result result, bool dry)
   }
 }
 
-static void result_lines(const char *form, page_result result, bool dry,
-                         const char *message)
+// What a Submit came to, as both ways of telling it get it.
+struct outcome {
+  const char *form;
+  page_result result;
+  bool dry;
+  const char *message;
+  report_skipped skipped;
+};
+
+static void result_lines(const outcome *told)
 {
-  if (result == PAGE_REFUSED || result == PAGE_AGAIN) {
-    terminal_print(stderr, "orvctl: %s: %s\n", form, message);
+  for (size_t i = 0; i < told->skipped.count; i++) {
+    terminal_print(stderr,
+                   "orvctl: %s: skipped, since the dump does not have it: %s\n",
+                   told->form, told->skipped.names[i]);
+  }
+  if (told->result == PAGE_REFUSED || told->result == PAGE_AGAIN) {
+    terminal_print(stderr, "orvctl: %s: %s\n", told->form, told->message);
     each_error(error_line);
     return;
   }
-  terminal_print(stdout, "%s: %s\n", form, result_word(result, dry));
-  if (result == PAGE_SAVED) {
+  terminal_print(stdout, "%s: %s\n", told->form,
+                 result_word(told->result, told->dry));
+  if (told->result == PAGE_SAVED) {
     each_change(change_line);
   }
 }
 
-static void result_object(const char *form, page_result result, bool dry,
-                          const char *message)
+static void result_object(const outcome *told)
 {
+  const bool saved = told->result == PAGE_SAVED;
   report_open(nullptr, '{');
-  report_member("form", form);
-  report_member("result", result_word(result, dry));
-  if (result == PAGE_SAVED) {
+  report_member("form", told->form);
+  report_member("result", result_word(told->result, told->dry));
+  report_truth("changed", saved && page_has_changed());
+  if (saved) {
     report_open("changes", '[');
     each_change(change_member);
     report_close(']');
-  } else if (result != PAGE_UNCHANGED) {
-    report_member("message", message);
+  } else if (told->result != PAGE_UNCHANGED) {
+    report_member("message", told->message);
     report_open("errors", '{');
     each_error(report_member);
     report_close('}');
   }
+  if (told->skipped.count > 0) {
+    report_open("skipped", '[');
+    for (size_t i = 0; i < told->skipped.count; i++) {
+      report_member(nullptr, told->skipped.names[i]);
+    }
+    report_close(']');
+  }
   report_close('}');
 }
 
-int report_result(const char *form, page_result result, bool dry)
+int report_result(const char *form, page_result result, bool dry,
+                  report_skipped skipped)
 {
   const bool stands = result == PAGE_SAVED || result == PAGE_UNCHANGED;
   if (report_quiet && stands) {
     return 0;
   }
-  (report_json ? result_object : result_lines)(form, result, dry,
-                                               page_message());
+  const outcome told = {form, result, dry, page_message(), skipped};
+  (report_json ? result_object : result_lines)(&told);
   return stands ? 0 : 1;
 }

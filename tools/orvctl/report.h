@@ -4,6 +4,7 @@
 #ifndef ORVCTL_REPORT_H
 #define ORVCTL_REPORT_H
 
+#include <stddef.h>
 #include <stdio.h>
 
 #include "page.h"
@@ -20,11 +21,21 @@ void report_open(const char *name, char bracket);
 void report_close(char bracket);
 // A member of an object; in a list `name` is NULL.
 void report_member(const char *name, const char *value);
+void report_truth(const char *name, bool value);
+// The value of a field as the page shows it: of a box a truth value.
+void report_field(const char *name, const page_field *field);
+
+// Names that a dump could not hold; borrowed.
+struct report_skipped {
+  const char *const *names;
+  size_t count;
+};
 
 // Tells what a Submit of the open page came to, with what has changed or with
-// every message beside its field's name.  The exit status that follows: 0, or
-// 1 when it was refused.
-int report_result(const char *form, page_result result, bool dry);
+// every message beside its field's name, and what was skipped.  The exit status
+// that follows: 0, or 1 when it was refused.
+int report_result(const char *form, page_result result, bool dry,
+                  report_skipped skipped);
 
 // Tells why a command could not be carried out, as the program's own message.
 void report_failure(const char *form, const char *text);

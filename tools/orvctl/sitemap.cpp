@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include "orv.h"
+#include "orv_changes.h"
 #include "page.h"
 
 static const char MENU_FORM[] = "orvmenu";
@@ -93,7 +94,7 @@ static void visit(site_page *page)
     page->fault = must_strdup(page_message());
     return;
   }
-  page->title = page_plain_text(page_header()->title);
+  page->title = orv_plain_text(page_header()->title);
   page->has_input = page_header()->has_input_fields;
 }
 

@@ -6,12 +6,14 @@
 orv_load password
 if [[ $1 == --read ]]; then
   orv_stamp
+  orv_show_hash admin_password # to a backup, never to a page
   exit
 fi
 
 orv_read admin_password
 orv_stamp
 typed=${orv[admin_password]}
+orv_take_hash admin_password '\$6\$[A-Za-z0-9./]+\$[A-Za-z0-9./]{86}'
 orv_secret admin_password # a blank one means the hash that is stored
 if [[ -z ${orv[admin_password]} ]]; then
   orv_error admin_password 'There is none yet. Enter 10 to 80 characters'

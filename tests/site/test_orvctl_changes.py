@@ -1,0 +1,143 @@
+"""What orvctl says of a change, and what a backup holds and puts back."""
+
+import json
+import resource
+import subprocess
+
+from test_orvctl import demo, run
+
+TOLD = """
+rows forwards forwards delete 1 2
+  Row deleted: 8080, 192.168.1.50, 80, Camera, TCP
+  Row deleted: 51820, 192.168.1.60, Tunnel to the office, UDP, Paused
+rows forwards forwards add fw_port=81 fw_address=192.168.1.7
+  Row added: 81, 192.168.1.7, TCP
+rows forwards forwards change 2 fw_off=no fw_port=81 fw_proto=tcp
+  Paused, row 2: on → off
+  Protocol, row 2: UDP → TCP
+  Outside port, row 2: 51820 → 81
+rows forwards forwards delete 1
+  Row deleted: 8080, 192.168.1.50, 80, Camera, TCP
+set wireless wl_on=True wl_name=Larch wl_passphrase=correct-horse wl_band=2 wl_hidden=yes
+  Wireless: off → on
+  Network name: Larkspur → Larch
+  Hidden: off → on
+  Passphrase: changed
+  Band: Both → 2.4 GHz, farther
+set network ip6_mode=off dns1=9.9.9.9
+  IPv6: Automatic → Off
+  Name server: blank → 9.9.9.9
+rows users users change 1 us_password=correct-horse
+  New password, row 1: changed
+"""
+
+
+def test_what_changed_is_told_in_the_words_of_the_page(site):
+    for block in TOLD.strip().replace("\n  ", "\t").split("\n"):
+        words, *lines = block.split("\t")
+        words = words.split(" ")
+        for way in (["--dry-run"], ["--dry-run", "--json"], ["--json"], []):
+            if way != ["--dry-run", "--json"]:  # the same device for each
+                subprocess.run(["rm", "-rf", site.folder / "data"], check=True)
+                demo(site)
+            done = run(site, *way, *words, expect=0).stdout
+            if "--json" in way:
+                result = json.loads(done)
+                assert result["changed"] is True and lines == [c["text"] for c in result["changes"]]
+                assert "correct-horse" not in done
+            else:
+                assert done.split("\n")[1:-1] == lines, words
+    run(site, *words, expect=0)
+    assert json.loads(run(site, "--json", "set", "network", "dns1=").stdout)["changed"] is False
+    rows = json.loads(run(site, "--json", "--dry-run", "rows", "forwards", "forwards", "change", "2",
+                          "fw_off=no", "fw_proto=tcp").stdout)["changes"]
+    assert [(c["kind"], c["name"], c["row"], c["from"], c["to"]) for c in rows] == [
+        ("cell", "fw_off1", 2, True, False), ("cell", "fw_proto1", 2, "UDP", "TCP")]
+    assert json.loads(run(site, "--json", "get", "port/lan1", "port_on").stdout) == {"port_on": True}
+    assert {f["input"] for f in json.loads(run(site, "--json", "forms").stdout)} == {True, False}
+
+
+def test_a_backup_holds_hashes_and_no_page_can_bring_one(site):
+    demo(site)
+    run(site, "rows", "users", "users", "change", "1", "us_password=correct-horse", expect=0)
+    keys = site.folder / "data/state/users.keys"
+    kept = keys.read_text().splitlines()[1:]
+    dump = run(site, "--secrets", "dump", "users", expect=0).stdout
+    assert all(f"secret stored_{line}\n" in dump for line in kept) and "not saved here" not in dump
+    assert "stored_" not in run(site, "dump", "users", expect=0).stdout
+    (site.folder / "dump").write_text(dump)
+    assert run(site, "apply", "dump", expect=0).stdout == "users: unchanged\n"
+    run(site, "rows", "users", "users", "change", "1", "us_password=other-horse", expect=0)
+    assert keys.read_text().splitlines()[1:] != kept
+    told = run(site, "apply", "dump", expect=0).stdout
+    assert told.split("\n")[:2] == ["users: saved", "stored_hash_admin_password: changed"] and ":" in told
+    assert keys.read_text().splitlines()[1:] == kept
+    # What the page posts under that name reaches nobody, whatever the environment says.
+    fields = dict(site.open("users").fields()) | {
+        "u_stored_hash_admin_password": kept[0].split("=")[1].replace("a", "b"), "us_off2": "True", "action": "Submit"}
+    assert not any("stored" in name for name in dict(site.open("users").fields()))
+    for more in ({}, {"ORV_SECRETS": "1"}):
+        site.post(fields, **more)
+        assert keys.read_text().splitlines()[1:] == kept
+    assert "stored_" not in site.run({"QUERY_STRING": "form=users", "ORV_SECRETS": "1"}).body
+    (site.folder / "dump").write_text(dump.replace("password=", "password=$(id)"))
+    assert "cannot use a password" in run(site, "apply", "dump", expect=1).stderr
+    (site.folder / "dump").write_text("form users\nsecret us_role0=x\n")
+    assert "no secret's name" in run(site, "apply", "dump", expect=1).stderr
+
+
+def test_what_a_script_keeps_to_itself_is_named_and_skipped(site):
+    site.template("f", "field a", "field a_password", "field b_password")
+    site.form_script("f", read="echo a=1; [[ -z $ORV_SECRETS ]] || echo 'b_password=$6$x'")
+    dump = run(site, "--secrets", "dump", "f", expect=0).stdout
+    assert "\n# not saved here: a_password\n" in dump and "\nb_password=$6$x\n" in dump
+    (site.folder / "dump").write_text(dump)
+    done = run(site, "apply", "dump", expect=0)
+    assert done.stdout == "f: unchanged\n" and "skipped" in done.stderr and "a_password" in done.stderr
+    assert json.loads(run(site, "--json", "apply", "dump", expect=0).stdout) == [
+        {"form": "f", "result": "unchanged", "changed": False, "skipped": ["a_password"]}]
+
+
+LIMITED = """. "${BASH_SOURCE%/*}/orv.bash"
+orv_load t
+if [[ $1 == --read ]]; then orv_rows n; orv_pack n k; orv_show "${cells[@]}"; exit; fi
+orv_read n# k#; orv_rows n; orv_pack n k; orv_end
+[[ $1 != --write ]] || orv_store t "${cells[@]}" """
+
+
+def test_a_row_too_many_is_a_message(site):
+    demo(site)
+    site.template("t", "table t 2 3", "field n", "check nullok text", "select k", "choice a A")
+    script = site.scripts / "t.sh"
+    script.write_text("#!/bin/bash\n" + LIMITED)
+    script.chmod(0o755)
+    lines = [f"n{i}=x{i}\nk{i}=a\n" for i in range(101)]
+    (site.folder / "dump").write_text("form t\n" + "".join(lines[:100]))
+    assert run(site, "apply", "dump", expect=0).stdout.count("Row added: ") == 100
+    assert "100 rows" in run(site, "rows", "t", "t", "add", "n=one-more", expect=1).stderr
+    (site.folder / "dump").write_text("form t\n" + "".join(lines))
+    assert "100 rows" in run(site, "apply", "dump", expect=1).stderr
+    run(site, "rows", "t", "t", "change", "100", "n=last", expect=0)
+
+
+def test_rows_take_as_long_as_their_number(site):
+    """As a factor of the processor time: twice the rows, and half of them deleted again."""
+    site.template("f", "table t 2", "field n", "field m")
+    site.form_script("f", read="cat state 2>/dev/null; exit 0")
+
+    def seconds(*words):
+        before = resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime
+        run(site, *words, expect=0)
+        return resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime - before
+
+    least = {}
+    for count in (300, 600) * 3:
+        cells = [f"n{i}=n{i}\nm{i}=m{i}\n" for i in range(count)]
+        (site.folder / "state").write_text("")
+        (site.folder / "dump").write_text("form f\n" + "".join(cells))
+        time = seconds("apply", "dump")
+        (site.folder / "state").write_text("".join(cells))
+        (site.folder / "dump").write_text(f"form f\ntable t {count // 2}\n" + "".join(cells[:count // 2]))
+        time += seconds("apply", "dump") + seconds("rows", "f", "t") + seconds("dump", "f")
+        least[count] = min(time, least.get(count, time))
+    assert least[600] < 3 * least[300], least
