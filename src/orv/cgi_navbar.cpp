@@ -14,19 +14,18 @@
 #include "cgi.h"
 #include "html.h"
 #include "orv_guard.h"
+#include "orv_limits.h"
 #include "orv_parser.h"
 #include "orv_scripts.h"
 
-constexpr int ENTRIES = 6; // what fits across a page
-constexpr size_t HREF_SIZE = 100;
-constexpr size_t LABEL_SIZE = 30;
-constexpr int LINE_SIZE = 250; // a line and its terminator
+constexpr size_t HREF_SIZE = ORV_ADDRESS_MAX + 1;
+constexpr size_t LABEL_SIZE = ORV_BAR_LABEL_MAX + 1;
 // What a full bar still reads, so that an ordinary script ends in peace.
 constexpr size_t DRAIN_MAX = 64UL * 1024;
 
-static html_navbar_entry ents[ENTRIES + 1];
-static char hrefs[ENTRIES][HREF_SIZE];
-static char labels[ENTRIES][LABEL_SIZE];
+static html_navbar_entry ents[ORV_BAR_MAX + 1];
+static char hrefs[ORV_BAR_MAX][HREF_SIZE];
+static char labels[ORV_BAR_MAX][LABEL_SIZE];
 
 struct diagnostic {
   const char *text;
@@ -162,7 +161,7 @@ static void take_line(bar *list, char *line)
 
 static void drain(FILE *output)
 {
-  char buf[LINE_SIZE];
+  char buf[ORV_LINE_MAX + 1];
   size_t dropped = 0;
   size_t got;
   do {
@@ -174,12 +173,13 @@ static void drain(FILE *output)
 // Reads the script's output; the number of entries.
 static int read_entries(FILE *output)
 {
-  char buf[LINE_SIZE];
+  char buf[ORV_LINE_MAX + 1];
   bar list = {1, false};
-  while (list.place < ENTRIES && fgets(buf, sizeof buf, output) != nullptr) {
+  while (list.place < ORV_BAR_MAX &&
+         fgets(buf, sizeof buf, output) != nullptr) {
     take_line(&list, strip_line(buf));
   }
-  if (list.place == ENTRIES) {
+  if (list.place == ORV_BAR_MAX) {
     drain(output);
   }
   return list.place;

@@ -13,7 +13,7 @@ struct pt_body_item;
 
 // Addresses of links and names of deletion boxes ("delete_", a table's name,
 // "_" and a row number) are cut where they are longer.
-constexpr size_t CGI_HREF_SIZE = 100;
+constexpr size_t CGI_HREF_SIZE = ORV_ADDRESS_MAX + 1;
 constexpr size_t CGI_DELETE_NAME_SIZE = 68;
 
 // Makes `heading` (borrowed until the page is done, expanded when it is

@@ -40,19 +40,16 @@
 #include "orv_parser.h"
 #include "orv_vars.h"
 
-// Conditional sections nest as deep here as on the page.
-constexpr int COND_DEPTH = 20;
-
-static int error_count;            // failures recorded in this walk
-static int is_displayed;           // 1 unless inside a false section
-static int cond_stack[COND_DEPTH]; // 1 or 0, outermost section first
-static int *cond_sp = cond_stack;  // next free entry
+static int error_count;                    // failures recorded in this walk
+static int is_displayed;                   // 1 unless inside a false section
+static int cond_stack[ORV_CONDITIONS_MAX]; // 1 or 0, outermost section first
+static int *cond_sp = cond_stack;          // next free entry
 
 // --- recording failures ------------------------------------------------------
 
 // Messages are short lines on the page; what is composed here is cut there.
-constexpr size_t LABELLED_SIZE = 100; // a column's label and the message
-constexpr size_t SUMMARY_SIZE = 80;   // the number of errors
+constexpr size_t LABELLED_SIZE = ORV_LABELLED_MAX + 1;
+constexpr size_t SUMMARY_SIZE = 80; // the number of errors
 constexpr size_t INT_RANGE_SIZE = 40;
 constexpr size_t REAL_RANGE_SIZE = 100;
 constexpr size_t ROW_SIZE = 24; // a long in decimal, terminated
@@ -708,7 +705,7 @@ static void set_display(void)
 
 static void push_cond(int if_not, char *cond)
 {
-  if (cond_sp == cond_stack + COND_DEPTH) {
+  if (cond_sp == cond_stack + ORV_CONDITIONS_MAX) {
     set_error("fatal", nullptr, "Condition stack overflow", nullptr);
     return;
   }

@@ -26,7 +26,6 @@ struct subs {
   const char *replacement; // borrowed; NULL: nothing at present
 };
 
-constexpr int COND_DEPTH = 20; // nested conditions, far beyond any real form
 // A few references to a long value would otherwise make a page of any size.
 constexpr size_t EXPANSION_MAX = 1024UL * 1024;
 // More cells than a request has room for: a page shows each and posts its
@@ -49,7 +48,7 @@ static char *outbuf;
 static size_t outbuf_len;
 
 // Emptied at the start of a walk.
-static int cond_stack[COND_DEPTH];
+static int cond_stack[ORV_CONDITIONS_MAX];
 static int *cond_sp = cond_stack;
 static int display = 1;
 
@@ -237,7 +236,7 @@ static void set_display()
 
 static void push_cond(int negate, char *cond)
 {
-  if (cond_sp == cond_stack + COND_DEPTH) {
+  if (cond_sp == cond_stack + ORV_CONDITIONS_MAX) {
     problem("Error: Condition stack overflow");
     return;
   }

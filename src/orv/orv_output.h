@@ -5,6 +5,8 @@
 #ifndef ORV_OUTPUT_H
 #define ORV_OUTPUT_H
 
+#include "orv_limits.h"
+
 struct pt_body_item;
 
 // The structural steps of a multi-column table; the table item is passed,
@@ -49,14 +51,6 @@ struct pto_procs {
   void (*o_mcol_checkbox)(pt_body_item *itm, char *name, char *varname);
   void (*o_mcol_select)(pt_body_item *itm, char *name, char *varname);
 };
-
-// Rows of a table and entries of a dynamic list or menu end here: names cut at
-// their buffer would otherwise repeat for ever.
-constexpr int ORV_ROWS_MAX = 50000;
-
-// A name built of a template's name and a number: at most 52 characters and
-// the terminator; longer ones are cut.
-constexpr int ORV_NAME_SIZE = 53;
 
 // The expansion of `in`: "" for NULL, `in` itself when it holds no "$", else a
 // buffer that the next expansion overwrites, cut where it grows too long.  `in`

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <iterator>
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
@@ -26,15 +27,15 @@
 #include "orv.h"
 #include "orv_error.h"
 #include "orv_guard.h"
+#include "orv_keywords.h"
+#include "orv_limits.h"
 #include "orv_quote.h"
 
 #ifndef ORV_TEMPLATE_DIR
 #define ORV_TEMPLATE_DIR "/usr/share/larkspur/templates/"
 #endif
 
-// What one read takes, the terminator included: template lines are written by
-// hand, and a longer one goes on as a line of its own.
-constexpr int LINE_READ = 250;
+constexpr int LINE_READ = ORV_LINE_MAX + 1; // with its terminator
 
 // --- state -------------------------------------------------------------------
 
@@ -42,6 +43,7 @@ static char linebuf[LINE_READ + 1]; // the line being looked at
 static int linebuf_empty = 1;       // 0 while that line waits to be consumed
 static pt_pos location;             // of the line in linebuf
 static bool choice_lost;            // for lack of memory, since iselect_setup
+pt_fault orv_parser_fault; // set by what is refused, reset by each parse
 
 struct subs_record {
   char tag;
@@ -66,6 +68,13 @@ static subs_record subs[] = {
   {'\0', false, nullptr},
 };
 // clang-format on
+
+// Keeps why the parse ends; false, so that it can be returned.
+static bool refuse(pt_fault_code code)
+{
+  orv_parser_fault = {code, location.line_number};
+  return false;
+}
 
 // --- the template file -------------------------------------------------------
 
@@ -113,6 +122,7 @@ static FILE *find_file(const char *name, const char *extension, int is_fatal)
   FILE *fp = open_regular(path);
   if (fp == nullptr && is_fatal != 0) {
     orv_fatal("Cannot find/read file %s", path);
+    refuse(PT_NO_FILE);
   }
   return fp;
 }
@@ -384,6 +394,7 @@ static char *expand_command(const char *in)
   size_t quoted = 0;
   if (!shell_quote(marked.get(), length, nullptr, &quoted)) {
     orv_fatal("Cannot quote a value in script command \"%s\"", in);
+    refuse(PT_NOT_QUOTABLE);
     return nullptr;
   }
   char *line = static_cast<char *>(must_malloc(quoted + 1));
@@ -462,6 +473,7 @@ static bool is_second(const pt_header *hdr, const header_keyword &row)
     return false;
   }
   orv_fatal("orv_parse_header: Second %s keyword found", row.keyword);
+  refuse(PT_SECOND_KEYWORD);
   return true;
 }
 
@@ -532,13 +544,13 @@ static bool parse_header_lines(pt_header *hdr)
   while (hdr->start_body.line_number == 0) {
     if (next_keyword(hdr) == 0) {
       orv_fatal("orv_parse_header: no body keyword found");
-      return false;
+      return refuse(PT_NO_BODY);
     }
     const header_keyword *row = find_keyword(header_keywords);
     if (row == nullptr) {
       orv_fatal("orv_parse_header: unknown keyword line %d \"%s\"",
                 location.line_number, linebuf);
-      return false;
+      return refuse(PT_UNKNOWN_HEADER_KEYWORD);
     }
     if (!row->take(hdr, *row)) {
       return false;
@@ -565,6 +577,7 @@ static bool default_scripts(pt_header *hdr)
 static bool reset_reader(const char *name, const char *subitem)
 {
   location.line_number = 0;
+  orv_parser_fault = {PT_NO_FAULT, 0};
   line_used();
   set_subs(&subs[SUBS_TITLE], nullptr);
   subs[SUBS_TITLE].of_request = false;
@@ -608,6 +621,7 @@ pt_header *orv_parse_header(char *name, char *subitem)
   }
   if (hdr->title == nullptr) {
     orv_fatal("orv_parse_header: %s contains no title", name);
+    refuse(PT_NO_TITLE);
     return nullptr;
   }
   return default_scripts(hdr.get()) ? hdr.release() : nullptr;
@@ -670,9 +684,6 @@ void iselect_entry(pt_body_item *itm, char *var, char *, char *text)
 
 // --- body items --------------------------------------------------------------
 
-// More columns than this do not fit on any page.
-constexpr int COLUMNS_MAX = 20;
-
 // One parse of a body.
 struct body_state {
   pt_header *hdr;
@@ -686,17 +697,18 @@ struct body_state {
 struct item_keyword {
   const char *keyword;
   pt_type type;
-  bool cell;       // may, and inside a table must, be a table's cell
-  bool attributes; // attribute lines may follow
-  bool input;      // the form has something to submit
+  bool cell;         // may, and inside a table must, be a table's cell
+  bool attributes;   // attribute lines may follow
+  bool input;        // the form has something to submit
+  signed char words; // used behind the keyword, or PT_ALL_WORDS
   bool (*take)(body_state *body, pt_body_item *itm);
 };
 
 // Reports a fault of the pending line; false, so that it can be returned.
-static bool bad_line(const char *fault)
+static bool bad_line(pt_fault_code code, const char *fault)
 {
   orv_fatal("orv_parse_body: line %d. %s", location.line_number, fault);
-  return false;
+  return refuse(code);
 }
 
 static bool take_nothing(body_state *, pt_body_item *)
@@ -719,7 +731,7 @@ static bool take_oneline(body_state *, pt_body_item *itm)
 static bool set_name(pt_body_item *itm, const char *name)
 {
   if (name[0] == '\0') {
-    return bad_line("Item must have a name");
+    return bad_line(PT_NO_NAME, "Item must have a name");
   }
   itm->name = must_strdup(name);
   return itm->name != nullptr;
@@ -750,7 +762,7 @@ static bool take_field(body_state *, pt_body_item *itm)
     return true;
   }
   itm->field.width = leading_number(width);
-  return itm->field.width >= 1 || bad_line("Bad field width");
+  return itm->field.width >= 1 || bad_line(PT_BAD_WIDTH, "Bad field width");
 }
 
 static bool take_selector(body_state *, pt_body_item *itm)
@@ -774,8 +786,8 @@ static bool take_columns(body_state *body, pt_body_item *itm, char **rows)
     return false;
   }
   const int count = columns != nullptr ? leading_number(columns) : 0;
-  if (count < 1 || count > COLUMNS_MAX) {
-    return bad_line("Bad column number");
+  if (count < 1 || count > ORV_COLUMNS_MAX) {
+    return bad_line(PT_BAD_COLUMNS, "Bad column number");
   }
   itm->table.columns = count;
   body->collecting_table = count;
@@ -802,35 +814,36 @@ static bool take_ftable(body_state *body, pt_body_item *itm)
   }
   const int count = rows != nullptr ? leading_number(rows) : 0;
   if (count < 0) {
-    return bad_line("Bad number of rows");
+    return bad_line(PT_BAD_ROWS, "Bad number of rows");
   }
   itm->table.fixed_rows = count;
   return true;
 }
 
 // clang-format off
+constexpr signed char ALL = PT_ALL_WORDS;
 static const item_keyword item_keywords[] = {
-  // keyword    type            cell   attr.  input  parameter
-  {"text",     PT_TEXT,        false, false, false, take_text},
-  {"help",     PT_HELP_TEXT,   false, false, false, take_text},
-  {"error",    PT_ERROR_TEXT,  false, false, false, take_text},
-  {"center",   PT_HEADING_CTR, false, false, false, take_oneline},
-  {"centre",   PT_HEADING_CTR, false, false, false, take_oneline},
-  {"heading",  PT_HEADING_H1,  false, false, false, take_oneline},
-  {"heading2", PT_HEADING_H2,  false, false, false, take_oneline},
-  {"field",    PT_TEXT_FIELD,  true,  true,  true,  take_field},
-  {"fixed",    PT_TEXT_FIXED,  true,  true,  true,  take_field},
-  {"select",   PT_SELECT,      true,  true,  true,  take_name},
-  {"checkbox", PT_CHECKBOX,    true,  true,  true,  take_name},
-  {"iselect",  PT_ISELECT,     false, true,  true,  take_selector},
-  {"imenu",    PT_IMENU,       false, true,  false, take_selector},
-  {"fmenu",    PT_FORMS_MENU,  false, true,  false, take_nothing},
-  {"table",    PT_TABLE,       false, false, false, take_table},
-  {"ftable",   PT_FTABLE,      false, false, false, take_ftable},
-  {"if",       PT_IF,          false, false, false, take_oneline},
-  {"ifnot",    PT_IFNOT,       false, false, false, take_oneline},
-  {"else",     PT_ELSE,        false, false, false, take_nothing},
-  {"endif",    PT_ENDIF,       false, false, false, take_nothing},
+  // keyword    type            cell   attr.  input  words parameter
+  {"text",     PT_TEXT,        false, false, false, ALL,take_text},
+  {"help",     PT_HELP_TEXT,   false, false, false, ALL,take_text},
+  {"error",    PT_ERROR_TEXT,  false, false, false, ALL,take_text},
+  {"center",   PT_HEADING_CTR, false, false, false, ALL,take_oneline},
+  {"centre",   PT_HEADING_CTR, false, false, false, ALL,take_oneline},
+  {"heading",  PT_HEADING_H1,  false, false, false, ALL,take_oneline},
+  {"heading2", PT_HEADING_H2,  false, false, false, ALL,take_oneline},
+  {"field",    PT_TEXT_FIELD,  true,  true,  true,  2,  take_field},
+  {"fixed",    PT_TEXT_FIXED,  true,  true,  true,  2,  take_field},
+  {"select",   PT_SELECT,      true,  true,  true,  1,  take_name},
+  {"checkbox", PT_CHECKBOX,    true,  true,  true,  1,  take_name},
+  {"iselect",  PT_ISELECT,     false, true,  true,  2,  take_selector},
+  {"imenu",    PT_IMENU,       false, true,  false, 2,  take_selector},
+  {"fmenu",    PT_FORMS_MENU,  false, true,  false, 0,  take_nothing},
+  {"table",    PT_TABLE,       false, false, false, 3,  take_table},
+  {"ftable",   PT_FTABLE,      false, false, false, 3,  take_ftable},
+  {"if",       PT_IF,          false, false, false, ALL,take_oneline},
+  {"ifnot",    PT_IFNOT,       false, false, false, ALL,take_oneline},
+  {"else",     PT_ELSE,        false, false, false, 0,  take_nothing},
+  {"endif",    PT_ENDIF,       false, false, false, 0,  take_nothing},
 };
 // clang-format on
 
@@ -858,7 +871,7 @@ static pt_body_item *append_item(body_state *body, const item_keyword &row)
 static bool take_item(body_state *body, const item_keyword &row)
 {
   if (!row.cell && body->collecting_table != 0) {
-    return bad_line("Item not allowed in table");
+    return bad_line(PT_NOT_IN_TABLE, "Item not allowed in table");
   }
   pt_body_item *itm = append_item(body, row);
   if (itm == nullptr || !row.take(body, itm)) {
@@ -883,21 +896,24 @@ struct line_keyword {
 };
 
 // Reports an attribute that cannot be set; false, so that it can be returned.
-static bool bad_attribute(const char *attribute, const char *fault)
+static bool bad_attribute(pt_fault_code code, const char *attribute,
+                          const char *fault)
 {
   orv_fatal("orv_parse_body: line %d. Attribute %s %s", location.line_number,
             attribute, fault);
-  return false;
+  return refuse(code);
 }
 
 static bool may_have(const body_state *body, const char *attribute)
 {
-  return body->allow_attributes || bad_attribute(attribute, "not allowed");
+  return body->allow_attributes ||
+         bad_attribute(PT_MISPLACED, attribute, "not allowed");
 }
 
 static bool is_unset(const char *present, const char *attribute)
 {
-  return present == nullptr || bad_attribute(attribute, "already set");
+  return present == nullptr ||
+         bad_attribute(PT_SET_TWICE, attribute, "already set");
 }
 
 static bool is_field(const body_state *body)
@@ -935,7 +951,7 @@ static bool take_item_help(body_state *body, const line_keyword &row)
 static bool take_check(body_state *body, const line_keyword &row)
 {
   if (!is_field(body)) {
-    return bad_line("Can only set check for text field entries");
+    return bad_line(PT_MISPLACED, "Can only set check for text field entries");
   }
   char **check = &body->current->field.check;
   if (!may_have(body, row.keyword) || !is_unset(*check, row.keyword)) {
@@ -958,7 +974,8 @@ static bool copy_attribute(const body_state *body, char **to, const char *text,
 static bool take_check_msg(body_state *body, const line_keyword &)
 {
   if (!is_field(body)) {
-    return bad_line("Can only set check_msg for text field entries");
+    return bad_line(PT_MISPLACED,
+                    "Can only set check_msg for text field entries");
   }
   char *label = nullptr;
   char *message = nullptr;
@@ -977,17 +994,18 @@ static bool take_choice(body_state *body, const line_keyword &)
   pt_body_item *itm = body->current;
   if (itm == nullptr ||
       (itm->type != PT_SELECT && itm->type != PT_FORMS_MENU)) {
-    return bad_line("Choice not allowed here");
+    return bad_line(PT_MISPLACED, "Choice not allowed here");
   }
   char *value = nullptr;
   char *text = nullptr;
   find_two_words(&value, &text);
   line_used();
   if (text == nullptr) {
-    return bad_line("Choice requires selector and description");
+    return bad_line(PT_NO_CHOICE_TEXT,
+                    "Choice requires selector and description");
   }
   return add_choice(&itm->choices, value, text) != 0 ||
-         bad_line("Out of memory adding choice");
+         bad_line(PT_NO_MEMORY, "Out of memory adding choice");
 }
 
 // A line that older templates carry; it means nothing here.
@@ -1011,6 +1029,66 @@ static const line_keyword line_keywords[] = {
 };
 // clang-format on
 
+// --- keywords for others
+// ------------------------------------------------------
+
+static bool header_row(size_t index, pt_keyword *keyword)
+{
+  constexpr size_t rows = std::size(header_keywords);
+  if (index >= rows) {
+    return false;
+  }
+  const header_keyword &row = header_keywords[index];
+  *keyword = {row.keyword, PT_HEADER_LINE,
+              PT_TEXT,     row.text != nullptr ? PT_ALL_WORDS : 0,
+              false,       false,
+              false,       false,
+              row.script};
+  return true;
+}
+
+static bool item_row(size_t index, pt_keyword *keyword)
+{
+  constexpr size_t rows = std::size(item_keywords);
+  if (index >= rows) {
+    return false;
+  }
+  const item_keyword &row = item_keywords[index];
+  *keyword = {
+      row.keyword, PT_ITEM_LINE,   row.type,  row.words, row.take == take_text,
+      row.cell,    row.attributes, row.input, nullptr};
+  return true;
+}
+
+static bool line_row(size_t index, pt_keyword *keyword)
+{
+  constexpr size_t rows = std::size(line_keywords);
+  if (index >= rows) {
+    return false;
+  }
+  const line_keyword &row = line_keywords[index];
+  *keyword = {row.keyword,
+              PT_ATTRIBUTE_LINE,
+              PT_TEXT,
+              PT_ALL_WORDS,
+              row.take == take_item_help,
+              false,
+              false,
+              false,
+              nullptr};
+  return true;
+}
+
+bool orv_keyword(size_t index, pt_keyword *keyword)
+{
+  constexpr size_t headers = std::size(header_keywords);
+  constexpr size_t items = std::size(item_keywords);
+  return header_row(index, keyword) ||
+         (index >= headers && item_row(index - headers, keyword)) ||
+         (index >= headers + items &&
+          line_row(index - headers - items, keyword));
+}
+
 // --- the body ----------------------------------------------------------------
 
 static bool take_line(body_state *body)
@@ -1025,7 +1103,7 @@ static bool take_line(body_state *body)
   }
   orv_fatal("orv_parse_body: unknown keyword line %d \"%s\"",
             location.line_number, linebuf);
-  return false;
+  return refuse(PT_UNKNOWN_BODY_KEYWORD);
 }
 
 static bool parse_body_lines(body_state *body)
@@ -1038,13 +1116,13 @@ static bool parse_body_lines(body_state *body)
   // The fields behind would be saved without their checks.
   if (ferror(body->hdr->fp) != 0) {
     orv_fatal("orv_parse_body: failed to read the template");
-    return false;
+    return refuse(PT_READ_FAILED);
   }
   if (body->collecting_table != 0) {
     orv_fatal("orv_parse_body: Too few items for table."
               "%d remain to be collected",
               body->collecting_table);
-    return false;
+    return refuse(PT_TABLE_TOO_SHORT);
   }
   return true;
 }
@@ -1052,12 +1130,15 @@ static bool parse_body_lines(body_state *body)
 pt_body_item *orv_parse_body(pt_header *hdr)
 {
   hdr->has_input_fields = 0;
+  orv_parser_fault = {PT_NO_FAULT, 0};
   if (fast_forward(hdr, "body", &hdr->start_body) == 0) {
     orv_fatal("orv_parse_body: failed to locate body keyword");
+    refuse(PT_NO_BODY);
     return nullptr;
   }
   if (next_keyword(hdr) == 0 || match_keyword("body") == 0) {
     orv_fatal("orv_parse_body: unexpected keyword for body");
+    refuse(PT_NO_BODY);
     return nullptr;
   }
   line_used();

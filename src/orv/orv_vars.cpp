@@ -16,6 +16,7 @@
 #include "orv.h"
 #include "orv_error.h"
 #include "orv_guard.h"
+#include "orv_limits.h"
 #include "orv_scripts.h"
 
 orv_var *cfg_vars;
@@ -405,9 +406,6 @@ orv_var *orv_vars_changed(orv_var **list)
 
 // --- the exchange with scripts -----------------------------------------------
 
-// A line and its terminator; longer lines are taken in pieces.
-constexpr int LINE_SIZE = 250;
-
 static bool is_blank(char c)
 {
   return c == ' ' || c == '\t' || c == '\n';
@@ -452,7 +450,7 @@ static bool store_line(char *line)
 
 int orv_load_vars_fp(FILE *fp)
 {
-  char buf[LINE_SIZE];
+  char buf[ORV_LINE_MAX + 1];
   int count = 0;
   bool failed = false;
   while (fgets(buf, sizeof buf, fp) != nullptr) {

@@ -10,7 +10,7 @@ static void fuzz(std::string_view input)
   ents[0] = {"Configuration", "/"};
   const int count = read_entries(output);
   fclose(output);
-  assert(count >= 0 && count <= ENTRIES);
+  assert(count >= 0 && count <= ORV_BAR_MAX);
   ents[count].label = nullptr;
   for (int i = 0; i < count; i++) {
     assert(ents[i].label != nullptr && ents[i].label[0] != '\0');

@@ -1,6 +1,7 @@
 // The template parser: a text literal as template, and the items that it gives
 // or the message that it must give.
 
+#include "orv_keywords.h"
 #include "orv_parser.h"
 
 #include "fixture.h"
@@ -130,6 +131,17 @@ TEST_F(Parser, ReadsABody)
   }
 }
 
+// What the parser says of an item's keyword.
+static pt_keyword keyword(const string &name)
+{
+  pt_keyword row;
+  size_t i = 0;
+  while (orv_keyword(i, &row) && (row.kind != PT_ITEM_LINE || row.keyword != name)) {
+    i++;
+  }
+  return row;
+}
+
 TEST_F(Parser, TakesEachItemWhereItBelongs)
 {
   // item, whether a table takes it, it may have a label, it can be submitted
@@ -155,6 +167,9 @@ TEST_F(Parser, TakesEachItemWhereItBelongs)
     const Items one(orv_parse_body(hdr.get()));
     EXPECT_EQ(hdr->has_input_fields, input) << item;
     message();
+    const pt_keyword told = keyword(string(item).substr(0, string(item).find(' ')));
+    EXPECT_EQ(std::tie(told.cell, told.attributes), std::tie(cell, labelled)) << item;
+    EXPECT_EQ(told.input, input == 1) << item;
     items(item + string(";label b"));
     EXPECT_EQ(message() != at + "Attribute label not allowed", labelled) << item;
   }
@@ -169,23 +184,25 @@ TEST_F(Parser, TakesEachItemWhereItBelongs)
 
 TEST_F(Parser, TellsWhatIsWrongWithABodysLastLine)
 {
-  const std::pair<const char *, std::vector<string>> faults[] = {
-    {"Bad field width", {"field x\tnone", ";;fixed x 0"}},
-    {"Item must have a name", {"field # x", "ftable"}},
-    {"Attribute label already set", {"field x;label;label b"}},
-    {"Can only set check for text field entries",
+  const std::tuple<pt_fault_code, const char *, std::vector<string>> faults[] = {
+    {PT_BAD_WIDTH, "Bad field width", {"field x\tnone", ";;fixed x 0"}},
+    {PT_NO_NAME, "Item must have a name", {"field # x", "ftable"}},
+    {PT_SET_TWICE, "Attribute label already set", {"field x;label;label b"}},
+    {PT_MISPLACED, "Can only set check for text field entries",
      {"check word", "fixed x;check word"}},
-    {"Choice requires selector and description", {"select x;choice a"}},
-    {"Choice not allowed here", {"choice a b", "checkbox x;choice a b"}},
-    {"Bad number of rows", {"ftable r 3 -1"}},
-    {"Bad column number", {"table r 21", "table r 0 1", "table r"}},
-    {"Item not allowed in table", {"table r 2;field a;text b"}},
+    {PT_NO_CHOICE_TEXT, "Choice requires selector and description", {"select x;choice a"}},
+    {PT_MISPLACED, "Choice not allowed here", {"choice a b", "checkbox x;choice a b"}},
+    {PT_BAD_ROWS, "Bad number of rows", {"ftable r 3 -1"}},
+    {PT_BAD_COLUMNS, "Bad column number", {"table r 21", "table r 0 1", "table r"}},
+    {PT_NOT_IN_TABLE, "Item not allowed in table", {"table r 2;field a;text b"}},
   };
-  for (const auto &[fault, bodies] : faults) {
+  for (const auto &[code, fault, bodies] : faults) {
     for (const string &lines : bodies) {
       const auto line = 3 + std::count(lines.begin(), lines.end(), ';');
       EXPECT_EQ(shown(items(lines)), "orv_parse_body: line " +
                 std::to_string(line) + ". " + fault);
+      EXPECT_EQ(orv_parser_fault.code, code) << lines;
+      EXPECT_EQ(orv_parser_fault.line, line) << lines;
     }
   }
 }

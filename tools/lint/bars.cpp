@@ -3,12 +3,9 @@
 #include <algorithm>
 
 #include "links.h"
+#include "orv_limits.h"
 #include "rules.h"
 #include "text.h"
-
-// What a bar can hold, as it is drawn.
-static constexpr size_t LABEL_MAX = 29;
-static constexpr size_t BAR_MAX = 6;
 
 // The words that a command prints as lines of their own, if it is one that
 // prints lines as they stand.
@@ -45,10 +42,11 @@ static void check_entry(const device &dev, const script &s,
   if (label.empty()) {
     tell(found, *s.file, word.line, word.column, "nav-line",
          "navbar: Missing a label");
-  } else if (label.size() > LABEL_MAX && !is_inserted(label)) {
+  } else if (label.size() > ORV_BAR_LABEL_MAX && !is_inserted(label)) {
     tell(found, *s.file, word.line, word.column, "nav-label",
          "the label has " + std::to_string(label.size()) +
-             " characters and is cut after " + std::to_string(LABEL_MAX));
+             " characters and is cut after " +
+             std::to_string(ORV_BAR_LABEL_MAX));
   }
   if (target != "-") {
     check_target(dev, *s.file, word.line, word.column, target, found);
@@ -74,10 +72,11 @@ static void check_bar(const device &dev, const script &s,
         word->plain.find(' ') == std::string::npos) {
       continue;
     }
-    if (++entries == BAR_MAX + 1) {
+    if (++entries == ORV_BAR_MAX + 1) {
       tell(found, *s.file, word->line, word->column, "nav-full",
-           "a bar has room for 6 links, \"Configuration\" included; this one"
-           " and those behind it are left out");
+           "a bar has room for " + std::to_string(ORV_BAR_MAX) +
+               " links, \"Configuration\" included; this one"
+               " and those behind it are left out");
     }
     check_entry(dev, s, *word, found);
   }

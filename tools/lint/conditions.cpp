@@ -4,11 +4,10 @@
 #include <algorithm>
 #include <strings.h>
 
+#include "orv_limits.h"
 #include "references.h"
 #include "rules.h"
 #include "text.h"
-
-static constexpr size_t DEPTH_MAX = 20;
 
 // --- balance -----------------------------------------------------------------
 
@@ -45,10 +44,11 @@ static void check_balance(const form &f, findings *found)
   for (const form_line &line : f.lines) {
     if (line.keyword == "if" || line.keyword == "ifnot") {
       stack.push_back({&line, nullptr});
-      if (stack.size() == DEPTH_MAX + 1) {
+      if (stack.size() == ORV_CONDITIONS_MAX + 1) {
         tell(found, f, line, 0, "condition-depth",
              "conditions stand inside each other more than " +
-                 std::to_string(DEPTH_MAX) + " deep; this one is left out");
+                 std::to_string(ORV_CONDITIONS_MAX) +
+                 " deep; this one is left out");
       }
     } else if (line.keyword == "else" || line.keyword == "endif") {
       check_else(f, line, &stack, found);

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "keywords.h"
 #include "text.h"
 
 const std::vector<std::string> special_forms = {"orvmenu", "discard_or_return",
@@ -183,15 +184,14 @@ void tell(findings *found, const form &f, const form_line &line, size_t offset,
 
 // --- items -------------------------------------------------------------------
 
-bool is_editable(const form_item &item)
-{
-  return item.type == PT_TEXT_FIELD || item.type == PT_CHECKBOX ||
-         item.type == PT_SELECT || item.type == PT_ISELECT;
-}
-
 bool is_input(const form_item &item)
 {
-  return is_editable(item) || item.type == PT_TEXT_FIXED;
+  return item.input;
+}
+
+bool is_editable(const form_item &item)
+{
+  return item.input && item.type != PT_TEXT_FIXED;
 }
 
 const form_line *attribute(const form_item &item, const char *keyword)
@@ -214,8 +214,6 @@ bool can_save(const form &f)
 
 static const char *const task_keywords[TASKS] = {
     "read_script", "check_script", "write_script", "navbar_script"};
-static const char *const task_options[TASKS] = {"--read", "--check", "--write",
-                                                "--navbar"};
 
 // The script's name is the line's first word, as the runner takes it.
 static std::string script_name(const std::string &form,
@@ -237,9 +235,8 @@ static std::vector<script_line> script_lines(const form &f)
 {
   std::vector<script_line> all;
   for (int task = 0; task < TASKS; task++) {
-    script_line line = {
-        task_keywords[task],
-        std::string("$F$.sh ") + task_options[task] + " $F$ $S$", 0, 1, ""};
+    script_line line = {task_keywords[task],
+                        header_keyword(task_keywords[task])->script, 0, 1, ""};
     for (const form_line &given : f.lines) {
       if (given.header && given.keyword == task_keywords[task]) {
         line.text = given.text;

@@ -51,6 +51,7 @@ struct form_item {
   int line;
   std::string name;     // "" where it has none
   std::string selector; // of iselect and imenu
+  bool input;           // has something to submit, or a value that is shown
   int columns;          // of a table
   int table;            // index of the table that it is a cell of, or -1
   std::vector<const form_line *> lines; // its own first

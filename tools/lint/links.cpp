@@ -7,11 +7,11 @@
 
 #include <algorithm>
 
+#include "orv_limits.h"
 #include "references.h"
 #include "rules.h"
 #include "text.h"
 
-static constexpr size_t ADDRESS_MAX = 99;
 // The executable's own part of an address: the usual one.
 static const std::string script_url = "/cgi-bin/orv";
 
@@ -59,10 +59,10 @@ void check_target(const device &dev, const source_file &file, int line,
     tell(found, file, line, column, "target",
          "no template " + in_quotes(link.form + ".tpl") +
              did_you_mean(link.form, form_names(dev)));
-  } else if (address_length(link) > ADDRESS_MAX) {
+  } else if (address_length(link) > ORV_ADDRESS_MAX) {
     tell(found, file, line, column, "link-long",
          "the address of this link is cut after " +
-             std::to_string(ADDRESS_MAX) + " characters");
+             std::to_string(ORV_ADDRESS_MAX) + " characters");
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "keywords.h"
 #include "rules.h"
 #include "text.h"
 
@@ -53,24 +54,19 @@ static bool is_number(const std::string &word)
          word.find_first_not_of("0123456789", start) == std::string::npos;
 }
 
-// How many words a line has a use for; those behind a name are numbers.
-static const std::map<std::string, size_t> words_used = {
-    {"else", 0},        {"endif", 0},     {"fmenu", 0}, {"help_mode", 0},
-    {"expert_mode", 0}, {"no_header", 0}, {"body", 0},  {"no_footer", 0},
-    {"select", 1},      {"checkbox", 1},  {"field", 2}, {"fixed", 2},
-    {"table", 3},       {"ftable", 3}};
-
 // The parser takes these lines and drops the words without a report.
 static void check_words(const form &f, const form_line &line, findings *found)
 {
-  const auto used = words_used.find(line.keyword);
-  if (used == words_used.end() || line.continues) {
+  const pt_keyword *row = any_keyword(line.keyword);
+  if (row == nullptr || row->words == PT_ALL_WORDS || line.continues ||
+      row->type == PT_ISELECT || row->type == PT_IMENU) {
     return;
   }
+  const size_t used = static_cast<size_t>(row->words);
   const std::vector<std::string> words = split_words(line.text);
   for (size_t i = 0; i < words.size(); i++) {
     const size_t at = line.text.find(words[i]);
-    if (i >= used->second) {
+    if (i >= used) {
       const bool else_if = line.keyword == "else" && words[0] == "if";
       tell(found, f, line, at, "extra-words",
            in_quotes(words[i]) + " means nothing here" +

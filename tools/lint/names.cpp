@@ -6,11 +6,12 @@
 #include <string.h>
 #include <strings.h>
 
+#include "orv_limits.h"
 #include "rules.h"
 #include "text.h"
 
 // A name travels in hidden fields behind a letter and "_".
-static constexpr size_t NAME_MAX_LENGTH = 50;
+static constexpr size_t NAME_MAX_LENGTH = ORV_NAME_MAX - ORV_NAME_PREFIX;
 static constexpr size_t ROW_DIGITS = 2; // rows up to 99
 
 static bool is_variable(const form_item &item)

@@ -11,6 +11,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "orv_limits.h"
 #include "rules.h"
 #include "text.h"
 
@@ -110,9 +111,6 @@ static bool run_read(device_run *r, const form &f, values *all)
   return result.status == 0;
 }
 
-static constexpr size_t BAR_MAX = 6;
-static constexpr size_t LABEL_MAX = 29;
-
 static void check_entry(device_run *r, const source_file &file,
                         const std::string &text, const std::vector<note> &notes)
 {
@@ -128,11 +126,10 @@ static void check_entry(device_run *r, const source_file &file,
   const std::string target = text.substr(0, gap);
   const std::string form_name = target.substr(0, target.find('/', 1));
   keep_subitem(r, target);
-  if (text.size() - gap - 1 > LABEL_MAX) {
+  if (text.size() - gap - 1 > ORV_BAR_LABEL_MAX) {
     tell(r->found, file, 1, 1, "nav-label",
-         "the label " + in_quotes(text.substr(gap + 1)) +
-             " is cut after 29"
-             " characters",
+         "the label " + in_quotes(text.substr(gap + 1)) + " is cut after " +
+             std::to_string(ORV_BAR_LABEL_MAX) + " characters",
          notes);
   }
   if (target != "-" && r->dev.forms.count(form_name) == 0) {
@@ -169,10 +166,10 @@ static void run_bar(device_run *r, const form &f)
     }
     first = false;
   }
-  if (entries > BAR_MAX) {
+  if (entries > ORV_BAR_MAX) {
     tell(r->found, *file, 1, 1, "nav-full",
          "the bar of " + in_quotes(f.name) + " has " + std::to_string(entries) +
-             " links, and 6 fit",
+             " links, and " + std::to_string(ORV_BAR_MAX) + " fit",
          in_form(f, line));
   }
 }

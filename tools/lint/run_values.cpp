@@ -4,12 +4,11 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "orv_limits.h"
 #include "references.h"
 #include "run.h"
 #include "script_names.h"
 #include "text.h"
-
-static constexpr size_t LINE_MAX_LENGTH = 249; // of a line that a page reads
 
 // The store's rules, as far as names go.
 static void store_line(const device_run &r, const source_file &file,
@@ -55,14 +54,14 @@ values read_values(const device_run &r, const form &f, const script_line &line,
   const source_file &file = *script_file(r, line);
   const std::vector<note> notes = in_form(f, line);
   for (const std::string &text : split_lines(output)) {
-    if (text.size() > LINE_MAX_LENGTH) {
+    if (text.size() > ORV_LINE_MAX) {
       tell(r.found, file, 1, 1, "run-long",
            "a reported line has " + std::to_string(text.size()) +
                " bytes, and a page reads 249 at a time: " +
                in_quotes(text.substr(0, 40) + "..."),
            notes);
     }
-    store_line(r, file, notes, text.substr(0, LINE_MAX_LENGTH), &all);
+    store_line(r, file, notes, text.substr(0, ORV_LINE_MAX), &all);
   }
   return all;
 }

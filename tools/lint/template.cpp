@@ -12,21 +12,6 @@
 
 #include "text.h"
 
-const std::set<std::string> header_keywords = {
-    "title",     "read_script", "check_script", "write_script", "navbar_script",
-    "help_mode", "expert_mode", "no_header",    "no_footer",    "body"};
-const std::set<std::string> text_keywords = {"text", "help", "error",
-                                             "item_help"};
-const std::set<std::string> attribute_keywords = {
-    "choice", "label", "rlabel",    "prompt",   "value",
-    "check",  "part",  "check_msg", "item_help"};
-const std::set<std::string> cell_keywords = {"field", "fixed", "select",
-                                             "checkbox"};
-const std::set<std::string> item_keywords = {
-    "text",  "help",   "error",    "center", "centre",  "heading", "heading2",
-    "field", "fixed",  "checkbox", "select", "iselect", "imenu",   "fmenu",
-    "table", "ftable", "if",       "ifnot",  "else",    "endif"};
-
 // --- lines as the parser sees them -------------------------------------------
 
 bool is_keyword_line(const std::string &line)
@@ -66,6 +51,13 @@ std::string text_of(const std::string &line)
   return text;
 }
 
+// Whether lines that begin with a blank go on its text.
+static bool goes_on(const std::string &keyword)
+{
+  const pt_keyword *row = any_keyword(keyword);
+  return row != nullptr && row->text;
+}
+
 // --- the form ----------------------------------------------------------------
 
 // Lines that the parser skips are left out, so a rule sees what counts.
@@ -81,7 +73,7 @@ static void add_lines(const repair &work, form *into)
     if (!continues) {
       keyword = keyword_of(line.text);
     } else if (text_start(line.text) == line.text.size() || header ||
-               text_keywords.count(keyword) == 0) {
+               !goes_on(keyword)) {
       continue;
     }
     into->lines.push_back({line.number,
@@ -146,6 +138,7 @@ static void add_items(const repair &work, const pt_body_item *body, form *into)
                              line.number,
                              text(at->name),
                              text(at->selector),
+                             item_keyword(line.keyword)->input,
                              is_table ? at->table.columns : 0,
                              cells > 0 ? table : -1,
                              {},
@@ -168,17 +161,13 @@ static void add_items(const repair &work, const pt_body_item *body, form *into)
 static void tell_indented(const repair &work)
 {
   std::string keyword;
-  std::set<std::string> known = item_keywords;
-  known.insert(attribute_keywords.begin(), attribute_keywords.end());
-  known.insert(header_keywords.begin(), header_keywords.end());
   for (const copy_line &line : work.copy) {
     if (is_keyword_line(line.text)) {
       keyword = keyword_of(line.text);
       continue;
     }
     const size_t start = text_start(line.text);
-    if (start == line.text.size() || line.text[0] == '#' ||
-        text_keywords.count(keyword) != 0) {
+    if (start == line.text.size() || line.text[0] == '#' || goes_on(keyword)) {
       continue;
     }
     const std::string word = first_word(line.text.substr(start));
@@ -186,7 +175,7 @@ static void tell_indented(const repair &work)
       tell(work.found, work.file, line.number, static_cast<int>(start) + 1,
            "indented",
            "this line means nothing, since it begins with a blank" +
-               (known.count(lower(word)) != 0
+               (any_keyword(lower(word)) != nullptr
                     ? std::string("; a keyword stands at the line's start")
                     : " and " + in_quotes(keyword) + " has one line"));
     }

@@ -8,15 +8,7 @@
 #include <vector>
 
 #include "device.h"
-
-// What one read takes, the line end included.
-constexpr size_t LINE_MAX_LENGTH = 249;
-
-extern const std::set<std::string> header_keywords;
-extern const std::set<std::string> text_keywords;
-extern const std::set<std::string> attribute_keywords;
-extern const std::set<std::string> cell_keywords;
-extern const std::set<std::string> item_keywords;
+#include "keywords.h"
 
 // A line of the copy and its number in the file.
 struct copy_line {
@@ -44,12 +36,17 @@ std::string text_of(const std::string &line);
 
 // --- the parser --------------------------------------------------------------
 
-// Parses `text`; the parser's first message, "" without one.  The body goes to
-// `body` where that is given (owned by the caller, orv_free_body).
-std::string parse(const std::string &text, const std::string &name,
-                  pt_body_item **body);
-// The number that a message names, 0 without one.
-int line_in(const std::string &message);
+// Why the parser stopped.
+struct refusal {
+  pt_fault_code code;
+  int line; // that was read then
+  std::string message;
+};
+
+// Parses `text`.  The body goes to `body` where that is given (owned by the
+// caller, orv_free_body).
+refusal parse(const std::string &text, const std::string &name,
+              pt_body_item **body);
 // What makes the parser talk of something else is told by its own name.
 void tell_lines(const repair &work);
 // A line for each of the file's, so that numbers stay true.

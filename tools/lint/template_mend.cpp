@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include "orv_limits.h"
 #include "text.h"
 
 static std::string joined(const std::vector<copy_line> &copy)
@@ -22,25 +23,25 @@ static std::string joined(const std::vector<copy_line> &copy)
 
 typedef std::vector<copy_line>::iterator line_place;
 
-// The line that the message is about: the one it names, or the last.
-static line_place line_of(repair *work, const std::string &message)
+// The line that the parser stopped at, or the last.
+static line_place line_of(repair *work, const refusal &why)
 {
-  const size_t number = static_cast<size_t>(line_in(message));
+  const size_t number = static_cast<size_t>(why.line);
   return number >= 1 && number <= work->copy.size()
              ? work->copy.begin() + static_cast<std::ptrdiff_t>(number) - 1
              : work->copy.end() - (work->copy.empty() ? 0 : 1);
 }
 
 // Tells the message, its number being that of the file.
-static void tell_message(repair *work, std::string message, int line,
+static void tell_message(repair *work, const refusal &why, int line,
                          const std::string &more,
                          const std::vector<note> &notes = {})
 {
-  const size_t at = message.find("line ");
-  if (at != std::string::npos && line_in(message) != 0) {
-    const size_t digits = at + 5;
-    const size_t end = message.find_first_not_of("0123456789", digits);
-    message.replace(digits, end - digits, std::to_string(line));
+  std::string message = why.message;
+  const std::string number = "line " + std::to_string(why.line);
+  const size_t at = message.find(number);
+  if (at != std::string::npos) {
+    message.replace(at, number.size(), "line " + std::to_string(line));
   }
   message.erase(std::remove(message.begin(), message.end(), '\n'),
                 message.end());
@@ -61,14 +62,15 @@ static bool has_body(const repair &work)
 }
 
 // A keyword that no header has.
-static void mend_header_keyword(repair *work, const std::string &message)
+static void mend_header_keyword(repair *work, const refusal &why)
 {
-  const line_place at = line_of(work, message);
+  const line_place at = line_of(work, why);
   const std::string keyword = keyword_of(at->text);
-  const std::string near = nearest(keyword, header_keywords);
-  if (item_keywords.count(keyword) + attribute_keywords.count(keyword) != 0) {
+  const std::string near = nearest(keyword, header_keywords());
+  if (item_keyword(keyword) != nullptr ||
+      attribute_keyword(keyword) != nullptr) {
     const bool later = has_body(*work);
-    tell_message(work, message, at->number,
+    tell_message(work, why, at->number,
                  later ? "; " + in_quotes(keyword) +
                              " belongs behind the line \"body\""
                        : "; the line \"body\" is missing before it");
@@ -79,8 +81,7 @@ static void mend_header_keyword(repair *work, const std::string &message)
     }
     return;
   }
-  tell_message(work, message, at->number,
-               did_you_mean(keyword, header_keywords));
+  tell_message(work, why, at->number, did_you_mean(keyword, header_keywords()));
   if (near.empty()) {
     at->text.clear();
   } else {
@@ -93,7 +94,7 @@ static void orphan_attributes(repair *work, line_place at)
 {
   for (++at; at != work->copy.end(); ++at) {
     const std::string keyword = keyword_of(at->text);
-    if (!keyword.empty() && attribute_keywords.count(keyword) == 0) {
+    if (!keyword.empty() && attribute_keyword(keyword) == nullptr) {
       return;
     }
     work->orphans.insert(at->number);
@@ -101,8 +102,7 @@ static void orphan_attributes(repair *work, line_place at)
 }
 
 // What a keyword was meant to be: also where bash calls it something else.
-static std::string meant_keyword(const std::string &keyword,
-                                 const std::set<std::string> &known)
+static std::string meant_keyword(const std::string &keyword)
 {
   static const std::map<std::string, std::string> others = {
       {"fi", "endif"},        {"end", "endif"},
@@ -110,18 +110,17 @@ static std::string meant_keyword(const std::string &keyword,
       {"input", "field"},     {"check_message", "check_msg"},
       {"heading1", "heading"}};
   const auto other = others.find(keyword);
-  return other != others.end() ? other->second : nearest(keyword, known);
+  return other != others.end() ? other->second
+                               : nearest(keyword, body_keywords());
 }
 
-static void mend_body_keyword(repair *work, const std::string &message)
+static void mend_body_keyword(repair *work, const refusal &why)
 {
-  const line_place at = line_of(work, message);
+  const line_place at = line_of(work, why);
   const std::string keyword = keyword_of(at->text);
-  std::set<std::string> known = item_keywords;
-  known.insert(attribute_keywords.begin(), attribute_keywords.end());
-  const bool misplaced = header_keywords.count(keyword) != 0;
-  const std::string near = misplaced ? "" : meant_keyword(keyword, known);
-  tell_message(work, message, at->number,
+  const bool misplaced = header_keyword(keyword) != nullptr;
+  const std::string near = misplaced ? "" : meant_keyword(keyword);
+  tell_message(work, why, at->number,
                misplaced ? "; " + in_quotes(keyword) +
                                " belongs before the line \"body\""
                : near.empty() ? ""
@@ -135,55 +134,37 @@ static void mend_body_keyword(repair *work, const std::string &message)
 }
 
 // All lines were header lines: an empty body is what is left.
-static void mend_no_body(repair *work, const std::string &message)
+static void mend_no_body(repair *work, const refusal &why)
 {
   const int last = static_cast<int>(work->file.lines.size());
-  tell_message(work, message, std::max(last, 1), "");
+  tell_message(work, why, std::max(last, 1), "");
   work->copy.push_back({"body", std::max(last, 1)});
 }
 
 // The second one goes, as the first was meant to count.
-static void mend_second(repair *work, const std::string &message)
+static void mend_second(repair *work, const refusal &why)
 {
-  const std::vector<std::string> words = split_words(message);
-  const std::string keyword = words.size() > 2 ? words[2] : "";
-  const auto is_it = [&](const copy_line &line) {
-    return keyword_of(line.text) == keyword;
-  };
+  const line_place second = line_of(work, why);
+  const std::string keyword = keyword_of(second->text);
   const line_place first =
-      std::find_if(work->copy.begin(), work->copy.end(), is_it);
-  const line_place second =
-      first == work->copy.end()
-          ? first
-          : std::find_if(first + 1, work->copy.end(), is_it);
-  if (second == work->copy.end()) {
-    tell_message(work, message, 1, "");
-    work->copy.clear();
-    return;
-  }
-  tell_message(work, message, second->number, "",
+      std::find_if(work->copy.begin(), second, [&](const copy_line &line) {
+        return keyword_of(line.text) == keyword;
+      });
+  tell_message(work, why, second->number, "",
                {{{work->file.path, first->number, 1}, "the first is here"}});
   second->text.clear();
 }
 
-static void mend_no_title(repair *work, const std::string &message)
+static void mend_no_title(repair *work, const refusal &why)
 {
-  tell_message(work, message, 1, "");
+  tell_message(work, why, 1, "");
   work->copy.insert(work->copy.begin(), {"title Untitled", 1});
 }
 
-static void mend_quoting(repair *work, const std::string &message)
+static bool is_cell(const std::string &keyword)
 {
-  for (copy_line &line : work->copy) {
-    if (ends_with(keyword_of(line.text), "_script") &&
-        message.find(in_quotes(text_of(line.text))) != std::string::npos) {
-      tell_message(work, message, line.number, "");
-      line.text.clear();
-      return;
-    }
-  }
-  tell_message(work, message, 1, "");
-  work->copy.clear();
+  const pt_keyword *row = item_keyword(keyword);
+  return row != nullptr && row->cell;
 }
 
 // The last table before `at`, and how many cells it has by then.
@@ -196,7 +177,7 @@ static line_place table_before(repair *work, line_place at, int *cells)
     if (keyword == "table" || keyword == "ftable") {
       return at;
     }
-    *cells += cell_keywords.count(keyword) != 0 ? 1 : 0;
+    *cells += is_cell(keyword) ? 1 : 0;
   }
   return work->copy.end();
 }
@@ -221,40 +202,40 @@ static std::string lacks(const copy_line &table, int cells)
 }
 
 // The message has no line; the table that it speaks of is the last one.
-static void mend_short_table(repair *work, const std::string &message)
+static void mend_short_table(repair *work, const refusal &why)
 {
   int cells;
   const line_place table = table_before(work, work->copy.end(), &cells);
   if (table == work->copy.end()) {
-    tell_message(work, message, 1, "");
+    tell_message(work, why, 1, "");
     work->copy.clear();
     return;
   }
-  tell_message(work, message, table->number, "; " + lacks(*table, cells));
+  tell_message(work, why, table->number, "; " + lacks(*table, cells));
   cut_table(table, cells);
 }
 
 // The table ends where something else begins.
-static void mend_broken_table(repair *work, const std::string &message)
+static void mend_broken_table(repair *work, const refusal &why)
 {
-  const line_place at = line_of(work, message);
+  const line_place at = line_of(work, why);
   int cells;
   const line_place table = table_before(work, at, &cells);
   if (table == work->copy.end()) {
-    tell_message(work, message, at->number, "");
+    tell_message(work, why, at->number, "");
     at->text.clear();
     return;
   }
-  tell_message(work, message, at->number, "",
+  tell_message(work, why, at->number, "",
                {{{work->file.path, table->number, 1}, lacks(*table, cells)}});
   cut_table(table, cells);
 }
 
 // A name of ours keeps the item, so that its attributes are no faults.
-static void mend_name(repair *work, const std::string &message)
+static void mend_name(repair *work, const refusal &why)
 {
-  const line_place at = line_of(work, message);
-  tell_message(work, message, at->number, "");
+  const line_place at = line_of(work, why);
+  tell_message(work, why, at->number, "");
   const std::string keyword = keyword_of(at->text);
   at->text = keyword + " unnamed" + std::to_string(at->number) +
              (ends_with(keyword, "table") ? " 1" : "");
@@ -272,26 +253,26 @@ static void keep_words(copy_line *line, size_t count)
 }
 
 // The item stays without the width.
-static void mend_width(repair *work, const std::string &message)
+static void mend_width(repair *work, const refusal &why)
 {
-  const line_place at = line_of(work, message);
-  tell_message(work, message, at->number, "");
+  const line_place at = line_of(work, why);
+  tell_message(work, why, at->number, "");
   keep_words(&*at, 1);
 }
 
 // The cells that follow say how many columns were meant.
-static void mend_columns(repair *work, const std::string &message)
+static void mend_columns(repair *work, const refusal &why)
 {
-  const line_place at = line_of(work, message);
-  tell_message(work, message, at->number,
-               "; a table has 1 to 20, and their number stands behind its"
-               " name");
+  const line_place at = line_of(work, why);
+  tell_message(work, why, at->number,
+               "; a table has 1 to " + std::to_string(ORV_COLUMNS_MAX) +
+                   ", and their number stands behind its name");
   int cells = 0;
   for (line_place next = at + 1; next != work->copy.end(); ++next) {
     const std::string keyword = keyword_of(next->text);
-    if (cell_keywords.count(keyword) != 0 && cells < 20) {
+    if (is_cell(keyword) && cells < ORV_COLUMNS_MAX) {
       cells++;
-    } else if (item_keywords.count(keyword) != 0) {
+    } else if (item_keyword(keyword) != nullptr) {
       break;
     }
   }
@@ -303,47 +284,56 @@ static void mend_columns(repair *work, const std::string &message)
   }
 }
 
-static void mend_rows(repair *work, const std::string &message)
+static void mend_rows(repair *work, const refusal &why)
 {
-  const line_place at = line_of(work, message);
-  tell_message(work, message, at->number, "");
+  const line_place at = line_of(work, why);
+  tell_message(work, why, at->number, "");
   keep_words(&*at, 2);
 }
 
 // A line that adds to an item and does not fit there.
-static void mend_line(repair *work, const std::string &message)
+static void mend_line(repair *work, const refusal &why)
 {
-  const line_place at = line_of(work, message);
+  const line_place at = line_of(work, why);
   if (at == work->copy.end()) {
-    tell_message(work, message, 1, "");
+    tell_message(work, why, 1, "");
     work->copy.clear();
     return;
   }
   if (work->orphans.count(at->number) == 0) {
-    tell_message(work, message, at->number, "");
+    tell_message(work, why, at->number, "");
   }
   at->text.clear();
 }
 
-// What a message says, and how the line is mended.
+// How what the parser refuses is mended.
 static const struct {
-  const char *part;
-  void (*mend)(repair *work, const std::string &message);
+  pt_fault_code code;
+  void (*mend)(repair *work, const refusal &why);
 } mendings[] = {
-    {"orv_parse_header: unknown keyword", mend_header_keyword},
-    {"no body keyword found", mend_no_body},
-    {"keyword found", mend_second},
-    {"contains no title", mend_no_title},
-    {"Cannot quote a value", mend_quoting},
-    {"orv_parse_body: unknown keyword", mend_body_keyword},
-    {"Too few items", mend_short_table},
-    {"Item not allowed in table", mend_broken_table},
-    {"Item must have a name", mend_name},
-    {"Bad field width", mend_width},
-    {"Bad column number", mend_columns},
-    {"Bad number of rows", mend_rows},
-    {"", mend_line},
+    {PT_UNKNOWN_HEADER_KEYWORD, mend_header_keyword},
+    {PT_NO_BODY, mend_no_body},
+    {PT_SECOND_KEYWORD, mend_second},
+    {PT_NO_TITLE, mend_no_title},
+    {PT_UNKNOWN_BODY_KEYWORD, mend_body_keyword},
+    {PT_TABLE_TOO_SHORT, mend_short_table},
+    {PT_NOT_IN_TABLE, mend_broken_table},
+    {PT_NO_NAME, mend_name},
+    {PT_BAD_WIDTH, mend_width},
+    {PT_BAD_COLUMNS, mend_columns},
+    {PT_BAD_ROWS, mend_rows},
 };
+
+static void mend(repair *work, const refusal &why)
+{
+  for (const auto &row : mendings) {
+    if (row.code == why.code) {
+      row.mend(work, why);
+      return;
+    }
+  }
+  mend_line(work, why);
+}
 
 // Parses until nothing is refused; the body's items.
 pt_body_item *parse_all(repair *work)
@@ -354,19 +344,14 @@ pt_body_item *parse_all(repair *work)
   for (size_t round = 0; round < rounds; round++) {
     orv_free_body(body);
     body = nullptr;
-    const std::string message = parse(joined(work->copy), work->name, &body);
-    if (message.empty()) {
+    const refusal why = parse(joined(work->copy), work->name, &body);
+    if (why.code == PT_NO_FAULT) {
       return body;
-    }
-    for (const auto &row : mendings) {
-      if (message.find(row.part) != std::string::npos) {
-        row.mend(work, message);
-        break;
-      }
     }
     if (work->copy.empty()) {
       break; // nothing left that could be mended
     }
+    mend(work, why);
   }
   orv_free_body(body);
   return nullptr;

@@ -9,19 +9,10 @@
 #include <unistd.h>
 
 #include "orv_error.h"
+#include "orv_limits.h"
 #include "text.h"
 
 // --- one parse ---------------------------------------------------------------
-
-static std::string first_message;
-
-// The first message is the cause; those behind it are its consequences.
-static void keep_message(const char *message)
-{
-  if (first_message.empty()) {
-    first_message = message;
-  }
-}
 
 // What the parser needs: a file of its own.  -1 when there is no memory.
 static int make_file(const std::string &text)
@@ -42,42 +33,43 @@ static int make_file(const std::string &text)
   return fd;
 }
 
-// Parses `text`; the parser's first message, "" without one.  The body goes to
-// `body` where that is given.
-std::string parse(const std::string &text, const std::string &name,
-                  pt_body_item **body)
+// The parser reports in the log and keeps its message; it knows the file by a
+// name that nobody else does.
+static refusal why_refused(const std::string &path, const std::string &name)
 {
-  first_message.clear();
+  refusal why = {orv_parser_fault.code, orv_parser_fault.line, ""};
+  if (orv_error_msg != nullptr) {
+    why.message = orv_error_msg;
+    why.code = why.code == PT_NO_FAULT ? PT_NO_MEMORY : why.code;
+  }
+  const size_t at = why.message.find(path);
+  if (at != std::string::npos) {
+    why.message.replace(at, path.size(), name);
+  }
+  return why;
+}
+
+refusal parse(const std::string &text, const std::string &name,
+              pt_body_item **body)
+{
   orv_fatal_no_exit = 1;
-  orv_fatal_alt_report = keep_message;
+  orv_error_msg = nullptr;
   const int fd = make_file(text);
   if (fd < 0) {
-    return "no memory for a template";
+    return {PT_NO_MEMORY, 0, "no memory for a template"};
   }
   std::string path = "/proc/self/fd/" + std::to_string(fd);
   pt_header *hdr = orv_parse_header(path.data(), nullptr);
-  if (hdr != nullptr) {
-    pt_body_item *items = orv_parse_body(hdr);
-    if (body != nullptr) {
-      *body = items;
-    } else {
-      orv_free_body(items);
-    }
+  pt_body_item *items = hdr != nullptr ? orv_parse_body(hdr) : nullptr;
+  const refusal why = why_refused(path, name);
+  if (body != nullptr) {
+    *body = items;
+  } else {
+    orv_free_body(items);
   }
   orv_free_header(hdr);
   close(fd);
-  const size_t at = first_message.find(path);
-  if (at != std::string::npos) {
-    first_message.replace(at, path.size(), name);
-  }
-  return first_message;
-}
-
-// The number that the message names, 0 without one.
-int line_in(const std::string &message)
-{
-  const size_t at = message.find("line ");
-  return at == std::string::npos ? 0 : atoi(message.c_str() + at + 5);
+  return why;
 }
 
 // --- what the parser would misread -------------------------------------------
@@ -88,6 +80,8 @@ static std::string without_mark(const std::string &line)
              ? line.substr(sizeof BYTE_ORDER_MARK - 1)
              : line;
 }
+
+static constexpr size_t LINE_TEXT = ORV_LINE_MAX - 1; // without its end
 
 // The copy has a line for each of the file's, so that numbers stay true.
 void copy_lines(repair *work)
@@ -100,27 +94,21 @@ void copy_lines(repair *work)
     if (!text.empty() && text.back() == '\r') {
       text.pop_back();
     }
-    work->copy.push_back({text.substr(0, LINE_MAX_LENGTH - 1), number});
+    work->copy.push_back({text.substr(0, LINE_TEXT), number});
   }
 }
 
 // What the parser says of the file as it is, as a note for the line that it
-// names.
-static std::vector<note> parser_note(const repair &work,
-                                     const std::string &message, int line)
+// stopped at.
+static std::vector<note> parser_note(const repair &work, const refusal &why,
+                                     int line)
 {
-  const bool last = line == static_cast<int>(work.file.lines.size());
-  const int named = line_in(message);
-  if (message.empty() ||
-      (named != line && named != line + 1 && !(named == 0 && last))) {
+  if (why.code == PT_NO_FAULT || (why.line != line && why.line != line + 1)) {
     return {};
   }
-  std::string text = "the page would say: " + message;
-  for (const char *end : {"\n", "\r"}) {
-    for (size_t at = text.find(end); at != std::string::npos;
-         at = text.find(end)) {
-      text.erase(at, 1);
-    }
+  std::string text = "the page would say: " + why.message;
+  for (const char end : {'\n', '\r'}) {
+    text.erase(std::remove(text.begin(), text.end(), end), text.end());
   }
   return {{{work.file.path, line, 1}, text}};
 }
@@ -130,12 +118,12 @@ static std::vector<note> parser_note(const repair &work,
 void tell_lines(const repair &work)
 {
   const source_file &file = work.file;
-  const std::string message = parse(file.text, work.name, nullptr);
+  const refusal why = parse(file.text, work.name, nullptr);
   bool told_cr = false;
   int number = 0;
   for (const std::string &line : file.lines) {
     number++;
-    const std::vector<note> notes = parser_note(work, message, number);
+    const std::vector<note> notes = parser_note(work, why, number);
     if (number == 1 && starts_with(line, BYTE_ORDER_MARK)) {
       tell(work.found, file, 1, 1, "byte-order-mark",
            "the file begins with a byte order mark, which counts as text",
@@ -148,11 +136,12 @@ void tell_lines(const repair &work)
            " known and a value is another one",
            notes);
     }
-    if (line.size() >= LINE_MAX_LENGTH) {
-      tell(work.found, file, number, static_cast<int>(LINE_MAX_LENGTH),
-           "long-line",
+    if (line.size() > LINE_TEXT) {
+      tell(work.found, file, number, ORV_LINE_MAX, "long-line",
            "this line has " + std::to_string(line.size()) +
-               " characters; what stands behind the 249th is read as another"
+               " characters; what stands behind the " +
+               std::to_string(ORV_LINE_MAX) +
+               "th is read as another"
                " line",
            notes);
     }
@@ -165,6 +154,6 @@ void tell_lines(const repair &work)
     tell(work.found, file, number,
          static_cast<int>(file.lines.back().size()) + 1, "last-line",
          "the last line has no line end, so its keyword is not known",
-         parser_note(work, message, number));
+         parser_note(work, why, number));
   }
 }

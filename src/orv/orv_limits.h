@@ -1,0 +1,45 @@
+// What a form, its scripts and its page can hold at most, each with its reason.
+// What goes beyond is cut, left out or refused where that is read or drawn.
+
+#ifndef ORV_LIMITS_H
+#define ORV_LIMITS_H
+
+// --- what is read ------------------------------------------------------------
+
+// Bytes of a line of a template or of what a script says, its end included:
+// such lines are written by hand, and a longer one goes on as the next line.
+constexpr int ORV_LINE_MAX = 249;
+
+// Characters of a name built of a template's name and a number; those of all
+// rows stand on the stack while a table is drawn.
+constexpr int ORV_NAME_MAX = 52;
+constexpr int ORV_NAME_SIZE = ORV_NAME_MAX + 1;
+
+// Of these the page's hidden fields take a letter and "_" in front of a name.
+constexpr int ORV_NAME_PREFIX = 2;
+
+// --- what is drawn -----------------------------------------------------------
+
+// Columns of a table: more do not fit on any page.
+constexpr int ORV_COLUMNS_MAX = 20;
+
+// Rows of a table and entries of a dynamic list or menu: names cut at their
+// buffer would otherwise repeat for ever.
+constexpr int ORV_ROWS_MAX = 50000;
+
+// Conditions inside each other, on the page and while it is checked: far
+// beyond any real form.
+constexpr int ORV_CONDITIONS_MAX = 20;
+
+// Characters of the address of a menu's or a bar's entry.
+constexpr int ORV_ADDRESS_MAX = 99;
+
+// Entries of a navigation bar, which stands in one line, and the characters of
+// their labels.
+constexpr int ORV_BAR_MAX = 6;
+constexpr int ORV_BAR_LABEL_MAX = 29;
+
+// Characters of a message with a column's label in front.
+constexpr int ORV_LABELLED_MAX = 99;
+
+#endif
