@@ -109,7 +109,7 @@ void read_backticks(reader &r)
     }
     command.column += command.line == 1 ? columns : 0;
     command.line += lines;
-    command.substitution++;
+    command.substitution += r.substitution + 1;
     command.function = r.function;
     r.out.commands.push_back(command);
   }
@@ -288,6 +288,7 @@ void read_arithmetic(reader &r, bash_word &word, char end)
 void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
 {
   const size_t start = r.at;
+  const size_t plain = word.plain.size();
   bash_expansion expansion;
   expansion.quoted = quoted;
   expansion.arithmetic = arithmetic;
@@ -339,6 +340,7 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
   } else {
     step(r);
   }
+  word.plain.resize(plain); // what stands in it has left parts of its own
   word.plain += r.in.substr(start, r.at - start);
 }
 

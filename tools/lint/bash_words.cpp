@@ -92,6 +92,7 @@ void skip_space(reader &r)
       skip_comment(r);
     } else {
       step(r);
+      skip_documents(r);
     }
     skip_blanks(r);
   }
