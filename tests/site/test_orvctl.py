@@ -23,9 +23,9 @@ CHECKS = ["check word", "check nullok word", "check nullok number 1 100", "", "c
 KINDS = ["field", "field", "fixed", "checkbox", "select", "iselect"]
 
 
-def run(site, *words, expect=None):
+def run(site, *words, expect=None, given=""):
     """Runs orvctl in the device's folder: its output and its messages."""
-    done = subprocess.run([ORVCTL, *words], cwd=site.folder, capture_output=True,
+    done = subprocess.run([ORVCTL, *words], cwd=site.folder, capture_output=True, input=given,
                           text=True, timeout=60, check=False, errors="replace")
     assert done.returncode in (0, 1, 2) and (expect is None or done.returncode == expect), done
     return done
@@ -211,6 +211,58 @@ def test_no_control_character_reaches_a_terminal(site):
     (site.folder / "dump").write_text(dump)
     run(site, "apply", "dump", expect=0)
     assert b'new_i="' + RAW + b'"\n' in (site.folder / "f.write").read_bytes()
+
+
+def test_a_value_may_stand_on_standard_input(site):
+    site.template("f", "field a_secret", "field b", "checkbox box", "select s", "choice - None", "choice x X",
+                  "table t 2 2", "field tn", "checkbox tb")
+    site.form_script("f", read="echo a_secret=1; echo b=2; echo s=x; echo tn0=1")
+    for words, given, new in (
+            ("set f a_secret=- b=-", "corr ect\n-\nrest", {'new_a_secret="corr ect"', 'new_b="-"'}),
+            ("set f b=- a_secret=-", "one\ntwo", {'new_a_secret="two"', 'new_b="one"'}),
+            ("set f A_Secret=- s=-", "\n", {'new_a_secret=""', 'new_s="-"'}),
+            ("rows f t add tn=-", "x y\n", {'new_tn1="x y"'}), ("rows f t change 1 tn=- tb=1", "z", {'new_tn0="z"'}),
+            ("set f tn0=-", "-x", {'new_tn0="-x"'}), ("set f a_secret=--", "", {'new_a_secret="--"'})):
+        run(site, *words.split(), expect=0, given=given)
+        assert new <= set(site.given("f", "write")), words
+    (site.folder / "file").write_text("form f\nb=-\n")
+    run(site, "apply", "file", expect=0)
+    assert 'new_b="-"' in site.given("f", "write")
+    site.ran()
+    for words, given in (("set f b=-", ""), ("set f b=- a_secret=-", "1\n"), ("set f b=-", "a\0b\n"),
+                         ("set f b=-", "a\rb\n"), ("set f box=-", "True\n"), ("set f zz=-", "1\n")):
+        done = run(site, *words.split(), expect=1, given=given)
+        assert re.match('orvctl: f: "(b|a_secret|box|zz)" ', done.stderr), done
+    assert "--write" not in " ".join(site.ran())
+
+
+def test_what_does_not_exist_is_answered_with_what_does(site):
+    site.template("network", "field host_name", "fixed note", "select s", "choice both B", "choice 2 B", "if $V:s$",
+                  "field behind", "endif", "table leases 2 1", "field ls_name", "checkbox ls_on")
+    site.template("f", *(f"field n{i}x" for i in range(210)), title="F")
+    site.template("orvmenu", "fmenu", "choice network N", "choice gone G", "choice f F", title="Menu")
+    (site.folder / "dump").write_text("form network\ntable lease 1\n")
+    for words, message in (
+            ("get netwrok", 'netwrok: .* \\(did you mean "network"\\?\\); there are: orvmenu network f$'),
+            ("set Network/x a=b", 'Network/x: .*; there are: orvmenu network f$'),
+            ("dump nettwork", 'nettwork: .*"network"'), ("get gone", r"gone: [^;]*gone\.tpl$"),
+            ("get zz", "zz: [^(]*; there are: orvmenu network f$"),
+            ("get network hostname", 'network: has no field "hostname" \\(did you mean "host_name"\\?\\); '
+                                     "there are: host_name note s ls_name0 ls_on0$"),
+            ("set network ohst_name=1", 'network: "ohst_name" is no field .*"host_name"\\?'),
+            ("get network behind", 'network: has no field "behind"$'),
+            ("set network ls_nam0=1", 'mean "ls_name0"'),
+            ("set network s=bth", '"s" has no such choice .* "both"\\?\\); it takes one of: both 2$'),
+            ("set network s=9", '"s" has no such choice; it takes one of: both 2$'),
+            ("rows network lease", 'has no such table "lease" \\(did you mean "leases"\\?\\); there are: leases$'),
+            ("rows f leases", 'has no such table "leases"; there are: none$'),
+            ("apply dump", 'has no such table "lease" .*"leases"'),
+            ("rows network leases add name=1", 'has no column "name"; there are: ls_name ls_on$'),
+            ("rows network leases add lsname=1", 'has no column "lsname" .*"ls_name"'),
+            ("get f n7", r"n199x \.\.\.$")):
+        done = run(site, *words.split(), expect=1)
+        assert re.search(f"(?m)^orvctl: .*{message}", done.stderr), (words, done.stderr)
+    assert "did you mean" in json.loads(run(site, "--json", "get", "netwrok", expect=1).stdout)["message"]
 
 
 def test_json_rows_and_wrong_use(site):

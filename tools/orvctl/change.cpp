@@ -3,22 +3,12 @@
 
 #include "change.h"
 
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "orv.h"
 #include "report.h"
-
-constexpr size_t REASON_SIZE = 400; // a name, cut, and why it cannot be set
-
-static bool refuse(const char *form, const char *name, const char *why)
-{
-  char text[REASON_SIZE];
-  snprintf(text, sizeof text, "\"%.200s\" %s", name, why);
-  report_failure(form, text);
-  return false;
-}
+#include "suggest.h"
 
 // Sets what the page shows now.  The number of values set, -1 when one was
 // refused.
@@ -32,7 +22,7 @@ static int set_shown(const char *form, wanted_value *values, size_t count)
     }
     const char *why = page_choose(field, wanted->value);
     if (why != nullptr) {
-      refuse(form, wanted->name, why);
+      report_fault(form, "\"%s\" %s", wanted->name, why);
       return -1;
     }
     wanted->set = true;
@@ -154,7 +144,8 @@ static bool redraw(const char *form)
 
 static bool refuse_unknown(const char *form, const char *name)
 {
-  return refuse(form, name, "is no field of the form as it is");
+  unknown_field(form, "\"%s\" is no field of the form as it is", name);
+  return false;
 }
 
 // The page with the rows that it has by itself again.  False when it lacks a

@@ -19,6 +19,7 @@
 #include "orv_vars.h"
 #include "report.h"
 #include "sitemap.h"
+#include "suggest.h"
 #include "terminal.h"
 
 // What lines other than values begin with, as they are written and read.
@@ -113,7 +114,7 @@ static void dump_stored_secrets()
 static bool dump_page(const site_page *page, bool secrets)
 {
   if (!page_open(page->form, page->subitem, false)) {
-    report_failure(page->name, page_message());
+    unopened_form(page->name);
     return false;
   }
   if (orv_always_submit_set() != 0) {
@@ -372,7 +373,7 @@ static bool shorten_tables(const dump_part *part)
   for (size_t i = 0; i < part->table_count; i++) {
     const pt_body_item *table = page_find_table(part->tables[i].name);
     if (table == nullptr) {
-      report_failure(part->page, "has no table of a name that the dump holds");
+      unknown_table(part->page, part->tables[i].name);
       return false;
     }
     if (!change_show_table(table)) {
@@ -425,7 +426,7 @@ static int apply_part(dump_part *part, bool dry)
                              {part->skipped, part->skipped_count});
     }
   } else if (page != nullptr) {
-    report_failure(part->page, page_message());
+    unopened_form(part->page);
   }
   sitemap_free(page);
   return status;

@@ -9,6 +9,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include "cgi.h"
@@ -22,10 +23,11 @@
 #include "page.h"
 #include "report.h"
 #include "sitemap.h"
+#include "stdin_value.h"
+#include "suggest.h"
 #include "terminal.h"
 
 constexpr int USAGE_STATUS = 2;
-constexpr size_t REASON_SIZE = 250; // a name, cut, and what is wrong with it
 
 static bool dry_run;
 static bool with_secrets;
@@ -36,7 +38,8 @@ static const char USAGE[] =
     "  forms                           the pages of the device\n"
     "  get FORM[/SUBITEM] [NAME...]    what a page shows\n"
     "  set FORM[/SUBITEM] NAME=VALUE...\n"
-    "                                  change a page and save it\n"
+    "                                  change a page and save it; the value -\n"
+    "                                  of a text is a line of standard input\n"
     "  rows FORM[/SUBITEM] TABLE       the rows of a table\n"
     "  rows ... TABLE add COLUMN=VALUE...\n"
     "  rows ... TABLE change ROW COLUMN=VALUE...\n"
@@ -67,7 +70,7 @@ static bool open_page(const char *name)
   const bool opened =
       page != nullptr && page_open(page->form, page->subitem, false);
   if (page != nullptr && !opened) {
-    report_failure(name, page_message());
+    unopened_form(name);
   }
   sitemap_free(page);
   return opened;
@@ -140,9 +143,7 @@ static bool has_fields(const char *form, int count, char **names)
 {
   for (int i = 0; i < count; i++) {
     if (page_find(names[i]) == nullptr) {
-      char text[REASON_SIZE];
-      snprintf(text, sizeof text, "has no field \"%.200s\"", names[i]);
-      report_failure(form, text);
+      unknown_field(form, "has no field \"%s\"", names[i]);
       return false;
     }
   }
@@ -209,6 +210,7 @@ static int set_values(int count, char **words)
   }
   int status = EXIT_FAILURE;
   if (open_page(words[0]) &&
+      input_values(words[0], values, static_cast<size_t>(count - 1)) &&
       change_values(words[0], values, static_cast<size_t>(count - 1))) {
     status = report_result(words[0], change_submit(dry_run), dry_run, {});
   }
@@ -290,14 +292,35 @@ static int submit(const char *form)
   return report_result(form, change_submit(dry_run), dry_run, {});
 }
 
+// True when the table has every column named; else the first that it lacks has
+// been reported.
+static bool has_columns(const char *form, const pt_body_item *table, int count,
+                        char **names)
+{
+  for (int i = 0; i < count; i++) {
+    const pt_body_item *cell = table->next;
+    int left = table->table.columns;
+    while (left > 0 && strcasecmp(cell->name, names[i]) != 0) {
+      cell = cell->next;
+      left--;
+    }
+    if (left == 0) {
+      unknown_column(form, table, names[i]);
+      return false;
+    }
+  }
+  return true;
+}
+
 // Sets cells of the row; `words` are COLUMN=VALUE.
-static int set_row(const char *form, int row, int count, char **words)
+static int set_row(const char *form, const pt_body_item *table, int row,
+                   int count, char **words)
 {
   wanted_value *values = take_values(count, words);
   if (values == nullptr) {
     return USAGE_STATUS;
   }
-  bool named = true;
+  bool named = has_columns(form, table, count, words);
   for (int i = 0; i < count && named; i++) {
     char *name = static_cast<char *>(must_malloc(strlen(words[i]) + 12));
     named = name != nullptr;
@@ -307,7 +330,8 @@ static int set_row(const char *form, int row, int count, char **words)
     values[i].name = name;
   }
   int status = EXIT_FAILURE;
-  if (named && change_values(form, values, static_cast<size_t>(count))) {
+  if (named && input_values(form, values, static_cast<size_t>(count)) &&
+      change_values(form, values, static_cast<size_t>(count))) {
     status = submit(form);
   }
   for (int i = 0; i < count; i++) {
@@ -356,7 +380,7 @@ static int table_rows(int count, char **words)
   }
   const pt_body_item *table = page_find_table(words[1]);
   if (table == nullptr) {
-    report_failure(form, "has no such table");
+    unknown_table(form, words[1]);
     return EXIT_FAILURE;
   }
   if (!change_show_table(table)) {
@@ -368,11 +392,12 @@ static int table_rows(int count, char **words)
   }
   const char *verb = words[2];
   if (strcmp(verb, "add") == 0 && count > 3) {
-    return set_row(form, change_blank_row(table), count - 3, words + 3);
+    return set_row(form, table, change_blank_row(table), count - 3, words + 3);
   }
   if (strcmp(verb, "change") == 0 && count > 4) {
     const int row = take_row(table, words[3]);
-    return row < 0 ? USAGE_STATUS : set_row(form, row, count - 4, words + 4);
+    return row < 0 ? USAGE_STATUS
+                   : set_row(form, table, row, count - 4, words + 4);
   }
   if (strcmp(verb, "delete") == 0 && count > 3) {
     return delete_rows(form, table, count - 3, words + 3);
@@ -470,6 +495,7 @@ static int run(int count, char **words)
     }
     const int status = row.run(count - 1, words + 1);
     page_close();
+    input_free();
     if (report_json && status != USAGE_STATUS) {
       putchar('\n');
     }

@@ -27,6 +27,7 @@
 #include "orv_scripts.h"
 #include "orv_secret.h"
 #include "orv_vars.h"
+#include "suggest.h"
 
 static pt_header *hdr;     // owned: the form shown
 static pt_body_item *body; // owned: its items
@@ -41,6 +42,7 @@ static const pt_body_item *drawn_table; // that is being drawn, NULL outside
 static int row;                         // of it, -1 outside
 static const char *message;             // borrowed: the page's, NULL when none
 static char *told;         // owned: what a script said, for `message`
+static char *refusal;      // owned: what is wrong with a choice
 static bool out_of_memory; // while drawing: the list of fields is a part
 
 // --- lists -------------------------------------------------------------------
@@ -326,6 +328,8 @@ void page_close(void)
   free_form();
   free_fields();
   free_links();
+  free(refusal);
+  refusal = nullptr;
 }
 
 // Makes a script's message, which may hold markup, that of the page.
@@ -483,18 +487,23 @@ static const char *choose_box(page_field *field, const char *value)
 
 // What is wrong when the value is no entry of the list; borrowed until the next
 // call.
-static const char *no_choice(const html_form_list_opt *choice)
+static const char *no_choice(const html_form_list_opt *choice,
+                             const char *value)
 {
-  static char text[249]; // as long as a line of a page
-  size_t length = static_cast<size_t>(
-      snprintf(text, sizeof(text), "has no such choice; it takes one of:"));
+  suggestion of;
+  suggest_begin(&of, value);
   for (; choice != nullptr; choice = choice->next) {
-    if (choice->value != nullptr && length < sizeof(text)) {
-      length += static_cast<size_t>(
-          snprintf(text + length, sizeof(text) - length, " %s", choice->value));
+    if (choice->value != nullptr) {
+      suggest_name(&of, choice->value);
     }
   }
-  return text;
+  const owned_text there(suggest_end(&of, "it takes one of"));
+  free(refusal);
+  refusal = nullptr;
+  const bool made =
+      there != nullptr &&
+      asprintf(&refusal, "has no such choice%s", there.get()) >= 0;
+  return made ? refusal : "has no such choice";
 }
 
 static const char *choose_entry(page_field *field, const char *value)
@@ -505,7 +514,7 @@ static const char *choose_entry(page_field *field, const char *value)
       return set_value(field, value);
     }
   }
-  return no_choice(field->item->choices.choices);
+  return no_choice(field->item->choices.choices, value);
 }
 
 const char *page_choose(page_field *field, const char *value)
@@ -713,6 +722,11 @@ page_result page_submit(bool dry)
 const pt_header *page_header(void)
 {
   return hdr;
+}
+
+const pt_body_item *page_body(void)
+{
+  return body;
 }
 
 page_field *page_fields(void)

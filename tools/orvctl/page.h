@@ -71,6 +71,7 @@ void page_close(void);
 
 // Borrowed until the page is drawn again.
 const pt_header *page_header(void);
+const pt_body_item *page_body(void);
 page_field *page_fields(void);
 const page_link *page_links(void);
 

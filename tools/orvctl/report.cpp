@@ -6,6 +6,7 @@
 
 #include "report.h"
 
+#include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
@@ -204,6 +205,17 @@ void report_failure(const char *form, const char *text)
   } else {
     terminal_print(stderr, "orvctl: %s: %s\n", form, text);
   }
+}
+
+void report_fault(const char *form, const char *format, ...)
+{
+  va_list args;
+  va_start(args, format);
+  char *text = nullptr;
+  const int length = vasprintf(&text, format, args);
+  va_end(args);
+  const owned_text told(length >= 0 ? text : nullptr);
+  report_failure(form, told != nullptr ? told.get() : "out of memory");
 }
 
 // --- results -----------------------------------------------------------------

@@ -39,5 +39,8 @@ int report_result(const char *form, page_result result, bool dry,
 
 // Tells why a command could not be carried out, as the program's own message.
 void report_failure(const char *form, const char *text);
+// The same of a text that is put together.
+void report_fault(const char *form, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
 
 #endif
