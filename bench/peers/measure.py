@@ -12,7 +12,8 @@ from peers import HERE, Failure
 KINDS = ("page", "save", "refused")
 CLIENTS = (1, 8)
 # Loaded by every program alike, or no part of a system.
-COMMON = re.compile(r"/(ld-linux|libc\.so|libc-|locale|gconv)|^/(etc|proc|sys|dev|run)/")
+COMMON = re.compile(r"/(ld-linux|libc\.so|libc-|locale|gconv)"
+                    r"|^/(etc|proc|sys|dev|run)/")
 FIRST = re.compile(r'(?:execve|openat)\((?:AT_FDCWD, )?"([^"]+)"')
 WARM_UP = 2  # rounds that do not count
 

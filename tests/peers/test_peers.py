@@ -91,11 +91,18 @@ if TREE:
             assert all(c > 0 for c in peer["cpu"]["8"].values())
             assert f"| {peer['title']} | " in done.stdout
         assert "| 1.00 / 1.00 / 1.00 |" in done.stdout
-        shown = subprocess.run([PEERS / "run", "--show", found],
-                               capture_output=True, text=True, check=True)
+        (tmp_path / "docs" / "img").mkdir(parents=True)
+        readme = tmp_path / "README.md"
+        readme.write_text("before\n<!-- bench/peers/run --publish -->\nold\n"
+                          "<!-- to here -->\nafter\n")
+        shown = subprocess.run(
+            [PEERS / "run", "--show", found, "--publish", tmp_path],
+            capture_output=True, text=True, check=True)
         assert shown.stdout == done.stdout
-        subprocess.run([PEERS / "chart", found, tmp_path], check=True)
+        published = readme.read_text()
+        assert re.fullmatch(r"before\n<!.*\n(\|.*\n){5}<!.*\nafter\n",
+                            published)
         for name in ("light", "dark"):
-            svg = (tmp_path / f"peers-{name}.svg").read_text()
+            svg = (tmp_path / f"docs/img/peers-{name}.svg").read_text()
             assert xml.etree.ElementTree.fromstring(svg) is not None
             assert svg.count('rx="2"') == 9

@@ -13,8 +13,8 @@ MAX_ROWS=32
 CHOOSE='Choose one of the entries'
 NUMBER='Enter a number from 1 to 30'
 
-FIELDS=(host_name location contact addressing ip_address prefix gateway dns1 dns2
-  ntp log_level ssh)
+FIELDS=(host_name location contact addressing ip_address prefix gateway dns1
+  dns2 ntp log_level ssh)
 COLUMNS=(fw_proto fw_port fw_to fw_note)
 declare -A LABELS=([host_name]='Device name' [location]=Location
   [contact]=Contact [addressing]=Addressing [ip_address]=Address
@@ -124,11 +124,11 @@ send() { # STATUS
   for name in Gateway Status Users Log System; do
     links+="<li><a href=\"${name,}.cgi\">$name</a></li>"$'\n'
   done
+  local policy="default-src 'none'; style-src 'self'; form-action 'self'"
+  policy+="; frame-ancestors 'self'; base-uri 'none'"
   printf '%s\r\n' "Status: $1" 'Content-Type: text/html; charset=utf-8' \
     'Cache-Control: private, no-cache' 'X-Content-Type-Options: nosniff' \
-    'X-Frame-Options: SAMEORIGIN' "Content-Security-Policy: default-src 'none';\
- style-src 'self'; form-action 'self'; frame-ancestors 'self'; base-uri 'none'" \
-    ''
+    'X-Frame-Options: SAMEORIGIN' "Content-Security-Policy: $policy" ''
   printf '%s' '<!DOCTYPE html>
 <html lang="en">
 <head>
@@ -188,7 +188,8 @@ take() {
     refuse '400 Bad Request' 'The request makes no sense.'
   for pair in $body; do
     name=${pair%%=*}
-    [[ ${#name} -le 20 && $name == [a-z]* && $name != *[!a-z0-9_]* ]] || continue
+    [[ ${#name} -le 20 && $name == [a-z]* && $name != *[!a-z0-9_]* ]] ||
+      continue
     decode "${pair#*=}"
     got[$name]=$REPLY
   done

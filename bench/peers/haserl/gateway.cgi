@@ -9,8 +9,8 @@ umask 077
 STORE=../state/gateway
 MAX_BODY=65536
 MAX_ROWS=32
-FIELDS='host_name location contact addressing ip_address prefix gateway dns1 dns2
-ntp log_level ssh'
+FIELDS='host_name location contact addressing ip_address prefix gateway dns1
+dns2 ntp log_level ssh'
 COLUMNS='fw_proto fw_port fw_to fw_note'
 NL='
 '
@@ -245,9 +245,9 @@ take() {
   v_addressing=$POST_addressing
   for name in $FIELDS; do
     case $v_addressing.$name in
-      yes.* | *.host_name | *.location | *.contact | *.dns? | *.ntp | *.log_level)
-        trim "$name" "$name"
-        ;;
+      yes.*) trim "$name" "$name" ;;
+      *.ip_address | *.prefix | *.gateway) ;; # not drawn: it stays
+      *) trim "$name" "$name" ;;
     esac
   done
   v_ssh=${POST_ssh:+True} v_ssh=${v_ssh:-False} rows=0

@@ -8,10 +8,12 @@ local getenv, format, concat = os.getenv, string.format, table.concat
 
 -- Checks ------------------------------------------------------------------
 
+local IP <const> = "^" .. ("(%d%d?%d?)%."):rep(3) .. "(%d%d?%d?)$"
+
 local function is_ip(text)
-  local bytes = { text:match("^(%d%d?%d?)%.(%d%d?%d?)%.(%d%d?%d?)%.(%d%d?%d?)$") }
-  for _, byte in ipairs(bytes) do
-    if tonumber(byte) > 255 or byte:match("^0%d") then return false end
+  local bytes = { text:match(IP) }
+  for _, number in ipairs(bytes) do
+    if tonumber(number) > 255 or number:match("^0%d") then return false end
   end
   return #bytes == 4
 end
@@ -49,7 +51,8 @@ end
 local FIELDS <const> = {
   { "host_name", "Device name", 24, is_label, false,
     "Use letters, digits and hyphens, 63 at most", "For example gateway-1" },
-  { "location", "Location", 30, is_text(60), true, "Use 60 characters at most" },
+  { "location", "Location", 30, is_text(60), true,
+    "Use 60 characters at most" },
   { "contact", "Contact", 30, is_mail, true, "Enter a mail address",
     "A mail address" },
   { "addressing", "Addressing", { { "no", "Automatic" }, { "yes", "Static" } },
@@ -60,7 +63,8 @@ local FIELDS <const> = {
     "Enter a number from 1 to 30", "1 to 30, usually 24" },
   { "gateway", "Gateway", 15, is_ip, true,
     "Enter an address such as 192.168.1.1" },
-  { "dns1", "Name server", 15, is_ip, true, "Enter an address such as 9.9.9.9" },
+  { "dns1", "Name server", 15, is_ip, true,
+    "Enter an address such as 9.9.9.9" },
   { "dns2", "Second name server", 15, is_ip, true,
     "Enter an address such as 9.9.9.9" },
   { "ntp", "Time server", 30, is_host, true, "Enter a host name or an address",
@@ -238,7 +242,8 @@ local function check(values, rows)
       judge(field, field[1], values[field[1]], errors)
     end
   end
-  if static and values.gateway ~= "" and values.gateway == values.ip_address then
+  if static and values.gateway ~= ""
+    and values.gateway == values.ip_address then
     errors.gateway = "The gateway must be another device than this one"
   end
   if values.dns2 ~= "" and values.dns1 == "" then

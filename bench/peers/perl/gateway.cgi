@@ -100,8 +100,9 @@ sub control {
   if (ref $size) {
     $text = qq(<select name="$key"$more>\n);
     for (my $i = 0; $i < @$size; $i += 2) {
-      my $selected = $size->[$i] eq $value ? ' selected' : '';
-      $text .= qq(<option value="$size->[$i]"$selected>$size->[$i + 1]</option>\n);
+      my ($choice, $shown) = @$size[$i, $i + 1];
+      my $selected = $choice eq $value ? ' selected' : '';
+      $text .= qq(<option value="$choice"$selected>$shown</option>\n);
     }
     $text .= '</select>';
   }

@@ -267,7 +267,8 @@ if ($_SERVER['REQUEST_METHOD'] === 'POST') {
 <?php if (($values['addressing'] ?? '') === 'yes'
     || !isset(IF_STATIC[$key])): ?>
 <tr><th><label for="<?= $key ?>"><?= $field[0] ?></label></th><td><?php
-    control($field, $key, $values[$key] ?? '', $errors[$key] ?? null) ?></td></tr>
+    control($field, $key, $values[$key] ?? '', $errors[$key] ?? null)
+    ?></td></tr>
 <?php endif ?>
 <?php endforeach ?>
 </table>

@@ -24,8 +24,8 @@ FIELDS = (
      "Use 60 characters at most", ""),
     ("contact", "Contact", 30, r"[\w.+-]{1,60}@[A-Za-z0-9.-]{1,60}$", True,
      "Enter a mail address", "A mail address"),
-    ("addressing", "Addressing", {"no": "Automatic", "yes": "Static"}, "", False,
-     CHOOSE, ""),
+    ("addressing", "Addressing", {"no": "Automatic", "yes": "Static"}, "",
+     False, CHOOSE, ""),
     ("ip_address", "Address", 15, IP, False,
      "Enter an address such as 192.168.1.20", "For example 192.168.1.20"),
     ("prefix", "Network size", 2, r"(?:[1-9]|[12]\d|30)$", False, NUMBER,
@@ -36,8 +36,9 @@ FIELDS = (
      ""),
     ("dns2", "Second name server", 15, IP, True,
      "Enter an address such as 9.9.9.9", ""),
-    ("ntp", "Time server", 30, rf"(?:{IP}|(?=.{{1,253}}$){LABEL}(?:\.{LABEL})*$)",
-     True, "Enter a host name or an address", "A host name or an address"),
+    ("ntp", "Time server", 30,
+     rf"(?:{IP}|(?=.{{1,253}}$){LABEL}(?:\.{LABEL})*$)", True,
+     "Enter a host name or an address", "A host name or an address"),
     ("log_level", "Log",
      {"error": "Errors", "notice": "Events", "debug": "Everything"}, "", False,
      CHOOSE, ""),
@@ -82,12 +83,12 @@ def control(field, key, value, error, aria=""):
     if error:
         more += f' aria-invalid="true" aria-describedby="{name}-error"'
     if size is None:
-        ticked = " checked" if value == "True" else ""
-        text = f'<input type="checkbox" name="{name}" value="True"{more}{ticked}>'
+        more += " checked" if value == "True" else ""
+        text = f'<input type="checkbox" name="{name}" value="True"{more}>'
     elif isinstance(size, dict):
         options = "".join(
-            f'<option value="{v}"{" selected" if v == value else ""}>{t}</option>\n'
-            for v, t in size.items())
+            f'<option value="{choice}"{" selected" * (choice == value)}>'
+            f"{shown}</option>\n" for choice, shown in size.items())
         text = f'<select name="{name}"{more}>\n{options}</select>'
     else:
         text = (f'<input name="{name}" value="{esc(value)}" size="{size}"'

@@ -1,4 +1,6 @@
 title Gateway
+# What fields have to do with each other is judged once, under the lock.
+check_script /bin/true
 navbar_script navbar.sh --navbar
 body
 error $E$

@@ -1,13 +1,4 @@
-#!/usr/bin/python3 -B
-"""Draws the processor time of a page, a save and a refused save.
-
-    chart RESULTS FOLDER
-
-Writes peers-light.svg and peers-dark.svg from what bench/peers/run left.
-"""
-import json
-import pathlib
-import sys
+"""Pictures of the processor time of a page, a save and a refused save."""
 from xml.sax.saxutils import escape
 
 KINDS = {"page": "a page", "save": "a save", "refused": "a refused save"}
@@ -59,13 +50,7 @@ def draw(results, colours):
     return out + "</svg>\n"
 
 
-def main():
-    results = json.loads(pathlib.Path(sys.argv[1]).read_text())
+def pictures(results, folder):
+    """Writes peers-light.svg and peers-dark.svg."""
     for name, colours in COLOURS.items():
-        path = pathlib.Path(sys.argv[2]) / f"peers-{name}.svg"
-        path.write_text(draw(results, colours))
-
-
-if len(sys.argv) != 3:
-    sys.exit("Usage: chart RESULTS FOLDER")
-main()
+        (folder / f"peers-{name}.svg").write_text(draw(results, colours))
