@@ -265,6 +265,33 @@ def test_what_does_not_exist_is_answered_with_what_does(site):
     assert "did you mean" in json.loads(run(site, "--json", "get", "netwrok", expect=1).stdout)["message"]
 
 
+def test_each_fault_of_a_dump_tells_its_line(site):
+    site.template("f", "error $E$", "field a", "check word", "field b", "select s", "choice x X", "table t 2 2",
+                  "field tn", "check nullok number 1 9", "checkbox tb")
+    site.form_script("f", read='[[ $3 ]] && echo "error_msg=No $3"; echo a=1; echo tn0=1; echo tn1=2; echo tn2=3',
+                     check="grep -q new_b f.check && echo error_b=Bad && echo error_zz=Odd; exit 0")
+    site.template("orvmenu", "fmenu", "choice f X")
+    for text, faults in (
+            ("form f\n\na=$\n", {"f": 1, "a": 3}), ("# x\nform f\nb=2\n", {"f": 2, "b": 3, "zz": 2}),
+            ("form f\na=2\ntn0=7\ntn1=99\n", {"f": 1, "tn": 4}), ("form f\na=7\ns=y\n", {"f": 3}),
+            ("form f\nzz=1\na=3\n", {"f": 2}), ("form f\na=4\ntn9=1\n", {"f": 3}),
+            ("form f\n#\ntable u 1\n", {"f": 3}), ("form g\nform f\na=$", {"g": 1, "f": 2, "a": 3}),
+            ("\n\nform f/x\na=1\n", {"f/x": 3}), ("form f\nsecret a=1\n", {"f": 2}), ("form f\na=\x01\n", {"f": 1, "a": 2})):
+        (site.folder / "dump").write_text(text)
+        said = run(site, "apply", "dump", expect=1).stderr
+        found = dict(re.findall(r"(?m)^(?:orvctl: )?([\w/]+): dump: line (\d+): .", said))
+        assert {name: int(line) for name, line in found.items()} == faults, (text, said)
+        assert len(said.splitlines()) == len(faults) + 1 and "nothing was saved" in said
+        with open(site.folder / "dump", encoding="utf-8") as file:  # as standard input has no name
+            done = subprocess.run([ORVCTL, "--json", "apply", "-"], cwd=site.folder, stdin=file, capture_output=True,
+                                  check=False)
+        told = [(e["form"], e["line"], e["file"]) for e in json.loads(done.stdout)]
+        assert told == [(name, line, "standard input") for name, line in faults.items() if name in "fg f/x"], text
+        lines = {name: line for e in json.loads(done.stdout) for name, line in e.get("lines", {}).items()}
+        assert lines == {name: line for name, line in faults.items() if name not in "fg f/x"}, text
+    assert "line" not in run(site, "set", "f", "a=$", expect=1).stderr
+
+
 def test_json_rows_and_wrong_use(site):
     site.template("f", "field a_password", "label Key", "fixed note", "table t 2 2", "field n", "checkbox b",
                   "if $X$", "table x 1", "field xn", "endif", title="Table $B$bold$R$", header=["expert_mode"])

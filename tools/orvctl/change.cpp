@@ -22,6 +22,7 @@ static int set_shown(const char *form, wanted_value *values, size_t count)
     }
     const char *why = page_choose(field, wanted->value);
     if (why != nullptr) {
+      report_at.line = wanted->line;
       report_fault(form, "\"%s\" %s", wanted->name, why);
       return -1;
     }
@@ -142,9 +143,10 @@ static bool redraw(const char *form)
   return true;
 }
 
-static bool refuse_unknown(const char *form, const char *name)
+static bool refuse_unknown(const char *form, const wanted_value *wanted)
 {
-  unknown_field(form, "\"%s\" is no field of the form as it is", name);
+  report_at.line = wanted->line;
+  unknown_field(form, "\"%s\" is no field of the form as it is", wanted->name);
   return false;
 }
 
@@ -164,7 +166,7 @@ static bool keep_rows(const char *form, const offer_list *list,
     long row;
     if (values[i].set && find_table_of(values[i].name, &row) != nullptr &&
         page_find(values[i].name) == nullptr) {
-      return refuse_unknown(form, values[i].name);
+      return refuse_unknown(form, values + i);
     }
   }
   return true;
@@ -201,7 +203,7 @@ bool change_values(const char *form, wanted_value *values, size_t count)
     }
     if (set == 0) {
       if (!page_header()->expert_mode || orv_expert_mode != 0) {
-        return refuse_unknown(form, missing->name);
+        return refuse_unknown(form, missing);
       }
       orv_expert_mode = 1;
     }

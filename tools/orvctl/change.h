@@ -13,6 +13,7 @@ struct wanted_value {
   const char *name;
   const char *value;
   bool set; // it stands in the page
+  int line; // of the file that it comes from, 0: of none
 };
 
 // Sets every value that the page has a field for, drawing it again as long as

@@ -10,6 +10,7 @@
 #include <ctype.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 
 #include "change.h"
 #include "orv.h"
@@ -170,11 +171,13 @@ constexpr size_t PLACE_SIZE = 100; // a line's number and what is wrong with it
 struct dump_table {
   const char *name;
   int rows;
+  int line;
 };
 
 // The part of a dump that concerns one page; borrows the dump's text.
 struct dump_part {
   const char *page;
+  int line;
   wanted_value *values;
   size_t value_count;
   dump_table *tables;
@@ -264,17 +267,18 @@ static void restore_value(char *value)
 
 static const char NO_MEMORY[] = "out of memory";
 
-static const char *take_form(dump_file *dump, char *name)
+static const char *take_form(dump_file *dump, char *name, int number)
 {
   dump_part *part = grow(&dump->parts, &dump->part_count);
   if (part == nullptr) {
     return NO_MEMORY;
   }
   part->page = name;
+  part->line = number;
   return nullptr;
 }
 
-static const char *take_table(dump_part *part, char *rest)
+static const char *take_table(dump_part *part, char *rest, int at)
 {
   char *number = strrchr(rest, ' ');
   if (number == nullptr || !isdigit(static_cast<unsigned char>(number[1]))) {
@@ -285,11 +289,12 @@ static const char *take_table(dump_part *part, char *rest)
   if (table == nullptr) {
     return NO_MEMORY;
   }
-  *table = {rest, static_cast<int>(strtol(number + 1, nullptr, 10))};
+  *table = {rest, static_cast<int>(strtol(number + 1, nullptr, 10)), at};
   return nullptr;
 }
 
-static const char *take_value(wanted_value **list, size_t *count, char *line)
+static const char *take_value(wanted_value **list, size_t *count, char *line,
+                              int number)
 {
   char *equals = strchr(line, '=');
   if (equals == nullptr) {
@@ -301,7 +306,7 @@ static const char *take_value(wanted_value **list, size_t *count, char *line)
   if (wanted == nullptr) {
     return NO_MEMORY;
   }
-  *wanted = {line, equals + 1, false};
+  *wanted = {line, equals + 1, false, number};
   return nullptr;
 }
 
@@ -316,7 +321,7 @@ static const char *take_skipped(dump_part *part, const char *name)
 }
 
 // Takes one line; NULL, or what is wrong with it.
-static const char *take_line(dump_file *dump, char *line)
+static const char *take_line(dump_file *dump, char *line, int number)
 {
   dump_part *part =
       dump->part_count > 0 ? dump->parts + dump->part_count - 1 : nullptr;
@@ -329,18 +334,19 @@ static const char *take_line(dump_file *dump, char *line)
   }
   rest = behind(line, "form ");
   if (rest != nullptr) {
-    return take_form(dump, rest);
+    return take_form(dump, rest, number);
   }
   if (part == nullptr) {
     return "a \"form\" line must come first";
   }
   rest = behind(line, "table ");
   if (rest != nullptr) {
-    return take_table(part, rest);
+    return take_table(part, rest, number);
   }
   rest = behind(line, SECRET);
-  return rest != nullptr ? take_value(&part->secrets, &part->secret_count, rest)
-                         : take_value(&part->values, &part->value_count, line);
+  return rest != nullptr
+             ? take_value(&part->secrets, &part->secret_count, rest, number)
+             : take_value(&part->values, &part->value_count, line, number);
 }
 
 static bool parse_dump(dump_file *dump, const char *file)
@@ -351,7 +357,7 @@ static bool parse_dump(dump_file *dump, const char *file)
     if (end != nullptr) {
       *end = '\0';
     }
-    const char *fault = take_line(dump, line);
+    const char *fault = take_line(dump, line, number);
     if (fault != nullptr) {
       char where[PLACE_SIZE];
       snprintf(where, sizeof where, "line %d: %s", number, fault);
@@ -365,6 +371,28 @@ static bool parse_dump(dump_file *dump, const char *file)
 
 // --- applying ----------------------------------------------------------------
 
+static const dump_part *applied; // borrowed: while its page is open
+
+// A message for a column is about the cells that failed.
+static bool is_about(const char *name, const char *field)
+{
+  const size_t length = strlen(name);
+  return strcasecmp(name, field) == 0 ||
+         (strncasecmp(name, field, length) == 0 && field[length] != '\0' &&
+          field[length + strspn(field + length, "0123456789")] == '\0' &&
+          orv_find_var(&failed_cells, field, 0) != nullptr);
+}
+
+static int line_of(const char *name)
+{
+  for (size_t i = 0; i < applied->value_count; i++) {
+    if (is_about(name, applied->values[i].name)) {
+      return applied->values[i].line;
+    }
+  }
+  return applied->line; // the dump does not set it
+}
+
 // Gives a table no more rows than the dump has.  The values have been set, as
 // one of them may have brought the table into the page.
 static bool shorten_tables(const dump_part *part)
@@ -373,6 +401,7 @@ static bool shorten_tables(const dump_part *part)
   for (size_t i = 0; i < part->table_count; i++) {
     const pt_body_item *table = page_find_table(part->tables[i].name);
     if (table == nullptr) {
+      report_at.line = part->tables[i].line;
       unknown_table(part->page, part->tables[i].name);
       return false;
     }
@@ -400,6 +429,7 @@ static bool put_secrets(const dump_part *part)
     if (why != nullptr) {
       char text[PLACE_SIZE];
       snprintf(text, sizeof text, "\"%.50s\" %s", secret->name, why);
+      report_at.line = secret->line;
       report_failure(part->page, text);
       return false;
     }
@@ -420,6 +450,8 @@ static int apply_part(dump_part *part, bool dry)
 {
   site_page *page = sitemap_name(part->page);
   int status = EXIT_FAILURE;
+  applied = part;
+  report_at.line = part->line;
   if (page != nullptr && page_open(page->form, page->subitem, false)) {
     if (fill_page(part)) {
       status = report_result(part->page, change_submit(dry), dry,
@@ -454,6 +486,7 @@ int apply_dump(FILE *fp, const char *file, bool dry)
       report_open(nullptr, '[');
     }
     report_quiet = !dry;
+    report_at = {file, 0, line_of};
     status = apply_parts(&dump, true);
     report_quiet = false;
     if (status != EXIT_SUCCESS && !dry) {
@@ -461,6 +494,7 @@ int apply_dump(FILE *fp, const char *file, bool dry)
     } else if (!dry) {
       status = apply_parts(&dump, false);
     }
+    report_at = {};
     if (report_json) {
       report_close(']');
     }

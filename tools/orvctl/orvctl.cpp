@@ -197,7 +197,7 @@ static wanted_value *take_values(int count, char **words)
       return nullptr;
     }
     *equals = '\0';
-    values[i] = {words[i], equals + 1, false};
+    values[i] = {words[i], equals + 1, false, 0};
   }
   return values;
 }

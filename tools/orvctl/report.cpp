@@ -18,6 +18,7 @@
 
 bool report_json;
 bool report_quiet;
+report_place report_at;
 
 static bool comma_due; // a value has been written at this level
 
@@ -171,9 +172,47 @@ static void each_change(void (*tell)(const orv_change *))
 
 // --- what went wrong ---------------------------------------------------------
 
+// A message, with the place of what it is about.
+static void message_line(const char *about, int line, const char *text)
+{
+  if (report_at.file != nullptr && line > 0) {
+    terminal_print(stderr, "%s: %s: line %d: %s\n", about, report_at.file, line,
+                   text);
+  } else {
+    terminal_print(stderr, "%s: %s\n", about, text);
+  }
+}
+
+static int line_of_error(const char *name)
+{
+  return report_at.file != nullptr ? report_at.line_of(name) : 0;
+}
+
 static void error_line(const char *name, const char *text)
 {
-  terminal_print(stderr, "%s: %s\n", name, text);
+  message_line(name, line_of_error(name), text);
+}
+
+static void line_member(const char *name, const char *)
+{
+  const int line = line_of_error(name);
+  if (line > 0) {
+    report_number(name, line);
+  }
+}
+
+static void place_members()
+{
+  if (report_at.file != nullptr) {
+    report_member("file", report_at.file);
+    report_number("line", report_at.line);
+  }
+}
+
+static void failure_line(const char *form, const char *text)
+{
+  fputs("orvctl: ", stderr);
+  message_line(form, report_at.line, text);
 }
 
 // The oldest first: the list begins with the newest.
@@ -201,9 +240,10 @@ void report_failure(const char *form, const char *text)
     report_member("form", form);
     report_member("result", "failed");
     report_member("message", text);
+    place_members();
     report_close('}');
   } else {
-    terminal_print(stderr, "orvctl: %s: %s\n", form, text);
+    failure_line(form, text);
   }
 }
 
@@ -251,7 +291,7 @@ static void result_lines(const outcome *told)
                    told->form, told->skipped.names[i]);
   }
   if (told->result == PAGE_REFUSED || told->result == PAGE_AGAIN) {
-    terminal_print(stderr, "orvctl: %s: %s\n", told->form, told->message);
+    failure_line(told->form, told->message);
     each_error(error_line);
     return;
   }
@@ -278,6 +318,12 @@ static void result_object(const outcome *told)
     report_open("errors", '{');
     each_error(report_member);
     report_close('}');
+    place_members();
+    if (report_at.file != nullptr) {
+      report_open("lines", '{');
+      each_error(line_member);
+      report_close('}');
+    }
   }
   if (told->skipped.count > 0) {
     report_open("skipped", '[');

@@ -12,6 +12,17 @@
 extern bool report_json;  // set by the option --json
 extern bool report_quiet; // only refusals are told
 
+// Where what is being carried out stands, to be told with its faults; `file`
+// NULL: in a command line.  `line_of` gives the line that sets the field, by
+// the name under which an error was reported.
+struct report_place {
+  const char *file; // borrowed
+  int line;
+  int (*line_of)(const char *name);
+};
+
+extern report_place report_at;
+
 // Writes `text` as a JSON string; bytes that are no UTF-8 become U+FFFD.
 void report_string(FILE *out, const char *text);
 
