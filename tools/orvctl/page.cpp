@@ -672,11 +672,21 @@ static const char *new_value(const char *name, void *)
   return is_changed(var) ? var->u_value : value_before(var);
 }
 
+// A hash goes by a name of its own, behind which stands the script's.
+static const char *own_label(const char *name, void *)
+{
+  static const char prefix[] = "stored_";
+  const size_t length = strlen(prefix);
+  return strncmp(name, prefix, length) == 0 && page_find_item(name) == nullptr
+             ? name + length
+             : nullptr;
+}
+
 // Works out what is about to be saved, while the values are those that the
 // write script gets: it may empty secrets.  False without memory.
 static bool find_changes()
 {
-  static const orv_change_source source = {old_value, new_value, nullptr,
+  static const orv_change_source source = {old_value, new_value, own_label,
                                            nullptr, nullptr};
   bool whole = orv_find_changes(body, &source, &changes);
   for (const orv_var *var = cfg_vars; var != nullptr && whole;

@@ -239,6 +239,7 @@ void report_failure(const char *form, const char *text)
     report_open(nullptr, '{');
     report_member("form", form);
     report_member("result", "failed");
+    report_truth("changed", false);
     report_member("message", text);
     place_members();
     report_close('}');

@@ -13,7 +13,7 @@ fi
 orv_read admin_password
 orv_stamp
 typed=${orv[admin_password]}
-orv_take_hash admin_password '\$6\$[A-Za-z0-9./]+\$[A-Za-z0-9./]{86}'
+orv_take_hash admin_password '[$]6[$][A-Za-z0-9./]+[$][A-Za-z0-9./]{86}'
 orv_secret admin_password # a blank one means the hash that is stored
 if [[ -z ${orv[admin_password]} ]]; then
   orv_error admin_password 'There is none yet. Enter 10 to 80 characters'
