@@ -26,28 +26,28 @@ MAX_ROWS=32
 # Rows behind a gap come unchecked, so formats are looked at once more.
 check_row()
 {
-  local i=$1 row=$(($1 + 1)) proto key
+  local i=$1 proto key
   if ! is_port "${orv[fw_port$i]}"; then
-    orv_error fw_port "Row $row: enter a port, 1 to 65535"
+    orv_error fw_port 'Enter a port, 1 to 65535' "$i"
     return
   fi
   if ! is_ip "${orv[fw_to$i]}"; then
-    orv_error fw_to "Row $row: enter an address such as 192.168.1.50"
+    orv_error fw_to 'Enter an address such as 192.168.1.50' "$i"
   fi
   if ! orv_one_of "${orv[fw_proto$i]}" tcp udp both; then
-    orv_error fw_proto "Row $row: choose a protocol"
+    orv_error fw_proto 'Choose a protocol' "$i"
   fi
   if ((${#orv[fw_note$i]} > 40)); then
-    orv_error fw_note "Row $row: use 40 characters at most"
+    orv_error fw_note 'Use 40 characters at most' "$i"
   fi
   for proto in tcp udp; do
     if orv_one_of "${orv[fw_proto$i]}" $proto both; then
       key=$proto.$((10#${orv[fw_port$i]}))
       if [[ ${seen[$key]} ]]; then
-        orv_error fw_port "Row $row: row ${seen[$key]} has this port already"
+        orv_error fw_port "Row ${seen[$key]} has this port already" "$i"
         return
       fi
-      seen[$key]=$row
+      seen[$key]=$((i + 1))
     fi
   done
 }
