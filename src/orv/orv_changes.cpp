@@ -1,9 +1,7 @@
 // What a change of a form's values comes to, in the words of its page.
 //
-// Owns nothing beyond a call.  Fields are compared one by one.  Of a table, the
-// rows that hold something are listed for both sides; equal rows are paired as
-// far as their order allows, and what lies between two pairs is aligned so that
-// the fewest cells differ.  What finds no partner has been deleted or added.
+// Owns nothing beyond a call.  Fields are compared one by one; of a table, the
+// rows that hold something are listed for both sides and paired (orv_rows.h).
 // Lack of memory gives the whole list up: half of what changed would be taken
 // for all of it.
 
@@ -20,6 +18,7 @@
 #include "orv_guard.h"
 #include "orv_output.h"
 #include "orv_parser.h"
+#include "orv_rows.h"
 #include "orv_secret.h"
 
 // A row is told in one line that a person reads.
@@ -27,26 +26,6 @@ constexpr size_t ROW_TEXT_MAX = 400;
 // Rows behind a gap count as well: a script may pack them.  Behind this many
 // blank ones a table is taken to be over.
 constexpr int GAP_ROWS_MAX = 100;
-// Rows between two equal ones are aligned by a table of costs up to this size,
-// which a person's changes never reach; larger runs are paired as they stand.
-constexpr size_t COSTS_MAX = 65536;
-constexpr size_t NONE = static_cast<size_t>(-1);
-
-// A row that holds something.
-struct row {
-  const char **cells; // borrowed from its side; boxes are "True" or ""
-  size_t columns;
-  int number;     // from 0
-  size_t index;   // among the side's rows
-  size_t partner; // the row that it is on the other side, or NONE
-};
-
-// The rows of a table as one side has them; owns both blocks.
-struct side {
-  const char **cells;
-  row *rows;
-  size_t count;
-};
 
 // What one call works with.
 struct search_state {
@@ -245,30 +224,7 @@ static bool add_value(search_state *state, const pt_body_item *itm,
 
 // --- rows --------------------------------------------------------------------
 
-static int compare_rows(const row *a, const row *b)
-{
-  for (size_t i = 0; i < a->columns; i++) {
-    const int order = strcmp(a->cells[i], b->cells[i]);
-    if (order != 0) {
-      return order;
-    }
-  }
-  return 0;
-}
-
-// For qsort: by content, equal rows in their order.
-static int compare_row_places(const void *a, const void *b)
-{
-  const row *left = *static_cast<row *const *>(a);
-  const row *right = *static_cast<row *const *>(b);
-  const int order = compare_rows(left, right);
-  if (order != 0) {
-    return order;
-  }
-  return left->index < right->index ? -1 : left->index > right->index;
-}
-
-static void free_side(side *rows)
+static void free_side(orv_rows *rows)
 {
   free(rows->cells);
   free(rows->rows);
@@ -327,7 +283,7 @@ static bool read_row(const pt_body_item *table, int number,
 
 // Lists the rows that hold something; false without memory.
 static bool read_side(const pt_body_item *table, value_function *value,
-                      void *data, side *rows)
+                      void *data, orv_rows *rows)
 {
   const size_t columns = static_cast<size_t>(table->table.columns);
   size_t room = 0;
@@ -342,179 +298,14 @@ static bool read_side(const pt_body_item *table, value_function *value,
     gap++;
     if (read_row(table, number, value, data,
                  rows->cells + rows->count * columns)) {
-      rows->rows[rows->count] = {nullptr, columns, number, rows->count, NONE};
+      rows->rows[rows->count] = {nullptr, columns, number, rows->count,
+                                 ORV_NO_ROW};
       rows->count++;
       gap = 0;
     }
   }
   for (size_t i = 0; i < rows->count; i++) {
     rows->rows[i].cells = rows->cells + i * columns;
-  }
-  return true;
-}
-
-// The side's rows sorted by content; owned by the caller (free), NULL without
-// memory.
-static row **sort_rows(const side *rows)
-{
-  row **sorted = nullptr;
-  if (!resize(&sorted, rows->count)) {
-    return nullptr;
-  }
-  for (size_t i = 0; i < rows->count; i++) {
-    sorted[i] = rows->rows + i;
-  }
-  qsort(sorted, rows->count, sizeof *sorted, compare_row_places);
-  return sorted;
-}
-
-using owned_block = std::unique_ptr<void, orv_releaser<free>>;
-
-// Makes each row the partner of its equal, the first of the first and so on,
-// whatever their order.  False without memory.
-static bool pair_equals(side *before, side *after)
-{
-  row **olds = sort_rows(before);
-  const owned_block olds_owned(olds);
-  row **news = sort_rows(after);
-  const owned_block news_owned(news);
-  if (olds == nullptr || news == nullptr) {
-    return false;
-  }
-  for (size_t i = 0, j = 0; i < before->count && j < after->count;) {
-    const int order = compare_rows(olds[i], news[j]);
-    if (order == 0) {
-      olds[i]->partner = news[j]->index;
-    }
-    i += order <= 0 ? 1 : 0;
-    j += order >= 0 ? 1 : 0;
-  }
-  return true;
-}
-
-// Keeps the most pairs that do not cross: the longest ascending run of the
-// partners.  `tails[n]` ends the best run of n + 1 rows so far, `previous` is
-// the row before each.  False without memory.
-static bool keep_order(side *before)
-{
-  size_t *tails = nullptr;
-  const bool room = resize(&tails, 2 * before->count);
-  const owned_block owned(tails);
-  if (!room) {
-    return false;
-  }
-  size_t *previous = tails + before->count;
-  row *rows = before->rows;
-  size_t length = 0;
-  for (size_t i = 0; i < before->count; i++) {
-    if (rows[i].partner == NONE) {
-      continue;
-    }
-    const size_t at = static_cast<size_t>(
-        std::lower_bound(tails, tails + length, rows[i].partner,
-                         [rows](size_t tail, size_t partner) {
-                           return rows[tail].partner < partner;
-                         }) -
-        tails);
-    previous[i] = at > 0 ? tails[at - 1] : NONE;
-    tails[at] = i;
-    length = std::max(length, at + 1);
-  }
-  size_t kept = length > 0 ? tails[length - 1] : NONE;
-  for (size_t i = before->count; i > 0; i--) {
-    if (i - 1 == kept) {
-      kept = previous[kept];
-    } else {
-      rows[i - 1].partner = NONE;
-    }
-  }
-  return true;
-}
-
-static unsigned count_differences(const row *a, const row *b)
-{
-  unsigned count = 0;
-  for (size_t i = 0; i < a->columns; i++) {
-    count += strcmp(a->cells[i], b->cells[i]) != 0 ? 1 : 0;
-  }
-  return count;
-}
-
-// Pairs `m` rows with `n` so that the fewest cells differ, a row without a
-// partner counting as half of its cells; a single row so remains the one that
-// it was, however much of it differs.  `costs` has (m + 1) * (n + 1) entries:
-// the least cost of what lies behind each place.
-static void align(row *olds, size_t m, const row *news, size_t n,
-                  unsigned *costs)
-{
-  const unsigned alone = static_cast<unsigned>(olds->columns / 2 + 1);
-  const size_t width = n + 1;
-  for (size_t i = m + 1; i-- > 0;) {
-    for (size_t j = n + 1; j-- > 0;) {
-      unsigned *cost = costs + i * width + j;
-      if (i == m || j == n) {
-        *cost = static_cast<unsigned>(m - i + n - j) * alone;
-        continue;
-      }
-      *cost = std::min(cost[width + 1] + count_differences(olds + i, news + j),
-                       std::min(cost[width], cost[1]) + alone);
-    }
-  }
-  for (size_t i = 0, j = 0; i < m && j < n;) {
-    const unsigned *cost = costs + i * width + j;
-    if (*cost == cost[width + 1] + count_differences(olds + i, news + j)) {
-      olds[i].partner = news[j].index;
-      i++;
-      j++;
-    } else if (*cost == cost[width] + alone) {
-      i++;
-    } else {
-      j++;
-    }
-  }
-}
-
-// Pairs the rows from `i` and `j` on, up to the next pair of equals.  False
-// without memory.
-static bool pair_run(row *olds, size_t m, const row *news, size_t n)
-{
-  if (m == 0 || n == 0) {
-    return true;
-  }
-  if (m >= COSTS_MAX || (m + 1) * (n + 1) > COSTS_MAX) {
-    for (size_t i = 0; i < std::min(m, n); i++) {
-      olds[i].partner = news[i].index;
-    }
-    return true;
-  }
-  unsigned *costs = nullptr;
-  if (!resize(&costs, (m + 1) * (n + 1))) {
-    return false;
-  }
-  align(olds, m, news, n, costs);
-  free(costs);
-  return true;
-}
-
-static bool pair_rows(side *before, side *after)
-{
-  if (!pair_equals(before, after) || !keep_order(before)) {
-    return false;
-  }
-  size_t old_from = 0;
-  size_t new_from = 0;
-  for (size_t i = 0; i <= before->count; i++) {
-    const bool is_end = i == before->count;
-    const size_t partner = is_end ? after->count : before->rows[i].partner;
-    if (partner == NONE) {
-      continue;
-    }
-    if (!pair_run(before->rows + old_from, i - old_from, after->rows + new_from,
-                  partner - new_from)) {
-      return false;
-    }
-    old_from = i + 1;
-    new_from = partner + 1;
   }
   return true;
 }
@@ -559,7 +350,7 @@ static bool write_cell(FILE *out, long *length, const orv_change_source *source,
 }
 
 static bool write_cells(FILE *out, const orv_change_source *source,
-                        const pt_body_item *table, const row *told)
+                        const pt_body_item *table, const orv_row *told)
 {
   long length = 0;
   for (int pass = PASS_TEXTS; pass < PASSES; pass++) {
@@ -577,7 +368,7 @@ static bool write_cells(FILE *out, const orv_change_source *source,
 
 // The row as one line; owned by the caller, NULL without memory.
 static char *describe_row(const orv_change_source *source,
-                          const pt_body_item *table, const row *told)
+                          const pt_body_item *table, const orv_row *told)
 {
   char *line = nullptr;
   size_t length = 0;
@@ -595,7 +386,7 @@ static char *describe_row(const orv_change_source *source,
 }
 
 static bool add_row(search_state *state, const pt_body_item *table,
-                    const row *told, orv_change_kind kind)
+                    const orv_row *told, orv_change_kind kind)
 {
   owned_change change(new_change(kind, table->name));
   char *text =
@@ -610,7 +401,7 @@ static bool add_row(search_state *state, const pt_body_item *table,
 }
 
 static bool add_cells(search_state *state, const pt_body_item *table,
-                      const row *before, const row *after)
+                      const orv_row *before, const orv_row *after)
 {
   const pt_body_item *column = table->next;
   for (size_t i = 0; i < before->columns; i++, column = column->next) {
@@ -627,13 +418,13 @@ static bool add_cells(search_state *state, const pt_body_item *table,
 
 // In the order of the rows; a deleted one stands where it was.
 static bool add_rows(search_state *state, const pt_body_item *table,
-                     const side *before, const side *after)
+                     const orv_rows *before, const orv_rows *after)
 {
   size_t j = 0;
   for (size_t i = 0; i <= before->count; i++) {
-    const row *old = i < before->count ? before->rows + i : nullptr;
+    const orv_row *old = i < before->count ? before->rows + i : nullptr;
     const size_t partner = old != nullptr ? old->partner : after->count;
-    if (partner == NONE) {
+    if (partner == ORV_NO_ROW) {
       if (!add_row(state, table, old, CHANGE_ROW_DELETED)) {
         return false;
       }
@@ -659,8 +450,8 @@ static bool add_rows(search_state *state, const pt_body_item *table,
 static bool find_in_place(search_state *state, const pt_body_item *table,
                           int rows)
 {
-  side before = {};
-  side after = {};
+  orv_rows before = {};
+  orv_rows after = {};
   bool whole = true;
   const orv_change_source *source = state->source;
   const size_t columns = static_cast<size_t>(table->table.columns);
@@ -674,8 +465,8 @@ static bool find_in_place(search_state *state, const pt_body_item *table,
     if (rows == 0 && !was && !is) {
       break;
     }
-    const row old_row = {before.cells, columns, number, 0, NONE};
-    const row new_row = {after.cells, columns, number, 0, NONE};
+    const orv_row old_row = {before.cells, columns, number, 0, ORV_NO_ROW};
+    const orv_row new_row = {after.cells, columns, number, 0, ORV_NO_ROW};
     whole = add_cells(state, table, &old_row, &new_row);
   }
   free_side(&before);
@@ -701,12 +492,12 @@ static bool find_in_table(search_state *state, const pt_body_item *table)
     return find_in_place(state, table, table->table.add_rows);
   }
   const orv_change_source *source = state->source;
-  side before = {};
-  side after = {};
+  orv_rows before = {};
+  orv_rows after = {};
   const bool whole =
       read_side(table, source->old_value, source->data, &before) &&
       read_side(table, source->new_value, source->data, &after) &&
-      pair_rows(&before, &after) && add_rows(state, table, &before, &after);
+      orv_pair_rows(&before, &after) && add_rows(state, table, &before, &after);
   free_side(&before);
   free_side(&after);
   return whole;
