@@ -84,6 +84,8 @@ def hostile_device(site):
 
 def test_tab_runs_nothing_and_offers_plain_words_alone(site, terminal):
     hostile_device(site)
+    for name in ("sane-file", "sa$(>owned)", "sane`>owned`", "sane;>owned"):
+        (site.folder / name).touch()
     for typed, made in (
             ("get sa", "get sane-1"), ("get more/sa", "get more/sane-1"), ("dump more/sa", "dump more/sane-1"),
             ("set f s=", "set f s=sane-1"), ("set f s=sa", "set f s=sane-1"),
@@ -97,6 +99,7 @@ def test_tab_runs_nothing_and_offers_plain_words_alone(site, terminal):
             ("rows f tab change 2 tsel=", "rows f tab change 2 tsel=sane-1"),
             ("rows f tab change 3 tsel=", "rows f tab change 3 tsel="),
             ("get f tsel1", "get f tsel1"), ("--js", "--json"),
+            ("apply sa", "apply sane-file"), ("--json apply sane-f", "--json apply sane-file"),
             ("set nosuch s=sa", "set nosuch s=sa"), ("ap", "apply")):
         shown = terminal.complete(f"orvctl {typed}")
         assert shown == ["orvctl", *made.split()], (typed, shown)

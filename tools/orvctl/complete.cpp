@@ -15,7 +15,6 @@
 
 static const char PLAIN[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx"
                             "yz0123456789_./-";
-constexpr size_t WORD_SIZE = 1000; // longer ones are typed, or copied
 
 static bool is_plain(const char *word)
 {
@@ -65,11 +64,14 @@ static void offer_setting(const char *typed, const page_field *field,
                           const char *name)
 {
   const size_t length = strcspn(typed, "=");
+  if (!is_plain(name)) {
+    return;
+  }
   if (typed[length] == '=') {
     if (strncasecmp(name, typed, length) == 0 && name[length] == '\0') {
       offer_values(typed, field);
     }
-  } else if (is_plain(name) && strncmp(name, typed, length) == 0) {
+  } else if (strncmp(name, typed, length) == 0) {
     printf("%s=\n", name);
   }
 }
