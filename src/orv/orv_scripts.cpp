@@ -272,10 +272,13 @@ static void redirect(int fd, int flags, int place)
 static pid_t start_child(launch *start)
 {
   const pid_t parent = getpid();
-  sigset_t all;
+  sigset_t endings; // not all signals: a crash is handled here as well
   sigset_t before;
-  sigfillset(&all);
-  sigprocmask(SIG_BLOCK, &all, &before);
+  sigemptyset(&endings);
+  for (const int sig : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+    sigaddset(&endings, sig);
+  }
+  sigprocmask(SIG_BLOCK, &endings, &before);
   const pid_t pid = fork();
   if (pid == 0) {
     run_child(start, parent);
