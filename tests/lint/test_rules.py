@@ -41,7 +41,9 @@ def lay_out(tmp_path, files):
     for name, text in files.items():
         path = tmp_path / name
         path.parent.mkdir(exist_ok=True)
-        if text is not None:
+        if text is not None and "(link to nothing)" in text:
+            path.symlink_to("nothing")
+        elif text is not None:
             path.write_text(text, newline="")
             path.chmod(0o644 if "(not executable)" in text else 0o755)
 
@@ -71,7 +73,7 @@ def test_an_example_is_told_exactly(rule, kind, tmp_path):
         files[name] = None if text is None else (wrapped + text).replace("\\c\n", "")
         in_script = rule.startswith("run-") and name.endswith(".sh")
         first = wrapped.count("\n")
-        expected |= {(name, 1 if in_script or rule == "script-mode" else first + i, rule) for i in marked}
+        expected |= {(name, 1 if in_script or rule in ("script-mode", "no-file") else first + i, rule) for i in marked}
     assert found_any
     lay_out(tmp_path, files)
     run = ["--run"] if rule.startswith("run-") else []

@@ -33,6 +33,16 @@ static bool is_command(const std::string &name)
   return false;
 }
 
+// The same, each name looked up once.
+static bool is_known_command(const std::string &name)
+{
+  static std::map<std::string, bool> known; // what is installed stays so
+  const auto row = known.find(name);
+  return row != known.end()
+             ? row->second
+             : known.insert({name, is_command(name)}).first->second;
+}
+
 // The file that has a function of that name, "" when none has.
 static std::string file_of_function(const device &dev, const std::string &name)
 {
@@ -56,7 +66,7 @@ static void check_call(const device &dev, const script &s,
       name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
                              "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") !=
           std::string::npos ||
-      functions.count(name) != 0 || is_command(name)) {
+      functions.count(name) != 0 || is_known_command(name)) {
     return;
   }
   // Words that are written often, of bash and beside it.

@@ -129,6 +129,13 @@ static bool is_anchored(const std::string &expression)
          !(expression.size() > 1 && expression[expression.size() - 2] == '\\');
 }
 
+// A beginning that ends where a part of the value does, such as ^https?://
+static bool is_prefix(const std::string &expression)
+{
+  return expression.size() > 2 && expression.front() == '^' &&
+         strchr("/:=-", expression.back()) != nullptr;
+}
+
 // By the library that the executable uses, so that both agree.
 static void check_expression(const form &f, const form_line &line,
                              size_t offset, const std::string &expression,
@@ -145,7 +152,7 @@ static void check_expression(const form &f, const form_line &line,
     return;
   }
   regfree(&compiled);
-  if (!is_anchored(expression)) {
+  if (!is_anchored(expression) && !is_prefix(expression)) {
     tell(found, f, line, offset, "regex-anchor",
          "the expression is looked for anywhere in the value; write ^ and $"
          " for the whole value");
@@ -214,29 +221,36 @@ static std::set<std::string> shown_messages(const form &f)
   return names;
 }
 
-// Whether the name is that of another item than the line's own.
-static bool is_other_item(const form &f, const form_line &line,
-                          const std::string &name)
+// What the check_msg lines of a form are compared with.
+struct message_places {
+  std::set<std::string> shown;  // names that have a place
+  std::set<std::string> inputs; // those of its input items
+};
+
+static message_places places_of(const form &f)
 {
-  const form_item &own = f.items[static_cast<size_t>(line.item)];
-  return lower(own.name) != name &&
-         std::any_of(f.items.begin(), f.items.end(),
-                     [&](const form_item &item) {
-                       return is_input(item) && lower(item.name) == name;
-                     });
+  message_places places = {shown_messages(f), {}};
+  for (const form_item &item : f.items) {
+    if (is_input(item)) {
+      places.inputs.insert(lower(item.name));
+    }
+  }
+  return places;
 }
 
-static void check_message(const form &f, const form_line &line, findings *found)
+static void check_message(const form &f, const form_line &line,
+                          const message_places &places, findings *found)
 {
-  const std::string name = line.text.substr(0, line.text.find(' '));
-  const std::set<std::string> shown = shown_messages(f);
-  if (shown.count(lower(name)) == 0) {
+  const std::string name = first_word(line.text);
+  const form_item &own = f.items[static_cast<size_t>(line.item)];
+  if (places.shown.count(lower(name)) == 0) {
     tell(found, f, line, 0, "check-message",
          "the message goes to " + in_quotes(name) +
              ", which is shown nowhere; the first word is the name of a"
              " field" +
-             did_you_mean(name, shown));
-  } else if (line.item >= 0 && is_other_item(f, line, lower(name))) {
+             did_you_mean(name, places.shown));
+  } else if (lower(own.name) != lower(name) &&
+             places.inputs.count(lower(name)) != 0) {
     tell(found, f, line, 0, "check-elsewhere",
          "the message goes to the field " + in_quotes(name) +
              ", not to the one that is checked");
@@ -246,14 +260,15 @@ static void check_message(const form &f, const form_line &line, findings *found)
 void check_checks(const device &dev, findings *found)
 {
   for (const auto &entry : dev.forms) {
+    const message_places places = places_of(entry.second);
     for (const form_line &line : entry.second.lines) {
-      if (line.header) {
+      if (line.header || line.item < 0) {
         continue;
       }
       if (line.keyword == "check") {
         check_one(entry.second, line, found);
       } else if (line.keyword == "check_msg") {
-        check_message(entry.second, line, found);
+        check_message(entry.second, line, places, found);
       }
     }
   }

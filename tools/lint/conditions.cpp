@@ -129,26 +129,45 @@ static bool takes_all(const form_item &item)
   return words.size() > 1 && words[0] == "nullok" && lower(words[1]) == "text";
 }
 
-// A message shown in the same hidden section helps nobody.
-static bool shows_error(const form &f, const std::string &name,
-                        const condition &hiding)
+// The lines of a form that show the message of a name, by that.
+typedef std::map<std::string, std::vector<const form_line *>> message_lines;
+
+static message_lines messages_of(const form &f)
 {
+  message_lines lines;
   for (const form_line &line : f.lines) {
-    const bool inside =
-        std::any_of(line.conditions.begin(), line.conditions.end(),
-                    [&](const condition &c) {
-                      return c.line == hiding.line && c.holds == hiding.holds;
-                    });
-    if (!inside && line.keyword != "if" && line.keyword != "ifnot" &&
-        refers_to(line.text, "E", name)) {
-      return true;
+    if (line.keyword == "if" || line.keyword == "ifnot") {
+      continue;
+    }
+    for (const text_part &part : references_of(line.text)) {
+      if (part.type == 'E') {
+        lines[lower(part.name)].push_back(&line);
+      }
     }
   }
-  return false;
+  return lines;
+}
+
+// A message shown in the same hidden section helps nobody.
+static bool shows_error(const message_lines &lines, const std::string &name,
+                        const condition &hiding)
+{
+  const auto shown = lines.find(lower(name));
+  return shown != lines.end() &&
+         std::any_of(shown->second.begin(), shown->second.end(),
+                     [&](const form_line *line) {
+                       return std::none_of(line->conditions.begin(),
+                                           line->conditions.end(),
+                                           [&](const condition &c) {
+                                             return c.line == hiding.line &&
+                                                    c.holds == hiding.holds;
+                                           });
+                     });
 }
 
 // Tables are let out: their messages stand under them.
-static void check_hidden(const form &f, const form_item &item, findings *found)
+static void check_hidden(const form &f, const form_item &item,
+                         const message_lines &messages, findings *found)
 {
   if (item.type != PT_TEXT_FIELD || item.table >= 0) {
     return;
@@ -167,7 +186,7 @@ static void check_hidden(const form &f, const form_item &item, findings *found)
                c.text + " is unset when values are checked",
            {{{f.file->path, c.line, 1}, "its condition is here"}});
     } else if (c.text == "$X$" && !takes_all(item) &&
-               !shows_error(f, item.name, c)) {
+               !shows_error(messages, item.name, c)) {
       tell(found, f, at, 0, "hidden-message",
            "the message for " + in_quotes(item.name) +
                " is seen by nobody in the"
@@ -188,8 +207,9 @@ void check_conditions(const device &dev, findings *found)
         check_constant(f, line, found);
       }
     }
+    const message_lines messages = messages_of(f);
     for (const form_item &item : f.items) {
-      check_hidden(f, item, found);
+      check_hidden(f, item, messages, found);
     }
   }
 }

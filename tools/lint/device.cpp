@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <dirent.h>
-#include <errno.h>
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
@@ -13,17 +12,10 @@
 #include "keywords.h"
 #include "text.h"
 
-const std::vector<std::string> special_forms = {"orvmenu", "discard_or_return",
-                                                "no_changes", "changes_saved"};
-
-bool is_special(const std::string &form)
-{
-  return std::count(special_forms.begin(), special_forms.end(), form) != 0;
-}
-
 bool is_library(const std::string &name)
 {
-  return name == "orv.bash" || name == "orv_store.bash";
+  const std::string file = name.substr(name.rfind('/') + 1);
+  return file == "orv.bash" || file == "orv_store.bash";
 }
 
 static const std::set<std::string> library_functions = {
@@ -36,24 +28,49 @@ static const std::set<std::string> library_functions = {
 
 // --- reading -----------------------------------------------------------------
 
-// The regular files of a folder, sorted; false when it cannot be read.
-static bool list_files(const std::string &dir, std::vector<std::string> *names)
+// What stands in a folder, sorted.
+struct folder {
+  bool readable;
+  std::vector<std::string> files;   // regular ones
+  std::vector<std::string> folders; // below it
+  std::vector<std::string> odd;     // what is neither, or a link to nothing
+};
+
+static folder list_folder(const std::string &dir)
 {
+  folder all = {false, {}, {}, {}};
   DIR *stream = opendir(dir.c_str());
   if (stream == nullptr) {
-    return false;
+    return all;
   }
+  all.readable = true;
   while (const dirent *entry = readdir(stream)) {
     struct stat info;
     const std::string name = entry->d_name;
-    if (name[0] != '.' && stat((dir + "/" + name).c_str(), &info) == 0 &&
-        S_ISREG(info.st_mode)) {
-      names->push_back(name);
+    if (name[0] == '.') {
+      continue;
     }
+    const bool there = stat((dir + "/" + name).c_str(), &info) == 0;
+    (there && S_ISREG(info.st_mode)   ? all.files
+     : there && S_ISDIR(info.st_mode) ? all.folders
+                                      : all.odd)
+        .push_back(name);
   }
   closedir(stream);
-  std::sort(names->begin(), names->end());
-  return true;
+  for (std::vector<std::string> *names : {&all.files, &all.folders, &all.odd}) {
+    std::sort(names->begin(), names->end());
+  }
+  return all;
+}
+
+static void tell_odd(const std::string &dir, const folder &all, findings *found)
+{
+  for (const std::string &name : all.odd) {
+    tell(found, {dir + "/" + name, "", {}}, 1, 1, "no-file",
+         in_quotes(name) +
+             " is no file that can be read: a link to nothing, a pipe or a"
+             " device");
+  }
 }
 
 // The file stays in the device: findings and suppressions look at its lines.
@@ -112,36 +129,75 @@ static void collect_words(script *into)
   }
 }
 
-// The name below scripts/ of a file that a script names, "" when it lies
-// elsewhere: the last component of a path that begins with the script's own.
-static std::string sourced_name(const std::string &word)
+bool is_own_path(const std::string &word)
 {
-  const size_t slash = word.rfind('/');
-  const bool own = word.find("BASH_SOURCE") != std::string::npos ||
-                   word.find("dirname") != std::string::npos ||
-                   word.find("${0%") != std::string::npos;
-  return own && slash != std::string::npos ? word.substr(slash + 1) : "";
+  return word.find("BASH_SOURCE") != std::string::npos ||
+         word.find("dirname") != std::string::npos ||
+         word.find("${0%") != std::string::npos;
+}
+
+std::string sourced_name(const std::string &from, const std::string &word)
+{
+  if (!is_own_path(word)) {
+    return is_library(word) ? word.substr(word.rfind('/') + 1) : "";
+  }
+  const size_t mark = word.find_last_of("})");
+  const size_t slash = word.find('/', mark == std::string::npos ? 0 : mark);
+  if (slash == std::string::npos) {
+    return "";
+  }
+  const size_t folder = from.rfind('/');
+  return (folder == std::string::npos ? "" : from.substr(0, folder + 1)) +
+         word.substr(slash + 1);
+}
+
+// What a file of the library calls its functions and variables.
+struct library_part {
+  std::set<std::string> functions;
+  std::set<std::string> words;
+};
+
+static void add_library(const std::string &path, library_part *into)
+{
+  std::ifstream stream(path, std::ios::binary);
+  std::stringstream text;
+  text << stream.rdbuf();
+  const bash_script code = read_bash(text.str());
+  into->functions.insert(code.functions.begin(), code.functions.end());
+  std::string word;
+  for (const char c : code.code + "\n") {
+    if (is_name_char(c)) {
+      word += c;
+    } else {
+      into->words.insert(word);
+      word.clear();
+    }
+  }
 }
 
 // The library's functions: those of the folder's own, or of the one that this
 // program comes with, or those that it has always had.
-static std::set<std::string> read_library(const std::string &dir)
+static void read_library(device *dev, const std::vector<std::string> &names)
 {
-  for (const std::string &from :
-       {dir + "/scripts/", std::string(ORV_LIBRARY_DIR "/")}) {
-    std::set<std::string> functions;
-    for (const char *name : {"orv.bash", "orv_store.bash"}) {
-      std::ifstream stream(from + name, std::ios::binary);
-      std::stringstream text;
-      text << stream.rdbuf();
-      const bash_script code = read_bash(text.str());
-      functions.insert(code.functions.begin(), code.functions.end());
-    }
-    if (functions.count("orv_load") != 0) {
-      return functions;
+  library_part all;
+  for (const std::string &name : names) {
+    if (is_library(name)) {
+      add_library(dev->dir + "/scripts/" + name, &all);
     }
   }
-  return library_functions;
+  for (const char *name : {"orv.bash", "orv_store.bash"}) {
+    if (all.functions.count("orv_load") == 0 ||
+        all.functions.count("orv_store") == 0) {
+      add_library(ORV_LIBRARY_DIR "/" + std::string(name), &all);
+    }
+  }
+  dev->library =
+      all.functions.count("orv_load") != 0 ? all.functions : library_functions;
+  for (const std::string &word : all.words) {
+    if (starts_with(word, "orv_") && dev->library.count(word) == 0) {
+      dev->library_variables.insert(word);
+    }
+  }
 }
 
 static void read_script(device *dev, const std::string &name)
@@ -155,13 +211,21 @@ static void read_script(device *dev, const std::string &name)
   for (const bash_command &command : into.code.commands) {
     if (command.words.size() > 1 &&
         (command.words[0].plain == "." || command.words[0].plain == "source")) {
-      const std::string source = sourced_name(command.words[1].plain);
+      const std::string source = sourced_name(name, command.words[1].plain);
       if (!source.empty()) {
         into.sources.push_back(source);
       }
     }
   }
   collect_words(&into);
+  for (const bash_command &command : into.code.commands) {
+    for (const bash_assignment &assignment : command.assignments) {
+      if (!assignment.elements.empty() &&
+          !into.arrays.insert({assignment.name, &assignment}).second) {
+        into.arrays[assignment.name] = nullptr;
+      }
+    }
+  }
 }
 
 // A program, or something else that is no text for bash.
@@ -174,157 +238,106 @@ static bool is_script(const std::string &path, const std::string &name)
          (starts_with(first, "#!") && first.find("sh") != std::string::npos);
 }
 
-void tell(findings *found, const form &f, const form_line &line, size_t offset,
-          const char *rule, const std::string &text,
-          const std::vector<note> &notes)
-{
-  tell(found, *f.file, line.number, line.column + static_cast<int>(offset),
-       rule, text, notes);
-}
+// --- the whole ---------------------------------------------------------------
 
-// --- items -------------------------------------------------------------------
-
-bool is_input(const form_item &item)
+static bool read_templates(device *dev, findings *found)
 {
-  return item.input;
-}
-
-bool is_editable(const form_item &item)
-{
-  return item.input && item.type != PT_TEXT_FIXED;
-}
-
-const form_line *attribute(const form_item &item, const char *keyword)
-{
-  for (const form_line *line : item.lines) {
-    if (line->keyword == keyword && !line->continues &&
-        line != item.lines.front()) {
-      return line;
+  const std::string dir = dev->dir + "/templates";
+  const folder all = list_folder(dir);
+  tell_odd(dir, all, found);
+  for (const std::string &name : all.files) {
+    const std::string path = dir + "/" + name;
+    if (ends_with(name, ".tpl") && is_readable(dev, path)) {
+      const std::string form_name = name.substr(0, name.size() - 4);
+      read_form(read_file(dev, path), form_name, &dev->forms[form_name], found);
     }
   }
-  return nullptr;
+  return all.readable;
 }
 
-bool can_save(const form &f)
+// Names below scripts/, those in folders below it as well.
+static constexpr int FOLDERS_DEEP = 3;
+
+static void list_scripts(device *dev, const std::string &below, int deep,
+                         std::vector<std::string> *names, findings *found)
 {
-  return std::any_of(f.items.begin(), f.items.end(), is_editable);
-}
-
-// --- which form runs which script --------------------------------------------
-
-static const char *const task_keywords[TASKS] = {
-    "read_script", "check_script", "write_script", "navbar_script"};
-
-// The script's name is the line's first word, as the runner takes it.
-static std::string script_name(const std::string &form,
-                               const std::string &command)
-{
-  static const std::string installed = "/usr/share/larkspur/scripts/";
-  std::string word = command.substr(0, command.find(' '));
-  for (size_t at = word.find("$F$"); at != std::string::npos;
-       at = word.find("$F$")) {
-    word.replace(at, 3, form);
+  const std::string dir = dev->dir + "/scripts/" + below;
+  const folder all = list_folder(dir);
+  if (!all.readable && access(dir.c_str(), F_OK) == 0) {
+    dev->unread.push_back(dir.substr(0, dir.find_last_not_of('/') + 1));
   }
-  if (starts_with(word, installed)) {
-    word.erase(0, installed.size());
+  tell_odd(dir.substr(0, dir.find_last_not_of('/') + 1), all, found);
+  for (const std::string &name : all.odd) {
+    dev->odd.insert(below + name);
   }
-  return word.empty() || word[0] == '/' ? "" : word;
+  for (const std::string &name : all.files) {
+    names->push_back(below + name);
+  }
+  for (const std::string &name : all.folders) {
+    if (deep > 0) {
+      list_scripts(dev, below + name + "/", deep - 1, names, found);
+    }
+  }
 }
 
-static std::vector<script_line> script_lines(const form &f)
+static void read_scripts(device *dev, findings *found)
 {
-  std::vector<script_line> all;
-  for (int task = 0; task < TASKS; task++) {
-    script_line line = {task_keywords[task],
-                        header_keyword(task_keywords[task])->script, 0, 1, ""};
-    for (const form_line &given : f.lines) {
-      if (given.header && given.keyword == task_keywords[task]) {
-        line.text = given.text;
-        line.line = given.number;
-        line.column = given.column;
+  std::vector<std::string> names;
+  list_scripts(dev, "", FOLDERS_DEEP, &names, found);
+  read_library(dev, names);
+  for (const std::string &name : names) {
+    const std::string path = dev->dir + "/scripts/" + name;
+    if (is_readable(dev, path) && !is_library(name) && is_script(path, name)) {
+      read_script(dev, name);
+    }
+  }
+}
+
+// What the device was shipped with is judged; what it has stored is not.
+static void read_settings(device *dev, findings *found)
+{
+  for (const char *part : {"defaults", "state"}) {
+    const std::string dir = dev->dir + "/" + part;
+    const folder all = list_folder(dir);
+    dev->settings.insert(all.files.begin(), all.files.end());
+    if (std::string(part) == "defaults") {
+      tell_odd(dir, all, found);
+      for (const std::string &name : all.files) {
+        if (is_readable(dev, dir + "/" + name)) {
+          dev->defaults[name] = &read_file(dev, dir + "/" + name);
+        }
       }
     }
-    line.script = script_name(f.name, line.text);
-    all.push_back(line);
   }
-  return all;
 }
 
-std::set<std::string> with_sources(const device &dev, const std::string &name)
+// NAME=VALUE or NAME VALUE; without the file nothing is known of its names.
+static void read_system_type(device *dev)
 {
-  std::set<std::string> names;
-  std::vector<std::string> open = {name};
-  while (!open.empty()) {
-    const std::string next = open.back();
-    open.pop_back();
-    const auto at = dev.scripts.find(next);
-    if (at != dev.scripts.end() && !is_library(next) &&
-        names.insert(next).second) {
-      open.insert(open.end(), at->second.sources.begin(),
-                  at->second.sources.end());
-    }
+  const std::string path = dev->dir + "/system_type";
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode) ||
+      access(path.c_str(), R_OK) != 0) {
+    return;
   }
-  return names;
-}
-
-std::vector<const form *> forms_of(const device &dev, const std::string &name)
-{
-  std::vector<const form *> forms;
-  for (const auto &entry : dev.forms) {
-    if (entry.second.runs.count(name) != 0) {
-      forms.push_back(&entry.second);
-    }
-  }
-  return forms;
-}
-
-// The navigation script has no values and so no say in names.
-static void find_scripts(const device &dev, form *f)
-{
-  f->scripts = script_lines(*f);
-  for (const script_task task : {TASK_READ, TASK_CHECK, TASK_WRITE}) {
-    const std::set<std::string> more =
-        with_sources(dev, f->scripts[task].script);
-    f->runs.insert(more.begin(), more.end());
+  dev->has_system_type = true;
+  for (const std::string &line : read_file(dev, path).lines) {
+    const size_t start = std::min(line.find_first_not_of(" \t"), line.size());
+    const size_t end =
+        std::min(line.find_first_of(" \t=#", start), line.size());
+    dev->system_names.insert(line.substr(start, end - start));
   }
 }
-
-// --- the whole ---------------------------------------------------------------
 
 bool read_device(const std::string &dir, device *dev, findings *found)
 {
   dev->dir = dir;
-  std::vector<std::string> names;
-  if (!list_files(dir + "/templates", &names)) {
+  if (!read_templates(dev, found)) {
     return false;
   }
-  for (const std::string &name : names) {
-    if (ends_with(name, ".tpl")) {
-      const std::string form_name = name.substr(0, name.size() - 4);
-      const std::string path = dir + "/templates/" + name;
-      if (!is_readable(dev, path)) {
-        continue;
-      }
-      const source_file &file = read_file(dev, path);
-      read_form(file, form_name, &dev->forms[form_name], found);
-    }
-  }
-  names.clear();
-  dev->library = read_library(dir);
-  if (!list_files(dir + "/scripts", &names) && errno != ENOENT) {
-    dev->unread.push_back(dir + "/scripts");
-  }
-  for (const std::string &name : names) {
-    if (is_readable(dev, dir + "/scripts/" + name) && !is_library(name) &&
-        is_script(dir + "/scripts/" + name, name)) {
-      read_script(dev, name);
-    }
-  }
-  for (const char *folder : {"/defaults", "/state"}) {
-    names.clear();
-    list_files(dir + folder, &names);
-    dev->settings.insert(names.begin(), names.end());
-  }
+  read_scripts(dev, found);
+  read_settings(dev, found);
+  read_system_type(dev);
   for (auto &entry : dev->forms) {
     find_scripts(*dev, &entry.second);
   }

@@ -78,6 +78,8 @@ struct script {
   std::vector<std::string> sources; // names of the scripts that it sources
   std::set<std::string> words;      // of its code, comments left out
   std::set<std::string> stems;      // words that an expansion goes on with
+  // What arrays are given, by name; NULL for one that is given it twice.
+  std::map<std::string, const bash_assignment *> arrays;
 };
 
 // --- the device --------------------------------------------------------------
@@ -89,7 +91,12 @@ struct device {
   std::map<std::string, script> scripts; // by name
   std::set<std::string> settings;        // files of defaults/ and state/
   std::set<std::string> library;         // what its functions are called
-  std::vector<std::string> unread;       // for lack of permission
+  std::set<std::string> library_variables;
+  std::set<std::string> odd; // what in scripts/ is no file
+  std::map<std::string, const source_file *> defaults; // by name
+  bool has_system_type = false;
+  std::set<std::string> system_names; // of the system-type file
+  std::vector<std::string> unread;    // for lack of permission
 };
 
 // Reads a whole folder.  False when it holds no templates/.
@@ -99,11 +106,17 @@ bool read_device(const std::string &dir, device *dev, findings *found);
 void read_form(const source_file &file, const std::string &name, form *into,
                findings *found);
 
+// Fills in which scripts the form runs.
+void find_scripts(const device &dev, form *f);
+
 // Whether the item has a value that a user enters.
 bool is_editable(const form_item &item);
 bool is_input(const form_item &item);
 // The item's line of that keyword, NULL when it has none.
 const form_line *attribute(const form_item &item, const char *keyword);
+// The value of a line that is a choice.
+std::string choice_value(const form &f, const form_line &line);
+std::set<std::string> choices_of(const form &f, const form_item &item);
 // Whether a Submit of the form could run its check and write scripts.
 bool can_save(const form &f);
 // The four forms that the system itself shows.
@@ -112,6 +125,11 @@ bool is_special(const std::string &form);
 
 // orv.bash and its other half: what they do is known, and not judged here.
 bool is_library(const std::string &name);
+// Whether a path begins with the folder of the script that names it.
+bool is_own_path(const std::string &word);
+// The name below scripts/ of a file that the script `from` sources as `word`,
+// "" when it lies elsewhere.
+std::string sourced_name(const std::string &from, const std::string &word);
 // The script and all that it sources, the library left out.
 std::set<std::string> with_sources(const device &dev, const std::string &name);
 // The forms whose header lines run the script, or one that sources it.

@@ -29,6 +29,26 @@ static void add_script(vocabulary *known, const script &s)
 static const char *const prefixes[] = {"",   "d_",     "c_",  "o_",
                                        "u_", "error_", "new_"};
 
+// Whether an expansion goes on with a beginning of the name.
+static bool begins_it(const vocabulary &known, const std::string &name)
+{
+  for (size_t length = 1; length < name.size(); length++) {
+    if ((length >= 3 || name[length - 1] == '_') &&
+        known.stems.count(name.substr(0, length)) != 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// A cell as the script sees it: the column's name and a number.
+static bool has_cells(const vocabulary &known, const std::string &column)
+{
+  const auto cell = known.words.lower_bound(column + "0");
+  return cell != known.words.end() && starts_with(*cell, column) &&
+         without_digits(*cell) == column;
+}
+
 static bool names_it(const vocabulary &known, const std::string &any_case)
 {
   const std::string name = lower(any_case);
@@ -39,20 +59,7 @@ static bool names_it(const vocabulary &known, const std::string &any_case)
       return true;
     }
   }
-  return std::any_of(known.stems.begin(), known.stems.end(),
-                     [&](const std::string &start) {
-                       const bool long_enough =
-                           start.size() >= 3 || ends_with(start, "_");
-                       return long_enough && start.size() < name.size() &&
-                              starts_with(name, start);
-                     }) ||
-         // A cell as the script sees it: the column's name and a number.
-         std::any_of(known.words.begin(), known.words.end(),
-                     [&](const std::string &word) {
-                       return word.size() > name.size() &&
-                              starts_with(word, name) &&
-                              without_digits(word) == name;
-                     });
+  return begins_it(known, name) || has_cells(known, name);
 }
 
 // The confirmations show the values of whatever form was submitted.

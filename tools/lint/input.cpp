@@ -97,12 +97,16 @@ static void check_program(const sink &at)
 {
   static const std::set<std::string> languages = {
       "awk", "gawk", "mawk", "sed", "perl", "python3", "lua"};
+  // Options whose values are no programs.
+  static const std::set<std::string> with_value = {"-v", "-F", "-f"};
   if (languages.count(first_word(at.command)) == 0) {
     return;
   }
   for (size_t i = 1; i < at.command.words.size(); i++) {
     const bash_word &word = at.command.words[i];
     if (word.plain[0] == '-' && word.plain != "-e") {
+      const bool takes_value = with_value.count(word.plain) != 0;
+      i += takes_value ? 1 : 0;
       continue;
     }
     const bash_expansion *input = input_of(at.c, at.command, word);
@@ -193,6 +197,24 @@ static void check_indirect(const sink &at, const bash_word &word)
   }
 }
 
+// A file of the folder that a script sources and that is not there.
+static void check_sourced(const sink &at, const bash_word &word)
+{
+  const std::string name = sourced_name(at.s.name, word.plain);
+  const device &dev = at.c.dev;
+  if (name.empty() || dev.scripts.count(name) + dev.odd.count(name) != 0 ||
+      is_library(name)) {
+    return;
+  }
+  std::set<std::string> names;
+  for (const auto &entry : dev.scripts) {
+    names.insert(entry.first);
+  }
+  tell(at.found, *at.s.file, word.line, word.column, "script-missing",
+       "Script " + in_quotes("scripts/" + name) + " does not exist" +
+           did_you_mean(name, names));
+}
+
 // Files that are run in the shell itself.
 static void check_source(const sink &at)
 {
@@ -201,31 +223,23 @@ static void check_source(const sink &at)
   if ((name != "." && name != "source") || words.size() < 2) {
     return;
   }
-  const std::string &path = words[1].plain;
-  const bool own = path.find("BASH_SOURCE") != std::string::npos ||
-                   path.find("dirname") != std::string::npos ||
-                   path.find("${0%") != std::string::npos;
-  const size_t slash = path.rfind('/');
-  const std::string file =
-      path.substr(slash == std::string::npos ? 0 : slash + 1);
-  const bool literal = file.find('$') == std::string::npos;
-  const bool above = path.find("..") != std::string::npos;
-  if (own && literal && !above) {
-    if (at.c.dev.scripts.count(file) == 0 && !is_library(file)) {
-      std::set<std::string> names;
-      for (const auto &entry : at.c.dev.scripts) {
-        names.insert(entry.first);
-      }
-      tell(at.found, *at.s.file, words[1].line, words[1].column,
-           "script-missing",
-           "Script " + in_quotes("scripts/" + file) + " does not exist" +
-               did_you_mean(file, names));
-    }
-  } else if (words[1].text.find_first_of("$`<") != std::string::npos ||
-             starts_with(path, "/dev/")) {
-    tell(at.found, *at.s.file, words[1].line, words[1].column, "source",
-         words[1].text + " is run as commands; read values with read, and"
-                         " source only files of the scripts' folder");
+  const bash_word &word = words[1];
+  const std::string &path = word.plain;
+  const std::string file = path.substr(path.rfind('/') + 1);
+  const bool made = word.text.find_first_of("$`<") != std::string::npos;
+  if (is_own_path(path) && file.find('$') == std::string::npos &&
+      path.find("..") == std::string::npos) {
+    check_sourced(at, word);
+  } else if (made || starts_with(path, "/dev/")) {
+    tell(at.found, *at.s.file, word.line, word.column, "source",
+         word.text + " is run as commands; read values with read, and"
+                     " source only files of the scripts' folder");
+  } else if (path[0] != '/') {
+    tell(at.found, *at.s.file, word.line, word.column, "source-folder",
+         word.text +
+             " is looked for in whatever folder is the current one;"
+             " write \"${BASH_SOURCE%/*}/" +
+             file + "\"");
   }
 }
 

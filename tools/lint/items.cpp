@@ -14,7 +14,7 @@ static void check_choices(const form &f, const form_item &item, findings *found)
     if (line->keyword != "choice") {
       continue;
     }
-    const std::string value = line->text.substr(0, line->text.find(' '));
+    const std::string value = choice_value(f, *line);
     const auto added = values.insert({value, line});
     if (!added.second) {
       tell(found, f, *line, 0, "choice-twice",

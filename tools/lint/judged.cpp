@@ -79,6 +79,35 @@ static void judge_names(context *c, const bash_command &command)
   }
 }
 
+// grep -qxF "$x" FILE compares with whole lines.
+static bool looks_up(const bash_command &command)
+{
+  std::string options;
+  for (const bash_word &word : command.words) {
+    if (word.plain.size() > 1 && word.plain[0] == '-' && word.plain[1] != '-') {
+      options += word.plain;
+    }
+  }
+  return first_word(command) == "grep" &&
+         options.find('x') != std::string::npos &&
+         options.find('F') != std::string::npos;
+}
+
+// [[ ${list[$x]} ]] of an associative array asks whether it has that name.
+static void judge_members(context *c, const bash_command &command)
+{
+  for (const bash_word &word : command.words) {
+    for (size_t i = 0; i + 1 < word.expansions.size(); i++) {
+      const bash_expansion &array = word.expansions[i];
+      const bash_expansion &member = word.expansions[i + 1];
+      if (c->maps.count(array.name) != 0 && array.name != "orv" &&
+          array.subscript == "$" + member.name) {
+        c->judged.insert(scoped(*c, command.function, member.name));
+      }
+    }
+  }
+}
+
 void collect_judged(context *c)
 {
   for (const script *s : c->files) {
@@ -93,7 +122,10 @@ void collect_judged(context *c)
       const std::string &name = first_word(command);
       const bool asks = command.condition && c->functions.count(name) != 0;
       const bool tests = (name == "[" || name == "test") && compares(command);
-      if (command.kind == BASH_CASE || asks || tests ||
+      if (command.kind == BASH_TEST) {
+        judge_members(c, command);
+      }
+      if (command.kind == BASH_CASE || asks || tests || looks_up(command) ||
           (command.kind == BASH_TEST && compares(command))) {
         for (const bash_word &word : command.words) {
           judge(c, command, word);

@@ -80,7 +80,7 @@ static void check_menu(const device &dev, const form &f, const form_item &item,
   for (const form_line *line : item.lines) {
     if (line->keyword == "choice") {
       check_target(dev, *f.file, line->number, line->column,
-                   line->text.substr(0, line->text.find(' ')), found);
+                   choice_value(f, *line), found);
     }
   }
 }
@@ -117,8 +117,7 @@ static void add_links(const device &dev, const form &f,
     } else if (item.type == PT_FORMS_MENU) {
       for (const form_line *line : item.lines) {
         if (line->keyword == "choice") {
-          reached->insert(
-              split_target(line->text.substr(0, line->text.find(' '))).form);
+          reached->insert(split_target(choice_value(f, *line)).form);
         }
       }
     }

@@ -88,7 +88,7 @@ static void check_words(const form &f, const form_line &line, findings *found)
 static void check_choice_value(const form &f, const form_line &line,
                                findings *found)
 {
-  const std::string value = line.text.substr(0, line.text.find(' '));
+  const std::string value = choice_value(f, line);
   const size_t bad = value.find_first_of("\"\\`'");
   if (line.item >= 0 && bad != std::string::npos &&
       f.items[static_cast<size_t>(line.item)].type == PT_SELECT) {

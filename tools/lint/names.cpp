@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <string.h>
-#include <strings.h>
 
 #include "orv_limits.h"
 #include "rules.h"
@@ -108,36 +107,33 @@ static void compare(const form &f, const form_item &first,
   const form_line &line = *second.lines.front();
   const bool both_fixed =
       first.type == PT_TEXT_FIXED && second.type == PT_TEXT_FIXED;
-  if (strcasecmp(first.name.c_str(), second.name.c_str()) == 0) {
-    if (first.name != second.name) {
-      tell(found, f, line, 0, "name-case",
-           in_quotes(second.name) + " and " + in_quotes(first.name) +
-               " are the same name: the case of letters does not count",
-           first_use(f, first));
-    } else if (!both_fixed && !exclude_each_other(first, second)) {
-      tell(found, f, line, 0, "name-twice",
-           in_quotes(second.name) + " is the name of two items; the page posts"
-                                    " both and one value is lost",
-           first_use(f, first));
-    }
+  if (first.name != second.name) {
+    tell(found, f, line, 0, "name-case",
+         in_quotes(second.name) + " and " + in_quotes(first.name) +
+             " are the same name: the case of letters does not count",
+         first_use(f, first));
+  } else if (!both_fixed && !exclude_each_other(first, second)) {
+    tell(found, f, line, 0, "name-twice",
+         in_quotes(second.name) + " is the name of two items; the page posts"
+                                  " both and one value is lost",
+         first_use(f, first));
   }
 }
 
-// Whether `name` is that of a cell of the column.
-static bool is_cell_of(const std::string &name, const std::string &column)
-{
-  return name.size() > column.size() &&
-         strncasecmp(name.c_str(), column.c_str(), column.size()) == 0 &&
-         name.find_first_not_of("0123456789", column.size()) ==
-             std::string::npos;
-}
+// The items of a form by their names in small letters.
+typedef std::map<std::string, std::vector<const form_item *>> named_items;
 
 // A column named port makes port0, port1 and so on.
-static void check_clashes(const form &f, const form_item &item, findings *found)
+static void check_clashes(const form &f, const form_item &item,
+                          const named_items &columns, findings *found)
 {
-  for (const form_item &other : f.items) {
-    if (&other != &item && other.table >= 0 && is_variable(other) &&
-        is_cell_of(item.name, other.name)) {
+  const std::string name = lower(item.name);
+  const size_t digits = name.find_last_not_of("0123456789") + 1;
+  for (size_t length = std::max<size_t>(digits, 1); length < name.size();
+       length++) {
+    const auto column = columns.find(name.substr(0, length));
+    if (column != columns.end()) {
+      const form_item &other = *column->second.front();
       tell(found, f, *item.lines.front(), 0, "name-clash",
            in_quotes(item.name) + " is a cell of the column " +
                in_quotes(other.name) +
@@ -147,21 +143,32 @@ static void check_clashes(const form &f, const form_item &item, findings *found)
   }
 }
 
+// A form that has more items of one name is told of the first ones.
+static constexpr size_t SAME_NAME_MAX = 20;
+
 static void check_form(const form &f, findings *found)
 {
-  for (size_t i = 0; i < f.items.size(); i++) {
-    const form_item &item = f.items[i];
+  named_items columns;
+  for (const form_item &item : f.items) {
+    if (item.table >= 0 && is_variable(item)) {
+      columns[lower(item.name)].push_back(&item);
+    }
+  }
+  named_items before;
+  for (const form_item &item : f.items) {
     if (!is_variable(item) || starts_with(item.name, "unnamed")) {
       continue;
     }
     check_characters(f, item, found);
     check_reserved(f, item, found);
     check_length(f, item, found);
-    check_clashes(f, item, found);
-    for (size_t j = 0; j < i; j++) {
-      if (is_variable(f.items[j])) {
-        compare(f, f.items[j], item, found);
-      }
+    check_clashes(f, item, columns, found);
+    std::vector<const form_item *> &same = before[lower(item.name)];
+    for (const form_item *other : same) {
+      compare(f, *other, item, found);
+    }
+    if (same.size() < SAME_NAME_MAX) {
+      same.push_back(&item);
     }
   }
 }

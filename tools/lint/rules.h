@@ -61,6 +61,7 @@ device_check run_scripts;
 struct other_tools {
   int shellcheck; // the stream of its findings, or -1
   int pid;
+  std::string stubs; // the folder that it reads the library from, or ""
 };
 other_tools begin_tools(const device &dev, bool shellcheck);
 void end_tools(const device &dev, other_tools *tools, findings *found);

@@ -181,7 +181,7 @@ static void keep_choices(device_run *r)
       if (line.keyword == "choice" && line.item >= 0 &&
           entry.second.items[static_cast<size_t>(line.item)].type ==
               PT_FORMS_MENU) {
-        keep_subitem(r, line.text.substr(0, line.text.find(' ')));
+        keep_subitem(r, choice_value(entry.second, line));
       }
     }
   }

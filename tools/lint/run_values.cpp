@@ -142,20 +142,14 @@ static void check_text_reported(const device_run &r, const form &f,
 }
 
 // Those of the template, or the first words of the entries reported.
-static std::set<std::string> choices_of(const form_item &item,
+static std::set<std::string> choices_of(const form &f, const form_item &item,
                                         const values &all)
 {
-  std::set<std::string> choices;
-  for (const form_line *line : item.lines) {
-    if (line->keyword == "choice") {
-      choices.insert(line->text.substr(0, line->text.find(' ')));
-    }
-  }
+  std::set<std::string> choices = choices_of(f, item);
   if (item.type == PT_ISELECT) {
     const std::string stem = "select_" + lower(item.selector);
     for (int i = 0; all.count(stem + std::to_string(i)) != 0; i++) {
-      const auto words = split_words(all.at(stem + std::to_string(i)));
-      choices.insert(words.empty() ? "" : words[0]);
+      choices.insert(first_word(all.at(stem + std::to_string(i))));
     }
   }
   return choices;
@@ -164,7 +158,7 @@ static std::set<std::string> choices_of(const form_item &item,
 static void check_choice(const device_run &r, const form &f,
                          const form_item &item, const values &all)
 {
-  const std::set<std::string> choices = choices_of(item, all);
+  const std::set<std::string> choices = choices_of(f, item, all);
   const std::string name = lower(item.name);
   for (const auto &entry : all) {
     const bool cell = item.table >= 0 && starts_with(entry.first, name) &&

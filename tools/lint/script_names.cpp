@@ -11,18 +11,11 @@ std::string without_digits(const std::string &name)
 static const bash_assignment *array_of(const script &s,
                                        const bash_expansion &expansion)
 {
-  const bash_assignment *array = nullptr;
-  for (const bash_command &command : s.code.commands) {
-    for (const bash_assignment &assignment : command.assignments) {
-      if (assignment.name == expansion.name && !assignment.elements.empty()) {
-        if (array != nullptr) {
-          return nullptr;
-        }
-        array = &assignment;
-      }
-    }
-  }
-  return expansion.subscript == "@" && expansion.rest.empty() ? array : nullptr;
+  const auto array = s.arrays.find(expansion.name);
+  return array != s.arrays.end() && expansion.subscript == "@" &&
+                 expansion.rest.empty()
+             ? array->second
+             : nullptr;
 }
 
 // The names that a word stands for, as far as they are written out.

@@ -33,29 +33,62 @@ static std::string literal_line(const bash_command &command)
   return text;
 }
 
-// Only whole lines that stand in the script are judged.
-static void check_output(const script &s, const bash_command &command,
-                         const std::set<std::string> &captured, findings *found)
+// echo -n and the like print a part of a line.
+static bool has_no_end(const bash_command &command)
 {
-  const std::string &name = first_word(command);
+  const std::vector<bash_word> &words = command.words;
+  if (first_word(command) == "printf") {
+    return words.size() > 1 && words[1].plain[0] != '-' &&
+           !ends_with(words[1].plain, "\\n") &&
+           !ends_with(words[1].plain, "\n");
+  }
+  return first_word(command) == "echo" && words.size() > 1 &&
+         words[1].plain[0] == '-' &&
+         words[1].plain.find('n') != std::string::npos;
+}
+
+// Whether what the command prints goes elsewhere than to the page.
+static bool is_elsewhere(const bash_command &command,
+                         const std::set<std::string> &captured)
+{
   bool elsewhere = command.piped || command.substitution > 0 ||
                    captured.count(command.function) != 0;
   for (const bash_redirect &redirect : command.redirects) {
     elsewhere |= redirect.op.find('>') != std::string::npos &&
                  redirect.target.plain != "2" && redirect.target.plain != "1";
   }
-  if (command.redirects.empty()) {
-    elsewhere |= command.redirected_out;
-  }
-  if (elsewhere || name != "echo" || command.words.size() < 2) {
-    return;
-  }
+  return elsewhere || (command.redirects.empty() && command.redirected_out);
+}
+
+// Only whole lines that stand in the script are judged.
+static void check_output(const script &s, const bash_command &command,
+                         findings *found)
+{
   const std::string text = literal_line(command);
-  if (!text.empty() && text.find('=') == std::string::npos &&
+  if (first_word(command) == "echo" && !text.empty() &&
+      text.find('=') == std::string::npos &&
       text.find_first_not_of(" -ne") != std::string::npos) {
     tell(found, *s.file, command.line, command.column, "output-format",
          "Bad format script output: a page reads lines NAME=VALUE, from"
          " standard error, too");
+  }
+}
+
+// A part of a line is no line, nor is what goes on behind it.
+static void check_lines(const script &s, findings *found)
+{
+  const std::set<std::string> captured = captured_functions(s.code);
+  bool goes_on = false;
+  for (const bash_command &command : s.code.commands) {
+    const std::string &name = first_word(command);
+    if ((name != "echo" && name != "printf") ||
+        is_elsewhere(command, captured)) {
+      continue;
+    }
+    if (!goes_on && !has_no_end(command)) {
+      check_output(s, command, found);
+    }
+    goes_on = has_no_end(command);
   }
 }
 
@@ -139,14 +172,10 @@ void check_scripts(const device &dev, findings *found)
 {
   for (const auto &entry : dev.scripts) {
     const script &s = entry.second;
-    const std::set<std::string> captured = captured_functions(s.code);
     check_line_ends(s, found);
     check_interpreter(s, found);
-    if (!prints_values(dev, s)) {
-      continue;
-    }
-    for (const bash_command &command : s.code.commands) {
-      check_output(s, command, captured, found);
+    if (prints_values(dev, s)) {
+      check_lines(s, found);
     }
   }
 }

@@ -21,50 +21,47 @@ static bool is_passing(const std::string &path)
           path.size() == 1);
 }
 
-// Whether the script renames the file that the word names.
-static bool is_renamed(const bash_script &code, const std::string &word)
-{
-  return std::any_of(
-      code.commands.begin(), code.commands.end(), [&](const bash_command &c) {
-        return first_word(c) == "mv" &&
-               std::any_of(c.words.begin() + 1, c.words.end(),
-                           [&](const bash_word &w) { return w.plain == word; });
-      });
-}
+// What of a script is no setting yet.
+struct files_aside {
+  const script &s;
+  std::set<std::string> renamed; // words that mv is given
+  std::set<std::string> made;    // variables that mktemp has filled
+};
 
-// Whether the word is a variable that mktemp has filled.
-static bool is_made_aside(const bash_script &code, const bash_word &word)
+static files_aside collect_aside(const script &s)
 {
-  if (word.expansions.empty()) {
-    return false;
-  }
-  const std::string &name = word.expansions.back().name;
-  for (const bash_command &command : code.commands) {
+  files_aside aside = {s, {}, {}};
+  for (const bash_command &command : s.code.commands) {
+    if (first_word(command) == "mv") {
+      for (const bash_word &word : command.words) {
+        aside.renamed.insert(word.plain);
+      }
+    }
     for (const bash_assignment &assignment : command.assignments) {
-      if (assignment.name == name &&
-          assignment.value.text.find("mktemp") != std::string::npos) {
-        return true;
+      if (assignment.value.text.find("mktemp") != std::string::npos) {
+        aside.made.insert(assignment.name);
       }
     }
   }
-  return false;
+  return aside;
 }
 
 // A file that is renamed afterwards, or was made aside, is no setting yet.
-static void tell_store(const script &s, const bash_word &target,
+static void tell_store(const files_aside &aside, const bash_word &target,
                        findings *found)
 {
-  if (is_passing(target.plain) || is_renamed(s.code, target.plain) ||
-      is_made_aside(s.code, target)) {
+  if (is_passing(target.plain) || aside.renamed.count(target.plain) != 0 ||
+      (!target.expansions.empty() &&
+       aside.made.count(target.expansions.back().name) != 0)) {
     return;
   }
-  tell(found, *s.file, target.line, target.column, "store",
+  tell(found, *aside.s.file, target.line, target.column, "store",
        target.text + " is written over in place: a reader, or a lost power"
                      " supply, finds a part; write beside it, then rename");
 }
 
 // Appending is let out: a log is no setting.
-static void check_stores(const script &s, const bash_command &command,
+static void check_stores(const files_aside &aside, const bash_command &command,
                          findings *found)
 {
   // Emptying a file leaves no part of anything.
@@ -74,7 +71,7 @@ static void check_stores(const script &s, const bash_command &command,
       break;
     }
     if (redirect.op == ">" || redirect.op == ">|" || redirect.op == "&>") {
-      tell_store(s, redirect.target, found);
+      tell_store(aside, redirect.target, found);
     }
   }
   if (first_word(command) == "tee") {
@@ -84,7 +81,7 @@ static void check_stores(const script &s, const bash_command &command,
         break;
       }
       if (word[0] != '-') {
-        tell_store(s, command.words[i], found);
+        tell_store(aside, command.words[i], found);
       }
     }
   }
@@ -106,8 +103,9 @@ static void check_background(const script &s, const bash_command &command,
 void check_script_files(const device &dev, findings *found)
 {
   for (const auto &entry : dev.scripts) {
+    const files_aside aside = collect_aside(entry.second);
     for (const bash_command &command : entry.second.code.commands) {
-      check_stores(entry.second, command, found);
+      check_stores(aside, command, found);
       check_background(entry.second, command, found);
     }
   }

@@ -131,12 +131,16 @@ static size_t distance(const std::string &a, const std::string &b)
 // A longer word than this is no slip of the pen, and would take long.
 static constexpr size_t WORD_MAX = 60;
 
+// Among more words than these each has a neighbour.
+static constexpr size_t WORDS_MAX = 2000;
+
 // One slip in a short word, two in a longer one.
 std::string nearest(const std::string &word, const std::set<std::string> &words)
 {
   std::string best;
   size_t least = word.size() < 4 ? 2 : 3; // one slip more is another word
-  if (word.size() < 2 || word.size() > WORD_MAX) { // a letter is near to any
+  if (word.size() < 2 || word.size() > WORD_MAX || // a letter is near to any
+      words.size() > WORDS_MAX) {
     return best;
   }
   for (const std::string &candidate : words) {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
@@ -120,14 +122,56 @@ static void check_syntax(const device &dev, findings *found)
 
 // --- shellcheck --------------------------------------------------------------
 
+// What stands for the library: what it gives and takes, and nothing that takes
+// long to read for each script anew.
+static std::string stub(const device &dev)
+{
+  std::string text = "declare -A orv orv_was orv_label\n"
+                     "declare -a rows cells\n"
+                     ": \"${orv[@]}${orv_was[@]}${orv_label[@]}\"\n"
+                     ": \"${rows[@]}${cells[@]}\"\n";
+  for (const std::string &name : dev.library_variables) {
+    if (name != "orv_was" && name != "orv_label") {
+      text += name + "=\n: \"$" + name + "\"\n";
+    }
+  }
+  return text;
+}
+
+// A folder with the stub wherever a script looks for the library, "" when
+// there is no place for it.
+static std::string make_stubs(const device &dev)
+{
+  namespace fs = std::filesystem;
+  std::error_code error;
+  std::string dir =
+      (fs::temp_directory_path(error) / "orv-lint.XXXXXX").string();
+  if (error || mkdtemp(dir.data()) == nullptr) {
+    return "";
+  }
+  for (const auto &entry : dev.scripts) {
+    for (const std::string &source : entry.second.sources) {
+      if (is_library(source)) {
+        const fs::path path = fs::path(dir) / source;
+        fs::create_directories(path.parent_path(), error);
+        std::ofstream(path) << stub(dev);
+      }
+    }
+  }
+  return dir;
+}
+
 other_tools begin_tools(const device &dev, bool shellcheck)
 {
-  other_tools tools = {-1, -1};
+  other_tools tools = {-1, -1, ""};
   if (!shellcheck || dev.scripts.empty()) {
     return tools;
   }
-  std::vector<std::string> arguments = {"shellcheck", "-f", "gcc", "-s",
-                                        "bash",       "-x", "-P",  "SCRIPTDIR"};
+  tools.stubs = make_stubs(dev);
+  // SC2016: what single quotes hold back is mostly meant for another program.
+  std::vector<std::string> arguments = {
+      "shellcheck", "-f",     "gcc", "-s", "bash",
+      "-e",         "SC2016", "-x",  "-P", tools.stubs + ":SCRIPTDIR"};
   for (const auto &entry : dev.scripts) {
     arguments.push_back(entry.second.file->path);
   }
@@ -135,19 +179,12 @@ other_tools begin_tools(const device &dev, bool shellcheck)
   return tools;
 }
 
-static bool is_told(const findings &found, const std::string &path, int line)
-{
-  for (const finding &f : found) {
-    if (f.at.path == path && f.at.line == line) {
-      return true;
-    }
-  }
-  return false;
-}
+// The lines of which something is told.
+typedef std::set<std::pair<std::string, int>> told_lines;
 
 // "FILE:LINE:COL: LEVEL: TEXT [SCnnnn]"
 static void take_shellcheck_line(const device &dev, const std::string &line,
-                                 findings *found)
+                                 const told_lines &told, findings *found)
 {
   for (const auto &entry : dev.scripts) {
     const source_file &file = *entry.second.file;
@@ -164,7 +201,7 @@ static void take_shellcheck_line(const device &dev, const std::string &line,
         line.substr(file.path.size() + static_cast<size_t>(rest));
     const size_t level = text.find(": ");
     // What a rule of ours or bash has told of the line is not told twice.
-    if (level != std::string::npos && !is_told(*found, file.path, number)) {
+    if (level != std::string::npos && told.count({file.path, number}) == 0) {
       tell(found, file, number, column, "shellcheck", text.substr(level + 2));
     }
   }
@@ -174,9 +211,17 @@ void end_tools(const device &dev, other_tools *tools, findings *found)
 {
   check_syntax(dev, found);
   if (tools->pid > 0) {
+    told_lines told;
+    for (const finding &f : *found) {
+      told.insert({f.at.path, f.at.line});
+    }
     for (const std::string &line :
          split_lines(finish(tools->pid, tools->shellcheck))) {
-      take_shellcheck_line(dev, line, found);
+      take_shellcheck_line(dev, line, told, found);
     }
+  }
+  if (!tools->stubs.empty()) {
+    std::error_code error;
+    std::filesystem::remove_all(tools->stubs, error);
   }
 }

@@ -1,0 +1,156 @@
+// Forms: their items, and which scripts they run.
+
+#include <algorithm>
+
+#include "device.h"
+#include "keywords.h"
+#include "text.h"
+
+const std::vector<std::string> special_forms = {"orvmenu", "discard_or_return",
+                                                "no_changes", "changes_saved"};
+
+bool is_special(const std::string &form)
+{
+  return std::count(special_forms.begin(), special_forms.end(), form) != 0;
+}
+
+void tell(findings *found, const form &f, const form_line &line, size_t offset,
+          const char *rule, const std::string &text,
+          const std::vector<note> &notes)
+{
+  tell(found, *f.file, line.number, line.column + static_cast<int>(offset),
+       rule, text, notes);
+}
+
+// --- items -------------------------------------------------------------------
+
+bool is_input(const form_item &item)
+{
+  return item.input;
+}
+
+bool is_editable(const form_item &item)
+{
+  return item.input && item.type != PT_TEXT_FIXED;
+}
+
+// What the parser inserts, as far as no request has a say in it.
+std::string choice_value(const form &f, const form_line &line)
+{
+  const std::pair<const char *, std::string> inserted[] = {
+      {"$F$", f.name}, {"$#$", "#"}, {"$|$", ""}};
+  std::string value = first_word(line.text);
+  for (const auto &tag : inserted) {
+    for (size_t at = value.find(tag.first); at != std::string::npos;
+         at = value.find(tag.first, at + tag.second.size())) {
+      value.replace(at, 3, tag.second);
+    }
+  }
+  return value;
+}
+
+std::set<std::string> choices_of(const form &f, const form_item &item)
+{
+  std::set<std::string> values;
+  for (const form_line *line : item.lines) {
+    if (line->keyword == "choice") {
+      values.insert(choice_value(f, *line));
+    }
+  }
+  return values;
+}
+
+const form_line *attribute(const form_item &item, const char *keyword)
+{
+  for (const form_line *line : item.lines) {
+    if (line->keyword == keyword && !line->continues &&
+        line != item.lines.front()) {
+      return line;
+    }
+  }
+  return nullptr;
+}
+
+bool can_save(const form &f)
+{
+  return std::any_of(f.items.begin(), f.items.end(), is_editable);
+}
+
+// --- which form runs which script --------------------------------------------
+
+static const char *const task_keywords[TASKS] = {
+    "read_script", "check_script", "write_script", "navbar_script"};
+
+// The script's name is the line's first word, as the runner takes it.
+static std::string script_name(const std::string &form,
+                               const std::string &command)
+{
+  static const std::string installed = "/usr/share/larkspur/scripts/";
+  std::string word = command.substr(0, command.find(' '));
+  for (size_t at = word.find("$F$"); at != std::string::npos;
+       at = word.find("$F$")) {
+    word.replace(at, 3, form);
+  }
+  if (starts_with(word, installed)) {
+    word.erase(0, installed.size());
+  }
+  return word.empty() || word[0] == '/' ? "" : word;
+}
+
+static std::vector<script_line> script_lines(const form &f)
+{
+  std::vector<script_line> all;
+  for (int task = 0; task < TASKS; task++) {
+    script_line line = {task_keywords[task],
+                        header_keyword(task_keywords[task])->script, 0, 1, ""};
+    for (const form_line &given : f.lines) {
+      if (given.header && given.keyword == task_keywords[task]) {
+        line.text = given.text;
+        line.line = given.number;
+        line.column = given.column;
+      }
+    }
+    line.script = script_name(f.name, line.text);
+    all.push_back(line);
+  }
+  return all;
+}
+
+std::set<std::string> with_sources(const device &dev, const std::string &name)
+{
+  std::set<std::string> names;
+  std::vector<std::string> open = {name};
+  while (!open.empty()) {
+    const std::string next = open.back();
+    open.pop_back();
+    const auto at = dev.scripts.find(next);
+    if (at != dev.scripts.end() && !is_library(next) &&
+        names.insert(next).second) {
+      open.insert(open.end(), at->second.sources.begin(),
+                  at->second.sources.end());
+    }
+  }
+  return names;
+}
+
+std::vector<const form *> forms_of(const device &dev, const std::string &name)
+{
+  std::vector<const form *> forms;
+  for (const auto &entry : dev.forms) {
+    if (entry.second.runs.count(name) != 0) {
+      forms.push_back(&entry.second);
+    }
+  }
+  return forms;
+}
+
+// The navigation script has no values and so no say in names.
+void find_scripts(const device &dev, form *f)
+{
+  f->scripts = script_lines(*f);
+  for (const script_task task : {TASK_READ, TASK_CHECK, TASK_WRITE}) {
+    const std::set<std::string> more =
+        with_sources(dev, f->scripts[task].script);
+    f->runs.insert(more.begin(), more.end());
+  }
+}
