@@ -19,17 +19,17 @@ help A short name, by which others in your network find the device. A hyphen may
   stand inside it, not at its ends.
 
 heading2 Internet address (IPv4)
-# The condition below is decided when a page is drawn, so choosing another entry
-# shows or hides the section with the next press of any button.
+# The condition below is decided when a page is drawn: at once where browsers run
+# scripts, elsewhere with the next press of any button.
 select static_ip
 label Address
 choice no Automatic (DHCP)
 choice yes Static, set by hand
-prompt Choose Static and press Submit: the fields for it appear here
+prompt The fields for Static appear here, at the latest when you press Submit
 help $B$Automatic$R$: the router of your network gives the device its address.
-  $L$$B$Static$R$: you choose an address yourself. When you switch to Static,
-  press Submit once. Nothing is saved yet; the page comes back with the
-  fields to fill in.
+  $L$$B$Static$R$: you choose an address yourself. If the fields for it do not
+  appear by themselves, press Submit once: nothing is saved before they are
+  filled in.
 
 # The check script looks at these two: it does so only for a static address,
 # while a named check here would also refuse a field that is not shown.

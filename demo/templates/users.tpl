@@ -8,8 +8,7 @@ text Who may use these pages. To add somebody, fill in the last row and press
 help $B$Role$R$: an administrator may set everything, an operator may restart
   the device and see the log, a viewer may only look.
   $L$$B$New password$R$: leave it blank to keep the one that is stored, which no
-  page shows. A new user needs one, and so does a user with a new name. You see
-  what you type, so look who else does.
+  page shows. A new user needs one, and so does a user with a new name.
   $L$$B$Locked out$R$ keeps a user who may not log in.
 
 # The texts may be blank here, since a row is dropped when both are; the check

@@ -32,8 +32,8 @@ label Passphrase
 prompt $V:wl_hint$
 check nullok regex ^.{8,63}$
 check_msg wl_passphrase Use 8 to 63 letters, digits and signs, without " $ \ or `
-help You see what you type, so look who else does. Four words that have nothing
-  to do with each other are easy to remember and hard to guess.
+help Four words that have nothing to do with each other are easy to remember and
+  hard to guess.
 checkbox wl_apart
 label Guests
 rlabel Keep the devices of this network apart from each other

@@ -25,6 +25,9 @@ everyForm("is accessible and fits a phone in every state", async (form) => {
   await pressEnabled(page, "Expert");
   await pressEnabled(page, "Help");
   await assertLooks(page, `${form}, expert and help`);
+  // Secrets are hidden, and choices show their fields at once.
+  assert.doesNotMatch(await page.locator("main").innerText(),
+                      /see what you type|and press Submit: the/);
   const texts = page.locator("input[type=text]:visible:enabled");
   for (const text of await texts.all()) {
     await text.fill('no "such" value');

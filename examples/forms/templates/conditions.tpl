@@ -6,7 +6,7 @@ select static_ip
 label Address
 choice no Automatic (DHCP)
 choice yes Set by hand
-prompt After a change press Submit: the page shows the fields that belong to it
+prompt The fields that belong to it appear here, at the latest with Submit
 
 # Drawn for an address set by hand.  A value that is not drawn is checked all
 # the same, so its message needs a place of its own.
