@@ -43,9 +43,10 @@ static int form_running;
 static int table_running;
 static unsigned int row; // body row of the multi-column table being drawn
 
-static pt_body_item *drawn; // the field or table drawn last, or in progress
-static int row_labelled;    // the field row in progress shows its label
-static int failure_focused; // the first failing control has been drawn
+static pt_body_item *drawn;   // the field or table drawn last, or in progress
+static int row_labelled;      // the field row in progress shows its label
+static int failure_focused;   // the first failing control has been drawn
+static bool cell_has_message; // the cell in progress shows its column's error
 
 static char size_value[SIZE_SIZE]; // set before each use
 
@@ -645,7 +646,8 @@ static bool field_fails(const pt_body_item *itm)
 // and scripts may say so; what a script says of the column may be about any
 // cell, so it describes them all.
 // A field's error may be recorded under a label of its own, and is then shown
-// where the template wants it.
+// where the template wants it.  Where a row is drawn as a card, the message is
+// seen in each marked cell, else in the first row's.
 static void add_error_state(control_attrs *list, const pt_body_item *itm,
                             const char *varname)
 {
@@ -660,6 +662,7 @@ static void add_error_state(control_attrs *list, const pt_body_item *itm,
   if (has_error) {
     error_id(id, itm);
     add_attr(list, ATTR_DESCRIBEDBY, id);
+    cell_has_message = is_cell && (failing || row == 0);
   }
   if ((failing || has_error) && failure_focused == 0 &&
       itm->type != PT_TEXT_FIXED) {
@@ -729,6 +732,49 @@ static html_attribute *control_help(const pt_body_item *itm,
   return list.attrs;
 }
 
+// --- texts for narrow screens ------------------------------------------------
+// Empty elements whose attribute the style sheet draws where the text proper
+// stands too far away or is cut, so nothing is shown or read out twice.
+
+static void narrow_text(const char *css_class, const char *text)
+{
+  html_attribute hidden = {"aria-hidden", "true", nullptr};
+  html_attribute attr = {"data-text", text, &hidden};
+  html_span_begin(css_class, &attr);
+  html_span_end();
+}
+
+// Drops the markup codes of `text`, in place; a break becomes a blank.
+static void drop_markup(char *text)
+{
+  char *to = text;
+  while (*text != '\0') {
+    if (!is_markup(text)) {
+      *to++ = *text++;
+      continue;
+    }
+    if (text[1] == '$') {
+      *to++ = '$';
+    } else if (text[1] == 'L' || text[1] == 'I') {
+      *to++ = ' ';
+    }
+    text += 3;
+  }
+  *to = '\0';
+}
+
+static void cell_message(const pt_body_item *column)
+{
+  const char *recorded = recorded_error(column);
+  if (cell_has_message && recorded != nullptr) {
+    // Expanded like the paragraph's.
+    char *text = expand(const_cast<char *>(recorded));
+    drop_markup(text);
+    narrow_text("wrong", text);
+  }
+  cell_has_message = false;
+}
+
 // --- controls ----------------------------------------------------------------
 
 static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
@@ -745,6 +791,9 @@ static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
   } else {
     html_form_text_input(name, value, nullptr, nullptr, nullptr, nullptr,
                          attrs);
+  }
+  if (fixed != 0 && value != nullptr) {
+    narrow_text(nullptr, value); // a control's one line would cut it
   }
 }
 
@@ -935,6 +984,7 @@ static void op_mcol_trans(pt_body_item *itm, mcol_trans type)
     break;
   }
   case MCOL_COL_END:
+    cell_message(itm);
     html_td_end();
     break;
   case MCOL_END:

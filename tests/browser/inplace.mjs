@@ -7,6 +7,8 @@ import { act, address, assertLooks, button, complaints, field, heading, kept,
 
 const phone = { viewport: { width: 360, height: 640 } };
 const focused = (page) => page.evaluate(() => document.activeElement.name);
+const drawnIn = (element) => element.evaluate(
+  (e) => getComputedStyle(e, "::after").content);
 const marked = (page, attribute) => page.locator(`main [${attribute}]`)
   .evaluateAll((all) => all.map((one) => one.name).join());
 
@@ -65,6 +67,40 @@ test("a choice shows its fields at once, and nothing typed is lost",
   assert.equal(await valueOf(page, "own_more"), "kept", "no answer, no change");
 });
 
+test("a choice keeps what is said of entries that are still wrong",
+     async () => {
+  const page = await visit("own", phone);
+  await act(page, { own_passphrase: "short", own_name1: "b b", own_pin0: "x" });
+  await press(page, "Submit");
+  const said = page.locator("p.error");
+  const texts = await said.allInnerTexts();
+  assert.equal(texts.length, 4);
+  for (const [mode, names, count] of [
+    ["yes", "own_passphrase,own_pin0,own_name1", 4],
+    ["no", "own_passphrase,own_name1", 3],
+    ["yes", "own_passphrase,own_name1", 3],
+    ["no", "", 0]]) {
+    await act(page, { own_mode: mode });
+    await until(async () => await field(page, "own_more").count() ===
+                (mode === "yes" ? 1 : 0));
+    assert.equal(await marked(page, "aria-invalid"), names);
+    assert.equal(await marked(page, "aria-describedby"), names);
+    assert.equal(await said.count(), count);
+    if (count > 0) {
+      assert.equal(await said.first().innerText(),
+                   texts[0].replace("3", count - 1));
+      const row = page.locator("tr", { has: field(page, "own_passphrase") });
+      assert.equal(await row.locator("+ tr p.error").innerText(), texts[1]);
+      assert.equal(await drawnIn(page.locator(
+        "td:has([name=own_name1]) > [data-text]")), `"${texts[2]}"`);
+      await assertLooks(page, "drawn again with faults");
+    }
+    // What was typed anew is no longer known to be wrong.
+    await act(page, count === 4 ? { own_pin0: "7" } :
+      mode === "yes" ? { own_passphrase: "long enough", own_name1: "bb" } : {});
+  }
+});
+
 for (const javaScriptEnabled of [true, false]) {
   const how = javaScriptEnabled ? "" : " without JavaScript";
 
@@ -109,6 +145,12 @@ for (const javaScriptEnabled of [true, false]) {
     assert.equal(await page.locator("thead:visible").count(), 0);
     assert.match(await field(page, "own_pin1").evaluate((e) =>
       getComputedStyle(e.parentNode, "::before").content), /^"PIN"/);
+    const told = row("own_name1").locator("[data-text]").first();
+    assert.match(await drawnIn(told), /^"Name: Single word/);
+    const { y, height } = await told.boundingBox();
+    const edge = await page.locator("div.bottombar").boundingBox();
+    assert.ok(height > 15 && y > 0 && y + height <= edge.y, "it is in view");
+    assert.equal(await page.locator("td [data-text]:visible").count(), 3);
     if (javaScriptEnabled) {
       await act(page, { delete_own_1: true });
       await assertLooks(page, "a table with faults and a mark");
@@ -129,20 +171,52 @@ for (const javaScriptEnabled of [true, false]) {
   });
 }
 
+test("a fact of any length is seen whole on a phone", async () => {
+  await withScript("status.sh", "read -r 'orv[st_kernel]' <",
+                   "printf -v 'orv[st_kernel]' '%0230d' 7; : <", async () => {
+    const page = await visit("status", { javaScriptEnabled: false, ...phone });
+    const whole = page.locator("[name=st_kernel] + [data-text]");
+    assert.match(await drawnIn(whole), /^"0{229}7"$/);
+    const { x, width, height } = await whole.boundingBox();
+    assert.ok(x > 0 && x + width < 360 && height > 100);
+    await page.setViewportSize({ width: 1280, height: 800 });
+    assert.ok(await field(page, "st_kernel").boundingBox());
+  });
+});
+
 test("facts stay fresh, until Stop or the tab is hidden", async () => {
   const page = await newPage(phone);
   let load = 0;
+  let isAway = false;
   await page.route(/form=status/, async (route) => {
+    if (isAway) {
+      return route.abort();
+    }
     const body = (await (await route.fetch()).text())
       .replace('o_live_seconds" value="5"', 'o_live_seconds" value="0.1"')
-      .replaceAll(/(name="st_load" value=")[^"]*/g, `$1${load++}`)
+      .replaceAll(/(name="st_load" value=|data-text)(="|")[^"]* in 15 min/g,
+                  `$1$2${load++}`)
       .replace(/(o_live_tell" value=")[^"]*/, "$1st_load");
-    await route.fulfill({ body, contentType: "text/html" });
+    return route.fulfill({ body, contentType: "text/html" });
   });
   await page.goto(address("status"));
-  await until(async () => Number(await valueOf(page, "st_load")) > 2);
-  assert.match(await page.locator("[role=status]").first().textContent(),
-               /^Load: \d+$/);
+  const number = async () => Number(await valueOf(page, "st_load"));
+  await until(async () => await number() > 2);
+  const told = page.locator("[role=status]").first();
+  assert.match(await told.textContent(), /^Load: \d+$/);
+
+  isAway = true;
+  const fault = page.locator("main > p.error");
+  await fault.waitFor();
+  assert.match(await fault.innerText(), /^No new values since .*\.$/);
+  assert.equal(await told.textContent(), await fault.innerText());
+  await assertLooks(page, "away");
+  isAway = false;
+  const last = load;
+  await until(async () => await number() > last);
+  assert.equal(await fault.count(), 0);
+  assert.match(await told.textContent(), /^Load: \d+$/);
+  complaints.length = 0;
   await page.evaluate(() => {
     Object.defineProperty(document, "hidden", { value: true, writable: true });
     document.dispatchEvent(new Event("visibilitychange"));
@@ -180,7 +254,9 @@ test("a device that goes away is waited for, where it will be", async () => {
   assert.equal(await heading(page), "Saved");
   const line = page.locator("[role=status]");
   assert.match(await line.innerText(), /Waiting for the device at localhost:1/);
-  await line.locator("a[href*='localhost:1/']").waitFor();
+  assert.equal(await page.title(), "Waiting for the device");
+  await page.locator("[role=alert] a[href*='localhost:1/']").waitFor();
+  assert.equal(await page.title(), "No answer");
   assert.ok(await button(page, "Continue").isVisible());
   await assertLooks(page, "given up");
   complaints.length = 0;
@@ -191,7 +267,28 @@ test("a device that goes away is waited for, where it will be", async () => {
   await act(page, { rb_sure: true });
   await press(page, "Submit");
   await page.waitForURL(/cgi-bin\/orv$/, { timeout: 60000 });
-  assert.match(await heading(page), /gateway/);
+  assert.match(await heading(page), /^Restarted: .*gateway/);
+  assert.equal(await page.title(), await heading(page));
+});
+
+test("a save under way is not let go by Escape", async () => {
+  const page = await visit("own", phone);
+  let answer = () => {};
+  let posts = 0;
+  await page.route("**/cgi-bin/orv", async (route) => {
+    posts++;
+    await new Promise((done) => { answer = done; });
+    await route.continue();
+  });
+  await act(page, { own_passphrase: "long enough" });
+  await button(page, "Submit").click();
+  await until(() => posts);
+  await page.keyboard.press("Escape");
+  await button(page, "Submit").click();
+  await page.evaluate(() => fetch("/css/orv.css")); // behind any other
+  answer();
+  await until(async () => await heading(page) === "Saved");
+  assert.equal(posts, 1);
 });
 
 test("an answer that is no page, or late, takes nothing away", async () => {

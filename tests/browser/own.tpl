@@ -14,7 +14,7 @@ label Mode
 choice no Off
 choice yes On
 help Some help
-if $V:own_mode$
+if $V:OWN_Mode$
 heading2 More
 field own_more 10
 label More

@@ -255,6 +255,27 @@ def test_a_page_with_an_unsaved_secret_is_not_stored_by_the_browser(form):
             f"Cache-Control: private, no-{'cache' if stored else 'store'}"), changes
 
 
+def test_messages_and_facts_have_a_copy_for_narrow_screens(form):
+    site = form("fixed fact;fixed none;table t 1;field p;label P;ftable u 1;fixed cell",
+                'p0=a;p1=b;p2=c;cell0=<c>;fact=f&"')
+    # what the check script says, copies of it in cells
+    table = [
+        ("p1=Two", ["Two"]),
+        ("p2=$B$No$R$$L$$$$1$I$x;p1= ", ["No $1 x"]),
+        ("p1=A;p2=B", ["A", "A"]),
+        ("p=All", ["All"]),
+        ("q=Else", []),
+    ]
+    for said, cells in table:
+        site.form_script("f", read="cat f.vars", check="".join(
+            f"echo 'error_{line}';" for line in said.split(";")))
+        page = site.open("f").press("Submit", p0="new")
+        copies = [(e.get("class"), e.get("data-text"))
+                  for e in page.all("span") if e.get("data-text")]
+        assert copies == [(None, 'f&"'), *[("wrong", text) for text in cells],
+                          (None, "<c>")], said
+
+
 def rows(page):
     """The body rows: what each cell posts, the name of a deletion box, None
     for a cell without a control."""

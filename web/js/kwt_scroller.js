@@ -9,7 +9,6 @@ let timers = [];
 let notice = null; // is there while an answer is under way
 let asked = null; // how the form is drawn
 
-const find = (selector, page = document) => page.querySelector(selector);
 const all = (selector, page = document) =>
   [...page.querySelectorAll(selector)];
 const create = (name, properties) =>
@@ -33,6 +32,9 @@ function end() {
   notice = null;
 }
 
+// What is shown in place goes on when the browser stops.
+const stopped = () => notice?.isHere || end();
+
 // The page that comes back, or null.
 const load = (url, body) =>
   fetch(url, {method: body ? "POST" : "GET", body,
@@ -42,7 +44,7 @@ const load = (url, body) =>
     .catch(() => null);
 
 const isThisForm = (page) => page?.forms.f1 &&
-  carriedValue("form", page) === carriedValue("form");
+  carried("form", page) === carried("form");
 
 const fieldsOf = (form) => new URLSearchParams(new FormData(form));
 const send = (form, fields) => load(form.getAttribute("action"), fields);
@@ -56,18 +58,19 @@ addEventListener("submit", (event) => {
   begin();
   if (event.submitter?.value === "Submit" && find("[name^=o_wait_]")) {
     event.preventDefault();
+    notice.isHere = true;
     submitHere(event.target);
   }
 });
 
 // The browser's Stop, where we are told; Escape is its key.
 window.navigation?.addEventListener("navigate", ({signal}) =>
-  signal.addEventListener("abort", end));
+  signal.addEventListener("abort", stopped));
 
 // Enter would press the form's first button, Home; it means Submit.
 addEventListener("keydown", (event) => {
   if (event.key === "Escape") {
-    end();
+    stopped();
   }
   const submit = event.key === "Enter" && !event.isComposing &&
     /^(text|password|checkbox)$/.test(event.target.type) &&
@@ -120,8 +123,8 @@ function copyEntry(from, to) {
 
 // What stands around `twin` replaces what stands around `kept`.
 function replaceAround(kept, twin, root) {
-  kept.getAttributeNames().filter((name) => !twin.hasAttribute(name))
-    .forEach((name) => kept.removeAttribute(name));
+  kept.getAttributeNames().forEach(
+    (name) => twin.hasAttribute(name) || kept.removeAttribute(name));
   for (; kept !== root; kept = kept.parentNode, twin = twin.parentNode) {
     const parts = [...twin.parentNode.childNodes];
     const at = parts.indexOf(twin);
@@ -132,8 +135,9 @@ function replaceAround(kept, twin, root) {
   }
 }
 
-const isWatched = ({name, form}) =>
-  form?.dataset.conditions?.split(" ").includes(name);
+// Names differ by more than capitals.
+const isWatched = ({name, form}) => form?.dataset.conditions?.toLowerCase()
+  .split(" ").includes(name.toLowerCase());
 
 // Help stays, and marks of rows stay marks.
 function question(form) {
@@ -143,6 +147,33 @@ function question(form) {
     fields.set("action", "Help");
   }
   return fields;
+}
+
+// What was refused, and is as it was sent, is still wrong.  Messages move to
+// where they stood: in a row behind the field's, or behind the table.
+function keepMarks(pairs, main, fresh) {
+  const count = (page) => all("[aria-invalid]", page).length;
+  const wrong = count(main);
+  const said = find("p.error[role]");
+  for (const [one, twin] of pairs) {
+    const message = document.getElementById(
+      one.getAttribute("aria-describedby"));
+    if ((one.ariaInvalid || message) && !isChanged(one)) {
+      one.getAttributeNames().forEach((name) => /^a(ria|uto)/.test(name) &&
+        twin.setAttribute(name, one.getAttribute(name)));
+      twin.parentNode.append(...all(".wrong", one.parentNode));
+      const row = message?.closest("tr");
+      message && twin.closest(row ? "tr" : "table").after(row || message);
+    }
+  }
+  const left = count(fresh);
+  if (said && (left || !wrong) && !find(".error[role]", fresh)) {
+    if (left < wrong) {
+      said.textContent = said.textContent.replace(/^\d+/, left);
+    }
+    said.ariaLive = "off"; // it was read out before
+    find("h1", fresh).after(said);
+  }
 }
 
 // The last question counts; a fault leaves all as it was.
@@ -161,7 +192,8 @@ async function redraw(form) {
   if (pairs.length < own.size && `${fields}` !== `${question(form)}`) {
     return redraw(form); // a field goes that was typed in
   }
-  pairs.filter(([one]) => !one.disabled).forEach((pair) => copyEntry(...pair));
+  keepMarks(pairs, main, fresh);
+  pairs.forEach(([one, twin]) => one.disabled || copyEntry(one, twin));
   const kept = pairs.find(([one]) => one.matches(":focus"));
   if (kept) {
     replaceAround(...kept, main);
@@ -175,33 +207,51 @@ addEventListener("change", ({target}) =>
 
 // --- pages of facts ---
 // With live_seconds reported, and nothing to submit, values are refreshed; new
-// ones of the fields that live_tell names are read out.
+// ones of the fields that live_tell names are read out.  A sentence stands with
+// values that are old because no others came.
 
-const STOP = "Stop updates";
 
 function keepFresh() {
-  const least = 1000 * carriedValue("o_live_seconds");
+  const least = 1000 * carried("o_live_seconds");
   if (!least || find("[value=Submit]").offsetWidth) {
     return;
   }
-  const told = carriedValue("o_live_tell").split(" ");
+  const told = carried("o_live_tell").split(" ");
   const status = create("div", {className: "told", role: "status"});
   const stop = create("input", {type: "button", className: "bottombar"});
+  const fault = create("p", {className: "error", role: "note"});
   const query = new URLSearchParams(["form", "subitem", "expert_mode"]
-    .map((name) => [name, carriedValue(name)]));
+    .map((name) => [name, carried(name)]));
+  let since = new Date();
   let pause = 0;
   let timer;
   let isOn;
 
   function show(page) {
+    status.textContent = "";
+    fault.remove();
+    since = new Date();
     for (const fact of all("main [type=text]")) {
-      const value = page.getElementsByName(fact.name)[0]?.value || "";
+      const twin = page.getElementsByName(fact.name)[0];
+      const value = twin?.value || "";
       if (fact.value !== value && told.includes(fact.name)) {
         status.textContent = `${nameOf(fact)}: ${value}`;
       }
-      fact.value = value;
+      if (fact.value !== value) {
+        fact.value = value;
+        find("[data-text]", fact.parentNode)?.remove();
+        twin && fact.after(...all("[data-text]", twin.parentNode));
+      }
     }
     find(".hidden").replaceWith(find(".hidden", page));
+  }
+
+  function warn() {
+    if (!fault.isConnected) {
+      fault.textContent = status.textContent =
+        `No new values since ${since.toLocaleTimeString()}.`;
+      find("form").before(fault);
+    }
   }
 
   async function refresh() {
@@ -209,8 +259,7 @@ function keepFresh() {
     const page = await load(`?${query}`);
     const isFresh = isThisForm(page);
     if (isOn) {
-      stop.value = isFresh ? STOP : `No answer. ${STOP}`;
-      isFresh && show(page);
+      isFresh ? show(page) : warn();
     }
     pause = isFresh ? 4 * (Date.now() - began) : 2 * pause;
     plan();
@@ -226,7 +275,8 @@ function keepFresh() {
 
   stop.onclick = () => {
     isOn = !isOn;
-    stop.value = isOn ? STOP : "Start updates";
+    stop.value = isOn ? "Stop updates" : "Start updates";
+    fault.remove();
     plan();
   };
   document.addEventListener("visibilitychange", plan);
@@ -237,7 +287,17 @@ function keepFresh() {
 // --- a device that goes away ---
 // The page that confirms runs no scripts; where wait_restart (seconds) or
 // wait_address (the new one) is reported, this page shows it and waits, and
-// counts wait_confirm, the seconds after which a change goes back.
+// counts wait_confirm, the seconds after which a change goes back.  The page
+// that follows a restart learns of it from its address.
+
+const RESTARTED = "#restarted";
+
+function tellRestart() {
+  if (location.hash === RESTARTED) {
+    document.title = find("h1").textContent = `Restarted: ${document.title}`;
+    history.replaceState(null, "", location.pathname);
+  }
+}
 
 async function submitHere(form) {
   const fields = fieldsOf(form);
@@ -254,14 +314,14 @@ async function submitHere(form) {
   find("main").focus();
   addButtons(document);
   scrollToCoordinates();
-  if (carriedValue("form") !== "changes_saved") {
+  if (carried("form") !== "changes_saved") {
     return;
   }
-  if (carriedValue("o_wait_restart") + carriedValue("o_wait_address")) {
+  if (carried("o_wait_restart") + carried("o_wait_address")) {
     waitForDevice();
   }
-  if (+carriedValue("o_wait_confirm")) {
-    countDown(+carriedValue("o_wait_confirm"));
+  if (+carried("o_wait_confirm")) {
+    countDown(+carried("o_wait_confirm"));
   }
 }
 
@@ -281,9 +341,9 @@ function countDown(seconds) {
 }
 
 async function waitForDevice() {
-  const least = 1000 * carriedValue("o_wait_restart") || 20000;
+  const least = 1000 * carried("o_wait_restart") || 20000;
   const url = new URL(location.pathname, location.href);
-  url.host = carriedValue("o_wait_address") || url.host;
+  url.host = carried("o_wait_address") || url.host;
   const line = create("p", {className: "waiting", role: "status"});
   const worker = new Worker("/js/position.js"); // asks any address
   let isBack = false;
@@ -291,20 +351,24 @@ async function waitForDevice() {
   const began = Date.now();
   find("form").before(line);
   line.append(`Waiting for the device at ${url.host} …`, create("progress"));
+  document.title = "Waiting for the device";
   worker.onmessage = () => { isBack = true; };
   for (let pause = 2000; Date.now() - began < 10 * least; pause *= 1.5) {
     isBack = false;
     worker.postMessage(url.origin + ICON);
     await new Promise((done) => { setTimeout(done, Math.min(pause, 15000)); });
     if (isBack && (wasAway || Date.now() - began > least)) {
-      location.assign(url);
+      // By its "?" this is another page, which the browser has to load.
+      location.assign(carried("o_wait_restart") ? `${url}?${RESTARTED}`
+                                                     : url);
       return;
     }
     wasAway ||= !isBack;
   }
-  line.className = "error";
-  line.replaceChildren("No answer. See that the device has power and its " +
-    "cable, then open ", create("a", {href: url, textContent: url.host}));
+  document.title = "No answer";
+  Object.assign(line, {className: "error", role: "alert"});
+  line.replaceChildren("No answer. Does the device have power and its cable? " +
+    "Then open ", create("a", {href: url, textContent: url.host}));
 }
 
 // --- changes that would be lost ---
@@ -337,6 +401,7 @@ addEventListener("input", (event) => {
 addEventListener("DOMContentLoaded", () => {
   addButtons(document);
   keepFresh();
+  tellRestart();
 });
 
 // What Back brings was sent or given up.

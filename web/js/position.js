@@ -1,9 +1,11 @@
 // Where the page stands: a press does not throw the reader back to the top.
 "use strict";
 
+const find = (selector, page = document) => page.querySelector(selector);
+
 // The value of a hidden field of the page, "" where it has none.
-function carriedValue(name, page = document) {
-  const field = page.querySelector(`[type=hidden][name="${name}"]`);
+function carried(name, page = document) {
+  const field = find(`[type=hidden][name="${name}"]`, page);
   return field ? field.value : "";
 }
 
@@ -20,10 +22,10 @@ function scrolledForm(form) {
 }
 
 function saveScrollCoordinates(form) {
-  const field = form && form.querySelector("[name=scroll_y]");
+  const field = form && find("[name=scroll_y]", form);
   if (field) {
     field.value = String(Math.max(0, Math.round(window.scrollY)));
-    scrolledForm(carriedValue("form"));
+    scrolledForm(carried("form"));
   }
 }
 
@@ -34,8 +36,8 @@ function scrollToCoordinates() {
   if (visit && visit.type !== "navigate") {
     return; // Back, Forward, Reload: the browser knows the place better
   }
-  const name = carriedValue("anchor_target");
-  const failed = document.querySelector("[autofocus]");
+  const name = carried("anchor_target");
+  const failed = find("[autofocus]");
   const target = failed || name && (document.getElementById(name) ||
                                     document.getElementsByName(name)[0]);
   if (failed) {
@@ -43,8 +45,8 @@ function scrollToCoordinates() {
   }
   if (target) {
     target.scrollIntoView({block: failed ? "nearest" : "start"});
-  } else if ([null, carriedValue("form")].includes(scrolledForm())) {
-    window.scrollTo(0, parseInt(carriedValue("scroll_y"), 10) || 0);
+  } else if ([null, carried("form")].includes(scrolledForm())) {
+    window.scrollTo(0, parseInt(carried("scroll_y"), 10) || 0);
   }
 }
 
