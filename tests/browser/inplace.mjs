@@ -85,10 +85,9 @@ test("a choice keeps what is said of entries that are still wrong",
                 (mode === "yes" ? 1 : 0));
     assert.equal(await marked(page, "aria-invalid"), names);
     assert.equal(await marked(page, "aria-describedby"), names);
-    assert.equal(await said.count(), count);
+    assert.deepEqual(await said.allInnerTexts(), count === 0 ? [] :
+      [texts[0].replace("3", count - 1), ...texts.slice(1, count)]);
     if (count > 0) {
-      assert.equal(await said.first().innerText(),
-                   texts[0].replace("3", count - 1));
       const row = page.locator("tr", { has: field(page, "own_passphrase") });
       assert.equal(await row.locator("+ tr p.error").innerText(), texts[1]);
       assert.equal(await drawnIn(page.locator(

@@ -156,15 +156,16 @@ function keepMarks(pairs, main, fresh) {
   const wrong = count(main);
   const said = find("p.error[role]");
   for (const [one, twin] of pairs) {
-    const message = document.getElementById(
-      one.getAttribute("aria-describedby"));
-    if ((one.ariaInvalid || message) && !isChanged(one)) {
+    if (one.matches("[aria-invalid], [aria-describedby]") && !isChanged(one)) {
       one.getAttributeNames().forEach((name) => /^a(ria|uto)/.test(name) &&
         twin.setAttribute(name, one.getAttribute(name)));
       twin.parentNode.append(...all(".wrong", one.parentNode));
-      const row = message?.closest("tr");
-      message && twin.closest(row ? "tr" : "table").after(row || message);
     }
+  }
+  for (const message of all("p.error[id]", main).reverse()) {
+    const row = message.closest("tr");
+    find(`[aria-describedby=${message.id}]`, fresh)
+      ?.closest(row ? "tr" : "table").after(row || message);
   }
   const left = count(fresh);
   if (said && (left || !wrong) && !find(".error[role]", fresh)) {
