@@ -2,6 +2,8 @@
 import json
 import os
 import pathlib
+import pty
+import re
 import resource
 import shutil
 import subprocess
@@ -218,6 +220,43 @@ def test_two_hundred_templates_take_less_than_a_second(device):
     start = spent()
     assert len(lint(device)) >= 200
     assert spent() - start < float(os.environ.get("SECONDS_FOR_200", 1))
+
+
+def on_a_terminal(command):
+    """What the command writes to a terminal."""
+    master, slave = pty.openpty()
+    with subprocess.Popen(command, stdout=slave, stderr=slave, stdin=slave) as run:
+        os.close(slave)
+        said = b""
+        try:
+            while got := os.read(master, 65536):
+                said += got
+        except OSError:  # nobody writes to it any more
+            pass
+        os.close(master)
+    return said.replace(b"\r\n", b"\n"), run.returncode
+
+
+def test_no_control_character_of_a_file_reaches_a_terminal(tmp_path):
+    for name in "templates", "scripts":
+        (tmp_path / name).mkdir()
+    evil = "\x1b]0;x\x07\x9b31m\x7f"
+    (tmp_path / f"templates/{evil}.tpl").write_bytes(
+        f"title é{evil}\nbody\nfeild\té{evil} \n".encode() + b"te\x9bxt\n")
+    (tmp_path / "scripts/s.sh").write_bytes(f"#!/bin/bash\nif '{evil}\n".encode())
+    for option in "text", "gcc", "json":
+        said, status = on_a_terminal([LINT, f"--format={option}", tmp_path])
+        assert status == 1 and not re.search(
+            "[\0-\b\x0b-\x1f\x7f-\x9f\ufffd]", said.decode("utf-8", "replace")), said
+        if option == "json":
+            end = said.rindex(b"]") + 1
+            assert any(evil in finding["file"] for finding in json.loads(said[:end]))
+        else:
+            assert rb"\x1b]0;x\x07\xc2\x9b31m\x7f.tpl:3:1: error: " in said
+            assert rb"te\x9bxt" in said and "é".encode() in said
+    evil = tmp_path / evil
+    assert on_a_terminal([LINT, evil])[0].startswith(b"orv-lint: ")
+    assert b"\x1b" not in on_a_terminal([LINT, evil])[0]
 
 
 def test_the_program_says_how_it_is_used(tmp_path):

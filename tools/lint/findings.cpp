@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "rules.h"
+#include "terminal.h"
 #include "text.h"
 
 void tell(findings *found, const source_file &file, int line, int column,
@@ -77,6 +78,51 @@ static void tell_unknown_switches(const source_files &files, findings *found)
 
 // --- output ------------------------------------------------------------------
 
+// Texts and names of files are somebody else's: a terminal obeys none of it.
+static void write_shown(const std::string &text)
+{
+  for (size_t at = 0; at < text.size();) {
+    at += terminal_char(stdout, text.c_str() + at);
+  }
+}
+
+static void write_place(const place &at)
+{
+  write_shown(at.path);
+  printf(":%d:%d: ", at.line, at.column);
+}
+
+// Tabs stay in the line and in the blanks that stand for it.
+static void write_line(const std::string &line)
+{
+  for (size_t at = 0; at < line.size();) {
+    if (line[at] == '\t') {
+      putchar(line[at++]);
+    } else {
+      at += terminal_char(stdout, line.c_str() + at);
+    }
+  }
+}
+
+static std::string blanks_for(const std::string &line, size_t size)
+{
+  constexpr size_t SHOWN_BYTE = sizeof "\\x1b" - 1;
+  std::string blanks;
+  for (size_t at = 0; at < size;) {
+    const char *text = line.c_str() + std::min(at, line.size());
+    const size_t length = std::max(terminal_utf8_length(text), size_t(1));
+    if (at < line.size() && *text == '\t') {
+      blanks += '\t';
+    } else if (at < line.size() && terminal_is_control(text)) {
+      blanks.append(length * SHOWN_BYTE, ' ');
+    } else {
+      blanks += ' ';
+    }
+    at += length;
+  }
+  return blanks;
+}
+
 static void write_caret(const source_files &files, const place &at)
 {
   const auto file = files.find(at.path);
@@ -86,43 +132,49 @@ static void write_caret(const source_files &files, const place &at)
   }
   const std::string &line =
       file->second.lines[static_cast<size_t>(at.line) - 1];
-  std::string under;
-  for (int i = 0; i + 1 < at.column; i++) {
-    const size_t place = static_cast<size_t>(i);
-    under += place < line.size() && line[place] == '\t' ? '\t' : ' ';
-  }
-  printf("%5d | %s\n      | %s^\n", at.line, line.c_str(), under.c_str());
+  printf("%5d | ", at.line);
+  write_line(line);
+  printf("\n      | %s^\n",
+         blanks_for(line, static_cast<size_t>(at.column) - 1).c_str());
 }
 
 static void write_text(const source_files &files, const finding &f,
                        const char *level, bool carets)
 {
-  printf("%s:%d:%d: %s: %s [%s]\n", f.at.path.c_str(), f.at.line, f.at.column,
-         level, f.text.c_str(), f.rule.c_str());
+  write_place(f.at);
+  printf("%s: ", level);
+  write_shown(f.text);
+  printf(" [%s]\n", f.rule.c_str());
   if (carets) {
     write_caret(files, f.at);
   }
   for (const note &more : f.notes) {
-    printf("%s:%d:%d: note: %s [%s]\n", more.at.path.c_str(), more.at.line,
-           more.at.column, more.text.c_str(), f.rule.c_str());
+    write_place(more.at);
+    printf("note: ");
+    write_shown(more.text);
+    printf(" [%s]\n", f.rule.c_str());
   }
 }
 
 // A text that is no UTF-8 is written byte by byte, so that the whole stays
-// JSON.
+// JSON; what a terminal obeys is written by its number.
 static void write_json_text(const std::string &text)
 {
   const bool plain = is_utf8(text);
   putchar('"');
-  for (const char c : text) {
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
-      printf("\\%c", c);
-    } else if (byte < ' ' || (byte >= 0x80 && !plain)) {
-      printf("\\u%04x", static_cast<unsigned>(byte));
+  for (size_t at = 0; at < text.size();) {
+    const char *c = text.c_str() + at;
+    const size_t length =
+        plain ? std::max(terminal_utf8_length(c), size_t(1)) : 1;
+    const unsigned char last = static_cast<unsigned char>(c[length - 1]);
+    if (*c == '"' || *c == '\\') {
+      printf("\\%c", *c);
+    } else if (terminal_is_control(c) || (last >= 0x80 && !plain)) {
+      printf("\\u%04x", static_cast<unsigned>(last)); // that of a C1 character
     } else {
-      putchar(c);
+      fwrite(c, 1, length, stdout);
     }
+    at += length;
   }
   putchar('"');
 }

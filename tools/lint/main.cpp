@@ -7,6 +7,7 @@
 #include <syslog.h>
 
 #include "rules.h"
+#include "terminal.h"
 #include "text.h"
 
 #ifndef ORV_VERSION
@@ -56,13 +57,15 @@ static bool lint(const std::string &dir, const options &o,
   device dev;
   findings found;
   if (!read_device(dir, &dev, &found)) {
-    fprintf(stderr, "orv-lint: %s: no folder templates in it can be read\n",
-            dir.c_str());
+    terminal_print(stderr,
+                   "orv-lint: %s: no folder templates in it can be read\n",
+                   dir.c_str());
     return false;
   }
   // Half a device would be told of what stands in the other half.
   for (const std::string &path : dev.unread) {
-    fprintf(stderr, "orv-lint: %s: no permission to read it\n", path.c_str());
+    terminal_print(stderr, "orv-lint: %s: no permission to read it\n",
+                   path.c_str());
   }
   if (!dev.unread.empty()) {
     return false;
@@ -83,8 +86,8 @@ static int explain_rule(const char *name)
 {
   const rule_text *rule = find_rule(name);
   if (rule == nullptr) {
-    fprintf(stderr, "orv-lint: no rule \"%s\"%s; --rules lists them\n", name,
-            did_you_mean(name, rule_names()).c_str());
+    terminal_print(stderr, "orv-lint: no rule \"%s\"%s; --rules lists them\n",
+                   name, did_you_mean(name, rule_names()).c_str());
     return EXIT_TROUBLE;
   }
   explain(*rule);
@@ -97,7 +100,7 @@ static bool take_format(const std::string &name, output_format *format)
       {"text", FORMAT_TEXT}, {"gcc", FORMAT_GCC}, {"json", FORMAT_JSON}};
   const auto row = formats.find(name);
   if (row == formats.end()) {
-    fprintf(stderr, "orv-lint: no format \"%s\"\n", name.c_str());
+    terminal_print(stderr, "orv-lint: no format \"%s\"\n", name.c_str());
     return false;
   }
   *format = row->second;

@@ -13,6 +13,7 @@
 
 #include "orv_limits.h"
 #include "rules.h"
+#include "terminal.h"
 #include "text.h"
 
 static constexpr long SLOW_MS = 1000;
@@ -237,7 +238,8 @@ void run_scripts(const device &dev, findings *found)
   std::string dir =
       (fs::temp_directory_path(error) / "orv-lint.XXXXXX").string();
   if (error || mkdtemp(dir.data()) == nullptr) {
-    fprintf(stderr, "orv-lint: no folder for a copy of %s\n", dev.dir.c_str());
+    terminal_print(stderr, "orv-lint: no folder for a copy of %s\n",
+                   dev.dir.c_str());
     return;
   }
   for (const char *part :

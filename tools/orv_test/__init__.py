@@ -2,5 +2,6 @@
 
 `page` reads a page as a browser does, `device` runs the executable on a copy of
 a device's folder, `script` knows the lines of a test, `run` carries them out,
-`record` writes them while a person clicks, `main` is the command.
+`record` writes them while a person clicks, `terminal` shows foreign text, `main`
+is the command.
 """

@@ -8,6 +8,7 @@ import textwrap
 
 from . import record, run, script
 from .device import CannotRun, Device, device_of, executable, is_device
+from .terminal import shown
 
 VERSION = pathlib.Path(__file__).resolve().parents[2] / "VERSION"
 PASSED, FAILED, CANNOT_RUN = 0, 1, 2
@@ -57,7 +58,8 @@ Exit status: 0 all passed, 1 a test failed, 2 the tests could not be run."""
 
 
 def say(*lines):
-    print(*lines, sep="\n", file=sys.stderr)
+    print(*(shown(line) for text in lines for line in text.split("\n")), sep="\n",
+          file=sys.stderr)
 
 
 def options(arguments):
@@ -112,9 +114,10 @@ def test(cases, orv):
             report = run.run(case, device)
         failed += bool(report)
         name = pathlib.Path(case.where.rpartition(":")[0]).stem
-        print(f"{'not ok' if report else 'ok'} {number} - {name}: "
-              + case.name.replace("#", "\\#"), *(f"# {line}" for line in report),
-              sep="\n", flush=True)
+        head = (f"{'not ok' if report else 'ok'} {number} - {name}: "
+                + case.name.replace("#", "\\#"))
+        print(*map(shown, (head, *(f"# {line}" for line in report))), sep="\n",
+              flush=True)
     many = "1 test" if len(cases) == 1 else f"{len(cases)} tests"
     print(f"# {failed} of {many} failed" if failed else f"# {many} passed")
     return FAILED if failed else PASSED
