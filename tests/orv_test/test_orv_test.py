@@ -6,6 +6,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import urllib.error
 import urllib.parse
 import urllib.request
 
@@ -21,7 +22,7 @@ COMMAND = [TOOLS / "orv-test", "--orv", os.environ["ORV"]]
 FORMS = {
     "net": "title Net $S$\nhelp_mode\nexpert_mode\nbody\nerror $E$\nfmenu\n"
            "choice net/b The other\ntext Hello $B$$V:kind$$R$.\nfield mtu\n"
-           "label Packet size\ncheck decimal 1 99\nfixed kind\ncheckbox on\n"
+           "label Packet size\ncheck decimal 1 99\nhelp Of one packet\nfixed kind\ncheckbox on\n"
            "select mode\nchoice a Automatic\nchoice b By hand\nif $V:on$\n"
            "field extra\nendif\ntable acl 2\nfield src\ncheckbox off",
     "orvmenu": "title Menu\nbody\ntext Start\nfmenu\nchoice net/eth0 Network",
@@ -88,7 +89,14 @@ TRUE = [  # what is done, what is so then
     ("open ../net", "status 403", "errors"),
     ("open;follow Network;press Expert", "form net/eth0", "button Simple"),
     (BAD, "errors", "error mtu", "error mtu Number out ...", "value mtu 200",
-     "message 1 errors found"),
+     "message 1 errors found", "error mtu ...of range...", "error ...of range...",
+     "error ...errors found"),
+    (f"{OPEN};set mtu 7;delete acl 0;tick on;redraw", "field extra", "value mtu 7",
+     "ticked delete_acl_0", "ticked on", "rows acl 2", "form net/eth0"),
+    (f"{OPEN};press Help;tick on;redraw", "field extra", "text Of one packet"),
+    (f"{BAD};tick on;redraw;set extra 1;redraw", "error mtu Number out ...",
+     "message 1 errors found", "value extra 1"),
+    (f"{OPEN};follow The other;tick on;redraw;back", "form net/eth0"),
     (f"{OPEN};set mtu 13;press Submit", 'sent new_mtu="13"', "error mtu Unlucky"),
     (NEW, "form changes_saved", "sent", 'sent new_src2="a b"', "stored net",
      'stored net mtu="50"', "stored env none", 'stored net off0="True"'),
@@ -107,6 +115,9 @@ FALSE = [
     (NEW, 'sent new_extra="x"', "sent new_mtu", "stored net mtu",
      "stored net mtu=40", "link Network"),
     (f"{NEW};reset;{OPEN}", "value mtu 50", "stored net"),
+    (BAD, "error mtu of range", "error ...under..."),
+    (f"{BAD};set mtu 9;tick on;redraw", "errors", "sent", "value mtu 200"),
+    (f"{OPEN};tick on;redraw", "text Of one packet", "errors"),
 ]
 
 
@@ -176,48 +187,133 @@ def test_a_failure_names_its_line_and_what_was_found_instead(device):
     ("test a\nexpect no fild a", 2, 'unknown expectation "fild"; did you mean "field"?'),
     ("test a\nopen x\nset", 3, "it is: set NAME [VALUE]"),
     ("test a\ndelete acl one\n", 2, 'ROW is a number, not "one"'),
-    ("test a\nopen net", 1, "the test expects nothing"),
+    ("test a\nopen net", 1, "expects nothing; end it with a line such as "),
+    ("test\nexpect form net", 1, "write: test SENTENCE"),
+    ("test a\x1b[31m\nopne net\x9b\nexpect sent", 2, "opne net\\xc2\\x9b\n"),
 ])
 def test_a_file_with_a_faulty_line_is_not_run(device, text, line, told):
     said = "\n".join(run(device, text, 2))
     assert f"x.test:{line}: " in said and told in said
 
 
-def test_what_somebody_clicked_is_recorded_and_passes(device):
-    with subprocess.Popen([*COMMAND, "--record", "tests/new.test"], cwd=device,
-                          stderr=subprocess.PIPE, text=True) as recorder:
-        base = re.search("http://[0-9.:]+", recorder.stderr.readline())[0]
+REFUSALS = [  # what cannot be done, and the line to write instead
+    ("set mtu 1", 'no page is open; begin with a line "open FORM"'),
+    (f"{OPEN};set on 1", "write: tick on"), (f"{OPEN};tick mode", "write: choose mode VALUE"),
+    (f"{OPEN};choose mtu 1", "write: set mtu VALUE"),
+    (f"{OPEN};set kind 1", "write: expect value kind VALUE"),
+    (f"{OPEN};expect value on", "write: expect ticked on"),
+    (f"{OPEN};expect ticked mtu", "write: expect value mtu VALUE"),
+    (f"{OPEN};choose mode c", 'there is a, Automatic, b, By hand'),
+    (f"{OPEN};delete acl 2", "rows 0, 1 can be deleted"),
+    (f"{OPEN};delete acls 2", 'did you mean "acl"?'), (f"{OPEN};back", '"follow TEXT" or'),
+    ("open;set mtu 1", 'open the form first, with "open FORM"'),
+    ("open;redraw;press Submit", 'expect no button Submit'),
+    ("open nosuch;redraw", "open FORM"),
+    (f"{BAD};expect error mtu of range", "(for a part write ...of range...)"),
+    (f"{OPEN};expect stored net", "nothing was stored"),
+]
 
-        def get(query):
-            with urllib.request.urlopen(f"{base}/cgi-bin/orv?{query}") as answer:
-                return Page(answer.status, answer.read())
 
-        def press(page, label, **changes):
-            (button,) = [b for b in page.controls_of("submit") if b.value == label]
-            for name, value in changes.items():
-                control = page.fields[name]
-                control.value, control.is_ticked = value, value == "True"
-            data = urllib.parse.urlencode(page.posted(button)).encode()
-            request = urllib.request.Request(f"{base}/cgi-bin/orv", data,
-                                             {"Origin": base})
+def test_every_refusal_says_what_to_write(device):
+    said = run(device, "\n".join(line for did, _ in REFUSALS for line in (
+        f"test {did}", *did.split(";"), "expect field mtu")), 1)
+    parts = "\n".join(said).split("\nnot ok ")[1:]
+    assert len(parts) == len(REFUSALS)
+    for (did, told), part in zip(REFUSALS, parts):
+        assert told in part, (did, part)
+    assert "".join(run(device, "test a\x1b\nexpect text b\x1b", 1)).count("\\x1b") == 2
+
+
+class Recording:
+    """A recording under way: what a browser sends, and what was written."""
+
+    def __init__(self, device, recorder):
+        self.device, self.recorder = device, recorder
+        self.base = re.search("http://[0-9.:]+", recorder.stderr.readline())[0]
+
+    def ask(self, query="", fields=None, **headers):
+        data = None if fields is None else urllib.parse.urlencode(fields).encode()
+        headers = ({"Origin": self.base} if data else {}) | headers
+        headers = {name.replace("_", "-"): value for name, value in headers.items()}
+        url = f"{self.base}/cgi-bin/orv" + f"?{query}" * bool(query)
+        request = urllib.request.Request(url, data, headers)
+        try:
             with urllib.request.urlopen(request) as answer:
                 return Page(answer.status, answer.read())
+        except urllib.error.HTTPError as error:
+            return Page(error.code, error.read())
 
-        get("")
-        form = get("form=net&subitem=eth0")
-        press(form, "Submit", mtu="200")
-        again = press(form, "Submit", delete_acl_0="True", on="True", mode="b",
-                      mtu="50", src2=" c ")
-        press(again, "Submit")
+    def press(self, page, label, **changes):
+        (button,) = [b for b in page.controls_of("submit")
+                     if b.value == label] or [None]
+        for name, value in changes.items():
+            control = page.fields[name]
+            control.value, control.is_ticked = value, value == "True"
+        return self.ask(fields=page.posted(button))
+
+    def end(self):
+        self.recorder.terminate()
+        self.recorder.wait(60)
+        return (self.device / "tests/new.test").read_text()
+
+
+@pytest.fixture
+def recording(device):
+    with subprocess.Popen([*COMMAND, "--record", "tests/new.test"], cwd=device,
+                          stderr=subprocess.PIPE, text=True) as recorder:
+        yield Recording(device, recorder)
         recorder.terminate()
-        recorder.wait(60)
-    text = (device / "tests/new.test").read_text()
+
+
+def test_what_somebody_clicked_is_recorded_and_passes(device, recording):
+    recording.ask()
+    form = recording.ask("form=net&subitem=eth0")
+    recording.press(form, "Submit", mtu="200")
+    recording.press(form, "", on="True", mtu="60")  # the browser draws it again
+    again = recording.press(form, "Submit", delete_acl_0="True", on="True", mode="b",
+                            mtu="50", src2=" c ")
+    recording.press(again, "Submit")
+    text = recording.end()
     for line in ("follow Network", "set mtu 200", "expect error mtu Number out of ",
-                 "back", "delete acl 0", "tick on", "choose mode b", 'set src2 " c "',
-                 "expect form changes_saved",
+                 "back", "tick on\nredraw", "delete acl 0", "choose mode b",
+                 'set src2 " c "', "expect form changes_saved",
                  'expect sent new_mtu="50"'):
         assert f"\n{line}" in text, text
+    assert text.count("\nback\n") == 1 and "press \n" not in text
     run(device, text, 0)
+
+
+def test_what_comes_from_elsewhere_leaves_no_line(recording):
+    form = recording.ask("form=net&subitem=eth0")
+    fields = dict(form.posted())
+    for headers in (dict(Sec_Fetch_Site="cross-site"), dict(Sec_Fetch_Site="same-site"),
+                    dict(Origin="null"), dict(Origin="http://evil.example"),
+                    dict(Origin="", Referer="http://evil.example/"), dict(Host="evil.example")):
+        recording.ask("form=evil", **headers)
+        recording.ask(fields=fields | {"action": "Evil"}, **headers)
+    recording.ask("form=net&cgi_vars_loaded=True&action=Evil&mtu=5")
+    recording.ask("form=evil%0Aopen+evil")
+    recording.ask("form=net&subitem=eth0&mtu=evil&form=evil", Sec_Fetch_Mode="cors")
+    # Line ends of values, as no text field sends them.
+    recording.ask("form=net&subitem=eth0&subitem=eth0%0Aopen+evil")
+    recording.ask(fields=fields | {"action": "Submit", "src2": "a\ropen evil\r"})
+    recording.ask(fields=fields | {
+        "action": "Submit", "mtu": "50", "u_secret": "a\r\nopen evil"})
+    recording.ask(fields=fields | {"action": "Help\r\nopen evil"})
+    lines = recording.end().splitlines()
+    assert "Evil" not in "".join(lines) and not [
+        line for line in lines if line.startswith("open") and line != "open net/eth0"]
+    assert [line for line in lines if "evil" in line] == [
+        'set src2 "a open evil "', 'expect sent new_secret="a...open evil"',
+        "press Help open evil"], lines
+
+
+def test_a_recording_that_cannot_start_leaves_no_file(device):
+    for port in "1000000", "-1":
+        done = subprocess.run([*COMMAND, "--record", "tests/new.test", "--port", port],
+                              capture_output=True, text=True, cwd=device, check=False)
+        assert done.returncode == 2 and "choose another --port" in done.stderr
+        assert not (device / "tests/new.test").exists()
 
 
 def test_manual_and_help_name_every_line_and_show_a_test_of_the_demo():

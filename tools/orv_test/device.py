@@ -78,7 +78,8 @@ def executable(path):
     """The executable to test, from --orv or a build of our own."""
     path = pathlib.Path(path).resolve() if path else build()
     if not path.is_file() or not os.access(path, os.X_OK):
-        raise CannotRun(f"{path} is no executable")
+        raise CannotRun(f"{path} is no executable; name one with --orv, or leave "
+                        "--orv away: then it is built")
     with Device(None, path) as probe:
         (probe.root / "templates/probe.tpl").write_text(
             "title found\nread_script s.sh\nnavbar_script s.sh\n"
@@ -92,6 +93,11 @@ def executable(path):
                 "build it with -DORV_DATA_DIR=.. "
                 "-DORV_SYSTEM_TYPE_FILE=../system_type")
     return path
+
+
+def lines_of(path):
+    """As scripts read them: LF alone ends a line."""
+    return path.read_bytes().decode("utf-8", "replace").removesuffix("\n").split("\n")
 
 
 class Device:
@@ -172,7 +178,7 @@ class Device:
         for script in ("write", "check"):
             path = self.root / ".sent" / script
             if path.exists():
-                return path.read_text("utf-8", "replace").splitlines()
+                return lines_of(path)
         return None
 
     def stored(self, name):
@@ -180,7 +186,7 @@ class Device:
         path = self.root / "state" / name
         if not path.is_file():
             return None
-        return path.read_text("utf-8", "replace").splitlines()
+        return lines_of(path)
 
     def stored_names(self):
         state = self.root / "state"

@@ -85,7 +85,8 @@ def options(arguments):
     if bool(found.files) == bool(found.record):
         parser.error("name one or more test files, or --record FILE")
     if found.device and not is_device(found.device):
-        parser.error(f"{found.device} holds no templates/ and scripts/")
+        parser.error(f"{shown(found.device)} holds no templates/ and scripts/; name "
+                     "a folder that does (larkspur-new DIR makes one)")
     return found
 
 
@@ -96,10 +97,14 @@ def cases_of(files, device):
     for file in files:
         try:
             folder = device or device_of(file)
-            lines = pathlib.Path(file).read_text("utf-8").splitlines()
+            lines = pathlib.Path(file).read_text("utf-8").split("\n")
             found += [(case, folder) for case in script.parse(file, lines, faults)]
-        except (OSError, UnicodeDecodeError) as error:
-            faults.append(f"{file}: {error}")
+        except OSError as error:
+            faults.append(f"{file}: {error.strerror}; name a file with tests, "
+                          "such as DIR/tests/clock.test")
+        except UnicodeDecodeError as error:
+            line = error.object[:error.start].count(b"\n") + 1
+            faults.append(f"{file}:{line}: this is no UTF-8; write it so")
     if faults:
         raise CannotRun("\n".join(faults))
     return found
@@ -141,6 +146,9 @@ def main(arguments=None):
                 record.serve(device, out, found.port, say)
             except KeyboardInterrupt:
                 say(f"Recorded; try it: orv-test {found.record}")
+            except CannotRun:
+                pathlib.Path(found.record).unlink()  # it would be in the way
+                raise
     except (CannotRun, OSError) as error:
         say(str(error))
         return CANNOT_RUN

@@ -29,10 +29,20 @@ class Control:
     options: list  # of a list: values and the texts shown for them
     label: str
     error_ids: list  # of the paragraphs that tell what is wrong with it
+    is_wrong: bool
 
     def shown_value(self):
         """The value, and the text that a list shows for it."""
         return [self.value, *(t for v, t in self.options if v == self.value)]
+
+    def entry(self):
+        return self.value, self.is_ticked
+
+    def enter(self, other):
+        """The entry of another one; a list without it keeps its own."""
+        self.is_ticked = other.is_ticked
+        if not self.options or other.value in dict(self.options):
+            self.value = other.value
 
     def is_posted(self, pressed):
         """Whether a browser counts it as successful."""
@@ -75,6 +85,8 @@ class Page:
                   for e in self.tree.iter(HTML + "label")}
         self.controls = [self._control(e, labels) for e in self.tree.iter()
                          if e.tag in (HTML + "input", HTML + "select")]
+        self.wrong = {c.name for c in self.controls if c.is_wrong}
+        self.told = list(self._told())
 
     @staticmethod
     def _control(e, labels):
@@ -93,7 +105,18 @@ class Page:
             e.get("name", ""), kind, value, e.get("checked") is not None,
             e.get("disabled") is not None, options,
             labels.get(e.get("id")) or e.get("aria-label", ""),
-            e.get("aria-describedby", "").split())
+            e.get("aria-describedby", "").split(),
+            e.get("aria-invalid") is not None)
+
+    def _told(self):
+        """For each message whether it is the whole page's, the names of the
+        fields that it belongs to, and its text."""
+        for e in self.tree.iter(HTML + "p"):
+            text = squeeze("".join(e.itertext()))
+            if text and "error" in e.get("class", "").split():
+                yield (e.get("role") in ("alert", "status") or self.status != 200,
+                       [c.name for c in self.controls
+                        if e.get("id") in c.error_ids], text)
 
     def controls_of(self, *kinds):
         return [c for c in self.controls if c.kind in kinds]
@@ -125,18 +148,33 @@ class Page:
         """What the page says is wrong: pairs of a field's name and the text;
         instead of the name a column with "#" behind it for all of its cells,
         "page" for the whole page, "" for a text without a field."""
-        told = []
-        for e in self.tree.iter(HTML + "p"):
-            text = squeeze("".join(e.itertext()))
-            if text and "error" in e.get("class", "").split():
-                names = [c.name for c in self.controls
-                         if e.get("id") in c.error_ids]
-                is_page = (e.get("role") in ("alert", "status")
-                           or self.status != 200)
-                if len(names) > 1:
-                    names = [names[0].rstrip(DIGITS) + "#"]
-                told.append(("page" if is_page else (names or [""])[0], text))
-        return told
+        return [("page" if is_page else names[0].rstrip(DIGITS) + "#"
+                 if len(names) > 1 else "".join(names), text)
+                for is_page, names, text in self.told]
+
+    @property
+    def shows_help(self):
+        return any("help" in e.get("class", "").split()
+                   for e in self.tree.iter(HTML + "p"))
+
+    def take_over(self, before):
+        """Takes the place of the page before, whose form it is, drawn again:
+        what was entered stays, and messages at what is as it was sent."""
+        drawn, old, fields = Page(200, before.body).fields, before.fields, self.fields
+        same = {name for name in old.keys() & fields.keys()
+                if old[name].entry() == drawn[name].entry()}
+        left = before.wrong & same
+        for is_page, names, text in before.told:
+            if not is_page and same & set(names):
+                self.told.append((False, [n for n in names if n in fields], text))
+            elif is_page and (left or not before.wrong):
+                if len(left) < len(before.wrong):
+                    text = re.sub(r"^\d+", str(len(left)), text)
+                self.told.append((True, names, text))
+        self.wrong |= left
+        for name in old.keys() & fields.keys():
+            if not old[name].is_disabled:
+                fields[name].enter(old[name])
 
     def rows(self, table):
         """The numbers of the table's rows in use, which have a Delete box."""

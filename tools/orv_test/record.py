@@ -2,8 +2,10 @@
 copy of the device, and notes as lines of a test what each request did.
 
 A post is compared with the page that it came from, which is found again by its
-hidden fields, so that going back in the browser is understood.  JavaScript of
-the page changes nothing that counts.
+hidden fields, so that going back in the browser is understood.  What the page
+itself asks for (a form drawn again, fresh values) is told from what the person
+does.  Any page of the browser can send requests here: what comes from another
+site, or is refused, is answered as on the device and leaves no line.
 """
 
 import http.server
@@ -12,18 +14,20 @@ import threading
 import time
 import urllib.parse
 
-from .device import ROOT, URL
+from .device import ROOT, URL, CannotRun
 from .script import quoted
 
 FILES = {"/css/orv.css": "text/css; charset=utf-8",
          "/js/position.js": "text/javascript; charset=utf-8",
          "/js/kwt_scroller.js": "text/javascript; charset=utf-8"}
 MOVED = {"/": URL, "/favicon.ico": "/css/orv.css"}  # a browser asks for an icon
+ENDS = re.compile("[\r\n]+")  # of lines; no text field of a page holds one
 MOVING = {"scroll_y", "anchor_target"}  # hidden fields that scripts set
 PASSED_ON = {"Host": "HTTP_HOST", "Origin": "HTTP_ORIGIN",
              "Sec-Fetch-Site": "HTTP_SEC_FETCH_SITE",
              "Content-Type": "CONTENT_TYPE", "User-Agent": "HTTP_USER_AGENT"}
 LARGEST = 4 << 20
+REFUSED = 403  # by the policy: no page of the device sends such a request
 
 
 class Recorder:
@@ -31,12 +35,13 @@ class Recorder:
 
     def __init__(self, device, out):
         self.device, self.out, self.pages = device, out, []
+        self.redrawn = []  # of the pages those that took another one's place
         self.one_at_a_time = threading.Lock()
         self.write("# Recorded; name the test, and remove what does not matter.",
                    "", time.strftime("test Recorded on %Y-%m-%d at %H:%M"))
 
     def write(self, *lines):
-        self.out.write("".join(f"{line}\n" for line in lines))
+        self.out.write("".join(ENDS.sub(" ", line) + "\n" for line in lines))
         self.out.flush()
 
     def show(self, page):
@@ -51,13 +56,18 @@ class Recorder:
                          f"expect text {quoted(text)}")
         self.write(*lines)
 
-    def get(self, query, headers):
+    def get(self, query, environment, headers):
         """A link was followed, or an address typed."""
-        page = self.device.request(query, **headers)
+        page = self.device.request(query, **environment)
+        if is_from_elsewhere(headers) or page.status == REFUSED:
+            return page
+        if not is_navigation(headers):  # fresh values, which take a page's place
+            self.replace(page)
+            return page
         links = self.pages[-1].links if self.pages else []
         shown = [text for text, address in links
                  if urllib.parse.urlsplit(address).query == query]
-        fields = dict(urllib.parse.parse_qsl(query))
+        fields = first_fields(query)
         if shown and len({a for t, a in links if t == shown[0]}) == 1:
             self.write("", f"follow {quoted(shown[0])}")
         else:
@@ -67,18 +77,26 @@ class Recorder:
         self.show(page)
         return page
 
-    def post(self, body, headers):
-        """A button was pressed."""
-        text = body.decode("ascii", "replace")
-        fields = {}
-        for name, value in urllib.parse.parse_qsl(text, keep_blank_values=True):
-            fields.setdefault(name, value)  # the first one counts
-        lines = self.entries(fields)
-        page = self.device.request(fields=body, **headers)
-        self.write("", *lines, f"press {fields.get('action', '')}")
+    def replace(self, page):
+        """A page that takes the place of the last: Back does not lead there."""
+        self.redrawn.append(page)
+        self.pages.append(page)
+
+    def post(self, body, environment, headers):
+        """A button was pressed, or the page asks how it is drawn now."""
+        fields = first_fields(body.decode("ascii", "replace"))
+        page = self.device.request(fields=body, **environment)
+        if is_from_elsewhere(headers) or page.status == REFUSED:
+            return page
+        entries = self.entries(fields)
+        if asks_for_redraw(fields, headers):
+            self.write("", *entries, "redraw")
+            self.replace(page)
+            return page
+        self.write("", *entries, f"press {fields.get('action', '')}")
         self.show(page)
         if page.form.startswith("changes_saved"):
-            self.write(*(f"expect sent {line}"
+            self.write(*(f"expect sent {ENDS.sub('...', line)}"
                          for line in reversed(self.device.sent() or [])
                          if is_changed(line, fields)))
         return page
@@ -98,13 +116,42 @@ class Recorder:
         if origin is None:
             return ["# This came from a page of before the recording."]
         while self.pages[-1] is not origin:
-            self.pages.pop()
-            lines.append("back")
+            if self.pages.pop() not in self.redrawn:
+                lines.append("back")
         for control in origin.fields.values():
             line = entry(control, fields.get(control.name))
             if line is not None:
                 lines.append(line)
         return lines
+
+
+def first_fields(text):
+    """The fields of a query or a body; of several of a name the first counts."""
+    fields = {}
+    for name, value in urllib.parse.parse_qsl(text, keep_blank_values=True):
+        fields.setdefault(name, value)
+    return fields
+
+
+def asks_for_redraw(fields, headers):
+    """A page of ours that shows help asks for it again with its form; only the
+    browser says then that nobody pressed the button."""
+    action = fields.get("action")
+    return action is None or (action == "Help" and not is_navigation(headers))
+
+
+def is_navigation(headers):
+    """Whether the browser itself opens the page, and no script of a page."""
+    return headers.get("Sec-Fetch-Mode", "navigate") == "navigate"
+
+
+def is_from_elsewhere(headers):
+    """Whether another site's page made the browser send this."""
+    site = headers.get("Sec-Fetch-Site")
+    source = headers.get("Origin") or headers.get("Referer")
+    if site:
+        return site not in ("same-origin", "none")
+    return bool(source) and urllib.parse.urlsplit(source).netloc != headers.get("Host")
 
 
 def is_changed(line, fields):
@@ -164,7 +211,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
         file = ROOT / f"web{path}"
         if path == URL:
             with self.recorder.one_at_a_time:
-                self.answer_page(self.recorder.get(query, self.passed_on()))
+                self.answer_page(
+                    self.recorder.get(query, self.passed_on(), self.headers))
         elif path in FILES and file.is_file():
             self.answer(200, [("Content-Type", FILES[path])], file.read_bytes())
         elif path in MOVED:
@@ -179,13 +227,19 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return
         body = self.rfile.read(int(length))
         with self.recorder.one_at_a_time:
-            self.answer_page(self.recorder.post(body, self.passed_on()))
+            self.answer_page(
+                self.recorder.post(body, self.passed_on(), self.headers))
 
 
 def serve(device, out, port, say):
     """Serves and records until Ctrl-C or a signal ends it."""
     Handler.recorder = Recorder(device, out)
-    with http.server.ThreadingHTTPServer(("127.0.0.1", port), Handler) as server:
+    try:
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", port), Handler)
+    except (OSError, OverflowError) as error:
+        raise CannotRun(f"port {port}: {error}; choose another --port, or leave it "
+                        "away") from None
+    with server:
         say(f"Recording into {out.name}; open "
             f"http://127.0.0.1:{server.server_address[1]}/ and press Ctrl-C "
             "when you are done.")

@@ -14,6 +14,10 @@ MOST_FOUND = 6  # lines of what was found, shown with a failure
 CLOSE = 0.6  # how much two lines share that one was meant to be the other
 ITEMS = {"field", "fixed", "checkbox", "select", "iselect"}
 SAFE = "/:,@=~"  # of a sub-item in an address
+# The lines for a field of each kind: to fill it in, to look at it.
+WAYS = {"text": "set {} VALUE", "checkbox": "tick {}", "select": "choose {} VALUE"}
+LOOKS = {"text": "expect value {} VALUE", "checkbox": "expect ticked {}",
+         "select": "expect value {} VALUE"}
 
 
 class Failed(Exception):
@@ -30,6 +34,12 @@ def pattern(text):
     return re.compile(".*".join(map(re.escape, text.split("..."))), re.S)
 
 
+def where(address):
+    """What `open` calls the form that a link leads to."""
+    fields = dict(urllib.parse.parse_qsl(urllib.parse.urlsplit(address).query))
+    return "/".join(fields[name] for name in ("form", "subitem") if name in fields)
+
+
 def is_like(wanted, found):
     return wanted is None or pattern(wanted).fullmatch(found) is not None
 
@@ -43,10 +53,10 @@ class Browser:
     @property
     def page(self):
         if not self.pages:
-            raise Failed("no page is open: begin with a line \"open FORM\"")
+            raise Failed("no page is open; begin with a line \"open FORM\"")
         return self.pages[-1]
 
-    def _field(self, name, *kinds):
+    def _field(self, name, *kinds, is_look=False):
         fields = self.page.fields
         if name not in fields:
             labelled = [c.name for c in fields.values() if c.label == name]
@@ -54,12 +64,14 @@ class Browser:
                     if labelled else
                     "; a condition of the template hides it (perhaps the view: "
                     "press Expert)" if self._is_hidden(name) else
-                    near(name, fields))
+                    near(name, fields) or
+                    "; it has none: open the form first, with \"open FORM\"")
             raise Failed(f"the page has no field \"{name}\"{hint}")
         field = fields[name]
         if kinds and field.kind not in kinds:
+            line = (LOOKS if is_look else WAYS)[field.kind].format(name)
             raise Failed(f"\"{name}\" is a {field.kind} field, not a "
-                         + " or ".join(kinds))
+                         + " or ".join(kinds) + f"; write: {line}")
         return field
 
     def _is_hidden(self, name):
@@ -74,7 +86,8 @@ class Browser:
     def _change(self, name, kind):
         field = self._field(name, kind)
         if field.is_disabled:
-            raise Failed(f"\"{name}\" can only be read")
+            raise Failed(f"\"{name}\" can only be read; write: "
+                         + LOOKS[kind].format(name))
         return field
 
     # --- what a person does ---------------------------------------------------
@@ -93,9 +106,11 @@ class Browser:
                  if is_like(text, shown)}
         if len(links) != 1:
             names = [shown for shown, _ in self.page.links]
-            many = "more than one" if links else "no"
-            raise Failed(f"the page has {many} link \"{text}\""
-                         + near(text, names))
+            if links:
+                raise Failed(f"the page has more than one link \"{text}\"; write "
+                             + " or ".join(f'"open {where(a)}"' for a in sorted(links)))
+            raise Failed(f"the page has no link \"{text}\"" + (
+                near(text, names) or "; it has none: write \"open FORM\""))
         query = urllib.parse.urlsplit(links.pop()).query
         self.pages.append(self.device.request(query))
 
@@ -118,7 +133,8 @@ class Browser:
         if not values:
             known = [v for option in field.options for v in option]
             raise Failed(f"the list \"{field.name}\" has no entry \"{value}\""
-                         + near(value, known))
+                         + (near(value, known) or "; it is empty, so write: expect "
+                            f"not choice {field.name} {value}"))
         return values[0]
 
     def delete(self, table, row):
@@ -127,7 +143,8 @@ class Browser:
             tables = [name.split("_", 1)[1].rpartition("_")[0]
                       for name in self.page.fields if name.startswith("delete_")]
             hint = (f"; rows {', '.join(map(str, rows))} can be deleted" if rows
-                    else near(table, tables))
+                    else near(table, tables) or
+                    "; no row of this page can be deleted, so fill one in first")
             raise Failed(f"the page has no row {row} of a table \"{table}\""
                          + hint)
         self.tick(f"delete_{table}_{int(row)}")
@@ -139,14 +156,31 @@ class Browser:
             raise Failed(f"the page has no button \"{label}\""
                          + near(label, [b.value for b in buttons]))
         if found[0].is_disabled:
-            raise Failed(f"the button \"{label}\" is grey on this page")
+            raise Failed(f"the button \"{label}\" is grey on this page; write: "
+                         f"expect no button {label}")
         fields = self.page.posted(found[0])
         self.pages.append(self.device.request(fields=fields))
 
     def back(self):
         if len(self.pages) < 2:
-            raise Failed("there is no page to go back to")
+            raise Failed("there is no page to go back to; \"open FORM\", "
+                         "\"follow TEXT\" or \"press LABEL\" makes one")
         self.pages.pop()
+
+    def redraw(self):
+        """What is marked for deletion stays so, and is not sent; help stays."""
+        page = self.page
+        fields = [(name, value) for name, value in page.posted()
+                  if not re.fullmatch(r"delete_.+_\d+", name)]
+        if page.shows_help:
+            fields.append(("action", "Help"))
+        fresh = self.device.request(fields=fields)
+        if not page.form or fresh.form != page.form:
+            raise Failed("no form came back that a browser would put in this "
+                         "one's place; write \"press LABEL\" or \"open FORM\"",
+                         *place_of(fresh))
+        fresh.take_over(page)
+        self.pages[-1] = fresh
 
     def reset(self):
         self.device.reset()
@@ -180,6 +214,9 @@ class Browser:
         return any(is_like(text, t) for t in told), told
 
     def expect_error(self, name, text):
+        if not name:
+            told = [t for _, t in self.page.errors]
+            return any(is_like(text, t) for t in told), told
         told = [t for n, t in self.page.errors
                 if n in (name, f"{name}#", f"{name.rstrip(DIGITS)}#")
                 or re.fullmatch(re.escape(name) + r"\d+", n)]
@@ -196,16 +233,16 @@ class Browser:
         return name in fields, fields
 
     def expect_value(self, name, value):
-        field = self._field(name, "text", "select")
+        field = self._field(name, "text", "select", is_look=True)
         shown = field.shown_value()
         return any(is_like(value or "", v) for v in shown), shown
 
     def expect_ticked(self, name):
-        is_ticked = self._field(name, "checkbox").is_ticked
+        is_ticked = self._field(name, "checkbox", is_look=True).is_ticked
         return is_ticked, ["ticked" if is_ticked else "not ticked"]
 
     def expect_choice(self, name, value):
-        options = self._field(name, "select").options
+        options = self._field(name, "select", is_look=True).options
         return (any(value in option for option in options),
                 [f"{v} ({shown})" for v, shown in options])
 
@@ -231,8 +268,8 @@ class Browser:
     def expect_stored(self, name, line):
         lines = self.device.stored(name)
         if lines is None:
-            return False, ["no file of that name"
-                           + near(name, self.device.stored_names())]
+            return False, ["no file of that name" + (
+                near(name, self.device.stored_names()) or "; nothing was stored")]
         return any(is_like(line, found) for found in lines), lines
 
 
@@ -263,6 +300,8 @@ def difference(wanted, found):
         close = sorted((line for line in ratios if ratios[line] >= CLOSE),
                        key=lambda line: -ratios[line])
     lines = [f"wanted  {wanted}"]
+    if "..." not in wanted and any(wanted in line for line in found):
+        lines.append(f"        (for a part write ...{wanted}...)")
     if not close:
         return lines + listed(found)
     for line in close[:MOST_FOUND]:
@@ -290,9 +329,10 @@ def check(step, browser):
 
 def place(browser):
     """Where we are, for the end of a failure's report."""
-    if not browser.pages:
-        return []
-    page = browser.page
+    return place_of(browser.page) if browser.pages else []
+
+
+def place_of(page):
     shown = page.form or f"error page {page.status}"
     told = [f"        {name}: {text}" if name else f"        {text}"
             for name, text in page.errors]

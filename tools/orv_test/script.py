@@ -21,6 +21,8 @@ ACTIONS = {
                             "in the names of its cells"),
     "press": ("LABEL", "press a button: Submit, Home, Help, Expert, ..."),
     "back": ("", "go back a page, as the browser's button does"),
+    "redraw": ("", "draw the form again, as a browser does when a list or box "
+                   "changes that a condition asks for"),
     "reset": ("", "put back the settings as shipped (nothing was ever stored)"),
 }
 EXPECTATIONS = {
@@ -30,7 +32,8 @@ EXPECTATIONS = {
     "anywhere": ("TEXT", "the page holds TEXT, its hidden fields included"),
     "status": ("NUMBER", "the answer's status: 200, 403, 404, ..."),
     "message": ("TEXT", "what the whole page is told"),
-    "error": ("NAME [TEXT]", "what is told at a field or a table's column"),
+    "error": ("NAME [TEXT]", "what is told at a field or a table's column; "
+                             "...PART... in place of both: what is told anywhere"),
     "errors": ("", "the page tells that something is wrong"),
     "field": ("NAME", "the page draws the field"),
     "value": ("NAME [VALUE]", "what a field holds, or a list has chosen"),
@@ -131,7 +134,10 @@ def step_of(where, text):
         more = [] if known is EXPECTATIONS else ["test", "expect"]
         kind = "expectation" if known is EXPECTATIONS else "command"
         raise Fault(f"unknown {kind} \"{word}\"" + near(word, [*known, *more]))
-    found = arguments(known[word][0], what, rest)
+    if what.endswith(" error") and rest.startswith("..."):
+        found = ["", rest]  # of no field
+    else:
+        found = arguments(known[word][0], what, rest)
     name = word if known is ACTIONS else f"expect {word}"
     return Step(where, text, name, is_wanted, found)
 
@@ -150,14 +156,17 @@ def parse(path, lines, faults):
                 steps = cases[-1].steps if cases else first
                 steps.append(step_of(where, text))
             elif not rest.strip():
-                raise Fault("a test needs a sentence that says what is so")
+                raise Fault("a test needs a sentence that says what is so; "
+                            "write: test SENTENCE")
             else:
                 cases.append(Case(rest.strip(), where, list(first)))
         except Fault as fault:
             faults.append(f"{where}: {text}\n  {fault}")
     if not cases:
-        faults.append(f"{path}: it has no line \"test SENTENCE\"")
+        faults.append(f"{path}: it has no line \"test SENTENCE\"; "
+                      "begin each test with one")
     for case in cases:
         if not any(s.command.startswith("expect") for s in case.steps):
-            faults.append(f"{case.where}: the test expects nothing")
+            faults.append(f"{case.where}: the test expects nothing; end it with "
+                          "a line such as \"expect form changes_saved\"")
     return cases
