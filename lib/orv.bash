@@ -1,180 +1,89 @@
-# shellcheck shell=bash
-# What the scripts of a device's forms share: values from and to the page, and
-# settings stored as a whole.  A script begins with
-#
-#   . "${BASH_SOURCE%/*}/orv.bash"
-#
-# `orv` holds the values at hand, `orv_was` those that were loaded, `rows` and
-# `cells` what orv_rows and orv_pack found; `orv_failed` is 1 after a fault.
-#
-# `orv_label` may hold names' texts for the user, instead of the template's.
-#
+# shellcheck shell=bash disable=SC2034,SC2053,SC2015
+# What a form's script needs for a page that is shown: larkspur-script(7).  It
+# starts nothing; orv_table.bash and orv_store.bash are read when they are used.
 # Nothing that a file or a request holds is ever run: names are judged before
-# they become a subscript or meet a pattern, values are only copied.  No command
-# is started here, since each costs a millisecond, nor is more read than a shown
-# page needs: the rest is in orv_store.bash beside this file.
-
-export PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C # patterns mean bytes
-umask 077
-ORV_STATE=${ORV_STATE:-${BASH_SOURCE[0]%/*}/../state}
-ORV_DEFAULTS=${ORV_DEFAULTS:-${BASH_SOURCE[0]%/*}/../defaults}
-declare -gA orv=() orv_was=() orv_label=()
-# shellcheck disable=SC2034  # orv_store.bash reads some of these
-rows=() cells=() orv__stamps=() orv__secrets=() orv__beyond=''
-orv_failed=0 orv__told=0 orv__got=0 orv__page='' orv__lock=''
-orv__form=${2:0:50} orv__token=${EPOCHSECONDS:-0}.$$.$RANDOM # this run's own
-
-# orv_load FILE: the stored values, lines NAME=VALUE, or as long as nobody saved
-# those of ORV_DEFAULTS; 1 if there is neither.  In a read script, which has no
-# input, it confirms a change that orv_guard watches, if a page is being shown.
+# they become a subscript or meet a pattern.
+export PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C; umask 077 # patterns mean bytes
+export ORV_STATE=${ORV_STATE:-${BASH_SOURCE[0]%/*}/../state}
+export ORV_DEFAULTS=${ORV_DEFAULTS:-${BASH_SOURCE[0]%/*}/../defaults}
+declare -gA orv=() orv_was=() orv_label=() orv__stamps=()
+orv__form=${2:0:50} orv__token=${EPOCHSECONDS:-0}.$$.$RANDOM
+orv_failed=0 orv__files=() orv__got=0
+# orv_load FILE...: the stored values, lines NAME=VALUE, and of ORV_DEFAULTS what
+# they lack; 1 if there is neither.  All files are as one save left them.
 orv_load() {
-  local lines line stamp='0 0' file=$ORV_STATE/.pending
-  orv__is_word "$1" || return 1
-  if [[ -e $file/.armed && $REQUEST_METHOD && ! -p /dev/stdin ]]; then
-    # As one step, and again: another save may have come before the lock.
-    orv_lock && [[ -e $file/.armed ]] &&
-      mv -T -- "$file" "$ORV_STATE/.new.$orv__token" && orv__finish
-    orv_unlock
+  local file missing=0
+  [[ ${orv__files[*]} ]] || orv__look
+  [[ ! -e $ORV_STATE/.pending/.armed ]] || orv__confirm
+  for file; do orv__load "$file" || missing=1; done
+  orv__files+=("$@")
+  ((${#orv__files[@]} == 1)) || orv__look || orv__reload
+  return $missing
+}
+orv__look() { # whether no save has come since the first look
+  local look=''
+  read -r look <"$ORV_STATE/.generation"
+  [[ ! -e $ORV_STATE/.commit ]] || look+=c
+  [[ ${orv__seen=$look} == "$look" ]]
+} 2>/dev/null
+orv__load() {
+  local file=$ORV_STATE/$1 line lines=() shipped=() cut='' stamp='0 -'
+  [[ ${#1} -le 99 && $1 == [A-Za-z0-9]* && $1 != *[!A-Za-z0-9_.-]* ]] || return
+  [[ ! -f $file || ! -r $file ]] || mapfile -t lines <"$file"
+  if [[ $ORV_TRANSACTION || -L $file || -e $ORV_STATE/.commit || -e $file &&
+    ${lines[0]} != '#orv 2 '+([0-9])' '* || -e $ORV_STATE && ! -x $ORV_STATE ]]
+  then
+    orv__find "$1" || return
+  elif [[ -e $file ]]; then
+    stamp=${lines[0]:7} cut=${lines[1]:7}
+    cut="@(${cut// /|})+([0-9])=*" # a stored table is whole: no row comes back
   fi
-  # What a save has committed is in .commit until it is moved to its place.
-  for file in "$ORV_STATE/.commit/$1" "$ORV_STATE/$1" "$ORV_DEFAULTS/$1" ''; do
-    [[ -r $file ]] && mapfile -t lines <"$file" && break
-  done 2>/dev/null
-  for line in "${lines[@]}"; do
-    if [[ $line == [A-Za-z]*=* ]]; then
-      orv[${line%%=*}]=${line#*=}
-    elif [[ $line == '#orv '* ]]; then
-      stamp=${line#* }
-    fi
+  orv__stamps[$1]=$stamp
+  [[ ! -r $ORV_DEFAULTS/$1 ]] || mapfile -t shipped <"$ORV_DEFAULTS/$1"
+  for line in "${shipped[@]}"; do
+    [[ $line != [A-Za-z]*=* || $line == $cut ]] || orv[${line%%=*}]=${line#*=}
   done
-  orv__stamps+=("$stamp")
-  [[ $file ]]
+  for line in "${lines[@]}"; do
+    [[ $line != [A-Za-z]*=* ]] || orv[${line%%=*}]=${line#*=}
+  done
+  [[ ${lines[*]}${shipped[*]} ]]
 }
-orv__is_word() { # becomes the name of a file
-  [[ ${#1} -le 99 && $1 == [A-Za-z0-9]* && $1 != *[!A-Za-z0-9_.-]* ]]
-}
-
-# orv_put NAME VALUE: reports a value.  Of one that the line of 249 bytes cannot
-# hold it reports the beginning, control characters as blanks, and returns 1.
+# orv_put NAME VALUE: reports a value; 1 when a line holds only a part of it.
 orv_put() {
   [[ ${#1} -le 52 && $1 == [A-Za-z]* && $1 != *[!A-Za-z0-9_]* &&
-    $1 != error_* && $1 != delete_* ]] || return 1
-  REPLY=$2
-  if ((${#1} + ${#2} > 246)) || [[ $2 == *[[:cntrl:]]* ]]; then
-    orv__line "$2" $((246 - ${#1}))
-  fi
-  printf '%s="%s"\n' "$1" "$REPLY"
-  [[ $REPLY == "$2" ]]
+    $1 != error_* && $1 != delete_* ]] || return
+  ((${#1} + ${#2} < 247)) && [[ $2 != *[[:cntrl:]]* ]] || { orv__cut "$@"; return; }
+  printf '%s="%s"\n' "$1" "$2"
 }
-
-orv_show() { # NAME...: reports values at hand; plain ones go out as one piece
-  local name value report=''
+orv_show() { # NAME...: reports values at hand, plain ones as one piece
+  local name report=''
   for name; do
-    value=${orv[$name]}
-    if ((${#name} + ${#value} < 247)) && [[ $value != *[!\ -~]* ]]; then
-      report+="$name=\"$value\""$'\n'
+    if ((${#orv[$name]} < 190)) && [[ ${orv[$name]} != *[[:cntrl:]]* ]]; then
+      report+="$name=\"${orv[$name]}\""$'\n'
     else
-      orv_put "$name" "$value"
+      orv_put "$name" "${orv[$name]}"
     fi
   done
   printf %s "$report"
 }
-
-# A web server sets no ORV_SECRETS (orv removes it) and always REQUEST_METHOD.
-orv__is_backup() {
-  [[ $ORV_SECRETS && -z $REQUEST_METHOD ]]
-}
-orv_show_secrets() { # NAME...: to orvctl --secrets, never to a page
-  orv__is_backup || return 0
-  orv_show "$@"
-}
-
-# orv_show_hash NAME [FIELD]: to orvctl dump --secrets, what is stored of a
-# secret that is kept as a hash, typed in FIELD (NAME).  It goes by a name of its
-# own, which no field checks; one too long would be cut, and is named as missing.
-orv_show_hash() {
-  orv__is_backup && ((${#1} <= 45 && ${#1} + ${#orv[$1]} < 240)) || return 0
-  orv_put "stored_$1" "${orv[$1]}"
-  orv_put "${2:-$1}" ''
-}
-
-# orv_stamp: of two pages the later one must not undo what the other saved.  It
-# reports which state was loaded and which page this is.  After orv_read it
-# refuses a page whose state was replaced since, unless by itself: its user went
-# Back.  A request without a stamp comes from no page and passes.
-orv_stamp() {
-  local stamp known=" $orv__page "
-  if ((!orv__got)); then
-    orv_put orv_stamp "${orv__stamps[*]%% *} $orv__token"
-  elif [[ $orv__page ]]; then
-    for stamp in "${orv__stamps[@]}"; do
-      [[ $known == *" ${stamp% *} "* || $known == *" ${stamp#* } "* ]] ||
-        orv_msg 'This page is older than the last save. Please open it again.'
-    done
-  fi
-}
-
-orv_one_of() { # VALUE ALLOWED...
-  local value=$1 IFS=' '
-  shift
-  [[ ${#value} -le 99 && $value != *' '* && " $* " == *" $value "* ]]
-}
 orv_tick() { # NAME...: a box not ticked or not drawn may have no value
-  local name
-  for name; do
-    [[ ${orv[$name],,} == @(true|1) ]] && orv[$name]=True || orv[$name]=False
+  for REPLY; do
+    [[ ${orv[$REPLY],,} == @(true|1) ]] && orv[$REPLY]=True || orv[$REPLY]=False
   done
 }
-
-# orv_rows COLUMN...: in `rows`, the numbers of a table's rows that hold
-# something in one of these columns.  Name the columns of text: a list always
-# has a value, and a box that was drawn once keeps "False".
-orv_rows() {
-  local key row used=() IFS=' '
-  for key in "${!orv[@]}"; do
-    row=${key##*[!0-9]}
-    [[ ${orv[$key]} && $row && ${#row} -le 2 &&
-      " $* " == *" ${key%"$row"} "* ]] && used[10#$row]=1
+# orv_stamp: of two pages the later one must not undo what the other saved.  It
+# reports the newest save that was loaded, and which page this is.
+orv_stamp() {
+  local stamp newest=0
+  ((!orv__got)) || { orv__judge_stamp && return; }
+  for stamp in "${orv__stamps[@]}"; do
+    ((newest >= 10#${stamp% *})) || newest=$((10#${stamp% *}))
   done
-  rows=("${!used[@]}")
-  for key in ${orv__beyond:+"$@"}; do
-    [[ $orv__beyond != *" $key "* ]] ||
-      orv_msg 'Nothing was saved: a table keeps 100 rows, and this one has more.'
-  done
+  orv_put orv_stamp "$newest $orv__token"
 }
-orv_pack() { # COLUMN...: numbers `rows` anew, without gaps, and names `cells`
-  local i name values=()
-  cells=()
-  for i in "${!rows[@]}"; do
-    cells+=("${@/%/$i}")
-    for name; do values+=("${orv[$name${rows[i]}]}"); done
-  done
-  [[ ${rows[*]} != "${!rows[*]}" ]] || return 0
-  for i in "${rows[@]}"; do
-    for name; do unset "orv[$name$i]"; done
-  done
-  for i in "${!cells[@]}"; do orv[${cells[i]}]=${values[i]}; done
-}
-
-# --- what few pages need: orv_store.bash --------------------------------------
-
-orv__more() {
-  # shellcheck source-path=SCRIPTDIR source=orv_store.bash
-  . "${BASH_SOURCE[0]%/*}/orv_store.bash" && "$@"
-}
-orv__line() { orv__more orv__line "$@"; }
-orv_read() { orv__more orv_read "$@"; }
-orv_error() { orv__more orv_error "$@"; }
-orv_msg() { orv__more orv_msg "$@"; }
-orv_end() { orv__more orv_end; }
-orv_fatal() { orv__more orv_fatal "$@"; }
-orv_secret() { orv__more orv_secret "$@"; }
-orv_take_hash() { orv__more orv_take_hash "$@"; }
-orv_lock() { orv__more orv_lock; }
-orv_store() { orv__more orv_store "$@"; }
-orv_changes() { orv__more orv_changes; }
-orv_log_changes() { orv__more orv_log_changes; }
-orv_background() { orv__more orv_background "$@"; }
-orv_after_page() { orv__more orv_after_page "$@"; }
-orv_guard() { orv__more orv_guard "$@"; }
-orv_guard_boot() { orv__more orv_guard_boot "$@"; }
+for REPLY in table:orv_{rows,pack} store:orv_{read,error,msg,end,fatal,secret} \
+  store:orv_{lock,unlock,store,reset,changes,log_changes,one_of,number} \
+  store:orv_{background,after_page,guard,guard_boot,show_secrets,show_hash} \
+  store:orv_take_hash store:orv__{find,reload,confirm,cut,judge_stamp}; do # each reads its file
+  eval "${REPLY#*:}() { . \"\${BASH_SOURCE[0]%/*}/orv_${REPLY%:*}.bash\" && ${REPLY#*:} \"\$@\"; }"
+done

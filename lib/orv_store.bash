@@ -1,82 +1,167 @@
 # shellcheck shell=bash
-# The other half of orv.bash, which reads it when one of these functions is
-# called: what check and write scripts need and a shown page does not, so that
-# it costs such a page nothing.
-#
-# Storing starts mv, cp, rm, mkdir, rmdir, sync, flock and sleep; without logger
-# nothing is logged.  Values are judged before anything is written; a file
-# appears as a whole, several appear as one step, and a power cut leaves the old
-# settings or the new.
+# The part of the library that a shown page does not need: what check and write
+# scripts call, and what seldom happens.  All that is stored is written by
+# orv-store(8): it takes the page's values, lets one save at a time in, and
+# replaces files as one step.
 
-# What orv.bash sets or reads; its lists are no arrays by number.
-# shellcheck disable=SC2004,SC2034,SC2154
-ORV_TEMPLATES=${ORV_TEMPLATES:-${BASH_SOURCE[0]%/*}/../templates}
-orv_lines=() orv__stored=() orv__guard=()
-declare -gA orv__hashes=()
+# Lists of orv.bash, which are no arrays by number.
+# shellcheck disable=SC2004,SC2034,SC2153,SC2154
+export ORV_TEMPLATES=${ORV_TEMPLATES:-${BASH_SOURCE[0]%/*}/../templates}
+orv__program=${ORV_STORE:-${BASH_SOURCE[0]%/*}/orv-store} # or where PATH says
+[[ $ORV_STORE || -x $orv__program ]] || orv__program='orv-store'
+orv_lines=() orv__input=() orv__taken=0 orv__lock='' orv__told=0
+orv__beyond='' orv__secrets=() orv__columns=() orv__guard=() orv__saved=()
+
+# orv__ask COMMAND...: what orv-store answers, in `orv__answer`; a fault is the
+# page's message.
+orv__ask() {
+  local - IFS=$'\n' text
+  text=$(exec "$orv__program" "$@" 2>/dev/null)
+  set -f
+  # shellcheck disable=SC2206  # split into lines, and nothing more
+  orv__answer=($text)
+  [[ ${orv__answer[0]} != ok ]] || return 0
+  text=${orv__answer[0]#fault }
+  orv_msg "${text:-Nothing can be stored: the program orv-store does not run.}"
+  return 1
+}
+
+# --- loading what orv.bash does not ---------------------------------------------
+
+# orv__find FILE: for orv__load, whose `lines`, `stamp` and `cut` it sets: the
+# stored file while a save goes on, of an older library, or one that is at fault.
+orv__find() {
+  local folder file found=''
+  [[ ! -e $ORV_STATE || -x $ORV_STATE ]] || orv__unreadable "$ORV_STATE" || return
+  # A transaction's files count for who takes part, and no request does; what a
+  # save has committed is in .commit until it is moved to its place.
+  for folder in ".stage.$ORV_TRANSACTION" .commit .; do
+    file=$ORV_STATE/$folder/$1
+    [[ $folder == .stage.* && ! ($ORV_TRANSACTION =~ ^[0-9a-f]{32}$ &&
+      -z $REQUEST_METHOD$GATEWAY_INTERFACE) ]] && continue
+    if [[ -f $file && ! -L $file ]] && mapfile -t lines <"$file"; then
+      found=1 && break
+    fi
+    [[ ! -e $file && ! -L $file ]] || orv__unreadable "$file" || return
+  done 2>/dev/null
+  if [[ ${lines[0]} =~ ^'#orv 2 '([0-9]{1,18}' '.*)$ ]]; then
+    stamp=${BASH_REMATCH[1]} cut=${lines[1]:7} cut="@(${cut// /|})+([0-9])=*"
+    [[ $cut != '@(*)'* ]] || cut='+([!=])[0-9]=*'
+  elif [[ ${lines[0]} =~ ^'#orv '[0-9]+' ' ]]; then
+    orv_fatal "The settings $1 are of a newer version than this device's program."
+    return 1
+  elif [[ $found ]]; then # which tables it holds is not known
+    cut='+([!=])[0-9]=*' stamp="0 ${lines[0]##* }"
+    [[ ${lines[*]} ]] || lines=('#') # an empty file is one
+  fi
+  return 0
+}
+orv__unreadable() {
+  orv_fatal "The settings cannot be read: $1 (as user ${EUID/#0/root})."
+  return 1
+}
+
+# A save came between two files: all are loaded once more.
+orv__reload() {
+  local name file tries
+  for tries in {1..10} ''; do
+    unset orv__seen
+    orv__look
+    for name in "${!orv[@]}"; do # rows that are gone do not stay
+      [[ $name != *[0-9] ]] || unset "orv[$name]"
+    done
+    for file in "${orv__files[@]}"; do orv__load "$file"; done
+    orv__look && return
+  done
+  orv_fatal 'The settings change all the time. Please try again.'
+}
 
 # --- values and messages ------------------------------------------------------
 
-# orv_read NAME...: of the page's values, lines new_NAME="VALUE" on standard
-# input, those of these names.  "port#" stands for a column's cells, rows 0 to
-# 99; a table comes as a whole, so its stored cells go first.  A value that
-# still holds a quotation mark is dropped, and a fault: a name may end in it.
+# Takes the page's values, once; with a process's number, locks for that.
+orv__take() {
+  local line
+  if ((orv__taken)) || [[ -t 0 ]]; then
+    orv__ask input "$1" "$orv__form" </dev/null || return
+    orv__lock=${orv__answer[1]#holder }
+    return
+  fi
+  orv__taken=1
+  orv__ask input "$1" "$orv__form" || return
+  orv__lock=${orv__answer[1]#holder }
+  orv__input=("${orv__answer[@]:2}")
+}
+
+# orv_read NAME...: of the page's values, those of these names.  "port#" stands
+# for a column's cells, rows 0 to 99; a table comes as a whole, so its stored
+# cells go first.  A value that still holds a quotation mark is dropped, and a
+# fault: a name may end in it.
 orv_read() {
-  local - IFS=$'\n' text line name key row length
-  local -A wanted=([orv_stamp]=orv_stamp) seen=()
-  for name; do wanted[${name,,}]=$name; done
+  local line name key row value
+  local -A wanted=([orv_stamp]=orv_stamp)
+  ((orv__taken)) || orv__take -
+  for name; do
+    wanted[${name,,}]=$name
+    [[ $name != *# ]] || orv__columns+=("${name%#}")
+  done
   for key in "${!orv[@]}"; do
     orv_was[$key]=${orv[$key]} name=${key%"${key##*[!0-9]}"}
     [[ ${wanted[${name,,}#]} ]] && unset "orv[$key]"
   done
-  # As one piece, since from a pipe lines are read byte by byte.
-  IFS= read -r -d '' -N 8000000 text
-  set -f
-  # shellcheck disable=SC2086  # split into lines, and nothing more
-  for line in $text; do
-    name=${line:4:51} # cut before a pattern meets it
-    name=${name%%=*} name=${name,,} row=${name##*[!0-9]}
-    length=$((${#line} - ${#name} - 7))
-    [[ $name && $name != *[!a-z0-9_]* && $length -ge 0 && ${line: -1} == '"' &&
-      ${line:0:4}${line:4+${#name}:2} == 'new_="' ]] || continue
+  for line in "${orv__input[@]}"; do
+    name=${line%%=*} value=${line#*=}
     key=${wanted[$name]}
-    if [[ -z $key && ($row == [0-9] || $row == [1-9][0-9]) ]]; then
+    if [[ -z $key && $name == *[0-9] ]]; then
+      row=${name##*[!0-9]}
       key=${wanted[${name%"$row"}#]}
-      key=${key:+${key%\#}$row}
+      if [[ $key && $value && $row == [1-9][0-9][0-9]* ]]; then
+        orv__beyond+=" ${key%\#} "
+      fi
+      [[ $row == [0-9] || $row == [1-9][0-9] ]] && key=${key:+${key%\#}$row} || key=''
     fi
-    text=${line:6+${#name}:length < 999 ? length : 999} # more is never stored
-    if [[ -z $key ]]; then
-      orv__set_aside
-      continue
+    if [[ $key && $value == *'"'* ]]; then
+      orv_msg 'No value may hold a quotation mark.'
+    elif [[ $key ]]; then
+      orv[$key]=$value
     fi
-    if [[ ${seen[$key]} ]]; then
-      orv_msg 'The request says something twice.'
-    elif [[ $text == *'"'* ]]; then
-      orv_msg 'No value may hold a quotation mark.' && continue
-    fi
-    [[ $text == *[!\ $'\t']* ]] || text='' # blank text passes as it was typed
-    seen[$key]=1 orv[$key]=$text
   done
   orv__page=${orv[orv_stamp]} orv__got=1
   unset 'orv[orv_stamp]'
 }
 
-# orv__set_aside: of what nobody asked for, what may be missed later on: a hash
-# of a backup, and the columns that hold something behind the last row.
-orv__set_aside() {
-  if [[ $name == stored_* ]] && orv__is_backup && [[ $text != *'"'* ]]; then
-    orv__hashes[${name#stored_}]=$text
-  elif [[ $row == [1-9][0-9][0-9]* && ${wanted[${name%"$row"}#]} &&
-    $text == *[!\ $'\t']* ]]; then
-    orv__beyond+=" ${wanted[${name%"$row"}#]%\#} "
-  fi
+orv_secret() { # NAME...: blank means unchanged; stored, it leaves the page
+  local name
+  for name; do orv[$name]=${orv[$name]:-${orv_was[$name]}}; done
+  orv__secrets+=("$@")
+}
+
+# A web server sets no ORV_SECRETS (orv removes it) and always REQUEST_METHOD.
+orv__is_backup() {
+  [[ $ORV_SECRETS && -z $REQUEST_METHOD ]]
+}
+orv_show_secrets() { # NAME...: to orvctl --secrets, never to a page
+  orv__is_backup || return 0
+  orv_show "$@"
+}
+
+# orv_show_hash NAME [FIELD]: to orvctl dump --secrets, what is stored of a
+# secret that is kept as a hash, typed in FIELD (NAME).  It goes by a name of its
+# own, which no field checks; one too long would be cut, and is named as missing.
+orv_show_hash() {
+  orv__is_backup && ((${#1} <= 45 && ${#1} + ${#orv[$1]} < 240)) || return 0
+  orv_put "stored_$1" "${orv[$1]}"
+  orv_put "${2:-$1}" ''
 }
 
 # orv_take_hash NAME PATTERN [FIELD]: where orvctl apply puts back a hash and
 # nothing was typed in FIELD (NAME), takes it as it was stored: all of it must
 # match the extended regular expression, since no check of a field has seen it.
 orv_take_hash() {
-  local hash=${orv__hashes[${1,,}]}
-  [[ -z $hash || ${orv[${3:-$1}]} ]] && return 1
+  local line hash=''
+  for line in "${orv__input[@]}"; do
+    [[ $line != "stored_${1,,}="* ]] || hash=${line#*=}
+  done
+  orv__is_backup && [[ $hash && -z ${orv[${3:-$1}]} ]] || return 1
   if [[ ! $hash =~ ^($2)$ ]]; then
     orv_msg 'This device cannot use a password as the backup has it stored.'
     return 1
@@ -85,20 +170,29 @@ orv_take_hash() {
   orv_secret "$1"
 }
 
-orv_secret() { # NAME...: blank means unchanged; stored, it leaves the page
-  local name
-  for name; do orv[$name]=${orv[$name]:-${orv_was[$name]}}; done
-  orv__secrets+=("$@")
+orv_one_of() { # VALUE ALLOWED...
+  local value=$1 IFS=' '
+  shift
+  [[ ${#value} -le 99 && $value != *' '* && " $* " == *" $value "* ]]
 }
-# orv__is_secret_name NAME: whether a text of that name is a secret, as orv and
-# orvctl see it.
-orv__is_secret_name() {
-  local name=${1%"${1##*[!0-9]}"}
-  [[ ${name,,} =~ (passw(or)?d|passphrase|_(secret|pin|psk|token))$ ]]
-}
-orv__is_secret() { # no page holds it, so it may be a hash, which has "$"
-  local IFS=' '
-  [[ " ${orv__secrets[*]} " == *" $1 "* ]]
+
+# orv_number NAME...: makes numbers plain decimals, of 0900, 0x10, -5, +3; 1 when
+# one is none, is blank or too long for bash, which stays as it is.
+orv_number() {
+  local name number all=0
+  for name; do
+    if [[ ${orv[$name]} =~ ^([-+]?)0*([0-9]{1,18})$ ]]; then
+      number=$((10#${BASH_REMATCH[2]}))
+    elif [[ ${orv[$name]} =~ ^([-+]?)0[xX]0*([0-9a-fA-F]{1,15})$ ]]; then
+      number=$((16#${BASH_REMATCH[2]}))
+    else
+      all=1
+      continue
+    fi
+    [[ ${BASH_REMATCH[1]} != - || $number == 0 ]] || number=-$number
+    orv[$name]=$number
+  done
+  return $all
 }
 
 # In REPLY: TEXT as one line of at most BYTES, cut between characters.  With
@@ -111,11 +205,16 @@ orv__line() { # TEXT BYTES [SHOWN]
   [[ $3 && $REPLY == *\$* ]] || return 0
   orv__line "$REPLY" $(($2 / 3)) && REPLY=${REPLY//\$/\$\$\$}
 }
+orv__cut() { # NAME VALUE: what one line holds of it
+  orv__line "$2" $((246 - ${#1}))
+  printf '%s="%s"\n' "$1" "$REPLY"
+  [[ $REPLY == "$2" ]]
+}
 
 # orv_error NAME TEXT [ROW]: a message beside a field, or of a table's column;
 # with a row's number, counted from 0, only that cell is marked.  orv_msg TEXT:
-# one of the page, the first counts.  orv_fatal TEXT: the form makes no sense.  orv_end: ends a
-# check, for marked fields need a message at the top.
+# one of the page, the first counts.  orv_fatal TEXT: the form makes no sense.
+# orv_end: ends a check, for marked fields need a message at the top.
 orv_error() {
   local name=${1:0:50}${3:0:5}
   orv_failed=1
@@ -132,108 +231,112 @@ orv_end() {
     orv_msg 'Nothing was saved yet. Please look at the marked fields.'
 }
 
+# Refuses a page whose state was replaced since, unless by itself: its user went
+# Back.  A request without a stamp comes from no page and passes.
+orv__judge_stamp() {
+  local stamp page=$orv__page
+  [[ $page ]] || return 0
+  [[ $page =~ ^[0-9]{1,18}' '[0-9.]{1,40}$ ]] || page='0 none'
+  for stamp in "${orv__stamps[@]}"; do
+    ((10#${stamp% *} <= 10#${page% *})) || [[ ${stamp#* } == "${page#* }" ]] ||
+      orv_msg 'This page is older than the last save. Please open it again.'
+  done
+  return 0
+}
+
 # --- storing ------------------------------------------------------------------
 
 # orv_lock: no other save meanwhile, until the script ends.  Judge what another
 # save may have changed behind it, once more.
 orv_lock() {
-  [[ $orv__lock ]] && return
-  [[ -d $ORV_STATE ]] || mkdir -p -- "$ORV_STATE" 2>/dev/null
-  if ! type -P flock sync mv >/dev/null; then
-    orv_msg 'Nothing can be stored: this device lacks flock, sync or mv.'
-  elif ! { exec {orv__lock}>>"$ORV_STATE/.lock" && flock -w 30 "$orv__lock"; }
-  then
-    orv__lock=''
-    orv_msg 'The settings are in use or cannot be written. Please try again.'
-  fi 2>/dev/null
-  [[ $orv__lock ]] && trap orv_unlock EXIT && orv__finish
+  [[ $orv__lock ]] || orv__take "$BASHPID"
+}
+orv_unlock() { # what holds the lock is a process of its own
+  ((orv__lock <= 1)) || kill "$orv__lock" 2>/dev/null
+  orv__lock=''
 }
 
-# Set free by hand, for a daemon that was started meanwhile has inherited it.
-orv_unlock() {
-  if [[ $orv__lock ]]; then
-    flock -u "$orv__lock"
-    exec {orv__lock}>&-
-    orv__lock=''
-  fi
-} 2>/dev/null
-
-# Moves what was committed to its place, and removes what never was.
-orv__finish() {
-  local left=("$ORV_STATE"/.new.*)
-  [[ ! -e ${left[0]} ]] || rm -rf -- "${left[@]}"
-  if [[ -d $ORV_STATE/.commit ]]; then
-    mv -f -- "$ORV_STATE"/.commit/* "$ORV_STATE"
-    if [[ -d $ORV_STATE/.commit/.pending ]]; then
-      rm -rf -- "$ORV_STATE/.pending"
-      mv -- "$ORV_STATE/.commit/.pending" "$ORV_STATE"
-    fi
-    rmdir -- "$ORV_STATE/.commit"
-  fi
-  return 0
-} 2>/dev/null
-
-# orv_store FILE NAME... [-- FILE NAME...]: replaces these files by the values
-# at hand; nothing after a fault.  They are written into a folder of their own,
-# and its new name commits them all: from then on they are read there.  They are
-# moved to their places at once or, after a power cut, by the next save or
-# orv_guard_boot.  Who reads the files by other means sees the old ones, or some
-# old and some new, until then.
+# orv_store FILE NAME... [-- FILE NAME...]: replaces these files by the values at
+# hand, as one step; nothing after a fault.
 orv_store() {
-  local name file='' value owner=${orv__page##* }
-  local new=$ORV_STATE/.new.$orv__token # the process number is part of it
-  local -A content=()
-  orv_lock || return 1
+  local name file='' line order owner=${orv__page##* }
+  orv_lock && ((!orv_failed)) || return 1
   [[ $owner =~ ^[0-9.]{1,40}$ ]] || owner=$orv__token
+  order="@owner $owner"$'\n'
+  for name in "${orv__columns[@]}"; do order+="@table $name"$'\n'; done
+  for name in "${orv__secrets[@]}"; do order+="@secret $name"$'\n'; done
+  for name in "${!orv_label[@]}"; do
+    order+="@label $name=${orv_label[$name]//[[:cntrl:]]/ }"$'\n'
+  done
+  ((!${#orv__guard[@]})) || order+="@guard ${orv__guard[*]:0:2}"$'\n'
   for name; do
-    value=${orv[$name]}
     if [[ $name == -- ]]; then
       file=''
     elif [[ -z $file ]]; then
-      file=$name content[$file]="#orv $orv__token $owner"$'\n'
-      orv__is_word "$file" || orv_msg 'This is no name of a settings file.'
-    elif ((${#name} + ${#value} > 246)); then # no page could show it again
-      orv_msg 'Nothing was saved: a value is too long.'
-    elif [[ $value == *[[:cntrl:]\"\\\`]* ]] ||
-      { [[ $value == *\$* ]] && ! orv__is_secret "$name"; }; then
+      file=$name order+="> ${file//[[:cntrl:]]/ }"$'\n'
+    elif [[ ${orv[$name]} == *[[:cntrl:]]* ]]; then
       orv_msg 'Nothing was saved: no value may hold one of " $ \ `'
     else
-      content[$file]+=$name=$value$'\n' orv__stored+=("$name")
+      order+="$name=${orv[$name]}"$'\n'
     fi
   done
-  ((!orv_failed)) || return 1
-  if ! { mkdir -- "$new" && orv__write && orv__keep "${!content[@]}" &&
-    mv -T -- "$new" "$ORV_STATE/.commit"; } 2>/dev/null; then
-    rm -rf -- "$new"
-    orv_msg 'The settings could not be stored. Is the storage full?'
+  ((!orv_failed)) && orv__ask store "$orv__lock" "$orv__form" <<<"$order" ||
     return 1
-  fi
-  orv__finish
+  for line in "${orv__answer[@]:1}"; do
+    case $line in
+      'page '*) orv__saved+=("${line#page }") ;;
+      'line '*) orv_lines+=("${line#line }") ;;
+      'guard '*) orv_background orv__watch "${line#guard }" "${orv__guard[@]}" ;;
+    esac
+  done
   for name in "${orv__secrets[@]}"; do
     printf 'u_%s=\n' "$name" # the page that confirms shall not carry it on
   done
-  ((!${#orv__guard[@]})) || orv_background orv__watch "${orv__guard[@]}"
   orv__guard=()
 }
 
-orv__write() { # the `content` of each file into `new`
-  local file
-  for file in "${!content[@]}"; do
-    printf '%s' "${content[$file]}" >"$new/$file" || return
-  done
-  sync -- "$new"/* "$new" || sync
+# orv_reset [FILE...]: the settings of these files, or all, as shipped.
+orv_reset() {
+  orv_unlock # it takes the lock by itself
+  orv__ask reset "$@" </dev/null
 }
+
+# orv_changes: what changed, to the page that confirms, as saved_change0 to
+# saved_change11, each with the end of its line: "Device name: a → b".
+orv_changes() {
+  local i report='' more=$((${#orv__saved[@]} - 11))
+  local lines=("${orv__saved[@]:0:12}")
+  ((more < 2)) || lines[11]="and $more more\$L\$"
+  for i in {0..11}; do report+="u_saved_change$i=\"${lines[i]}\""$'\n'; done
+  printf %s "$report"
+}
+
+# orv_log_changes: the same to the system log, with who did it from where.
+orv_log_changes() {
+  local IFS=$'\n'
+  ((!${#orv_lines[@]})) || "$orv__program" log <<<"${orv_lines[*]}"
+  return 0
+} 2>/dev/null
 
 # --- while and after the page goes out ----------------------------------------
 
-# orv_background COMMAND...: holds neither page nor lock, outlives the script.
+# orv_background COMMAND...: does not hold the page, outlives the script.  Within
+# a transaction it waits for the end of that, and runs if it was committed.
 orv_background() (
-  [[ -z $orv__lock ]] || exec {orv__lock}>&-
-  orv__lock=''
   unset REQUEST_METHOD # orv_load confirms nothing here
+  orv__lock=''
+  if [[ $ORV_TRANSACTION ]]; then
+    exec 3<"$ORV_STATE/.stage.$ORV_TRANSACTION/.outcome" && set -- orv__wait "$@"
+  fi
   set -m # a process group of its own
   "$@" </dev/null >/dev/null 2>&1 &
 ) 2>/dev/null
+orv__wait() {
+  "$orv__program" wait 3 || return
+  exec 3<&-
+  unset ORV_TRANSACTION
+  "$@"
+}
 
 orv_after_page() { # SECONDS COMMAND...
   orv_background orv__after "$@"
@@ -253,122 +356,24 @@ orv_guard() {
   orv__guard=("$@")
 }
 
-# What a change that nobody confirmed yet has kept is older, and stays.  All of
-# it is committed with the files: a save that fails leaves it as it was.
-orv__keep() { # FILE...
-  local file from old=$ORV_STATE/.pending keep=$new/.pending
-  ((${#orv__guard[@]})) || return 0
-  if [[ -d $old ]]; then
-    cp -R -- "$old" "$keep" && rm -f -- "$keep/.armed"
-  else
-    mkdir -- "$keep"
-  fi && printf '%s' "$orv__token" >"$keep/.token" || return
-  for file; do
-    for from in {"$keep","$ORV_STATE","$ORV_DEFAULTS"}/"$file" /dev/null; do
-      [[ ! -r $from ]] || break
-    done
-    [[ $from == "$keep/$file" ]] || cp -- "$from" "$keep/$file" || return
-  done
-  ((${#orv__guard[@]} > 1)) || : >"$keep/.armed" || return
-  sync -- "$keep"/* "$keep"/.* || sync
-}
-
-orv__watch() { # SECONDS [COMMAND...]
-  if (($# > 1)); then
+orv__watch() { # TOKEN SECONDS [COMMAND...]
+  if (($# > 2)); then
     sleep 1
-    "${@:2}"
-    orv__is_watched && : >"$ORV_STATE/.pending/.armed"
+    "${@:3}"
+    "$orv__program" arm "$1"
   fi
-  sleep "$1"
-  while orv__is_watched && ! orv_lock; do
-    sleep 1 # a save may take long, but this must not be given up
-  done
-  orv__is_watched && orv_guard_boot "${@:2}"
+  "$orv__program" watch "$1" "$2" && "${@:3}"
 }
 
-orv__is_watched() { # nobody confirmed it, and no later change took over
-  [[ $(<"$ORV_STATE/.pending/.token") == "$orv__token" ]]
+# A page that is opened confirms; a script that has input shows none.
+orv__confirm() {
+  [[ -z $REQUEST_METHOD || -p /dev/stdin ]] ||
+    "$orv__program" confirm </dev/null >/dev/null 2>&1
 }
 
 # orv_guard_boot [COMMAND...]: for a boot script, before the settings are used.
 # Puts back what nobody confirmed (then COMMAND runs), ends a save cut short.
 orv_guard_boot() {
-  orv_lock && [[ -d $ORV_STATE/.pending ]] || return 0
-  rm -f -- "$ORV_STATE"/.pending/.[at]*
-  mv -T -- "$ORV_STATE/.pending" "$ORV_STATE/.commit" && orv__finish
-  logger -t orv 'Nobody confirmed the change: the old settings are back'
-  orv_unlock
-  "$@"
-} 2>/dev/null
-
-# --- what changed -------------------------------------------------------------
-
-# orv__describe ARROW: in `orv_lines`, what this script has changed, one line a
-# value, by the labels and choices of the form's template.
-orv__describe() {
-  local line name=- column row what old new IFS=' '
-  local -A label=() entry=() told=() shown=() # shown: boxes and lists
-  orv_lines=()
-  orv__is_word "$orv__form" && [[ -r $ORV_TEMPLATES/$orv__form.tpl ]] &&
-    while IFS= read -r line || [[ $line ]]; do
-      what=${line#* }
-      case ${line%% *} in
-        field | fixed) name=${what%% *} ;;
-        select | iselect) name=${what%% *} shown[$name]=1 ;;
-        checkbox)
-          name=${what%% *} shown[$name]=1
-          entry[$name.True]=on entry[$name.False]=off
-          ;;
-        label) label[$name]=$what ;;
-        choice) entry[$name.${what%% *}]=${what#* } ;;
-      esac
-    done <"$ORV_TEMPLATES/$orv__form.tpl"
-  for name in "${orv__stored[@]}" "${!orv_was[@]}"; do
-    old=${orv_was[$name]} new=${orv[$name]}
-    [[ $old != "$new" && -z ${told[$name]} ]] || continue
-    told[$name]=1 row=${name##*[!0-9]} column=$name
-    what=${orv_label[$name]:-${label[$name]}}
-    if [[ -z $what ]]; then
-      column=${name%"$row"}
-      what=${label[$column]:-$column}${row:+, row $((10#${row:-0} + 1))}
-    fi
-    orv__line "$what" 50
-    line=$REPLY
-    if [[ " ${orv__secrets[*]} " == *" $name "* ]] ||
-      { [[ -z ${shown[$column]} ]] && orv__is_secret_name "$column"; }; then
-      line+=': changed'
-    else
-      old=${entry[$column.$old]:-$old} new=${entry[$column.$new]:-$new}
-      orv__line "${old:-blank}" 60
-      line+=": $REPLY $1 "
-      orv__line "${new:-blank}" 60
-      line+=$REPLY
-    fi
-    orv_lines+=("$line")
-  done
-}
-
-# orv_changes: to the page that confirms, as saved_change0 to saved_change11,
-# each with the end of its line: "Device name: gateway-1 → gateway-2".
-orv_changes() {
-  local i line more
-  orv__describe '→'
-  more=$((${#orv_lines[@]} - 11))
-  for i in {0..11}; do
-    line=${orv_lines[i]}
-    ((i < 11 || more < 2)) || line="and $more more"
-    orv__line "$line" 210 shown
-    printf 'u_saved_change%d="%s"\n' "$i" "${REPLY:+$REPLY\$L\$}"
-  done
-}
-
-# orv_log_changes: the same to the system log, with who did it from where.
-orv_log_changes() {
-  local user=${REMOTE_USER:0:50} from=${REMOTE_ADDR:0:50}
-  user=${user//[!A-Za-z0-9_.@-]/_} from=${from//[!0-9A-Fa-f.:]/_}
-  orv__describe '->'
-  ((!${#orv_lines[@]})) ||
-    printf '%s\n' "${orv_lines[@]/%/ (${user:-somebody} at ${from:-home})}" |
-    logger -t orv
+  "$orv__program" boot >/dev/null 2>&1 && "$@"
   return 0
-} 2>/dev/null
+}

@@ -99,7 +99,7 @@ class Talk:
         written in place shows."""
         return {p.name: (p.stat().st_ino, p.read_bytes())
                 for p in self.site.state.iterdir()
-                if p.name != ".lock" and p.is_file()}
+                if not p.name.startswith(".") and p.is_file()}
 
     def saves(self, request):
         before = self.stored()

@@ -29,6 +29,14 @@ ENVIRONMENT = {
 }
 
 
+def store_of(orv):
+    """The program that stores, beside the executable or in the folder above."""
+    for folder in pathlib.Path(orv).resolve().parents[:2]:
+        if (folder / "orv-store").is_file():
+            return folder / "orv-store"
+    raise Failure(f"{orv}: orv-store is not beside it")
+
+
 class Failure(Exception):
     """What ends a run, in the user's words."""
 
@@ -113,6 +121,7 @@ class Site:
             shutil.copytree(source, device, dirs_exist_ok=True)
             (device / "system_type").touch()
             shutil.copy(orv, script)
+            shutil.copy(store_of(orv), device / "scripts/orv-store")
             self.state, self.query = device / "state", "form=gateway"
         else:
             shutil.copy(source / peer.script, script)

@@ -13,6 +13,8 @@ PORTS=(wan lan1 lan2 lan3)
 # shellcheck disable=SC2034
 declare -A PORT_LABEL=([wan]=WAN [lan1]='LAN 1' [lan2]='LAN 2' [lan3]='LAN 3')
 
+LOG=${ORV_STATE%/*}/log # beside the settings, which it is none of
+
 # The shell reads a script as it goes: what follows costs a shown page nothing.
 if [[ $1 == --read ]]; then
   return
@@ -36,13 +38,12 @@ saved()
 # note TEXT...: lines more in the device's log.  It never makes a page fail.
 note()
 {
-  local when lines=() new=$ORV_STATE/.new.$$
+  local when lines=() new=$LOG.new.$$
   printf -v when 'event=%(%Y-%m-%d %H:%M:%S)T' -1
-  printf '%s\n' "${@/#/$when }" >>"$ORV_STATE/log"
-  mapfile -t lines <"$ORV_STATE/log"
+  printf '%s\n' "${@/#/$when }" >>"$LOG"
+  mapfile -t lines <"$LOG"
   if ((${#lines[@]} >= LOG_MAX)); then
-    printf '%s\n' "${lines[@]: -LOG_KEPT}" >"$new" &&
-      mv -fT -- "$new" "$ORV_STATE/log"
+    printf '%s\n' "${lines[@]: -LOG_KEPT}" >"$new" && mv -fT -- "$new" "$LOG"
   fi
   return 0
 } 2>/dev/null

@@ -5,7 +5,7 @@
 SHOWN=40
 
 if [[ $1 == --read ]]; then
-  log=$ORV_STATE/log
+  log=$LOG
   if [[ ! -r $log ]]; then
     log=$ORV_DEFAULTS/log
   fi
@@ -23,7 +23,7 @@ fi
 orv_read log_empty
 orv_tick log_empty
 if [[ $1 == --write && ${orv[log_empty]} == True ]] && ((!orv_failed)); then
-  if : >"$ORV_STATE/log"; then
+  if : >"$LOG"; then
     note 'Log emptied'
     orv_put u_saved_note 'The log is empty now.'
   else

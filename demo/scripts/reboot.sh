@@ -30,11 +30,7 @@ if [[ ${orv[rb_what]} == restart ]]; then
     orv_put u_saved_title 'Restarting'
     orv_put u_saved_note 'The device restarts now (not really: a demo).'
   fi
-elif ! { rm -rf -- "$ORV_STATE/.pending" && rm -f -- "$ORV_STATE"/*; }; then
-  orv_msg 'Not all settings could be put back. Please try again.'
-else
-  # A setting without a file of its own is read as shipped, and a change that
-  # waits to be confirmed is over as well.
+elif orv_reset; then
   note 'Settings as shipped put back'
   orv_put u_saved_title 'As shipped'
   orv_put u_saved_note 'All settings are those that the device came with.'

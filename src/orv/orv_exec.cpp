@@ -112,14 +112,14 @@ static bool is_same_folder(const char *path)
 // A name of this folder that came is kept, as it may lead through links.
 static char *folder_entry()
 {
-  constexpr size_t NAME_LENGTH = sizeof "PWD=" - 1;
-  static char entry[NAME_LENGTH + PATH_MAX] = "PWD=";
+  static char entry[sizeof "PWD=" + PATH_MAX];
+  char *folder = entry + snprintf(entry, sizeof entry, "PWD=");
   const char *came = getenv("PWD");
   if (came != nullptr && strlen(came) < PATH_MAX && is_same_folder(came)) {
-    snprintf(entry + NAME_LENGTH, PATH_MAX, "%s", came);
+    snprintf(folder, PATH_MAX, "%s", came);
     return entry;
   }
-  return getcwd(entry + NAME_LENGTH, PATH_MAX) != nullptr ? entry : nullptr;
+  return getcwd(folder, PATH_MAX) != nullptr ? entry : nullptr;
 }
 
 // How deep shells are nested: bash counts itself, and takes that back before it

@@ -86,7 +86,7 @@ if TREE:
         assert bash["programs"] == {"page": 1, "save": 2, "refused": 1}
         assert bash["processes"] == bash["programs"]
         assert perl["programs"]["save"] == 1 < ours["programs"]["save"]
-        assert ours["files"] > bash["files"] > 1000 < ours["bytes"]["page"]
+        assert min(ours["files"], bash["files"], ours["bytes"]["page"]) > 1000
         for peer in results["peers"]:
             assert all(c > 0 for c in peer["cpu"]["8"].values())
             assert f"| {peer['title']} | " in done.stdout

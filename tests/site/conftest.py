@@ -28,6 +28,7 @@ SECONDS = 30  # no request of a test may take longer
 # What a request has around it; 99 is the exit status of a sanitizer's report.
 ENVIRONMENT = {
     "PATH": os.environ["PATH"], "LD_PRELOAD": SHIM, "SCRIPT_NAME": "/cgi-bin/orv",
+    "ORV_STORE": os.environ.get("ORV_STORE", ""),
     "ASAN_OPTIONS": "verify_asan_link_order=0:exitcode=99",
     "LSAN_OPTIONS": "exitcode=99", "UBSAN_OPTIONS": "print_stacktrace=1",
 }

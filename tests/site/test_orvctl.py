@@ -342,7 +342,7 @@ def stored(site):
     """What the device keeps; a first line tells only when it was saved."""
     files = (site.folder / "data/state").glob("*")
     return {f.name: re.sub("^#orv .*\n", "", f.read_text())
-            for f in files if f.is_file() and f.name not in (".lock", "log")}
+            for f in files if f.is_file() and f.name[0] != "."}
 
 
 CHANGES = """

@@ -15,7 +15,8 @@
 bool is_library(const std::string &name)
 {
   const std::string file = name.substr(name.rfind('/') + 1);
-  return file == "orv.bash" || file == "orv_store.bash";
+  return file == "orv.bash" || file == "orv_table.bash" ||
+         file == "orv_store.bash";
 }
 
 static const std::set<std::string> library_functions = {
@@ -185,7 +186,7 @@ static void read_library(device *dev, const std::vector<std::string> &names)
       add_library(dev->dir + "/scripts/" + name, &all);
     }
   }
-  for (const char *name : {"orv.bash", "orv_store.bash"}) {
+  for (const char *name : {"orv.bash", "orv_table.bash", "orv_store.bash"}) {
     if (all.functions.count("orv_load") == 0 ||
         all.functions.count("orv_store") == 0) {
       add_library(ORV_LIBRARY_DIR "/" + std::string(name), &all);

@@ -66,7 +66,7 @@ def build():
             ["cmake", "-S", ROOT, "-B", folder, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=Release", "-DORV_DATA_DIR=..",
              "-DORV_SYSTEM_TYPE_FILE=../system_type", "-DORV_POLICY=strict"],
-            ["cmake", "--build", folder, "--target", "orv"]):
+            ["cmake", "--build", folder, "--target", "orv", "orv-store"]):
         run = subprocess.run(command, capture_output=True, text=True,
                              check=False)
         if run.returncode != 0:
@@ -145,6 +145,9 @@ class Device:
                "REMOTE_ADDR": "127.0.0.1", "UBSAN_OPTIONS": f"exitcode={REPORT}",
                "ASAN_OPTIONS": f"exitcode={REPORT}",
                "LSAN_OPTIONS": f"exitcode={REPORT}"}
+        store = self.orv.parent / "orv-store"
+        if store.is_file():
+            env["ORV_STORE"] = str(store)
         body = fields or b""
         if fields is not None:
             if not isinstance(fields, bytes):
@@ -182,11 +185,12 @@ class Device:
         return None
 
     def stored(self, name):
-        """The lines of a file of the state folder; None when it is missing."""
+        """The values of a file of the state folder, a line each; None when it
+        has none: those are the settings as shipped."""
         path = self.root / "state" / name
         if not path.is_file():
             return None
-        return lines_of(path)
+        return [line for line in lines_of(path) if not line.startswith("#")] or None
 
     def stored_names(self):
         state = self.root / "state"

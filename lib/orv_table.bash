@@ -1,0 +1,37 @@
+# shellcheck shell=bash
+# The rows of a table.  `rows` are the numbers of those at hand, `cells` the
+# names of their values.
+# shellcheck disable=SC2004  # `orv` is no array by number
+rows=() cells=()
+
+# orv_rows COLUMN...: in `rows`, the numbers of the rows that hold something in
+# one of these columns.  Name the columns of text: a list always has a value, and
+# a box that was drawn once keeps "False".
+orv_rows() {
+  local key row used=() IFS=' '
+  for key in "${!orv[@]}"; do
+    row=${key##*[!0-9]}
+    [[ ${orv[$key]} && $row && ${#row} -le 2 &&
+      " $* " == *" ${key%"$row"} "* ]] && used[10#$row]=1
+  done
+  rows=("${!used[@]}")
+  for key in ${orv__beyond:+"$@"}; do
+    [[ $orv__beyond != *" $key "* ]] ||
+      orv_msg 'Nothing was saved: a table keeps 100 rows, and this one has more.'
+  done
+}
+
+# orv_pack COLUMN...: numbers `rows` anew, without gaps, and names `cells`.
+orv_pack() {
+  local i name values=()
+  cells=()
+  for i in "${!rows[@]}"; do
+    cells+=("${@/%/$i}")
+    for name; do values+=("${orv[$name${rows[i]}]}"); done
+  done
+  [[ ${rows[*]} != "${!rows[*]}" ]] || return 0
+  for i in "${rows[@]}"; do
+    for name; do unset "orv[$name$i]"; done
+  done
+  for i in "${!cells[@]}"; do orv[${cells[i]}]=${values[i]}; done
+}

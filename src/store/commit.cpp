@@ -1,0 +1,433 @@
+// Several files that change as one step.
+//
+// Readers hold no lock.  They find a file in the committed folder or at its
+// place, and read several of them anew when the generation has changed
+// meanwhile: it changes before the commit, and once all files are at their
+// places, while the committed folder still stands.  So between two looks that
+// show the same generation and the same folder, no file has changed.
+//
+// Owns the transaction at hand, for the life of the process.
+
+#include "commit.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <inttypes.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "fault.h"
+#include "folder.h"
+#include "orv_guard.h"
+
+static const char GENERATION_FILE[] = ".generation";
+static const char OUTCOME_FILE[] = ".outcome"; // of a transaction
+static const char NEW_PREFIX[] = ".new.";
+static const char STAGE_PREFIX[] = ".stage.";
+constexpr mode_t FOLDER_MODE = 0700;
+constexpr mode_t FILE_MODE = 0600;
+constexpr size_t HEAD_SIZE = 64;         // of a settings file, to its number
+constexpr size_t GENERATION_SIZE = sizeof store_look::generation;
+constexpr int DEPTH_MAX = 3;             // of our own folders
+
+static char joined[sizeof STAGE_PREFIX + STORE_TOKEN_SIZE]; // "": none
+static int outcome = -1; // of the transaction that this process began
+
+static bool cannot_store()
+{
+  return store_fault_errno("The settings could not be stored");
+}
+
+// --- folders -----------------------------------------------------------------
+
+static bool is_dots(const char *name)
+{
+  return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+}
+
+// Removes a file or folder and all in it, as far as that can be done.
+static void remove_tree(int dir, const char *name, int depth)
+{
+  if (unlinkat(dir, name, 0) == 0 || errno == ENOENT || depth == 0) {
+    return;
+  }
+  const store_list list(store_list_folder(dir, name));
+  if (list == nullptr) {
+    return;
+  }
+  for (const dirent *entry = readdir(list.get()); entry != nullptr;
+       entry = readdir(list.get())) {
+    if (!is_dots(entry->d_name)) {
+      remove_tree(dirfd(list.get()), entry->d_name, depth - 1);
+    }
+  }
+  unlinkat(dir, name, AT_REMOVEDIR);
+}
+
+static void sync_folder(int dir, const char *name)
+{
+  const int fd = store_open_folder(dir, name);
+  if (fd >= 0) {
+    fsync(fd);
+    close(fd);
+  }
+}
+
+// --- numbers -----------------------------------------------------------------
+
+static bool change_generation()
+{
+  const int fd = openat(store.fd, GENERATION_FILE,
+                        O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, FILE_MODE);
+  if (fd < 0) {
+    return false;
+  }
+  char text[GENERATION_SIZE] = "";
+  const ssize_t got = pread(fd, text, sizeof text - 1, 0);
+  const uint64_t number = got > 0 ? strtoull(text, nullptr, 10) : 0;
+  const int length = snprintf(text, sizeof text, "%020" PRIu64 "\n",
+                              number + 1);
+  const bool changed =
+      pwrite(fd, text, static_cast<size_t>(length), 0) == length;
+  close(fd);
+  return changed;
+}
+
+void store_take_look(store_look *look)
+{
+  *look = {"", store_has(COMMIT_FOLDER)};
+  const int fd = openat(store.fd, GENERATION_FILE,
+                        O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd >= 0) {
+    static_cast<void>(
+        pread(fd, look->generation, sizeof look->generation - 1, 0) > 0);
+    close(fd);
+  }
+}
+
+bool store_is_same_look(const store_look *a, const store_look *b)
+{
+  return a->committed == b->committed &&
+         strcmp(a->generation, b->generation) == 0;
+}
+
+static uint64_t highest; // number of a commit that a file carries
+
+static bool note_number(int dir, const char *name, void *)
+{
+  const int fd = openat(dir, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK |
+                                       O_CLOEXEC);
+  if (fd < 0) {
+    return true; // whoever reads it will say so
+  }
+  char head[HEAD_SIZE] = "";
+  uint64_t number = 0;
+  if (read(fd, head, sizeof head - 1) > 0 &&
+      sscanf(head, "#orv 2 %20" SCNu64 " ", &number) == 1 &&
+      number > highest) {
+    highest = number;
+  }
+  close(fd);
+  return true;
+}
+
+// The number of the next commit: no clock is needed, and none can go back.
+static uint64_t next_number()
+{
+  highest = 0;
+  store_each_file(store.fd, ".", note_number, nullptr);
+  store_each_file(store.fd, PENDING_FOLDER, note_number, nullptr);
+  return highest + 1;
+}
+
+bool store_make_token(char token[STORE_TOKEN_SIZE])
+{
+  unsigned char bytes[STORE_TOKEN_SIZE / 2];
+  if (getrandom(bytes, sizeof bytes, 0) != sizeof bytes) {
+    return cannot_store();
+  }
+  for (size_t i = 0; i < sizeof bytes; i++) {
+    snprintf(token + 2 * i, 3, "%02x", bytes[i]);
+  }
+  return true;
+}
+
+// --- ending a save that was cut short ----------------------------------------
+
+static int moved; // files, by the pass over the folder at hand
+
+static bool move_file(int dir, const char *name, void *)
+{
+  moved++;
+  return renameat(dir, name, store.fd, name) == 0;
+}
+
+// A folder that loses files while it is listed may not show all of them.
+static bool move_files()
+{
+  do {
+    moved = 0;
+    if (!store_each_file(store.fd, COMMIT_FOLDER, move_file, nullptr)) {
+      return false;
+    }
+  } while (moved > 0);
+  return true;
+}
+
+// Moves what is committed to its places.  Done as often as it takes: each step
+// may have been done before.
+static bool move_committed()
+{
+  static const char pending[] = COMMIT_FOLDER "/" PENDING_FOLDER;
+  static const char settled[] = COMMIT_FOLDER "/" SETTLED_FILE;
+  if (!move_files()) {
+    return false;
+  }
+  if (store_has(pending)) {
+    remove_tree(store.fd, PENDING_FOLDER, DEPTH_MAX);
+    if (renameat(store.fd, pending, store.fd, PENDING_FOLDER) != 0) {
+      return false;
+    }
+  } else if (store_has(settled)) {
+    remove_tree(store.fd, PENDING_FOLDER, DEPTH_MAX);
+  }
+  if (!change_generation()) {
+    return false;
+  }
+  fsync(store.fd);
+  remove_tree(store.fd, COMMIT_FOLDER, DEPTH_MAX);
+  return true;
+}
+
+static bool begins_with(const char *text, const char *start)
+{
+  return strncmp(text, start, strlen(start)) == 0;
+}
+
+static void remove_stages()
+{
+  const store_list list(store_list_folder(store.fd, "."));
+  if (list == nullptr) {
+    return;
+  }
+  for (const dirent *entry = readdir(list.get()); entry != nullptr;
+       entry = readdir(list.get())) {
+    if (begins_with(entry->d_name, NEW_PREFIX) ||
+        begins_with(entry->d_name, STAGE_PREFIX)) {
+      remove_tree(store.fd, entry->d_name, DEPTH_MAX);
+    }
+  }
+}
+
+bool store_finish(void)
+{
+  remove_stages();
+  if (store_has(COMMIT_FOLDER) && !move_committed()) {
+    return cannot_store();
+  }
+  return true;
+}
+
+// --- a stage -----------------------------------------------------------------
+
+void stage_join(void)
+{
+  const char *token = getenv("ORV_TRANSACTION");
+  if (token == nullptr || strlen(token) != STORE_TOKEN_SIZE - 1 ||
+      strspn(token, "0123456789abcdef") != STORE_TOKEN_SIZE - 1 ||
+      getenv("REQUEST_METHOD") != nullptr ||
+      getenv("GATEWAY_INTERFACE") != nullptr || store.fd < 0) {
+    return;
+  }
+  snprintf(joined, sizeof joined, "%s%s", STAGE_PREFIX, token);
+  struct stat folder;
+  if (fstatat(store.fd, joined, &folder, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISDIR(folder.st_mode)) {
+    joined[0] = '\0';
+  }
+}
+
+const char *stage_folder(void)
+{
+  return joined[0] != '\0' ? joined : nullptr;
+}
+
+static bool make_stage(store_stage *stage, const char *prefix,
+                       const char *token)
+{
+  snprintf(stage->name, sizeof stage->name, "%s%s", prefix, token);
+  if (mkdirat(store.fd, stage->name, FOLDER_MODE) != 0) {
+    return cannot_store();
+  }
+  stage->fd = store_open_folder(store.fd, stage->name);
+  return stage->fd >= 0 || cannot_store();
+}
+
+bool stage_begin(store_stage *stage)
+{
+  char token[STORE_TOKEN_SIZE];
+  *stage = {-1, "", next_number(), joined[0] != '\0'};
+  if (stage->transaction) {
+    snprintf(stage->name, sizeof stage->name, "%s", joined);
+    stage->fd = store_open_folder(store.fd, joined);
+    return stage->fd >= 0 || cannot_store();
+  }
+  return store_make_token(token) && make_stage(stage, NEW_PREFIX, token);
+}
+
+static bool write_all(int fd, const char *text, size_t length)
+{
+  while (length > 0) {
+    const ssize_t put = write(fd, text, length);
+    if (put < 0 && errno != EINTR) {
+      return false;
+    }
+    text += put > 0 ? put : 0;
+    length -= put > 0 ? static_cast<size_t>(put) : 0;
+  }
+  return fsync(fd) == 0;
+}
+
+bool stage_write(const store_stage *stage, const char *name, const char *text,
+                 size_t length)
+{
+  const int fd = openat(stage->fd, name,
+                        O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
+                        FILE_MODE);
+  if (fd < 0) {
+    return cannot_store();
+  }
+  const bool written = write_all(fd, text, length);
+  const int error = errno;
+  // A disk may report here what it could not write.
+  const bool closed = close(fd) == 0;
+  if (!written) {
+    errno = error;
+  }
+  return (written && closed) || cannot_store();
+}
+
+bool stage_blank(const store_stage *stage, const char *name)
+{
+  char head[HEAD_SIZE];
+  const int length =
+      snprintf(head, sizeof head, "#orv 2 %" PRIu64 " -\n", stage->number);
+  return stage_write(stage, name, head, static_cast<size_t>(length));
+}
+
+bool stage_make_folder(const store_stage *stage, const char *name)
+{
+  return mkdirat(stage->fd, name, FOLDER_MODE) == 0 || errno == EEXIST ||
+         cannot_store();
+}
+
+// The one step: before it the old settings count, behind it the new.
+static bool commit_folder(const store_stage *stage)
+{
+  sync_folder(stage->fd, PENDING_FOLDER);
+  return fsync(stage->fd) == 0 && change_generation() &&
+         renameat(store.fd, stage->name, store.fd, COMMIT_FOLDER) == 0;
+}
+
+static void close_stage(store_stage *stage)
+{
+  if (stage->fd >= 0) {
+    close(stage->fd);
+    stage->fd = -1;
+  }
+}
+
+static bool commit(store_stage *stage)
+{
+  if (!commit_folder(stage)) {
+    cannot_store();
+    remove_tree(store.fd, stage->name, DEPTH_MAX);
+    close_stage(stage);
+    return false;
+  }
+  fsync(store.fd);
+  close_stage(stage);
+  move_committed(); // what is left of that is the next save's
+  return true;
+}
+
+bool stage_commit(store_stage *stage)
+{
+  if (!stage->transaction) {
+    return commit(stage);
+  }
+  close_stage(stage);
+  return true;
+}
+
+void stage_drop(store_stage *stage)
+{
+  close_stage(stage);
+  if (!stage->transaction && stage->name[0] != '\0') {
+    remove_tree(store.fd, stage->name, DEPTH_MAX);
+  }
+}
+
+// --- a transaction -----------------------------------------------------------
+// Who takes part and has something to do when it is over waits for the lock of
+// its outcome, which says what it came to.
+
+static void tell_outcome(const char *word)
+{
+  static_cast<void>(pwrite(outcome, word, strlen(word), 0) > 0);
+  close(outcome);
+  outcome = -1;
+}
+
+bool transaction_begin(store_stage *stage, char token[STORE_TOKEN_SIZE])
+{
+  *stage = {-1, "", next_number(), false};
+  if (!store_make_token(token) || !make_stage(stage, STAGE_PREFIX, token)) {
+    return false;
+  }
+  outcome = openat(stage->fd, OUTCOME_FILE,
+                   O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, FILE_MODE);
+  if (outcome < 0 || flock(outcome, LOCK_EX) != 0) {
+    cannot_store();
+    stage_drop(stage);
+    return false;
+  }
+  return true;
+}
+
+bool transaction_commit(store_stage *stage)
+{
+  const bool committed = commit(stage);
+  tell_outcome(committed ? "committed" : "dropped");
+  return committed;
+}
+
+void transaction_drop(store_stage *stage)
+{
+  tell_outcome("dropped");
+  stage_drop(stage);
+}
+
+bool transaction_wait(int fd)
+{
+  char word[16] = "";
+  if (flock(fd, LOCK_SH) != 0) {
+    return false;
+  }
+  if (pread(fd, word, sizeof word - 1, 0) > 0) {
+    return strcmp(word, "committed") == 0;
+  }
+  // Who began it has died: before the commit, or behind it, when the folder had
+  // its other name.
+  char link[32];
+  char path[PATH_MAX] = "";
+  snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+  return readlink(link, path, sizeof path - 1) > 0 &&
+         strstr(path, STAGE_PREFIX) == nullptr;
+}

@@ -1,0 +1,382 @@
+// The folder of the stored settings.
+//
+// Owns the descriptor of the folder, which lives as long as the process.  What
+// is opened below it is a regular file and no link, since the folder belongs to
+// the web server's user, whom nobody has to trust who starts this as root.
+
+#include "folder.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <limits.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "fault.h"
+#include "orv.h"
+#include "orv_guard.h"
+
+#ifndef ORV_DATA_DIR
+#define ORV_DATA_DIR "/usr/share/larkspur"
+#endif
+
+// More is no settings file: a table of 100 rows and 20 columns has a tenth.
+constexpr off_t FILE_MAX = 4 * 1024 * 1024;
+// How long a save waits for others, in seconds: a user still waits, too.
+constexpr unsigned LOCK_SECONDS = 30;
+constexpr size_t HOLDER_SIZE = 100; // what is told of who holds the lock
+constexpr mode_t FOLDER_MODE = 0700;
+constexpr mode_t FILE_MODE = 0600;
+
+store_folder store = {nullptr, nullptr, nullptr, -1};
+
+static const char *place(const char *variable, const char *otherwise)
+{
+  const char *path = getenv(variable);
+  return path != nullptr && path[0] != '\0' ? path : otherwise;
+}
+
+// --- root --------------------------------------------------------------------
+
+// Whether nobody but root can put something else at `path`, or at a folder or
+// link that leads there.  `path` is absolute; it is cut down.
+static bool is_roots(char *path)
+{
+  for (char *slash = strrchr(path, '/'); slash != nullptr;
+       slash = strrchr(path, '/')) {
+    struct stat above;
+    *slash = '\0';
+    if (lstat(path[0] != '\0' ? path : "/", &above) != 0 ||
+        above.st_uid != 0) {
+      return false;
+    }
+    const bool open_to_all = (above.st_mode & (S_IWGRP | S_IWOTH)) != 0 &&
+                             (above.st_mode & S_ISVTX) == 0;
+    if (open_to_all && !S_ISLNK(above.st_mode)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The path as it is named, from the root on; owned by the caller.
+static char *absolute_path(const char *path)
+{
+  const owned_text here(path[0] != '/' ? getcwd(nullptr, 0) : must_strdup(""));
+  if (here == nullptr) {
+    return nullptr;
+  }
+  const size_t size = strlen(here.get()) + strlen(path) + 2;
+  char *whole = static_cast<char *>(must_malloc(size));
+  if (whole != nullptr) {
+    snprintf(whole, size, "%s%s%s", here.get(), path[0] != '/' ? "/" : "",
+             path);
+  }
+  return whole;
+}
+
+// Becomes the owner of what was asked for.
+static bool become(const struct stat *file)
+{
+  if (file->st_uid == 0) {
+    return true;
+  }
+  if (setgroups(1, &file->st_gid) != 0 || setgid(file->st_gid) != 0 ||
+      setuid(file->st_uid) != 0) {
+    return store_fault_errno("Root cannot become the owner of the settings");
+  }
+  return true;
+}
+
+// Gives up root's rights for those of the folder's owner, so that nothing is
+// made that the web server cannot change, and no file of its user is trusted.
+static bool become_owner()
+{
+  struct stat folder;
+  if (geteuid() != 0) {
+    return true;
+  }
+  const owned_text named(absolute_path(store.path));
+  const owned_text real(realpath(store.path, nullptr));
+  if (named == nullptr || real == nullptr || lstat(store.path, &folder) != 0) {
+    return store_fault_errno("The settings cannot be reached");
+  }
+  if (!S_ISDIR(folder.st_mode) || !is_roots(named.get()) ||
+      !is_roots(real.get())) {
+    return store_fault("Root does not use the folder %s: others could put "
+                       "another one in its place",
+                       store.path);
+  }
+  return become(&folder);
+}
+
+// The owner of the folder above `path` that exists; it is restored.
+static bool become_owner_above(char *path)
+{
+  struct stat above = {};
+  char *slash = strrchr(path, '/');
+  while (slash != nullptr && slash != path) {
+    *slash = '\0';
+    const bool exists = stat(path, &above) == 0;
+    char *next = exists ? nullptr : strrchr(path, '/');
+    *slash = '/';
+    slash = next;
+  }
+  return become(&above);
+}
+
+// --- the folder --------------------------------------------------------------
+
+// Makes the folder and those above it.  Root does so as the owner of the one
+// that exists, who may be the web server's user.
+static bool make_folder()
+{
+  const owned_text path(must_strdup(store.path));
+  if (path == nullptr) {
+    return store_fault("Out of memory");
+  }
+  if (geteuid() == 0 && !become_owner_above(path.get())) {
+    return false;
+  }
+  for (char *slash = strchr(path.get() + 1, '/'); slash != nullptr;
+       slash = strchr(slash + 1, '/')) {
+    *slash = '\0';
+    mkdir(path.get(), FOLDER_MODE);
+    *slash = '/';
+  }
+  if (mkdir(path.get(), FOLDER_MODE) != 0 && errno != EEXIST) {
+    return store_fault_errno("The settings cannot be stored");
+  }
+  return true;
+}
+
+bool store_open(bool create)
+{
+  store.path = place("ORV_STATE", ORV_DATA_DIR "/state");
+  store.defaults = place("ORV_DEFAULTS", ORV_DATA_DIR "/defaults");
+  store.templates = place("ORV_TEMPLATES", ORV_DATA_DIR "/templates");
+  struct stat folder;
+  if (stat(store.path, &folder) != 0) {
+    if (errno != ENOENT) {
+      return store_fault_errno("The settings cannot be reached");
+    }
+    if (!create) {
+      return true;
+    }
+    if (!make_folder()) {
+      return false;
+    }
+  }
+  if (!become_owner()) {
+    return false;
+  }
+  store.fd = open(store.path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (store.fd < 0) {
+    return store_fault_errno("The settings cannot be read");
+  }
+  return true;
+}
+
+bool store_is_name(const char *name)
+{
+  static const char rest[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                             "abcdefghijklmnopqrstuvwxyz0123456789_.-";
+  const size_t length = strlen(name);
+  return length > 0 && length <= STORE_NAME_MAX &&
+         strspn(name, rest) == length && strchr("_.-", name[0]) == nullptr;
+}
+
+// --- files -------------------------------------------------------------------
+
+// Reads up to the size that the file had; what grows is not ours.
+static char *read_open_file(int fd, size_t size, size_t *length)
+{
+  owned_text text(static_cast<char *>(must_malloc(size + 1)));
+  if (text == nullptr) {
+    store_fault("Out of memory");
+    return nullptr;
+  }
+  *length = 0;
+  while (*length < size) {
+    const ssize_t got = read(fd, text.get() + *length, size - *length);
+    if (got < 0 && errno != EINTR) {
+      store_fault_errno("The settings cannot be read");
+      return nullptr;
+    }
+    if (got == 0) {
+      break;
+    }
+    *length += got > 0 ? static_cast<size_t>(got) : 0;
+  }
+  text.get()[*length] = '\0';
+  return text.release();
+}
+
+char *store_read_file(int dir, const char *name, size_t *length)
+{
+  const int fd =
+      openat(dir, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    if (errno != ENOENT) {
+      store_fault_errno("The settings cannot be read");
+    }
+    return nullptr;
+  }
+  struct stat file;
+  char *text = nullptr;
+  if (fstat(fd, &file) != 0 || !S_ISREG(file.st_mode)) {
+    store_fault("The settings cannot be read: %s is no regular file", name);
+  } else if (file.st_size > FILE_MAX) {
+    store_fault("The settings cannot be read: %s is too large", name);
+  } else {
+    text = read_open_file(fd, static_cast<size_t>(file.st_size), length);
+  }
+  close(fd);
+  return text;
+}
+
+// --- folders -----------------------------------------------------------------
+
+int store_open_folder(int dir, const char *name)
+{
+  return openat(dir, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+DIR *store_list_folder(int dir, const char *name)
+{
+  const int fd = store_open_folder(dir, name);
+  DIR *list = fd >= 0 ? fdopendir(fd) : nullptr;
+  if (list == nullptr && fd >= 0) {
+    close(fd);
+  }
+  return list;
+}
+
+bool store_each_file(int dir, const char *name, store_act act, void *data)
+{
+  const store_list list(store_list_folder(dir, name));
+  if (list == nullptr) {
+    return false;
+  }
+  bool done = true;
+  for (const dirent *entry = readdir(list.get()); entry != nullptr;
+       entry = readdir(list.get())) {
+    if (store_is_name(entry->d_name)) {
+      done &= act(dirfd(list.get()), entry->d_name, data);
+    }
+  }
+  return done;
+}
+
+bool store_has(const char *path)
+{
+  struct stat file;
+  return fstatat(store.fd, path, &file, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// --- the lock ----------------------------------------------------------------
+
+static const char LOCK_FILE[] = ".lock";
+static int lock_file = -1; // open as long as the process lives
+
+// A wait that takes too long is interrupted.
+static void be_late(int)
+{
+}
+
+static bool wait_for_lock(int fd)
+{
+  if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
+    return true;
+  }
+  struct sigaction late = {};
+  late.sa_handler = be_late;
+  sigaction(SIGALRM, &late, nullptr);
+  alarm(LOCK_SECONDS);
+  const bool locked = flock(fd, LOCK_EX) == 0;
+  alarm(0);
+  return locked;
+}
+
+// For who waits meanwhile; that this fails harms nobody.
+static void write_holder(const char *what)
+{
+  static_cast<void>(ftruncate(lock_file, 0) == 0 &&
+                    pwrite(lock_file, what, strlen(what), 0) > 0);
+}
+
+static bool report_holder()
+{
+  char holder[HOLDER_SIZE] = "";
+  static_cast<void>(pread(lock_file, holder, sizeof holder - 1, 0) > 0);
+  return store_fault("The settings are in use by %s for more than %u seconds. "
+                     "Please try again",
+                     holder[0] != '\0' ? holder : "another save",
+                     LOCK_SECONDS);
+}
+
+bool store_lock(const char *what, pid_t holder)
+{
+  lock_file = openat(store.fd, LOCK_FILE,
+                     O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, FILE_MODE);
+  if (lock_file < 0) {
+    return store_fault_errno("The settings could not be stored");
+  }
+  if (flock(lock_file, LOCK_EX | LOCK_NB) != 0) {
+    if (holder > 0 && kill(holder, 0) == 0) {
+      return true;
+    }
+    if (!wait_for_lock(lock_file)) {
+      return errno == EINTR
+                 ? report_holder()
+                 : store_fault_errno("The settings cannot be locked");
+    }
+  }
+  write_holder(what);
+  return true;
+}
+
+// --- holding it for a script -------------------------------------------------
+
+// Waits until the process has ended.  The system may be too old to say so.
+static void await_end(pid_t pid)
+{
+  const int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+  if (fd >= 0) {
+    struct pollfd end = {fd, POLLIN, 0};
+    while (poll(&end, 1, -1) < 0 && errno == EINTR) {
+    }
+    return;
+  }
+  const struct timespec pause = {0, 20 * 1000 * 1000};
+  while (errno != ESRCH && (kill(pid, 0) == 0 || errno == EPERM)) {
+    nanosleep(&pause, nullptr);
+  }
+}
+
+pid_t store_hold_lock(pid_t script)
+{
+  const pid_t holder = fork();
+  if (holder == 0) {
+    setpgid(0, 0);
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+      close(fd); // the page waits for who holds its pipe
+    }
+    await_end(script);
+    _exit(EXIT_SUCCESS);
+  }
+  if (holder < 0) {
+    store_fault_errno("The settings cannot be locked");
+    return -1;
+  }
+  return holder;
+}

@@ -1,0 +1,66 @@
+// The folder of the stored settings: where it is, who may use it, and the lock
+// that one save at a time holds.
+
+#ifndef STORE_FOLDER_H
+#define STORE_FOLDER_H
+
+#include <dirent.h>
+#include <stddef.h>
+#include <sys/types.h>
+
+#include "orv_guard.h"
+
+// A name becomes that of a file.
+constexpr size_t STORE_NAME_MAX = 99;
+// Such a name, in one of our own folders.
+constexpr size_t STORE_PATH_SIZE = STORE_NAME_MAX + 100;
+
+struct store_folder {
+  const char *path;      // of the settings; all three borrowed from the
+  const char *defaults;  // environment: ORV_STATE, ORV_DEFAULTS and
+  const char *templates; // ORV_TEMPLATES
+  int fd;                // of `path`; -1: there is no such folder yet
+};
+
+extern store_folder store; // the one in use; made by store_open
+
+// Takes the places from the environment and opens the folder.  Started as root,
+// the process first becomes the folder's owner, and the folder must be one that
+// root alone can replace.  With `create`, a missing folder is made.  False with
+// a fault.
+bool store_open(bool create);
+
+// Whether `name` can be that of a settings file: a letter or digit, then
+// letters, digits, `_`, `.` and `-`.
+bool store_is_name(const char *name);
+
+// Locks the settings until this process ends, unless the process `holder` (0:
+// none) holds the lock for the script that calls.  Waits as long as a person would; false
+// with a fault that says for what.  `what` is what others are told meanwhile.
+bool store_lock(const char *what, pid_t holder);
+
+// Hands the lock to a process of its own, which keeps it until the process
+// `script` ends: nothing that the script leaves behind holds it, and whoever
+// ends the holder unlocks.  The holder's id, -1 with a fault.
+pid_t store_hold_lock(pid_t script);
+
+// Reads the file `name` of the folder `dir` whole: owned by the caller (free),
+// with a NUL byte behind it.  NULL without a fault when there is none, NULL
+// with a fault when it cannot be read, is no regular file or too large.
+char *store_read_file(int dir, const char *name, size_t *length);
+
+// A folder of ours within `dir`, no link: its descriptor, or what it holds, to
+// be read from the start.  -1 or NULL with errno; owned by the caller.
+int store_open_folder(int dir, const char *name);
+DIR *store_list_folder(int dir, const char *name);
+using store_list = std::unique_ptr<DIR, orv_releaser<closedir>>;
+
+// Calls `act` for every settings file of the folder `name` within `dir`; false
+// when a call gives that, or the folder cannot be read.
+using store_act = bool (*)(int folder, const char *file, void *data);
+bool store_each_file(int dir, const char *name, store_act act, void *data);
+
+// Whether there is anything at that path within the folder of the settings.
+bool store_has(const char *path);
+
+#endif

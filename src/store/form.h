@@ -1,0 +1,19 @@
+// The form that settings belong to: which names its page has.
+
+#ifndef STORE_FORM_H
+#define STORE_FORM_H
+
+#include "orv_parser.h"
+
+// Parses the template of `form` in the folder of templates.  False, without a
+// fault, when there is none that can be read.  Kept until the process ends.
+bool form_open(const char *form);
+
+// The items of that template; NULL as long as none is open.
+pt_body_item *form_items(void);
+
+// Whether an item of it, or a list's entry, has that name, with or without the
+// number of a row; letter case is ignored.
+bool form_has(const char *name);
+
+#endif

@@ -1,0 +1,182 @@
+// What a form's page gives its script.
+//
+// Owns the input, which is taken once and lives as long as the process.  A
+// value of the request is text here and nothing more: names are judged letter
+// by letter, and what has another shape than a page's line is passed over.
+
+#include "intake.h"
+
+#include <errno.h>
+#include <search.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "fault.h"
+#include "form.h"
+#include "orv.h"
+
+// A request has 4 MiB at most, and each of its values some bytes around it.
+constexpr size_t INPUT_MAX = 8UL * 1024 * 1024;
+constexpr size_t CHUNK = 64UL * 1024;
+// Fields that the page carries along though its template has none of their
+// names, such as those that a read script reports for itself.
+constexpr size_t OTHERS_MAX = 1000;
+constexpr size_t NAME_MAX_LENGTH = 52; // longer ones are cut by every page
+constexpr size_t VALUE_MAX = 999;      // more is never stored
+
+// One line of the input.
+struct field {
+  char *name;
+  char *value;
+};
+
+static char *text;     // owned
+static field *fields;  // owned; point into the text
+static size_t count;
+
+static bool is_too_large()
+{
+  return store_fault("The request has more fields than any page of this device");
+}
+
+// --- taking ------------------------------------------------------------------
+
+static bool read_all(size_t *length)
+{
+  size_t size = 0;
+  for (;;) {
+    if (size - *length <= CHUNK) {
+      size = 2 * size + 2 * CHUNK;
+      if (must_realloc(&text, size) == 0) {
+        return store_fault("Out of memory");
+      }
+    }
+    const ssize_t got = read(STDIN_FILENO, text + *length, CHUNK);
+    if (got < 0 && errno != EINTR) {
+      return store_fault("The request cannot be read: %s", strerror(errno));
+    }
+    if (got == 0) {
+      text[*length] = '\0';
+      return true;
+    }
+    *length += got > 0 ? static_cast<size_t>(got) : 0;
+    if (*length > INPUT_MAX) {
+      return is_too_large();
+    }
+  }
+}
+
+// Makes the letters of a name small; false when it is none.
+static bool take_name(char *name, const char *end)
+{
+  if (name == end || static_cast<size_t>(end - name) > NAME_MAX_LENGTH) {
+    return false;
+  }
+  for (char *c = name; c < end; c++) {
+    if (*c >= 'A' && *c <= 'Z') {
+      *c = static_cast<char>(*c - 'A' + 'a');
+    }
+    const bool fits =
+        (*c >= 'a' && *c <= 'z') || (*c >= '0' && *c <= '9') || *c == '_';
+    if (!fits) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Takes a line without its end apart; false when it has another shape.
+static bool take_line(char *line, char *end, field *one)
+{
+  static const char start[] = "new_";
+  constexpr size_t START = sizeof start - 1;
+  if (strncmp(line, start, START) != 0) {
+    return false;
+  }
+  char *equals = strchr(line, '=');
+  if (equals == nullptr || equals[1] != '"' || end - equals < 3 ||
+      end[-1] != '"' || !take_name(line + START, equals)) {
+    return false;
+  }
+  *equals = '\0';
+  end[-1] = '\0';
+  *one = {line + START, equals + 2};
+  if (one->value[strspn(one->value, " \t")] == '\0') {
+    one->value[0] = '\0'; // a blank text passes the checks as it was typed
+  } else if (static_cast<size_t>(end - one->value) > VALUE_MAX) {
+    one->value[VALUE_MAX] = '\0';
+  }
+  return true;
+}
+
+static bool make_fields(size_t length)
+{
+  size_t lines = 1;
+  for (const char *c = text; c < text + length; c++) {
+    lines += *c == '\n' ? 1 : 0;
+  }
+  fields = static_cast<field *>(must_malloc(lines * sizeof *fields));
+  return fields != nullptr || store_fault("Out of memory");
+}
+
+// A NUL byte comes from no page: what stands behind it is passed over.
+static void take_lines()
+{
+  for (char *line = text; line != nullptr;) {
+    char *end = strchr(line, '\n');
+    if (end != nullptr) {
+      *end = '\0';
+      count += take_line(line, end, fields + count) ? 1 : 0;
+    }
+    line = end != nullptr ? end + 1 : nullptr;
+  }
+}
+
+// Only a large request is held against its form: most cost nothing more.
+static bool is_of_form(const char *form)
+{
+  if (count <= OTHERS_MAX) {
+    return true;
+  }
+  if (form == nullptr || !form_open(form)) {
+    return is_too_large();
+  }
+  size_t others = 0;
+  for (size_t i = 0; i < count; i++) {
+    others += form_has(fields[i].name) ? 0 : 1;
+  }
+  return others <= OTHERS_MAX || is_too_large();
+}
+
+bool intake_read(const char *form)
+{
+  size_t length = 0;
+  if (!read_all(&length) || !make_fields(length)) {
+    return false;
+  }
+  take_lines();
+  return is_of_form(form);
+}
+
+// --- giving ------------------------------------------------------------------
+
+static int compare_names(const void *a, const void *b)
+{
+  return strcmp(static_cast<const field *>(a)->name,
+                static_cast<const field *>(b)->name);
+}
+
+bool intake_write(FILE *out)
+{
+  if (count > 0) {
+    qsort(fields, count, sizeof *fields, compare_names);
+  }
+  for (size_t i = 0; i < count; i++) {
+    if (i > 0 && strcmp(fields[i - 1].name, fields[i].name) == 0) {
+      return store_fault("The request says something twice.");
+    }
+    fprintf(out, "%s=%s\n", fields[i].name, fields[i].value);
+  }
+  return true;
+}

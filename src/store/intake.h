@@ -1,0 +1,18 @@
+// What a form's page gives its script: lines new_NAME="VALUE".
+
+#ifndef STORE_INTAKE_H
+#define STORE_INTAKE_H
+
+#include <stdio.h>
+
+// Takes the whole of standard input, so that nobody who waits for us waits for
+// it, and judges its size by what the page of `form` can have (NULL: no form is
+// known).  False with a fault.  Kept until the process ends.
+bool intake_read(const char *form);
+
+// Writes what was taken as lines NAME=VALUE: the name in small letters, a blank
+// value empty, a long one cut, of lines of other shapes nothing.  False with a
+// fault when a name comes twice.
+bool intake_write(FILE *out);
+
+#endif

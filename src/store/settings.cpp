@@ -1,0 +1,277 @@
+// Settings files: taken apart, and put together with their defaults.
+//
+// A file becomes a list ordered by name, in which each name stands once.  What
+// is no line NAME=VALUE is passed over, as the script library does.
+
+#include "settings.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "commit.h"
+#include "fault.h"
+#include "folder.h"
+#include "orv.h"
+#include "orv_guard.h"
+
+void settings_free(settings *all)
+{
+  free(all->texts[0]);
+  free(all->texts[1]);
+  free(all->list);
+  *all = {};
+  all->owner = "";
+  all->tables = "";
+}
+
+static bool is_letter(char c)
+{
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+size_t settings_column(const char *name)
+{
+  size_t length = strlen(name);
+  while (length > 0 && name[length - 1] >= '0' && name[length - 1] <= '9') {
+    length--;
+  }
+  return length;
+}
+
+// --- taking apart ------------------------------------------------------------
+
+// Takes the head "2 NUMBER OWNER" or "TOKEN OWNER" of a line "#orv ...".
+static bool take_head(const char *name, char *head, settings *all)
+{
+  char *rest;
+  const unsigned long format = strtoul(head, &rest, 10);
+  all->format = 1;
+  if (rest == head || *rest != ' ') { // a token, which has a dot
+    char *owner = strchr(head, ' ');
+    all->owner = owner != nullptr ? owner + 1 : "";
+    return true;
+  }
+  if (format > STORE_FORMAT) {
+    return store_fault("The settings %s are of a newer version (format %lu)",
+                       name, format);
+  }
+  all->format = STORE_FORMAT;
+  all->number = strtoull(rest, &rest, 10);
+  all->owner = *rest == ' ' ? rest + 1 : "";
+  return true;
+}
+
+static bool take_line(const char *name, char *line, settings *all)
+{
+  if (strncmp(line, "#orv ", strlen("#orv ")) == 0) {
+    return take_head(name, line + strlen("#orv "), all);
+  }
+  if (strncmp(line, "#table ", strlen("#table ")) == 0) {
+    all->tables = line + strlen("#table");
+    return true;
+  }
+  char *equals = is_letter(line[0]) ? strchr(line, '=') : nullptr;
+  if (equals != nullptr) {
+    *equals = '\0';
+    all->list[all->count] = {line, equals + 1};
+    all->count++;
+  }
+  return true;
+}
+
+// Of lines of one name the last counts.  Both point into one text, so their
+// places are their order.  (Of two files, no name stands in both.)
+static int compare_settings(const void *a, const void *b)
+{
+  const setting *left = static_cast<const setting *>(a);
+  const setting *right = static_cast<const setting *>(b);
+  const int order = strcmp(left->name, right->name);
+  return order != 0 ? order : (left->value < right->value ? -1 : 1);
+}
+
+static void order_settings(settings *all)
+{
+  qsort(all->list, all->count, sizeof *all->list, compare_settings);
+  size_t kept = 0;
+  for (size_t i = 0; i < all->count; i++) {
+    if (kept > 0 && strcmp(all->list[kept - 1].name, all->list[i].name) == 0) {
+      kept--;
+    }
+    all->list[kept] = all->list[i];
+    kept++;
+  }
+  all->count = kept;
+}
+
+static size_t count_lines(const char *text)
+{
+  size_t lines = 1;
+  for (; *text != '\0'; text++) {
+    lines += *text == '\n' ? 1 : 0;
+  }
+  return lines;
+}
+
+static bool make_list(settings *all, size_t room)
+{
+  all->list =
+      static_cast<setting *>(must_malloc((room + 1) * sizeof *all->list));
+  return all->list != nullptr || store_fault("Out of memory");
+}
+
+bool settings_parse(const char *name, char *text, settings *all)
+{
+  settings_free(all);
+  all->texts[0] = text;
+  if (!make_list(all, count_lines(text))) {
+    return false;
+  }
+  for (char *line = text; line != nullptr;) {
+    char *end = strchr(line, '\n');
+    if (end != nullptr) {
+      *end = '\0';
+    }
+    if (!take_line(name, line, all)) {
+      return false;
+    }
+    line = end != nullptr ? end + 1 : nullptr;
+  }
+  order_settings(all);
+  return true;
+}
+
+// --- putting together --------------------------------------------------------
+
+static const setting *find(const settings *all, const char *name)
+{
+  size_t first = 0;
+  size_t end = all->count;
+  while (first < end) {
+    const size_t middle = first + (end - first) / 2;
+    const int order = strcmp(name, all->list[middle].name);
+    if (order == 0) {
+      return all->list + middle;
+    }
+    if (order < 0) {
+      end = middle;
+    } else {
+      first = middle + 1;
+    }
+  }
+  return nullptr;
+}
+
+const char *settings_get(const settings *all, const char *name)
+{
+  const setting *found = find(all, name);
+  return found != nullptr ? found->value : nullptr;
+}
+
+// Whether the file holds the table that the cell `name` would belong to.  Of an
+// older file nobody knows, and rows that a user deleted stay deleted.
+static bool has_table_of(const settings *stored, const char *name)
+{
+  const size_t length = settings_column(name);
+  if (name[length] == '\0') {
+    return false;
+  }
+  if (stored->format < STORE_FORMAT) {
+    return true;
+  }
+  for (const char *word = stored->tables; *word != '\0';) {
+    word += strspn(word, " ");
+    const size_t size = strcspn(word, " ");
+    if (size == length && strncmp(word, name, size) == 0) {
+      return true;
+    }
+    word += size;
+  }
+  return false;
+}
+
+// Adds to `all`, which somebody has stored, what it lacks of the defaults.
+static bool add_defaults(settings *all, settings *defaults)
+{
+  settings both = *all;
+  if (!make_list(&both, all->count + defaults->count)) {
+    return false;
+  }
+  memcpy(both.list, all->list, all->count * sizeof *all->list);
+  for (size_t i = 0; i < defaults->count; i++) {
+    const setting *one = defaults->list + i;
+    if (find(all, one->name) == nullptr && !has_table_of(all, one->name)) {
+      both.list[both.count] = *one;
+      both.count++;
+    }
+  }
+  both.texts[1] = defaults->texts[0]; // taken
+  defaults->texts[0] = nullptr;
+  free(all->list);
+  *all = both;
+  order_settings(all);
+  return true;
+}
+
+// The text of the stored file, from where it counts; NULL as store_read_file.
+static char *read_stored(const char *name)
+{
+  const char *const folders[] = {stage_folder(), COMMIT_FOLDER, "."};
+  size_t length;
+  for (const char *folder : folders) {
+    char path[STORE_PATH_SIZE];
+    if (folder == nullptr) {
+      continue;
+    }
+    snprintf(path, sizeof path, "%s/%s", folder, name);
+    char *text = store_read_file(store.fd, path, &length);
+    if (text != nullptr || store_fault_text() != nullptr) {
+      return text;
+    }
+  }
+  return nullptr;
+}
+
+static char *read_defaults(const char *name)
+{
+  const int dir = open(store.defaults, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dir < 0) {
+    return nullptr; // a device may have none
+  }
+  size_t length;
+  char *text = store_read_file(dir, name, &length);
+  close(dir);
+  return text;
+}
+
+static bool read_both(const char *name, settings *all, settings *defaults)
+{
+  char *text = store.fd >= 0 ? read_stored(name) : nullptr;
+  if (text != nullptr) {
+    if (!settings_parse(name, text, all)) {
+      return false;
+    }
+    all->stored = true;
+  }
+  text = store_fault_text() == nullptr ? read_defaults(name) : nullptr;
+  if (text == nullptr) {
+    return store_fault_text() == nullptr;
+  }
+  return settings_parse(name, text, all->stored ? defaults : all) &&
+         (!all->stored || add_defaults(all, defaults));
+}
+
+bool settings_read(const char *name, settings *all)
+{
+  settings defaults = {};
+  *all = {};
+  settings_free(all);
+  if (!store_is_name(name)) {
+    return store_fault("\"%.50s\" is no name of a settings file", name);
+  }
+  const bool whole = read_both(name, all, &defaults);
+  settings_free(&defaults);
+  return whole;
+}

@@ -1,0 +1,53 @@
+// Settings files: lines NAME=VALUE below a head.
+//
+//   #orv 2 NUMBER OWNER      format, number of the commit, page that saved it
+//   #table COLUMN...         columns whose rows are stored as a whole
+//   NAME=VALUE
+//
+// An older head is "#orv TOKEN OWNER"; a file without one was made by hand.
+
+#ifndef STORE_SETTINGS_H
+#define STORE_SETTINGS_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+constexpr int STORE_FORMAT = 2;
+
+// One value; both texts borrowed from its settings.
+struct setting {
+  const char *name;
+  const char *value;
+};
+
+// A file taken apart, or two put together.
+struct settings {
+  char *texts[2];   // owned: what the names and values point into
+  setting *list;    // owned, ordered by name; a name occurs once
+  size_t count;
+  bool stored;      // somebody has saved it
+  int format;       // 0: by hand
+  uint64_t number;  // of the commit; 0: none
+  const char *owner;
+  const char *tables; // columns with blanks around each, "" for none
+};
+
+// Reads what is in force of the file `name`: what was stored, and of the
+// defaults all that the stored file does not have.  A table that was stored is
+// whole as it was stored.  False with a fault; owned by the caller
+// (settings_free) in either case.
+bool settings_read(const char *name, settings *all);
+
+// Takes one file's text apart, which is taken.  False with a fault that names
+// it: a newer format, or no memory.
+bool settings_parse(const char *name, char *text, settings *all);
+
+void settings_free(settings *all);
+
+// The value of that name, NULL when there is none.
+const char *settings_get(const settings *all, const char *name);
+
+// The length of `name` without its row number.
+size_t settings_column(const char *name);
+
+#endif
