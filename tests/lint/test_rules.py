@@ -34,7 +34,7 @@ def examples(text, kind):
 def spelled(line):
     """What an example writes for characters that cannot be seen."""
     line = re.sub(r"\{(\d{2,})\}", lambda m: "x" * int(m[1]), line)
-    return line.replace("\\r", "\r").replace("\\0", "\0").replace("\\b", "\ufeff")
+    return line.replace("\\r", "\r").replace("\\0", "\0").replace("\\b", "\ufeff").replace("\\xdf", "\udcdf")
 
 
 def lay_out(tmp_path, files):
@@ -44,7 +44,7 @@ def lay_out(tmp_path, files):
         if text is not None and "(link to nothing)" in text:
             path.symlink_to("nothing")
         elif text is not None:
-            path.write_text(text, newline="")
+            path.write_bytes(text.encode(errors="surrogateescape"))
             path.chmod(0o644 if "(not executable)" in text else 0o755)
 
 

@@ -13,95 +13,6 @@
 namespace bash_reading
 {
 
-// The end of the current command.
-static void finish(reader &r, list &l)
-{
-  bash_command &command = l.current;
-  if (!command.words.empty() || !command.assignments.empty() ||
-      !command.redirects.empty() || command.kind != BASH_SIMPLE) {
-    command.function = r.function;
-    command.substitution = r.substitution;
-    command.condition |= l.condition;
-    command.piped_in |= l.piped_in;
-    for (const bash_redirect &redirect : command.redirects) {
-      command.redirected_in |= redirect.op[0] == '<';
-      command.redirected_out |= redirect.op.find('>') != std::string::npos;
-    }
-    r.out.commands.push_back(command);
-    l.condition = false;
-    l.piped_in = false;
-  }
-  l.current = bash_command();
-}
-
-// The redirections behind a compound command are those of all in it.
-static void finish_block(reader &r, list &l, const block &closed)
-{
-  bash_command &tail = l.current;
-  tail.kind = BASH_BLOCK;
-  tail.line = r.line;
-  tail.column = column(r);
-  for (;;) {
-    skip_blanks(r);
-    const size_t before = r.at;
-    while (isdigit(static_cast<unsigned char>(peek(r))) != 0) {
-      step(r);
-    }
-    if (peek(r) != '<' && peek(r) != '>' &&
-        !(peek(r) == '&' && peek(r, 1) == '>')) {
-      r.at = before;
-      break;
-    }
-    bash_redirect redirect;
-    while (peek(r) != '\0' && strchr("<>&|", peek(r)) != nullptr) {
-      redirect.op += peek(r);
-      step(r);
-    }
-    skip_blanks(r);
-    redirect.target = read_word(r, false);
-    tail.redirects.push_back(redirect);
-    if (redirect.op == "<<" || redirect.op == "<<-") {
-      r.documents.push_back({redirect.target.plain, redirect.op == "<<-"});
-    }
-  }
-  const bool piped = peek(r) == '|' && peek(r, 1) != '|';
-  bool in = closed.piped_in;
-  bool out = false;
-  for (const bash_redirect &redirect : tail.redirects) {
-    in |= redirect.op[0] == '<';
-    out |= redirect.op.find('>') != std::string::npos;
-  }
-  for (size_t i = closed.begin; i < r.out.commands.size(); i++) {
-    r.out.commands[i].redirected_in |= in;
-    r.out.commands[i].redirected_out |= out;
-    r.out.commands[i].piped |= piped;
-  }
-}
-
-// A function's name holds for the block that follows it.
-static void open_block(reader &r, list &l, const std::string &kind)
-{
-  l.blocks.push_back({kind, r.out.commands.size(), r.function, l.piped_in,
-                      kind == "case", r.line});
-  l.piped_in = false;
-  if ((kind == "{" || kind == "(") && !r.next_function.empty()) {
-    r.function = r.next_function;
-    r.next_function.clear();
-  }
-}
-
-static void close_block(reader &r, list &l)
-{
-  finish(r, l);
-  if (l.blocks.empty()) {
-    return;
-  }
-  const block closed = l.blocks.back();
-  l.blocks.pop_back();
-  r.function = closed.function_before;
-  finish_block(r, l, closed);
-}
-
 // [[ ... ]], the "[[" taken.
 static void read_test(reader &r, list &l)
 {
@@ -178,6 +89,8 @@ static void read_pattern(reader &r, list &l)
     step(r);
   }
   bash_word pattern;
+  const int line = r.line;
+  const int at_column = column(r);
   const size_t start = r.at;
   read_nested(r, pattern, '(', ')', false, false);
   block &open = l.blocks.back();
@@ -185,6 +98,10 @@ static void read_pattern(reader &r, list &l)
     r.out.commands[open.begin - 1].patterns.push_back(
         r.in.substr(start, r.at - start));
   }
+  const int subject = static_cast<int>(open.begin) - 1;
+  open_arm(r, open,
+           {outer_branch(r, open), open.group, "case", subject, false,
+            r.in.substr(start, r.at - start), -1, line, at_column});
   step(r);
   open.patterns = false;
 }
@@ -205,6 +122,8 @@ static bool read_reserved(reader &r, list &l, const std::string &word)
   }
   step(r, word.size());
   l.condition |= conditions.count(word) != 0;
+  l.negated ^= word == "!";
+  read_arm(r, l, word);
   if (openers.count(word) != 0) {
     open_block(r, l, word);
   } else if (closers.count(word) != 0) {
@@ -285,14 +204,18 @@ static bool read_operator(reader &r, list &l)
     finish(r, l);
     if (!l.blocks.empty() && l.blocks.back().kind == "case") {
       l.blocks.back().patterns = true;
+      r.branch = outer_branch(r, l.blocks.back());
     }
     return true;
   }
   const char c = peek(r);
   if (looking_at(r, "&&") || looking_at(r, "||")) {
+    const std::string join = r.in.substr(r.at, 2);
     step(r, 2);
     l.current.condition = true;
     finish(r, l);
+    l.join = join;
+    l.previous = last_command(r);
     return true;
   }
   if (c == '|') {
@@ -395,7 +318,7 @@ bash_script read_bash(const std::string &text)
 {
   bash_script out;
   out.code = text;
-  reader r = {text, out, 0, 1, 0, "", "", 0, 0, {}};
+  reader r = {text, out};
   while (!done(r)) {
     read_list(r, '\0');
   }

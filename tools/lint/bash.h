@@ -54,6 +54,19 @@ enum bash_kind {
   BASH_BLOCK,      // the end of a compound command, with its redirections
 };
 
+// A part of a compound command that runs or not, or apart from the shell.
+struct bash_branch {
+  int parent;          // the branch that it stands in, -1: none
+  int group;           // the same for all arms of one if or case
+  std::string kind;    // "if", "while", "until", "for", "case", "&&", "||", "("
+  int test;            // the command that decides: of a case, its subject
+  bool otherwise;      // behind else
+  std::string pattern; // of a case's arm
+  int before = -1;     // the arm before it
+  int line = 0;        // of the pattern
+  int column = 0;
+};
+
 struct bash_command {
   bash_kind kind = BASH_SIMPLE;
   std::vector<bash_assignment> assignments;
@@ -62,6 +75,10 @@ struct bash_command {
   std::vector<std::string> patterns; // of a case, as written
   std::string function;              // that it stands in, "" outside of any
   int substitution = 0;              // how many $( ) it stands in
+  int branch = -1;                   // that it stands in
+  int previous = -1;                 // whose status decides, with `join`
+  std::string join;                  // "&&", "||", or ""
+  bool negated = false;              // behind !
   bool condition = false;            // its status decides on something
   bool background = false;           // ended by &
   bool piped = false;                // its output goes into a pipe
@@ -80,6 +97,7 @@ struct bash_open {
 
 struct bash_script {
   std::vector<bash_command> commands; // in the order of their ends
+  std::vector<bash_branch> branches;
   std::set<std::string> functions;
   std::vector<bash_open> open;
   std::vector<std::vector<bash_word>> documents; // here-documents, by lines

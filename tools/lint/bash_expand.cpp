@@ -111,6 +111,9 @@ void read_backticks(reader &r)
     command.line += lines;
     command.substitution += r.substitution + 1;
     command.function = r.function;
+    command.branch = r.branch;
+    command.previous = -1;
+    command.join.clear();
     r.out.commands.push_back(command);
   }
 }

@@ -21,6 +21,12 @@ struct block {
   bool piped_in;
   bool patterns; // of a case: a pattern comes next
   int line;
+  int branch_before;
+  int group;
+  size_t tests;     // where its tests begin, of the arm being read
+  std::string join; // with what stands before it
+  int previous;
+  int last_arm = -1;
 };
 
 struct here_document {
@@ -34,11 +40,13 @@ struct reader {
   size_t at = 0;
   int line = 1;
   size_t line_start = 0;
-  std::string function;
-  std::string next_function; // whose block comes next
+  std::string function = {};
+  std::string next_function = {}; // whose block comes next
   int substitution = 0;
-  int depth = 0; // of what is opened by "$", "<(" and ">("
-  std::vector<here_document> documents;
+  int branch = -1;
+  int groups = 0; // compound commands so far
+  int depth = 0;  // of what is opened by "$", "<(" and ">("
+  std::vector<here_document> documents = {};
 };
 
 // Nobody writes deeper than this; a file that does must not use up the stack.
@@ -50,6 +58,9 @@ struct list {
   bash_command current;
   bool condition = false; // the next command decides on something
   bool piped_in = false;
+  bool negated = false;
+  std::string join; // of the next command with the one before it
+  int previous = -1;
   char closer; // ends the list, '\0': the end of the text does
 };
 
@@ -91,6 +102,22 @@ void read_nested(reader &r, bash_word &word, char open, char end, bool quoted,
                  bool arithmetic);
 // Arithmetic up to the unquoted `end` (")" or "]"), which is left.
 void read_arithmetic(reader &r, bash_word &word, char end);
+
+// --- blocks ------------------------------------------------------------------
+
+// The end of the current command.
+void finish(reader &r, list &l);
+// The number of the last one, -1 before the first.
+int last_command(const reader &r);
+void open_block(reader &r, list &l, const std::string &kind);
+void close_block(reader &r, list &l);
+void open_branch(reader &r, const bash_branch &branch);
+// The same for one more arm of the block.
+void open_arm(reader &r, block &open, bash_branch branch);
+// The branch that the block itself stands in.
+int outer_branch(const reader &r, const block &open);
+// then, do, elif and else begin or end an arm of the innermost block.
+void read_arm(reader &r, list &l, const std::string &word);
 
 // --- commands ----------------------------------------------------------------
 

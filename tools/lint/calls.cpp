@@ -145,6 +145,30 @@ static void check_tasks(const device &dev, const script &s, findings *found)
   }
 }
 
+// An option that a header gives and the script does not know, but nearly.
+static void check_options(const device &dev, const form &f, findings *found)
+{
+  static const std::set<std::string> usual = {"--read", "--check", "--write",
+                                              "--navbar"};
+  for (const script_line &line : f.scripts) {
+    const auto s = dev.scripts.find(line.script);
+    if (line.line == 0 || s == dev.scripts.end()) {
+      continue;
+    }
+    for (const std::string &word : split_words(line.text)) {
+      const std::string near = nearest(word, usual);
+      if (starts_with(word, "--") && !near.empty() && usual.count(word) == 0 &&
+          s->second.file->text.find(word) == std::string::npos) {
+        tell(found, *f.file, line.line,
+             line.column + static_cast<int>(line.text.find(word)),
+             "script-task",
+             "the script knows no " + in_quotes(word) + " (did you mean " +
+                 in_quotes(near) + "?)");
+      }
+    }
+  }
+}
+
 // The files that scripts store, and those that the device was shipped with.
 static std::set<std::string> stored_files(const device &dev)
 {
@@ -204,6 +228,9 @@ static std::set<std::string> functions_of(const device &dev, const script &s)
 void check_calls(const device &dev, findings *found)
 {
   const std::set<std::string> stored = stored_files(dev);
+  for (const auto &entry : dev.forms) {
+    check_options(dev, entry.second, found);
+  }
   for (const auto &entry : dev.scripts) {
     const script &s = entry.second;
     const std::set<std::string> functions = functions_of(dev, s);

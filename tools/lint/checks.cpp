@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "expressions.h"
 #include "orv_check.h"
 #include "references.h"
 #include "rules.h"
@@ -24,6 +25,21 @@ static std::string takes_none(const std::string &options)
                                     in_quotes(options) + " changes nothing";
 }
 
+static bool is_octal(const char *start, const char *end)
+{
+  start += strspn(start, "+-");
+  return end - start > 1 && *start == '0' && strchr("xX", start[1]) == nullptr;
+}
+
+static std::string range_fault(int count, const double *values)
+{
+  if (count < 2 || values[0] < values[1]) {
+    return "";
+  }
+  return values[0] == values[1] ? "the range allows one value only"
+                                : "no number fits: the smaller one comes first";
+}
+
 // Whole numbers or, with `real`, any; at most two.
 static std::string numbers(const std::string &options, bool real)
 {
@@ -40,17 +56,32 @@ static std::string numbers(const std::string &options, bool real)
     if (count == 2) {
       return "Extras after template range options ?";
     }
+    if (!real && is_octal(at, end)) {
+      return in_quotes(first_word(at)) +
+             " begins with 0, which makes it octal here";
+    }
     values[count] = value;
     at = end + strspn(end, " ");
   }
-  return count == 2 && values[0] == values[1]
-             ? "the range allows one value only"
-             : "";
+  return range_fault(count, values);
 }
 
 static std::string takes_numbers(const std::string &options)
 {
   return numbers(options, false);
+}
+
+// What takes no sign has no number below 0.
+static std::string takes_unsigned(const std::string &options)
+{
+  const size_t sign = options.find('-');
+  const bool starts =
+      sign == 0 || (sign != std::string::npos && options[sign - 1] == ' ');
+  const std::string fault = numbers(options, false);
+  return fault.empty() && starts
+             ? "this check takes no sign, so no value is below 0; \"signed\""
+               " does"
+             : fault;
 }
 
 static std::string takes_reals(const std::string &options)
@@ -61,6 +92,9 @@ static std::string takes_reals(const std::string &options)
 // Words are free; none at all is a mistake.
 static std::string takes_words(const std::string &options)
 {
+  if (options.find(',') != std::string::npos) {
+    return "a comma is a part of its word; blanks stand between them";
+  }
   return options.empty() ? "without words every value is refused: \"Unknown"
                            " keyword entered\""
                          : "";
@@ -108,8 +142,8 @@ static std::string takes_expression(const std::string &)
 
 // clang-format off
 static const std::map<std::string, options_check> option_checks = {
-  {"keyword", takes_words},      {"decimal", takes_numbers},
-  {"number", takes_numbers},     {"signed", takes_numbers},
+  {"keyword", takes_words},      {"decimal", takes_unsigned},
+  {"number", takes_unsigned},     {"signed", takes_numbers},
   {"real", takes_reals},         {"ipaddr", takes_addresses},
   {"file", takes_file_type},     {"path", takes_parent},
   {"regex", takes_expression},   {"iregex", takes_expression},
@@ -152,6 +186,11 @@ static void check_expression(const form &f, const form_line &line,
     return;
   }
   regfree(&compiled);
+  const expression_fault fault = expression_fault_of(expression);
+  if (!fault.text.empty()) {
+    tell(found, f, line, offset + fault.offset, "regex-meaning", fault.text);
+    return;
+  }
   if (!is_anchored(expression) && !is_prefix(expression)) {
     tell(found, f, line, offset, "regex-anchor",
          "the expression is looked for anywhere in the value; write ^ and $"

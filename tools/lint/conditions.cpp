@@ -84,6 +84,48 @@ static bool is_false(const std::string &text)
   });
 }
 
+// The item that a condition asks for alone, NULL without one.
+static const form_item *asked_item(const form &f, const std::string &text)
+{
+  const std::vector<text_part> parts = scan_text(text);
+  if (parts.size() != 1 || parts[0].kind != PART_REFERENCE ||
+      (parts[0].type != 'V' && parts[0].type != 'U')) {
+    return nullptr;
+  }
+  const auto item = std::find_if(
+      f.items.begin(), f.items.end(), [&](const form_item &candidate) {
+        return candidate.input && lower(candidate.name) == lower(parts[0].name);
+      });
+  return item != f.items.end() ? &*item : nullptr;
+}
+
+static bool all_choices_true(const form &f, const std::string &text)
+{
+  const form_item *item = asked_item(f, text);
+  if (item == nullptr || item->type != PT_SELECT) {
+    return false;
+  }
+  const std::set<std::string> choices = choices_of(f, *item);
+  return !choices.empty() &&
+         std::none_of(choices.begin(), choices.end(), is_false);
+}
+
+// A browser draws the page again when a control of that very name changes.
+static void check_spelling(const form &f, const form_line &line,
+                           findings *found)
+{
+  const form_item *item = asked_item(f, line.text);
+  const std::vector<text_part> parts = references_of(line.text);
+  if (item != nullptr && parts[0].name != item->name) {
+    tell(found, f, line, 3, "name-case",
+         in_quotes(parts[0].name) + " is spelt " + in_quotes(item->name) +
+             " as an item; the page follows a change only of a name that is"
+             " spelt alike",
+         {{{f.file->path, item->line, item->lines.front()->column},
+           in_quotes(item->name) + " is here"}});
+  }
+}
+
 // There are no operators, so text beside a value decides alone.
 static void check_constant(const form &f, const form_line &line,
                            findings *found)
@@ -97,6 +139,10 @@ static void check_constant(const form &f, const form_line &line,
          in_quotes(line.text) + " is always " +
              (is_false(line.text) ? "false" : "true") +
              "; a value is written $V:name$");
+  } else if (rest.empty() && all_choices_true(f, line.text)) {
+    tell(found, f, line, 0, "condition-constant",
+         "this condition is always true: no choice of it is empty, 0, no,"
+         " false or off");
   } else if (!rest.empty()) {
     tell(found, f, line, 0, "condition-constant",
          "this condition is always true: there are no operators, and " +
@@ -148,6 +194,13 @@ static message_lines messages_of(const form &f)
   return lines;
 }
 
+// Whether all that is not blank passes.
+static bool takes_any(const form_item &item)
+{
+  const form_line *check = attribute(item, "check");
+  return check != nullptr && lower(first_word(check->text)) == "text";
+}
+
 // A message shown in the same hidden section helps nobody.
 static bool shows_error(const message_lines &lines, const std::string &name,
                         const condition &hiding)
@@ -176,6 +229,16 @@ static void check_hidden(const form &f, const form_item &item,
   const form_line &at = check != nullptr ? *check : *item.lines.front();
   for (const condition &c : item.conditions) {
     if (!is_page_tag(c.text)) {
+      const form_item *asked = asked_item(f, c.text);
+      if (asked != nullptr && is_editable(*asked) && !is_nullok(item) &&
+          !takes_any(item) && !shows_error(messages, item.name, c)) {
+        tell(found, f, at, 0, "hidden-message",
+             "what was entered in " + in_quotes(item.name) +
+                 " is checked also while it is not drawn, and then nobody sees"
+                 " the message; show $E:" +
+                 item.name + "$ behind an else",
+             {{{f.file->path, c.line, 1}, "its condition is here"}});
+      }
       continue;
     }
     if (!c.holds && !is_nullok(item)) {
@@ -205,6 +268,7 @@ void check_conditions(const device &dev, findings *found)
     for (const form_line &line : f.lines) {
       if (line.keyword == "if" || line.keyword == "ifnot") {
         check_constant(f, line, found);
+        check_spelling(f, line, found);
       }
     }
     const message_lines messages = messages_of(f);

@@ -107,12 +107,22 @@ static std::set<std::string> item_names(const device &dev, const form &f)
 // --- variables in texts ------------------------------------------------------
 
 // What a web server and the system itself put into the environment.
-static bool is_environment(const std::string &name)
+static bool is_environment(const device &dev, const std::string &name)
 {
-  static const std::set<std::string> own = {
-      "SYSTEM_TYPE",    "HW_VERSION",    "SW_VERSION",   "QUERY_STRING",
-      "PATH_INFO",      "DOCUMENT_ROOT", "CONTENT_TYPE", "GATEWAY_INTERFACE",
-      "CONTENT_LENGTH", "AUTH_TYPE",     "HTTPS",        "TZ"};
+  static const std::set<std::string> of_file = {"SYSTEM_TYPE", "HW_VERSION",
+                                                "SW_VERSION"};
+  if (of_file.count(name) != 0) {
+    return !dev.has_system_type || dev.system_names.count(name) != 0;
+  }
+  static const std::set<std::string> own = {"QUERY_STRING",
+                                            "PATH_INFO",
+                                            "DOCUMENT_ROOT",
+                                            "CONTENT_TYPE",
+                                            "GATEWAY_INTERFACE",
+                                            "CONTENT_LENGTH",
+                                            "AUTH_TYPE",
+                                            "HTTPS",
+                                            "TZ"};
   static const char *const starts[] = {"HTTP_",    "REMOTE_", "SERVER_",
                                        "REQUEST_", "SCRIPT_", "SSL_"};
   return own.count(name) != 0 ||
@@ -149,7 +159,7 @@ static void check_references(const device &dev, const form &f,
         continue; // told as malformed
       }
       if (ref.type == 'N') {
-        if (!is_environment(ref.name)) {
+        if (!is_environment(dev, ref.name)) {
           tell(found, f, line, ref.offset, "unknown-variable",
                "the environment of a page holds no " + in_quotes(ref.name) +
                    did_you_mean(ref.name,
@@ -191,7 +201,8 @@ static void check_list(const form &f, const form_item &item,
                        const vocabulary &known, findings *found)
 {
   const std::string wanted = "select_" + lower(item.selector);
-  if (names_it(known, wanted) || known.stems.count("select_") != 0) {
+  if (known.stems.count(wanted) + known.stems.count("select_") != 0 ||
+      has_cells(known, wanted)) {
     return;
   }
   std::set<std::string> lists;

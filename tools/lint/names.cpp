@@ -3,6 +3,7 @@
 // number in tables.
 
 #include <algorithm>
+#include <ctype.h>
 #include <string.h>
 
 #include "orv_limits.h"
@@ -66,6 +67,18 @@ static void check_reserved(const form &f, const form_item &item,
                  ", which means messages, marked rows or entries of lists");
       }
     }
+  }
+}
+
+// route1 and row 0 make route10, and so do route and row 10.
+static void check_digit(const form &f, const form_item &item, findings *found)
+{
+  if (item.table >= 0 &&
+      isdigit(static_cast<unsigned char>(item.name.back())) != 0) {
+    tell(found, f, *item.lines.front(), 0, "name-clash",
+         "the column " + in_quotes(item.name) +
+             " ends in a digit, and the row's number follows it: nobody can"
+             " take them apart");
   }
 }
 
@@ -162,6 +175,7 @@ static void check_form(const form &f, findings *found)
     check_characters(f, item, found);
     check_reserved(f, item, found);
     check_length(f, item, found);
+    check_digit(f, item, found);
     check_clashes(f, item, columns, found);
     std::vector<const form_item *> &same = before[lower(item.name)];
     for (const form_item *other : same) {

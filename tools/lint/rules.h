@@ -51,6 +51,11 @@ device_check check_scripts;
 device_check check_script_files;
 device_check check_calls;
 device_check check_input;
+device_check check_order;
+device_check check_compared;
+device_check check_defaults;
+device_check check_markup;
+device_check check_agreement;
 
 // Runs the read and navigation scripts in a copy of the folder.
 device_check run_scripts;

@@ -1,0 +1,154 @@
+// Compound commands of bash: where each begins and ends, and its arms.
+
+#include "bash_reader.h"
+
+namespace bash_reading
+{
+
+// The end of the current command.
+void finish(reader &r, list &l)
+{
+  bash_command &command = l.current;
+  if (!command.words.empty() || !command.assignments.empty() ||
+      !command.redirects.empty() || command.kind != BASH_SIMPLE) {
+    command.function = r.function;
+    command.substitution = r.substitution;
+    command.condition |= l.condition;
+    command.piped_in |= l.piped_in;
+    command.branch = r.branch;
+    command.negated = l.negated;
+    command.join = l.join;
+    command.previous = l.previous;
+    for (const bash_redirect &redirect : command.redirects) {
+      command.redirected_in |= redirect.op[0] == '<';
+      command.redirected_out |= redirect.op.find('>') != std::string::npos;
+    }
+    r.out.commands.push_back(command);
+    l.condition = false;
+    l.piped_in = false;
+    l.negated = false;
+    l.join.clear();
+    l.previous = -1;
+  }
+  l.current = bash_command();
+}
+
+// The redirections behind a compound command are those of all in it.
+static void finish_block(reader &r, list &l, const block &closed)
+{
+  bash_command &tail = l.current;
+  tail.kind = BASH_BLOCK;
+  tail.line = r.line;
+  tail.column = column(r);
+  l.join = closed.join;
+  l.previous = closed.previous;
+  do {
+    skip_blanks(r);
+  } while (read_redirect(r, l));
+  const bool piped = peek(r) == '|' && peek(r, 1) != '|';
+  bool in = closed.piped_in;
+  bool out = false;
+  for (const bash_redirect &redirect : tail.redirects) {
+    in |= redirect.op[0] == '<';
+    out |= redirect.op.find('>') != std::string::npos;
+  }
+  for (size_t i = closed.begin; i < r.out.commands.size(); i++) {
+    r.out.commands[i].redirected_in |= in;
+    r.out.commands[i].redirected_out |= out;
+    r.out.commands[i].piped |= piped;
+  }
+}
+
+int last_command(const reader &r)
+{
+  return static_cast<int>(r.out.commands.size()) - 1;
+}
+
+void open_branch(reader &r, const bash_branch &branch)
+{
+  r.out.branches.push_back(branch);
+  r.branch = static_cast<int>(r.out.branches.size()) - 1;
+}
+
+void open_arm(reader &r, block &open, bash_branch branch)
+{
+  branch.before = open.last_arm;
+  open_branch(r, branch);
+  open.last_arm = r.branch;
+}
+
+// A function's name holds for the block that follows it; its commands run when
+// it is called.
+void open_block(reader &r, list &l, const std::string &kind)
+{
+  const block open = {kind,
+                      r.out.commands.size(),
+                      r.function,
+                      l.piped_in,
+                      kind == "case",
+                      r.line,
+                      r.branch,
+                      r.groups++,
+                      r.out.commands.size(),
+                      l.join,
+                      l.previous};
+  l.blocks.push_back(open);
+  l.piped_in = false;
+  l.join.clear();
+  l.previous = -1;
+  if ((kind == "{" || kind == "(") && !r.next_function.empty()) {
+    r.function = r.next_function;
+    r.next_function.clear();
+    r.branch = -1;
+  } else if (!open.join.empty()) {
+    open_branch(r, {r.branch, r.groups++, open.join, open.previous, false, ""});
+  }
+  if (kind == "(") {
+    open_branch(r, {r.branch, open.group, kind, -1, false, ""});
+  }
+}
+
+// The branch that the block itself stands in.
+int outer_branch(const reader &r, const block &open)
+{
+  const size_t arm = static_cast<size_t>(r.branch);
+  return r.branch >= 0 && r.out.branches[arm].group == open.group
+             ? r.out.branches[arm].parent
+             : r.branch;
+}
+
+// then, do, elif and else begin or end an arm of the innermost block.
+void read_arm(reader &r, list &l, const std::string &word)
+{
+  if (l.blocks.empty()) {
+    return;
+  }
+  block &open = l.blocks.back();
+  const int outer = outer_branch(r, open);
+  if (word == "elif") {
+    r.branch = outer;
+    open.tests = r.out.commands.size();
+  } else if (word == "else") {
+    open_arm(r, open, {outer, open.group, open.kind, -1, true, ""});
+  } else if (word == "then" || word == "do") {
+    const bool tested = r.out.commands.size() > open.tests;
+    open_arm(r, open,
+             {outer, open.group, open.kind,
+              tested && open.kind != "for" ? last_command(r) : -1, false, ""});
+  }
+}
+
+void close_block(reader &r, list &l)
+{
+  finish(r, l);
+  if (l.blocks.empty()) {
+    return;
+  }
+  const block closed = l.blocks.back();
+  l.blocks.pop_back();
+  r.function = closed.function_before;
+  r.branch = closed.branch_before;
+  finish_block(r, l, closed);
+}
+
+} // namespace bash_reading

@@ -1,0 +1,240 @@
+// The settings that a device is shipped with, judged by the forms that edit
+// them.
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "flow.h"
+#include "orv_check.h"
+#include "orv_vars.h"
+#include "rules.h"
+#include "script_names.h"
+#include "text.h"
+
+struct settings_check {
+  const device &dev;
+  const source_file &file;
+  std::vector<const form *> forms; // that load or store the file
+  std::set<std::string> words;     // of their scripts
+  findings *found;
+};
+
+// --- which forms -------------------------------------------------------------
+
+static bool uses_file(const device &dev, const form &f, const std::string &name)
+{
+  for (const std::string &script_name : f.runs) {
+    for (const bash_command &command :
+         dev.scripts.at(script_name).code.commands) {
+      const std::string &call = first_word(command);
+      if ((call == "orv_load" || call == "orv_store") &&
+          command.words.size() > 1 && command.words[1].plain == name) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+static settings_check settings_of(const device &dev, const std::string &name,
+                                  const source_file &file, findings *found)
+{
+  settings_check c = {dev, file, {}, {}, found};
+  for (const auto &entry : dev.forms) {
+    if (uses_file(dev, entry.second, name)) {
+      c.forms.push_back(&entry.second);
+      for (const std::string &script_name : entry.second.runs) {
+        const script &s = dev.scripts.at(script_name);
+        c.words.insert(s.words.begin(), s.words.end());
+        c.words.insert(s.stems.begin(), s.stems.end());
+      }
+    }
+  }
+  return c;
+}
+
+// The item that the name belongs to, NULL when no form has it.
+static const form_item *find_item(const settings_check &c,
+                                  const std::string &name, const form **f)
+{
+  for (const form *candidate : c.forms) {
+    for (const form_item &item : candidate->items) {
+      const std::string own = lower(item.name);
+      if (item.input && (item.table < 0 ? own == lower(name)
+                                        : own == without_digits(lower(name)))) {
+        *f = candidate;
+        return &item;
+      }
+    }
+  }
+  return nullptr;
+}
+
+// --- values ------------------------------------------------------------------
+
+// Checks that ask the device at hand would ask this one.
+static bool asks_device(const checks_info &check)
+{
+  static const std::set<std::string> names = {
+      "file",     "path",      "socket",  "script",   "directory",
+      "username", "groupname", "command", "ipservice"};
+  return names.count(check.name) != 0;
+}
+
+// What the field's check says of the value, "" when it passes.
+static std::string check_fault(const form_item &item, const std::string &value)
+{
+  const form_line *line = attribute(item, "check");
+  int nullok = 0;
+  const char *options = nullptr;
+  const checks_info *check = orv_find_check(
+      line != nullptr ? line->text.c_str() : nullptr, &nullok, &options);
+  if (check == nullptr || asks_device(*check) || value.empty()) {
+    return "";
+  }
+  std::string copy = value;
+  check->func(copy.data(), options, nullptr, "value", nullptr);
+  const char *message = orv_get_var(&err_vars, "value", o_best);
+  const std::string fault = message != nullptr ? message : "";
+  orv_free_vars(&err_vars);
+  return fault;
+}
+
+// What no field can hold.
+static std::string foreign_character(const std::string &value)
+{
+  for (const char c : value) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (strchr("\"$\\`", c) != nullptr || byte < ' ' || byte > 126) {
+      return in_quotes(std::string(1, c)) + " is in it, which no field takes";
+    }
+  }
+  return "";
+}
+
+static std::string fault_of(const form &f, const form_item &item,
+                            const std::string &value)
+{
+  const std::set<std::string> choices = choices_of(f, item);
+  if (item.type == PT_CHECKBOX && value != "True" && value != "False") {
+    return "a box is \"True\" or \"False\"";
+  }
+  if (item.type == PT_SELECT && choices.count(value) == 0) {
+    return "it is none of the choices" + did_you_mean(value, choices);
+  }
+  if (item.type != PT_TEXT_FIELD || is_secret(item.name)) {
+    return "";
+  }
+  const std::string foreign = foreign_character(value);
+  return foreign.empty() ? check_fault(item, value) : foreign;
+}
+
+// --- lines -------------------------------------------------------------------
+
+static bool is_quoted(const std::string &value)
+{
+  return value.size() > 1 && value.front() == value.back() &&
+         (value[0] == '"' || value[0] == '\'');
+}
+
+static void check_name(const settings_check &c, const std::string &name,
+                       int line)
+{
+  const std::string key = lower(name);
+  if (c.words.count(key) + c.words.count(without_digits(key)) != 0) {
+    return;
+  }
+  std::set<std::string> names;
+  for (const form *f : c.forms) {
+    for (const form_item &item : f->items) {
+      if (item.input) {
+        names.insert(item.name);
+      }
+    }
+  }
+  tell(c.found, c.file, line, 1, "default-name",
+       "no form has " + in_quotes(name) +
+           ", and no script that loads the file"
+           " names it" +
+           did_you_mean(name, names));
+}
+
+static void check_setting(const settings_check &c, const std::string &text,
+                          int line, std::set<std::string> *names)
+{
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos) {
+    tell(c.found, c.file, line, 1, "default-line",
+         "a setting is NAME=VALUE, and this line has no \"=\"");
+    return;
+  }
+  const std::string name = text.substr(0, equals);
+  const std::string value = text.substr(equals + 1);
+  names->insert(lower(name));
+  if (name.find_first_of(" \t") != std::string::npos) {
+    tell(c.found, c.file, line, 1, "default-line",
+         "no blanks stand around the \"=\": they would be a part of the name"
+         " and the value");
+    return;
+  }
+  if (is_quoted(value)) {
+    tell(c.found, c.file, line, static_cast<int>(equals) + 2, "default-line",
+         "the quotes are a part of the value; it stands as it is");
+    return;
+  }
+  const form *f = nullptr;
+  const form_item *item = find_item(c, name, &f);
+  if (item == nullptr) {
+    check_name(c, name, line);
+    return;
+  }
+  const std::string fault = fault_of(*f, *item, value);
+  if (!fault.empty()) {
+    tell(c.found, c.file, line, static_cast<int>(equals) + 2, "default-value",
+         in_quotes(value) + " is no value of " + in_quotes(name) + ": " +
+             fault);
+  }
+}
+
+// A row that is missing ends the table, or moves those behind it.
+static void check_rows(const settings_check &c,
+                       const std::set<std::string> &names)
+{
+  const form *f = nullptr;
+  for (size_t i = 0; i < c.file.lines.size(); i++) {
+    const std::string name =
+        c.file.lines[i].substr(0, c.file.lines[i].find('='));
+    const form_item *item = find_item(c, name, &f);
+    const std::string stem = without_digits(lower(name));
+    if (item == nullptr || item->table < 0 || stem.size() == name.size()) {
+      continue;
+    }
+    const long row = strtol(name.c_str() + stem.size(), nullptr, 10);
+    if (row > 0 && names.count(stem + std::to_string(row - 1)) == 0) {
+      tell(c.found, c.file, static_cast<int>(i) + 1, 1, "default-row",
+           in_quotes(name) + " has no row " + std::to_string(row - 1) +
+               " before it; rows count from 0");
+    }
+  }
+}
+
+void check_defaults(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.defaults) {
+    const settings_check c =
+        settings_of(dev, entry.first, *entry.second, found);
+    if (c.forms.empty()) {
+      continue; // nothing is known of its names
+    }
+    std::set<std::string> names;
+    int number = 0;
+    for (const std::string &line : entry.second->lines) {
+      number++;
+      if (!line.empty() && line[0] != '#') {
+        check_setting(c, line, number, &names);
+      }
+    }
+    check_rows(c, names);
+  }
+}

@@ -1,0 +1,112 @@
+// Regular expressions of checks.
+
+#include "expressions.h"
+
+#include <string.h>
+
+// One character of an expression that is not in brackets.
+struct expression_part {
+  size_t at;
+  char c;
+  bool escaped;
+  int depth; // of the groups that it stands in
+};
+
+static size_t bracket_end(const std::string &text, size_t at)
+{
+  size_t end = at + 1;
+  end += end < text.size() && text[end] == '^' ? 1 : 0;
+  end += end < text.size() && text[end] == ']' ? 1 : 0;
+  while (end < text.size() && text[end] != ']') {
+    const size_t close = text[end] == '[' && end + 1 < text.size() &&
+                                 strchr(":.=", text[end + 1]) != nullptr
+                             ? text.find(']', end)
+                             : end;
+    end = close == std::string::npos ? text.size() : close + 1;
+  }
+  return end;
+}
+
+static std::vector<expression_part> parts_of(const std::string &text)
+{
+  std::vector<expression_part> parts;
+  int depth = 0;
+  for (size_t at = 0; at < text.size(); at++) {
+    if (text[at] == '[') {
+      at = bracket_end(text, at);
+      continue;
+    }
+    const bool escaped = text[at] == '\\' && at + 1 < text.size();
+    at += escaped ? 1 : 0;
+    depth -= !escaped && text[at] == ')' ? 1 : 0;
+    parts.push_back({at, text[at], escaped, depth});
+    depth += !escaped && text[at] == '(' ? 1 : 0;
+  }
+  return parts;
+}
+
+// What other programs know and POSIX does not.
+static expression_fault perl_class(const std::vector<expression_part> &parts)
+{
+  static const std::map<char, const char *> classes = {{'d', "[0-9]"},
+                                                       {'D', "[^0-9]"}};
+  for (const expression_part &part : parts) {
+    const auto row = classes.find(part.c);
+    if (part.escaped && row != classes.end()) {
+      return {part.at - 1, std::string("\"\\") + part.c +
+                               "\" is no class here; write " + row->second};
+    }
+    if (part.escaped && strchr("wWsSb", part.c) != nullptr) {
+      return {part.at - 1, std::string("\"\\") + part.c +
+                               "\" is not known to every device; write out the"
+                               " characters, as in [A-Za-z0-9_]"};
+    }
+  }
+  return {0, ""};
+}
+
+// ^a|b$ is ^a, or b$.
+static expression_fault loose_choice(const std::string &text,
+                                     const std::vector<expression_part> &parts)
+{
+  for (const expression_part &part : parts) {
+    if (!part.escaped && part.c == '|' && part.depth == 0 &&
+        (text.front() == '^' || text.back() == '$')) {
+      const bool both = part.at > 0 && text[part.at - 1] == '$' &&
+                        part.at + 1 < text.size() && text[part.at + 1] == '^';
+      if (!both) {
+        return {part.at, "^ and $ hold for one side of the \"|\" each; write"
+                         " ^(...|...)$"};
+      }
+    }
+  }
+  return {0, ""};
+}
+
+// Behind a "$" nothing can stand, and a tag would be replaced.
+static expression_fault dollar_inside(const std::string &text,
+                                      const std::vector<expression_part> &parts)
+{
+  for (const expression_part &part : parts) {
+    const char next = part.at + 1 < text.size() ? text[part.at + 1] : '\0';
+    if (part.c == '$' && !part.escaped && next != '\0' &&
+        strchr(")|", next) == nullptr) {
+      return {part.at, "\"$\" stands for the end of the value, and nothing can"
+                       " follow it; no value holds a \"$\""};
+    }
+  }
+  return {0, ""};
+}
+
+expression_fault expression_fault_of(const std::string &text)
+{
+  const std::vector<expression_part> parts = parts_of(text);
+  for (const expression_fault &fault :
+       {perl_class(parts), loose_choice(text, parts),
+        dollar_inside(text, parts)}) {
+    if (!fault.text.empty()) {
+      return fault;
+    }
+  }
+  return {0, ""};
+}

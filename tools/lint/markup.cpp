@@ -1,0 +1,141 @@
+// Texts: HTML, which has no meaning in them, emphasis that nothing ends, and
+// bytes that are no characters.
+
+#include <ctype.h>
+
+#include <algorithm>
+
+#include "keywords.h"
+#include "references.h"
+#include "rules.h"
+#include "text.h"
+
+static bool is_text(const std::string &keyword)
+{
+  static const std::set<std::string> words = {
+      "title",  "text",  "help",   "error",  "heading", "heading2", "center",
+      "centre", "label", "rlabel", "prompt", "choice",  "check_msg"};
+  return words.count(keyword) != 0;
+}
+
+// --- HTML --------------------------------------------------------------------
+
+// The length of a tag such as <b>, </p> or <br/> at `at`, 0 without one.
+static size_t tag_length(const std::string &text, size_t at)
+{
+  static const std::set<std::string> tags = {
+      "a",  "b",   "br",    "center", "code",   "div", "em",  "font",
+      "h1", "h2",  "h3",    "hr",     "i",      "img", "li",  "ol",
+      "p",  "pre", "small", "span",   "strong", "sub", "sup", "table",
+      "td", "th",  "tr",    "tt",     "u",      "ul"};
+  size_t end = at + 1;
+  end += end < text.size() && text[end] == '/' ? 1 : 0;
+  const size_t start = end;
+  while (end < text.size() &&
+         isalnum(static_cast<unsigned char>(text[end])) != 0) {
+    end++;
+  }
+  const bool known = tags.count(lower(text.substr(start, end - start))) != 0;
+  const size_t close = text.find('>', end);
+  return known && close != std::string::npos &&
+                 (close == end || text[end] == ' ' || text[end] == '/')
+             ? close + 1 - at
+             : 0;
+}
+
+// The length of a reference such as &nbsp; at `at`, 0 without one.
+static size_t entity_length(const std::string &text, size_t at)
+{
+  const size_t end = text.find_first_not_of(
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789#",
+      at + 1);
+  return end != std::string::npos && text[end] == ';' && end > at + 2
+             ? end + 1 - at
+             : 0;
+}
+
+static void check_html(const form &f, const form_line &line, findings *found)
+{
+  for (size_t at = line.text.find_first_of("<&"); at != std::string::npos;
+       at = line.text.find_first_of("<&", at + 1)) {
+    const size_t length = line.text[at] == '<' ? tag_length(line.text, at)
+                                               : entity_length(line.text, at);
+    if (length != 0) {
+      tell(found, f, line, at, "html",
+           in_quotes(line.text.substr(at, length)) +
+               " is shown as it stands: HTML has no meaning in a text" +
+               (line.text[at] == '<' ? "; emphasis is $B$ ... $R$, a line"
+                                       " break $L$"
+                                     : ""));
+      return;
+    }
+  }
+}
+
+// --- emphasis ----------------------------------------------------------------
+
+// A paragraph's lines: emphasis ends with it.
+struct emphasis {
+  const form_line *line;
+  size_t offset;
+};
+
+static void tell_open(const form &f, const emphasis &open, findings *found)
+{
+  if (open.line != nullptr) {
+    tell(found, f, *open.line, open.offset, "emphasis",
+         "nothing ends this emphasis; write $R$ behind its last word");
+  }
+}
+
+static void check_emphasis(const form &f, findings *found)
+{
+  emphasis open = {nullptr, 0};
+  for (const form_line &line : f.lines) {
+    const pt_keyword *row = any_keyword(line.keyword);
+    if (!line.continues) {
+      tell_open(f, open, found);
+      open.line = nullptr;
+    }
+    if (row == nullptr || !row->text) {
+      continue;
+    }
+    for (const text_part &part : scan_text(line.text)) {
+      if (part.kind == PART_TAG && part.type == 'B' && open.line == nullptr) {
+        open = {&line, part.offset};
+      } else if (part.kind == PART_TAG && part.type == 'R') {
+        open.line = nullptr;
+      }
+    }
+  }
+  tell_open(f, open, found);
+}
+
+// --- bytes -------------------------------------------------------------------
+
+static void check_bytes(const form &f, findings *found)
+{
+  int number = 0;
+  for (const std::string &line : f.file->lines) {
+    number++;
+    if (!is_utf8(line) && line[0] != '#') {
+      tell(found, *f.file, number, 1, "utf8",
+           "this line is no UTF-8, so a browser shows other characters; save"
+           " the file as UTF-8");
+      return; // the whole file is of another encoding
+    }
+  }
+}
+
+void check_markup(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.forms) {
+    check_emphasis(entry.second, found);
+    check_bytes(entry.second, found);
+    for (const form_line &line : entry.second.lines) {
+      if (is_text(line.keyword)) {
+        check_html(entry.second, line, found);
+      }
+    }
+  }
+}

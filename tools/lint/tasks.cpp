@@ -1,0 +1,451 @@
+// What a script does when a form runs it.
+
+#include "tasks.h"
+
+#include <fnmatch.h>
+
+#include <algorithm>
+
+#include "flow.h"
+#include "text.h"
+
+// Three answers to whether something is so.
+enum truth { NO, MAYBE, YES };
+
+static truth opposite(truth t)
+{
+  return t == MAYBE ? MAYBE : t == YES ? NO : YES;
+}
+
+static truth truth_of(bool b)
+{
+  return b ? YES : NO;
+}
+
+// --- arguments ---------------------------------------------------------------
+
+typedef std::map<std::string, std::string> known_values;
+
+known_values known_arguments(const form &f, script_task task)
+{
+  known_values known;
+  const std::vector<std::string> words = split_words(f.scripts[task].text);
+  for (size_t i = 1; i < words.size(); i++) {
+    const bool plain =
+        words[i].find_first_of("$\"'`;|&<>()") == std::string::npos;
+    const bool form_name = words[i] == "$F$" || words[i] == "\"$F$\"";
+    if (form_name) {
+      known[std::to_string(i)] = f.name;
+    } else if (plain) {
+      known[std::to_string(i)] = words[i];
+    } else if (words[i].find("$S$") == std::string::npos) {
+      break; // more than words: nothing is known from here on
+    }
+  }
+  return known;
+}
+
+// --- values ------------------------------------------------------------------
+
+// One call of a function, or the script itself.
+struct frame {
+  std::string function;
+  known_values known; // arguments and variables
+  std::map<const bash_command *, truth> results;
+  std::map<int, truth> states; // of branches
+};
+
+struct walk {
+  const device &dev;
+  std::set<std::string> names; // of the script and what it sources
+  task_run *run;
+  int depth;
+  bool ended;
+};
+
+// The value of one expansion; false when it is not known.
+static bool value_of(const frame &at, const bash_expansion &expansion,
+                     std::string *value)
+{
+  const auto known = at.known.find(expansion.name);
+  if (known == at.known.end() || expansion.indirect || expansion.length ||
+      !expansion.subscript.empty()) {
+    return false;
+  }
+  *value = known->second;
+  const std::string &rest = expansion.rest;
+  if (rest.empty() || rest[0] == '-' || starts_with(rest, ":-")) {
+    return true;
+  }
+  const std::string start = rest.substr(rest.find_first_not_of('#'));
+  if (rest[0] != '#' || start.find_first_of("*?[$") != std::string::npos) {
+    return false;
+  }
+  value->erase(0, starts_with(*value, start) ? start.size() : 0);
+  return true;
+}
+
+// The value of a word; false when it is not known.
+static bool value_of(const frame &at, const bash_word &word, std::string *value)
+{
+  *value = word.plain;
+  for (const bash_expansion &expansion : word.expansions) {
+    std::string part;
+    if (!value_of(at, expansion, &part)) {
+      return false;
+    }
+    const std::string bare = "$" + expansion.name;
+    const std::string braced = "${" + expansion.name + expansion.rest + "}";
+    const size_t place = std::min(value->find(braced), value->find(bare));
+    if (place == std::string::npos) {
+      return false;
+    }
+    value->replace(
+        place, (*value)[place + 1] == '{' ? braced.size() : bare.size(), part);
+  }
+  return value->find("$(") == std::string::npos &&
+         value->find('`') == std::string::npos;
+}
+
+// --- tests -------------------------------------------------------------------
+
+static std::string without_quotes(const std::string &text)
+{
+  std::string plain;
+  for (size_t i = 0; i < text.size(); i++) {
+    if (text[i] == '\\' && i + 1 < text.size()) {
+      i++;
+      plain += text[i];
+    } else if (text[i] != '"' && text[i] != '\'') {
+      plain += text[i];
+    }
+  }
+  return plain;
+}
+
+bool matches_pattern(const std::string &pattern, const std::string &value)
+{
+  std::string part;
+  for (const char c : pattern + "|") {
+    if (c != '|') {
+      part += c;
+      continue;
+    }
+    part.erase(0, part.find_first_not_of(" \t\n"));
+    part.erase(part.find_last_not_of(" \t\n") + 1);
+    if (fnmatch(without_quotes(part).c_str(), value.c_str(), 0) == 0) {
+      return true;
+    }
+    part.clear();
+  }
+  return false;
+}
+
+typedef std::vector<const bash_word *> test_words;
+
+// One comparison, or what asks whether a value is empty.
+static truth eval_primary(const frame &at, test_words words)
+{
+  bool turned = false;
+  while (!words.empty() && words[0]->text == "!") {
+    turned = !turned;
+    words.erase(words.begin());
+  }
+  truth result = MAYBE;
+  std::string left;
+  std::string right;
+  if (words.size() == 3 && value_of(at, *words[0], &left) &&
+      value_of(at, *words[2], &right)) {
+    const std::string &op = words[1]->text;
+    const bool same = matches_pattern(right, left);
+    result = op == "==" || op == "=" ? truth_of(same)
+             : op == "!="            ? truth_of(!same)
+                                     : MAYBE;
+  } else if (words.size() == 2 && value_of(at, *words[1], &left)) {
+    const std::string &op = words[0]->text;
+    result = op == "-n"   ? truth_of(!left.empty())
+             : op == "-z" ? truth_of(left.empty())
+                          : MAYBE;
+  }
+  return turned ? opposite(result) : result;
+}
+
+// && binds closer than ||.
+static truth eval_test(const frame &at, const bash_command &command)
+{
+  const size_t skip = command.kind == BASH_TEST ? 0 : 1;
+  const size_t end = command.words.size() -
+                     (skip != 0 && command.words.back().text == "]" ? 1 : 0);
+  truth any = NO;
+  truth all = YES;
+  test_words words;
+  for (size_t i = skip; i <= end; i++) {
+    const std::string text = i < end ? command.words[i].text : "||";
+    if (text.find_first_of("()") == 0) {
+      return MAYBE;
+    }
+    if (text != "&&" && text != "||") {
+      words.push_back(&command.words[i]);
+      continue;
+    }
+    all = std::min(all, eval_primary(at, words));
+    words.clear();
+    if (text == "||") {
+      any = std::max(any, all);
+      all = YES;
+    }
+  }
+  return any;
+}
+
+static truth result_of(const frame &at, const bash_command &command)
+{
+  const std::string &name = first_word(command);
+  truth result = MAYBE;
+  if (command.kind == BASH_TEST || name == "[" || name == "test") {
+    result = eval_test(at, command);
+  } else if (name == "true" || name == ":" ||
+             (command.words.empty() && command.kind == BASH_SIMPLE)) {
+    result = YES;
+  } else if (name == "false") {
+    result = NO;
+  }
+  return command.negated ? opposite(result) : result;
+}
+
+// --- branches ----------------------------------------------------------------
+
+static truth result_at(const frame &at, const script &s, int command)
+{
+  if (command < 0) {
+    return MAYBE;
+  }
+  const auto known =
+      at.results.find(&s.code.commands[static_cast<size_t>(command)]);
+  return known != at.results.end() ? known->second : MAYBE;
+}
+
+// Whether its own test says that the branch is taken.
+static truth own_test(const frame &at, const script &s,
+                      const bash_branch &branch)
+{
+  if (branch.otherwise || branch.kind == "(") {
+    return YES;
+  }
+  if (branch.kind == "case" && branch.test >= 0) {
+    std::string value;
+    const bash_command &subject =
+        s.code.commands[static_cast<size_t>(branch.test)];
+    const bool known = !subject.words.empty() &&
+                       value_of(at, subject.words[0], &value) &&
+                       branch.pattern.find('$') == std::string::npos;
+    return known ? truth_of(matches_pattern(branch.pattern, value)) : MAYBE;
+  }
+  const truth test = result_at(at, s, branch.test);
+  return branch.kind == "||"                          ? opposite(test)
+         : branch.kind == "if" || branch.kind == "&&" ? test
+                                                      : MAYBE;
+}
+
+static truth state_of(frame *at, const script &s, int index)
+{
+  if (index < 0) {
+    return YES;
+  }
+  const auto known = at->states.find(index);
+  if (known != at->states.end()) {
+    return known->second;
+  }
+  const bash_branch &branch = s.code.branches[static_cast<size_t>(index)];
+  truth state =
+      std::min(state_of(at, s, branch.parent), own_test(*at, s, branch));
+  for (int arm = branch.before; arm >= 0 && state != NO;
+       arm = s.code.branches[static_cast<size_t>(arm)].before) {
+    state = std::min(
+        state,
+        opposite(own_test(*at, s, s.code.branches[static_cast<size_t>(arm)])));
+  }
+  at->states[index] = state;
+  return state;
+}
+
+// --- the walk ----------------------------------------------------------------
+
+// What calls itself ends somewhere.
+static constexpr int CALLS_DEEP = 12;
+
+static void walk_commands(walk *w, const script &s, const std::string &function,
+                          frame *at);
+
+static const script *function_script(const walk &w, const std::string &name)
+{
+  for (const std::string &file : w.names) {
+    const script &s = w.dev.scripts.at(file);
+    if (s.code.functions.count(name) != 0) {
+      return &s;
+    }
+  }
+  return nullptr;
+}
+
+// The arguments of a call, as far as they are known.
+static known_values arguments_of(const frame &at, const bash_command &call)
+{
+  known_values known = at.known;
+  for (auto entry = known.begin(); entry != known.end();) {
+    entry = entry->first.find_first_not_of("0123456789") == std::string::npos
+                ? known.erase(entry)
+                : std::next(entry);
+  }
+  for (size_t i = 1; i < call.words.size(); i++) {
+    std::string value;
+    if (call.words[i].plain == "$@") { // they go on as they are
+      for (const auto &entry : at.known) {
+        known.insert(entry);
+      }
+      break;
+    }
+    if (value_of(at, call.words[i], &value)) {
+      known[std::to_string(i)] = value;
+    }
+  }
+  return known;
+}
+
+static void follow_call(walk *w, frame *at, const bash_command &command)
+{
+  std::string name;
+  if (command.kind != BASH_SIMPLE || command.words.empty()) {
+    return;
+  }
+  if (!value_of(*at, command.words[0], &name) || name == "eval" ||
+      name == "exec" || ends_with(name, ".sh")) {
+    w->run->opaque = true;
+    return;
+  }
+  const script *s = function_script(*w, name);
+  if (s != nullptr && w->depth < CALLS_DEEP) {
+    frame inner = {name, arguments_of(*at, command), {}, {}};
+    w->depth++;
+    walk_commands(w, *s, name, &inner);
+    w->depth--;
+  }
+}
+
+// The code of a file that is sourced runs where it is.
+static void follow_source(walk *w, const script &s, frame *at,
+                          const bash_command &command)
+{
+  if ((first_word(command) == "." || first_word(command) == "source") &&
+      command.words.size() > 1) {
+    const std::string name = sourced_name(s.name, command.words[1].plain);
+    const auto file = w->dev.scripts.find(name);
+    if (file != w->dev.scripts.end() && w->depth < CALLS_DEEP) {
+      w->depth++;
+      walk_commands(w, file->second, "", at);
+      w->depth--;
+    }
+  }
+}
+
+// A variable that is given a known value is known.
+static void follow_assignments(frame *at, const bash_command &command,
+                               truth state)
+{
+  for (const bash_assignment &assignment : command.assignments) {
+    std::string value;
+    at->known.erase(assignment.name);
+    if (state == YES && assignment.subscript.empty() &&
+        assignment.elements.empty() &&
+        value_of(*at, assignment.value, &value)) {
+      at->known[assignment.name] = value;
+    }
+  }
+}
+
+static void follow_shift(frame *at)
+{
+  known_values moved;
+  for (const auto &entry : at->known) {
+    const bool number =
+        entry.first.find_first_not_of("0123456789") == std::string::npos;
+    if (!number) {
+      moved.insert(entry);
+    } else if (entry.first != "1") {
+      moved[std::to_string(std::stoi(entry.first) - 1)] = entry.second;
+    }
+  }
+  at->known = moved;
+}
+
+// What stands before it in a list decides, too.
+static truth state_of(frame *at, const script &s, const bash_command &command)
+{
+  const truth branch = state_of(at, s, command.branch);
+  const truth before = result_at(*at, s, command.previous);
+  return command.join == "&&"   ? std::min(branch, before)
+         : command.join == "||" ? std::min(branch, opposite(before))
+                                : branch;
+}
+
+static bool in_subshell(const script &s, int branch)
+{
+  for (; branch >= 0;
+       branch = s.code.branches[static_cast<size_t>(branch)].parent) {
+    if (s.code.branches[static_cast<size_t>(branch)].kind == "(") {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Takes one step; false when the function or script ends there.
+static bool walk_command(walk *w, const script &s, frame *at,
+                         const bash_command &command)
+{
+  const truth state = state_of(at, s, command);
+  if (state == NO) {
+    at->results[&command] = result_at(*at, s, command.previous);
+    return true;
+  }
+  at->results[&command] =
+      command.join.empty() || state == YES ? result_of(*at, command) : MAYBE;
+  w->run->steps.push_back({&s, &command, state == YES});
+  const std::string &name = first_word(command);
+  if (command.substitution > 0) {
+    return true;
+  }
+  if (state == YES && (name == "exit" || name == "return")) {
+    w->ended = name == "exit" && !in_subshell(s, command.branch);
+    return w->ended ? false : at->function.empty();
+  }
+  follow_assignments(at, command, state);
+  if (name == "shift") {
+    follow_shift(at);
+  }
+  follow_source(w, s, at, command);
+  follow_call(w, at, command);
+  return !w->ended;
+}
+
+static void walk_commands(walk *w, const script &s, const std::string &function,
+                          frame *at)
+{
+  for (const bash_command &command : s.code.commands) {
+    if (command.function == function && !walk_command(w, s, at, command)) {
+      return;
+    }
+  }
+}
+
+task_run follow_task(const device &dev, const form &f, script_task task)
+{
+  task_run run = {&f, task, {}, false};
+  const auto s = dev.scripts.find(f.scripts[task].script);
+  if (s != dev.scripts.end()) {
+    walk w = {dev, with_sources(dev, s->first), &run, 0, false};
+    frame top = {"", known_arguments(f, task), {}, {}};
+    walk_commands(&w, s->second, "", &top);
+  }
+  return run;
+}

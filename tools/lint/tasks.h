@@ -1,0 +1,39 @@
+// What a script does when a form runs it: which of its commands run for one
+// task, in which order.
+//
+// The script's arguments are known from the form's line, and so is what
+// branches on them; every other branch may be taken or not.
+
+#ifndef LINT_TASKS_H
+#define LINT_TASKS_H
+
+#include "device.h"
+
+struct task_step {
+  const script *s;
+  const bash_command *command;
+  bool certain; // no other value than those known decides on it
+};
+
+struct task_run {
+  const form *f;
+  script_task task;
+  std::vector<task_step> steps;
+  // Whether it calls what cannot be followed: a name that it makes, or another
+  // script.
+  bool opaque;
+};
+
+// The steps of the form's script, none where that is not the folder's.
+task_run follow_task(const device &dev, const form &f, script_task task);
+
+// What a form's line gives its script, by the argument's number: an option, or
+// the form's name.  What a request chooses is left out.
+std::map<std::string, std::string> known_arguments(const form &f,
+                                                   script_task task);
+
+// Whether the value is one that the pattern of a case, or one of [[ == ]],
+// matches.
+bool matches_pattern(const std::string &pattern, const std::string &value);
+
+#endif
