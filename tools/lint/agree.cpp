@@ -36,31 +36,33 @@ static void add_form(const form &f, agree_check *c)
   }
 }
 
-static agree_check collect(const device &dev, const script &s, findings *found)
+static std::set<std::string> shown_names(const device &dev)
 {
-  agree_check c = {dev, s, {}, {}, {}, {}, {}, found};
-  for (const form *f : forms_of(dev, s.name)) {
-    add_form(*f, &c);
-  }
+  std::set<std::string> names;
   for (const auto &entry : dev.forms) {
     for (const form_line &line : entry.second.lines) {
       for (const text_part &part : references_of(line.text)) {
         if (part.type != 'E') {
-          c.shown.insert(lower(part.name));
+          names.insert(lower(part.name));
         }
       }
     }
   }
+  return names;
+}
+
+static void count_words(const std::string &code,
+                        std::map<std::string, int> *counts)
+{
   std::string word;
-  for (const char letter : s.code.code + "\n") {
+  for (const char letter : code + "\n") {
     if (is_name_char(letter)) {
       word += letter;
     } else if (!word.empty()) {
-      c.counts[lower(word)]++;
+      (*counts)[lower(word)]++;
       word.clear();
     }
   }
-  return c;
 }
 
 // --- columns -----------------------------------------------------------------
@@ -161,6 +163,9 @@ static void check_entry(const agree_check &c, const bash_command &command)
   }
   const std::string name =
       lower(command.words[1].plain.substr(0, command.words[1].plain.find('$')));
+  if (c.lists.count(without_digits(name)) == 0) {
+    return;
+  }
   const std::string &value = command.words[2].plain;
   const std::string variable =
       command.words[2].expansions.size() == 1 && value[0] == '$'
@@ -178,7 +183,7 @@ static void check_entry(const agree_check &c, const bash_command &command)
           });
     }
   }
-  if (c.lists.count(without_digits(name)) != 0 && one_word) {
+  if (one_word) {
     tell(c.found, *c.s.file, command.words[2].line, command.words[2].column,
          "list-entries",
          "an entry of a list is a value, a blank and the text that is shown");
@@ -296,22 +301,47 @@ static void check_command(const agree_check &c, const bash_command &command)
   }
 }
 
+// Whether the script has arms for lines at all; then values are followed.
+static bool has_line_arms(const script &s)
+{
+  return std::any_of(s.code.branches.begin(), s.code.branches.end(),
+                     [](const bash_branch &arm) {
+                       return arm.kind == "case" &&
+                              arm.pattern.find("=*") != std::string::npos;
+                     });
+}
+
+static void check_arms(const agree_check &c)
+{
+  if (!has_line_arms(c.s)) {
+    return;
+  }
+  const context flow = follow_values(c.dev, c.s.name);
+  for (const bash_branch &arm : c.s.code.branches) {
+    check_arm(c, flow, arm);
+  }
+}
+
 // What the scripts of bars print is no report.
 void check_agreement(const device &dev, findings *found)
 {
+  const std::set<std::string> shown = shown_names(dev);
   for (const auto &entry : dev.scripts) {
-    if (forms_of(dev, entry.first).empty()) {
+    const script &s = entry.second;
+    const std::vector<const form *> forms = forms_of(dev, s.name);
+    if (forms.empty()) {
       continue;
     }
-    const agree_check c = collect(dev, entry.second, found);
-    const context flow = follow_values(dev, entry.first);
-    for (const bash_command &command : entry.second.code.commands) {
+    agree_check c = {dev, s, {}, {}, {}, shown, {}, found};
+    for (const form *f : forms) {
+      add_form(*f, &c);
+    }
+    count_words(s.code.code, &c.counts);
+    for (const bash_command &command : s.code.commands) {
       if (command.kind == BASH_SIMPLE) {
         check_command(c, command);
       }
     }
-    for (const bash_branch &arm : entry.second.code.branches) {
-      check_arm(c, flow, arm);
-    }
+    check_arms(c);
   }
 }

@@ -24,7 +24,7 @@ struct compare_check {
   const script &s;
   std::vector<const form *> forms;
   std::map<std::string, std::string> holders; // variables, by what they hold
-  std::set<std::string> given;                // words that commands are given
+  const std::set<std::string> &given;         // words that commands are given
   findings *found;
 };
 
@@ -196,20 +196,24 @@ static void collect_holders(compare_check *c)
   }
 }
 
-static void collect_given(compare_check *c)
+// What some script gives a command, as `"$0" --apply` does.
+static std::set<std::string> collect_given(const device &dev)
 {
-  for (const auto &entry : c->dev.scripts) {
+  std::set<std::string> given;
+  for (const auto &entry : dev.scripts) {
     for (const bash_command &command : entry.second.code.commands) {
       const std::string &name = first_word(command);
-      if (name == "[" || name == "test" || name == "orv_one_of") {
+      if (command.kind != BASH_SIMPLE || name == "[" || name == "test") {
         continue;
       }
-      for (size_t i = 1;
-           command.kind == BASH_SIMPLE && i < command.words.size(); i++) {
-        c->given.insert(command.words[i].plain);
+      for (size_t i = 1; i < command.words.size(); i++) {
+        if (command.words[i].plain[0] == '-') {
+          given.insert(command.words[i].plain);
+        }
       }
     }
   }
+  return given;
 }
 
 // --- comparisons -------------------------------------------------------------
@@ -340,11 +344,11 @@ static void check_one_of(const compare_check &c, const bash_command &command)
 
 void check_compared(const device &dev, findings *found)
 {
+  const std::set<std::string> given = collect_given(dev);
   for (const auto &entry : dev.scripts) {
     const script &s = entry.second;
-    compare_check c = {dev, s, forms_of(dev, s.name), {}, {}, found};
+    compare_check c = {dev, s, forms_of(dev, s.name), {}, given, found};
     collect_holders(&c);
-    collect_given(&c);
     for (const bash_command &command : s.code.commands) {
       if (command.kind == BASH_TEST || first_word(command) == "[" ||
           first_word(command) == "test") {

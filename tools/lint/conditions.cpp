@@ -84,24 +84,37 @@ static bool is_false(const std::string &text)
   });
 }
 
+// The input items of a form by their names in small letters.
+typedef std::map<std::string, const form_item *> item_names;
+
+static item_names names_of(const form &f)
+{
+  item_names names;
+  for (const form_item &item : f.items) {
+    if (item.input) {
+      names.insert({lower(item.name), &item});
+    }
+  }
+  return names;
+}
+
 // The item that a condition asks for alone, NULL without one.
-static const form_item *asked_item(const form &f, const std::string &text)
+static const form_item *asked_item(const item_names &items,
+                                   const std::string &text)
 {
   const std::vector<text_part> parts = scan_text(text);
   if (parts.size() != 1 || parts[0].kind != PART_REFERENCE ||
       (parts[0].type != 'V' && parts[0].type != 'U')) {
     return nullptr;
   }
-  const auto item = std::find_if(
-      f.items.begin(), f.items.end(), [&](const form_item &candidate) {
-        return candidate.input && lower(candidate.name) == lower(parts[0].name);
-      });
-  return item != f.items.end() ? &*item : nullptr;
+  const auto item = items.find(lower(parts[0].name));
+  return item != items.end() ? item->second : nullptr;
 }
 
-static bool all_choices_true(const form &f, const std::string &text)
+static bool all_choices_true(const form &f, const item_names &items,
+                             const std::string &text)
 {
-  const form_item *item = asked_item(f, text);
+  const form_item *item = asked_item(items, text);
   if (item == nullptr || item->type != PT_SELECT) {
     return false;
   }
@@ -112,9 +125,9 @@ static bool all_choices_true(const form &f, const std::string &text)
 
 // A browser draws the page again when a control of that very name changes.
 static void check_spelling(const form &f, const form_line &line,
-                           findings *found)
+                           const item_names &items, findings *found)
 {
-  const form_item *item = asked_item(f, line.text);
+  const form_item *item = asked_item(items, line.text);
   const std::vector<text_part> parts = references_of(line.text);
   if (item != nullptr && parts[0].name != item->name) {
     tell(found, f, line, 3, "name-case",
@@ -128,7 +141,7 @@ static void check_spelling(const form &f, const form_line &line,
 
 // There are no operators, so text beside a value decides alone.
 static void check_constant(const form &f, const form_line &line,
-                           findings *found)
+                           const item_names &items, findings *found)
 {
   const std::string rest = constant_part(line.text);
   if (line.text.empty()) {
@@ -139,7 +152,7 @@ static void check_constant(const form &f, const form_line &line,
          in_quotes(line.text) + " is always " +
              (is_false(line.text) ? "false" : "true") +
              "; a value is written $V:name$");
-  } else if (rest.empty() && all_choices_true(f, line.text)) {
+  } else if (rest.empty() && all_choices_true(f, items, line.text)) {
     tell(found, f, line, 0, "condition-constant",
          "this condition is always true: no choice of it is empty, 0, no,"
          " false or off");
@@ -220,7 +233,8 @@ static bool shows_error(const message_lines &lines, const std::string &name,
 
 // Tables are let out: their messages stand under them.
 static void check_hidden(const form &f, const form_item &item,
-                         const message_lines &messages, findings *found)
+                         const message_lines &messages, const item_names &items,
+                         findings *found)
 {
   if (item.type != PT_TEXT_FIELD || item.table >= 0) {
     return;
@@ -229,7 +243,7 @@ static void check_hidden(const form &f, const form_item &item,
   const form_line &at = check != nullptr ? *check : *item.lines.front();
   for (const condition &c : item.conditions) {
     if (!is_page_tag(c.text)) {
-      const form_item *asked = asked_item(f, c.text);
+      const form_item *asked = asked_item(items, c.text);
       if (asked != nullptr && is_editable(*asked) && !is_nullok(item) &&
           !takes_any(item) && !shows_error(messages, item.name, c)) {
         tell(found, f, at, 0, "hidden-message",
@@ -264,16 +278,17 @@ void check_conditions(const device &dev, findings *found)
 {
   for (const auto &entry : dev.forms) {
     const form &f = entry.second;
+    const item_names items = names_of(f);
     check_balance(f, found);
     for (const form_line &line : f.lines) {
       if (line.keyword == "if" || line.keyword == "ifnot") {
-        check_constant(f, line, found);
-        check_spelling(f, line, found);
+        check_constant(f, line, items, found);
+        check_spelling(f, line, items, found);
       }
     }
     const message_lines messages = messages_of(f);
     for (const form_item &item : f.items) {
-      check_hidden(f, item, messages, found);
+      check_hidden(f, item, messages, items, found);
     }
   }
 }

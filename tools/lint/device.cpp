@@ -220,6 +220,7 @@ static void read_script(device *dev, const std::string &name)
   }
   collect_words(&into);
   for (const bash_command &command : into.code.commands) {
+    into.functions[command.function].push_back(&command);
     for (const bash_assignment &assignment : command.assignments) {
       if (!assignment.elements.empty() &&
           !into.arrays.insert({assignment.name, &assignment}).second) {

@@ -78,6 +78,8 @@ struct script {
   std::vector<std::string> sources; // names of the scripts that it sources
   std::set<std::string> words;      // of its code, comments left out
   std::set<std::string> stems;      // words that an expansion goes on with
+  // The commands of its functions by their names, "" outside of any.
+  std::map<std::string, std::vector<const bash_command *>> functions;
   // What arrays are given, by name; NULL for one that is given it twice.
   std::map<std::string, const bash_assignment *> arrays;
 };

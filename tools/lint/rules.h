@@ -64,7 +64,9 @@ device_check run_scripts;
 
 // What bash and shellcheck say; begun early, since they take the longest.
 struct other_tools {
-  int shellcheck; // the stream of its findings, or -1
+  int bash; // the stream of what it says, or -1
+  int bash_pid;
+  int shellcheck; // the same
   int pid;
   std::string stubs; // the folder that it reads the library from, or ""
 };

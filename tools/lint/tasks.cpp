@@ -431,8 +431,12 @@ static bool walk_command(walk *w, const script &s, frame *at,
 static void walk_commands(walk *w, const script &s, const std::string &function,
                           frame *at)
 {
-  for (const bash_command &command : s.code.commands) {
-    if (command.function == function && !walk_command(w, s, at, command)) {
+  const auto commands = s.functions.find(function);
+  if (commands == s.functions.end()) {
+    return;
+  }
+  for (const bash_command *command : commands->second) {
+    if (!walk_command(w, s, at, *command)) {
       return;
     }
   }

@@ -64,13 +64,9 @@ static std::string finish(pid_t pid, int output)
 
 // --- bash --------------------------------------------------------------------
 
-// One bash for all scripts: each is read in a process of its own, which costs
-// less than starting bash anew.
+// One bash for all scripts; what it says of each is told as it comes.
 static const char SYNTAX_CHECK[] =
-    "for file; do\n"
-    "  text=$(LC_ALL=C bash -n -- \"$file\" 2>&1) ||\n"
-    "    printf '%s\\n' \"${text%%$'\\n'*}\"\n"
-    "done";
+    "export LC_ALL=C; for file; do bash -n -- \"$file\"; done 2>&1";
 
 // Where a block begins that nothing ends: bash names the end of the file.
 static std::vector<note> open_block(const device &dev, const source_file &file)
@@ -104,17 +100,26 @@ static void take_syntax_line(const device &dev, const std::string &line,
   }
 }
 
-// bash -n reads one file a process.
-static void check_syntax(const device &dev, findings *found)
+static void begin_syntax(const device &dev, other_tools *tools)
 {
   std::vector<std::string> arguments = {"bash", "-c", SYNTAX_CHECK, "bash"};
   for (const auto &entry : dev.scripts) {
     arguments.push_back(entry.second.file->path);
   }
-  int output;
-  const pid_t pid = dev.scripts.empty() ? -1 : start(arguments, &output);
-  if (pid > 0) {
-    for (const std::string &line : split_lines(finish(pid, output))) {
+  tools->bash_pid = start(arguments, &tools->bash);
+}
+
+// The first line of each file is the cause; those behind it follow from it.
+static void end_syntax(const device &dev, const other_tools &tools,
+                       findings *found)
+{
+  std::set<std::string> told;
+  if (tools.bash_pid <= 0) {
+    return;
+  }
+  for (const std::string &line :
+       split_lines(finish(tools.bash_pid, tools.bash))) {
+    if (told.insert(line.substr(0, line.find(": line "))).second) {
       take_syntax_line(dev, line, found);
     }
   }
@@ -163,8 +168,12 @@ static std::string make_stubs(const device &dev)
 
 other_tools begin_tools(const device &dev, bool shellcheck)
 {
-  other_tools tools = {-1, -1, ""};
-  if (!shellcheck || dev.scripts.empty()) {
+  other_tools tools = {-1, -1, -1, -1, ""};
+  if (dev.scripts.empty()) {
+    return tools;
+  }
+  begin_syntax(dev, &tools);
+  if (!shellcheck) {
     return tools;
   }
   tools.stubs = make_stubs(dev);
@@ -209,7 +218,7 @@ static void take_shellcheck_line(const device &dev, const std::string &line,
 
 void end_tools(const device &dev, other_tools *tools, findings *found)
 {
-  check_syntax(dev, found);
+  end_syntax(dev, *tools, found);
   if (tools->pid > 0) {
     told_lines told;
     for (const finding &f : *found) {
