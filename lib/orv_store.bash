@@ -362,7 +362,13 @@ orv__watch() { # TOKEN SECONDS [COMMAND...]
     "${@:3}"
     "$orv__program" arm "$1"
   fi
-  "$orv__program" watch "$1" "$2" && "${@:3}"
+  "$orv__program" watch "$1" "$2" && orv__went_back "${@:3}"
+}
+
+# A function orv_went_back of the script's own can tell a log of its own.
+orv__went_back() { # [COMMAND...]
+  ! declare -F orv_went_back >/dev/null || orv_went_back
+  "$@"
 }
 
 # A page that is opened confirms; a script that has input shows none.
@@ -374,6 +380,6 @@ orv__confirm() {
 # orv_guard_boot [COMMAND...]: for a boot script, before the settings are used.
 # Puts back what nobody confirmed (then COMMAND runs), ends a save cut short.
 orv_guard_boot() {
-  "$orv__program" boot >/dev/null 2>&1 && "$@"
+  "$orv__program" boot >/dev/null 2>&1 && orv__went_back "$@"
   return 0
 }

@@ -29,16 +29,32 @@ LOG_KEPT=100
 # saved TEXT: what was changed, for the page that confirms and for both logs.
 saved()
 {
-  local from=${REMOTE_ADDR//[!0-9a-fA-F.:]/}
   orv_log_changes
-  note "${orv_lines[@]}" "$1${from:+ (from $from)}"
+  note "${orv_lines[@]}"
+  note_by_user "$1"
   orv_changes
+}
+
+# note_by_user TEXT: with who did it, and from where.
+note_by_user()
+{
+  local user=${REMOTE_USER:0:50} from=${REMOTE_ADDR//[!0-9a-fA-F.:]/}
+  user=${user//[!A-Za-z0-9_.@-]/_}
+  user=${user:+by $user}${from:+${user:+ }from $from}
+  note "$1${user:+ ($user)}"
+}
+
+# What nobody confirmed has gone back; this runs behind the page.
+orv_went_back()
+{
+  note 'Nobody confirmed the change: the old settings are back'
 }
 
 # note TEXT...: lines more in the device's log.  It never makes a page fail.
 note()
 {
   local when lines=() new=$LOG.new.$$
+  (($#)) || return 0
   printf -v when 'event=%(%Y-%m-%d %H:%M:%S)T' -1
   printf '%s\n' "${@/#/$when }" >>"$LOG"
   mapfile -t lines <"$LOG"

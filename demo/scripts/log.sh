@@ -24,7 +24,7 @@ orv_read log_empty
 orv_tick log_empty
 if [[ $1 == --write && ${orv[log_empty]} == True ]] && ((!orv_failed)); then
   if : >"$LOG"; then
-    note 'Log emptied'
+    note_by_user 'Log emptied'
     orv_put u_saved_note 'The log is empty now.'
   else
     orv_msg 'The log could not be emptied. Is the storage full?'

@@ -26,12 +26,12 @@ fi
 if [[ ${orv[rb_what]} == restart ]]; then
   printf -v 'orv[rb_last]' '%(%Y-%m-%d %H:%M:%S)T' -1
   if orv_store reboot rb_last; then
-    note 'Restarted'
+    note_by_user 'Restarted'
     orv_put u_saved_title 'Restarting'
     orv_put u_saved_note 'The device restarts now (not really: a demo).'
   fi
 elif orv_reset; then
-  note 'Settings as shipped put back'
+  note_by_user 'Settings as shipped put back'
   orv_put u_saved_title 'As shipped'
   orv_put u_saved_note 'All settings are those that the device came with.'
 fi

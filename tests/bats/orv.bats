@@ -249,8 +249,9 @@ u_saved_change9=""'*'log:Light: on -> off'* ]]
   [[ -e $ORV_STATE/.pending/net ]]
   guarded 800 # again, still not confirmed: the first state is kept
   [[ $(<"$ORV_STATE/.pending/net") != *new* ]]
-  script "orv_guard_boot touch $ran" </dev/null
-  shows shipped && [[ -e $ran && ! -e $ORV_STATE/.pending ]]
+  script "orv_went_back() { touch $ran.told; }
+    orv_guard_boot touch $ran" </dev/null
+  shows shipped && [[ -e $ran && -e $ran.told && ! -e $ORV_STATE/.pending ]]
   guarded 900 && script 'orv_load net' </dev/null # a look from a terminal
   # Nor do a save that fails, or work that a page has started.
   before=$(<"$ORV_STATE/.pending/.token")
