@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <ctype.h>
 
+#include "script_names.h"
 #include "text.h"
 
 // $1, $2, $@: those of the function, or of the script outside of any.
@@ -287,7 +288,28 @@ static void add_checked(context *c, const std::string &script_name)
           (number || is_one_of(words_of_list) || item.type == PT_SELECT ||
            item.type == PT_CHECKBOX) &&
           c->judged.insert(name).second && number) {
-        c->padded.insert(name);
+        c->padded[name] = !is_one_of({"decimal"});
+      }
+    }
+  }
+}
+
+// What orv_number has made is a plain decimal, or stands as it was with a
+// fault.
+static void add_plain_numbers(context *c)
+{
+  for (const script *s : c->files) {
+    for (const bash_command &command : s->code.commands) {
+      if (first_word(command) != "orv_number") {
+        continue;
+      }
+      std::vector<literal_name> names;
+      for (size_t i = 1; i < command.words.size(); i++) {
+        add_literals(*s, command.words[i], &names);
+      }
+      for (const literal_name &name : names) {
+        c->padded.erase("::orv[" + name.name + "]");
+        c->judged.insert("::orv[" + name.name + "]");
       }
     }
   }
@@ -334,6 +356,7 @@ context follow_values(const device &dev, const std::string &script_name)
   collect_locals(&c);
   collect_judged(&c);
   add_checked(&c, script_name);
+  add_plain_numbers(&c);
   add_arguments(&c, script_name);
   follow_input(&c);
   return c;

@@ -13,8 +13,9 @@ struct context {
   std::set<std::string> locals; // "function::name"
   std::set<std::string> input;  // scoped names that hold a request's values
   std::set<std::string> judged; // scoped names that something has looked at
-  std::set<std::string> padded; // the page's numbers, which may begin with 0
-  std::set<std::string> maps;   // arrays whose subscripts are text
+  // The page's numbers, which may begin with 0; whether with a sign or 0x, too.
+  std::map<std::string, bool> padded;
+  std::set<std::string> maps; // arrays whose subscripts are text
 };
 
 // The name with the function that it belongs to.

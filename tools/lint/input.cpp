@@ -5,28 +5,9 @@
 #include <algorithm>
 #include <string.h>
 
-#include "flow.h"
 #include "rules.h"
+#include "sinks.h"
 #include "text.h"
-
-struct sink {
-  const context &c;
-  const script &s;
-  const bash_command &command;
-  findings *found;
-};
-
-static void tell_at(const sink &at, const bash_expansion &expansion,
-                    const char *rule, const std::string &text)
-{
-  tell(at.found, *at.s.file, expansion.line, expansion.column, rule, text);
-}
-
-static std::string shown(const bash_expansion &expansion)
-{
-  return expansion.subscript.empty() ? "\"$" + expansion.name + "\""
-                                     : "\"${" + full_name(expansion) + "}\"";
-}
 
 // One finding a word: quotes mend all of it at once.
 static void check_unquoted(const sink &at, const bash_word &word)
@@ -43,156 +24,36 @@ static void check_unquoted(const sink &at, const bash_word &word)
   }
 }
 
+// A number that the page has checked may be 0900, 0x10 or -5.
+static void check_octal(const sink &at, const bash_expansion &expansion)
+{
+  const std::string name =
+      scoped(at.c, at.command.function, full_name(expansion));
+  const auto padded = at.c.padded.find(name);
+  if (padded == at.c.padded.end() || (expansion.based && !padded->second)) {
+    return;
+  }
+  tell_at(at, expansion, "number-octal",
+          shown(expansion) +
+              (expansion.based
+                   ? " may have a sign or begin with 0x, which 10# does not"
+                     " take; call orv_number for it first"
+                   : " may begin with 0, which means octal here; write"
+                     " [ x -gt y ], or call orv_number for it first"));
+}
+
 static void check_number(const sink &at, const bash_word &word, bool operand)
 {
   for (const bash_expansion &expansion : word.expansions) {
-    if ((!expansion.arithmetic && !operand) || expansion.based) {
+    if (!expansion.arithmetic && !operand) {
       continue;
     }
-    if (at.c.padded.count(
-            scoped(at.c, at.command.function, full_name(expansion))) != 0) {
-      tell_at(at, expansion, "number-octal",
-              shown(expansion) + " may begin with 0, which means octal here;"
-                                 " write [ x -gt y ], or 10# in front");
-    } else if (is_input(at.c, at.command, expansion)) {
+    check_octal(at, expansion);
+    if (!expansion.based && is_input(at.c, at.command, expansion)) {
       tell_at(at, expansion, "input-number",
               shown(expansion) + " comes from the request and is computed with"
                                  " before anything has seen that it is a"
                                  " number: bash runs commands in subscripts");
-    }
-  }
-}
-
-// Words that run what they are given.
-static void check_eval(const sink &at)
-{
-  const std::vector<bash_word> &words = at.command.words;
-  const std::string &name = first_word(at.command);
-  if (name == "eval") {
-    for (size_t i = 1; i < words.size(); i++) {
-      if (words[i].text.find_first_of("$`") != std::string::npos) {
-        tell(at.found, *at.s.file, at.command.line, at.command.column, "eval",
-             "eval runs whatever the values say; use arrays, printf -v or a"
-             " case instead");
-        return;
-      }
-    }
-  }
-  static const std::set<std::string> shells = {"bash", "sh", "dash", "ash",
-                                               "su"};
-  for (size_t i = 1; i + 1 < words.size(); i++) {
-    if (shells.count(name) != 0 && words[i].plain == "-c" &&
-        !words[i + 1].expansions.empty()) {
-      tell_at(at, words[i + 1].expansions[0], "eval",
-              name +
-                  " -c runs whatever the values say; hand them over as"
-                  " arguments: " +
-                  name + " -c '... \"$1\"' -- \"$value\"");
-    }
-  }
-}
-
-// Programs of other languages that are made of values.
-static void check_program(const sink &at)
-{
-  static const std::set<std::string> languages = {
-      "awk", "gawk", "mawk", "sed", "perl", "python3", "lua"};
-  // Options whose values are no programs.
-  static const std::set<std::string> with_value = {"-v", "-F", "-f"};
-  if (languages.count(first_word(at.command)) == 0) {
-    return;
-  }
-  for (size_t i = 1; i < at.command.words.size(); i++) {
-    const bash_word &word = at.command.words[i];
-    if (word.plain[0] == '-' && word.plain != "-e") {
-      const bool takes_value = with_value.count(word.plain) != 0;
-      i += takes_value ? 1 : 0;
-      continue;
-    }
-    const bash_expansion *input = input_of(at.c, at.command, word);
-    if (input != nullptr && word.text.size() > input->name.size() + 5) {
-      tell_at(at, *input, "eval",
-              shown(*input) + " comes from the request and becomes a part of a"
-                              " program here; hand it over as a value");
-    }
-    if (word.plain != "-e") {
-      return;
-    }
-  }
-}
-
-// The length of the name in NAME=VALUE, npos where there is no value.
-static size_t name_length(const std::string &text)
-{
-  int depth = 0;
-  for (size_t i = 0; i < text.size(); i++) {
-    depth += strchr("{[", text[i]) != nullptr ? 1 : 0;
-    depth -= strchr("}]", text[i]) != nullptr ? 1 : 0;
-    if (text[i] == '=' && depth == 0) {
-      return i;
-    }
-  }
-  return std::string::npos;
-}
-
-// The input in a builtin's word, in its name alone where a value is stored as
-// it stands.
-static const bash_expansion *input_name(const sink &at, const bash_word &word)
-{
-  static const std::set<std::string> stores = {"declare", "local", "export",
-                                               "typeset", "readonly"};
-  size_t end = stores.count(first_word(at.command)) != 0
-                   ? name_length(word.text)
-                   : std::string::npos;
-  for (const bash_word &other : at.command.words) {
-    if (other.plain[0] == '-' && other.plain.find('i') != std::string::npos) {
-      end = std::string::npos; // a number: its value is computed
-    }
-  }
-  for (const bash_expansion &expansion : word.expansions) {
-    const size_t column = static_cast<size_t>(expansion.column - word.column);
-    if ((end == std::string::npos ||
-         (expansion.line == word.line && column < end)) &&
-        is_input(at.c, at.command, expansion)) {
-      return &expansion;
-    }
-  }
-  return nullptr;
-}
-
-// Builtins that evaluate the names they are given.
-static void check_names(const sink &at)
-{
-  static const std::set<std::string> builtins = {
-      "declare", "local", "export",  "typeset", "readonly",
-      "unset",   "read",  "mapfile", "let",     "readarray"};
-  const std::string &name = first_word(at.command);
-  const bool printf_name = name == "printf" && at.command.words.size() > 2 &&
-                           at.command.words[1].plain == "-v";
-  if (builtins.count(name) == 0 && !printf_name) {
-    return;
-  }
-  const size_t first = printf_name ? 2 : 1;
-  const size_t end = printf_name ? 3 : at.command.words.size();
-  for (size_t i = first; i < end; i++) {
-    const bash_expansion *input = input_name(at, at.command.words[i]);
-    if (input != nullptr && at.command.words[i].plain[0] != '-') {
-      tell_at(at, *input, "eval",
-              shown(*input) + " comes from the request and " + name +
-                  " evaluates it; look at it first, or use an associative"
-                  " array");
-    }
-  }
-}
-
-// The name in ${!name} is evaluated, its subscript included.
-static void check_indirect(const sink &at, const bash_word &word)
-{
-  for (const bash_expansion &expansion : word.expansions) {
-    if (expansion.indirect && is_input(at.c, at.command, expansion)) {
-      tell_at(at, expansion, "eval",
-              shown(expansion) + " comes from the request and ${!...}"
-                                 " evaluates it; use an associative array");
     }
   }
 }
@@ -306,6 +167,18 @@ static void check_subscript(const sink &at, const std::string &array,
   }
 }
 
+// ${x:offset:length} computes both.
+static void check_offset(const sink &at, const bash_word &word)
+{
+  for (const bash_expansion &expansion : word.expansions) {
+    const std::string &rest = expansion.rest;
+    if (rest.size() > 1 && rest[0] == ':' &&
+        strchr("-=?+", rest[1]) == nullptr) {
+      check_subscript(at, "", rest, expansion.line, expansion.column);
+    }
+  }
+}
+
 // let computes the text of its words.
 static void check_let(const sink &at)
 {
@@ -315,20 +188,6 @@ static void check_let(const sink &at)
   for (size_t i = 1; i < at.command.words.size(); i++) {
     const bash_word &word = at.command.words[i];
     check_subscript(at, "", word.plain, word.line, word.column);
-  }
-}
-
-// The first word of a command is run.
-static void check_command(const sink &at)
-{
-  if (at.command.kind != BASH_SIMPLE || at.command.words.empty()) {
-    return;
-  }
-  const bash_expansion *input = input_of(at.c, at.command, at.command.words[0]);
-  if (input != nullptr) {
-    tell_at(at, *input, "eval",
-            shown(*input) + " comes from the request and is run as a command"
-                            " here");
   }
 }
 
@@ -346,6 +205,7 @@ static void check_words(const sink &at)
                   operators.count(command.words[i + 1].text) != 0));
     check_number(at, word, operand);
     check_indirect(at, word);
+    check_offset(at, word);
     if (command.kind == BASH_SIMPLE || command.kind == BASH_FOR) {
       check_unquoted(at, word);
     }
@@ -355,6 +215,7 @@ static void check_words(const sink &at)
     check_subscript(at, assignment.name, assignment.subscript,
                     assignment.value.line, assignment.value.column);
     check_indirect(at, assignment.value);
+    check_offset(at, assignment.value);
     for (const bash_word &element : assignment.elements) {
       check_number(at, element, false);
       check_unquoted(at, element);
@@ -369,11 +230,8 @@ static void check_words(const sink &at)
 
 static void check_command_sinks(const sink &at)
 {
-  check_eval(at);
-  check_program(at);
-  check_command(at);
+  check_evaluated(at);
   check_let(at);
-  check_names(at);
   check_source(at);
   check_path(at);
   check_words(at);

@@ -1,0 +1,209 @@
+// What scripts let others see or change: secrets in the list of processes or a
+// log, files that everybody can write, text that a message would expand.
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "flow.h"
+#include "rules.h"
+#include "text.h"
+
+// --- secrets -----------------------------------------------------------------
+
+// The name that the expansion stands for: that of a value, or its own.
+static std::string value_name(const bash_expansion &expansion)
+{
+  if (expansion.name != "orv" && expansion.name != "orv_was") {
+    return expansion.name;
+  }
+  return expansion.subscript.substr(0, expansion.subscript.find('$'));
+}
+
+// Commands of bash itself, whose arguments nobody sees.
+static bool is_internal(const context &c, const std::string &name)
+{
+  static const std::set<std::string> builtins = {
+      "",      ":",     "[",       "test",     "echo",    "printf",   "read",
+      "local", "unset", "declare", "export",   "typeset", "readonly", "return",
+      "exit",  "set",   "shift",   "eval",     ".",       "source",   "let",
+      "true",  "false", "mapfile", "readarray"};
+  return builtins.count(name) != 0 || c.functions.count(name) != 0 ||
+         starts_with(name, "orv_");
+}
+
+static void check_arguments(const context &c, const script &s,
+                            const bash_command &command, findings *found)
+{
+  const std::string &name = first_word(command);
+  if (command.kind != BASH_SIMPLE || is_internal(c, name)) {
+    return;
+  }
+  for (const bash_word &word : command.words) {
+    for (const bash_expansion &expansion : word.expansions) {
+      const std::string key = value_name(expansion);
+      if (is_secret(key) && !expansion.length &&
+          !starts_with(expansion.rest, "+") &&
+          !starts_with(expansion.rest, ":+")) {
+        tell(found, *s.file, expansion.line, expansion.column,
+             "secret-argument",
+             in_quotes(key) +
+                 (name == "logger" || name == "systemd-cat"
+                      ? " is a secret, and the log keeps it"
+                      : " is a secret, and everybody on the device sees the"
+                        " arguments of " +
+                            in_quotes(name) +
+                            "; hand it over on standard input"));
+        return;
+      }
+    }
+  }
+}
+
+// --- files -------------------------------------------------------------------
+
+static bool is_shared_folder(const std::string &path)
+{
+  return starts_with(path, "/tmp/") || starts_with(path, "/var/tmp/");
+}
+
+static void tell_shared(const script &s, const bash_word &word, findings *found)
+{
+  tell(found, *s.file, word.line, word.column, "tmp-file",
+       word.text + " has a name that anybody can foresee, in a folder where"
+                   " everybody may make it first, as a link; use mktemp");
+}
+
+static void check_shared(const script &s, const bash_command &command,
+                         findings *found)
+{
+  static const std::set<std::string> makers = {"touch", "tee", "mkdir", "cp",
+                                               "mv"};
+  for (const bash_redirect &redirect : command.redirects) {
+    if (redirect.op.find('>') != std::string::npos &&
+        is_shared_folder(redirect.target.plain)) {
+      tell_shared(s, redirect.target, found);
+    }
+  }
+  if (makers.count(first_word(command)) != 0 && command.words.size() > 1 &&
+      is_shared_folder(command.words.back().plain)) {
+    tell_shared(s, command.words.back(), found);
+  }
+}
+
+// Whether a mode gives everybody the right to write.
+static bool is_open_mode(const std::string &mode)
+{
+  if (mode.find_first_not_of("01234567") == std::string::npos) {
+    return mode.size() >= 3 && strchr("2367", mode.back()) != nullptr;
+  }
+  const size_t plus = mode.find('+');
+  return plus != std::string::npos &&
+         mode.find('w', plus) != std::string::npos &&
+         (plus == 0 || mode.find_first_of("oa") < plus);
+}
+
+static void check_modes(const script &s, const bash_command &command,
+                        findings *found)
+{
+  const std::string &name = first_word(command);
+  for (size_t i = 1; i < command.words.size(); i++) {
+    const bash_word &word = command.words[i];
+    const bool open =
+        name == "chmod"
+            ? word.plain[0] != '-' && is_open_mode(word.plain)
+            : name == "umask" && (word.plain == "0" || word.plain == "000" ||
+                                  word.plain == "0000");
+    if (open) {
+      tell(found, *s.file, word.line, word.column, "world-writable",
+           "everybody on the device may write what this lets them; the web"
+           " server alone needs it");
+    }
+    if (name == "chmod" && word.plain[0] != '-') {
+      return; // files follow
+    }
+  }
+}
+
+// --- messages ----------------------------------------------------------------
+
+// Whether the expansion holds what a request chose, looked at or not.
+static bool is_foreign(const context &c, const bash_command &command,
+                       const bash_expansion &expansion)
+{
+  return c.input.count(scoped(c, command.function, expansion.name)) != 0 &&
+         !expansion.length;
+}
+
+// A message made by hand is expanded: "$N:NAME$" in it shows the environment.
+static void check_message(const context &c, const script &s,
+                          const bash_command &command, findings *found)
+{
+  const std::string &name = first_word(command);
+  if ((name != "echo" && name != "printf") || command.redirected_out ||
+      command.piped || command.substitution > 0) {
+    return;
+  }
+  bool message = false;
+  for (size_t i = 1; i < command.words.size(); i++) {
+    const bash_word &word = command.words[i];
+    message |= starts_with(word.plain, "error_");
+    for (const bash_expansion &expansion : word.expansions) {
+      if (message && is_foreign(c, command, expansion)) {
+        tell(found, *s.file, expansion.line, expansion.column, "message-text",
+             in_quotes("$" + full_name(expansion)) +
+                 " comes from the request, and a message is expanded:"
+                 " $N:NAME$ in it shows the environment; orv_error and orv_msg"
+                 " make it harmless");
+        return;
+      }
+    }
+    message &= name == "printf"; // the values of a format
+  }
+}
+
+// --- patterns ----------------------------------------------------------------
+
+// What grep is given first is an expression, unless it says -F.
+static void check_pattern(const context &c, const script &s,
+                          const bash_command &command, findings *found)
+{
+  static const std::set<std::string> programs = {"grep", "egrep", "zgrep"};
+  if (programs.count(first_word(command)) == 0) {
+    return;
+  }
+  for (size_t i = 1; i < command.words.size(); i++) {
+    const bash_word &word = command.words[i];
+    const bool option = word.plain.size() > 1 && word.plain[0] == '-';
+    if (option && (word.plain.find('F') != std::string::npos ||
+                   word.plain == "--fixed-strings")) {
+      return;
+    }
+    if (option) {
+      continue;
+    }
+    const bash_expansion *input = input_of(c, command, word);
+    if (input != nullptr) {
+      tell(found, *s.file, input->line, input->column, "input-pattern",
+           in_quotes("$" + full_name(*input)) +
+               " comes from the request and is an expression here, which"
+               " matches more than itself; write grep -qxF --");
+    }
+    return;
+  }
+}
+
+void check_leaks(const device &dev, findings *found)
+{
+  for (const auto &entry : dev.scripts) {
+    const context c = follow_values(dev, entry.first);
+    const script &s = entry.second;
+    for (const bash_command &command : s.code.commands) {
+      check_arguments(c, s, command, found);
+      check_shared(s, command, found);
+      check_modes(s, command, found);
+      check_message(c, s, command, found);
+      check_pattern(c, s, command, found);
+    }
+  }
+}
