@@ -136,6 +136,30 @@ read -r judged
 if [[ $judged =~ ^[0-9]+$ ]]; then echo "n=$((judged + 1))"; fi
 read -r kept <"$0"
 logger $kept
+IFS= read -r a
+case $a in
+  lan) cat "/etc/$a" ;;
+  *) cat "/etc/$a" ;; # input-path
+esac
+[[ $a == lan ]] && cat "/etc/$a"
+cat "/etc/$a" # input-path
+[[ -n $a ]] && cat "/etc/$a" # input-path
+if [[ $a != lan ]]; then cat "/etc/$a"; else cat "/etc/$a"; fi # input-path
+if ! orv_one_of "$a" lan wan; then
+  echo error_a=No
+else
+  cat "/etc/$a"
+fi
+cat "/etc/$a"
+IFS= read -r b
+orv_store x b && cat "/etc/$b" # input-path
+echo "${b:$b:1}" # input-number
+declare -n ref=$b # eval
+[[ -v $b ]] # eval
+grep -q "$b" /etc/hosts # input-pattern
+echo x | xargs sh -c "echo $b" # eval
+[[ $b =~ ^[a-z]+$ ]] || b=none
+cat "/etc/$b"
 """
 
 

@@ -130,6 +130,28 @@ static const bash_expansion *input_name(const sink &at, const bash_word &word)
   return nullptr;
 }
 
+// declare -n NAME=VALUE takes the value for a name, -i for a number.
+static void check_attributes(const sink &at)
+{
+  const std::string &name = first_word(at.command);
+  const bool evaluates =
+      (name == "declare" || name == "local" || name == "typeset") &&
+      std::any_of(at.command.words.begin(), at.command.words.end(),
+                  [](const bash_word &word) {
+                    return word.plain[0] == '-' &&
+                           word.plain.find_first_of("in") != std::string::npos;
+                  });
+  for (const bash_assignment &assignment : at.command.assignments) {
+    const bash_expansion *input =
+        evaluates ? input_of(at.c, at.command, assignment.value) : nullptr;
+    if (input != nullptr) {
+      tell_at(at, *input, "eval",
+              shown(*input) + " comes from the request and " + name +
+                  " evaluates it here; look at it first");
+    }
+  }
+}
+
 // Builtins that evaluate the names they are given.
 static void check_names(const sink &at)
 {
@@ -205,5 +227,6 @@ void check_evaluated(const sink &at)
   check_program(at);
   check_command(at);
   check_names(at);
+  check_attributes(at);
   check_is_set(at);
 }

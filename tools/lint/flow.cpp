@@ -10,7 +10,8 @@
 #include <algorithm>
 #include <ctype.h>
 
-#include "script_names.h"
+#include "judged.h"
+#include "page_values.h"
 #include "text.h"
 
 // $1, $2, $@: those of the function, or of the script outside of any.
@@ -101,20 +102,62 @@ static bool cleans(const std::string &rest)
          rest == "+" || starts_with(rest, ":+") || starts_with(rest, "+");
 }
 
+// The script that the command is one of, and its number there.
+static const script *owner_of(const context &c, const bash_command &command,
+                              size_t *index)
+{
+  for (const script *s : c.files) {
+    const std::vector<bash_command> &all = s->code.commands;
+    if (!all.empty() && &command >= all.data() &&
+        &command < all.data() + all.size()) {
+      *index = static_cast<size_t>(&command - all.data());
+      return s;
+    }
+  }
+  return nullptr;
+}
+
+// What another file or function has looked at counts everywhere: when it was
+// called is not known.
+static bool holds_at(const judged_place &place, const script *s,
+                     const bash_command &command, size_t index)
+{
+  if (place.s == nullptr || place.s != s ||
+      place.function != command.function) {
+    return true;
+  }
+  return index >= place.from && index <= place.to &&
+         is_inside(*s, command.branch, place.branch);
+}
+
+static bool is_judged(const context &c, const bash_command &command,
+                      const std::string &name)
+{
+  const auto places = c.judged.find(name);
+  if (places == c.judged.end()) {
+    return false;
+  }
+  size_t index = 0;
+  const script *s = owner_of(c, command, &index);
+  return std::any_of(places->second.begin(), places->second.end(),
+                     [&](const judged_place &place) {
+                       return holds_at(place, s, command, index);
+                     });
+}
+
 // Whether the expansion brings in a value that nothing has looked at.
 bool is_input(const context &c, const bash_command &command,
               const bash_expansion &expansion)
 {
   const std::string name = scoped(c, command.function, expansion.name);
-  const std::string all = scoped(c, command.function, full_name(expansion));
-  const bool is_name = starts_with(expansion.rest, NAME_PART) &&
-                       c.judged.count(all + NAME_PART) != 0;
-  if (expansion.length || cleans(expansion.rest) || is_name ||
-      c.judged.count(all) != 0 ||
-      (expansion.subscript.empty() && c.judged.count(name) != 0)) {
+  if (expansion.length || cleans(expansion.rest) || c.input.count(name) == 0) {
     return false;
   }
-  return c.input.count(name) != 0;
+  const std::string all = scoped(c, command.function, full_name(expansion));
+  return !is_judged(c, command, all) &&
+         !(starts_with(expansion.rest, NAME_PART) &&
+           is_judged(c, command, all + NAME_PART)) &&
+         !(expansion.subscript.empty() && is_judged(c, command, name));
 }
 
 const bash_expansion *input_of(const context &c, const bash_command &command,
@@ -252,84 +295,6 @@ static bool follow_call(context *c, const bash_command &command)
   return more;
 }
 
-// The number of the argument that is the sub-item, 0 when none is.
-static size_t subitem_argument(const script_line &line)
-{
-  const std::vector<std::string> words = split_words(line.text);
-  for (size_t i = 1; i < words.size(); i++) {
-    if (words[i].find("$S$") != std::string::npos) {
-      return i;
-    }
-  }
-  return 0;
-}
-
-// Values that the page's own checks hold to something harmless: those of fields
-// with such a check, and of lists.  Cells are checked up to the first blank
-// row.
-static void add_checked(context *c, const std::string &script_name)
-{
-  static const std::set<std::string> words_of_list = {"keyword", "word"};
-  static const std::set<std::string> numbers = {"decimal", "number", "signed"};
-  for (const form *f : forms_of(c->dev, script_name)) {
-    for (const form_item &item : f->items) {
-      const form_line *check = attribute(item, "check");
-      const std::vector<std::string> words =
-          split_words(check != nullptr ? check->text : "");
-      const auto is_one_of = [&](const std::set<std::string> &checks) {
-        return std::any_of(words.begin(), words.end(),
-                           [&](const std::string &word) {
-                             return checks.count(lower(word)) != 0;
-                           });
-      };
-      const bool number = is_one_of(numbers);
-      const std::string name = "::orv[" + item.name + "]";
-      if (item.table < 0 &&
-          (number || is_one_of(words_of_list) || item.type == PT_SELECT ||
-           item.type == PT_CHECKBOX) &&
-          c->judged.insert(name).second && number) {
-        c->padded[name] = !is_one_of({"decimal"});
-      }
-    }
-  }
-}
-
-// What orv_number has made is a plain decimal, or stands as it was with a
-// fault.
-static void add_plain_numbers(context *c)
-{
-  for (const script *s : c->files) {
-    for (const bash_command &command : s->code.commands) {
-      if (first_word(command) != "orv_number") {
-        continue;
-      }
-      std::vector<literal_name> names;
-      for (size_t i = 1; i < command.words.size(); i++) {
-        add_literals(*s, command.words[i], &names);
-      }
-      for (const literal_name &name : names) {
-        c->padded.erase("::orv[" + name.name + "]");
-        c->judged.insert("::orv[" + name.name + "]");
-      }
-    }
-  }
-}
-
-// Which argument is the sub-item depends on the header's line.
-static void add_arguments(context *c, const std::string &script_name)
-{
-  for (const auto &entry : c->dev.forms) {
-    for (const script_line &line : entry.second.scripts) {
-      const size_t argument = subitem_argument(line);
-      if (line.script == script_name && argument != 0) {
-        c->input.insert("::" + std::to_string(argument));
-        c->input.insert("::@");
-        c->input.insert("::*");
-      }
-    }
-  }
-}
-
 // Until nothing new is reached: functions may call each other in any order.
 static void follow_input(context *c)
 {
@@ -355,9 +320,7 @@ context follow_values(const device &dev, const std::string &script_name)
   }
   collect_locals(&c);
   collect_judged(&c);
-  add_checked(&c, script_name);
-  add_plain_numbers(&c);
-  add_arguments(&c, script_name);
+  add_page_values(&c, script_name);
   follow_input(&c);
   return c;
 }

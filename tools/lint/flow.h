@@ -5,6 +5,15 @@
 
 #include "device.h"
 
+// Where a value has been looked at: commands of a script, those of one branch.
+struct judged_place {
+  const script *s; // NULL: wherever it is used
+  std::string function;
+  int branch; // -1: any
+  size_t from;
+  size_t to;
+};
+
 // A script with the files that it sources: they share variables and functions.
 struct context {
   const device &dev;
@@ -12,7 +21,7 @@ struct context {
   std::set<std::string> functions;
   std::set<std::string> locals; // "function::name"
   std::set<std::string> input;  // scoped names that hold a request's values
-  std::set<std::string> judged; // scoped names that something has looked at
+  std::map<std::string, std::vector<judged_place>> judged; // by scoped names
   // The page's numbers, which may begin with 0; whether with a sign or 0x, too.
   std::map<std::string, bool> padded;
   std::set<std::string> maps; // arrays whose subscripts are text
@@ -31,8 +40,6 @@ bool is_input(const context &c, const bash_command &command,
 // The first such expansion of the word, NULL without one.
 const bash_expansion *input_of(const context &c, const bash_command &command,
                                const bash_word &word);
-// Enters what the scripts compare with something.
-void collect_judged(context *c);
 // All that is known of the script and what it sources.
 context follow_values(const device &dev, const std::string &script_name);
 

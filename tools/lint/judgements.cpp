@@ -1,0 +1,146 @@
+// What one test says of the values that it looks at.
+
+#include "judgements.h"
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "text.h"
+
+// --- what tests say ----------------------------------------------------------
+
+static void add_names(const context &c, const bash_command &command,
+                      const bash_word &word, bool holds,
+                      std::vector<judgement> *what)
+{
+  for (const bash_expansion &expansion : word.expansions) {
+    what->push_back({scoped(c, command.function, full_name(expansion)), holds});
+  }
+}
+
+// [[ -n $x ]] looks at nothing; a comparison does.
+static void judge_comparisons(const context &c, const bash_command &command,
+                              std::vector<judgement> *what)
+{
+  bool turned = command.negated;
+  for (size_t i = 0; i < command.words.size(); i++) {
+    const std::string &op = command.words[i].text;
+    if (op == "&&" || op == "||") {
+      turned = command.negated;
+    }
+    turned ^= op == "!";
+    if ((op == "==" || op == "=" || op == "!=" || op == "=~") && i > 0 &&
+        i + 1 < command.words.size()) {
+      const bool holds = (op != "!=") != turned;
+      add_names(c, command, command.words[i - 1], holds, what);
+    }
+  }
+}
+
+// grep -qxF "$x" FILE compares with whole lines.
+static bool looks_up(const bash_command &command)
+{
+  std::string options;
+  for (const bash_word &word : command.words) {
+    if (word.plain.size() > 1 && word.plain[0] == '-' && word.plain[1] != '-') {
+      options += word.plain;
+    }
+  }
+  return first_word(command) == "grep" &&
+         options.find('x') != std::string::npos &&
+         options.find('F') != std::string::npos;
+}
+
+// [[ ${list[$x]} ]] of an associative array asks whether it has that name.
+static void judge_members(const context &c, const bash_command &command,
+                          std::vector<judgement> *what)
+{
+  const bool turned = !command.words.empty() && command.words[0].text == "!";
+  for (const bash_word &word : command.words) {
+    for (size_t i = 0; i + 1 < word.expansions.size(); i++) {
+      const bash_expansion &array = word.expansions[i];
+      const bash_expansion &member = word.expansions[i + 1];
+      if (c.maps.count(array.name) != 0 && array.name != "orv" &&
+          array.subscript == "$" + member.name) {
+        what->push_back({scoped(c, command.function, member.name),
+                         turned == command.negated});
+      }
+    }
+  }
+}
+
+// Whether the command is a function that says whether a value is right.  Of the
+// library only orv_one_of does; storing is no judging.
+static bool asks(const context &c, const bash_command &command)
+{
+  const std::string &name = first_word(command);
+  return name == "orv_one_of" || name == "orv_number" ||
+         (!starts_with(name, "orv_") && c.functions.count(name) != 0);
+}
+
+std::vector<judgement> judgements_of(const context &c,
+                                     const bash_command &command)
+{
+  std::vector<judgement> what;
+  const std::string &name = first_word(command);
+  if (command.kind == BASH_TEST || name == "[" || name == "test") {
+    judge_comparisons(c, command, &what);
+    judge_members(c, command, &what);
+  } else if (asks(c, command) || looks_up(command)) {
+    for (size_t i = 1; i < command.words.size(); i++) {
+      add_names(c, command, command.words[i], !command.negated, &what);
+    }
+  }
+  return what;
+}
+
+// --- patterns ----------------------------------------------------------------
+
+static std::vector<std::string> alternatives_of(const std::string &pattern)
+{
+  std::vector<std::string> all;
+  std::string part;
+  for (const char c : pattern + "|") {
+    if (c == '|') {
+      all.push_back(part);
+      part.clear();
+    } else if (strchr(" '\"\\\n", c) == nullptr) {
+      part += c;
+    }
+  }
+  return all;
+}
+
+// Whether the pattern takes what holds a wrong character: *[!0-9]*.
+bool takes_wrong(const std::string &pattern)
+{
+  return pattern.find("[!") != std::string::npos ||
+         pattern.find("[^") != std::string::npos;
+}
+
+bool takes_all(const std::string &pattern)
+{
+  const std::vector<std::string> all = alternatives_of(pattern);
+  return std::find(all.begin(), all.end(), "*") != all.end();
+}
+
+// Whether the patterns ask only which of the page's lines it is, as new_name=*
+// does: whatever stands behind was not looked at.
+bool asks_which_line(const bash_command &command)
+{
+  bool lines = false;
+  for (const std::string &pattern : command.patterns) {
+    for (const std::string &part : alternatives_of(pattern)) {
+      if (part == "*") {
+        continue;
+      }
+      if (!starts_with(part, "new_") || part.back() != '*' ||
+          part.find('[') != std::string::npos) {
+        return false;
+      }
+      lines = true;
+    }
+  }
+  return lines;
+}

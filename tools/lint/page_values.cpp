@@ -1,0 +1,101 @@
+// What the page gives a script, and what it has seen of it.
+
+#include "page_values.h"
+
+#include <algorithm>
+
+#include "script_names.h"
+#include "text.h"
+
+// The number of the argument that is the sub-item, 0 when none is.
+static size_t subitem_argument(const script_line &line)
+{
+  const std::vector<std::string> words = split_words(line.text);
+  for (size_t i = 1; i < words.size(); i++) {
+    if (words[i].find("$S$") != std::string::npos) {
+      return i;
+    }
+  }
+  return 0;
+}
+
+static void judge_everywhere(context *c, const std::string &name)
+{
+  c->judged[name] = {{nullptr, "", -1, 0, static_cast<size_t>(-1)}};
+}
+
+// Values that the page's own checks hold to something harmless: those of fields
+// with such a check, and of lists.  Cells are checked up to the first blank
+// row.
+static void add_checked(context *c, const std::string &script_name)
+{
+  static const std::set<std::string> words_of_list = {"keyword", "word"};
+  static const std::set<std::string> numbers = {"decimal", "number", "signed"};
+  for (const form *f : forms_of(c->dev, script_name)) {
+    for (const form_item &item : f->items) {
+      const form_line *check = attribute(item, "check");
+      const std::vector<std::string> words =
+          split_words(check != nullptr ? check->text : "");
+      const auto is_one_of = [&](const std::set<std::string> &checks) {
+        return std::any_of(words.begin(), words.end(),
+                           [&](const std::string &word) {
+                             return checks.count(lower(word)) != 0;
+                           });
+      };
+      const bool number = is_one_of(numbers);
+      const std::string name = "::orv[" + item.name + "]";
+      if (item.table < 0 &&
+          (number || is_one_of(words_of_list) || item.type == PT_SELECT ||
+           item.type == PT_CHECKBOX) &&
+          c->judged.count(name) == 0) {
+        judge_everywhere(c, name);
+        if (number) {
+          c->padded[name] = !is_one_of({"decimal"});
+        }
+      }
+    }
+  }
+}
+
+// What orv_number has made is a plain decimal, or stands as it was with a
+// fault.
+static void add_plain_numbers(context *c)
+{
+  for (const script *s : c->files) {
+    for (const bash_command &command : s->code.commands) {
+      if (first_word(command) != "orv_number") {
+        continue;
+      }
+      std::vector<literal_name> names;
+      for (size_t i = 1; i < command.words.size(); i++) {
+        add_literals(*s, command.words[i], &names);
+      }
+      for (const literal_name &name : names) {
+        c->padded.erase("::orv[" + name.name + "]");
+        judge_everywhere(c, "::orv[" + name.name + "]");
+      }
+    }
+  }
+}
+
+// Which argument is the sub-item depends on the header's line.
+static void add_arguments(context *c, const std::string &script_name)
+{
+  for (const auto &entry : c->dev.forms) {
+    for (const script_line &line : entry.second.scripts) {
+      const size_t argument = subitem_argument(line);
+      if (line.script == script_name && argument != 0) {
+        c->input.insert("::" + std::to_string(argument));
+        c->input.insert("::@");
+        c->input.insert("::*");
+      }
+    }
+  }
+}
+
+void add_page_values(context *c, const std::string &script_name)
+{
+  add_checked(c, script_name);
+  add_plain_numbers(c);
+  add_arguments(c, script_name);
+}
