@@ -35,8 +35,8 @@ orv__load() {
   then
     orv__find "$1" || return
   elif [[ -e $file ]]; then
-    stamp=${lines[0]:7} cut=${lines[1]:7}
-    cut="@(${cut// /|})+([0-9])=*" # a stored table is whole: no row comes back
+    stamp=${lines[0]:7} cut=${lines[1]:7} # a stored table is whole:
+    cut=${cut/#\*/+([!=])} cut="@(${cut// /|})+([0-9])=*" # no row comes back
   fi
   orv__stamps[$1]=$stamp
   [[ ! -r $ORV_DEFAULTS/$1 ]] || mapfile -t shipped <"$ORV_DEFAULTS/$1"

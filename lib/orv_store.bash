@@ -45,9 +45,9 @@ orv__find() {
     [[ ! -e $file && ! -L $file ]] || orv__unreadable "$file" || return
   done 2>/dev/null
   if [[ ${lines[0]} =~ ^'#orv 2 '([0-9]{1,18}' '.*)$ ]]; then
-    stamp=${BASH_REMATCH[1]} cut=${lines[1]:7} cut="@(${cut// /|})+([0-9])=*"
-    [[ $cut != '@(*)'* ]] || cut='+([!=])[0-9]=*'
-  elif [[ ${lines[0]} =~ ^'#orv '[0-9]+' ' ]]; then
+    stamp=${BASH_REMATCH[1]} cut=${lines[1]:7}
+    cut=${cut/#\*/+([!=])} cut="@(${cut// /|})+([0-9])=*"
+  elif [[ ${lines[0]} =~ ^'#orv '[0-9]+(' '|$) ]]; then
     orv_fatal "The settings $1 are of a newer version than this device's program."
     return 1
   elif [[ $found ]]; then # which tables it holds is not known

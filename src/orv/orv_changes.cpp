@@ -377,7 +377,7 @@ static char *describe_row(const orv_change_source *source,
     return nullptr;
   }
   const bool whole = write_cells(out, source, table, told);
-  if (fclose(out) != 0 || !whole) {
+  if (fclose(out) != 0 || !whole || line == nullptr) {
     free(line);
     return nullptr;
   }

@@ -61,8 +61,8 @@ static void remove_tree(int dir, const char *name, int depth)
   if (list == nullptr) {
     return;
   }
-  for (const dirent *entry = readdir(list.get()); entry != nullptr;
-       entry = readdir(list.get())) {
+  for (const dirent *entry = store_next_entry(list.get()); entry != nullptr;
+       entry = store_next_entry(list.get())) {
     if (!is_dots(entry->d_name)) {
       remove_tree(dirfd(list.get()), entry->d_name, depth - 1);
     }
@@ -186,18 +186,22 @@ static bool move_committed()
 {
   static const char pending[] = COMMIT_FOLDER "/" PENDING_FOLDER;
   static const char settled[] = COMMIT_FOLDER "/" SETTLED_FILE;
+  static const char old[] = COMMIT_FOLDER "/.old";
   if (!move_files()) {
     return false;
   }
-  if (store_has(pending)) {
-    remove_tree(store.fd, PENDING_FOLDER, DEPTH_MAX);
-    if (renameat(store.fd, pending, store.fd, PENDING_FOLDER) != 0) {
+  const bool replaced = store_has(pending);
+  if (replaced || store_has(settled)) {
+    // Whole: a part of it must never be put back.
+    if (renameat(store.fd, PENDING_FOLDER, store.fd, old) != 0 &&
+        errno != ENOENT) {
       return false;
     }
-  } else if (store_has(settled)) {
-    remove_tree(store.fd, PENDING_FOLDER, DEPTH_MAX);
   }
-  if (!change_generation()) {
+  if (replaced && renameat(store.fd, pending, store.fd, PENDING_FOLDER) != 0) {
+    return false;
+  }
+  if (store_fault_text() != nullptr || !change_generation()) {
     return false;
   }
   fsync(store.fd);
@@ -216,8 +220,8 @@ static void remove_stages()
   if (list == nullptr) {
     return;
   }
-  for (const dirent *entry = readdir(list.get()); entry != nullptr;
-       entry = readdir(list.get())) {
+  for (const dirent *entry = store_next_entry(list.get()); entry != nullptr;
+       entry = store_next_entry(list.get())) {
     if (begins_with(entry->d_name, NEW_PREFIX) ||
         begins_with(entry->d_name, STAGE_PREFIX)) {
       remove_tree(store.fd, entry->d_name, DEPTH_MAX);
@@ -231,7 +235,7 @@ bool store_finish(void)
   if (store_has(COMMIT_FOLDER) && !move_committed()) {
     return cannot_store();
   }
-  return true;
+  return store_fault_text() == nullptr;
 }
 
 // --- a stage -----------------------------------------------------------------

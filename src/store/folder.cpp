@@ -18,6 +18,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -32,7 +33,10 @@
 // More is no settings file: a table of 100 rows and 20 columns has a tenth.
 constexpr off_t FILE_MAX = 4 * 1024 * 1024;
 // How long a save waits for others, in seconds: a user still waits, too.
-constexpr unsigned LOCK_SECONDS = 30;
+#ifndef STORE_LOCK_SECONDS
+#define STORE_LOCK_SECONDS 30
+#endif
+constexpr unsigned LOCK_SECONDS = STORE_LOCK_SECONDS;
 constexpr size_t HOLDER_SIZE = 100; // what is told of who holds the lock
 constexpr mode_t FOLDER_MODE = 0700;
 constexpr mode_t FILE_MODE = 0600;
@@ -261,26 +265,36 @@ DIR *store_list_folder(int dir, const char *name)
   return list;
 }
 
+dirent *store_next_entry(DIR *list)
+{
+  errno = 0;
+  return readdir(list);
+}
+
 bool store_each_file(int dir, const char *name, store_act act, void *data)
 {
   const store_list list(store_list_folder(dir, name));
   if (list == nullptr) {
     return false;
   }
-  bool done = true;
-  for (const dirent *entry = readdir(list.get()); entry != nullptr;
-       entry = readdir(list.get())) {
-    if (store_is_name(entry->d_name)) {
-      done &= act(dirfd(list.get()), entry->d_name, data);
+  for (const dirent *entry = store_next_entry(list.get()); entry != nullptr;
+       entry = store_next_entry(list.get())) {
+    if (store_is_name(entry->d_name) &&
+        !act(dirfd(list.get()), entry->d_name, data)) {
+      return false;
     }
   }
-  return done;
+  return errno == 0;
 }
 
 bool store_has(const char *path)
 {
   struct stat file;
-  return fstatat(store.fd, path, &file, AT_SYMLINK_NOFOLLOW) == 0;
+  if (store.fd < 0) {
+    return false;
+  }
+  return fstatat(store.fd, path, &file, AT_SYMLINK_NOFOLLOW) == 0 ||
+         (errno != ENOENT && store_fault_errno("The settings cannot be read"));
 }
 
 // --- the lock ----------------------------------------------------------------
@@ -301,9 +315,14 @@ static bool wait_for_lock(int fd)
   struct sigaction late = {};
   late.sa_handler = be_late;
   sigaction(SIGALRM, &late, nullptr);
-  alarm(LOCK_SECONDS);
+  // Again and again, for one that comes before the wait begins ends none.
+  const struct itimerval time = {{1, 0}, {LOCK_SECONDS, 0}};
+  const struct itimerval never = {};
+  setitimer(ITIMER_REAL, &time, nullptr);
   const bool locked = flock(fd, LOCK_EX) == 0;
-  alarm(0);
+  const int error = errno;
+  setitimer(ITIMER_REAL, &never, nullptr);
+  errno = error;
   return locked;
 }
 
@@ -331,15 +350,16 @@ bool store_lock(const char *what, pid_t holder)
   if (lock_file < 0) {
     return store_fault_errno("The settings could not be stored");
   }
-  if (flock(lock_file, LOCK_EX | LOCK_NB) != 0) {
-    if (holder > 0 && kill(holder, 0) == 0) {
-      return true;
-    }
-    if (!wait_for_lock(lock_file)) {
-      return errno == EINTR
-                 ? report_holder()
-                 : store_fault_errno("The settings cannot be locked");
-    }
+  if (holder > 0) {
+    // Who has lost it has judged what others may have changed meanwhile.
+    const bool held = flock(lock_file, LOCK_EX | LOCK_NB) != 0 &&
+                      errno == EWOULDBLOCK && kill(holder, 0) == 0;
+    return held || store_fault("Nothing was saved: the lock was lost. "
+                               "Please try again");
+  }
+  if (!wait_for_lock(lock_file)) {
+    return errno == EINTR ? report_holder()
+                          : store_fault_errno("The settings cannot be locked");
   }
   write_holder(what);
   return true;

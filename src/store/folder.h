@@ -35,8 +35,9 @@ bool store_open(bool create);
 bool store_is_name(const char *name);
 
 // Locks the settings until this process ends, unless the process `holder` (0:
-// none) holds the lock for the script that calls.  Waits as long as a person would; false
-// with a fault that says for what.  `what` is what others are told meanwhile.
+// none) holds the lock for the script that calls.  Waits as long as a person
+// would; false with a fault that says for what, or when that process has lost
+// the lock.  `what` is what others are told meanwhile.
 bool store_lock(const char *what, pid_t holder);
 
 // Hands the lock to a process of its own, which keeps it until the process
@@ -53,14 +54,18 @@ char *store_read_file(int dir, const char *name, size_t *length);
 // be read from the start.  -1 or NULL with errno; owned by the caller.
 int store_open_folder(int dir, const char *name);
 DIR *store_list_folder(int dir, const char *name);
+// The next entry; NULL behind the last with errno 0, else when that cannot be
+// read.
+dirent *store_next_entry(DIR *list);
 using store_list = std::unique_ptr<DIR, orv_releaser<closedir>>;
 
 // Calls `act` for every settings file of the folder `name` within `dir`; false
-// when a call gives that, or the folder cannot be read.
+// with errno when a call gives that, or the folder cannot be read to its end.
 using store_act = bool (*)(int folder, const char *file, void *data);
 bool store_each_file(int dir, const char *name, store_act act, void *data);
 
-// Whether there is anything at that path within the folder of the settings.
+// Whether there is anything at that path within the folder of the settings;
+// false with a fault when that cannot be known.
 bool store_has(const char *path);
 
 #endif

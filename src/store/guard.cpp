@@ -22,6 +22,7 @@
 #include "orv.h"
 #include "orv_guard.h"
 #include "settings.h"
+#include "text.h"
 
 static const char TOKEN_FILE[] = PENDING_FOLDER "/.token";
 static const char ARMED_FILE[] = PENDING_FOLDER "/.armed";
@@ -39,6 +40,9 @@ static bool keep_file(const store_stage *stage, const char *from,
   snprintf(kept, sizeof kept, "%s/%s", PENDING_FOLDER, name);
   if (fstatat(stage->fd, kept, &file, AT_SYMLINK_NOFOLLOW) == 0) {
     return true;
+  }
+  if (errno != ENOENT) {
+    return store_fault_errno("The old settings cannot be kept");
   }
   size_t length = 0;
   const owned_text text(store_read_file(store.fd, from, &length));
@@ -65,9 +69,9 @@ bool guard_keep(const store_stage *stage, const char *const *files,
   if (!stage_make_folder(stage, PENDING_FOLDER)) {
     return false;
   }
-  if (store_has(PENDING_FOLDER) &&
-      !store_each_file(store.fd, PENDING_FOLDER, keep_older,
-                       const_cast<store_stage *>(stage))) {
+  if (!store_each_file(store.fd, PENDING_FOLDER, keep_older,
+                       const_cast<store_stage *>(stage)) &&
+      (errno != ENOENT || store_fault_text() != nullptr)) {
     return store_fault_errno("The old settings cannot be kept");
   }
   for (size_t i = 0; i < count; i++) {
@@ -137,19 +141,17 @@ static bool stage_old(int dir, const char *name, void *data)
     rest += strcspn(rest, "\n");
     rest += *rest == '\n' ? 1 : 0;
   }
-  char *whole = nullptr;
-  size_t size = 0;
-  FILE *out = open_memstream(&whole, &size);
+  store_text whole;
+  FILE *out = store_open_text(&whole);
   if (out == nullptr) {
-    return store_fault("Out of memory");
+    return false;
   }
   // Which tables an older file held is not known: it counts for all.
   fprintf(out, "#orv 2 %" PRIu64 " -\n%s%s", stage->number,
           has_format ? "" : "#table *\n", rest);
-  const bool made = fclose(out) == 0;
-  const owned_text owned(whole);
-  return made ? stage_write(stage, name, whole, size)
-              : store_fault("Out of memory");
+  const bool made = store_close_text(out, &whole);
+  const owned_text owned(whole.bytes);
+  return made && stage_write(stage, name, whole.bytes, whole.length);
 }
 
 bool guard_put_back(void)

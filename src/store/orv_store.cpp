@@ -22,6 +22,7 @@
 #include "orv_guard.h"
 #include "save.h"
 #include "settings.h"
+#include "text.h"
 
 constexpr int USAGE_STATUS = 2;
 constexpr size_t HOLDER_SIZE = 100;
@@ -102,24 +103,20 @@ static pid_t lock_for(pid_t script, const char *form)
 static bool take_input(char **words)
 {
   const pid_t script = take_pid(words[0]);
-  char *lines = nullptr;
-  size_t size = 0;
-  if (!intake_read(words[1])) {
+  store_text lines;
+  FILE *out = intake_read(words[1]) ? store_open_text(&lines) : nullptr;
+  if (out == nullptr) {
     return false;
   }
-  FILE *out = open_memstream(&lines, &size);
-  if (out == nullptr) {
-    return store_fault("Out of memory");
-  }
   const bool written = intake_write(out);
-  const bool closed = fclose(out) == 0;
-  const owned_text owned(lines);
-  if (!written || !closed) {
-    return store_fault("Out of memory");
+  const bool whole = store_close_text(out, &lines);
+  const owned_text owned(lines.bytes);
+  if (!written || !whole) {
+    return false;
   }
   const pid_t holder = script > 0 ? lock_for(script, words[1]) : 0;
   if (holder >= 0) {
-    printf("ok\nholder %d\n%s", static_cast<int>(holder), lines);
+    printf("ok\nholder %d\n%s", static_cast<int>(holder), lines.bytes);
   }
   return holder >= 0;
 }
@@ -253,7 +250,8 @@ static bool reset(char **names)
                                   : store_fault("%.50s is no name", *name);
   }
   if (names[0] == nullptr) {
-    staged = store_each_file(store.fd, ".", blank_file, &stage) &&
+    staged = (store_each_file(store.fd, ".", blank_file, &stage) ||
+              store_fault_errno("The settings cannot be listed")) &&
              stage_write(&stage, SETTLED_FILE, "", 0);
   }
   if (!staged || !stage_commit(&stage)) {
@@ -325,7 +323,8 @@ static int run(const command *row, char **words)
   if (!done && store_fault_text() != nullptr) {
     printf("fault %s\n", store_fault_text());
   }
-  return fflush(stdout) == 0 && done ? EXIT_SUCCESS : EXIT_FAILURE;
+  const bool told = fflush(stdout) == 0 && ferror(stdout) == 0;
+  return told && done ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int main(int argc, char **argv)

@@ -20,8 +20,10 @@
 #include "orv_guard.h"
 #include "orv_secret.h"
 #include "settings.h"
+#include "text.h"
 
-constexpr size_t ORDER_MAX = 8UL * 1024 * 1024;
+// What it makes can be read again: a file has 4 MiB at most.
+constexpr size_t ORDER_MAX = 3UL * 1024 * 1024;
 constexpr size_t FILES_MAX = 64; // of one save
 constexpr size_t WORDS_MAX = 256; // secrets, labels and columns of one save
 // What a page's line of 249 bytes can show again, with = and two quotes.
@@ -211,10 +213,19 @@ static bool take_order(char *order)
 
 static char *read_order(FILE *in)
 {
-  size_t size = 0;
-  const ssize_t got = getdelim(&text, &size, '\0', in);
-  if (got < 0) {
-    store_fault("Nothing was saved: the script has ordered nothing");
+  text = static_cast<char *>(must_malloc(ORDER_MAX + 1));
+  if (text == nullptr) {
+    store_fault("Out of memory");
+    return nullptr;
+  }
+  const size_t got = fread(text, 1, ORDER_MAX, in);
+  text[got] = '\0';
+  if (ferror(in) != 0 || got == 0) {
+    store_fault("Nothing was saved: the script's order cannot be read");
+    return nullptr;
+  }
+  if (got == ORDER_MAX || strlen(text) < got) {
+    store_fault("Nothing was saved: the script's order is too long");
     return nullptr;
   }
   return text;
@@ -281,11 +292,10 @@ static void write_tables(FILE *out)
 
 static bool write_file(const store_stage *stage, const save_file *file)
 {
-  char *content = nullptr;
-  size_t size = 0;
-  FILE *out = open_memstream(&content, &size);
+  store_text content;
+  FILE *out = store_open_text(&content);
   if (out == nullptr) {
-    return store_fault("Out of memory");
+    return false;
   }
   fprintf(out, "#orv %d %" PRIu64 " %s\n", STORE_FORMAT, stage->number, owner);
   write_tables(out);
@@ -293,11 +303,9 @@ static bool write_file(const store_stage *stage, const save_file *file)
     fprintf(out, "%s=%s\n", file->after.list[i].name,
             file->after.list[i].value);
   }
-  const bool made = ferror(out) == 0;
-  const bool closed = fclose(out) == 0;
-  const owned_text owned(content);
-  return made && closed ? stage_write(stage, file->name, content, size)
-                        : store_fault("Out of memory");
+  const bool made = store_close_text(out, &content);
+  const owned_text owned(content.bytes);
+  return made && stage_write(stage, file->name, content.bytes, content.length);
 }
 
 static bool keep_old(const store_stage *stage, char token[STORE_TOKEN_SIZE])
@@ -412,31 +420,45 @@ static bool write_changes(FILE *out, const orv_change *changes)
   return true;
 }
 
+// That no memory is left for telling it stops a save, too, before it begins.
+// What is to be told, owned by the caller; NULL with a fault.
+static char *tell_changes()
+{
+  orv_change *changes = nullptr;
+  store_text told;
+  FILE *out = store_open_text(&told);
+  if (out == nullptr) {
+    return nullptr;
+  }
+  const bool made = (find_changes(&changes) && write_changes(out, changes)) ||
+                    store_fault("Out of memory");
+  orv_free_changes(changes);
+  owned_text owned(store_close_text(out, &told) ? told.bytes : nullptr);
+  return made ? owned.release() : nullptr;
+}
+
 bool save_order(FILE *in, FILE *out, const char *form)
 {
   char *order = read_order(in);
   char token[STORE_TOKEN_SIZE] = "";
-  orv_change *changes = nullptr;
   store_stage stage;
   if (order == nullptr || !take_order(order) || !judge()) {
     return false;
   }
   form_open(form);
-  // That no memory is left for telling it stops a save, too, before it begins.
-  if (!find_changes(&changes)) {
-    return store_fault("Out of memory");
+  const owned_text told(tell_changes());
+  if (told == nullptr) {
+    return false;
   }
-  const bool stored = stage_begin(&stage) && write_stage(&stage, token) &&
-                      stage_commit(&stage);
-  if (!stored) {
+  if (!stage_begin(&stage) || !write_stage(&stage, token) ||
+      !stage_commit(&stage)) {
     stage_drop(&stage);
-  } else {
-    fputs("ok\n", out);
-    if (token[0] != '\0') {
-      fprintf(out, "guard %s\n", token);
-    }
-    write_changes(out, changes);
+    return false;
   }
-  orv_free_changes(changes);
-  return stored;
+  fputs("ok\n", out);
+  if (token[0] != '\0') {
+    fprintf(out, "guard %s\n", token);
+  }
+  fputs(told.get(), out);
+  return true;
 }

@@ -5,6 +5,7 @@
 
 #include "settings.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -46,40 +47,55 @@ size_t settings_column(const char *name)
 // Takes the head "2 NUMBER OWNER" or "TOKEN OWNER" of a line "#orv ...".
 static bool take_head(const char *name, char *head, settings *all)
 {
-  char *rest;
-  const unsigned long format = strtoul(head, &rest, 10);
+  const size_t digits = strspn(head, "0123456789");
   all->format = 1;
-  if (rest == head || *rest != ' ') { // a token, which has a dot
+  if (digits == 0 || strchr(" ", head[digits]) == nullptr) { // a token
     char *owner = strchr(head, ' ');
     all->owner = owner != nullptr ? owner + 1 : "";
     return true;
   }
-  if (format > STORE_FORMAT) {
-    return store_fault("The settings %s are of a newer version (format %lu)",
-                       name, format);
+  if (digits > 1 || head[0] != '0' + STORE_FORMAT) {
+    return store_fault("The settings %s are of a newer version (format %.*s)",
+                       name, static_cast<int>(digits), head);
   }
+  char *rest = head + digits;
   all->format = STORE_FORMAT;
   all->number = strtoull(rest, &rest, 10);
   all->owner = *rest == ' ' ? rest + 1 : "";
   return true;
 }
 
-static bool take_line(const char *name, char *line, settings *all)
+static void take_line(char *line, settings *all)
 {
-  if (strncmp(line, "#orv ", strlen("#orv ")) == 0) {
-    return take_head(name, line + strlen("#orv "), all);
-  }
-  if (strncmp(line, "#table ", strlen("#table ")) == 0) {
-    all->tables = line + strlen("#table");
-    return true;
-  }
   char *equals = is_letter(line[0]) ? strchr(line, '=') : nullptr;
   if (equals != nullptr) {
     *equals = '\0';
     all->list[all->count] = {line, equals + 1};
     all->count++;
   }
-  return true;
+}
+
+// Ends the line at `*text` and takes it off; NULL when there is none.
+static char *next_line(char **text)
+{
+  char *line = *text;
+  char *end = line != nullptr ? strchr(line, '\n') : nullptr;
+  if (end != nullptr) {
+    *end = '\0';
+  }
+  *text = end != nullptr ? end + 1 : nullptr;
+  return line;
+}
+
+// Takes the line that follows a head.
+static void take_tables(char *line, settings *all)
+{
+  static const char key[] = "#table ";
+  if (line != nullptr && strncmp(line, key, strlen(key)) == 0) {
+    all->tables = line + strlen(key) - 1;
+  } else if (line != nullptr) {
+    take_line(line, all);
+  }
 }
 
 // Of lines of one name the last counts.  Both point into one text, so their
@@ -129,15 +145,17 @@ bool settings_parse(const char *name, char *text, settings *all)
   if (!make_list(all, count_lines(text))) {
     return false;
   }
-  for (char *line = text; line != nullptr;) {
-    char *end = strchr(line, '\n');
-    if (end != nullptr) {
-      *end = '\0';
-    }
-    if (!take_line(name, line, all)) {
+  static const char key[] = "#orv ";
+  char *line = next_line(&text);
+  if (strncmp(line, key, strlen(key)) == 0) {
+    if (!take_head(name, line + strlen(key), all)) {
       return false;
     }
-    line = end != nullptr ? end + 1 : nullptr;
+    take_tables(next_line(&text), all);
+    line = next_line(&text);
+  }
+  for (; line != nullptr; line = next_line(&text)) {
+    take_line(line, all);
   }
   order_settings(all);
   return true;
@@ -171,7 +189,7 @@ const char *settings_get(const settings *all, const char *name)
 }
 
 // Whether the file holds the table that the cell `name` would belong to.  Of an
-// older file nobody knows, and rows that a user deleted stay deleted.
+// older file nobody knows ("*"), and rows that a user deleted stay deleted.
 static bool has_table_of(const settings *stored, const char *name)
 {
   const size_t length = settings_column(name);
@@ -184,7 +202,8 @@ static bool has_table_of(const settings *stored, const char *name)
   for (const char *word = stored->tables; *word != '\0';) {
     word += strspn(word, " ");
     const size_t size = strcspn(word, " ");
-    if (size == length && strncmp(word, name, size) == 0) {
+    const bool is_any = size == 1 && *word == '*';
+    if (is_any || (size == length && strncmp(word, name, size) == 0)) {
       return true;
     }
     word += size;
@@ -238,7 +257,10 @@ static char *read_defaults(const char *name)
 {
   const int dir = open(store.defaults, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (dir < 0) {
-    return nullptr; // a device may have none
+    if (errno != ENOENT) { // a device may have none
+      store_fault_errno("The defaults cannot be read");
+    }
+    return nullptr;
   }
   size_t length;
   char *text = store_read_file(dir, name, &length);

@@ -11,6 +11,9 @@
  * seen: the loader's work, mmap, and stacks.  Under AddressSanitizer the traced
  * process goes free at exit, before it writes a page that is still in the
  * buffer: the search for leaks traces as well.
+ *
+ * The kind "kill" is no fault: the process dies before the n-th system call,
+ * whichever it is.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -105,8 +108,23 @@ static const struct calls {
   {"close", EIO,    {SYS_close,  SYS_close}},
   {"poll",  ENOMEM, {SYS_poll,   SYS_ppoll}},
   {"wait",  ECHILD, {SYS_wait4,  SYS_waitid}},
+  {"kill",  0,      {0,          0}},
+  {"look",  EIO,    {SYS_pread64,    SYS_newfstatat}},
+  {"mark",  ENOSPC, {SYS_pwrite64,   SYS_ftruncate}},
+  {"sync",  EIO,    {SYS_fsync,      SYS_fsync}},
+  {"name",  ENOSPC, {SYS_renameat,   SYS_renameat2}},
+  {"mkdir", ENOSPC, {SYS_mkdirat,    SYS_mkdir}},
+  {"list",  EIO,    {SYS_getdents64, SYS_getdents64}},
+  {"lock",  ENOLCK, {SYS_flock,      SYS_flock}},
+  {"unlink", EIO,   {SYS_unlinkat,   SYS_unlink}},
+  {"random", ENOSYS, {SYS_getrandom, SYS_getrandom}},
 };
 /* clang-format on */
+
+static bool is_killer(const struct calls *row)
+{
+  return row->error == 0;
+}
 
 /* Before a call: whether it is to fail.  It then becomes one that the kernel
  * does not know, but a close that fails has closed. */
@@ -142,7 +160,9 @@ static void trace(const struct calls *row, pid_t pid)
     }
     sig = 0;
     ptrace(PTRACE_GETREGS, pid, NULL, &regs);
-    if (before) {
+    if (before && is_killer(row)) {
+      sig = is_hit() ? SIGKILL : 0;
+    } else if (before) {
       failing = start_fault(row, &regs);
     } else if (failing) {
       regs.rax = -(unsigned long long)row->error;

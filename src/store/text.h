@@ -1,0 +1,22 @@
+// Text of any length, written through a stream.
+
+#ifndef STORE_TEXT_H
+#define STORE_TEXT_H
+
+#include <stddef.h>
+#include <stdio.h>
+
+struct store_text {
+  char *bytes; // owned (free), with a NUL byte behind them
+  size_t length;
+  size_t size; // of the memory
+};
+
+// A stream into an empty text, which must outlive it; NULL with a fault.
+FILE *store_open_text(store_text *text);
+
+// Closes the stream (NULL: none).  False with a fault when a byte of it is
+// lost, and then the text holds nothing.
+bool store_close_text(FILE *out, store_text *text);
+
+#endif

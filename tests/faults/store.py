@@ -1,0 +1,253 @@
+"""Kills orv-store at each of its system calls, and lets each call that can fail
+do so, once each, in everything that it does to the folder of the settings.
+
+Whatever happens, readers find all files as they were or all as they shall be,
+nothing is left over once somebody else has held the lock, and the answer says
+which of the two it is.
+
+    ORV_STORE=... ORV_TAKE_PART=... ORV_SYSLOG_SHIM=fault_shim.so \
+      store.py [STRIDE [KIND...]]
+
+A stride tries only every so manieth allocation, of which there are most.
+"""
+
+import collections
+import concurrent.futures
+import itertools
+import os
+import pathlib
+import re
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+
+STORE, PART = os.environ["ORV_STORE"], os.environ["ORV_TAKE_PART"]
+LIBRARY = pathlib.Path(__file__).parents[2] / "lib" / "orv.bash"
+STRIDE = int(sys.argv[1]) if len(sys.argv) > 1 else 1
+KINDS = sys.argv[2:] or ("kill memory stream fork open read write close look mark"
+                         " sync name mkdir list lock unlink random").split()
+ENOUGH = 20  # bad ends of one job
+SECONDS = 60
+FILES = ["a", "b", "c"]
+# More than one read takes, and more than the first buffer of any stream.
+LONG = "".join(f"long{i}={'x' * 190}\n" for i in range(60))
+NOBODY = 2 ** 22 + 1  # no process has that number
+
+# --- the folder before --------------------------------------------------------
+
+
+def order(word, *lines):
+    return "".join(f"{line}\n" for line in lines) + "".join(
+        f"> {name}\n{name}={word}\nt{name}0={word}\n{LONG if name == 'c' else ''}"
+        for name in FILES)
+
+
+class Device:
+    """The folders of a device, and what a program does to them."""
+
+    def __init__(self, folder):
+        self.folder = pathlib.Path(folder)
+        self.state = self.folder / "state"
+        self.env = {
+            "PATH": os.environ["PATH"], "ORV_STATE": str(self.state),
+            "ORV_DEFAULTS": str(self.folder / "defaults"),
+            "ORV_TEMPLATES": str(self.folder), "ORV_STORE": STORE,
+            "ASAN_OPTIONS": "verify_asan_link_order=0:exitcode=99",
+            "LSAN_OPTIONS": "exitcode=99"}
+
+    def run(self, *words, given="", **env):
+        return subprocess.run(
+            words, input=given, text=True, capture_output=True, timeout=SECONDS,
+            cwd=self.folder, env=self.env | env, check=False)
+
+    def values(self, both=True):
+        """What readers find; program and library agree about it."""
+        read = self.run(STORE, "load", *FILES)
+        assert read.stdout.startswith("ok\n"), read.stdout
+        lines = sorted(read.stdout.splitlines()[1:])
+        if not both:
+            return lines
+        bash = self.run("bash", "-c", f""". {LIBRARY}; orv_load {' '.join(FILES)}
+            for n in "${{!orv[@]}}"; do printf '%s\n' "$n=${{orv[$n]}}"; done""")
+        assert sorted(bash.stdout.splitlines()) == lines, bash.stdout[:300]
+        return lines
+
+    def names(self):
+        """Every file and folder, but for those that are always there."""
+        return sorted(str(p.relative_to(self.state))
+                      for p in self.state.rglob("*")
+                      if p.name not in (".generation", ".lock"))
+
+
+def shipped(device):
+    (device.folder / "defaults").mkdir()
+    for name in FILES:
+        (device.folder / "defaults" / name).write_text(
+            f"{name}=shipped\nnew{name}=1\nt{name}0=1\nt{name}1=2\n")
+    device.folder.joinpath("form.tpl").write_text(
+        "title T\nbody\nfield a 20\nlabel A\ntable t 2\nfield ta\nlabel T\n")
+
+
+def saved(device, *lines):
+    shipped(device)
+    device.state.mkdir()
+    done = device.run(STORE, "store", "-", "form", given=order("old", *lines))
+    assert done.stdout.startswith("ok\n"), done
+
+
+def pending(device):
+    saved(device)
+    done = device.run(STORE, "store", "-", "form",
+                      given=order("tried", "@guard 60"))
+    assert "guard " in done.stdout, done
+
+
+def left_by_older(device):
+    """A guarded save of the library before this program, cut short while it
+    moved its files, beside one that was never committed."""
+    shipped(device)
+    for folder in (".commit/.pending", ".pending", ".new.1764090000.7.1"):
+        (device.state / folder).mkdir(parents=True)
+    head = "#orv 1764090000.4242.17 1764090000.4243.99\n"
+    for path, text in {
+            ".commit/b": f"{head}b=new\ntb0=1\n", "a": f"{head}a=new\n", "c": "c=hand\n",
+            "b": f"{head}b=old\n", ".commit/.pending/a": f"{head}a=old\nta1=7\n",
+            ".commit/.pending/.token": "1764090000.4242.17",
+            ".commit/.pending/b": "b=old\n", ".commit/.pending/.armed": "",
+            ".pending/.token": "1", ".pending/c": "c=older\n",
+            ".new.1764090000.7.1/a": f"{head}a=never\n"}.items():
+        (device.state / path).write_text(text)
+
+
+CASES = {  # what stands there, the command, its input
+    "first save": (shipped, [STORE, "store", "-", "form"], order("new")),
+    "save": (saved, [STORE, "store", "-", "form"], order("new")),
+    "guarded": (saved, [STORE, "store", "-", "form"], order("new", "@guard 60")),
+    "guarded again": (pending, [STORE, "store", "-", "form"],
+                      order("new", "@guard 60 command", "@owner 1.2")),
+    "put back": (pending, [STORE, "boot"], ""),
+    "confirm": (pending, [STORE, "confirm"], ""),
+    "reset": (saved, [STORE, "reset"], ""),
+    "left by older": (left_by_older, [STORE, "arm", "none"], ""),
+    "put back older": (left_by_older, [STORE, "boot"], ""),
+    "transaction": (saved, [PART, STORE], order("new")),
+    "input": (saved, [STORE, "input", str(NOBODY), "form"],
+              "".join(f'new_long{i}="{"y" * 190}"\n' for i in range(60))),
+    "load": (saved, [STORE, "load", *FILES], ""),
+}
+
+# --- one run ------------------------------------------------------------------
+
+
+class Clean:
+    """What a run without a fault leads to."""
+
+    def __init__(self, name, folder):
+        self.build, self.words, self.given = CASES[name]
+        self.before = Device(folder / "before")
+        self.before.folder.mkdir()
+        self.build(self.before)
+        self.old = self.before.values()
+        device = self.copy(folder / "back")
+        device.run(STORE, "boot")
+        self.back = device.values()
+        device = self.copy(folder / "clean")
+        done = device.run(*self.words, given=self.given)
+        self.answer = answer(done.stdout)
+        self.exit = done.returncode
+        self.new, self.names = device.values(), device.names()
+
+    def copy(self, folder):
+        shutil.copytree(self.before.folder, folder, symlinks=True)
+        return Device(folder)
+
+
+def answer(text):
+    return re.sub(r"(?m)^(guard|holder) .*", r"\1", text)
+
+
+def judge(clean, device, done, killed, lost_output):
+    """How the run ended; an assertion when it ended badly."""
+    assert done.stderr == "", done.stderr
+    device.state.mkdir(exist_ok=True)
+    found = device.values(killed)
+    assert found in (clean.old, clean.new), "half of it is stored"
+    text = done.stdout
+    if killed:
+        end = "killed"
+    elif done.returncode == clean.exit and answer(text) == clean.answer:
+        assert found == clean.new, "says that it is done, and is not"
+        end = "done"
+    else:
+        assert done.returncode == 1, f"status {done.returncode}, {text[:200]}"
+        fault = re.fullmatch("fault [^\n]+\n", text)
+        assert fault or lost_output, f"no message: {text[:200]!r}"
+        end = "fault" if fault else "output lost"
+    after = device.run(STORE, "arm", "none")
+    assert (after.returncode, after.stdout) == (1, ""), after.stdout
+    assert device.values(False) == found, "the next save changes something"
+    names = device.names()
+    left = [name for name in names
+            if re.search(r"(^|/)\.(new|stage|commit|settled|outcome)", name)]
+    assert not left, f"left over: {left}"
+    if found == clean.new != clean.old:
+        assert names == clean.names, f"lacks {set(clean.names) ^ set(names)}"
+    if "@guard" in clean.given:
+        device.run(STORE, "boot")
+        assert device.values(False) == clean.back, "cannot be put back"
+    return end
+
+
+def sweep(job):
+    name, kind, onward = job
+    ends = collections.Counter()
+    bad = []
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        clean = Clean(name, folder)
+        number = 1
+        while len(bad) < ENOUGH:
+            device = clean.copy(folder / "run")
+            report = device.folder / "report"
+            report.write_bytes(bytes(struct.calcsize("4i")))
+            try:
+                done = device.run(
+                    *clean.words, given=clean.given,
+                    LD_PRELOAD=os.environ["ORV_SYSLOG_SHIM"],
+                    FAULT=f"{kind} {number} {onward:d}")
+                faults, lost, *_ = struct.unpack("4i", report.read_bytes())
+                end = judge(clean, device, done, done.returncode == -9, lost)
+                if faults == 0 and end == "done":
+                    break
+                assert faults > 0, f"no fault, but {end}"
+            except (AssertionError, subprocess.TimeoutExpired) as fault:
+                end = "badly"
+                at = f"{name}, {kind} {number}{' and on' if onward else ''}"
+                bad.append(f"{at}: {fault}")
+            finally:
+                shutil.rmtree(device.folder)
+            ends[end] += 1
+            number += STRIDE if kind in ("memory", "stream") else 1
+    return kind, ends, bad
+
+
+def main():
+    table = {kind: collections.Counter() for kind in KINDS}
+    failed = []
+    # What fails once and works again leads to more ends than what fails on.
+    jobs = [job for job in itertools.product(CASES, KINDS, (False, True))
+            if not job[2] or job[1] in ("open", "write", "mark")]
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for kind, ends, bad in pool.map(sweep, jobs):
+            table[kind] += ends
+            failed += bad
+    for kind, ends in table.items():
+        print(f"{kind:8}{ends.total():6} faults: {dict(ends)}")
+    print(*failed, f"{len(failed)} ended badly", sep="\n")
+    return 1 if failed or not all(table.values()) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
