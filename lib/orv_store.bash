@@ -311,11 +311,15 @@ orv_changes() {
   printf %s "$report"
 }
 
-# orv_log_changes: the same to the system log, with who did it from where.
+# orv_log_changes: the same to the system log, with who did it from where; of a
+# transaction once it is committed.
 orv_log_changes() {
-  local IFS=$'\n'
-  ((!${#orv_lines[@]})) || "$orv__program" log <<<"${orv_lines[*]}"
+  ((!${#orv_lines[@]})) || orv__when_stored orv__log
   return 0
+}
+orv__log() {
+  local IFS=$'\n'
+  "$orv__program" log <<<"${orv_lines[*]}"
 } 2>/dev/null
 
 # --- while and after the page goes out ----------------------------------------
@@ -324,13 +328,20 @@ orv_log_changes() {
 # a transaction it waits for the end of that, and runs if it was committed.
 orv_background() (
   unset REQUEST_METHOD # orv_load confirms nothing here
-  orv__lock=''
   if [[ $ORV_TRANSACTION ]]; then
-    exec 3<"$ORV_STATE/.stage.$ORV_TRANSACTION/.outcome" && set -- orv__wait "$@"
+    if exec 3<"$ORV_STATE/.stage.$ORV_TRANSACTION/.outcome"; then
+      set -- orv__wait "$@"
+    elif [[ $orv__lock == 0 ]]; then # it took part, and that is over
+      return 0
+    fi
   fi
+  orv__lock=''
   set -m # a process group of its own
   "$@" </dev/null >/dev/null 2>&1 &
 ) 2>/dev/null
+orv__when_stored() { # COMMAND...
+  if [[ $ORV_TRANSACTION ]]; then orv_background "$@"; else "$@"; fi
+}
 orv__wait() {
   "$orv__program" wait 3 || return
   exec 3<&-

@@ -601,6 +601,7 @@ int main()
   refuse_forbidden();
   orv_init_env();
   unsetenv("ORV_SECRETS"); // by which read scripts know a backup
+  unsetenv("ORV_TRANSACTION"); // of orvctl; no request takes part in one
   int vars_loaded = load_vars();
   if (vars_loaded != 0 && orv_form != nullptr) {
     vars_loaded = check_action();

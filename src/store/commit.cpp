@@ -28,15 +28,20 @@
 
 static const char GENERATION_FILE[] = ".generation";
 static const char OUTCOME_FILE[] = ".outcome"; // of a transaction
+// A byte for each save that takes part in a transaction; gone when one of them
+// failed half-way.
+static const char SAVES_FILE[] = ".saves";
 static const char NEW_PREFIX[] = ".new.";
 static const char STAGE_PREFIX[] = ".stage.";
 constexpr mode_t FOLDER_MODE = 0700;
 constexpr mode_t FILE_MODE = 0600;
-constexpr size_t HEAD_SIZE = 64;         // of a settings file, to its number
+constexpr size_t HEAD_SIZE = 64; // of a settings file, to its number
 constexpr size_t GENERATION_SIZE = sizeof store_look::generation;
-constexpr int DEPTH_MAX = 3;             // of our own folders
+constexpr int DEPTH_MAX = 3;       // of our own folders
+constexpr size_t PLACE_DIGITS = 8; // of a token, which tell the folder
 
 static char joined[sizeof STAGE_PREFIX + STORE_TOKEN_SIZE]; // "": none
+static bool is_over;     // the transaction named is: nothing can join it
 static int outcome = -1; // of the transaction that this process began
 
 static bool cannot_store()
@@ -91,8 +96,8 @@ static bool change_generation()
   char text[GENERATION_SIZE] = "";
   const ssize_t got = pread(fd, text, sizeof text - 1, 0);
   const uint64_t number = got > 0 ? strtoull(text, nullptr, 10) : 0;
-  const int length = snprintf(text, sizeof text, "%020" PRIu64 "\n",
-                              number + 1);
+  const int length =
+      snprintf(text, sizeof text, "%020" PRIu64 "\n", number + 1);
   const bool changed =
       pwrite(fd, text, static_cast<size_t>(length), 0) == length;
   close(fd);
@@ -102,8 +107,8 @@ static bool change_generation()
 void store_take_look(store_look *look)
 {
   *look = {"", store_has(COMMIT_FOLDER)};
-  const int fd = openat(store.fd, GENERATION_FILE,
-                        O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  const int fd =
+      openat(store.fd, GENERATION_FILE, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
   if (fd >= 0) {
     static_cast<void>(
         pread(fd, look->generation, sizeof look->generation - 1, 0) > 0);
@@ -121,16 +126,15 @@ static uint64_t highest; // number of a commit that a file carries
 
 static bool note_number(int dir, const char *name, void *)
 {
-  const int fd = openat(dir, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK |
-                                       O_CLOEXEC);
+  const int fd =
+      openat(dir, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) {
     return true; // whoever reads it will say so
   }
   char head[HEAD_SIZE] = "";
   uint64_t number = 0;
   if (read(fd, head, sizeof head - 1) > 0 &&
-      sscanf(head, "#orv 2 %20" SCNu64 " ", &number) == 1 &&
-      number > highest) {
+      sscanf(head, "#orv 2 %20" SCNu64 " ", &number) == 1 && number > highest) {
     highest = number;
   }
   close(fd);
@@ -240,13 +244,32 @@ bool store_finish(void)
 
 // --- a stage -----------------------------------------------------------------
 
+// The folder of the settings as the last digits of a transaction's token, so
+// that a script which keeps its settings elsewhere is none of that.
+static void write_place(char *digits)
+{
+  struct stat folder = {};
+  fstat(store.fd, &folder);
+  const uint64_t place = folder.st_ino ^ (folder.st_dev << 16);
+  snprintf(digits, PLACE_DIGITS + 1, "%08" PRIx32,
+           static_cast<uint32_t>(place ^ (place >> 32)));
+}
+
+static bool is_of_this_place(const char *token)
+{
+  char digits[PLACE_DIGITS + 1];
+  write_place(digits);
+  return strcmp(token + STORE_TOKEN_SIZE - 1 - PLACE_DIGITS, digits) == 0;
+}
+
 void stage_join(void)
 {
   const char *token = getenv("ORV_TRANSACTION");
   if (token == nullptr || strlen(token) != STORE_TOKEN_SIZE - 1 ||
       strspn(token, "0123456789abcdef") != STORE_TOKEN_SIZE - 1 ||
       getenv("REQUEST_METHOD") != nullptr ||
-      getenv("GATEWAY_INTERFACE") != nullptr || store.fd < 0) {
+      getenv("GATEWAY_INTERFACE") != nullptr || store.fd < 0 ||
+      !is_of_this_place(token)) {
     return;
   }
   snprintf(joined, sizeof joined, "%s%s", STAGE_PREFIX, token);
@@ -254,6 +277,7 @@ void stage_join(void)
   if (fstatat(store.fd, joined, &folder, AT_SYMLINK_NOFOLLOW) != 0 ||
       !S_ISDIR(folder.st_mode)) {
     joined[0] = '\0';
+    is_over = true;
   }
 }
 
@@ -277,6 +301,9 @@ bool stage_begin(store_stage *stage)
 {
   char token[STORE_TOKEN_SIZE];
   *stage = {-1, "", next_number(), joined[0] != '\0'};
+  if (is_over) {
+    return store_fault("Nothing was saved: what this belongs to has ended");
+  }
   if (stage->transaction) {
     snprintf(stage->name, sizeof stage->name, "%s", joined);
     stage->fd = store_open_folder(store.fd, joined);
@@ -301,9 +328,9 @@ static bool write_all(int fd, const char *text, size_t length)
 bool stage_write(const store_stage *stage, const char *name, const char *text,
                  size_t length)
 {
-  const int fd = openat(stage->fd, name,
-                        O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
-                        FILE_MODE);
+  const int fd =
+      openat(stage->fd, name,
+             O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, FILE_MODE);
   if (fd < 0) {
     return cannot_store();
   }
@@ -361,10 +388,24 @@ static bool commit(store_stage *stage)
   return true;
 }
 
+static bool note_save(const store_stage *stage)
+{
+  const int fd = openat(stage->fd, SAVES_FILE,
+                        O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) {
+    return false;
+  }
+  const bool noted = write(fd, ".", 1) == 1;
+  return close(fd) == 0 && noted;
+}
+
 bool stage_commit(store_stage *stage)
 {
   if (!stage->transaction) {
     return commit(stage);
+  }
+  if (!note_save(stage)) {
+    return cannot_store();
   }
   close_stage(stage);
   return true;
@@ -372,6 +413,9 @@ bool stage_commit(store_stage *stage)
 
 void stage_drop(store_stage *stage)
 {
+  if (stage->transaction && stage->fd >= 0) {
+    unlinkat(stage->fd, SAVES_FILE, 0); // it may hold the half of a save
+  }
   close_stage(stage);
   if (!stage->transaction && stage->name[0] != '\0') {
     remove_tree(store.fd, stage->name, DEPTH_MAX);
@@ -389,25 +433,45 @@ static void tell_outcome(const char *word)
   outcome = -1;
 }
 
+static bool make_outcome(const store_stage *stage)
+{
+  outcome = openat(stage->fd, OUTCOME_FILE,
+                   O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, FILE_MODE);
+  return (outcome >= 0 && flock(outcome, LOCK_EX) == 0) || cannot_store();
+}
+
 bool transaction_begin(store_stage *stage, char token[STORE_TOKEN_SIZE])
 {
   *stage = {-1, "", next_number(), false};
-  if (!store_make_token(token) || !make_stage(stage, STAGE_PREFIX, token)) {
+  if (!store_make_token(token)) {
     return false;
   }
-  outcome = openat(stage->fd, OUTCOME_FILE,
-                   O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, FILE_MODE);
-  if (outcome < 0 || flock(outcome, LOCK_EX) != 0) {
-    cannot_store();
+  write_place(token + STORE_TOKEN_SIZE - 1 - PLACE_DIGITS);
+  if (!make_stage(stage, STAGE_PREFIX, token) || !make_outcome(stage) ||
+      !stage_write(stage, SAVES_FILE, "", 0)) {
     stage_drop(stage);
     return false;
   }
   return true;
 }
 
+long transaction_saves(const store_stage *stage)
+{
+  struct stat file;
+  return fstatat(stage->fd, SAVES_FILE, &file, AT_SYMLINK_NOFOLLOW) == 0
+             ? static_cast<long>(file.st_size)
+             : -1;
+}
+
 bool transaction_commit(store_stage *stage)
 {
-  const bool committed = commit(stage);
+  const long saves = transaction_saves(stage);
+  if (saves <= 0) { // there is nothing to store, or nothing that may be
+    stage_drop(stage);
+  }
+  const bool committed =
+      saves >= 0 ? saves == 0 || commit(stage)
+                 : store_fault("The settings of a form could not be stored");
   tell_outcome(committed ? "committed" : "dropped");
   return committed;
 }

@@ -49,7 +49,7 @@ bool store_is_same_look(const store_look *a, const store_look *b);
 bool store_finish(void);
 
 // Begins a stage, or goes on with that of the transaction at hand.  False with
-// a fault.
+// a fault, also when that transaction is over.
 bool stage_begin(store_stage *stage);
 
 // Writes the file `name` (a path within the stage), whole and synced.  False
@@ -70,17 +70,22 @@ bool stage_make_folder(const store_stage *stage, const char *name);
 // A transaction's stage stays, for who commits it.
 bool stage_commit(store_stage *stage);
 
-// Gives the stage up; a transaction's stays, too.
+// Gives the stage up; a transaction's stays, but can no longer be committed.
 void stage_drop(store_stage *stage);
 
 // Begins a transaction: `token` is what the environment of all who take part
-// names it by.  Then one of the other two ends it.  False with a fault.
+// names it by.  Then one of the next two ends it.  False with a fault.
 bool transaction_begin(store_stage *stage, char token[STORE_TOKEN_SIZE]);
+// Commits what was staged; false with a fault, too, when a save that took part
+// has failed, whatever its script made of that.
 bool transaction_commit(store_stage *stage);
 void transaction_drop(store_stage *stage);
 
-// Waits until the transaction is over, through `fd`, opened on its outcome while
-// it lasted: whether it was committed.
+// The number of saves that have taken part so far; -1 when one has failed.
+long transaction_saves(const store_stage *stage);
+
+// Waits until the transaction is over, through `fd`, opened on its outcome
+// while it lasted: whether it was committed.
 bool transaction_wait(int fd);
 
 #endif

@@ -79,6 +79,7 @@ bool guard_keep(const store_stage *stage, const char *const *files,
       return false;
     }
   }
+  unlinkat(stage->fd, ARMED_FILE, 0); // of a change in the same transaction
   return stage_write(stage, TOKEN_FILE, token, strlen(token)) &&
          (!armed || stage_write(stage, ARMED_FILE, "", 0));
 }

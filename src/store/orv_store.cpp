@@ -250,7 +250,8 @@ static bool reset(char **names)
                                   : store_fault("%.50s is no name", *name);
   }
   if (names[0] == nullptr) {
-    staged = (store_each_file(store.fd, ".", blank_file, &stage) ||
+    staged = ((store_each_file(stage.fd, ".", blank_file, &stage) &&
+               store_each_file(store.fd, ".", blank_file, &stage)) ||
               store_fault_errno("The settings cannot be listed")) &&
              stage_write(&stage, SETTLED_FILE, "", 0);
   }

@@ -1,9 +1,10 @@
 // A backup of the device as plain text, and the way back.
 //
 // Owns the dump that is being applied: its lines, taken apart in place.  Every
-// page is judged before the first is saved; a device that changes in between,
-// or a page that is right only once another is saved, is refused when its turn
-// comes, with what was saved before it told.
+// page is judged before the first script stores anything.  Then all are saved
+// as one step, each judged once more: a page that another one makes wrong is
+// refused when its turn comes, and nothing of the step is stored.  What a
+// script stores by itself is, and is told.
 
 #include "dump.h"
 
@@ -13,6 +14,8 @@
 #include <strings.h>
 
 #include "change.h"
+#include "fault.h"
+#include "on_device.h"
 #include "orv.h"
 #include "orv_changes.h"
 #include "orv_guard.h"
@@ -371,7 +374,8 @@ static bool parse_dump(dump_file *dump, const char *file)
 
 // --- applying ----------------------------------------------------------------
 
-static const dump_part *applied; // borrowed: while its page is open
+static const dump_part *applied;   // borrowed: while its page is open
+static page_result applied_result; // what it came to
 
 // A message for a column is about the cells that failed.
 static bool is_about(const char *name, const char *field)
@@ -451,10 +455,12 @@ static int apply_part(dump_part *part, bool dry)
   site_page *page = sitemap_name(part->page);
   int status = EXIT_FAILURE;
   applied = part;
+  applied_result = PAGE_REFUSED;
   report_at.line = part->line;
   if (page != nullptr && page_open(page->form, page->subitem, false)) {
     if (fill_page(part)) {
-      status = report_result(part->page, change_submit(dry), dry,
+      applied_result = change_submit(dry);
+      status = report_result(part->page, applied_result, dry,
                              {part->skipped, part->skipped_count});
     }
   } else if (page != nullptr) {
@@ -464,15 +470,76 @@ static int apply_part(dump_part *part, bool dry)
   return status;
 }
 
-static int apply_parts(dump_file *dump, bool dry)
+static int judge_parts(dump_file *dump)
 {
   int status = EXIT_SUCCESS;
   for (size_t i = 0; i < dump->part_count; i++) {
-    if (apply_part(dump->parts + i, dry) != EXIT_SUCCESS) {
+    if (apply_part(dump->parts + i, true) != EXIT_SUCCESS) {
       status = EXIT_FAILURE;
     }
   }
   return status;
+}
+
+// Saves one page after the other, up to the first that is refused.  `*others`
+// is set where a script has stored something that is no part of the step.
+static int save_parts(dump_file *dump, bool *others)
+{
+  for (size_t i = 0; i < dump->part_count; i++) {
+    const long before = device_saves();
+    const int status = apply_part(dump->parts + i, false);
+    const bool other =
+        applied_result == PAGE_SAVED && before >= 0 && device_saves() == before;
+    report_settle(other || status != EXIT_SUCCESS);
+    *others |= other;
+    if (status != EXIT_SUCCESS) {
+      return EXIT_FAILURE;
+    }
+    if (device_saves() < 0) {
+      break; // to commit says why it cannot
+    }
+  }
+  return EXIT_SUCCESS;
+}
+
+static bool commit(const char *file)
+{
+  if (device_commit()) {
+    return true;
+  }
+  report_at.line = 0;
+  report_failure(file, store_fault_text());
+  report_settle(true);
+  return false;
+}
+
+static void report_nothing(bool others)
+{
+  fprintf(stderr, "orvctl: nothing %swas saved\n", others ? "else " : "");
+}
+
+static int save_together(dump_file *dump, const char *file)
+{
+  report_at.line = 0;
+  if (!device_begin()) {
+    report_failure(file, store_fault_text());
+    report_nothing(false);
+    return EXIT_FAILURE;
+  }
+  if (!report_hold()) {
+    device_drop();
+    report_failure(file, NO_MEMORY);
+    report_nothing(false);
+    return EXIT_FAILURE;
+  }
+  bool others = false;
+  const bool saved = save_parts(dump, &others) == EXIT_SUCCESS && commit(file);
+  device_drop();
+  report_release(saved);
+  if (!saved) {
+    report_nothing(others);
+  }
+  return saved ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int apply_dump(FILE *fp, const char *file, bool dry)
@@ -487,12 +554,12 @@ int apply_dump(FILE *fp, const char *file, bool dry)
     }
     report_quiet = !dry;
     report_at = {file, 0, line_of};
-    status = apply_parts(&dump, true);
+    status = judge_parts(&dump);
     report_quiet = false;
-    if (status != EXIT_SUCCESS && !dry) {
-      fputs("orvctl: nothing was saved\n", stderr);
+    if (status == EXIT_SUCCESS && !dry) {
+      status = save_together(&dump, file);
     } else if (!dry) {
-      status = apply_parts(&dump, false);
+      report_nothing(false);
     }
     report_at = {};
     if (report_json) {

@@ -16,9 +16,9 @@
 // Secrets are left out unless asked for.  The exit status.
 int dump_pages(char **names, int count, bool secrets);
 
-// Reads a dump and saves what it holds, page by page, after all of it has been
-// judged: when a page would be refused, nothing is saved.  With `dry`, nothing
-// is saved in any case.  The exit status.
+// Reads a dump and saves what it holds as one step, after all of it has been
+// judged: when a page is refused, nothing is saved.  With `dry`, nothing is
+// saved in any case.  The exit status.
 int apply_dump(FILE *dump, const char *file, bool dry);
 
 #endif

@@ -16,6 +16,7 @@
 #include "change.h"
 #include "complete.h"
 #include "dump.h"
+#include "on_device.h"
 #include "orv.h"
 #include "orv_error.h"
 #include "orv_guard.h"
@@ -31,6 +32,7 @@ constexpr int USAGE_STATUS = 2;
 
 static bool dry_run;
 static bool with_secrets;
+static owned_stream applied; // the file named to apply, once it is open
 
 static const char USAGE[] =
     "Usage: orvctl [OPTION...] COMMAND\n"
@@ -415,18 +417,22 @@ static int dump(int count, char **words)
   return dump_pages(words, count, with_secrets);
 }
 
+// Opens the file, which may be one that only the user who calls can read.
+static bool open_applied(char **words)
+{
+  if (strcmp(words[0], "-") == 0) {
+    return true;
+  }
+  applied.reset(fopen(words[0], "re"));
+  return applied != nullptr;
+}
+
 static int apply(int, char **words)
 {
   // What the device keeps from pages must be known, or it would seem to differ.
   setenv("ORV_SECRETS", "1", 1);
-  if (strcmp(words[0], "-") == 0) {
-    return apply_dump(stdin, "standard input", dry_run);
-  }
-  const owned_stream file(fopen(words[0], "re"));
-  if (file == nullptr) {
-    return misuse("cannot read", words[0]);
-  }
-  return apply_dump(file.get(), words[0], dry_run);
+  return applied == nullptr ? apply_dump(stdin, "standard input", dry_run)
+                            : apply_dump(applied.get(), words[0], dry_run);
 }
 
 // --- the command line --------------------------------------------------------
@@ -492,6 +498,12 @@ static int run(int count, char **words)
     }
     if (count - 1 < row.least || (row.most >= 0 && count - 1 > row.most)) {
       return misuse("wrong number of words behind", row.name);
+    }
+    if (row.run == apply && !open_applied(words + 1)) {
+      return misuse("cannot read", words[1]);
+    }
+    if (!device_enter()) {
+      return EXIT_FAILURE;
     }
     const int status = row.run(count - 1, words + 1);
     page_close();
@@ -576,7 +588,7 @@ int main(int argc, char **argv)
 {
   if (argc > 2 && strcmp(argv[1], "complete") == 0) {
     begin();
-    return complete(argc - 2, argv + 2);
+    return device_enter() ? complete(argc - 2, argv + 2) : EXIT_FAILURE;
   }
   int count = 0; // words that are no options, moved to the front
   for (int i = 1; i < argc; i++) {

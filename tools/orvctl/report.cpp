@@ -1,8 +1,9 @@
 // What the commands tell.
 //
-// Owns the state of the JSON being written: whether a comma is due.  Lines for
-// a person go to standard output, messages of a refusal to standard error; JSON
-// goes to standard output alone, refusals included.
+// Owns the state of the JSON being written: whether a comma is due; and what is
+// held back of forms that are stored together.  Lines for a person go to
+// standard output, messages of a refusal to standard error; JSON goes to
+// standard output alone, refusals included.
 
 #include "report.h"
 
@@ -11,6 +12,7 @@
 #include <string.h>
 #include <strings.h>
 
+#include "orv.h"
 #include "orv_changes.h"
 #include "orv_guard.h"
 #include "orv_vars.h"
@@ -21,6 +23,22 @@ bool report_quiet;
 report_place report_at;
 
 static bool comma_due; // a value has been written at this level
+
+// What is told of one form.
+struct held_text {
+  char *text; // owned
+  size_t size;
+  bool lasts;
+  held_text *next;
+};
+
+static held_text *held;   // owned; the latest first
+static FILE *held_stream; // of the latest; NULL: nothing is held back
+
+static FILE *out()
+{
+  return held_stream != nullptr ? held_stream : stdout;
+}
 
 // --- JSON --------------------------------------------------------------------
 
@@ -49,11 +67,11 @@ void report_string(FILE *out, const char *text)
 static void begin_value(const char *name)
 {
   if (comma_due) {
-    putc(',', stdout);
+    putc(',', out());
   }
   if (name != nullptr) {
-    report_string(stdout, name);
-    putc(':', stdout);
+    report_string(out(), name);
+    putc(':', out());
   }
   comma_due = true;
 }
@@ -61,32 +79,32 @@ static void begin_value(const char *name)
 void report_open(const char *name, char bracket)
 {
   begin_value(name);
-  putc(bracket, stdout);
+  putc(bracket, out());
   comma_due = false;
 }
 
 void report_close(char bracket)
 {
-  putc(bracket, stdout);
+  putc(bracket, out());
   comma_due = true;
 }
 
 void report_member(const char *name, const char *value)
 {
   begin_value(name);
-  report_string(stdout, value);
+  report_string(out(), value);
 }
 
 void report_truth(const char *name, bool value)
 {
   begin_value(name);
-  fputs(value ? "true" : "false", stdout);
+  fputs(value ? "true" : "false", out());
 }
 
 static void report_number(const char *name, int value)
 {
   begin_value(name);
-  fprintf(stdout, "%d", value);
+  fprintf(out(), "%d", value);
 }
 
 void report_field(const char *name, const page_field *field)
@@ -108,7 +126,7 @@ static owned_text line_of(const orv_change *change)
 static void change_line(const orv_change *change)
 {
   const owned_text line = line_of(change);
-  terminal_print(stdout, "%s\n", line != nullptr ? line.get() : change->name);
+  terminal_print(out(), "%s\n", line != nullptr ? line.get() : change->name);
 }
 
 static const char *kind_word(orv_change_kind kind)
@@ -296,7 +314,7 @@ static void result_lines(const outcome *told)
     each_error(error_line);
     return;
   }
-  terminal_print(stdout, "%s: %s\n", told->form,
+  terminal_print(out(), "%s: %s\n", told->form,
                  result_word(told->result, told->dry));
   if (told->result == PAGE_SAVED) {
     each_change(change_line);
@@ -346,4 +364,77 @@ int report_result(const char *form, page_result result, bool dry,
   const outcome told = {form, result, dry, page_message(), skipped};
   (report_json ? result_object : result_lines)(&told);
   return stands ? 0 : 1;
+}
+
+// --- of several forms --------------------------------------------------------
+
+static bool hold_next()
+{
+  held_text *next = static_cast<held_text *>(must_malloc(sizeof *next));
+  if (next == nullptr) {
+    return false;
+  }
+  *next = {nullptr, 0, false, held};
+  held_stream = open_memstream(&next->text, &next->size);
+  if (held_stream == nullptr) {
+    free(next);
+    return false;
+  }
+  held = next;
+  comma_due = false;
+  return true;
+}
+
+bool report_hold(void)
+{
+  return hold_next();
+}
+
+static void end_held()
+{
+  if (held_stream != nullptr) {
+    fclose(held_stream);
+    held_stream = nullptr;
+  }
+}
+
+void report_settle(bool lasts)
+{
+  end_held();
+  held->lasts = lasts;
+  hold_next(); // without memory, what comes is told at once
+}
+
+// The list as it was told, its latest form last.
+static held_text *turn_around(held_text *list)
+{
+  held_text *turned = nullptr;
+  while (list != nullptr) {
+    held_text *next = list->next;
+    list->next = turned;
+    turned = list;
+    list = next;
+  }
+  return turned;
+}
+
+void report_release(bool whole)
+{
+  end_held();
+  held_text *list = turn_around(held);
+  held = nullptr;
+  comma_due = false;
+  while (list != nullptr) {
+    held_text *next = list->next;
+    if (list->size > 0 && (whole || list->lasts)) {
+      if (report_json && comma_due) {
+        putc(',', stdout);
+      }
+      fwrite(list->text, 1, list->size, stdout);
+      comma_due = true;
+    }
+    free(list->text);
+    free(list);
+    list = next;
+  }
 }

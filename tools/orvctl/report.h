@@ -54,4 +54,12 @@ void report_failure(const char *form, const char *text);
 void report_fault(const char *form, const char *format, ...)
     __attribute__((format(printf, 2, 3)));
 
+// What is told of several forms that are stored together.  From report_hold on
+// nothing is printed but messages; report_settle ends what is told of one form,
+// which `lasts` when it is true whatever becomes of the others; report_release
+// prints all of it, or, without `whole`, what lasts.
+bool report_hold(void); // false without memory
+void report_settle(bool lasts);
+void report_release(bool whole);
+
 #endif

@@ -1,0 +1,268 @@
+"""What orvctl applies is stored as one step, and belongs to the web server's user."""
+
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import time
+import urllib.parse
+
+from conftest import ENVIRONMENT, ORV, SECONDS
+from test_orvctl import ORVCTL, demo, stored
+
+RACES = 200
+STORE = os.environ["ORV_STORE"]
+WHO = {"SUDO_USER": "ann", "SSH_CONNECTION": "192.0.2.9 1234 192.0.2.1 22"}
+# A form of two files; `JUDGE` and `BEFORE`, `AFTER` its save are a test's.
+SCRIPT = """#!/bin/bash
+. "${BASH_SOURCE%/*}/orv.bash"
+[[ $1 != --write ]] || orv_lock
+orv_load FORM FORM.more
+if [[ $1 == --read ]]; then orv_show x y; exit; fi
+orv_read x y
+judge() { JUDGE
+}
+judge
+orv_end
+if [[ $1 == --write ]]; then
+  BEFORE
+  orv_store FORM x -- FORM.more y
+  orv_log_changes
+  orv_background eval 'echo FORM >>ran'
+  AFTER
+fi
+exit 0
+"""
+
+
+def form(site, name, judge=":", before=":", after=":"):
+    site.template(name, "field x", "label Text", "check nullok text", "field y", "check nullok text")
+    text = SCRIPT.replace("FORM", name).replace("JUDGE", judge).replace("BEFORE", before)
+    site.script(f"{name}.sh", *text.replace("AFTER", after).splitlines()[1:])
+
+
+def device(site, **forms):
+    """The library and three forms, with what a test wants of them."""
+    demo(site)
+    for name in "abc":
+        form(site, name, **forms.get(name, {}))
+    return site
+
+
+def dump(site, value, forms="abc"):
+    text = "".join(f"form {name}\nx={value}\ny={value}\n" for name in forms)
+    (site.folder / "dump").write_text(text)
+
+
+def run(site, *words, **env):
+    log = site.folder / "log"
+    env = os.environ | WHO | {"LD_PRELOAD": ENVIRONMENT["LD_PRELOAD"], "SYSLOG_FILE": str(log)} | env
+    env |= {key: ENVIRONMENT[key] for key in ENVIRONMENT if key.endswith("SAN_OPTIONS")}
+    return subprocess.run([ORVCTL, *words], cwd=site.folder, capture_output=True, text=True,
+                          timeout=SECONDS, check=False, env=env)
+
+
+def values(site):
+    """The values of each form, as a script loads them."""
+    return {name: tuple(run(site, "get", name).stdout.split()) for name in "abc"}
+
+
+def all_of(value):
+    return {name: (f"x={value}", f"y={value}") for name in "abc"}
+
+
+def settle(site):
+    """Waits until nothing that was started in the site's folder runs any more."""
+    def runs(process):
+        try:
+            return os.readlink(process / "cwd") == str(site.folder)
+        except OSError:
+            return False
+    end = time.monotonic() + SECONDS
+    while any(runs(p) for p in pathlib.Path("/proc").glob("[0-9]*")):
+        assert time.monotonic() < end
+        time.sleep(0.02)
+
+
+def lines(site, name):
+    path = site.folder / name
+    return path.read_text().splitlines() if path.exists() else []
+
+
+def leftovers(site):
+    return [f.name for f in (site.folder / "data/state").glob(".[!gl]*")]
+
+
+def start_post(site, name, value):
+    body = urllib.parse.urlencode({"cgi_vars_loaded": "1", "form": name, "action": "Submit",
+                                   "x": value, "y": value}).encode()
+    env = ENVIRONMENT | {"REQUEST_METHOD": "POST", "CONTENT_LENGTH": str(len(body)), "SYSLOG_FILE": "/dev/null"}
+    post = subprocess.Popen([ORV], cwd=site.folder, env=env, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    post.stdin.write(body)
+    post.stdin.close()
+    return post
+
+
+def test_a_dump_is_stored_as_a_whole_or_not_at_all_beside_pages(site):
+    """The last form refuses a dump that finds the page's save there already."""
+    device(site, c={"judge": '[[ ${orv[x]} != file* || ${orv_was[x]} != "page${orv[x]#file}" ]] || orv_msg Kept',
+                    "before": 'echo "${orv_was[x]} ${orv[x]}" >>saves'})
+    state, ends = site.folder / "data/state", set()
+    for i in range(RACES):
+        new, page = f"file{i}", f"page{i}"
+        dump(site, new)
+        (site.folder / "saves").unlink(missing_ok=True)
+        with subprocess.Popen([ORVCTL, "apply", "dump"], cwd=site.folder, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, text=True) as apply:
+            while i % 2 and apply.poll() is None and not list(state.glob(".stage.*")):
+                time.sleep(0.001)  # half of the pages come in the middle of it
+            posts = [start_post(site, name, page) for name in "cab"]
+            told, said = apply.communicate(timeout=SECONDS)
+        for post in posts:
+            with post:
+                assert b"changes_saved" in post.stdout.read(), (i, said)
+        kept = stored(site)
+        for name in "abc":
+            values_kept = {line[2:] for file in (name, name + ".more") for line in kept[file].splitlines()
+                           if line[0] in "xy"}
+            assert values_kept in ({page}, {new}) if apply.returncode == 0 else {page} == values_kept, (i, kept, said)
+        headers = [line for line in told.splitlines() if line.endswith(": saved")]
+        assert headers == (["a: saved", "b: saved", "c: saved"] if apply.returncode == 0 else []), (i, told, said)
+        assert (f"{new} {page}" in lines(site, "saves")) == (apply.returncode == 0), (i, lines(site, "saves"))
+        assert apply.returncode == 0 or "nothing was saved" in said, (i, said)
+        ends.add(apply.returncode)
+    settle(site)
+    assert ends == {0, 1} and not leftovers(site)
+
+
+LATE = {"c": {"judge": """orv_load b
+  [[ ${orv[x]} != bad* ]] || orv_msg 'Not beside what b has'
+  orv_read x y"""}}
+
+
+def test_a_form_that_another_one_makes_wrong_takes_all_back(site):
+    """The check of c reads what the same dump has set in b."""
+    device(site, **LATE)
+    dump(site, "good")
+    assert run(site, "apply", "dump").stdout.startswith("a: saved\nText: blank → good\n")
+    settle(site)
+    assert sorted(lines(site, "ran")) == ["a", "b", "c"]  # once it was stored
+    log = lines(site, "log")
+    assert len(log) == 6 and all(line.endswith("(ann at 192.0.2.9)") for line in log), log
+    assert sum("Text: blank -> good" in line for line in log) == 3
+    before = stored(site)
+    dump(site, "bad")
+    for way in ([], ["--json"]):
+        done = run(site, *way, "apply", "dump")
+        assert done.returncode == 1 and "nothing was saved" in done.stderr
+        refused = [(r["form"], r["result"], r["message"]) for r in json.loads(done.stdout)] if way else done.stderr
+        assert refused == [("c", "refused", "Not beside what b has")] if way else "Not beside" in refused
+        assert way or done.stdout == ""
+    settle(site)
+    assert stored(site) == before and not leftovers(site)
+    assert len(lines(site, "ran")) == 3 and lines(site, "log") == log
+
+
+def test_who_ends_an_apply_ends_all_of_it(site):
+    device(site)
+    dump(site, "old")
+    run(site, "apply", "dump")
+    settle(site)
+    ran = lines(site, "ran")
+    dump(site, "new")
+    # The script goes on, perhaps after somebody else has cleared up.
+    other = f"env -u ORV_TRANSACTION {ORVCTL} set b x=older >/dev/null"
+    for place, more in (("before", ":"), ("after", ":"), ("before", other)):
+        form(site, "c", **{place: f"kill -9 $PPID; {more}"})
+        assert run(site, "apply", "dump").returncode == -9
+        settle(site)
+        form(site, "c")
+        assert [name[:7] for name in leftovers(site)] == [".stage."] * (more == ":")
+        run(site, "set", "b", "x=older")
+        assert values(site) == all_of("old") | {"b": ("x=older", "y=old")} and not leftovers(site)
+        settle(site)
+        ran.append("b")
+        assert lines(site, "ran") == ran
+        run(site, "set", "b", "x=old")
+        settle(site)
+        ran.append("b")
+
+
+def test_scripts_of_any_kind_may_take_part(site):
+    """One form is saved by another's script, two share a file, one fails unheard, one stores by
+    itself, and one is guarded."""
+    device(site, a={"before": f"{ORVCTL} set other x=${{orv[x]}}-too y=1 >/dev/null"}, **LATE)
+    form(site, "other")
+    dump(site, "bad")
+    assert run(site, "apply", "dump").returncode == 1 and run(site, "get", "other").stdout == "x=\ny=\n"
+    dump(site, "yes")
+    assert run(site, "apply", "dump").returncode == 0 and run(site, "get", "other").stdout == "x=yes-too\ny=1\n"
+    # A save that was cut short counts, whatever its script makes of that.
+    device(site)
+    form(site, "b", before="ulimit -f 0; orv_store b x y >/dev/null; exit 0")
+    dump(site, "half")
+    done = run(site, "apply", "dump")
+    assert done.returncode == 1 and done.stdout == "" and "could not be stored\norvctl: nothing was" in done.stderr
+    settle(site)
+    assert values(site) == all_of("yes") and not leftovers(site)
+    # Two forms of one file: the second knows what the first has set.
+    for name, own in (("b", "x"), ("c", "y")):
+        script = site.scripts / f"{name}.sh"
+        text = f"#!/bin/bash\n. \"${{BASH_SOURCE%/*}}/orv.bash\"\norv_load both\n[[ $1 != --read ]] || {{ orv_show {own}; exit; }}"
+        script.write_text(f"{text}\norv_read {own}\n[[ $1 != --write ]] || orv_store both x y\n")
+    (site.folder / "dump").write_text("form b\nx=1\nform c\ny=2\n")
+    assert run(site, "apply", "dump").returncode == 0
+    assert sorted(stored(site)["both"].split()[-2:]) == ["x=1", "y=2"]
+    # What a script stores by itself is stored, and told.
+    site.template("own", "field z")
+    site.form_script("own", write="cp own.write kept")
+    form(site, "c", before="orv_msg Full; exit 0")
+    (site.folder / "dump").write_text("form a\nx=9\nform own\nz=1\nform c\nx=9\n")
+    done = run(site, "apply", "dump")
+    assert (done.returncode, done.stdout) == (1, "own: saved\nz: blank → 1\n")
+    assert "line 5: Full\n" in done.stderr and "nothing else was saved" in done.stderr and lines(site, "kept")
+    # What is guarded goes back to what was stored before all of it.
+    form(site, "c", before='orv_guard 900; [[ ${orv[x]} != 7* ]] || orv_msg Full')
+    for value, status in (("70", 1), ("8", 0)):
+        dump(site, value, "ac")
+        (site.folder / "dump").open("a").write("form c\nx=9\n")
+        assert run(site, "apply", "dump").returncode == status
+        pending = site.folder / "data/state/.pending/c"
+        assert "x=yes" in pending.read_text() if status == 0 else not pending.exists()
+    assert run(site, "get", "c", "x").stdout == "x=9\n"
+    subprocess.run([STORE, "confirm"], env={"ORV_STATE": str(site.folder / "data/state")}, check=True)
+    settle(site)
+
+
+def test_no_request_takes_part_and_nobody_who_comes_late(site):
+    """What a transaction has staged shows in no page, and its name is of no use afterwards."""
+    seen = f"REQUEST_METHOD=GET QUERY_STRING=form=a SCRIPT_NAME=/ SYSLOG_FILE=/dev/null {ORV} >seen"
+    looks = [f'{by} {STORE} load a >>looks' for by in ("", "REQUEST_METHOD=GET", "GATEWAY_INTERFACE=CGI/1.1")]
+    device(site, c={"before": "; ".join(["echo $ORV_TRANSACTION >>names", seen, *looks])})
+    shutil.rmtree(site.folder / "data/state", ignore_errors=True)  # the first save of a device
+    dump(site, "1st")
+    assert run(site, "apply", "dump").returncode == 0 and values(site) == all_of("1st")
+    (site.folder / "looks").unlink()
+    dump(site, "2nd")
+    assert run(site, "apply", "dump").returncode == 0
+    assert lines(site, "looks") == ["ok", "x=2nd", "ok", "x=1st", "ok", "x=1st"]
+    assert 'value="1st"' in (site.folder / "seen").read_text()
+    names = lines(site, "names")
+    assert len(set(names)) == 2
+    site.template("f", "text $V:seen$")
+    site.form_script("f", read="echo seen=x${ORV_TRANSACTION}x")
+    assert "xx" in site.run({"QUERY_STRING": "form=f", "ORV_TRANSACTION": names[1]}).body
+    settle(site)
+    for state, status in (("data/state", 1), ("data/elsewhere", 0)):
+        env = {"ORV_STATE": str(site.folder / state), "ORV_TRANSACTION": names[1]}
+        done = subprocess.run([STORE, "store", "-", "a"], cwd=site.folder, env=env, input="> a\nx=late\n",
+                              text=True, capture_output=True, check=False)
+        assert (done.returncode, "has ended" in done.stdout) == (status, status == 1), done
+    assert values(site) == all_of("2nd")
+    # A device without a place for settings has scripts that need none.
+    site.form_script("f", write="cp f.write kept")
+    site.template("f", "field z")
+    (site.folder / "dump").write_text("form f\nz=1\n")
+    assert run(site, "apply", "dump", ORV_STATE="/proc/none/state").stdout == "f: saved\nz: blank → 1\n"

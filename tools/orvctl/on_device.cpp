@@ -1,0 +1,140 @@
+// The device that orvctl works on.
+//
+// Owns the step that has begun.  Scripts know it by a random name in their
+// environment, which no request hands on.
+
+#include "on_device.h"
+
+#include <errno.h>
+#include <pwd.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "commit.h"
+#include "fault.h"
+#include "folder.h"
+#include "terminal.h"
+
+#ifndef ORV_DATA_DIR
+#define ORV_DATA_DIR "/usr/share/larkspur"
+#endif
+
+static const char TRANSACTION[] = "ORV_TRANSACTION";
+constexpr size_t HOLDER_SIZE = 100;
+
+static store_stage stage;
+static bool begun;
+
+// --- as which user -----------------------------------------------------------
+
+static bool report_fault()
+{
+  terminal_print(stderr, "orvctl: %s\n", store_fault_text());
+  return false;
+}
+
+// Scripts find what root left of its own no more.
+static void name_home(const struct passwd *user)
+{
+  setenv("HOME", user != nullptr ? user->pw_dir : "/", 1);
+  setenv("USER", user != nullptr ? user->pw_name : "orv", 1);
+  setenv("LOGNAME", getenv("USER"), 1);
+}
+
+// What only root may read, the web server cannot use either.
+static bool can_use_forms()
+{
+  static const char *const folders[] = {ORV_DATA_DIR "/templates",
+                                        ORV_DATA_DIR "/scripts"};
+  for (const char *folder : folders) {
+    if (access(folder, R_OK | X_OK) != 0 && errno == EACCES) {
+      return store_fault("%s cannot be read by user %s, to whom the settings "
+                         "belong",
+                         folder, getenv("USER"));
+    }
+  }
+  return true;
+}
+
+bool device_enter(void)
+{
+  if (geteuid() != 0) {
+    return true; // who cannot use the settings hears it from a script
+  }
+  if (!store_open(false)) {
+    return report_fault();
+  }
+  if (geteuid() == 0) {
+    return true;
+  }
+  name_home(getpwuid(geteuid()));
+  return can_use_forms() || report_fault();
+}
+
+// --- one step ----------------------------------------------------------------
+
+// A device whose scripts keep their settings elsewhere may have no place for
+// ours.
+static bool has_place()
+{
+  if (store.fd >= 0 || store_open(true)) {
+    return true;
+  }
+  struct stat folder;
+  if (stat(store.path, &folder) != 0 && errno == ENOENT) {
+    store_forget_fault();
+  }
+  return false;
+}
+
+static bool lock()
+{
+  char holder[HOLDER_SIZE];
+  const char *address = getenv("REMOTE_ADDR");
+  snprintf(holder, sizeof holder, "orvctl apply by %.25s%s%.39s",
+           getenv("REMOTE_USER"), address[0] != '\0' ? " at " : "", address);
+  return store_lock(holder, 0) && store_finish();
+}
+
+bool device_begin(void)
+{
+  char token[STORE_TOKEN_SIZE];
+  if (!has_place()) {
+    return store_fault_text() == nullptr;
+  }
+  stage_join();
+  if (stage_folder() != nullptr) { // a script has started us
+    return true;
+  }
+  begun = lock() && transaction_begin(&stage, token);
+  if (begun) {
+    setenv(TRANSACTION, token, 1);
+  }
+  return begun;
+}
+
+bool device_commit(void)
+{
+  if (!begun) {
+    return true;
+  }
+  begun = false;
+  unsetenv(TRANSACTION);
+  return transaction_commit(&stage);
+}
+
+void device_drop(void)
+{
+  if (begun) {
+    begun = false;
+    unsetenv(TRANSACTION);
+    transaction_drop(&stage);
+  }
+}
+
+long device_saves(void)
+{
+  return begun ? transaction_saves(&stage) : 0;
+}
