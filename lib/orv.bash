@@ -14,7 +14,6 @@ orv_failed=0 orv__files=() orv__got=0
 orv_load() {
   local file missing=0
   [[ ${orv__files[*]} ]] || orv__look
-  [[ ! -e $ORV_STATE/.pending/.armed ]] || orv__confirm
   for file; do orv__load "$file" || missing=1; done
   orv__files+=("$@")
   ((${#orv__files[@]} == 1)) || orv__look || orv__reload
@@ -84,6 +83,6 @@ orv_stamp() {
 for REPLY in table:orv_{rows,pack} store:orv_{read,error,msg,end,fatal,secret} \
   store:orv_{lock,unlock,store,reset,changes,log_changes,one_of,number} \
   store:orv_{background,after_page,guard,guard_boot,show_secrets,show_hash} \
-  store:orv_take_hash store:orv__{find,reload,confirm,cut,judge_stamp}; do # each reads its file
+  store:orv_take_hash store:orv__{find,reload,cut,judge_stamp}; do # each reads its file
   eval "${REPLY#*:}() { . \"\${BASH_SOURCE[0]%/*}/orv_${REPLY%:*}.bash\" && ${REPLY#*:} \"\$@\"; }"
 done

@@ -286,6 +286,7 @@ orv_store() {
     case $line in
       'page '*) orv__saved+=("${line#page }") ;;
       'line '*) orv_lines+=("${line#line }") ;;
+      'pending '*) printf 'u_saved_pending="%s"\n' "${line#pending }" ;;
       'guard '*) orv_background orv__watch "${line#guard }" "${orv__guard[@]}" ;;
     esac
   done
@@ -327,7 +328,7 @@ orv__log() {
 # orv_background COMMAND...: does not hold the page, outlives the script.  Within
 # a transaction it waits for the end of that, and runs if it was committed.
 orv_background() (
-  unset REQUEST_METHOD # orv_load confirms nothing here
+  trap '' HUP # a terminal or a web server that ends does not end it
   if [[ $ORV_TRANSACTION ]]; then
     if exec 3<"$ORV_STATE/.stage.$ORV_TRANSACTION/.outcome"; then
       set -- orv__wait "$@"
@@ -356,12 +357,13 @@ orv__after() {
   sleep "$1" && "${@:2}"
 }
 
-# --- a change that goes back unless it is confirmed ---------------------------
+# --- a change that goes back unless it is kept ---------------------------
 
 # orv_guard SECONDS [COMMAND...]: the next orv_store keeps what it replaces, and
-# puts it back unless a page is opened within that time.  COMMAND makes the
-# device use what is stored: it runs a second after the save, and again when the
-# settings go back.  Only a page opened behind its first end confirms.
+# puts it back unless somebody keeps the change within that time, by a Submit of
+# the form `confirm` or by "orvctl confirm".  COMMAND makes the device use what is
+# stored: it runs a second after the save, before the change can be kept, and
+# again when the settings go back.
 orv_guard() {
   [[ $1 =~ ^[1-9][0-9]{0,5}$ ]] || orv_msg 'orv_guard lacks its seconds.'
   orv__guard=("$@")
@@ -373,19 +375,13 @@ orv__watch() { # TOKEN SECONDS [COMMAND...]
     "${@:3}"
     "$orv__program" arm "$1"
   fi
-  "$orv__program" watch "$1" "$2" && orv__went_back "${@:3}"
+  "$orv__program" watch "$1" && orv__went_back "${@:3}"
 }
 
 # A function orv_went_back of the script's own can tell a log of its own.
 orv__went_back() { # [COMMAND...]
   ! declare -F orv_went_back >/dev/null || orv_went_back
   "$@"
-}
-
-# A page that is opened confirms; a script that has input shows none.
-orv__confirm() {
-  [[ -z $REQUEST_METHOD || -p /dev/stdin ]] ||
-    "$orv__program" confirm </dev/null >/dev/null 2>&1
 }
 
 # orv_guard_boot [COMMAND...]: for a boot script, before the settings are used.

@@ -341,9 +341,14 @@ static bool is_raised()
   return is(environment("ORV_POLICY"), "strict");
 }
 
+bool cgi_policy_is_strict(void)
+{
+  return ORV_POLICY_STRICT != 0 || is_raised();
+}
+
 bool cgi_policy_admits(void)
 {
-  strict = ORV_POLICY_STRICT != 0 || is_raised();
+  strict = cgi_policy_is_strict();
   if (!strict) {
     return true;
   }

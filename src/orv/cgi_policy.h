@@ -30,6 +30,9 @@ const char *policy_request_fault(const policy_request *request);
 const char *policy_field_fault(const policy_request *request, const char *name,
                                const char *value);
 
+// Whether the strict policy holds.
+bool cgi_policy_is_strict(void);
+
 // Whether the decoded request may be taken in; when it may not, the reason has
 // been reported by orv_error.  To be called before the first script, which
 // then finds no variable that a request's header has put into its environment.

@@ -25,6 +25,7 @@
 #include "fault.h"
 #include "folder.h"
 #include "orv_guard.h"
+#include "who.h"
 
 static const char GENERATION_FILE[] = ".generation";
 static const char OUTCOME_FILE[] = ".outcome"; // of a transaction
@@ -190,8 +191,13 @@ static bool move_committed()
 {
   static const char pending[] = COMMIT_FOLDER "/" PENDING_FOLDER;
   static const char settled[] = COMMIT_FOLDER "/" SETTLED_FILE;
+  static const char history[] = COMMIT_FOLDER "/" HISTORY_FILE;
   static const char old[] = COMMIT_FOLDER "/.old";
   if (!move_files()) {
+    return false;
+  }
+  if (store_has(history) &&
+      renameat(store.fd, history, store.fd, HISTORY_FILE) != 0) {
     return false;
   }
   const bool replaced = store_has(pending);
@@ -242,6 +248,20 @@ bool store_finish(void)
   return store_fault_text() == nullptr;
 }
 
+bool store_lock_for(const char *form)
+{
+  store_who who;
+  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
+  char holder[sizeof text + STORE_NAME_MAX];
+  if (joined[0] != '\0') {
+    return true;
+  }
+  store_ask_who(&who);
+  store_write_who(&who, text, sizeof text);
+  snprintf(holder, sizeof holder, "%.30s by %s", form, text);
+  return store_lock(holder, 0) && store_finish();
+}
+
 // --- a stage -----------------------------------------------------------------
 
 // The folder of the settings as the last digits of a transaction's token, so
@@ -267,9 +287,7 @@ void stage_join(void)
   const char *token = getenv("ORV_TRANSACTION");
   if (token == nullptr || strlen(token) != STORE_TOKEN_SIZE - 1 ||
       strspn(token, "0123456789abcdef") != STORE_TOKEN_SIZE - 1 ||
-      getenv("REQUEST_METHOD") != nullptr ||
-      getenv("GATEWAY_INTERFACE") != nullptr || store.fd < 0 ||
-      !is_of_this_place(token)) {
+      store_serves_request() || store.fd < 0 || !is_of_this_place(token)) {
     return;
   }
   snprintf(joined, sizeof joined, "%s%s", STAGE_PREFIX, token);

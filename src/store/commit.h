@@ -13,6 +13,7 @@
 
 #define COMMIT_FOLDER ".commit"   // committed, not yet at its places
 #define PENDING_FOLDER ".pending" // what a guarded change has replaced
+#define HISTORY_FILE ".history"   // the last saves
 #define SETTLED_FILE ".settled"   // in a stage: no change is pending any more
 
 constexpr size_t STORE_TOKEN_SIZE = 33; // 32 digits
@@ -47,6 +48,10 @@ bool store_is_same_look(const store_look *a, const store_look *b);
 
 // Ends what a save that was cut short has left.  False with a fault.
 bool store_finish(void);
+
+// Locks for a save of `form`, unless a transaction's lock covers it, and ends
+// what was left.  False with a fault.
+bool store_lock_for(const char *form);
 
 // Begins a stage, or goes on with that of the transaction at hand.  False with
 // a fault, also when that transaction is over.

@@ -59,8 +59,7 @@ static bool is_roots(char *path)
        slash = strrchr(path, '/')) {
     struct stat above;
     *slash = '\0';
-    if (lstat(path[0] != '\0' ? path : "/", &above) != 0 ||
-        above.st_uid != 0) {
+    if (lstat(path[0] != '\0' ? path : "/", &above) != 0 || above.st_uid != 0) {
       return false;
     }
     const bool open_to_all = (above.st_mode & (S_IWGRP | S_IWOTH)) != 0 &&
@@ -190,13 +189,20 @@ bool store_open(bool create)
   return true;
 }
 
-bool store_is_name(const char *name)
+static bool is_word(const char *name, size_t length)
 {
   static const char rest[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
                              "abcdefghijklmnopqrstuvwxyz0123456789_.-";
-  const size_t length = strlen(name);
-  return length > 0 && length <= STORE_NAME_MAX &&
-         strspn(name, rest) == length && strchr("_.-", name[0]) == nullptr;
+  return length > 0 && strspn(name, rest) >= length &&
+         strchr("_.-", name[0]) == nullptr;
+}
+
+bool store_is_name(const char *name)
+{
+  const size_t length = strcspn(name, "@");
+  return strlen(name) <= STORE_NAME_MAX && is_word(name, length) &&
+         (name[length] == '\0' ||
+          is_word(name + length + 1, strlen(name + length + 1)));
 }
 
 // --- files -------------------------------------------------------------------
@@ -287,6 +293,18 @@ bool store_each_file(int dir, const char *name, store_act act, void *data)
   return errno == 0;
 }
 
+bool store_has_defaults(const char *name)
+{
+  struct stat file;
+  const int dir = open(store.defaults, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const bool has = dir >= 0 && store_is_name(name) &&
+                   fstatat(dir, name, &file, 0) == 0 && S_ISREG(file.st_mode);
+  if (dir >= 0) {
+    close(dir);
+  }
+  return has;
+}
+
 bool store_has(const char *path)
 {
   struct stat file;
@@ -339,8 +357,7 @@ static bool report_holder()
   static_cast<void>(pread(lock_file, holder, sizeof holder - 1, 0) > 0);
   return store_fault("The settings are in use by %s for more than %u seconds. "
                      "Please try again",
-                     holder[0] != '\0' ? holder : "another save",
-                     LOCK_SECONDS);
+                     holder[0] != '\0' ? holder : "another save", LOCK_SECONDS);
 }
 
 bool store_lock(const char *what, pid_t holder)

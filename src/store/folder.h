@@ -31,7 +31,8 @@ extern store_folder store; // the one in use; made by store_open
 bool store_open(bool create);
 
 // Whether `name` can be that of a settings file: a letter or digit, then
-// letters, digits, `_`, `.` and `-`.
+// letters, digits, `_`, `.` and `-`; of a sub-item's, two such words and `@`
+// between them.
 bool store_is_name(const char *name);
 
 // Locks the settings until this process ends, unless the process `holder` (0:
@@ -63,6 +64,9 @@ using store_list = std::unique_ptr<DIR, orv_releaser<closedir>>;
 // with errno when a call gives that, or the folder cannot be read to its end.
 using store_act = bool (*)(int folder, const char *file, void *data);
 bool store_each_file(int dir, const char *name, store_act act, void *data);
+
+// Whether the defaults have a file of that name.
+bool store_has_defaults(const char *name);
 
 // Whether there is anything at that path within the folder of the settings;
 // false with a fault when that cannot be known.

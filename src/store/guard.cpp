@@ -17,16 +17,42 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "cgi_policy.h"
 #include "fault.h"
 #include "folder.h"
 #include "orv.h"
+#include "history.h"
 #include "orv_guard.h"
 #include "settings.h"
 #include "text.h"
+#include "who.h"
 
-static const char TOKEN_FILE[] = PENDING_FOLDER "/.token";
-static const char ARMED_FILE[] = PENDING_FOLDER "/.armed";
-constexpr unsigned WATCH_SECONDS = 1; // how often a watcher looks
+#define INFO_FILE PENDING_FOLDER "/.info"   // who made it, and until when
+#define TOKEN_FILE PENDING_FOLDER "/.token" // which change it is
+#define ARMED_FILE PENDING_FOLDER "/.armed" // the device uses it by now
+constexpr unsigned WATCH_SECONDS = 1;       // how often a watcher looks
+constexpr size_t BOOT_SIZE = 37;            // of a boot's name
+
+// --- time --------------------------------------------------------------------
+
+static int64_t now_seconds()
+{
+  struct timespec now;
+  clock_gettime(CLOCK_BOOTTIME, &now); // a device that sleeps gets no more time
+  return now.tv_sec;
+}
+
+// Which boot this is: seconds since another one mean nothing.
+static void read_boot(char (&boot)[BOOT_SIZE])
+{
+  boot[0] = '\0';
+  const int fd = open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC);
+  if (fd >= 0) {
+    const ssize_t got = read(fd, boot, sizeof boot - 1);
+    boot[got > 0 ? got : 0] = '\0';
+    close(fd);
+  }
+}
 
 // --- keeping the old files ---------------------------------------------------
 
@@ -51,9 +77,8 @@ static bool keep_file(const store_stage *stage, const char *from,
   }
   // Nobody had saved it: all of it came from the defaults.
   static const char none[] = "#orv 2 0 -\n";
-  return text != nullptr
-             ? stage_write(stage, kept, text.get(), length)
-             : stage_write(stage, kept, none, sizeof none - 1);
+  return text != nullptr ? stage_write(stage, kept, text.get(), length)
+                         : stage_write(stage, kept, none, sizeof none - 1);
 }
 
 static bool keep_older(int, const char *name, void *stage)
@@ -63,8 +88,64 @@ static bool keep_older(int, const char *name, void *stage)
   return keep_file(static_cast<const store_stage *>(stage), from, name);
 }
 
+// The lines of the information that an older change has left, which stays.
+static void copy_changes(FILE *out)
+{
+  size_t length;
+  const owned_text older(store_read_file(store.fd, INFO_FILE, &length));
+  const char *line = older != nullptr ? older.get() : "";
+  for (; line[0] != '\0'; line += strcspn(line, "\n") + 1) {
+    const size_t size = strcspn(line, "\n");
+    if (strncmp(line, "change=", strlen("change=")) == 0) {
+      fprintf(out, "%.*s\n", static_cast<int>(size), line);
+    }
+    if (line[size] == '\0') {
+      break;
+    }
+  }
+}
+
+static void write_end(FILE *out, unsigned seconds)
+{
+  char boot[BOOT_SIZE];
+  read_boot(boot);
+  fprintf(out, "boot=%s\nuntil=%" PRId64 "\nclock=%" PRId64 "\n", boot,
+          now_seconds() + seconds,
+          static_cast<int64_t>(time(nullptr)) + seconds);
+}
+
+static void write_info(FILE *out, const guarded_change *change)
+{
+  store_who who;
+  store_ask_who(&who);
+  fprintf(out, "form=%s\nuser=%s\naddress=%s\nseconds=%u\n", change->form,
+          who.user, who.address, change->seconds);
+  if (change->armed) {
+    write_end(out, change->seconds);
+  }
+  for (const orv_change *one = change->changes; one != nullptr;
+       one = one->next) {
+    const owned_text line(orv_change_line(one, "->", 50, 60));
+    fprintf(out, "change=%s\n", line != nullptr ? line.get() : "");
+  }
+  copy_changes(out);
+}
+
+static bool keep_info(const store_stage *stage, const guarded_change *change)
+{
+  store_text text;
+  FILE *out = store_open_text(&text);
+  if (out == nullptr) {
+    return false;
+  }
+  write_info(out, change);
+  const bool made = store_close_text(out, &text);
+  const owned_text owned(text.bytes);
+  return made && stage_write(stage, INFO_FILE, text.bytes, text.length);
+}
+
 bool guard_keep(const store_stage *stage, const char *const *files,
-                size_t count, const char *token, bool armed)
+                size_t count, const guarded_change *change)
 {
   if (!stage_make_folder(stage, PENDING_FOLDER)) {
     return false;
@@ -80,11 +161,70 @@ bool guard_keep(const store_stage *stage, const char *const *files,
     }
   }
   unlinkat(stage->fd, ARMED_FILE, 0); // of a change in the same transaction
-  return stage_write(stage, TOKEN_FILE, token, strlen(token)) &&
-         (!armed || stage_write(stage, ARMED_FILE, "", 0));
+  return keep_info(stage, change) &&
+         stage_write(stage, TOKEN_FILE, change->token, strlen(change->token)) &&
+         (!change->armed || stage_write(stage, ARMED_FILE, "", 0));
 }
 
 // --- a pending change --------------------------------------------------------
+
+// The value of the first line NAME=VALUE, up to its end; NULL without one.
+static const char *info_value(const char *text, const char *name)
+{
+  const size_t length = strlen(name);
+  while (strncmp(text, name, length) != 0 || text[length] != '=') {
+    text = strchr(text, '\n');
+    if (text == nullptr) {
+      return nullptr;
+    }
+    text++;
+  }
+  return text + length + 1;
+}
+
+static int64_t info_number(const char *text, const char *name)
+{
+  const char *value = info_value(text, name);
+  return value != nullptr ? strtoll(value, nullptr, 10) : 0;
+}
+
+// Of another boot, or of an older library, whose watcher knows the time.
+static int64_t seconds_left(const char *info)
+{
+  char boot[BOOT_SIZE];
+  read_boot(boot);
+  const char *of_boot = info_value(info, "boot");
+  if (of_boot == nullptr || strncmp(of_boot, boot, strlen(boot)) != 0) {
+    return 0;
+  }
+  const int64_t left = info_number(info, "until") - now_seconds();
+  return left > 0 ? left : 0;
+}
+
+bool guard_read(pending_change *pending)
+{
+  *pending = {};
+  size_t length = 0;
+  const owned_text token(store_read_file(store.fd, TOKEN_FILE, &length));
+  if (!store_has(PENDING_FOLDER) || store_fault_text() != nullptr) {
+    return false;
+  }
+  snprintf(pending->token, sizeof pending->token, "%s",
+           token != nullptr ? token.get() : "");
+  pending->armed = store_has(ARMED_FILE);
+  owned_text info(store_read_file(store.fd, INFO_FILE, &length));
+  pending->text = info != nullptr ? info.release() : must_strdup("");
+  if (pending->text == nullptr) {
+    return store_fault("Out of memory");
+  }
+  pending->seconds =
+      static_cast<unsigned>(info_number(pending->text, "seconds"));
+  if (pending->armed) {
+    pending->left = seconds_left(pending->text);
+    pending->clock = info_number(pending->text, "clock");
+  }
+  return true;
+}
 
 bool guard_is_pending(const char *token)
 {
@@ -96,25 +236,69 @@ bool guard_is_pending(const char *token)
   return text != nullptr && strcmp(text.get(), token) == 0;
 }
 
-bool guard_is_armed(void)
+// A file of the pending folder, in place of the one that is there.
+static bool replace_file(const char *name, const char *text, size_t length)
 {
-  return store_has(ARMED_FILE);
+  const store_stage here = {store.fd, "", 0, true};
+  static const char beside[] = PENDING_FOLDER "/.new";
+  return stage_write(&here, beside, text, length) &&
+         (renameat(store.fd, beside, store.fd, name) == 0 ||
+          store_fault_errno("The change cannot be watched"));
 }
 
-bool guard_arm(void)
+bool guard_arm(const char *token)
 {
-  const int fd = openat(store.fd, ARMED_FILE,
-                        O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (fd < 0) {
-    return store_fault_errno("The change cannot be watched");
+  pending_change pending;
+  if (!guard_is_pending(token) || !guard_read(&pending)) {
+    return false;
   }
-  close(fd);
-  return true;
+  const owned_text info(pending.text);
+  store_text text;
+  FILE *out = store_open_text(&text);
+  if (out == nullptr) {
+    return false;
+  }
+  write_end(out, pending.seconds);
+  fputs(info.get(), out);
+  const bool made = store_close_text(out, &text);
+  const owned_text owned(text.bytes);
+  return made && replace_file(INFO_FILE, text.bytes, text.length) &&
+         replace_file(ARMED_FILE, "", 0);
 }
 
-bool guard_settle(void)
+// Under the open policy a link, or a page of another site, can submit.
+static bool is_act()
+{
+  const char *method = getenv("REQUEST_METHOD");
+  return !store_serves_request() ||
+         (cgi_policy_is_strict() && method != nullptr &&
+          strcmp(method, "POST") == 0);
+}
+
+// Whether the change can be kept; else there is a fault.
+static bool can_be_kept(const char *token)
+{
+  if (!guard_is_pending(nullptr)) {
+    return store_fault("No change waits to be kept.");
+  }
+  if (token != nullptr && !guard_is_pending(token)) {
+    return store_fault("Another change came meanwhile. Look at it first.");
+  }
+  if (!store_has(ARMED_FILE)) {
+    return store_fault("The device does not use the change yet. Please try "
+                       "again in some seconds.");
+  }
+  return is_act() ||
+         store_fault("A page cannot keep a change here: use \"orvctl "
+                     "confirm\" on the device.");
+}
+
+bool guard_settle(const char *token)
 {
   store_stage stage;
+  if (!can_be_kept(token)) {
+    return false;
+  }
   const bool settled = stage_begin(&stage) &&
                        stage_write(&stage, SETTLED_FILE, "", 0) &&
                        stage_commit(&stage);
@@ -126,64 +310,98 @@ bool guard_settle(void)
 
 // --- putting back ------------------------------------------------------------
 
-// Stages what the pending folder holds of one file, as a commit of its own, so
-// that pages that were made of what is there now are older.
-static bool stage_old(int dir, const char *name, void *data)
+// Makes the text of an old file a commit of its own, so that pages that were
+// made of what is there now are older.  False with a fault.
+static bool make_old(const store_stage *stage, const char *old,
+                     store_text *whole)
 {
-  const store_stage *stage = static_cast<const store_stage *>(data);
-  size_t length = 0;
-  const owned_text text(store_read_file(dir, name, &length));
-  if (text == nullptr) {
-    return false;
+  const bool has_format = strncmp(old, "#orv 2 ", strlen("#orv 2 ")) == 0;
+  if (strncmp(old, "#orv ", strlen("#orv ")) == 0) {
+    old += strcspn(old, "\n");
+    old += *old == '\n' ? 1 : 0;
   }
-  const char *rest = text.get();
-  const bool has_format = strncmp(rest, "#orv 2 ", strlen("#orv 2 ")) == 0;
-  if (strncmp(rest, "#orv ", strlen("#orv ")) == 0) {
-    rest += strcspn(rest, "\n");
-    rest += *rest == '\n' ? 1 : 0;
-  }
-  store_text whole;
-  FILE *out = store_open_text(&whole);
+  FILE *out = store_open_text(whole);
   if (out == nullptr) {
     return false;
   }
   // Which tables an older file held is not known: it counts for all.
   fprintf(out, "#orv 2 %" PRIu64 " -\n%s%s", stage->number,
-          has_format ? "" : "#table *\n", rest);
-  const bool made = store_close_text(out, &whole);
-  const owned_text owned(whole.bytes);
-  return made && stage_write(stage, name, whole.bytes, whole.length);
+          has_format ? "" : "#table *\n", old);
+  return store_close_text(out, whole);
+}
+
+static bool stage_old(int dir, const char *name, void *data)
+{
+  const store_stage *stage = static_cast<const store_stage *>(data);
+  size_t length = 0;
+  const owned_text text(store_read_file(dir, name, &length));
+  store_text made = {};
+  const bool is_made = text != nullptr && make_old(stage, text.get(), &made);
+  const owned_text whole(made.bytes);
+  settings now = {};
+  settings then = {};
+  char *copy = is_made ? must_strdup(whole.get()) : nullptr;
+  const bool read = copy != nullptr && settings_read(name, &now) &&
+                    settings_parse(name, copy, &then);
+  if (read) {
+    history_note(name, &now, &then);
+  }
+  settings_free(&now);
+  settings_free(&then);
+  return read && stage_write(stage, name, whole.get(), made.length);
+}
+
+static bool stage_all(const store_stage *stage, const pending_change *pending)
+{
+  const char *form = info_value(pending->text, "form");
+  char name[STORE_NAME_MAX + 1];
+  snprintf(name, sizeof name, "%.*s",
+           form != nullptr ? static_cast<int>(strcspn(form, "\n")) : 1,
+           form != nullptr ? form : "-");
+  if (!history_begin(stage, name, nullptr, "back")) {
+    return false;
+  }
+  history_tell("Nobody kept the change: the old settings are back");
+  const bool staged = store_each_file(store.fd, PENDING_FOLDER, stage_old,
+                                      const_cast<store_stage *>(stage));
+  return history_end(stage) && staged;
 }
 
 bool guard_put_back(void)
 {
-  store_stage stage;
-  const bool back =
-      stage_begin(&stage) &&
-      store_each_file(store.fd, PENDING_FOLDER, stage_old, &stage) &&
-      stage_write(&stage, SETTLED_FILE, "", 0) && stage_commit(&stage);
+  pending_change pending;
+  store_stage stage = {-1, "", 0, false};
+  if (!guard_read(&pending)) {
+    return false;
+  }
+  const owned_text info(pending.text);
+  const bool back = stage_begin(&stage) && stage_all(&stage, &pending) &&
+                    stage_write(&stage, SETTLED_FILE, "", 0) &&
+                    stage_commit(&stage);
   if (!back) {
     stage_drop(&stage);
     return store_fault_errno("The old settings cannot be put back");
   }
-  syslog(LOG_NOTICE, "Nobody confirmed the change: the old settings are back");
+  syslog(LOG_NOTICE, "Nobody kept the change: the old settings are back");
   return true;
 }
 
 // --- watching ----------------------------------------------------------------
 
-static int64_t now_seconds()
+bool guard_is_over(void)
 {
-  struct timespec now;
-  clock_gettime(CLOCK_BOOTTIME, &now); // a device that sleeps gets no more time
-  return now.tv_sec;
+  pending_change pending;
+  if (!guard_read(&pending)) {
+    return false;
+  }
+  free(pending.text);
+  return pending.armed && pending.left == 0;
 }
 
-bool guard_watch(const char *token, unsigned seconds)
+bool guard_watch(const char *token)
 {
-  const int64_t end = now_seconds() + seconds;
   while (guard_is_pending(token)) {
-    if (now_seconds() >= end) {
+    if (guard_is_over()) {
       return true;
     }
     const struct timespec look = {WATCH_SECONDS, 0};

@@ -7,31 +7,62 @@
 #ifndef STORE_GUARD_H
 #define STORE_GUARD_H
 
+#include <stdint.h>
+#include <stdio.h>
+
 #include "commit.h"
+#include "orv_changes.h"
+
+// A save that goes back unless it is kept; all texts borrowed.
+struct guarded_change {
+  const char *token;         // its name
+  const char *form;          // that made it
+  const orv_change *changes; // what it is
+  unsigned seconds;          // from when the device uses it
+  bool armed;                // the device uses it at once
+};
+
+// What is known of the change that is pending.
+struct pending_change {
+  char token[STORE_TOKEN_SIZE];
+  bool armed;    // the device uses it, so it can be kept
+  int64_t left;  // seconds until it goes back, not below 0
+  int64_t clock; // when that is, by the clock; 0 as long as it is not armed
+  unsigned seconds;
+  char *text; // owned (free): lines of who made it and what it is
+};
 
 // Keeps within the stage what `files` hold, and what a change that is still
-// pending has kept: that is older.  `token` names the change.  It can be kept
-// at once when `armed`, else from guard_arm on.  False with a fault.
+// pending has kept: that is older.  False with a fault.
 bool guard_keep(const store_stage *stage, const char *const *files,
-                size_t count, const char *token, bool armed);
+                size_t count, const guarded_change *change);
+
+// Reads what is pending.  False when nothing is, with a fault when that cannot
+// be read.
+bool guard_read(pending_change *pending);
 
 // Whether the change `token` is pending; NULL: any.
 bool guard_is_pending(const char *token);
 
-// Whether it can be kept by now.
-bool guard_is_armed(void);
+// The device uses the change `token` by now: the time begins.  False when it is
+// not pending, or with a fault.
+bool guard_arm(const char *token);
 
-// The device uses the change by now: it can be kept.  False with a fault.
-bool guard_arm(void);
+// Keeps the change `token` (NULL: whichever it is), for an act: a command of
+// the device's own or, where no link can post, a page that was submitted. False
+// with a fault: nothing, or another change, is pending, the device does not use
+// it yet, or it was no act.
+bool guard_settle(const char *token);
 
-// Keeps the change.  False with a fault.
-bool guard_settle(void);
-
-// Puts back what the change has replaced, as one step.  False with a fault.
+// Puts back what the change has replaced, as one step, told to the log and the
+// history.  False with a fault.
 bool guard_put_back(void);
 
-// Waits until `seconds` have passed; false as soon as the change `token` is no
-// longer pending.
-bool guard_watch(const char *token, unsigned seconds);
+// Whether nobody kept the change in time.
+bool guard_is_over(void);
+
+// Waits until it is over; false as soon as the change `token` is no longer
+// pending.
+bool guard_watch(const char *token);
 
 #endif

@@ -26,18 +26,19 @@ constexpr size_t NAME_MAX_LENGTH = 52; // longer ones are cut by every page
 constexpr size_t VALUE_MAX = 999;      // more is never stored
 
 // One line of the input.
-struct field {
+struct posted_field {
   char *name;
   char *value;
 };
 
-static char *text;     // owned
-static field *fields;  // owned; point into the text
+static char *text;           // owned
+static posted_field *fields; // owned; point into the text
 static size_t count;
 
 static bool is_too_large()
 {
-  return store_fault("The request has more fields than any page of this device");
+  return store_fault(
+      "The request has more fields than any page of this device");
 }
 
 // --- taking ------------------------------------------------------------------
@@ -87,7 +88,7 @@ static bool take_name(char *name, const char *end)
 }
 
 // Takes a line without its end apart; false when it has another shape.
-static bool take_line(char *line, char *end, field *one)
+static bool take_line(char *line, char *end, posted_field *one)
 {
   static const char start[] = "new_";
   constexpr size_t START = sizeof start - 1;
@@ -116,7 +117,7 @@ static bool make_fields(size_t length)
   for (const char *c = text; c < text + length; c++) {
     lines += *c == '\n' ? 1 : 0;
   }
-  fields = static_cast<field *>(must_malloc(lines * sizeof *fields));
+  fields = static_cast<posted_field *>(must_malloc(lines * sizeof *fields));
   return fields != nullptr || store_fault("Out of memory");
 }
 
@@ -163,15 +164,48 @@ bool intake_read(const char *form)
 
 static int compare_names(const void *a, const void *b)
 {
-  return strcmp(static_cast<const field *>(a)->name,
-                static_cast<const field *>(b)->name);
+  return strcmp(static_cast<const posted_field *>(a)->name,
+                static_cast<const posted_field *>(b)->name);
+}
+
+static void order_fields()
+{
+  static bool ordered;
+  if (!ordered && count > 0) {
+    qsort(fields, count, sizeof *fields, compare_names);
+  }
+  ordered = true;
+}
+
+const char *intake_get(const char *name)
+{
+  char key[NAME_MAX_LENGTH + 1];
+  size_t length = 0;
+  for (; name[length] != '\0' && length < NAME_MAX_LENGTH; length++) {
+    const char c = name[length];
+    key[length] = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  }
+  key[length] = '\0';
+  order_fields();
+  const posted_field wanted = {key, nullptr};
+  const void *found =
+      count > 0 ? bsearch(&wanted, fields, count, sizeof *fields, compare_names)
+                : nullptr;
+  return found != nullptr ? static_cast<const posted_field *>(found)->value
+                          : nullptr;
+}
+
+void intake_each(void (*act)(const char *name, const char *value, void *data),
+                 void *data)
+{
+  for (size_t i = 0; i < count; i++) {
+    act(fields[i].name, fields[i].value, data);
+  }
 }
 
 bool intake_write(FILE *out)
 {
-  if (count > 0) {
-    qsort(fields, count, sizeof *fields, compare_names);
-  }
+  order_fields();
   for (size_t i = 0; i < count; i++) {
     if (i > 0 && strcmp(fields[i - 1].name, fields[i].name) == 0) {
       return store_fault("The request says something twice.");

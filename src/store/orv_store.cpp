@@ -5,6 +5,7 @@
 // for the user; the exit status says the same.  Here stands which command needs
 // the folder and the lock, and what it prints; what is done stands elsewhere.
 
+#include <inttypes.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -16,13 +17,16 @@
 #include "fault.h"
 #include "folder.h"
 #include "guard.h"
+#include "history.h"
 #include "intake.h"
 #include "orv.h"
 #include "orv_error.h"
 #include "orv_guard.h"
+#include "own_form.h"
 #include "save.h"
 #include "settings.h"
 #include "text.h"
+#include "who.h"
 
 constexpr int USAGE_STATUS = 2;
 constexpr size_t HOLDER_SIZE = 100;
@@ -33,11 +37,14 @@ static const char USAGE[] =
     "\n"
     "  load FILE...           print settings as lines NAME=VALUE\n"
     "  input PID|- FORM       take a page's values, then lock for PID\n"
-    "  store HOLDER|- FORM    store what standard input orders\n"
+    "  store HOLDER|- FORM [SUBITEM]\n"
+    "                         store what standard input orders\n"
     "  arm TOKEN              the device uses the guarded change by now\n"
-    "  confirm                keep a guarded change that is in use\n"
-    "  watch TOKEN SECONDS    put a guarded change back that nobody kept\n"
+    "  confirm [TOKEN]        keep a guarded change that is in use\n"
+    "  pending                what waits to be kept\n"
+    "  watch TOKEN            put a guarded change back that nobody kept\n"
     "  boot                   put back what nobody kept, end a save cut short\n"
+    "  history                the last saves, as they are kept\n"
     "  reset [FILE...]        settings as shipped, of all files or of these\n"
     "  wait FD                wait for the end of a transaction\n"
     "  log                    lines of standard input to the system log\n"
@@ -47,16 +54,14 @@ static const char USAGE[] =
 
 // --- the lock ----------------------------------------------------------------
 
-// Who saves, for those who wait: the form and the user, as far as known.
+// Who saves, for those who wait.
 static void describe_holder(char (&holder)[HOLDER_SIZE], const char *form)
 {
-  const char *user = getenv("REMOTE_USER");
-  const char *address = getenv("REMOTE_ADDR");
-  snprintf(holder, sizeof holder, "%.30s%s%.25s%s%.39s", form,
-           user != nullptr && user[0] != '\0' ? " by " : "",
-           user != nullptr ? user : "",
-           address != nullptr && address[0] != '\0' ? " at " : "",
-           address != nullptr ? address : "");
+  store_who who;
+  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
+  store_ask_who(&who);
+  store_write_who(&who, text, sizeof text);
+  snprintf(holder, sizeof holder, "%.30s by %.60s", form, text);
 }
 
 // Who takes part in a transaction is covered by its lock.
@@ -121,12 +126,46 @@ static bool take_input(char **words)
   return holder >= 0;
 }
 
+// What it makes can be read again: a file has 4 MiB at most.
+constexpr size_t ORDER_MAX = 3UL * 1024 * 1024;
+
+// The order on standard input, owned by the caller; NULL with a fault.
+static char *read_order()
+{
+  owned_text text(static_cast<char *>(must_malloc(ORDER_MAX + 1)));
+  if (text == nullptr) {
+    store_fault("Out of memory");
+    return nullptr;
+  }
+  const size_t got = fread(text.get(), 1, ORDER_MAX, stdin);
+  text.get()[got] = '\0';
+  if (ferror(stdin) != 0 || got == 0) {
+    store_fault("Nothing was saved: the script's order cannot be read");
+    return nullptr;
+  }
+  if (got == ORDER_MAX || strlen(text.get()) < got) {
+    store_fault("Nothing was saved: the script's order is too long");
+    return nullptr;
+  }
+  return text.release();
+}
+
+static bool store_order(char **words)
+{
+  char *order = read_order();
+  if (order == nullptr || !save_order(order, words[1], words[2])) {
+    return false;
+  }
+  save_answer(stdout);
+  return true;
+}
+
 static bool store_values(char **words)
 {
   char holder[HOLDER_SIZE];
   describe_holder(holder, words[1]);
   return open_and_join(true) && lock(holder, take_pid(words[0])) &&
-         save_order(stdin, stdout, words[1]);
+         store_order(words);
 }
 
 static void print_settings(const settings *all)
@@ -194,13 +233,31 @@ static bool arm(char **words)
   if (!open_and_join(false) || !lock("a guarded change", 0)) {
     return false;
   }
-  return guard_is_pending(words[0]) && guard_arm();
+  return guard_arm(words[0]);
 }
 
-static bool confirm(char **)
+// Keeps the change that is pending, or the one named.
+static bool confirm(char **words)
 {
-  return open_and_join(false) && lock("a guarded change", 0) &&
-         guard_is_pending(nullptr) && guard_is_armed() && guard_settle();
+  if (!open_and_join(false) || !lock("a guarded change", 0) ||
+      !guard_settle(words[0])) {
+    return false;
+  }
+  fputs("ok\n", stdout);
+  return true;
+}
+
+// Says what is pending, for orvctl and for other programs.
+static bool print_pending(char **)
+{
+  pending_change pending;
+  if (!open_and_join(false) || store.fd < 0 || !guard_read(&pending)) {
+    return false;
+  }
+  printf("ok\ntoken=%s\narmed=%s\nleft=%" PRId64 "\n%s", pending.token,
+         pending.armed ? "True" : "False", pending.left, pending.text);
+  free(pending.text);
+  return true;
 }
 
 // A save may take long, but what was promised must not be given up for it.
@@ -216,11 +273,11 @@ static bool put_back(const char *token)
   return guard_is_pending(token) && guard_put_back();
 }
 
+// Outlives who has started it.
 static bool watch(char **words)
 {
-  const unsigned long seconds = strtoul(words[1], nullptr, 10);
-  return open_and_join(false) && store.fd >= 0 &&
-         guard_watch(words[0], static_cast<unsigned>(seconds)) &&
+  signal(SIGHUP, SIG_IGN);
+  return open_and_join(false) && store.fd >= 0 && guard_watch(words[0]) &&
          put_back(words[0]);
 }
 
@@ -234,20 +291,29 @@ static bool boot(char **)
 
 static bool blank_file(int, const char *name, void *stage)
 {
-  return stage_blank(static_cast<const store_stage *>(stage), name);
+  settings now;
+  settings none = {};
+  settings_free(&none);
+  const bool read = settings_read(name, &now);
+  if (read) {
+    history_note(name, &now, &none);
+  }
+  settings_free(&now);
+  return read && stage_blank(static_cast<const store_stage *>(stage), name);
 }
 
 // With no file named, all of them; a change that is pending is over then.
 static bool reset(char **names)
 {
   store_stage stage = {-1, "", 0, false};
-  if (!open_and_join(true) || !lock("a reset", 0) || !stage_begin(&stage)) {
+  if (!open_and_join(true) || !lock("a reset", 0) || !stage_begin(&stage) ||
+      !history_begin(&stage, "-", nullptr, "reset")) {
     return false;
   }
+  history_tell("Settings as shipped");
   bool staged = true;
   for (char **name = names; *name != nullptr && staged; name++) {
-    staged = store_is_name(*name) ? stage_blank(&stage, *name)
-                                  : store_fault("%.50s is no name", *name);
+    staged = blank_file(store.fd, *name, &stage);
   }
   if (names[0] == nullptr) {
     staged = ((store_each_file(stage.fd, ".", blank_file, &stage) &&
@@ -255,12 +321,17 @@ static bool reset(char **names)
               store_fault_errno("The settings cannot be listed")) &&
              stage_write(&stage, SETTLED_FILE, "", 0);
   }
-  if (!staged || !stage_commit(&stage)) {
+  if (!staged || !history_end(&stage) || !stage_commit(&stage)) {
     stage_drop(&stage);
     return false;
   }
   fputs("ok\n", stdout);
   return true;
+}
+
+static bool print_history(char **)
+{
+  return open_and_join(false) && history_print(stdout);
 }
 
 static bool wait_transaction(char **words)
@@ -272,16 +343,14 @@ static bool log_lines(char **)
 {
   char *line = nullptr;
   size_t size = 0;
-  char who[HOLDER_SIZE];
-  const char *user = getenv("REMOTE_USER");
-  const char *address = getenv("REMOTE_ADDR");
-  snprintf(who, sizeof who, "%.50s at %.39s",
-           user != nullptr && user[0] != '\0' ? user : "somebody",
-           address != nullptr && address[0] != '\0' ? address : "home");
+  store_who who;
+  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
+  store_ask_who(&who);
+  store_write_who(&who, text, sizeof text);
   for (ssize_t got = getline(&line, &size, stdin); got > 0;
        got = getline(&line, &size, stdin)) {
     line[got - (line[got - 1] == '\n' ? 1 : 0)] = '\0';
-    syslog(LOG_NOTICE, "%s (%s)", line, who);
+    syslog(LOG_NOTICE, "%s (%s)", line, text);
   }
   free(line);
   return true;
@@ -300,12 +369,14 @@ struct command {
 static const command commands[] = {
   {"load",    load,             1, 64},
   {"input",   take_input,       2, 2},
-  {"store",   store_values,     2, 2},
+  {"store",   store_values,     2, 3},
   {"arm",     arm,              1, 1},
-  {"confirm", confirm,          0, 0},
-  {"watch",   watch,            2, 2},
+  {"confirm", confirm,          0, 1},
+  {"pending", print_pending,    0, 0},
+  {"watch",   watch,            1, 1},
   {"boot",    boot,             0, 0},
   {"reset",   reset,            0, 64},
+  {"history", print_history,    0, 0},
   {"wait",    wait_transaction, 1, 1},
   {"log",     log_lines,        0, 0},
 };
@@ -328,17 +399,27 @@ static int run(const command *row, char **words)
   return told && done ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+// Under another name it is a form's script.
+static bool is_own_name(const char *path)
+{
+  const char *slash = strrchr(path, '/');
+  return strcmp(slash != nullptr ? slash + 1 : path, "orv-store") == 0;
+}
+
 int main(int argc, char **argv)
 {
+  orv_fatal_no_exit = 1;
+  openlog("orv", 0, LOG_USER);
+  // What cannot be written is a fault, and no end.
+  signal(SIGXFSZ, SIG_IGN);
+  signal(SIGPIPE, SIG_IGN);
+  if (argc > 0 && !is_own_name(argv[0])) {
+    return own_form_run(argv[0], argc - 1, argv + 1);
+  }
   if (argc < 2 || strcmp(argv[1], "--help") == 0) {
     fputs(USAGE, argc < 2 ? stderr : stdout);
     return argc < 2 ? USAGE_STATUS : EXIT_SUCCESS;
   }
-  orv_fatal_no_exit = 1;
-  // What cannot be written is a fault, and no end.
-  signal(SIGXFSZ, SIG_IGN);
-  signal(SIGPIPE, SIG_IGN);
-  openlog("orv", 0, LOG_USER);
   for (const command &row : commands) {
     if (strcmp(row.name, argv[1]) == 0) {
       const int count = argc - 2;

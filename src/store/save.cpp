@@ -9,22 +9,24 @@
 #include <inttypes.h>
 #include <stdlib.h>
 #include <string.h>
+#include <syslog.h>
 
 #include "commit.h"
+#include "confirm.h"
 #include "fault.h"
 #include "folder.h"
 #include "form.h"
 #include "guard.h"
+#include "history.h"
 #include "orv.h"
 #include "orv_changes.h"
 #include "orv_guard.h"
 #include "orv_secret.h"
 #include "settings.h"
 #include "text.h"
+#include "who.h"
 
-// What it makes can be read again: a file has 4 MiB at most.
-constexpr size_t ORDER_MAX = 3UL * 1024 * 1024;
-constexpr size_t FILES_MAX = 64; // of one save
+constexpr size_t FILES_MAX = 64;  // of one save
 constexpr size_t WORDS_MAX = 256; // secrets, labels and columns of one save
 // What a page's line of 249 bytes can show again, with = and two quotes.
 constexpr size_t LINE_MAX = 246;
@@ -51,7 +53,16 @@ struct word_list {
   size_t count;
 };
 
-static char *text;        // owned: the order
+// A change as pages and as logs have it; both texts owned.
+struct told_change {
+  char *page;
+  char *log;
+};
+
+static orv_change *changes; // owned: what came of it
+static told_change *told;   // owned: the same in words
+static size_t told_count;
+static char token[STORE_TOKEN_SIZE]; // of the guarded change, "": none
 static save_file files[FILES_MAX];
 static size_t file_count;
 static word_list secrets;
@@ -105,12 +116,12 @@ static bool take_column(char *name)
 }
 
 // A page's own token, so that its user may go Back and save again.
-static bool take_owner(char *token)
+static bool take_owner(char *page)
 {
-  const size_t length = strlen(token);
+  const size_t length = strlen(page);
   if (length > 0 && length <= OWNER_MAX &&
-      strspn(token, "0123456789.") == length) {
-    owner = token;
+      strspn(page, "0123456789.") == length) {
+    owner = page;
   }
   return true;
 }
@@ -211,26 +222,6 @@ static bool take_order(char *order)
   return true;
 }
 
-static char *read_order(FILE *in)
-{
-  text = static_cast<char *>(must_malloc(ORDER_MAX + 1));
-  if (text == nullptr) {
-    store_fault("Out of memory");
-    return nullptr;
-  }
-  const size_t got = fread(text, 1, ORDER_MAX, in);
-  text[got] = '\0';
-  if (ferror(in) != 0 || got == 0) {
-    store_fault("Nothing was saved: the script's order cannot be read");
-    return nullptr;
-  }
-  if (got == ORDER_MAX || strlen(text) < got) {
-    store_fault("Nothing was saved: the script's order is too long");
-    return nullptr;
-  }
-  return text;
-}
-
 // --- judging -----------------------------------------------------------------
 
 static bool is_secret(const char *name, void *)
@@ -250,8 +241,9 @@ static bool is_sound(const setting *one)
          strchr(refused, *c) == nullptr) {
     c++;
   }
-  return *c == '\0' || store_fault("Nothing was saved: no value may hold one of "
-                                   "\" $ \\ `");
+  return *c == '\0' ||
+         store_fault("Nothing was saved: no value may hold one of "
+                     "\" $ \\ `");
 }
 
 static bool judge()
@@ -269,66 +261,7 @@ static bool judge()
   return true;
 }
 
-// --- writing -----------------------------------------------------------------
-
-// The columns whose rows the file holds as a whole: those that the script took
-// from the page, and those of the form.
-static void write_tables(FILE *out)
-{
-  fputs("#table", out);
-  for (const word *one = columns.list; one < columns.list + columns.count;
-       one++) {
-    fprintf(out, " %s", one->name);
-  }
-  for (const pt_body_item *item = form_items(); item != nullptr;
-       item = item->next) {
-    if (item->column >= 0 &&
-        find_word(&columns, item->name, strlen(item->name)) == nullptr) {
-      fprintf(out, " %s", item->name);
-    }
-  }
-  putc('\n', out);
-}
-
-static bool write_file(const store_stage *stage, const save_file *file)
-{
-  store_text content;
-  FILE *out = store_open_text(&content);
-  if (out == nullptr) {
-    return false;
-  }
-  fprintf(out, "#orv %d %" PRIu64 " %s\n", STORE_FORMAT, stage->number, owner);
-  write_tables(out);
-  for (size_t i = 0; i < file->after.count; i++) {
-    fprintf(out, "%s=%s\n", file->after.list[i].name,
-            file->after.list[i].value);
-  }
-  const bool made = store_close_text(out, &content);
-  const owned_text owned(content.bytes);
-  return made && stage_write(stage, file->name, content.bytes, content.length);
-}
-
-static bool keep_old(const store_stage *stage, char token[STORE_TOKEN_SIZE])
-{
-  const char *names[FILES_MAX];
-  for (size_t i = 0; i < file_count; i++) {
-    names[i] = files[i].name;
-  }
-  return store_make_token(token) &&
-         guard_keep(stage, names, file_count, token, !guard_has_command);
-}
-
-static bool write_stage(const store_stage *stage, char token[STORE_TOKEN_SIZE])
-{
-  for (const save_file *file = files; file < files + file_count; file++) {
-    if (!write_file(stage, file)) {
-      return false;
-    }
-  }
-  return guard_seconds == 0 || keep_old(stage, token);
-}
-
-// --- telling -----------------------------------------------------------------
+// --- what changes ------------------------------------------------------------
 
 static const char *value_before(const char *name, void *)
 {
@@ -362,29 +295,168 @@ static const orv_change_source SOURCE = {value_before, value_after, label_of,
                                          is_secret, nullptr};
 
 // What the form has no field for is called by its name.
-static bool find_others(const settings *all, orv_change **changes)
+static bool find_others(const settings *all)
 {
   for (size_t i = 0; i < all->count; i++) {
     if (!form_has(all->list[i].name) &&
-        !orv_find_change(all->list[i].name, &SOURCE, changes)) {
+        !orv_find_change(all->list[i].name, &SOURCE, &changes)) {
       return false;
     }
   }
   return true;
 }
 
-static bool find_changes(orv_change **changes)
+static bool find_changes()
 {
-  if (!orv_find_changes(form_items(), &SOURCE, changes)) {
+  if (!orv_find_changes(form_items(), &SOURCE, &changes)) {
     return false;
   }
   for (const save_file *file = files; file < files + file_count; file++) {
-    if (!find_others(&file->after, changes)) {
+    if (!find_others(&file->after)) {
       return false;
     }
   }
   return true;
 }
+
+static size_t count_changes()
+{
+  size_t count = 0;
+  for (const orv_change *one = changes; one != nullptr; one = one->next) {
+    count++;
+  }
+  return count;
+}
+
+static bool tell_changes()
+{
+  told = static_cast<told_change *>(
+      must_malloc((count_changes() + 1) * sizeof *told));
+  if (told == nullptr) {
+    return false;
+  }
+  for (const orv_change *one = changes; one != nullptr; one = one->next) {
+    told_change *words = told + told_count;
+    words->page =
+        orv_change_line(one, "\xe2\x86\x92", LABEL_TEXT_MAX, VALUE_TEXT_MAX);
+    words->log = orv_change_line(one, "->", LABEL_TEXT_MAX, VALUE_TEXT_MAX);
+    told_count++;
+    if (words->page == nullptr || words->log == nullptr) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// --- writing -----------------------------------------------------------------
+
+// The columns whose rows the file holds as a whole: those that the script took
+// from the page, and those of the form.
+static void write_tables(FILE *out)
+{
+  fputs("#table", out);
+  for (const word *one = columns.list; one < columns.list + columns.count;
+       one++) {
+    fprintf(out, " %s", one->name);
+  }
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    if (item->column >= 0 &&
+        find_word(&columns, item->name, strlen(item->name)) == nullptr) {
+      fprintf(out, " %s", item->name);
+    }
+  }
+  putc('\n', out);
+}
+
+// The secrets that no name says, a blank before each: owned by the caller, NULL
+// without memory.
+static char *secret_names()
+{
+  size_t size = 1;
+  for (size_t i = 0; i < secrets.count; i++) {
+    size += strlen(secrets.list[i].name) + 1;
+  }
+  char *names = static_cast<char *>(must_malloc(size));
+  char *end = names;
+  for (size_t i = 0; i < secrets.count && names != nullptr; i++) {
+    const char *name = secrets.list[i].name;
+    if (!orv_is_secret_name(name)) {
+      end +=
+          snprintf(end, size - static_cast<size_t>(end - names), " %s", name);
+    }
+  }
+  if (names != nullptr) {
+    *end = '\0';
+  }
+  return names;
+}
+
+static bool write_file(const store_stage *stage, const save_file *file)
+{
+  store_text content;
+  const owned_text names(secret_names());
+  FILE *out = names != nullptr ? store_open_text(&content) : nullptr;
+  if (out == nullptr) {
+    return store_fault("Out of memory");
+  }
+  fprintf(out, "#orv %d %" PRIu64 " %s\n", STORE_FORMAT, stage->number, owner);
+  write_tables(out);
+  if (names.get()[0] != '\0') {
+    fprintf(out, "#secret%s\n", names.get());
+  }
+  for (size_t i = 0; i < file->after.count; i++) {
+    fprintf(out, "%s=%s\n", file->after.list[i].name,
+            file->after.list[i].value);
+  }
+  const bool made = store_close_text(out, &content);
+  const owned_text owned(content.bytes);
+  return made && stage_write(stage, file->name, content.bytes, content.length);
+}
+
+static bool keep_old(const store_stage *stage, const char *form)
+{
+  const char *names[FILES_MAX];
+  for (size_t i = 0; i < file_count; i++) {
+    names[i] = files[i].name;
+  }
+  const guarded_change change = {token, form, changes, guard_seconds,
+                                 !guard_has_command};
+  return store_make_token(token) &&
+         guard_keep(stage, names, file_count, &change);
+}
+
+static bool write_history(const store_stage *stage, const char *form,
+                          const char *subitem)
+{
+  if (!history_begin(stage, form, subitem, "saved")) {
+    return false;
+  }
+  for (size_t i = 0; i < told_count; i++) {
+    history_tell(told[i].log);
+  }
+  const owned_text names(secret_names());
+  for (save_file *file = files; file < files + file_count; file++) {
+    file->after.secrets = names != nullptr ? names.get() : "";
+    history_note(file->name, &file->before, &file->after);
+    file->after.secrets = "";
+  }
+  return names != nullptr && history_end(stage);
+}
+
+static bool write_stage(const store_stage *stage, const char *form,
+                        const char *subitem)
+{
+  for (const save_file *file = files; file < files + file_count; file++) {
+    if (!write_file(stage, file)) {
+      return false;
+    }
+  }
+  return write_history(stage, form, subitem) &&
+         (guard_seconds == 0 || keep_old(stage, form));
+}
+
+// --- telling -----------------------------------------------------------------
 
 // Writes a text so that a page shows its dollars, each as three.
 static void write_shown(FILE *out, const char *line)
@@ -402,63 +474,72 @@ static void write_shown(FILE *out, const char *line)
   }
 }
 
-// For the page that confirms, and for logs.
-static bool write_changes(FILE *out, const orv_change *changes)
+bool save_order(char *order, const char *form, const char *subitem)
 {
-  for (const orv_change *one = changes; one != nullptr; one = one->next) {
-    const owned_text shown(orv_change_line(one, "\xe2\x86\x92", LABEL_TEXT_MAX,
-                                           VALUE_TEXT_MAX));
-    const owned_text line(
-        orv_change_line(one, "->", LABEL_TEXT_MAX, VALUE_TEXT_MAX));
-    if (shown == nullptr || line == nullptr) {
-      return false;
-    }
-    fputs("page ", out);
-    write_shown(out, shown.get());
-    fprintf(out, "$L$\nline %s\n", line.get());
-  }
-  return true;
-}
-
-// That no memory is left for telling it stops a save, too, before it begins.
-// What is to be told, owned by the caller; NULL with a fault.
-static char *tell_changes()
-{
-  orv_change *changes = nullptr;
-  store_text told;
-  FILE *out = store_open_text(&told);
-  if (out == nullptr) {
-    return nullptr;
-  }
-  const bool made = (find_changes(&changes) && write_changes(out, changes)) ||
-                    store_fault("Out of memory");
-  orv_free_changes(changes);
-  owned_text owned(store_close_text(out, &told) ? told.bytes : nullptr);
-  return made ? owned.release() : nullptr;
-}
-
-bool save_order(FILE *in, FILE *out, const char *form)
-{
-  char *order = read_order(in);
-  char token[STORE_TOKEN_SIZE] = "";
+  static char *text; // owned: names and values point into it
+  text = order;
   store_stage stage;
-  if (order == nullptr || !take_order(order) || !judge()) {
+  if (!take_order(text) || !judge()) {
     return false;
   }
   form_open(form);
-  const owned_text told(tell_changes());
-  if (told == nullptr) {
-    return false;
+  // That no memory is left for telling it stops a save, too, before it begins.
+  if (!find_changes() || !tell_changes()) {
+    return store_fault("Out of memory");
   }
-  if (!stage_begin(&stage) || !write_stage(&stage, token) ||
-      !stage_commit(&stage)) {
+  const bool stored = stage_begin(&stage) &&
+                      write_stage(&stage, form, subitem) &&
+                      stage_commit(&stage);
+  if (!stored) {
     stage_drop(&stage);
-    return false;
   }
+  return stored;
+}
+
+void save_answer(FILE *out)
+{
+  char pending[CONFIRM_SENTENCE_SIZE];
+  confirm_sentence(pending, sizeof pending);
   fputs("ok\n", out);
+  if (pending[0] != '\0') {
+    fprintf(out, "pending %s\n", pending);
+  }
   if (token[0] != '\0') {
     fprintf(out, "guard %s\n", token);
   }
-  fputs(told.get(), out);
-  return true;
+  for (size_t i = 0; i < told_count; i++) {
+    fputs("page ", out);
+    write_shown(out, told[i].page);
+    fprintf(out, "$L$\nline %s\n", told[i].log);
+  }
+}
+
+void save_tell_page(FILE *out)
+{
+  char pending[CONFIRM_SENTENCE_SIZE];
+  confirm_sentence(pending, sizeof pending);
+  if (pending[0] != '\0') {
+    fprintf(out, "u_saved_pending=\"%s\"\n", pending);
+  }
+  for (size_t place = 0; place < SAVE_PAGE_LINES; place++) {
+    fprintf(out, "u_saved_change%zu=\"", place);
+    if (place + 1 == SAVE_PAGE_LINES && told_count > SAVE_PAGE_LINES) {
+      fprintf(out, "and %zu more$L$", told_count - place);
+    } else if (place < told_count) {
+      write_shown(out, told[place].page);
+      fputs("$L$", out);
+    }
+    fputs("\"\n", out);
+  }
+}
+
+void save_log(void)
+{
+  store_who who;
+  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
+  store_ask_who(&who);
+  store_write_who(&who, text, sizeof text);
+  for (size_t i = 0; i < told_count; i++) {
+    syslog(LOG_NOTICE, "%s (%s)", told[i].log, text);
+  }
 }

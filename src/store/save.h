@@ -1,13 +1,27 @@
-// A save: what a script wants stored, judged, committed and told.
+// A save: what is to be stored, judged, committed and told.
 
 #ifndef STORE_SAVE_H
 #define STORE_SAVE_H
 
 #include <stdio.h>
 
-// Takes the order of a save from `in`, lines as orv-store(8) describes them,
-// stores what it says as one step and writes what came of it to `out`.  False
-// with a fault, and nothing is stored.  Needs the lock.
-bool save_order(FILE *in, FILE *out, const char *form);
+// Of changes, on the page that confirms.
+constexpr size_t SAVE_PAGE_LINES = 12;
+
+// Stores what `order`, lines as orv-store(8) describes them, says as one step.
+// The text is taken; with `form` and `subitem` (NULL: none) the save is told
+// to others.  False with a fault, and nothing is stored.  Needs the lock; once
+// a process.
+bool save_order(char *order, const char *form, const char *subitem);
+
+// Writes what came of it for a script: the guarded change's token, and each
+// change for a page and for a log.
+void save_answer(FILE *out);
+
+// Writes what changed as a page that confirms takes it.
+void save_tell_page(FILE *out);
+
+// Tells the system log what changed, and who did it from where.
+void save_log(void);
 
 #endif

@@ -17,6 +17,7 @@
 #include "folder.h"
 #include "orv.h"
 #include "orv_guard.h"
+#include "orv_secret.h"
 
 void settings_free(settings *all)
 {
@@ -26,6 +27,7 @@ void settings_free(settings *all)
   *all = {};
   all->owner = "";
   all->tables = "";
+  all->secrets = "";
 }
 
 static bool is_letter(char c)
@@ -67,10 +69,15 @@ static bool take_head(const char *name, char *head, settings *all)
 
 static void take_line(char *line, settings *all)
 {
+  static const char secret[] = "#secret ";
+  if (strncmp(line, secret, strlen(secret)) == 0) {
+    all->secrets = line + strlen(secret) - 1;
+    return;
+  }
   char *equals = is_letter(line[0]) ? strchr(line, '=') : nullptr;
   if (equals != nullptr) {
     *equals = '\0';
-    all->list[all->count] = {line, equals + 1};
+    all->list[all->count] = {line, equals + 1, false};
     all->count++;
   }
 }
@@ -188,41 +195,50 @@ const char *settings_get(const settings *all, const char *name)
   return found != nullptr ? found->value : nullptr;
 }
 
+// Whether the first `length` bytes of `name` are one of the words.
+static bool has_word(const char *words, const char *name, size_t length)
+{
+  while (*words != '\0') {
+    words += strspn(words, " ");
+    const size_t size = strcspn(words, " ");
+    if (size == length && strncmp(words, name, size) == 0) {
+      return true;
+    }
+    words += size;
+  }
+  return false;
+}
+
+bool settings_is_secret(const settings *all, const char *name)
+{
+  return orv_is_secret_name(name) || has_word(all->secrets, name, strlen(name));
+}
+
 // Whether the file holds the table that the cell `name` would belong to.  Of an
 // older file nobody knows ("*"), and rows that a user deleted stay deleted.
 static bool has_table_of(const settings *stored, const char *name)
 {
   const size_t length = settings_column(name);
-  if (name[length] == '\0') {
-    return false;
-  }
-  if (stored->format < STORE_FORMAT) {
-    return true;
-  }
-  for (const char *word = stored->tables; *word != '\0';) {
-    word += strspn(word, " ");
-    const size_t size = strcspn(word, " ");
-    const bool is_any = size == 1 && *word == '*';
-    if (is_any || (size == length && strncmp(word, name, size) == 0)) {
-      return true;
-    }
-    word += size;
-  }
-  return false;
+  return name[length] != '\0' &&
+         (stored->format < STORE_FORMAT || has_word(stored->tables, "*", 1) ||
+          has_word(stored->tables, name, length));
 }
 
-// Adds to `all`, which somebody has stored, what it lacks of the defaults.
+// Adds to `all` what it lacks of the defaults.
 static bool add_defaults(settings *all, settings *defaults)
 {
   settings both = *all;
   if (!make_list(&both, all->count + defaults->count)) {
     return false;
   }
-  memcpy(both.list, all->list, all->count * sizeof *all->list);
+  for (size_t i = 0; i < all->count; i++) {
+    both.list[i] = all->list[i];
+  }
   for (size_t i = 0; i < defaults->count; i++) {
     const setting *one = defaults->list + i;
-    if (find(all, one->name) == nullptr && !has_table_of(all, one->name)) {
-      both.list[both.count] = *one;
+    if (find(all, one->name) == nullptr &&
+        !(all->stored && has_table_of(all, one->name))) {
+      both.list[both.count] = {one->name, one->value, true};
       both.count++;
     }
   }
@@ -281,8 +297,7 @@ static bool read_both(const char *name, settings *all, settings *defaults)
   if (text == nullptr) {
     return store_fault_text() == nullptr;
   }
-  return settings_parse(name, text, all->stored ? defaults : all) &&
-         (!all->stored || add_defaults(all, defaults));
+  return settings_parse(name, text, defaults) && add_defaults(all, defaults);
 }
 
 bool settings_read(const char *name, settings *all)

@@ -2,6 +2,7 @@
 //
 //   #orv 2 NUMBER OWNER      format, number of the commit, page that saved it
 //   #table COLUMN...         columns whose rows are stored as a whole
+//   #secret NAME...          values that are secret though no name says so
 //   NAME=VALUE
 //
 // An older head is "#orv TOKEN OWNER"; a file without one was made by hand.
@@ -18,18 +19,20 @@ constexpr int STORE_FORMAT = 2;
 struct setting {
   const char *name;
   const char *value;
+  bool shipped; // it comes from the defaults
 };
 
 // A file taken apart, or two put together.
 struct settings {
-  char *texts[2];   // owned: what the names and values point into
-  setting *list;    // owned, ordered by name; a name occurs once
+  char *texts[2]; // owned: what the names and values point into
+  setting *list;  // owned, ordered by name; a name occurs once
   size_t count;
-  bool stored;      // somebody has saved it
-  int format;       // 0: by hand
-  uint64_t number;  // of the commit; 0: none
+  bool stored;     // somebody has saved it
+  int format;      // 0: by hand
+  uint64_t number; // of the commit; 0: none
   const char *owner;
-  const char *tables; // columns with blanks around each, "" for none
+  const char *tables;  // columns with a blank before each, "" for none
+  const char *secrets; // names, likewise
 };
 
 // Reads what is in force of the file `name`: what was stored, and of the
@@ -46,6 +49,9 @@ void settings_free(settings *all);
 
 // The value of that name, NULL when there is none.
 const char *settings_get(const settings *all, const char *name);
+
+// Whether the value is a secret, by its name or by what the file says.
+bool settings_is_secret(const settings *all, const char *name);
 
 // The length of `name` without its row number.
 size_t settings_column(const char *name);

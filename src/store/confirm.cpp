@@ -1,0 +1,181 @@
+// The form that keeps a guarded change.
+//
+// It has nothing to enter, and a Submit of it is the act that keeps the change:
+// the page carries the change's token, so that another one is not kept in its
+// place.
+
+#include "confirm.h"
+
+#include <inttypes.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include "fault.h"
+#include "folder.h"
+#include "guard.h"
+#include "intake.h"
+#include "orv.h"
+#include "orv_guard.h"
+#include "script_lines.h"
+#include "save.h"
+#include "who.h"
+
+constexpr size_t LINE_SIZE = 250;
+
+// --- what is pending ---------------------------------------------------------
+
+// Copies the value of a line NAME=VALUE of the information; "" without one.
+static void take_value(const char *info, const char *name,
+                       char (&value)[LINE_SIZE])
+{
+  const size_t length = strlen(name);
+  value[0] = '\0';
+  for (const char *line = info; line != nullptr;) {
+    if (strncmp(line, name, length) == 0 && line[length] == '=') {
+      snprintf(value, sizeof value, "%.*s",
+               static_cast<int>(strcspn(line + length + 1, "\n")),
+               line + length + 1);
+      return;
+    }
+    line = strchr(line, '\n');
+    line = line != nullptr ? line + 1 : nullptr;
+  }
+}
+
+static void take_who(const char *info, char (&text)[LINE_SIZE])
+{
+  store_who who = {};
+  char value[LINE_SIZE];
+  take_value(info, "user", value);
+  snprintf(who.user, sizeof who.user, "%.50s", value[0] != '\0' ? value : "-");
+  take_value(info, "address", value);
+  snprintf(who.address, sizeof who.address, "%.40s",
+           value[0] != '\0' ? value : "-");
+  store_write_who(&who, text, sizeof text);
+}
+
+// The clock time at which the change goes back; "" as long as it is not known.
+static void take_clock(const pending_change *pending, char (&text)[LINE_SIZE])
+{
+  const time_t clock = static_cast<time_t>(pending->clock);
+  struct tm local;
+  text[0] = '\0';
+  if (pending->armed && localtime_r(&clock, &local) != nullptr) {
+    strftime(text, sizeof text, "%H:%M:%S", &local);
+  }
+}
+
+void confirm_sentence(char *text, size_t size)
+{
+  pending_change pending;
+  text[0] = '\0';
+  if (store.fd < 0 || !guard_read(&pending)) {
+    return;
+  }
+  char who[LINE_SIZE];
+  char clock[LINE_SIZE];
+  take_who(pending.text, who);
+  take_clock(&pending, clock);
+  if (clock[0] == '\0') {
+    snprintf(clock, sizeof clock, "%u seconds from now", pending.seconds);
+  }
+  snprintf(text, size,
+           "A change by %.90s waits to be kept. If nobody kept it "
+           "by %.40s, the old settings are back.",
+           who, clock);
+  free(pending.text);
+}
+
+static void read_changes(const char *info)
+{
+  size_t place = 0;
+  for (const char *line = info; line != nullptr && place < SAVE_PAGE_LINES;) {
+    if (strncmp(line, "change=", strlen("change=")) == 0) {
+      char name[32];
+      char text[LINE_SIZE];
+      line += strlen("change=");
+      snprintf(text, sizeof text, "%.200s", line);
+      text[strcspn(text, "\n")] = '\0';
+      snprintf(name, sizeof name, "confirm_change%zu", place);
+      report_shown_line(name, text);
+      place++;
+    }
+    line = strchr(line, '\n');
+    line = line != nullptr ? line + 1 : nullptr;
+  }
+}
+
+static void read_end(const pending_change *pending)
+{
+  char text[LINE_SIZE];
+  snprintf(text, sizeof text, "%" PRId64, pending->left);
+  report_value("confirm_left", pending->armed ? text : "");
+  take_clock(pending, text);
+  report_value("confirm_clock", text);
+  take_who(pending->text, text);
+  report_value("confirm_who", text);
+}
+
+bool confirm_read(void)
+{
+  pending_change pending;
+  const bool any = store.fd >= 0 && guard_read(&pending);
+  if (!any) {
+    report_value("confirm_token", "");
+    return store_fault_text() == nullptr;
+  }
+  // A Submit without anything entered is what this page is for.
+  report_value("always_submit", "True");
+  report_value("confirm_token", pending.token);
+  read_end(&pending);
+  read_changes(pending.text);
+  free(pending.text);
+  return true;
+}
+
+bool confirm_write(void)
+{
+  const char *token = intake_get("confirm_token");
+  if (!guard_settle(token != nullptr ? token : "")) {
+    return false;
+  }
+  report_value("u_saved_note", "The change is kept.");
+  return true;
+}
+
+// --- the bar -----------------------------------------------------------------
+
+// A first line "--" drops the entry that the page itself puts in front, so it
+// must stay the first.
+bool navbar_print(const char *path)
+{
+  const char *slash = strrchr(path, '/');
+  const size_t size = strlen(path) + sizeof "/navbar";
+  const owned_text name(static_cast<char *>(must_malloc(size)));
+  const bool pending =
+      store_open(false) && store.fd >= 0 && guard_is_pending(nullptr);
+  store_forget_fault(); // a bar is no place for it
+  if (name == nullptr) {
+    return true;
+  }
+  snprintf(name.get(), size, "%.*s/navbar",
+           slash != nullptr ? static_cast<int>(slash - path) : 1,
+           slash != nullptr ? path : ".");
+  const owned_stream bar(fopen(name.get(), "re"));
+  char line[LINE_SIZE];
+  bool more = bar != nullptr && fgets(line, sizeof line, bar.get()) != nullptr;
+  if (more && strcmp(line, "--\n") == 0) {
+    fputs(line, stdout);
+    more = fgets(line, sizeof line, bar.get()) != nullptr;
+  }
+  if (pending) {
+    puts(CONFIRM_FORM " Keep the change?");
+  }
+  while (more) {
+    fputs(line, stdout);
+    more = fgets(line, sizeof line, bar.get()) != nullptr;
+  }
+  return true;
+}

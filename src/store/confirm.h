@@ -1,0 +1,24 @@
+// The form that keeps a guarded change, and the way to it.
+
+#ifndef STORE_CONFIRM_H
+#define STORE_CONFIRM_H
+
+#include <stddef.h>
+
+#define CONFIRM_FORM "confirm"
+
+constexpr size_t CONFIRM_SENTENCE_SIZE = 200;
+
+// The tasks of that form: what is pending, and keeping it.  False with a fault.
+bool confirm_read(void);
+bool confirm_write(void);
+
+// Writes a sentence on the change that is pending, for pages that confirm and
+// for terminals: who made it and until when it can be kept.  "" when none is.
+void confirm_sentence(char *text, size_t size);
+
+// Prints the bar of links: the way to what is pending, then the lines of the
+// file `navbar` in the folder of `path`.  Always true.
+bool navbar_print(const char *path);
+
+#endif

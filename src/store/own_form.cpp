@@ -1,0 +1,567 @@
+// A form whose script is this program.
+//
+// The page has judged what it could; here all of it is judged once more, under
+// the lock where it is stored, by the same checks.  What the template has as
+// text, box or list is stored and nothing else: neither what is only shown, nor
+// what a request names besides.  A value that is not in the request, because
+// its field was not drawn, stays as it is.
+//
+// Owns the settings at hand for the life of the process.
+
+#include "own_form.h"
+
+#include <inttypes.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "commit.h"
+#include "confirm.h"
+#include "fault.h"
+#include "folder.h"
+#include "form.h"
+#include "intake.h"
+#include "orv.h"
+#include "orv_changes.h"
+#include "orv_check.h"
+#include "orv_guard.h"
+#include "orv_secret.h"
+#include "orv_vars.h"
+#include "script_lines.h"
+#include "save.h"
+#include "settings.h"
+#include "text.h"
+#include "who.h"
+
+constexpr int ROWS_MAX = 100; // of a table
+constexpr size_t NAME_SIZE = 53;
+constexpr size_t FILE_SIZE = STORE_NAME_MAX + 1;
+static const char CLEAR[] = "_clear"; // ends the name of a box beside a secret
+
+static char file[FILE_SIZE]; // of the settings: FORM or FORM@SUBITEM
+static settings now;         // what it holds, with the defaults
+
+// --- items -------------------------------------------------------------------
+
+static bool takes_input(const pt_body_item *item)
+{
+  return item->type == PT_TEXT_FIELD || item->type == PT_CHECKBOX ||
+         item->type == PT_SELECT || item->type == PT_ISELECT;
+}
+
+static const pt_body_item *find_item(const char *name)
+{
+  const pt_body_item *item = form_items();
+  while (item != nullptr && (item->name == nullptr || !takes_input(item) ||
+                             strcmp(item->name, name) != 0)) {
+    item = item->next;
+  }
+  return item;
+}
+
+// The secret that the box empties, NULL when it is another box.
+static const pt_body_item *cleared_by(const pt_body_item *box)
+{
+  const size_t length = strlen(box->name);
+  const size_t end = sizeof CLEAR - 1;
+  if (box->type != PT_CHECKBOX || length <= end || length >= NAME_SIZE ||
+      strcmp(box->name + length - end, CLEAR) != 0) {
+    return nullptr;
+  }
+  char name[NAME_SIZE];
+  snprintf(name, sizeof name, "%.*s", static_cast<int>(length - end),
+           box->name);
+  const pt_body_item *secret = find_item(name);
+  return secret != nullptr && orv_is_secret(secret) ? secret : nullptr;
+}
+
+static bool is_stored(const pt_body_item *item)
+{
+  return takes_input(item) && cleared_by(item) == nullptr;
+}
+
+static void cell_name(char (&name)[NAME_SIZE], const pt_body_item *column,
+                      int row)
+{
+  snprintf(name, sizeof name, "%s%d", column->name, row);
+}
+
+static const char *as_box(const char *value)
+{
+  return value != nullptr && orv_string_is_true(value) != 0 ? "True" : "False";
+}
+
+// --- the file ----------------------------------------------------------------
+
+// A sub-item is one that the device ships with; its file is no other form's,
+// since no form's name has the sign between.
+static bool open_settings(const char *form, const char *subitem)
+{
+  if (!form_open(form)) {
+    return store_fault("There is no such page.");
+  }
+  if (subitem != nullptr) {
+    snprintf(file, sizeof file, "%.48s@%.49s", form, subitem);
+    if (!store_has_defaults(file)) {
+      return store_fault("There is no such page here.");
+    }
+  } else {
+    snprintf(file, sizeof file, "%.99s", form);
+  }
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    if (item->column >= 0 && orv_is_secret(item)) {
+      return store_fault("The column \"%.40s\" is secret: such a table needs a "
+                         "script.",
+                         item->name);
+    }
+  }
+  return settings_read(file, &now);
+}
+
+// --- read --------------------------------------------------------------------
+
+static void read_setting(const setting *one)
+{
+  const pt_body_item *item = find_item(one->name);
+  if (item == nullptr ? orv_is_secret_name(one->name) : orv_is_secret(item)) {
+    const bool told =
+        getenv("ORV_SECRETS") != nullptr && !store_serves_request();
+    report_value(one->name, told ? one->value : "");
+  } else if (item != nullptr && item->type == PT_CHECKBOX) {
+    report_value(one->name, as_box(one->value));
+  } else {
+    report_value(one->name, one->value);
+  }
+}
+
+// What nobody has stored, so that it can be changed and emptied.
+static void read_missing(const pt_body_item *item)
+{
+  if (item->column >= 0 || !takes_input(item) ||
+      settings_get(&now, item->name) != nullptr) {
+    return;
+  }
+  report_value(item->name, item->type == PT_CHECKBOX ? "False" : "");
+}
+
+static bool read_form()
+{
+  for (size_t i = 0; i < now.count; i++) {
+    read_setting(now.list + i);
+  }
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    read_missing(item);
+  }
+  printf("orv_stamp=\"%" PRIu64 " %lld.%d.%ld\"\n", now.number,
+         static_cast<long long>(time(nullptr)), static_cast<int>(getpid()),
+         random());
+  return true;
+}
+
+// --- what the page has sent --------------------------------------------------
+
+static void set_value(const char *name, v_origin origin, const char *value)
+{
+  const char *bare = name;
+  if (orv_var_list(&bare) == &cfg_vars && orv_var_prefix(name) == o_undefined) {
+    orv_set_var(name, origin, const_cast<char *>(value), 0);
+  }
+}
+
+static void take_field(const pt_body_item *item, const char *name,
+                       const char *sent)
+{
+  if (item->type == PT_CHECKBOX) {
+    set_value(name, o_best, as_box(sent));
+  } else if (!orv_is_secret(item) || sent[0] != '\0') {
+    set_value(name, o_best, sent); // a blank secret stays what it is
+  }
+}
+
+static bool row_has_text(const pt_body_item *table, int row)
+{
+  const pt_body_item *cell = table->next;
+  for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
+    char name[NAME_SIZE];
+    cell_name(name, cell, row);
+    const char *sent = cell->type == PT_TEXT_FIELD ? intake_get(name) : nullptr;
+    if (sent != nullptr && sent[0] != '\0') {
+      return true;
+    }
+  }
+  return false;
+}
+
+static bool was_drawn(const pt_body_item *table)
+{
+  const pt_body_item *cell = table->next;
+  for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
+    char name[NAME_SIZE];
+    cell_name(name, cell, 0);
+    if (intake_get(name) != nullptr) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Takes the row `from` of the page as the row `to`.
+static void take_row(const pt_body_item *table, int from, int to)
+{
+  const pt_body_item *cell = table->next;
+  for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
+    char name[NAME_SIZE];
+    cell_name(name, cell, from);
+    const char *sent = intake_get(name);
+    cell_name(name, cell, to);
+    if (takes_input(cell)) {
+      take_field(cell, name, sent != nullptr ? sent : "");
+    }
+  }
+}
+
+static void blank_row(const pt_body_item *table, int row)
+{
+  const pt_body_item *cell = table->next;
+  for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
+    char name[NAME_SIZE];
+    cell_name(name, cell, row);
+    if (orv_find_var(&cfg_vars, name, 0) != nullptr) {
+      orv_set_var(name, o_user, nullptr, 0);
+    }
+  }
+}
+
+// Rows that hold something close up; a table of a fixed number keeps its rows.
+static bool take_table(const pt_body_item *table)
+{
+  if (!was_drawn(table)) {
+    return true;
+  }
+  const int fixed = table->table.fixed_rows;
+  int to = 0;
+  for (int row = 0; row < ROWS_MAX; row++) {
+    if (row < fixed || (fixed == 0 && row_has_text(table, row))) {
+      take_row(table, row, to);
+      to++;
+    }
+  }
+  for (int row = to; row < ROWS_MAX; row++) {
+    blank_row(table, row);
+  }
+  return !row_has_text(table, ROWS_MAX) ||
+         store_fault("Nothing was saved: a table keeps %d rows, and this one "
+                     "has more.",
+                     ROWS_MAX);
+}
+
+static bool take_items()
+{
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    if (item->type == PT_TABLE || item->type == PT_FTABLE) {
+      if (!take_table(item)) {
+        return false;
+      }
+      continue;
+    }
+    const char *sent = item->column < 0 && takes_input(item)
+                           ? intake_get(item->name)
+                           : nullptr;
+    if (sent != nullptr) {
+      take_field(item, item->name, sent);
+    }
+    const pt_body_item *secret = sent != nullptr ? cleared_by(item) : nullptr;
+    if (secret != nullptr && orv_string_is_true(sent) != 0) {
+      orv_set_var(secret->name, o_user, nullptr, 0);
+    }
+  }
+  return true;
+}
+
+// Fills the variables: what is stored as reported, what was sent as the user's.
+static bool take_page()
+{
+  for (size_t i = 0; i < now.count; i++) {
+    set_value(now.list[i].name, o_orig, now.list[i].value);
+  }
+  return take_items();
+}
+
+// --- judging -----------------------------------------------------------------
+
+// The choices of such a list are settings: what a request says they are does
+// not count.
+static bool is_choice(const pt_body_item *item, const char *value)
+{
+  for (int i = 0;; i++) {
+    char name[NAME_SIZE];
+    snprintf(name, sizeof name, "%s%d", item->selector, i);
+    const char *choice = settings_get(&now, name);
+    if (choice == nullptr) {
+      return false;
+    }
+    const size_t length = strcspn(choice, " ");
+    if (strncmp(choice, value, length) == 0 && value[length] == '\0') {
+      return true;
+    }
+  }
+}
+
+static void judge_lists()
+{
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    const char *value = item->type == PT_ISELECT
+                            ? orv_get_var(&cfg_vars, item->name, o_best)
+                            : nullptr;
+    const char *stored =
+        value != nullptr ? settings_get(&now, item->name) : nullptr;
+    if (value != nullptr && value[0] != '\0' &&
+        (stored == nullptr || strcmp(stored, value) != 0) &&
+        !is_choice(item, value)) {
+      report_error(item->name, "Choose one of the entries");
+    }
+  }
+}
+
+static void tell_errors()
+{
+  for (const orv_var *var = err_vars; var != nullptr; var = var->next) {
+    const char *text = orv_get_var(&err_vars, var->name, o_undefined);
+    if (text != nullptr && strcmp(var->name, "msg") != 0) {
+      report_error(var->name, text);
+    }
+  }
+}
+
+static void judge_stamp()
+{
+  const char *page = intake_get("orv_stamp");
+  if (page == nullptr || page[0] == '\0') {
+    return; // a command, which has opened no page
+  }
+  char *rest;
+  const uint64_t number = strtoull(page, &rest, 10);
+  if (rest == page || *rest != ' ' ||
+      (now.number > number && strcmp(now.owner, rest + 1) != 0)) {
+    report_message("This page is older than the last save. Please open it "
+                   "again.");
+  }
+}
+
+// Whether all that was sent is right; what is not has been reported.
+static bool judge()
+{
+  judge_stamp();
+  if (orv_check_vars(const_cast<pt_body_item *>(form_items())) == 0) {
+    tell_errors();
+  }
+  judge_lists();
+  if (!report_has_errors()) {
+    return true;
+  }
+  report_message("Nothing was saved yet. Please look at the marked fields.");
+  return false;
+}
+
+// --- writing -----------------------------------------------------------------
+
+static void order_value(FILE *out, const pt_body_item *item, const char *name)
+{
+  const char *value = orv_get_var(&cfg_vars, name, o_best);
+  if (value != nullptr) {
+    fprintf(out, "%s=%s\n", name,
+            item->type == PT_CHECKBOX ? as_box(value) : value);
+  }
+}
+
+static void order_table(FILE *out, const pt_body_item *table)
+{
+  for (int row = 0; row < ROWS_MAX; row++) {
+    bool holds = false;
+    const pt_body_item *cell = table->next;
+    for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
+      char name[NAME_SIZE];
+      cell_name(name, cell, row);
+      const char *value = cell->type == PT_TEXT_FIELD
+                              ? orv_get_var(&cfg_vars, name, o_best)
+                              : nullptr;
+      holds |= value != nullptr && value[0] != '\0';
+    }
+    cell = table->next;
+    for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
+      char name[NAME_SIZE];
+      cell_name(name, cell, row);
+      if (is_stored(cell) && (holds || row < table->table.fixed_rows)) {
+        order_value(out, cell, name);
+      }
+    }
+  }
+}
+
+static void order_items(FILE *out)
+{
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    if (item->type == PT_TABLE || item->type == PT_FTABLE) {
+      order_table(out, item);
+    } else if (item->column < 0 && is_stored(item)) {
+      order_value(out, item, item->name);
+    }
+  }
+}
+
+static bool is_shown_only(const char *name)
+{
+  const pt_body_item *item = form_items();
+  while (item != nullptr &&
+         (item->type != PT_TEXT_FIXED || strcmp(item->name, name) != 0)) {
+    item = item->next;
+  }
+  return item != nullptr;
+}
+
+// What the file holds besides, such as the choices of a list.
+static void order_others(FILE *out)
+{
+  for (size_t i = 0; i < now.count; i++) {
+    char column[NAME_SIZE];
+    const setting *one = now.list + i;
+    snprintf(column, sizeof column, "%.*s",
+             static_cast<int>(settings_column(one->name)), one->name);
+    const pt_body_item *item = find_item(one->name);
+    if (item == nullptr) {
+      item = find_item(column);
+      item = item != nullptr && item->column >= 0 ? item : nullptr;
+    }
+    if (item == nullptr && !one->shipped && !is_shown_only(one->name)) {
+      fprintf(out, "%s=%s\n", one->name, one->value);
+    }
+  }
+}
+
+// The order of the save; owned by the caller, NULL with a fault.
+static char *make_order()
+{
+  store_text order;
+  FILE *out = store_open_text(&order);
+  if (out == nullptr) {
+    return nullptr;
+  }
+  const char *page = intake_get("orv_stamp");
+  const char *token = page != nullptr ? strchr(page, ' ') : nullptr;
+  if (token != nullptr) {
+    fprintf(out, "@owner %s\n", token + 1);
+  }
+  fprintf(out, "> %s\n", file);
+  order_others(out);
+  order_items(out);
+  return store_close_text(out, &order) ? order.bytes : nullptr;
+}
+
+// The page that confirms shall not carry on what nobody may see.
+static void forget_secrets()
+{
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    if (item->column < 0 && item->name != nullptr && orv_is_secret(item)) {
+      printf("u_%s=\n", item->name);
+    }
+  }
+}
+
+static bool check_form()
+{
+  return take_page() && judge();
+}
+
+static bool write_form(const char *form, const char *subitem)
+{
+  if (!take_page() || !judge()) {
+    return false;
+  }
+  char *order = make_order();
+  if (order == nullptr || !save_order(order, form, subitem)) {
+    return false;
+  }
+  forget_secrets();
+  save_tell_page(stdout);
+  save_log();
+  return true;
+}
+
+// --- tasks -------------------------------------------------------------------
+
+// Beside the folder of the program's own name, not of what that leads to.
+static bool set_places(const char *path)
+{
+  const char *slash = strrchr(path, '/');
+  const int length = slash != nullptr ? static_cast<int>(slash - path) : 1;
+  static const char *const names[] = {"ORV_STATE",     "state",
+                                      "ORV_DEFAULTS",  "defaults",
+                                      "ORV_TEMPLATES", "templates"};
+  for (size_t i = 0; i < sizeof names / sizeof *names; i += 2) {
+    const size_t size = strlen(path) + 32;
+    const owned_text place(static_cast<char *>(must_malloc(size)));
+    if (place == nullptr) {
+      return store_fault("Out of memory");
+    }
+    snprintf(place.get(), size, "%.*s/../%s", length,
+             slash != nullptr ? path : ".", names[i + 1]);
+    setenv(names[i], place.get(), 0);
+  }
+  return true;
+}
+
+static bool run_task(const char *task, const char *form, const char *subitem)
+{
+  const bool writes = strcmp(task, "--write") == 0;
+  const bool reads = strcmp(task, "--read") == 0;
+  if ((!reads && !intake_read(form)) || !store_open(writes)) {
+    return false;
+  }
+  stage_join();
+  if (writes && !store_lock_for(form)) {
+    return false;
+  }
+  if (strcmp(form, CONFIRM_FORM) == 0) {
+    return reads ? confirm_read() : !writes || confirm_write();
+  }
+  if (!open_settings(form, subitem)) {
+    return false;
+  }
+  if (reads) {
+    return read_form();
+  }
+  return writes ? write_form(form, subitem) : check_form();
+}
+
+int own_form_run(const char *path, int count, char **words)
+{
+  static const char *const tasks[] = {"--read", "--check", "--write",
+                                      "--navbar"};
+  const char *task = count > 1 ? words[0] : "";
+  bool known = false;
+  for (const char *one : tasks) {
+    known |= strcmp(one, task) == 0;
+  }
+  if (!known || count > 3) {
+    fprintf(stderr,
+            "usage: %s --read|--check|--write|--navbar FORM [SUBITEM]\n", path);
+    return EXIT_FAILURE;
+  }
+  const char *subitem = count > 2 && words[2][0] != '\0' ? words[2] : nullptr;
+  const bool done =
+      set_places(path) &&
+      (strcmp(task, "--navbar") == 0 ? navbar_print(path)
+                                     : run_task(task, words[1], subitem));
+  if (!done && store_fault_text() != nullptr) {
+    report_fault(store_fault_text(), strcmp(task, "--read") == 0);
+  }
+  return fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}

@@ -1,0 +1,26 @@
+// Who a request or a command comes from, as far as the environment says.
+
+#ifndef STORE_WHO_H
+#define STORE_WHO_H
+
+#include <stddef.h>
+
+constexpr size_t WHO_USER_SIZE = 51;
+constexpr size_t WHO_ADDRESS_SIZE = 41;
+
+// Words without blanks: characters that say nothing there become "_", nothing
+// known is "-".
+struct store_who {
+  char user[WHO_USER_SIZE];       // REMOTE_USER
+  char address[WHO_ADDRESS_SIZE]; // REMOTE_ADDR
+};
+
+void store_ask_who(store_who *who);
+
+// "admin at 192.168.1.7", or what is known of it; "somebody" when nothing is.
+void store_write_who(const store_who *who, char *text, size_t size);
+
+// Whether a request is being served, rather than a command of the device's own.
+bool store_serves_request(void);
+
+#endif
