@@ -24,7 +24,7 @@
 #include "history.h"
 #include "orv_guard.h"
 #include "settings.h"
-#include "text.h"
+#include "store_text.h"
 #include "who.h"
 
 #define INFO_FILE PENDING_FOLDER "/.info"   // who made it, and until when

@@ -15,7 +15,7 @@
 #include "folder.h"
 #include "orv.h"
 #include "orv_guard.h"
-#include "text.h"
+#include "store_text.h"
 #include "who.h"
 
 constexpr int ENTRIES_MAX = 10;

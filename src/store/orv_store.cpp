@@ -25,7 +25,7 @@
 #include "own_form.h"
 #include "save.h"
 #include "settings.h"
-#include "text.h"
+#include "store_text.h"
 #include "who.h"
 
 constexpr int USAGE_STATUS = 2;

@@ -32,7 +32,7 @@
 #include "script_lines.h"
 #include "save.h"
 #include "settings.h"
-#include "text.h"
+#include "store_text.h"
 #include "who.h"
 
 constexpr int ROWS_MAX = 100; // of a table

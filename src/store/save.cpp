@@ -23,7 +23,7 @@
 #include "orv_guard.h"
 #include "orv_secret.h"
 #include "settings.h"
-#include "text.h"
+#include "store_text.h"
 #include "who.h"
 
 constexpr size_t FILES_MAX = 64;  // of one save

@@ -1,7 +1,7 @@
 // Text of any length, written through a stream.
 
-#ifndef STORE_TEXT_H
-#define STORE_TEXT_H
+#ifndef STORE_STORE_TEXT_H
+#define STORE_STORE_TEXT_H
 
 #include <stddef.h>
 #include <stdio.h>

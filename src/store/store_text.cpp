@@ -3,7 +3,7 @@
 // The stream of the C library that does this (open_memstream) says nothing when
 // memory is short: it loses what does not fit.
 
-#include "text.h"
+#include "store_text.h"
 
 #include <stdlib.h>
 #include <string.h>
