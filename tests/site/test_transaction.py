@@ -3,13 +3,14 @@
 import json
 import os
 import pathlib
+import pwd
 import shutil
 import subprocess
 import tempfile
 import time
 import urllib.parse
 
-from conftest import ENVIRONMENT, ORV, SECONDS
+from conftest import ENVIRONMENT, ORV, SECONDS, Site
 from test_orvctl import ORVCTL, demo, stored
 
 RACES = 200
@@ -95,11 +96,12 @@ def leftovers(site):
     return [f.name for f in (site.folder / "data/state").glob(".[!gl]*")]
 
 
-def start_post(site, name, value):
+def start_post(site, name, value, orv=ORV, env=(), **more):
     body = urllib.parse.urlencode({"cgi_vars_loaded": "1", "form": name, "action": "Submit",
                                    "x": value, "y": value}).encode()
-    env = ENVIRONMENT | {"REQUEST_METHOD": "POST", "CONTENT_LENGTH": str(len(body)), "SYSLOG_FILE": "/dev/null"}
-    post = subprocess.Popen([ORV], cwd=site.folder, env=env, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    env = ENVIRONMENT | {"REQUEST_METHOD": "POST", "CONTENT_LENGTH": str(len(body)),
+                         "SYSLOG_FILE": "/dev/null"} | dict(env)
+    post = subprocess.Popen([orv], cwd=site.folder, env=env, **more, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     post.stdin.write(body)
     post.stdin.close()
     return post
@@ -210,8 +212,12 @@ def test_scripts_of_any_kind_may_take_part(site):
     # Two forms of one file: the second knows what the first has set.
     for name, own in (("b", "x"), ("c", "y")):
         script = site.scripts / f"{name}.sh"
-        text = f"#!/bin/bash\n. \"${{BASH_SOURCE%/*}}/orv.bash\"\norv_load both\n[[ $1 != --read ]] || {{ orv_show {own}; exit; }}"
-        script.write_text(f"{text}\norv_read {own}\n[[ $1 != --write ]] || orv_store both x y\n")
+        script.write_text(f"""#!/bin/bash
+            . "${{BASH_SOURCE%/*}}/orv.bash"
+            orv_load both
+            [[ $1 != --read ]] || {{ orv_show {own}; exit; }}
+            orv_read {own}
+            [[ $1 != --write ]] || orv_store both x y\n""")
     (site.folder / "dump").write_text("form b\nx=1\nform c\ny=2\n")
     assert run(site, "apply", "dump").returncode == 0
     assert sorted(stored(site)["both"].split()[-2:]) == ["x=1", "y=2"]
@@ -266,3 +272,75 @@ def test_no_request_takes_part_and_nobody_who_comes_late(site):
     site.template("f", "field z")
     (site.folder / "dump").write_text("form f\nz=1\n")
     assert run(site, "apply", "dump", ORV_STATE="/proc/none/state").stdout == "f: saved\nz: blank → 1\n"
+
+
+def test_the_log_says_who_changed_what_from_where(site):
+    device(site)
+    page = site.post({"cgi_vars_loaded": "1", "form": "a", "action": "Submit", "x": "1", "y": "", "u_y": ""},
+                     REMOTE_USER="eve", REMOTE_ADDR="192.0.2.5")
+    assert [line.split(" ", 1)[1] for line in page.log] == ["Text: blank -> 1 (eve at 192.0.2.5)"]
+    for words, told in ((["set", "a", "x=2"], "Text: 1 -> 2"),
+                        (["set", "wireless", "wl_on=True", "wl_passphrase=correct-horse"], "Passphrase: changed"),
+                        (["rows", "forwards", "forwards", "delete", "1"],
+                         "Row deleted: 8080, 192.168.1.50, 80, Camera, TCP")):
+        (site.folder / "log").unlink(missing_ok=True)
+        assert run(site, *words).returncode == 0
+        log = [line.split(" ", 1)[1] for line in lines(site, "log")]
+        assert f"{told} (ann at 192.0.2.9)" in log and "correct-horse" not in str(log), log
+        settle(site)
+
+
+def test_root_becomes_the_user_of_the_settings():
+    """What an administrator stores, the web server can change; no file or folder of its user
+    leads root astray."""
+    web, root = 65534, os.geteuid() == 0
+    with tempfile.TemporaryDirectory() as folder:
+        site = demo(Site(folder))
+        for program in (ORVCTL, STORE, ORV):
+            shutil.copy(program, folder)
+        data, state = site.folder / "data", site.folder / "data/state"
+        form(site, "a", after="orv_changes")
+        site.template("f", "field who", "field z")
+        site.script("f.sh", '[[ $1 != --read ]] || echo who="\\"$(id -u) $(id -G) $HOME\\""',
+                    "[[ $1 != --write ]] || id -u >data/state/by", "exit 0")
+        subprocess.run(["chmod", "-R", "a+rX", folder], check=True)
+        (site.folder / "log").touch(mode=0o666)
+
+        def call(*words):
+            return subprocess.run([f"{folder}/orvctl", *words], cwd=folder, capture_output=True, text=True, check=False,
+                                  env={"PATH": os.environ["PATH"], "ORV_STORE": f"{folder}/orv-store", "HOME": "/root"})
+        # As long as there is no such folder, nothing changes.
+        assert call("get", "f", "who").stdout.split()[0] == f"who={os.geteuid()}"
+        if not root:
+            return
+        state.mkdir(mode=0o700)
+        os.chown(state, web, web)
+        seen = call("get", "f", "who")
+        assert seen.stdout == f"who={web} {web} {pwd.getpwuid(web).pw_dir}\n", seen
+        assert call("set", "a", "x=gw-2").returncode == 0
+        assert call("set", "f", "z=1").returncode == 0 and (state / "by").read_text() == f"{web}\n"
+        (site.folder / "dump").write_text("form system\nplace=Cellar\n")
+        (site.folder / "dump").chmod(0o600)  # only root's to read
+        assert call("apply", "dump").stdout.startswith("system: saved\n")
+        assert {(f.lstat().st_uid, f.lstat().st_gid) for f in state.rglob("*")} == {(web, web)}
+        env = {"LD_PRELOAD": "", "ORV_STORE": f"{folder}/orv-store"}
+        with start_post(site, "a", "gw-3", orv=f"{folder}/orv", env=env, user=web, group=web, extra_groups=[]) as post:
+            page = post.stdout.read().decode()
+        assert "Text: gw-2 → gw-3" in page, page
+        assert call("get", "a", "x").stdout == "x=gw-3\n"
+        (data / "scripts/orv.bash").chmod(0o600)
+        assert "data/scripts/orv.bash cannot be read by user " in call("get", "a").stderr
+        (data / "scripts/orv.bash").chmod(0o644)
+        # What the web server's user cannot read, and what it could have put there.
+        for change, message in ((lambda: (data / "scripts").chmod(0o700), "data/scripts cannot be read by user "),
+                                (lambda: data.chmod(0o777), "others could put"),
+                                (lambda: os.chown(data, web, web), "others could put"),
+                                (lambda: state.rename(data / "real") and state.symlink_to("real"), "others could")):
+            change()
+            for words in (["get", "f"], ["set", "f", "z=2"], ["apply", "dump"], ["forms"], ["complete", "get", ""]):
+                done = call(*words)
+                assert done.returncode == 1 and done.stdout == "" and message in done.stderr, (message, done)
+            data.chmod(0o755)
+            (data / "scripts").chmod(0o755)
+            os.chown(data, 0, 0)
+        assert "z=2" not in (state / "by").read_text()

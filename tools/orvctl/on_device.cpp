@@ -26,6 +26,7 @@ constexpr size_t HOLDER_SIZE = 100;
 
 static store_stage stage;
 static bool begun;
+static char user[100]; // that root has become; "": none
 
 // --- as which user -----------------------------------------------------------
 
@@ -35,27 +36,63 @@ static bool report_fault()
   return false;
 }
 
-// Scripts find what root left of its own no more.
-static void name_home(const struct passwd *user)
+// What is root's own is nothing to the scripts any more.
+static void name_home(const struct passwd *entry)
 {
-  setenv("HOME", user != nullptr ? user->pw_dir : "/", 1);
-  setenv("USER", user != nullptr ? user->pw_name : "orv", 1);
-  setenv("LOGNAME", getenv("USER"), 1);
+  if (entry != nullptr) {
+    snprintf(user, sizeof user, "%s", entry->pw_name);
+  } else {
+    snprintf(user, sizeof user, "%u", static_cast<unsigned>(geteuid()));
+  }
+  setenv("HOME", entry != nullptr ? entry->pw_dir : "/", 1);
+  setenv("USER", user, 1);
+  setenv("LOGNAME", user, 1);
 }
 
-// What only root may read, the web server cannot use either.
+static const char *const FOLDERS[] = {ORV_DATA_DIR "/templates",
+                                      ORV_DATA_DIR "/scripts"};
+
+static void report_unreadable(const char *folder, const char *file)
+{
+  terminal_print(stderr,
+                 "orvctl: %s%s%s cannot be read by user %s, to whom the "
+                 "settings belong\n",
+                 folder, file[0] != '\0' ? "/" : "", file, user);
+}
+
 static bool can_use_forms()
 {
-  static const char *const folders[] = {ORV_DATA_DIR "/templates",
-                                        ORV_DATA_DIR "/scripts"};
-  for (const char *folder : folders) {
+  for (const char *folder : FOLDERS) {
     if (access(folder, R_OK | X_OK) != 0 && errno == EACCES) {
-      return store_fault("%s cannot be read by user %s, to whom the settings "
-                         "belong",
-                         folder, getenv("USER"));
+      report_unreadable(folder, "");
+      return false;
     }
   }
   return true;
+}
+
+static void explain_files(const char *folder)
+{
+  const store_list list(opendir(folder));
+  if (list == nullptr) {
+    return;
+  }
+  for (const dirent *entry = readdir(list.get()); entry != nullptr;
+       entry = readdir(list.get())) {
+    if (faccessat(dirfd(list.get()), entry->d_name, R_OK, 0) != 0 &&
+        errno == EACCES) {
+      report_unreadable(folder, entry->d_name);
+    }
+  }
+}
+
+void device_explain(void)
+{
+  for (const char *folder : FOLDERS) {
+    if (user[0] != '\0') {
+      explain_files(folder);
+    }
+  }
 }
 
 bool device_enter(void)
@@ -70,7 +107,7 @@ bool device_enter(void)
     return true;
   }
   name_home(getpwuid(geteuid()));
-  return can_use_forms() || report_fault();
+  return can_use_forms();
 }
 
 // --- one step ----------------------------------------------------------------

@@ -9,6 +9,10 @@
 // web server cannot change.  False, reported.
 bool device_enter(void);
 
+// After a failure: reports which templates and scripts root alone can read, who
+// is the owner of the settings now.
+void device_explain(void);
+
 // What begins together is stored together: from now on, until one of the next
 // two, other saves wait, and what scripts store by the library is kept apart.
 // False with a fault (fault.h).  Where no settings can be stored at all, or

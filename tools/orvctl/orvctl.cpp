@@ -506,6 +506,9 @@ static int run(int count, char **words)
       return EXIT_FAILURE;
     }
     const int status = row.run(count - 1, words + 1);
+    if (status == EXIT_FAILURE) {
+      device_explain();
+    }
     page_close();
     input_free();
     if (report_json && status != USAGE_STATUS) {
