@@ -93,7 +93,7 @@ def lines(site, name):
 
 
 def leftovers(site):
-    return [f.name for f in (site.folder / "data/state").glob(".[!gl]*")]
+    return [f.name for f in (site.folder / "data/state").glob(".[!ghl]*")]
 
 
 def start_post(site, name, value, orv=ORV, env=(), **more):
