@@ -268,7 +268,9 @@ orv_store() {
   for name in "${!orv_label[@]}"; do
     order+="@label $name=${orv_label[$name]//[[:cntrl:]]/ }"$'\n'
   done
-  ((!${#orv__guard[@]})) || order+="@guard ${orv__guard[*]:0:2}"$'\n'
+  line="${orv__guard[*]:0:2}"
+  [[ ${orv__guard[1]} != orv_act ]] || line="${orv__guard[0]} act ${orv__guard[2]}"
+  ((!${#orv__guard[@]})) || order+="@guard ${line//[[:cntrl:]]/ }"$'\n'
   for name; do
     if [[ $name == -- ]]; then
       file=''

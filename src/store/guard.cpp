@@ -31,7 +31,9 @@
 #define TOKEN_FILE PENDING_FOLDER "/.token" // which change it is
 #define ARMED_FILE PENDING_FOLDER "/.armed" // the device uses it by now
 constexpr unsigned WATCH_SECONDS = 1;       // how often a watcher looks
-constexpr size_t BOOT_SIZE = 37;            // of a boot's name
+// Until a device uses a change.  Who should have made it do so may be gone.
+constexpr unsigned START_SECONDS = 60;
+constexpr size_t BOOT_SIZE = 37; // of a boot's name
 
 // --- time --------------------------------------------------------------------
 
@@ -120,9 +122,10 @@ static void write_info(FILE *out, const guarded_change *change)
   store_ask_who(&who);
   fprintf(out, "form=%s\nuser=%s\naddress=%s\nseconds=%u\n", change->form,
           who.user, who.address, change->seconds);
-  if (change->armed) {
-    write_end(out, change->seconds);
+  if (change->act[0] != '\0') {
+    fprintf(out, "act=%s\n", change->act);
   }
+  write_end(out, change->seconds + (change->armed ? 0 : START_SECONDS));
   for (const orv_change *one = change->changes; one != nullptr;
        one = one->next) {
     const owned_text line(orv_change_line(one, "->", 50, 60));
@@ -219,10 +222,8 @@ bool guard_read(pending_change *pending)
   }
   pending->seconds =
       static_cast<unsigned>(info_number(pending->text, "seconds"));
-  if (pending->armed) {
-    pending->left = seconds_left(pending->text);
-    pending->clock = info_number(pending->text, "clock");
-  }
+  pending->left = seconds_left(pending->text);
+  pending->clock = pending->armed ? info_number(pending->text, "clock") : 0;
   return true;
 }
 
@@ -395,7 +396,21 @@ bool guard_is_over(void)
     return false;
   }
   free(pending.text);
-  return pending.armed && pending.left == 0;
+  return pending.left == 0;
+}
+
+bool guard_act(char *name, size_t size)
+{
+  pending_change pending;
+  if (!guard_read(&pending)) {
+    return false;
+  }
+  const owned_text info(pending.text);
+  const char *act = info_value(info.get(), "act");
+  snprintf(name, size, "%.*s",
+           act != nullptr ? static_cast<int>(strcspn(act, "\n")) : 0,
+           act != nullptr ? act : "");
+  return act != nullptr;
 }
 
 bool guard_watch(const char *token)

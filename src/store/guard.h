@@ -20,6 +20,7 @@ struct guarded_change {
   const orv_change *changes; // what it is
   unsigned seconds;          // from when the device uses it
   bool armed;                // the device uses it at once
+  const char *act;           // the action that makes it do so; "" for none
 };
 
 // What is known of the change that is pending.
@@ -58,8 +59,13 @@ bool guard_settle(const char *token);
 // history.  False with a fault.
 bool guard_put_back(void);
 
-// Whether nobody kept the change in time.
+// Whether nobody kept the change in time, or nobody has made the device use it
+// for so long that nobody will.
 bool guard_is_over(void);
+
+// The action that makes the device use the settings of the change that is
+// pending; false when it has none.
+bool guard_act(char *name, size_t size);
 
 // Waits until it is over; false as soon as the change `token` is no longer
 // pending.

@@ -30,7 +30,8 @@
 
 constexpr int USAGE_STATUS = 2;
 constexpr size_t HOLDER_SIZE = 100;
-constexpr int READ_TRIES = 10; // of settings that change meanwhile
+constexpr size_t ACT_SIZE = 41; // of an action's name
+constexpr int READ_TRIES = 10;  // of settings that change meanwhile
 
 static const char USAGE[] =
     "Usage: orv-store COMMAND\n"
@@ -43,6 +44,7 @@ static const char USAGE[] =
     "  confirm [TOKEN]        keep a guarded change that is in use\n"
     "  pending                what waits to be kept\n"
     "  watch TOKEN            put a guarded change back that nobody kept\n"
+    "  expire                 put back what is overdue\n"
     "  boot                   put back what nobody kept, end a save cut short\n"
     "  history                the last saves, as they are kept\n"
     "  reset [FILE...]        settings as shipped, of all files or of these\n"
@@ -281,6 +283,24 @@ static bool watch(char **words)
          put_back(words[0]);
 }
 
+// Puts back what is overdue: for who watches with more rights than a script
+// that a restarted web server takes with it.  Says which action the device then
+// needs.
+static bool expire(char **)
+{
+  char act[ACT_SIZE] = "";
+  if (!open_and_join(false) || store.fd < 0 || !guard_is_over() ||
+      !lock("a guarded change", 0) || !guard_is_over()) {
+    return false;
+  }
+  guard_act(act, sizeof act);
+  if (!guard_put_back()) {
+    return false;
+  }
+  printf("ok\nact=%s\n", act);
+  return true;
+}
+
 static bool boot(char **)
 {
   if (!open_and_join(false) || store.fd < 0) {
@@ -375,6 +395,7 @@ static const command commands[] = {
   {"pending", print_pending,    0, 0},
   {"watch",   watch,            1, 1},
   {"boot",    boot,             0, 0},
+  {"expire",  expire,           0, 0},
   {"reset",   reset,            0, 64},
   {"history", print_history,    0, 0},
   {"wait",    wait_transaction, 1, 1},

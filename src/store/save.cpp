@@ -71,6 +71,7 @@ static word_list columns; // of tables, without their rows' numbers
 static const char *owner = "-";
 static unsigned guard_seconds; // 0: the change stays
 static bool guard_has_command;
+static const char *guard_act_name = ""; // the action that the command asks for
 
 // --- the order ---------------------------------------------------------------
 
@@ -133,6 +134,9 @@ static bool take_guard(char *line)
   char *rest;
   guard_seconds = static_cast<unsigned>(strtoul(line, &rest, 10));
   guard_has_command = *rest != '\0';
+  if (strncmp(rest, " act ", strlen(" act ")) == 0) {
+    guard_act_name = rest + strlen(" act ");
+  }
   return true;
 }
 
@@ -420,8 +424,8 @@ static bool keep_old(const store_stage *stage, const char *form)
   for (size_t i = 0; i < file_count; i++) {
     names[i] = files[i].name;
   }
-  const guarded_change change = {token, form, changes, guard_seconds,
-                                 !guard_has_command};
+  const guarded_change change = {
+      token, form, changes, guard_seconds, !guard_has_command, guard_act_name};
   return store_make_token(token) &&
          guard_keep(stage, names, file_count, &change);
 }
