@@ -6,7 +6,9 @@ import pty
 import re
 import resource
 import shutil
+import signal
 import subprocess
+import time
 
 import pytest
 
@@ -265,6 +267,39 @@ def test_time_grows_with_the_size_and_not_with_its_square(path, part, device):
     text = (device / path).read_text()
     base = seconds(0)
     assert seconds(4000) - base < 9 * max(seconds(1000) - base, 0.02)
+
+
+ENDLESS = [
+    ("yes a=1", "run-long"),
+    ("(while sleep 0.1; do echo a=1; done) &", "run-pipe"),
+    ("(sleep 99 >/dev/null) & echo a=1", None),
+    ("printf -v a %2000000000s x; echo a=$?", "run-status"),
+    ("[[ -z $ORV_STATE ]] || echo nonsense", None),
+]
+
+
+def test_a_run_ends_whatever_its_scripts_do(device, monkeypatch):
+    monkeypatch.setenv("ORV_STATE", "/nowhere")
+    for script, rule in ENDLESS:
+        (device / "scripts/log.sh").write_text("#!/bin/bash\n" + script + "\n")
+        told = {rule for name, _, rule in lint(device, "--run") if name == "log.sh" and rule.startswith("run-")}
+        assert (rule in told) if rule else told <= {"run-unreported"}, (script, told)
+
+
+def test_nothing_is_left_of_a_run_that_is_ended(device, tmp_path_factory):
+    place = tmp_path_factory.mktemp("copies")
+    os.mkfifo(place.parent / (pipe := f"{place.name}.fifo"))
+    (device / "scripts/log.sh").write_text(f"#!/bin/bash\necho started >'{place.parent / pipe}'\nsleep 1000\n")
+    for number in (signal.SIGTERM, signal.SIGKILL):
+        run = subprocess.Popen([LINT, "--no-shellcheck", "--run", device], env=os.environ | {"TMPDIR": str(place)},
+                               stdout=subprocess.DEVNULL)
+        assert (place.parent / pipe).read_text() == "started\n" and os.listdir(place)
+        run.send_signal(number)
+        run.wait()
+        deadline = time.monotonic() + 60
+        while os.listdir(place) and time.monotonic() < deadline:
+            time.sleep(0.02)
+        assert os.listdir(place) == []
 
 
 def test_the_program_says_how_it_is_used(tmp_path):

@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "copy.h"
 #include "device.h"
 
 // --- texts -------------------------------------------------------------------
@@ -69,7 +70,7 @@ struct other_tools {
   int bash_pid;
   int shellcheck; // the same
   int pid;
-  std::string stubs; // the folder that it reads the library from, or ""
+  own_folder stubs; // that it reads the library from
 };
 other_tools begin_tools(const device &dev, bool shellcheck);
 void end_tools(const device &dev, other_tools *tools, findings *found);

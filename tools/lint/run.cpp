@@ -11,7 +11,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "copy.h"
 #include "orv_limits.h"
+#include "orv_scripts.h"
 #include "rules.h"
 #include "terminal.h"
 #include "text.h"
@@ -41,6 +43,12 @@ static void check_end(const device_run &r, const form &f,
   if (result.stopped || result.ms > SLOW_MS) {
     tell(r.found, *file, 1, 1, "run-slow",
          "the page waits " + std::to_string(result.ms) + " ms for this script",
+         notes);
+  }
+  if (result.too_long) {
+    tell(r.found, *file, 1, 1, "run-long",
+         "Script output too long: a page takes " +
+             std::to_string(ORV_SCRIPT_OUTPUT_MAX >> 20) + " MiB",
          notes);
   }
   if (result.held) {
@@ -235,9 +243,9 @@ void run_scripts(const device &dev, findings *found)
 {
   namespace fs = std::filesystem;
   std::error_code error;
-  std::string dir =
-      (fs::temp_directory_path(error) / "orv-lint.XXXXXX").string();
-  if (error || mkdtemp(dir.data()) == nullptr) {
+  own_folder copy = make_own_folder();
+  const std::string &dir = copy.path;
+  if (dir.empty()) {
     terminal_print(stderr, "orv-lint: no folder for a copy of %s\n",
                    dev.dir.c_str());
     return;
@@ -253,5 +261,5 @@ void run_scripts(const device &dev, findings *found)
   add_library(dir);
   device_run r = {dev, found, dir, {}};
   run_all(&r);
-  fs::remove_all(dir, error);
+  drop_own_folder(&copy);
 }

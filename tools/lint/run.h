@@ -10,9 +10,10 @@
 struct outcome {
   std::string output;
   std::string errors;
-  int status = 0;       // as a shell tells it
-  bool held = false;    // something else keeps the output open
-  bool stopped = false; // it took too long
+  int status = 0;        // as a shell tells it
+  bool held = false;     // something else keeps the output open
+  bool stopped = false;  // it took too long
+  bool too_long = false; // its output was cut
   long ms = 0;
 };
 

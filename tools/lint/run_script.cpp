@@ -1,19 +1,52 @@
-// --run: running one script as the executable would.
+// --run: running one script as the executable does, by its own runner.
+//
+// That runs in a process of its own, which this one ends when it takes too
+// long: the runner hands SIGTERM on to what the script has started.  What the
+// script says on standard error goes to a file beside, as it is no fault of its
+// output but one of its own.
 
-#include <chrono>
+#include "run.h"
+
+#include <ctype.h>
+#include <dirent.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "orv_error.h"
 #include "orv_quote.h"
-#include "run.h"
+#include "orv_scripts.h"
 
 static constexpr long LIMIT_MS = 10000; // a script that goes on is ended
-// Silence of a pipe that its script has left behind.
-static constexpr long LEFT_MS = 250;
+static constexpr long GRACE_MS = 2000;  // what it has to end in then
+
+// What a script may use: far more than any form needs.
+static constexpr rlim_t MEMORY_MAX = 1UL << 30;
+static constexpr rlim_t FILE_MAX = ORV_SCRIPT_OUTPUT_MAX;
+
+static constexpr char APART[] = "/.apart";
+static constexpr char STDERR[] = "/.stderr";
+
+// What the process that runs the script says of it.
+struct report {
+  int status;
+  bool held;
+  bool too_long;
+  size_t length; // of the output, which follows
+};
 
 static long now_ms()
 {
@@ -23,105 +56,207 @@ static long now_ms()
           .count());
 }
 
-[[noreturn]] static void run_child(const std::string &line,
-                                   const std::string &dir, const int *out,
-                                   const int *err)
+// --- the process that runs the script ----------------------------------------
+
+static void set_limits(void)
 {
-  setpgid(0, 0);
-  signal(SIGPIPE, SIG_DFL);
-  dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
-  dup2(out[1], STDOUT_FILENO);
-  dup2(err[1], STDERR_FILENO);
+  const rlimit memory = {MEMORY_MAX, MEMORY_MAX};
+  const rlimit file = {FILE_MAX, FILE_MAX};
+  setrlimit(RLIMIT_AS, &memory);
+  setrlimit(RLIMIT_FSIZE, &file);
+}
+
+// The settings are those of the copy, whatever the caller works on.
+static void set_environment(void)
+{
+  unsetenv("ORV_STATE");
+  unsetenv("ORV_DEFAULTS");
   setenv("SYSTEM_TYPE", "device", 0);
   setenv("HW_VERSION", "1", 0);
   setenv("SW_VERSION", "1", 0);
-  if (chdir(dir.c_str()) == 0) {
-    execl("/bin/bash", "bash", "-c", line.c_str(),
-          static_cast<char *>(nullptr));
-  }
-  _exit(127);
 }
 
-// Reads what is there; false at the end of the pipe.
-static bool read_some(int fd, std::string *text)
+// The process group of the process, -1 when it has ended.
+static pid_t group_of(const char *number)
 {
-  char buf[4096];
-  const ssize_t got = read(fd, buf, sizeof buf);
-  if (got > 0) {
-    text->append(buf, static_cast<size_t>(got));
-  }
-  return got > 0;
+  std::ifstream stream("/proc/" + std::string(number) + "/stat");
+  std::string text;
+  std::getline(stream, text);
+  const size_t name_end = text.rfind(')');
+  int parent;
+  int group;
+  char state;
+  return name_end != std::string::npos &&
+                 sscanf(text.c_str() + name_end + 1, " %c %d %d", &state,
+                        &parent, &group) == 3
+             ? group
+             : -1;
 }
 
-// Takes in both pipes until they end, or the script has and they are silent.
-static void listen(pid_t pid, int out, int err, outcome *result)
+static bool holds_pipe(const char *number)
 {
-  const long begin = now_ms();
-  struct pollfd fds[] = {{out, POLLIN, 0}, {err, POLLIN, 0}};
-  std::string *const texts[] = {&result->output, &result->errors};
-  long ended = 0;
-  long active = begin;
-  int status = 0;
-  while (fds[0].fd >= 0 || fds[1].fd >= 0 || ended == 0) {
-    poll(fds, 2, 10);
-    for (int i = 0; i < 2; i++) {
-      if (fds[i].fd >= 0 && fds[i].revents != 0) {
-        active = now_ms();
-        if (!read_some(fds[i].fd, texts[i])) {
-          fds[i].fd = -1;
-        }
-      }
-    }
-    const long now = now_ms();
-    if (ended == 0 && waitpid(pid, &status, WNOHANG) == pid) {
-      ended = now;
-      active = now;
-    }
-    if (ended == 0 && now - begin > LIMIT_MS) {
-      result->stopped = true;
-      kill(-pid, SIGKILL);
-    }
-    if (ended != 0 && now - active > LEFT_MS) {
-      result->held = fds[0].fd >= 0 || fds[1].fd >= 0;
+  char target[64] = "";
+  const std::string path = "/proc/" + std::string(number) + "/fd/1";
+  const ssize_t length = readlink(path.c_str(), target, sizeof target - 1);
+  return length > 0 && strncmp(target, "pipe:", strlen("pipe:")) == 0;
+}
+
+// Whether something that the script has left behind keeps its output open.
+static bool is_held(pid_t group)
+{
+  DIR *processes = opendir("/proc");
+  bool held = false;
+  while (processes != nullptr && !held) {
+    const dirent *entry = readdir(processes);
+    if (entry == nullptr) {
       break;
     }
+    held = isdigit(static_cast<unsigned char>(entry->d_name[0])) != 0 &&
+           group_of(entry->d_name) == group && holds_pipe(entry->d_name);
   }
-  result->ms = ended - begin;
-  result->status =
-      WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  if (processes != nullptr) {
+    closedir(processes);
+  }
+  return held;
+}
+
+static std::string read_all(FILE *stream)
+{
+  std::string text;
+  char buf[4096];
+  size_t got;
+  while ((got = fread(buf, 1, sizeof buf, stream)) > 0) {
+    text.append(buf, got);
+  }
+  return text;
+}
+
+[[noreturn]] static void run_child(const std::string &command,
+                                   const std::string &dir, int result)
+{
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  set_environment();
+  orv_fatal_no_exit = 1;
+  orv_script_signals();
+  report said = {127, false, false, 0};
+  std::string output;
+  pid_t pid = 0;
+  if (chdir(dir.c_str()) == 0) {
+    set_limits();
+    FILE *stream = orv_script_exchange(command.c_str(), nullptr, 0, &pid);
+    if (stream != nullptr) {
+      output = read_all(stream);
+      said.too_long = ferror(stream) != 0;
+      said.held = is_held(pid);
+      fclose(stream);
+      kill(-pid, SIGTERM); // what it has left behind
+      const int status = orv_script_wait(pid);
+      said.status = status < 0 ? 128 - status : status;
+    }
+  }
+  said.length = output.size();
+  const bool whole = write(result, &said, sizeof said) == sizeof said &&
+                     write(result, output.data(), output.size()) ==
+                         static_cast<ssize_t>(output.size());
+  _exit(whole ? 0 : 1);
+}
+
+// --- this process ------------------------------------------------------------
+
+// Waits until `deadline`; whether the process has ended.
+static bool wait_until(pid_t pid, long deadline)
+{
+  while (waitpid(pid, nullptr, WNOHANG) == 0) {
+    if (now_ms() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+static void end_process(pid_t pid)
+{
+  kill(pid, SIGTERM);
+  if (!wait_until(pid, now_ms() + GRACE_MS)) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
+}
+
+static void take_report(int file, outcome *result)
+{
+  report said;
+  if (pread(file, &said, sizeof said, 0) != sizeof said) {
+    return; // it was ended before it could say anything
+  }
+  result->status = said.status;
+  result->held = said.held;
+  result->too_long = said.too_long;
+  if (said.too_long) {
+    return; // what is there of it is no page
+  }
+  result->output.resize(said.length);
+  if (pread(file, result->output.data(), said.length, sizeof said) !=
+      static_cast<ssize_t>(said.length)) {
+    result->output.clear();
+  }
+}
+
+static std::string take_errors(const std::string &dir)
+{
+  std::ifstream stream(dir + STDERR, std::ios::binary);
+  std::stringstream text;
+  text << stream.rdbuf();
+  unlink((dir + STDERR).c_str());
+  return text.str();
+}
+
+static std::string in_single_quotes(const std::string &text)
+{
+  std::string quoted = "'";
+  for (const char c : text) {
+    quoted += c == '\'' ? "'\\''" : std::string(1, c);
+  }
+  return quoted + "'";
+}
+
+// Makes the script that parts standard error from the output.
+static void make_apart(const std::string &dir)
+{
+  const std::string path = dir + APART;
+  if (access(path.c_str(), X_OK) != 0) {
+    std::ofstream(path) << "#!/bin/bash\nexec /bin/bash -c \"$1\" 2>'" << dir
+                        << STDERR << "'\n";
+    chmod(path.c_str(), 0700);
+  }
 }
 
 outcome run(const std::string &line, const std::string &dir)
 {
   outcome result;
-  int out[2];
-  int err[2];
-  if (pipe2(out, O_CLOEXEC) != 0) {
-    return result;
-  }
-  if (pipe2(err, O_CLOEXEC) != 0) {
-    close(out[0]);
-    close(out[1]);
-    return result;
-  }
-  const pid_t pid = fork();
+  make_apart(dir);
+  const int file = memfd_create("output", MFD_CLOEXEC);
+  const long begin = now_ms();
+  const pid_t pid = file >= 0 ? fork() : -1;
   if (pid == 0) {
-    run_child(line, dir, out, err);
+    run_child(dir + APART + " " + in_single_quotes(line), dir, file);
   }
-  close(out[1]);
-  close(err[1]);
   if (pid > 0) {
-    setpgid(pid, pid);
-    listen(pid, out[0], err[0], &result);
-    kill(-pid, SIGKILL); // what it has left behind
+    result.stopped = !wait_until(pid, begin + LIMIT_MS);
+    if (result.stopped) {
+      end_process(pid);
+    }
+    take_report(file, &result);
+    result.ms = now_ms() - begin;
+    result.errors = take_errors(dir);
   }
-  close(out[0]);
-  close(err[0]);
+  if (file >= 0) {
+    close(file);
+  }
   return result;
 }
 
-// The script line as the executable runs it, "" when a value in it cannot be
-// quoted; that is told by a rule of its own.
 std::string command_of(const script_line &line, const form &f,
                        const std::string &subitem, const std::string &dir)
 {

@@ -145,30 +145,26 @@ static std::string stub(const device &dev)
 
 // A folder with the stub wherever a script looks for the library, "" when
 // there is no place for it.
-static std::string make_stubs(const device &dev)
+static own_folder make_stubs(const device &dev)
 {
   namespace fs = std::filesystem;
   std::error_code error;
-  std::string dir =
-      (fs::temp_directory_path(error) / "orv-lint.XXXXXX").string();
-  if (error || mkdtemp(dir.data()) == nullptr) {
-    return "";
-  }
+  const own_folder folder = make_own_folder();
   for (const auto &entry : dev.scripts) {
     for (const std::string &source : entry.second.sources) {
-      if (is_library(source)) {
-        const fs::path path = fs::path(dir) / source;
+      if (is_library(source) && !folder.path.empty()) {
+        const fs::path path = fs::path(folder.path) / source;
         fs::create_directories(path.parent_path(), error);
         std::ofstream(path) << stub(dev);
       }
     }
   }
-  return dir;
+  return folder;
 }
 
 other_tools begin_tools(const device &dev, bool shellcheck)
 {
-  other_tools tools = {-1, -1, -1, -1, ""};
+  other_tools tools = {-1, -1, -1, -1, {"", -1, -1}};
   if (dev.scripts.empty()) {
     return tools;
   }
@@ -180,7 +176,7 @@ other_tools begin_tools(const device &dev, bool shellcheck)
   // SC2016: what single quotes hold back is mostly meant for another program.
   std::vector<std::string> arguments = {
       "shellcheck", "-f",     "gcc", "-s", "bash",
-      "-e",         "SC2016", "-x",  "-P", tools.stubs + ":SCRIPTDIR"};
+      "-e",         "SC2016", "-x",  "-P", tools.stubs.path + ":SCRIPTDIR"};
   for (const auto &entry : dev.scripts) {
     arguments.push_back(entry.second.file->path);
   }
@@ -229,8 +225,5 @@ void end_tools(const device &dev, other_tools *tools, findings *found)
       take_shellcheck_line(dev, line, told, found);
     }
   }
-  if (!tools->stubs.empty()) {
-    std::error_code error;
-    std::filesystem::remove_all(tools->stubs, error);
-  }
+  drop_own_folder(&tools->stubs);
 }
