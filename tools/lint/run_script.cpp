@@ -16,7 +16,6 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -33,9 +32,9 @@
 static constexpr long LIMIT_MS = 10000; // a script that goes on is ended
 static constexpr long GRACE_MS = 2000;  // what it has to end in then
 
-// What a script may use: far more than any form needs.
-static constexpr rlim_t MEMORY_MAX = 1UL << 30;
-static constexpr rlim_t FILE_MAX = ORV_SCRIPT_OUTPUT_MAX;
+// What a script may use, in KiB: far more than any form needs.
+static constexpr unsigned long MEMORY_MAX = 1UL << 20;
+static constexpr unsigned long FILE_MAX = ORV_SCRIPT_OUTPUT_MAX >> 10;
 
 static constexpr char APART[] = "/.apart";
 static constexpr char STDERR[] = "/.stderr";
@@ -57,14 +56,6 @@ static long now_ms()
 }
 
 // --- the process that runs the script ----------------------------------------
-
-static void set_limits(void)
-{
-  const rlimit memory = {MEMORY_MAX, MEMORY_MAX};
-  const rlimit file = {FILE_MAX, FILE_MAX};
-  setrlimit(RLIMIT_AS, &memory);
-  setrlimit(RLIMIT_FSIZE, &file);
-}
 
 // The settings are those of the copy, whatever the caller works on.
 static void set_environment(void)
@@ -142,7 +133,6 @@ static std::string read_all(FILE *stream)
   std::string output;
   pid_t pid = 0;
   if (chdir(dir.c_str()) == 0) {
-    set_limits();
     FILE *stream = orv_script_exchange(command.c_str(), nullptr, 0, &pid);
     if (stream != nullptr) {
       output = read_all(stream);
@@ -221,12 +211,13 @@ static std::string in_single_quotes(const std::string &text)
   return quoted + "'";
 }
 
-// Makes the script that parts standard error from the output.
+// Makes the script that sets bounds and parts standard error from the output.
 static void make_apart(const std::string &dir)
 {
   const std::string path = dir + APART;
   if (access(path.c_str(), X_OK) != 0) {
-    std::ofstream(path) << "#!/bin/bash\nexec /bin/bash -c \"$1\" 2>'" << dir
+    std::ofstream(path) << "#!/bin/bash\nulimit -v " << MEMORY_MAX << " -f "
+                        << FILE_MAX << "\nexec /bin/bash -c \"$1\" 2>'" << dir
                         << STDERR << "'\n";
     chmod(path.c_str(), 0700);
   }
