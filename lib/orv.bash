@@ -82,7 +82,7 @@ orv_stamp() {
 }
 for REPLY in table:orv_{rows,pack} store:orv_{read,error,msg,end,fatal,secret} \
   store:orv_{lock,unlock,store,reset,changes,log_changes,one_of,number} \
-  store:orv_{background,after_page,guard,guard_boot,show_secrets,show_hash} \
+  store:orv_{act,background,after_page,guard,guard_boot,show_secrets,show_hash} \
   store:orv_take_hash store:orv__{find,reload,cut,judge_stamp}; do # each reads its file
   eval "${REPLY#*:}() { . \"\${BASH_SOURCE[0]%/*}/orv_${REPLY%:*}.bash\" && ${REPLY#*:} \"\$@\"; }"
 done

@@ -7,6 +7,7 @@
 # Lists of orv.bash, which are no arrays by number.
 # shellcheck disable=SC2004,SC2034,SC2153,SC2154
 export ORV_TEMPLATES=${ORV_TEMPLATES:-${BASH_SOURCE[0]%/*}/../templates}
+export ORV_ACTIONS=${ORV_ACTIONS:-${BASH_SOURCE[0]%/*}/../actions}
 orv__program=${ORV_STORE:-${BASH_SOURCE[0]%/*}/orv-store} # or where PATH says
 [[ $ORV_STORE || -x $orv__program ]] || orv__program='orv-store'
 orv_lines=() orv__input=() orv__taken=0 orv__lock='' orv__told=0
@@ -324,6 +325,17 @@ orv__log() {
   local IFS=$'\n'
   "$orv__program" log <<<"${orv_lines[*]}"
 } 2>/dev/null
+
+# orv_act NAME [SECONDS]: asks for what needs more rights than scripts have: the
+# device's program actions/NAME, which its service larkspur-acts runs.  With
+# SECONDS, waits for its end, and what it printed is in orv_acted.  A fault is the
+# page's message.
+orv_act() {
+  orv_acted=()
+  orv__ask act "$1" ${2:+--wait "$2"} </dev/null || return
+  orv_acted=("${orv__answer[@]:1}")
+  orv_acted=("${orv_acted[@]#line }")
+}
 
 # --- while and after the page goes out ----------------------------------------
 

@@ -26,5 +26,6 @@ if [[ -z ${orv[ssh_port]} ]]; then
 fi
 orv_end
 if [[ $1 == --write ]]; then
-  orv_store services "${NAMES[@]}" && saved 'Services changed'
+  orv_store services "${NAMES[@]}" && saved 'Services changed' &&
+    orv_act services
 fi

@@ -500,6 +500,13 @@ void transaction_drop(store_stage *stage)
   stage_drop(stage);
 }
 
+int stage_open_outcome(void)
+{
+  char path[sizeof joined + sizeof OUTCOME_FILE];
+  snprintf(path, sizeof path, "%s/%s", joined, OUTCOME_FILE);
+  return openat(store.fd, path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+}
+
 bool transaction_wait(int fd)
 {
   char word[16] = "";

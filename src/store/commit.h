@@ -89,6 +89,10 @@ void transaction_drop(store_stage *stage);
 // The number of saves that have taken part so far; -1 when one has failed.
 long transaction_saves(const store_stage *stage);
 
+// Opens the outcome of the transaction at hand, for transaction_wait; -1 with
+// errno.
+int stage_open_outcome(void);
+
 // Waits until the transaction is over, through `fd`, opened on its outcome
 // while it lasted: whether it was committed.
 bool transaction_wait(int fd);

@@ -13,6 +13,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "act.h"
 #include "commit.h"
 #include "fault.h"
 #include "folder.h"
@@ -31,7 +32,8 @@
 constexpr int USAGE_STATUS = 2;
 constexpr size_t HOLDER_SIZE = 100;
 constexpr size_t ACT_SIZE = 41; // of an action's name
-constexpr int READ_TRIES = 10;  // of settings that change meanwhile
+constexpr unsigned long ACT_SECONDS_MAX = 600; // longer waits no page
+constexpr int READ_TRIES = 10;                 // of settings that change meanwhile
 
 static const char USAGE[] =
     "Usage: orv-store COMMAND\n"
@@ -49,6 +51,8 @@ static const char USAGE[] =
     "  history                the last saves, as they are kept\n"
     "  reset [FILE...]        settings as shipped, of all files or of these\n"
     "  wait FD                wait for the end of a transaction\n"
+    "  act NAME [--wait SECONDS]\n"
+    "                         ask for an action, and wait for what it prints\n"
     "  log                    lines of standard input to the system log\n"
     "\n"
     "Exit status: 0 done, 1 not (standard output says why), 2 usage error.\n"
@@ -359,6 +363,27 @@ static bool wait_transaction(char **words)
   return transaction_wait(static_cast<int>(strtol(words[0], nullptr, 10)));
 }
 
+// Who asks within a transaction needs its folder, and nobody else any.
+static bool ask_action(char **words)
+{
+  if (getenv("ORV_TRANSACTION") != nullptr && !open_and_join(false)) {
+    return false;
+  }
+  if (words[1] == nullptr) {
+    return act_ask(words[0]) && fputs("ok\n", stdout) >= 0;
+  }
+  char *end;
+  const unsigned long seconds =
+      words[2] != nullptr ? strtoul(words[2], &end, 10) : 0;
+  if (strcmp(words[1], "--wait") != 0 || seconds == 0 ||
+      seconds > ACT_SECONDS_MAX || *end != '\0') {
+    return store_fault("An action is waited for with --wait and 1 to %lu "
+                       "seconds",
+                       ACT_SECONDS_MAX);
+  }
+  return act_run(words[0], static_cast<unsigned>(seconds), stdout);
+}
+
 static bool log_lines(char **)
 {
   char *line = nullptr;
@@ -399,6 +424,7 @@ static const command commands[] = {
   {"reset",   reset,            0, 64},
   {"history", print_history,    0, 0},
   {"wait",    wait_transaction, 1, 1},
+  {"act",     ask_action,       1, 3},
   {"log",     log_lines,        0, 0},
 };
 // clang-format on

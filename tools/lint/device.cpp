@@ -25,7 +25,7 @@ static const std::set<std::string> library_functions = {
     "orv_stamp",   "orv_one_of",      "orv_tick",       "orv_rows",
     "orv_pack",    "orv_secret",      "orv_lock",       "orv_store",
     "orv_changes", "orv_log_changes", "orv_background", "orv_after_page",
-    "orv_guard",   "orv_guard_boot"};
+    "orv_guard",   "orv_guard_boot",  "orv_act"};
 
 // --- reading -----------------------------------------------------------------
 

@@ -19,7 +19,7 @@ import urllib.parse
 from .page import Page
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PARTS = ("templates", "scripts", "defaults", "system_type")
+PARTS = ("templates", "scripts", "defaults", "actions", "system_type")
 URL = "/cgi-bin/orv"
 HOST = "device.local"
 SECONDS = 60  # that one page may take
@@ -126,8 +126,12 @@ class Device:
                 shutil.copy(source, self.root / part)
             elif source and source.is_dir():
                 shutil.copytree(source, self.root / part)
-        for part in PARTS[:2] + ("state",):
+        for part in PARTS[:2] + ("state", "acts"):
             (self.root / part).mkdir(exist_ok=True)
+        # Actions are asked for, and none is run.
+        os.mkfifo(self.root / "acts/ask")
+        self.asked = open(self.root / "acts/ask", "r+b", buffering=0)
+        os.set_blocking(self.asked.fileno(), False)
 
     def reset(self):
         """The settings as the device was shipped: nothing was ever stored."""
@@ -139,8 +143,9 @@ class Device:
         body), for a post."""
         for noted in (self.root / ".sent").iterdir():
             noted.unlink()
+        self.asked.read(65536)
         env = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "ORV_POLICY": "strict",
-               "BASH_ENV": "../.note", "SCRIPT_NAME": URL, "HTTP_HOST": HOST,
+               "BASH_ENV": "../.note", "ORV_ACTS": "../acts", "SCRIPT_NAME": URL, "HTTP_HOST": HOST,
                "REQUEST_METHOD": "GET", "QUERY_STRING": query,
                "REMOTE_ADDR": "127.0.0.1", "UBSAN_OPTIONS": f"exitcode={REPORT}",
                "ASAN_OPTIONS": f"exitcode={REPORT}",

@@ -23,4 +23,5 @@ heading2 Actions
 fmenu
 choice guard A change that goes back
 choice service A service to restart
+choice hostname An action of root's
 choice reboot A restart

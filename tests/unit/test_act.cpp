@@ -1,0 +1,115 @@
+// What a script asks for within a transaction waits for that.
+
+#include "fixture.h"
+
+#include <fcntl.h>
+#include <poll.h>
+
+#include "act.h"
+#include "commit.h"
+#include "fault.h"
+#include "folder.h"
+
+namespace
+{
+
+constexpr int PATIENCE = 60'000; // milliseconds, of a slow machine
+
+// What was asked for within `milliseconds`.
+string asked(int fifo, int milliseconds)
+{
+  char line[64] = "";
+  pollfd ready = {fifo, POLLIN, 0};
+  if (poll(&ready, 1, milliseconds) > 0) {
+    static_cast<void>(read(fifo, line, sizeof line - 1) > 0);
+  }
+  return line;
+}
+
+// A script that asks for the action in the transaction, and has ended.
+int script_status(const char *token)
+{
+  const pid_t script = fork();
+  if (script == 0) {
+    // A program of its own would not have the lock of who began it.
+    for (int fd = 3; fd < 64; fd++) {
+      if (fd != store.fd) {
+        close(fd);
+      }
+    }
+    setenv("ORV_TRANSACTION", token, 1);
+    stage_join();
+    _exit(stage_folder() != nullptr && act_ask("restart") ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(script, &status, 0);
+  return status;
+}
+
+} // namespace
+
+TEST(Act, is_asked_for_behind_the_commit_alone)
+{
+  std::filesystem::remove_all("act");
+  std::filesystem::create_directories("act/actions");
+  std::ofstream("act/actions/restart") << "#!/bin/sh\n";
+  for (const char *name : {"STATE", "ACTS", "ACTIONS"}) {
+    string folder = name;
+    std::transform(folder.begin(), folder.end(), folder.begin(), tolower);
+    setenv(("ORV_" + string(name)).c_str(), ("act/" + folder).c_str(), 1);
+  }
+  ASSERT_TRUE(store_open(true));
+  std::filesystem::create_directories("act/acts");
+  ASSERT_EQ(mkfifo("act/acts/ask", 0600), 0);
+  const int fifo = open("act/acts/ask", O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  store_stage stage;
+  char token[STORE_TOKEN_SIZE];
+
+  ASSERT_TRUE(transaction_begin(&stage, token));
+  EXPECT_EQ(script_status(token), 0);
+  EXPECT_EQ(asked(fifo, 200), "");
+  transaction_drop(&stage);
+
+  // The one that was dropped has nothing to say any more.
+  ASSERT_TRUE(transaction_begin(&stage, token));
+  EXPECT_EQ(script_status(token), 0);
+  EXPECT_EQ(asked(fifo, 0), "");
+  ASSERT_TRUE(transaction_commit(&stage));
+  EXPECT_EQ(asked(fifo, PATIENCE), "\nrestart\n");
+  EXPECT_EQ(asked(fifo, 200), "");
+
+  EXPECT_TRUE(act_ask("restart"));
+  EXPECT_EQ(asked(fifo, 0), "\nrestart\n");
+  close(fifo);
+}
+
+TEST(Act, has_a_name_and_is_there)
+{
+  std::filesystem::create_directories("known");
+  std::ofstream("known/restart-2_x") << "";
+  std::ofstream("known/UP") << "";
+  std::ofstream("known/" + string(41, 'a')) << "";
+  std::filesystem::remove_all("missing");
+  setenv("ORV_ACTS", "missing", 1);
+  setenv("ORV_ACTIONS", "known", 1);
+  const std::vector<std::pair<string, const char *>> rows = {
+      {"restart-2_x",
+       "Saved, but not in use: the service larkspur-acts does not run"},
+      {"none", "Saved, but not in use: this device has no action none"},
+      {"", " is no name of an action"},
+      {"UP", "UP is no name of an action"},
+      {"..", ".. is no name of an action"},
+      {"a/b", "a/b is no name of an action"},
+      {"a\nb", "a?b is no name of an action"},
+      {string(41, 'a'), nullptr},
+  };
+  for (const auto &row : rows) {
+    store_forget_fault();
+    EXPECT_FALSE(act_ask(row.first.c_str()));
+    const string fault = row.second != nullptr
+                             ? row.second
+                             : row.first + " is no name of an action";
+    EXPECT_EQ(store_fault_text(), fault);
+    EXPECT_EQ(act_exists(row.first.c_str()), row.first == "restart-2_x");
+  }
+}
