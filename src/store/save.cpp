@@ -278,15 +278,37 @@ static const char *value_before(const char *name, void *)
   return nullptr;
 }
 
+static bool is_of_table(const char *name)
+{
+  const size_t length = settings_column(name);
+  if (name[length] == '\0') {
+    return false;
+  }
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    if (item->column >= 0 && strlen(item->name) == length &&
+        strncmp(item->name, name, length) == 0) {
+      return true;
+    }
+  }
+  return find_word(&columns, name, length) != nullptr;
+}
+
+// What is not stored comes from the defaults as before, but for rows.
 static const char *value_after(const char *name, void *)
 {
+  const char *shipped = nullptr;
   for (const save_file *file = files; file < files + file_count; file++) {
     const char *value = settings_get(&file->after, name);
     if (value != nullptr) {
       return value;
     }
+    const setting *before = settings_find(&file->before, name);
+    if (before != nullptr && before->shipped && !is_of_table(name)) {
+      shipped = before->value;
+    }
   }
-  return nullptr;
+  return shipped;
 }
 
 static const char *label_of(const char *name, void *)

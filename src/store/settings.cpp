@@ -170,7 +170,7 @@ bool settings_parse(const char *name, char *text, settings *all)
 
 // --- putting together --------------------------------------------------------
 
-static const setting *find(const settings *all, const char *name)
+const setting *settings_find(const settings *all, const char *name)
 {
   size_t first = 0;
   size_t end = all->count;
@@ -191,7 +191,7 @@ static const setting *find(const settings *all, const char *name)
 
 const char *settings_get(const settings *all, const char *name)
 {
-  const setting *found = find(all, name);
+  const setting *found = settings_find(all, name);
   return found != nullptr ? found->value : nullptr;
 }
 
@@ -236,7 +236,7 @@ static bool add_defaults(settings *all, settings *defaults)
   }
   for (size_t i = 0; i < defaults->count; i++) {
     const setting *one = defaults->list + i;
-    if (find(all, one->name) == nullptr &&
+    if (settings_find(all, one->name) == nullptr &&
         !(all->stored && has_table_of(all, one->name))) {
       both.list[both.count] = {one->name, one->value, true};
       both.count++;

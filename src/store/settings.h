@@ -47,7 +47,9 @@ bool settings_parse(const char *name, char *text, settings *all);
 
 void settings_free(settings *all);
 
-// The value of that name, NULL when there is none.
+// The value of that name, NULL when there is none: alone, and with where it
+// comes from.
+const setting *settings_find(const settings *all, const char *name);
 const char *settings_get(const settings *all, const char *name);
 
 // Whether the value is a secret, by its name or by what the file says.
