@@ -2,29 +2,13 @@
 
 #include "tasks.h"
 
-#include <fnmatch.h>
-
 #include <algorithm>
 
 #include "flow.h"
+#include "known.h"
 #include "text.h"
 
-// Three answers to whether something is so.
-enum truth { NO, MAYBE, YES };
-
-static truth opposite(truth t)
-{
-  return t == MAYBE ? MAYBE : t == YES ? NO : YES;
-}
-
-static truth truth_of(bool b)
-{
-  return b ? YES : NO;
-}
-
 // --- arguments ---------------------------------------------------------------
-
-typedef std::map<std::string, std::string> known_values;
 
 known_values known_arguments(const form &f, script_task task)
 {
@@ -45,16 +29,6 @@ known_values known_arguments(const form &f, script_task task)
   return known;
 }
 
-// --- values ------------------------------------------------------------------
-
-// One call of a function, or the script itself.
-struct frame {
-  std::string function;
-  known_values known; // arguments and variables
-  std::map<const bash_command *, truth> results;
-  std::map<int, truth> states; // of branches
-};
-
 struct walk {
   const device &dev;
   std::set<std::string> names; // of the script and what it sources
@@ -62,156 +36,6 @@ struct walk {
   int depth;
   bool ended;
 };
-
-// The value of one expansion; false when it is not known.
-static bool value_of(const frame &at, const bash_expansion &expansion,
-                     std::string *value)
-{
-  const auto known = at.known.find(expansion.name);
-  if (known == at.known.end() || expansion.indirect || expansion.length ||
-      !expansion.subscript.empty()) {
-    return false;
-  }
-  *value = known->second;
-  const std::string &rest = expansion.rest;
-  if (rest.empty() || rest[0] == '-' || starts_with(rest, ":-")) {
-    return true;
-  }
-  const std::string start = rest.substr(rest.find_first_not_of('#'));
-  if (rest[0] != '#' || start.find_first_of("*?[$") != std::string::npos) {
-    return false;
-  }
-  value->erase(0, starts_with(*value, start) ? start.size() : 0);
-  return true;
-}
-
-// The value of a word; false when it is not known.
-static bool value_of(const frame &at, const bash_word &word, std::string *value)
-{
-  *value = word.plain;
-  for (const bash_expansion &expansion : word.expansions) {
-    std::string part;
-    if (!value_of(at, expansion, &part)) {
-      return false;
-    }
-    const std::string bare = "$" + expansion.name;
-    const std::string braced = "${" + expansion.name + expansion.rest + "}";
-    const size_t place = std::min(value->find(braced), value->find(bare));
-    if (place == std::string::npos) {
-      return false;
-    }
-    value->replace(
-        place, (*value)[place + 1] == '{' ? braced.size() : bare.size(), part);
-  }
-  return value->find("$(") == std::string::npos &&
-         value->find('`') == std::string::npos;
-}
-
-// --- tests -------------------------------------------------------------------
-
-static std::string without_quotes(const std::string &text)
-{
-  std::string plain;
-  for (size_t i = 0; i < text.size(); i++) {
-    if (text[i] == '\\' && i + 1 < text.size()) {
-      i++;
-      plain += text[i];
-    } else if (text[i] != '"' && text[i] != '\'') {
-      plain += text[i];
-    }
-  }
-  return plain;
-}
-
-bool matches_pattern(const std::string &pattern, const std::string &value)
-{
-  std::string part;
-  for (const char c : pattern + "|") {
-    if (c != '|') {
-      part += c;
-      continue;
-    }
-    part.erase(0, part.find_first_not_of(" \t\n"));
-    part.erase(part.find_last_not_of(" \t\n") + 1);
-    if (fnmatch(without_quotes(part).c_str(), value.c_str(), 0) == 0) {
-      return true;
-    }
-    part.clear();
-  }
-  return false;
-}
-
-typedef std::vector<const bash_word *> test_words;
-
-// One comparison, or what asks whether a value is empty.
-static truth eval_primary(const frame &at, test_words words)
-{
-  bool turned = false;
-  while (!words.empty() && words[0]->text == "!") {
-    turned = !turned;
-    words.erase(words.begin());
-  }
-  truth result = MAYBE;
-  std::string left;
-  std::string right;
-  if (words.size() == 3 && value_of(at, *words[0], &left) &&
-      value_of(at, *words[2], &right)) {
-    const std::string &op = words[1]->text;
-    const bool same = matches_pattern(right, left);
-    result = op == "==" || op == "=" ? truth_of(same)
-             : op == "!="            ? truth_of(!same)
-                                     : MAYBE;
-  } else if (words.size() == 2 && value_of(at, *words[1], &left)) {
-    const std::string &op = words[0]->text;
-    result = op == "-n"   ? truth_of(!left.empty())
-             : op == "-z" ? truth_of(left.empty())
-                          : MAYBE;
-  }
-  return turned ? opposite(result) : result;
-}
-
-// && binds closer than ||.
-static truth eval_test(const frame &at, const bash_command &command)
-{
-  const size_t skip = command.kind == BASH_TEST ? 0 : 1;
-  const size_t end = command.words.size() -
-                     (skip != 0 && command.words.back().text == "]" ? 1 : 0);
-  truth any = NO;
-  truth all = YES;
-  test_words words;
-  for (size_t i = skip; i <= end; i++) {
-    const std::string text = i < end ? command.words[i].text : "||";
-    if (text.find_first_of("()") == 0) {
-      return MAYBE;
-    }
-    if (text != "&&" && text != "||") {
-      words.push_back(&command.words[i]);
-      continue;
-    }
-    all = std::min(all, eval_primary(at, words));
-    words.clear();
-    if (text == "||") {
-      any = std::max(any, all);
-      all = YES;
-    }
-  }
-  return any;
-}
-
-static truth result_of(const frame &at, const bash_command &command)
-{
-  const std::string &name = first_word(command);
-  truth result = MAYBE;
-  if (command.kind == BASH_TEST || name == "[" || name == "test") {
-    result = eval_test(at, command);
-  } else if (name == "true" || name == ":" ||
-             (command.words.empty() && command.kind == BASH_SIMPLE)) {
-    result = YES;
-  } else if (name == "false") {
-    result = NO;
-  }
-  return command.negated ? opposite(result) : result;
-}
 
 // --- branches ----------------------------------------------------------------
 
