@@ -1,4 +1,4 @@
-# shellcheck shell=bash disable=SC2034,SC2053,SC2015
+# shellcheck shell=bash disable=SC2034,SC2053,SC2015,SC1090
 # What a form's script needs for a page that is shown: larkspur-script(7).  It
 # starts nothing; orv_table.bash and orv_store.bash are read when they are used.
 # Nothing that a file or a request holds is ever run: names are judged before
@@ -57,11 +57,10 @@ orv_put() {
 orv_show() { # NAME...: reports values at hand, plain ones as one piece
   local name report=''
   for name; do
-    if ((${#orv[$name]} < 190)) && [[ ${orv[$name]} != *[[:cntrl:]]* ]]; then
-      report+="$name=\"${orv[$name]}\""$'\n'
-    else
-      orv_put "$name" "${orv[$name]}"
-    fi
+    case ${#orv[$name]}:${orv[$name]} in
+      [0-9][0-9][0-9]* | *[[:cntrl:]]*) orv_put "$name" "${orv[$name]}" ;;
+      *) report+="$name=\"${orv[$name]}\""$'\n' ;;
+    esac
   done
   printf %s "$report"
 }
@@ -80,9 +79,10 @@ orv_stamp() {
   done
   orv_put orv_stamp "$newest $orv__token"
 }
-for REPLY in table:orv_{rows,pack} store:orv_{read,error,msg,end,fatal,secret} \
-  store:orv_{lock,unlock,store,reset,changes,log_changes,one_of,number} \
-  store:orv_{act,background,after_page,guard,guard_boot,show_secrets,show_hash} \
-  store:orv_take_hash store:orv__{find,reload,cut,judge_stamp}; do # each reads its file
-  eval "${REPLY#*:}() { . \"\${BASH_SOURCE[0]%/*}/orv_${REPLY%:*}.bash\" && ${REPLY#*:} \"\$@\"; }"
-done
+orv_rows() { orv__more table "$@"; } && orv_pack() { orv__more table "$@"; }
+orv__more() { . "${BASH_SOURCE%/*}/orv_$1.bash" && "${FUNCNAME[1]}" "${@:2}"; }
+printf -v REPLY 'orv_%s() { orv__more store "$@"; }\n' {,un}lock read store end \
+  error msg fatal secret number one_of reset {,log_}changes {show,take}_hash \
+  show_secrets act background after_page guard{,_boot} \
+  _{find,reload,cut,judge_stamp}
+eval "$REPLY" # of these names alone; each reads its file when it is called

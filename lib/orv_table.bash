@@ -1,18 +1,19 @@
 # shellcheck shell=bash
 # The rows of a table.  `rows` are the numbers of those at hand, `cells` the
 # names of their values.
-# shellcheck disable=SC2004  # `orv` is no array by number
+# shellcheck disable=SC2004,SC2053  # `orv` is no array by number; a pattern
 rows=() cells=()
 
 # orv_rows COLUMN...: in `rows`, the numbers of the rows that hold something in
 # one of these columns.  Name the columns of text: a list always has a value, and
 # a box that was drawn once keeps "False".
 orv_rows() {
-  local key row used=() IFS=' '
+  local key used=() IFS='|'
+  local column="@($*)"
+  IFS=' '
   for key in "${!orv[@]}"; do
-    row=${key##*[!0-9]}
-    [[ ${orv[$key]} && $row && ${#row} -le 2 &&
-      " $* " == *" ${key%"$row"} "* ]] && used[10#$row]=1
+    [[ $key == $column@([0-9]|[0-9][0-9]) && ${orv[$key]} ]] &&
+      used[10#${key##*[!0-9]}]=1
   done
   rows=("${!used[@]}")
   for key in ${orv__beyond:+"$@"}; do
@@ -25,11 +26,11 @@ orv_rows() {
 orv_pack() {
   local i name values=()
   cells=()
-  for i in "${!rows[@]}"; do
-    cells+=("${@/%/$i}")
-    for name; do values+=("${orv[$name${rows[i]}]}"); done
-  done
+  for i in "${!rows[@]}"; do cells+=("${@/%/$i}"); done
   [[ ${rows[*]} != "${!rows[*]}" ]] || return 0
+  for i in "${rows[@]}"; do
+    for name; do values+=("${orv[$name$i]}"); done
+  done
   for i in "${rows[@]}"; do
     for name; do unset "orv[$name$i]"; done
   done
