@@ -1,4 +1,4 @@
-#!/bin/bash
+#!/bin/sh
 # The navigation bar of the form $1: the forms of its group.  The page puts
 # "Configuration" in front, which leads to all of them; five more have room.
 # This runs for every page, so it reads nothing and starts nothing.

@@ -1,3 +1,3 @@
-#!/bin/bash
+#!/bin/sh
 printf '%s\n' 'network Network' 'ports Ports' 'services Services' \
   'status Status'

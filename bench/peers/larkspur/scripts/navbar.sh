@@ -1,3 +1,3 @@
-#!/bin/bash
+#!/bin/sh
 printf '%s\n' 'gateway Gateway' 'status Status' 'users Users' 'log Log' \
   'system System'
