@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "flow.h"
-#include "rules.h"
+#include "sinks.h"
 #include "text.h"
 
 // --- secrets -----------------------------------------------------------------
@@ -193,17 +193,13 @@ static void check_pattern(const context &c, const script &s,
   }
 }
 
-void check_leaks(const device &dev, findings *found)
+void check_leaks(const context &c, const script &s, findings *found)
 {
-  for (const auto &entry : dev.scripts) {
-    const context c = follow_values(dev, entry.first);
-    const script &s = entry.second;
-    for (const bash_command &command : s.code.commands) {
-      check_arguments(c, s, command, found);
-      check_shared(s, command, found);
-      check_modes(s, command, found);
-      check_message(c, s, command, found);
-      check_pattern(c, s, command, found);
-    }
+  for (const bash_command &command : s.code.commands) {
+    check_arguments(c, s, command, found);
+    check_shared(s, command, found);
+    check_modes(s, command, found);
+    check_message(c, s, command, found);
+    check_pattern(c, s, command, found);
   }
 }

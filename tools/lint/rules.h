@@ -57,7 +57,6 @@ device_check check_compared;
 device_check check_defaults;
 device_check check_markup;
 device_check check_agreement;
-device_check check_leaks;
 
 // Runs the read and navigation scripts in a copy of the folder.
 device_check run_scripts;

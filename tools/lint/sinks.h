@@ -22,5 +22,7 @@ std::string shown(const bash_expansion &expansion);
 void check_evaluated(const sink &at);
 // The same of ${!name}.
 void check_indirect(const sink &at, const bash_word &word);
+// What the script lets others see or change.
+void check_leaks(const context &c, const script &s, findings *found);
 
 #endif
