@@ -30,8 +30,8 @@ orv__load() {
   [[ ${#1} -le 99 && $1 == [A-Za-z0-9]* && $1 != *[!A-Za-z0-9_.-]* ]] || return
   [[ ! -f $file || ! -r $file ]] || mapfile -t lines <"$file"
   if [[ $ORV_TRANSACTION || -L $file || -e $ORV_STATE/.commit || -e $file &&
-    ${lines[0]} != '#orv 2 '+([0-9])' '* || -e $ORV_STATE && ! -x $ORV_STATE ]]
-  then
+    ${lines[0]} != '#orv 2 '+([0-9])' '* || ! -x $ORV_STATE ||
+    -e $ORV_DEFAULTS/$1 && ! -r $ORV_DEFAULTS/$1 ]]; then
     orv__find "$1" || return
   elif [[ -e $file ]]; then
     stamp=${lines[0]:7} cut=${lines[1]:7} # a stored table is whole:

@@ -32,8 +32,12 @@ orv__ask() {
 # orv__find FILE: for orv__load, whose `lines`, `stamp` and `cut` it sets: the
 # stored file while a save goes on, of an older library, or one that is at fault.
 orv__find() {
-  local folder file found=''
-  [[ ! -e $ORV_STATE || -x $ORV_STATE ]] || orv__unreadable "$ORV_STATE" || return
+  local folder file found='' above=$ORV_STATE
+  # A folder that may not be looked into is not one that is not there.
+  until [[ -e $above || $above != */* ]]; do above=${above%/*}; done
+  [[ -x ${above:-/} ]] || orv__unreadable "$ORV_STATE" || return
+  file=$ORV_DEFAULTS/$1
+  [[ ! -e $file || -r $file ]] || orv__unreadable "$file" || return
   # A transaction's files count for who takes part, and no request does; what a
   # save has committed is in .commit until it is moved to its place.
   for folder in ".stage.$ORV_TRANSACTION" .commit .; do

@@ -162,12 +162,17 @@ static bool make_folder()
   return true;
 }
 
-bool store_open(bool create)
+void store_find(void)
 {
   store.path = place("ORV_STATE", ORV_DATA_DIR "/state");
   store.defaults = place("ORV_DEFAULTS", ORV_DATA_DIR "/defaults");
   store.templates = place("ORV_TEMPLATES", ORV_DATA_DIR "/templates");
+}
+
+bool store_open(bool create)
+{
   struct stat folder;
+  store_find();
   if (stat(store.path, &folder) != 0) {
     if (errno != ENOENT) {
       return store_fault_errno("The settings cannot be reached");

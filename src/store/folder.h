@@ -24,7 +24,10 @@ struct store_folder {
 
 extern store_folder store; // the one in use; made by store_open
 
-// Takes the places from the environment and opens the folder.  Started as root,
+// Takes the places from the environment.
+void store_find(void);
+
+// The same, and opens the folder.  Started as root,
 // the process first becomes the folder's owner, and the folder must be one that
 // root alone can replace.  With `create`, a missing folder is made.  False with
 // a fault.

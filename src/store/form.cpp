@@ -5,14 +5,18 @@
 
 #include "form.h"
 
+#include <errno.h>
 #include <search.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <unistd.h>
 
+#include "fault.h"
 #include "folder.h"
 #include "orv.h"
+#include "orv_error.h"
 #include "orv_guard.h"
 #include "settings.h"
 
@@ -38,15 +42,45 @@ static int compare_stems(const void *a, const void *b)
              : (left->length < right->length ? -1 : 1);
 }
 
-static void add_name(const char *name)
+static bool add_name(const char *name)
 {
-  stem *entry = name != nullptr
-                    ? static_cast<stem *>(must_malloc(sizeof *entry))
-                    : nullptr;
-  if (entry != nullptr) {
-    *entry = {name, settings_column(name)};
-    tsearch(entry, &names, compare_stems);
+  if (name == nullptr) {
+    return true;
   }
+  stem *entry = static_cast<stem *>(must_malloc(sizeof *entry));
+  if (entry == nullptr) {
+    return false;
+  }
+  *entry = {name, settings_column(name)};
+  return tsearch(entry, &names, compare_stems) != nullptr;
+}
+
+// The file of the template; owned by the caller, NULL with errno.
+static char *template_path(const char *form)
+{
+  const owned_text folder(realpath(store.templates, nullptr));
+  if (folder == nullptr) {
+    return nullptr;
+  }
+  const size_t size = strlen(folder.get()) + STORE_PATH_SIZE;
+  owned_text path(static_cast<char *>(must_malloc(size)));
+  if (path != nullptr) {
+    snprintf(path.get(), size, "%s/%s.tpl", folder.get(), form);
+  }
+  return path != nullptr && access(path.get(), F_OK) == 0 ? path.release()
+                                                          : nullptr;
+}
+
+static bool parse(char *path)
+{
+  orv_error_msg = nullptr;
+  header = orv_parse_header(path, nullptr);
+  items = header != nullptr ? orv_parse_body(header) : nullptr;
+  bool known = orv_error_msg == nullptr;
+  for (const pt_body_item *item = items; item != nullptr; item = item->next) {
+    known = known && add_name(item->name) && add_name(item->selector);
+  }
+  return known;
 }
 
 bool form_open(const char *form)
@@ -54,21 +88,13 @@ bool form_open(const char *form)
   if (items != nullptr || !store_is_name(form)) {
     return items != nullptr;
   }
-  const owned_text folder(realpath(store.templates, nullptr));
-  const size_t size =
-      (folder != nullptr ? strlen(folder.get()) : 0) + STORE_PATH_SIZE;
-  const owned_text path(static_cast<char *>(must_malloc(size)));
-  if (folder == nullptr || path == nullptr) {
-    return false;
+  const owned_text path(template_path(form));
+  if (path == nullptr ? errno == ENOENT : parse(path.get())) {
+    return items != nullptr;
   }
-  snprintf(path.get(), size, "%s/%s.tpl", folder.get(), form);
-  header = orv_parse_header(path.get(), nullptr);
-  items = header != nullptr ? orv_parse_body(header) : nullptr;
-  for (const pt_body_item *item = items; item != nullptr; item = item->next) {
-    add_name(item->name);
-    add_name(item->selector);
-  }
-  return items != nullptr;
+  return store_fault("The form %s cannot be read: %s", form,
+                     orv_error_msg != nullptr ? orv_error_msg
+                                              : strerror(errno));
 }
 
 pt_body_item *form_items(void)

@@ -15,6 +15,7 @@
 #include "fault.h"
 #include "form.h"
 #include "orv.h"
+#include "settings.h"
 
 // A request has 4 MiB at most, and each of its values some bytes around it.
 constexpr size_t INPUT_MAX = 8UL * 1024 * 1024;
@@ -22,6 +23,7 @@ constexpr size_t CHUNK = 64UL * 1024;
 // Fields that the page carries along though its template has none of their
 // names, such as those that a read script reports for itself.
 constexpr size_t OTHERS_MAX = 1000;
+constexpr size_t ROW_DIGITS = 2; // of a table that is stored, rows 0 to 99
 constexpr size_t NAME_MAX_LENGTH = 52; // longer ones are cut by every page
 constexpr size_t VALUE_MAX = 999;      // more is never stored
 
@@ -145,7 +147,9 @@ static bool is_of_form(const char *form)
   }
   size_t others = 0;
   for (size_t i = 0; i < count; i++) {
-    others += form_has(fields[i].name) ? 0 : 1;
+    const char *name = fields[i].name;
+    const bool is_beyond = strlen(name) - settings_column(name) > ROW_DIGITS;
+    others += form_has(name) && !is_beyond ? 0 : 1;
   }
   return others <= OTHERS_MAX || is_too_large();
 }

@@ -115,6 +115,7 @@ static bool take_input(char **words)
 {
   const pid_t script = take_pid(words[0]);
   store_text lines;
+  store_find(); // of the form; the folder is opened once the input is there
   FILE *out = intake_read(words[1]) ? store_open_text(&lines) : nullptr;
   if (out == nullptr) {
     return false;

@@ -508,7 +508,9 @@ bool save_order(char *order, const char *form, const char *subitem)
   if (!take_order(text) || !judge()) {
     return false;
   }
-  form_open(form);
+  if (!form_open(form) && store_fault_text() != nullptr) {
+    return false;
+  }
   // That no memory is left for telling it stops a save, too, before it begins.
   if (!find_changes() || !tell_changes()) {
     return store_fault("Out of memory");

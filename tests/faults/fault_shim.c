@@ -12,8 +12,8 @@
  * process goes free at exit, before it writes a page that is still in the
  * buffer: the search for leaks traces as well.
  *
- * The kind "kill" is no fault: the process dies before the n-th system call,
- * whichever it is.
+ * The kind "kill" is no fault: the process dies before the n-th system call that
+ * others can notice.  Between two of them it might as well die anywhere.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -126,6 +126,31 @@ static bool is_killer(const struct calls *row)
   return row->error == 0;
 }
 
+static bool is_noticed(const struct user_regs_struct *regs)
+{
+  switch (regs->orig_rax) {
+  case SYS_openat:
+    return (regs->rdx & O_CREAT) != 0;
+  case SYS_write:
+  case SYS_pwrite64:
+  case SYS_ftruncate:
+  case SYS_fsync:
+  case SYS_renameat:
+  case SYS_renameat2:
+  case SYS_mkdir:
+  case SYS_mkdirat:
+  case SYS_unlink:
+  case SYS_unlinkat:
+  case SYS_flock:
+  case SYS_clone:
+  case SYS_clone3:
+  case SYS_exit_group:
+    return true;
+  default:
+    return false;
+  }
+}
+
 /* Before a call: whether it is to fail.  It then becomes one that the kernel
  * does not know, but a close that fails has closed. */
 static bool start_fault(const struct calls *row, struct user_regs_struct *regs)
@@ -161,7 +186,7 @@ static void trace(const struct calls *row, pid_t pid)
     sig = 0;
     ptrace(PTRACE_GETREGS, pid, NULL, &regs);
     if (before && is_killer(row)) {
-      sig = is_hit() ? SIGKILL : 0;
+      sig = is_noticed(&regs) && is_hit() ? SIGKILL : 0;
     } else if (before) {
       failing = start_fault(row, &regs);
     } else if (failing) {

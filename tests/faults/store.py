@@ -1,5 +1,5 @@
-"""Kills orv-store at each of its system calls, and lets each call that can fail
-do so, once each, in everything that it does to the folder of the settings.
+"""Kills orv-store at each system call that others notice, and lets each call
+that can fail do so, once each, in all that it does to the folder of settings.
 
 Whatever happens, readers find all files as they were or all as they shall be,
 nothing is left over once somebody else has held the lock, and the answer says
@@ -87,7 +87,7 @@ def shipped(device):
         (device.folder / "defaults" / name).write_text(
             f"{name}=shipped\nnew{name}=1\nt{name}0=1\nt{name}1=2\n")
     device.folder.joinpath("form.tpl").write_text(
-        "title T\nbody\nfield a 20\nlabel A\ntable t 2\nfield ta\nlabel T\n")
+        "title T\nbody\nfield a 20\nlabel A\ntable t 1\nfield ta\nlabel T\n")
 
 
 def saved(device, *lines):

@@ -1,0 +1,369 @@
+"""The folder of the settings: what readers, savers and administrators see of it
+while others write, and what its files may look like.
+"""
+
+import contextlib
+import os
+import pathlib
+import random
+import re
+import shutil
+import subprocess
+import tempfile
+import threading
+
+import pytest
+
+LIBRARY = pathlib.Path(__file__).parents[2] / "lib"
+STORE, HASTY = os.environ["ORV_STORE"], os.environ["ORV_STORE_HASTY"]
+ORV = os.environ["ORV"]
+SECONDS = 60
+NOBODY = 65534
+
+
+class Device:
+    def __init__(self, folder):
+        self.folder = pathlib.Path(folder)
+        self.state, self.defaults = self.folder / "state", self.folder / "defaults"
+        for path in (self.state, self.defaults):
+            path.mkdir()
+        self.env = {"PATH": os.environ["PATH"], "ORV_STATE": str(self.state),
+                    "ORV_DEFAULTS": str(self.defaults), "ORV_STORE": STORE,
+                    "ORV_TEMPLATES": str(self.folder)}
+
+    def start(self, *words, **more):
+        return subprocess.Popen(
+            words, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+            stderr=subprocess.STDOUT, env=self.env | more.pop("env", {}), **more)
+
+    def run(self, *words, given="", **more):
+        with self.start(*words, **more) as process:
+            text, _ = process.communicate(given, timeout=SECONDS)
+            return process.returncode, text
+
+    def store(self, *words, **more):
+        return self.run(STORE, *words, **more)
+
+    def save(self, order, program=STORE, **more):
+        return self.run(program, "store", "-", "form", given=order, **more)
+
+    def script(self, text, **more):
+        text = f". {LIBRARY}/orv.bash; {text}"
+        return self.run("bash", "-c", text, "script", "--task", "form", **more)
+
+    def load(self, *files):
+        """What both readers find, who agree about it: values, or a fault."""
+        status, text = self.store("load", *files)
+        found = sorted(text.split("\n")[1:-1]) if status == 0 else "fault"
+        _, told = self.script(f"""orv_load {' '.join(files)}
+            for n in "${{!orv[@]}}"; do printf '%s\n' "$n=${{orv[$n]}}"; done""")
+        bash = "fault" if "error_fatal" in told else sorted(told.split("\n")[:-1])
+        assert bash == found, (text, told)
+        return found
+
+    def names(self):
+        return sorted(path.name for path in self.state.iterdir())
+
+
+@pytest.fixture
+def device(tmp_path):
+    return Device(tmp_path)
+
+
+@contextlib.contextmanager
+def locked(device, form="net", **env):
+    """Somebody else holds the lock meanwhile."""
+    with device.start("sleep", "999") as script:
+        status, text = device.store("input", str(script.pid), form, env=env)
+        assert status == 0 and text.startswith("ok\nholder "), text
+        try:
+            yield script
+        finally:
+            script.kill()
+
+
+# --- readers ------------------------------------------------------------------
+
+READERS = {
+    "at once": "orv_load a b",
+    "one by one": "orv_load a; orv_load b",
+    "program": f"mapfile -t l < <({STORE} load a b); orv[a]=${{l[1]#a=}} orv[b]=${{l[2]#b=}}",
+}
+
+
+def test_readers_never_see_half_of_a_save(device):
+    """While files, a put back and a reset are committed, every reader finds two
+    equal counters."""
+    for name in "ab":
+        (device.defaults / name).write_text(f"{name}=0\n")
+    over = threading.Event()
+
+    def write():
+        number = 0
+        while not over.is_set():
+            number += 1
+            guard = "@guard 60\n" if number % 3 == 0 else ""
+            status, text = device.save(f"{guard}> a\na={number}\n> b\nb={number}\n")
+            assert status == 0, text
+            device.store(["confirm", "boot", "arm"][number % 3],
+                         *(["none"] if number % 3 == 2 else []))
+            if number % 7 == 0:
+                assert device.store("reset") == (0, "ok\n")
+        return number
+
+    readers = {name: device.start("bash", "-c", f""". {LIBRARY}/orv.bash
+        for ((i = 0; i < 700; i++)); do
+          (for u in {{1..3}}; do {read}; done
+          [[ ${{orv[a]}} && ${{orv[a]}} == "${{orv[b]}}" ]] || echo "${{orv[*]}}")
+        done""", "script", "--read", "form") for name, read in READERS.items()}
+    writer = threading.Thread(target=write)
+    writer.start()
+    seen = {name: reader.communicate(timeout=600)[0]
+            for name, reader in readers.items()}
+    over.set()
+    writer.join()
+    assert seen == dict.fromkeys(READERS, "")
+
+
+def random_file(rng, heads):
+    names = ["a", "host", "port0", "port1", "port12", "ip0", "B", "x=1", "port", "a0b"]
+    lines = [f"{rng.choice(names)}={rng.choice(['', '1', 'a b', '$x=0=', chr(233), '*'])}"
+             for _ in range(rng.randrange(9))]
+    lines += rng.choices(["# a=b", "", "no line", " a=1", "1a=2"], k=rng.randrange(3))
+    rng.shuffle(lines)
+    # Further down they are no heads.
+    more = rng.choices(["", "#orv 3 1 -", "#table B"]) if heads + lines else []
+    return "\n".join([*heads, *lines, *more]) + rng.choice(["", "\n"])
+
+
+def test_program_and_library_read_files_alike(device):
+    rng = random.Random(19)
+    for _ in range(120):
+        tables = rng.choice(["", " port", " port ip", " *", " host", "none"])
+        heads = rng.choice([
+            [], ["#orv 1764090000.12.7 1764090000.12.9"],
+            ["#orv 2 7 1.2", f"#table{tables}"], ["#orv 2 7 -"]])
+        for folder, some in ((device.state, heads), (device.defaults, [])):
+            (folder / "f").write_text(random_file(rng, some))
+        if rng.random() < 0.2:
+            (device.state / "f").unlink()
+        assert device.load("f") != "fault"
+    # Rows that were deleted stay so; what an upgrade brought is there.
+    (device.defaults / "f").write_text("new=1\nport0=80\nport1=81\nvia0=x\nold=2\n")
+    for head, rows in ((["#orv 2 7 -", "#table port via"], []),
+                       (["#orv 1764090000.12.7 1.2"], []), ([], []),
+                       (["#orv 2 7 -", "#table port"], ["via0=x"]),
+                       (["#orv 2 7 -", "#table *"], [])):
+        (device.state / "f").write_text("\n".join([*head, "old=3", ""]))
+        assert device.load("f") == sorted(["new=1", "old=3", *rows]), head
+    for head in ("#orv 3 7 -", "#orv 3", "#orv 12 7 -", "#orv 1 7 -"):
+        (device.state / "f").write_text(f"{head}\nold=3\n")
+        assert device.load("f") == "fault", head
+        assert re.search("The settings f are of a newer version",
+                         device.store("load", "f")[1])
+        assert device.save("> f\nold=4\n")[0] == 1  # nor is it replaced
+
+
+# --- the lock -----------------------------------------------------------------
+
+def test_nobody_waits_for_a_request_that_is_still_coming(device):
+    with device.start(STORE, "input", str(os.getpid()), "form") as slow:
+        slow.stdin.write('new_a="1"\n' * 900)
+        slow.stdin.flush()
+        assert device.save("> f\nv=1\n", HASTY)[0] == 0
+        slow.kill()
+
+
+def test_fields_that_no_form_has_never_cost_the_lock(device):
+    """Whoever brings them is refused while somebody else holds it."""
+    (device.folder / "form.tpl").write_text(
+        "title T\nbody\ntable t 2\nfield port 9\nlabel Port\nfield via 9\nlabel Via\n")
+    with locked(device):
+        for name in ("x{}", "port{}", "port1x{}"):
+            lines = "".join(f'new_{name.format(i)}="1"\n' for i in range(99000))
+            assert device.run(HASTY, "input", str(os.getpid()), "form", given=lines) == (
+                1, "fault The request has more fields than any page of this device\n")
+    # The page itself may have all its rows, and some that scripts report.
+    (device.folder / "form.tpl").write_text("title T\nbody\ntable t 12\n" + "".join(
+        f"field {column} 9\nlabel L\n" for column in "abcdefghijkl"))
+    lines = "".join(f'new_{name}{i}="1"\n' for name in [*"abcdefghijkl", "x", "y_"]
+                    for i in range(100))
+    assert device.store("input", "-", "form", given=lines)[0] == 0
+
+
+def test_who_waits_too_long_is_told_for_what(device):
+    with locked(device, "net", REMOTE_USER="eve", REMOTE_ADDR="192.0.2.7"):
+        for words in (["store", "-", "form"], ["reset"]):
+            assert device.run(HASTY, *words, given="> f\nv=1\n") == (
+                1, "fault The settings are in use by net by eve at 192.0.2.7 for "
+                   "more than 1 seconds. Please try again\n")
+    assert device.save("> f\nv=1\n", HASTY)[0] == 0  # it is free with its script
+
+
+def test_a_lock_ends_with_its_script_and_is_never_taken_for_held(device):
+    # A daemon that it leaves behind has all its descriptors.
+    status, pid = device.script("orv_lock; sleep 60 >/dev/null 2>&1 & echo $!")
+    assert status == 0 and device.save("> f\nv=1\n", HASTY)[0] == 0
+    os.kill(int(pid), 9)
+    # Somebody has killed the holder: others may have been there since.
+    status, text = device.script(
+        'orv_lock; orv_load f; kill -9 "$orv__lock"; tail --pid="$orv__lock" -f '
+        '/dev/null; orv[v]=2; orv_store f v')
+    assert status == 1 and "the lock was lost" in text
+    assert device.load("f") == ["v=1"]
+    assert device.save("> f\nv=3\n", HASTY)[0] == 0
+
+
+def test_savers_are_never_in_at_the_same_time(device):
+    savers = [device.start("bash", "-c", f"""for i in {{1..10}}; do
+        bash -c '. {LIBRARY}/orv.bash; orv_lock; orv_load f
+          orv[n]=$((orv[n] + 1)); orv_store f n' </dev/null; done""")
+        for _ in range(4)]
+    told = [saver.communicate(timeout=300)[0] for saver in savers]
+    assert told == [""] * 4 and device.load("f") == ["n=40"]
+
+
+def test_a_page_of_thirty_files_is_current_until_one_of_them_is_saved(device):
+    files = " ".join(f"f{i}" for i in range(30))
+    for i in range(30):
+        device.save(f"> f{i}\nv{i}=1\n")
+    _, opened = device.script(f"orv_load {files}; orv_stamp")
+    judge = f"orv_load {files}; orv_read v3; orv_stamp; orv_end; echo $orv_failed"
+    assert device.script(judge, given=f"new_{opened}") == (0, "0\n")
+    device.save("> f17\nv17=2\n")
+    assert "older than the last save" in device.script(judge, given=f"new_{opened}")[1]
+
+
+def test_a_table_keeps_a_hundred_rows(device):
+    save = ("orv_read 'port#'; orv_rows port; orv_pack port; orv_end; "
+            'orv_store f "${cells[@]}"')
+    lines = "".join(f'new_port{i}="{i}"\n' for i in range(100))
+    assert device.script(save, given=lines) == (0, "")
+    assert len(device.load("f")) == 100
+    status, text = device.script(save, given=lines + 'new_port100="x"\n')
+    assert status == 1 and "a table keeps 100 rows" in text
+    assert "port99=99" in device.load("f")
+
+
+# --- whose files they are -----------------------------------------------------
+
+def test_a_full_disk_leaves_the_old_settings_and_nothing_else(device):
+    script = f"""mount -t tmpfs -o size=64k none "$ORV_STATE" && chmod 700 "$ORV_STATE"
+        printf '> a\nv=old\n' | {STORE} store - form >/dev/null
+        head -c 1m /dev/zero >"$ORV_STATE/zero" 2>/dev/null
+        printf '> a\nv=new\n> b\nv=new\n' | {STORE} store - form
+        {STORE} load a b; ls -A "$ORV_STATE"
+        rm "$ORV_STATE/zero"; printf '> a\nv=new\n' | {STORE} store - form >/dev/null
+        {STORE} load a"""
+    status, text = device.run("unshare", "-rm", "bash", "-c", script)
+    assert status == 0, text
+    assert re.fullmatch(
+        r"fault The settings could not be stored: No space left on device [^\n]+\n"
+        r"ok\nv=old\n\.generation\n\.lock\na\nzero\nok\nv=new\n", text), text
+
+
+def owned_device(folder):
+    """A device of the user that the web server has, where root may make one,
+    and what makes a process that user's."""
+    device = Device(folder)
+    user = {}
+    if os.geteuid() == 0:
+        os.chown(device.state, NOBODY, NOBODY)
+        user = {"user": NOBODY, "group": NOBODY, "extra_groups": []}
+    device.state.chmod(0o700)
+    return device, user
+
+
+@pytest.fixture
+def open_folder():
+    """One that every user reaches."""
+    with tempfile.TemporaryDirectory() as folder:
+        os.chmod(folder, 0o755)
+        yield pathlib.Path(folder)
+
+
+def test_an_administrator_locks_no_web_server_out(open_folder):
+    device, user = owned_device(open_folder)
+    assert device.save("> f\nv=1\n")[0] == 0
+    assert device.script("orv[v]=2; orv_store f v") == (0, "")
+    owner = device.state.stat().st_uid
+    assert {p.lstat().st_uid for p in device.state.rglob("*")} == {owner}
+    assert device.store("load", "f", **user) == (0, "ok\nv=2\n")
+    device.state.chmod(0o500)
+    status, text = device.save("> f\nv=3\n")
+    assert status == 1 and "could not be stored: Permission denied" in text
+    device.state.chmod(0o700)
+    if not user:
+        return
+    # What others can replace is not trusted: a link, a folder of somebody's.
+    (open_folder / "link").symlink_to(device.state)
+    os.chmod(open_folder / "defaults", 0o777)
+    shutil.copytree(device.state, open_folder / "defaults" / "state")
+    for path in ("link", "defaults/state"):
+        env = {"ORV_STATE": str(open_folder / path)}
+        status, text = device.save("> f\nv=3\n", env=env)
+        assert status == 1 and "Root does not use the folder" in text, path
+    assert device.store("load", "f") == (0, "ok\nv=2\n")
+
+
+def put_link(path):
+    path.symlink_to("/etc/passwd")
+
+
+def put_unreadable(path):
+    path.write_text("v=secret\n")
+    path.chmod(0)
+
+
+FAULTY = {
+    "link": put_link, "loose link": lambda path: path.symlink_to("/nowhere"),
+    "pipe": os.mkfifo, "folder": os.mkdir, "unreadable": put_unreadable,
+    "newer": lambda path: path.write_text("#orv 3 1 -\nv=1\n"),
+}
+
+
+@pytest.mark.parametrize("where", ["file", "folder", "above", "defaults"])
+def test_what_cannot_be_read_is_a_message_of_the_page(open_folder, where):
+    """Never the shipped value, nor a form without one."""
+    device, user = owned_device(open_folder)
+    data = open_folder / "data"
+    for name in ("templates", "scripts"):
+        (data / name).mkdir(parents=True)
+    (data / "templates" / "net.tpl").write_text(
+        "title Network\nbody\nerror $E$\nfield v 20\nlabel Value\n")
+    script = data / "scripts" / "net.sh"
+    script.write_text(f'#!/bin/bash\n. {open_folder}/lib/orv.bash\norv_load net\norv_show v\n')
+    script.chmod(0o755)
+    shutil.copytree(LIBRARY, open_folder / "lib")
+    for program in (ORV, STORE):
+        shutil.copy(program, open_folder)
+    env = {"REQUEST_METHOD": "GET", "QUERY_STRING": "form=net",
+           "ORV_STORE": str(open_folder / "orv-store")}
+
+    def page():
+        return device.run(str(open_folder / pathlib.Path(ORV).name), env=env,
+                          cwd=open_folder, **user)[1]
+
+    (device.defaults / "net").write_text("v=shipped\n")
+    assert 'value="shipped"' in page()
+    if where == "file":
+        for kind, put in FAULTY.items():
+            path = device.state / "net"
+            put(path)
+            if user:
+                os.chown(path, 0 if kind == "unreadable" else NOBODY, -1,
+                         follow_symlinks=False)
+            assert "The settings" in page() and "shipped" not in page(), kind
+            assert "secret" not in page()
+            path.rmdir() if kind == "folder" else path.unlink()
+        return
+    path = {"folder": device.state, "above": device.folder / "up",
+            "defaults": device.defaults / "net"}[where]
+    if where == "above":
+        path.mkdir()
+        device.env["ORV_STATE"] = str(path / "state")
+    if user:
+        os.chown(path, 0, 0)
+    path.chmod(0)
+    assert "cannot be read" in page() and "shipped" not in page()
+    path.chmod(0o755)
