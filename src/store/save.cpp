@@ -467,7 +467,8 @@ static bool write_history(const store_stage *stage, const char *form,
     history_note(file->name, &file->before, &file->after);
     file->after.secrets = "";
   }
-  return names != nullptr && history_end(stage);
+  return (names != nullptr || store_fault("Out of memory")) &&
+         history_end(stage);
 }
 
 static bool write_stage(const store_stage *stage, const char *form,

@@ -165,6 +165,9 @@ class Clean:
 
 
 def answer(text):
+    """Without what is another one each time, and what is told of a change that
+    is not at its place yet."""
+    text = re.sub("(?m)^pending .*\n", "", text)
     return re.sub(r"(?m)^(guard|holder) .*", r"\1", text)
 
 

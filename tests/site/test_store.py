@@ -259,7 +259,7 @@ def test_a_full_disk_leaves_the_old_settings_and_nothing_else(device):
     assert status == 0, text
     assert re.fullmatch(
         r"fault The settings could not be stored: No space left on device [^\n]+\n"
-        r"ok\nv=old\n\.generation\n\.lock\na\nzero\nok\nv=new\n", text), text
+        r"ok\nv=old\n\.generation\n\.history\n\.lock\na\nzero\nok\nv=new\n", text), text
 
 
 def owned_device(folder):
