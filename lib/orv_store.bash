@@ -102,16 +102,17 @@ orv__take() {
 # cells go first.  A value that still holds a quotation mark is dropped, and a
 # fault: a name may end in it.
 orv_read() {
-  local line name key row value
+  local line name key row value columns=''
   local -A wanted=([orv_stamp]=orv_stamp)
   ((orv__taken)) || orv__take -
   for name; do
-    wanted[${name,,}]=$name
-    [[ $name != *# ]] || orv__columns+=("${name%#}")
+    wanted[${name,,}]=${name%#}
+    [[ $name != *# ]] || orv__columns+=("${name%#}") columns+="|${name%#}"
   done
+  columns=${columns,,}
   for key in "${!orv[@]}"; do
-    orv_was[$key]=${orv[$key]} name=${key%"${key##*[!0-9]}"}
-    [[ ${wanted[${name,,}#]} ]] && unset "orv[$key]"
+    orv_was[$key]=${orv[$key]}
+    [[ ${key,,} == @(${columns:1})*([0-9]) ]] && unset "orv[$key]"
   done
   for line in "${orv__input[@]}"; do
     name=${line%%=*} value=${line#*=}
@@ -119,10 +120,13 @@ orv_read() {
     if [[ -z $key && $name == *[0-9] ]]; then
       row=${name##*[!0-9]}
       key=${wanted[${name%"$row"}#]}
-      if [[ $key && $value && $row == [1-9][0-9][0-9]* ]]; then
-        orv__beyond+=" ${key%\#} "
-      fi
-      [[ $row == [0-9] || $row == [1-9][0-9] ]] && key=${key:+${key%\#}$row} || key=''
+      case $row in
+        [0-9] | [1-9][0-9]) key+=${key:+$row} ;;
+        *)
+          [[ -z $key || -z $value || $row == 0* ]] || orv__beyond+=" $key "
+          key=''
+          ;;
+      esac
     fi
     if [[ $key && $value == *'"'* ]]; then
       orv_msg 'No value may hold a quotation mark.'
