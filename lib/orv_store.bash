@@ -326,12 +326,9 @@ orv_changes() {
 # orv_log_changes: the same to the system log, with who did it from where; of a
 # transaction once it is committed.
 orv_log_changes() {
-  ((!${#orv_lines[@]})) || orv__when_stored orv__log
-  return 0
-}
-orv__log() {
   local IFS=$'\n'
-  "$orv__program" log <<<"${orv_lines[*]}"
+  ((!${#orv_lines[@]})) || "$orv__program" log <<<"${orv_lines[*]}"
+  return 0
 } 2>/dev/null
 
 # orv_act NAME [SECONDS]: asks for what needs more rights than scripts have: the
@@ -362,9 +359,6 @@ orv_background() (
   set -m # a process group of its own
   "$@" </dev/null >/dev/null 2>&1 &
 ) 2>/dev/null
-orv__when_stored() { # COMMAND...
-  if [[ $ORV_TRANSACTION ]]; then orv_background "$@"; else "$@"; fi
-}
 orv__wait() {
   "$orv__program" wait 3 || return
   exec 3<&-

@@ -20,6 +20,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "fault.h"
@@ -32,6 +33,7 @@ static const char OUTCOME_FILE[] = ".outcome"; // of a transaction
 // A byte for each save that takes part in a transaction; gone when one of them
 // failed half-way.
 static const char SAVES_FILE[] = ".saves";
+static const char LOG_FILE[] = ".log"; // lines to log when it is committed
 static const char NEW_PREFIX[] = ".new.";
 static const char STAGE_PREFIX[] = ".stage.";
 constexpr mode_t FOLDER_MODE = 0700;
@@ -406,15 +408,47 @@ static bool commit(store_stage *stage)
   return true;
 }
 
-static bool note_save(const store_stage *stage)
+// Adds a text to a file of the stage, which is the transaction's own.
+static bool append(int stage, const char *name, const char *text)
 {
-  const int fd = openat(stage->fd, SAVES_FILE,
-                        O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
+  const int fd = openat(
+      stage, name, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC,
+      FILE_MODE);
   if (fd < 0) {
     return false;
   }
-  const bool noted = write(fd, ".", 1) == 1;
-  return close(fd) == 0 && noted;
+  const size_t length = strlen(text);
+  const bool added = write(fd, text, length) == static_cast<ssize_t>(length);
+  return close(fd) == 0 && added;
+}
+
+// Lets the transaction that was joined be committed no more.
+static void spoil()
+{
+  char path[STORE_PATH_SIZE];
+  snprintf(path, sizeof path, "%s/%s", joined, SAVES_FILE);
+  unlinkat(store.fd, path, 0);
+}
+
+static bool note_save(const store_stage *stage)
+{
+  // Where another save has failed, the file is gone for good.
+  return transaction_saves(stage) >= 0 && append(stage->fd, SAVES_FILE, ".");
+}
+
+void store_log(const char *line)
+{
+  if (joined[0] == '\0') {
+    syslog(LOG_NOTICE, "%s", line);
+    return;
+  }
+  const int fd = store_open_folder(store.fd, joined);
+  if (fd < 0 || !append(fd, LOG_FILE, line) || !append(fd, LOG_FILE, "\n")) {
+    spoil(); // nothing is stored that no log tells
+  }
+  if (fd >= 0) {
+    close(fd);
+  }
 }
 
 bool stage_commit(store_stage *stage)
@@ -432,7 +466,7 @@ bool stage_commit(store_stage *stage)
 void stage_drop(store_stage *stage)
 {
   if (stage->transaction && stage->fd >= 0) {
-    unlinkat(stage->fd, SAVES_FILE, 0); // it may hold the half of a save
+    spoil(); // it may hold the half of a save
   }
   close_stage(stage);
   if (!stage->transaction && stage->name[0] != '\0') {
@@ -481,15 +515,32 @@ long transaction_saves(const store_stage *stage)
              : -1;
 }
 
+static void log_all(char *lines)
+{
+  for (char *end = strchr(lines, '\n'); end != nullptr;
+       end = strchr(lines, '\n')) {
+    *end = '\0';
+    syslog(LOG_NOTICE, "%s", lines);
+    lines = end + 1;
+  }
+}
+
 bool transaction_commit(store_stage *stage)
 {
+  size_t length;
   const long saves = transaction_saves(stage);
-  if (saves <= 0) { // there is nothing to store, or nothing that may be
+  const owned_text lines(store_read_file(stage->fd, LOG_FILE, &length));
+  bool committed =
+      store_fault_text() == nullptr &&
+      (saves >= 0 || store_fault("The settings of a form could not be stored"));
+  if (!committed || saves == 0) {
     stage_drop(stage);
+  } else {
+    committed = commit(stage);
   }
-  const bool committed =
-      saves >= 0 ? saves == 0 || commit(stage)
-                 : store_fault("The settings of a form could not be stored");
+  if (committed && lines != nullptr) {
+    log_all(lines.get());
+  }
   tell_outcome(committed ? "committed" : "dropped");
   return committed;
 }

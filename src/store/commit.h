@@ -78,6 +78,9 @@ bool stage_commit(store_stage *stage);
 // Gives the stage up; a transaction's stays, but can no longer be committed.
 void stage_drop(store_stage *stage);
 
+// Logs the line; of a transaction that was joined, once it is committed.
+void store_log(const char *line);
+
 // Begins a transaction: `token` is what the environment of all who take part
 // names it by.  Then one of the next two ends it.  False with a fault.
 bool transaction_begin(store_stage *stage, char token[STORE_TOKEN_SIZE]);

@@ -393,10 +393,17 @@ static bool log_lines(char **)
   char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
   store_ask_who(&who);
   store_write_who(&who, text, sizeof text);
+  if (!open_and_join(false)) {
+    store_forget_fault(); // the log is another's business
+  }
   for (ssize_t got = getline(&line, &size, stdin); got > 0;
        got = getline(&line, &size, stdin)) {
     line[got - (line[got - 1] == '\n' ? 1 : 0)] = '\0';
-    syslog(LOG_NOTICE, "%s (%s)", line, text);
+    char *whole = nullptr;
+    if (asprintf(&whole, "%s (%s)", line, text) >= 0) {
+      store_log(whole);
+      free(whole);
+    }
   }
   free(line);
   return true;

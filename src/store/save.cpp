@@ -569,6 +569,10 @@ void save_log(void)
   store_ask_who(&who);
   store_write_who(&who, text, sizeof text);
   for (size_t i = 0; i < told_count; i++) {
-    syslog(LOG_NOTICE, "%s (%s)", told[i].log, text);
+    char *line = nullptr;
+    if (asprintf(&line, "%s (%s)", told[i].log, text) >= 0) {
+      store_log(line);
+      free(line);
+    }
   }
 }

@@ -145,17 +145,21 @@ LATE = {"c": {"judge": """orv_load b
 
 
 def test_a_form_that_another_one_makes_wrong_takes_all_back(site):
-    """The check of c reads what the same dump has set in b."""
+    """The check of c reads what the same dump has set in b; d has no script of its own."""
     device(site, **LATE)
-    dump(site, "good")
+    form(site, "d")
+    (site.scripts / "d.sh").unlink()
+    (site.scripts / "d.sh").symlink_to(STORE)
+    dump(site, "good", "abdc")
     assert run(site, "apply", "dump").stdout.startswith("a: saved\nText: blank → good\n")
     settle(site)
     assert sorted(lines(site, "ran")) == ["a", "b", "c"]  # once it was stored
     log = lines(site, "log")
-    assert len(log) == 6 and all(line.endswith("(ann at 192.0.2.9)") for line in log), log
-    assert sum("Text: blank -> good" in line for line in log) == 3
+    assert len(log) == 8 and all(line.endswith("(ann at 192.0.2.9)") for line in log), log
+    assert sum("Text: blank -> good" in line for line in log) == 4
     before = stored(site)
-    dump(site, "bad")
+    assert "x=good" in before["d"]
+    dump(site, "bad", "abdc")
     for way in ([], ["--json"]):
         done = run(site, *way, "apply", "dump")
         assert done.returncode == 1 and "nothing was saved" in done.stderr

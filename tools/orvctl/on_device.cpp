@@ -22,7 +22,6 @@
 #endif
 
 static const char TRANSACTION[] = "ORV_TRANSACTION";
-constexpr size_t HOLDER_SIZE = 100;
 
 static store_stage stage;
 static bool begun;
@@ -126,15 +125,6 @@ static bool has_place()
   return false;
 }
 
-static bool lock()
-{
-  char holder[HOLDER_SIZE];
-  const char *address = getenv("REMOTE_ADDR");
-  snprintf(holder, sizeof holder, "orvctl apply by %.25s%s%.39s",
-           getenv("REMOTE_USER"), address[0] != '\0' ? " at " : "", address);
-  return store_lock(holder, 0) && store_finish();
-}
-
 bool device_begin(void)
 {
   char token[STORE_TOKEN_SIZE];
@@ -145,7 +135,7 @@ bool device_begin(void)
   if (stage_folder() != nullptr) { // a script has started us
     return true;
   }
-  begun = lock() && transaction_begin(&stage, token);
+  begun = store_lock_for("orvctl apply") && transaction_begin(&stage, token);
   if (begun) {
     setenv(TRANSACTION, token, 1);
   }

@@ -10,6 +10,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "cgi.h"
@@ -578,6 +579,7 @@ static void begin()
   orv_fatal_no_exit = 1;
   orv_script_signals();
   catch_hangup();
+  openlog("orv", 0, LOG_USER); // it is the log of the pages
   orv_init_env();
   name_user();
   if (with_secrets) {
