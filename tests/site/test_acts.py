@@ -358,6 +358,21 @@ def test_a_page_says_that_it_is_saved_but_not_in_use(acts, site):
     assert acts.run("hostname").endswith("(status 1): This is no host name.")
 
 
+def test_what_nobody_kept_goes_back_without_the_script_that_watched(acts):
+    acts.action("show", "${ORV_STORE:-orv-store} load net")
+    state = acts.folder / "state"
+    order = "@guard 1 act show\n> net\nv=new\n"
+    run = subprocess.run([STORE, "store", "-", "net"], env=acts.env, input=order,
+                         text=True, stdout=subprocess.PIPE, check=True)
+    (token,) = re.findall("^guard (.*)$", run.stdout, re.M)
+    acts.store("arm", token)
+    assert "v=new" in acts.store("load", "net")
+    acts.start()
+    until(lambda: acts.state("show") == "0")
+    assert "v=new" not in (acts.done / "show").read_text()
+    assert not (state / ".pending").exists()
+
+
 def test_the_shell_programs_are_clean(tmp_path):
     programs = [p for p in (ROOT / "packaging/act").iterdir()
                 if p.read_text().startswith("#!")]
