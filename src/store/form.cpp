@@ -20,6 +20,7 @@
 #include "orv_guard.h"
 #include "settings.h"
 
+static char *shown_subitem; // borrowed
 static pt_header *header;
 static pt_body_item *items;
 static void *names; // of the items and of lists' entries; a search tree
@@ -74,13 +75,18 @@ static char *template_path(const char *form)
 static bool parse(char *path)
 {
   orv_error_msg = nullptr;
-  header = orv_parse_header(path, nullptr);
+  header = orv_parse_header(path, shown_subitem);
   items = header != nullptr ? orv_parse_body(header) : nullptr;
   bool known = orv_error_msg == nullptr;
   for (const pt_body_item *item = items; item != nullptr; item = item->next) {
     known = known && add_name(item->name) && add_name(item->selector);
   }
   return known;
+}
+
+void form_set_subitem(const char *subitem)
+{
+  shown_subitem = const_cast<char *>(subitem);
 }
 
 bool form_open(const char *form)

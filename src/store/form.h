@@ -5,6 +5,10 @@
 
 #include "orv_parser.h"
 
+// The sub-item that a page of the form is for (NULL: none), borrowed; before
+// the form is opened.
+void form_set_subitem(const char *subitem);
+
 // Parses the template of `form` in the folder of templates.  False when there is
 // none, with a fault when there is one that cannot be taken in whole: without it
 // nobody knows which rows a save has deleted.  Kept until the process ends.

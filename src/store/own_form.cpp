@@ -99,16 +99,15 @@ static const char *as_box(const char *value)
 // since no form's name has the sign between.
 static bool open_settings(const char *form, const char *subitem)
 {
-  if (!form_open(form)) {
+  if (strchr(form, '@') != nullptr || !form_open(form)) {
     return store_fault("There is no such page.");
   }
-  if (subitem != nullptr) {
-    snprintf(file, sizeof file, "%.48s@%.49s", form, subitem);
-    if (!store_has_defaults(file)) {
-      return store_fault("There is no such page here.");
-    }
-  } else {
-    snprintf(file, sizeof file, "%.99s", form);
+  const int length =
+      snprintf(file, sizeof file, "%s%s%s", form, subitem != nullptr ? "@" : "",
+               subitem != nullptr ? subitem : "");
+  if (length > static_cast<int>(STORE_NAME_MAX) ||
+      (subitem != nullptr && !store_has_defaults(file))) {
+    return store_fault("There is no such page here.");
   }
   for (const pt_body_item *item = form_items(); item != nullptr;
        item = item->next) {
@@ -182,27 +181,48 @@ static void take_field(const pt_body_item *item, const char *name,
   }
 }
 
-static bool row_has_text(const pt_body_item *table, int row)
+static bool has_text_column(const pt_body_item *table)
 {
   const pt_body_item *cell = table->next;
   for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
-    char name[NAME_SIZE];
-    cell_name(name, cell, row);
-    const char *sent = cell->type == PT_TEXT_FIELD ? intake_get(name) : nullptr;
-    if (sent != nullptr && sent[0] != '\0') {
+    if (cell->type == PT_TEXT_FIELD) {
       return true;
     }
   }
   return false;
 }
 
-static bool was_drawn(const pt_body_item *table)
+// Whether a row with that value is there.  A list always has one, so text
+// counts, and boxes where there is none.
+static bool makes_row(const pt_body_item *cell, bool by_text, const char *value)
+{
+  return by_text ? cell->type == PT_TEXT_FIELD && value[0] != '\0'
+                 : cell->type == PT_CHECKBOX && orv_string_is_true(value) != 0;
+}
+
+static bool row_was_sent(const pt_body_item *table, int row)
 {
   const pt_body_item *cell = table->next;
   for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
     char name[NAME_SIZE];
-    cell_name(name, cell, 0);
+    cell_name(name, cell, row);
     if (intake_get(name) != nullptr) {
+      return true;
+    }
+  }
+  return false;
+}
+
+static bool row_holds(const pt_body_item *table, int row,
+                      const char *(*value_of)(const char *name))
+{
+  const bool by_text = has_text_column(table);
+  const pt_body_item *cell = table->next;
+  for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
+    char name[NAME_SIZE];
+    cell_name(name, cell, row);
+    const char *value = value_of(name);
+    if (value != nullptr && makes_row(cell, by_text, value)) {
       return true;
     }
   }
@@ -239,13 +259,18 @@ static void blank_row(const pt_body_item *table, int row)
 // Rows that hold something close up; a table of a fixed number keeps its rows.
 static bool take_table(const pt_body_item *table)
 {
-  if (!was_drawn(table)) {
-    return true;
+  if (!row_was_sent(table, 0)) {
+    return true; // it was not drawn
   }
   const int fixed = table->table.fixed_rows;
   int to = 0;
-  for (int row = 0; row < ROWS_MAX; row++) {
-    if (row < fixed || (fixed == 0 && row_has_text(table, row))) {
+  for (int row = 0; row < ROWS_MAX || row_was_sent(table, row); row++) {
+    if (row < fixed || (fixed == 0 && row_holds(table, row, intake_get))) {
+      if (to == ROWS_MAX) {
+        return store_fault("Nothing was saved: a table keeps %d rows, and this "
+                           "one has more.",
+                           ROWS_MAX);
+      }
       take_row(table, row, to);
       to++;
     }
@@ -253,10 +278,21 @@ static bool take_table(const pt_body_item *table)
   for (int row = to; row < ROWS_MAX; row++) {
     blank_row(table, row);
   }
-  return !row_has_text(table, ROWS_MAX) ||
-         store_fault("Nothing was saved: a table keeps %d rows, and this one "
-                     "has more.",
-                     ROWS_MAX);
+  return true;
+}
+
+// A box ticked wins over what a browser has filled in by itself.
+static void clear_secrets()
+{
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    const pt_body_item *secret =
+        item->column < 0 && item->name != nullptr ? cleared_by(item) : nullptr;
+    const char *sent = secret != nullptr ? intake_get(item->name) : nullptr;
+    if (sent != nullptr && orv_string_is_true(sent) != 0) {
+      orv_set_var(secret->name, o_user, nullptr, 0);
+    }
+  }
 }
 
 static bool take_items()
@@ -275,11 +311,8 @@ static bool take_items()
     if (sent != nullptr) {
       take_field(item, item->name, sent);
     }
-    const pt_body_item *secret = sent != nullptr ? cleared_by(item) : nullptr;
-    if (secret != nullptr && orv_string_is_true(sent) != 0) {
-      orv_set_var(secret->name, o_user, nullptr, 0);
-    }
   }
+  clear_secrets();
   return true;
 }
 
@@ -300,7 +333,7 @@ static bool is_choice(const pt_body_item *item, const char *value)
 {
   for (int i = 0;; i++) {
     char name[NAME_SIZE];
-    snprintf(name, sizeof name, "%s%d", item->selector, i);
+    snprintf(name, sizeof name, "select_%s%d", item->selector, i);
     const char *choice = settings_get(&now, name);
     if (choice == nullptr) {
       return false;
@@ -380,20 +413,16 @@ static void order_value(FILE *out, const pt_body_item *item, const char *name)
   }
 }
 
+static const char *best_value(const char *name)
+{
+  return orv_get_var(&cfg_vars, name, o_best);
+}
+
 static void order_table(FILE *out, const pt_body_item *table)
 {
   for (int row = 0; row < ROWS_MAX; row++) {
-    bool holds = false;
+    const bool holds = row_holds(table, row, best_value);
     const pt_body_item *cell = table->next;
-    for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
-      char name[NAME_SIZE];
-      cell_name(name, cell, row);
-      const char *value = cell->type == PT_TEXT_FIELD
-                              ? orv_get_var(&cfg_vars, name, o_best)
-                              : nullptr;
-      holds |= value != nullptr && value[0] != '\0';
-    }
-    cell = table->next;
     for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
       char name[NAME_SIZE];
       cell_name(name, cell, row);
@@ -416,31 +445,39 @@ static void order_items(FILE *out)
   }
 }
 
-static bool is_shown_only(const char *name)
+// The item that the value belongs to, by its own name or as a table's cell.
+static const pt_body_item *item_of(const char *name)
 {
+  const size_t column = settings_column(name);
   const pt_body_item *item = form_items();
   while (item != nullptr &&
-         (item->type != PT_TEXT_FIXED || strcmp(item->name, name) != 0)) {
+         (item->name == nullptr ||
+          (strcmp(item->name, name) != 0 &&
+           (item->column < 0 || strlen(item->name) != column ||
+            strncmp(item->name, name, column) != 0)))) {
     item = item->next;
   }
-  return item != nullptr;
+  return item;
 }
 
 // What the file holds besides, such as the choices of a list.
 static void order_others(FILE *out)
 {
   for (size_t i = 0; i < now.count; i++) {
-    char column[NAME_SIZE];
     const setting *one = now.list + i;
-    snprintf(column, sizeof column, "%.*s",
-             static_cast<int>(settings_column(one->name)), one->name);
-    const pt_body_item *item = find_item(one->name);
-    if (item == nullptr) {
-      item = find_item(column);
-      item = item != nullptr && item->column >= 0 ? item : nullptr;
-    }
-    if (item == nullptr && !one->shipped && !is_shown_only(one->name)) {
+    if (!one->shipped && item_of(one->name) == nullptr) {
       fprintf(out, "%s=%s\n", one->name, one->value);
+    }
+  }
+}
+
+// They are stored as typed.
+static void order_secrets(FILE *out)
+{
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    if (item->name != nullptr && orv_is_secret(item)) {
+      fprintf(out, "@secret %s\n", item->name);
     }
   }
 }
@@ -458,6 +495,7 @@ static char *make_order()
   if (token != nullptr) {
     fprintf(out, "@owner %s\n", token + 1);
   }
+  order_secrets(out);
   fprintf(out, "> %s\n", file);
   order_others(out);
   order_items(out);
@@ -513,7 +551,8 @@ static bool set_places(const char *path)
     }
     snprintf(place.get(), size, "%.*s/../%s", length,
              slash != nullptr ? path : ".", names[i + 1]);
-    setenv(names[i], place.get(), 0);
+    const char *given = getenv(names[i]);
+    setenv(names[i], place.get(), given == nullptr || given[0] == '\0');
   }
   return true;
 }
@@ -522,6 +561,7 @@ static bool run_task(const char *task, const char *form, const char *subitem)
 {
   const bool writes = strcmp(task, "--write") == 0;
   const bool reads = strcmp(task, "--read") == 0;
+  form_set_subitem(subitem);
   if ((!reads && !intake_read(form)) || !store_open(writes)) {
     return false;
   }
@@ -545,12 +585,13 @@ int own_form_run(const char *path, int count, char **words)
 {
   static const char *const tasks[] = {"--read", "--check", "--write",
                                       "--navbar"};
-  const char *task = count > 1 ? words[0] : "";
+  const char *task = count > 0 ? words[0] : "";
+  const bool bar = strcmp(task, "--navbar") == 0; // whatever the page
   bool known = false;
   for (const char *one : tasks) {
     known |= strcmp(one, task) == 0;
   }
-  if (!known || count > 3) {
+  if (!known || count > 3 || (count < 2 && !bar)) {
     fprintf(stderr,
             "usage: %s --read|--check|--write|--navbar FORM [SUBITEM]\n", path);
     return EXIT_FAILURE;
@@ -558,8 +599,7 @@ int own_form_run(const char *path, int count, char **words)
   const char *subitem = count > 2 && words[2][0] != '\0' ? words[2] : nullptr;
   const bool done =
       set_places(path) &&
-      (strcmp(task, "--navbar") == 0 ? navbar_print(path)
-                                     : run_task(task, words[1], subitem));
+      (bar ? navbar_print(path) : run_task(task, words[1], subitem));
   if (!done && store_fault_text() != nullptr) {
     report_fault(store_fault_text(), strcmp(task, "--read") == 0);
   }

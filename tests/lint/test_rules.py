@@ -41,8 +41,9 @@ def lay_out(tmp_path, files):
     for name, text in files.items():
         path = tmp_path / name
         path.parent.mkdir(exist_ok=True)
-        if text is not None and "(link to nothing)" in text:
-            path.symlink_to("nothing")
+        link = re.search(r"\(link to (.*)\)", text or "")
+        if link:
+            path.symlink_to(link[1])
         elif text is not None:
             path.write_bytes(text.encode(errors="surrogateescape"))
             path.chmod(0o644 if "(not executable)" in text else 0o755)

@@ -24,6 +24,9 @@ struct settings_check {
 
 static bool uses_file(const device &dev, const form &f, const std::string &name)
 {
+  if (keeps_itself(dev, f)) {
+    return name.substr(0, name.find('@')) == f.name;
+  }
   for (const std::string &script_name : f.runs) {
     for (const bash_command &command :
          dev.scripts.at(script_name).code.commands) {
@@ -150,6 +153,9 @@ static void check_name(const settings_check &c, const std::string &name,
     for (const form_item &item : f->items) {
       if (item.input) {
         names.insert(item.name);
+      }
+      if (without_digits(key) == "select_" + lower(item.selector)) {
+        return; // an entry of its list
       }
     }
   }

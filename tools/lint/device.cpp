@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <dirent.h>
 #include <fstream>
+#include <limits.h>
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,11 +36,24 @@ struct folder {
   std::vector<std::string> files;   // regular ones
   std::vector<std::string> folders; // below it
   std::vector<std::string> odd;     // what is neither, or a link to nothing
+  std::vector<std::string> keepers; // links to orv-store
 };
+
+// The program that is the script of forms without one; the device that is
+// judged may have it elsewhere.
+static const char STORE[] = "orv-store";
+
+static bool leads_to_store(const std::string &path)
+{
+  char target[PATH_MAX];
+  const ssize_t length = readlink(path.c_str(), target, sizeof target);
+  const std::string text(target, length > 0 ? static_cast<size_t>(length) : 0);
+  return text.substr(text.rfind('/') + 1) == STORE;
+}
 
 static folder list_folder(const std::string &dir)
 {
-  folder all = {false, {}, {}, {}};
+  folder all = {false, {}, {}, {}, {}};
   DIR *stream = opendir(dir.c_str());
   if (stream == nullptr) {
     return all;
@@ -48,7 +62,11 @@ static folder list_folder(const std::string &dir)
   while (const dirent *entry = readdir(stream)) {
     struct stat info;
     const std::string name = entry->d_name;
-    if (name[0] == '.') {
+    if (name[0] == '.' || name == STORE) {
+      continue;
+    }
+    if (leads_to_store(dir + "/" + name)) {
+      all.keepers.push_back(name);
       continue;
     }
     const bool there = stat((dir + "/" + name).c_str(), &info) == 0;
@@ -271,6 +289,9 @@ static void list_scripts(device *dev, const std::string &below, int deep,
   tell_odd(dir.substr(0, dir.find_last_not_of('/') + 1), all, found);
   for (const std::string &name : all.odd) {
     dev->odd.insert(below + name);
+  }
+  for (const std::string &name : all.keepers) {
+    dev->keepers.insert(below + name);
   }
   for (const std::string &name : all.files) {
     names->push_back(below + name);

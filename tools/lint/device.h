@@ -94,7 +94,8 @@ struct device {
   std::set<std::string> settings;        // files of defaults/ and state/
   std::set<std::string> library;         // what its functions are called
   std::set<std::string> library_variables;
-  std::set<std::string> odd; // what in scripts/ is no file
+  std::set<std::string> odd;     // what in scripts/ is no file
+  std::set<std::string> keepers; // links there to orv-store, by name
   std::map<std::string, const source_file *> defaults; // by name
   bool has_system_type = false;
   std::set<std::string> system_names; // of the system-type file
@@ -119,6 +120,8 @@ const form_line *attribute(const form_item &item, const char *keyword);
 // The value of a line that is a choice.
 std::string choice_value(const form &f, const form_line &line);
 std::set<std::string> choices_of(const form &f, const form_item &item);
+// Whether the form has no script: orv-store keeps its settings.
+bool keeps_itself(const device &dev, const form &f);
 // Whether a Submit of the form could run its check and write scripts.
 bool can_save(const form &f);
 // The four forms that the system itself shows.

@@ -154,3 +154,8 @@ void find_scripts(const device &dev, form *f)
     f->runs.insert(more.begin(), more.end());
   }
 }
+
+bool keeps_itself(const device &dev, const form &f)
+{
+  return dev.keepers.count(f.scripts[TASK_WRITE].script) != 0;
+}

@@ -44,8 +44,8 @@ static void check_script_file(const device &dev, const form &f,
   }
   const std::string where =
       line.line == 0 ? " (the default of " + line.keyword + ")" : "";
-  if (dev.odd.count(line.script) != 0) {
-    return; // told where it lies
+  if (dev.odd.count(line.script) + dev.keepers.count(line.script) != 0) {
+    return; // told where it lies, or a link to orv-store
   }
   const auto known = dev.scripts.find(line.script);
   if (known == dev.scripts.end() &&

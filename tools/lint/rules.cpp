@@ -51,5 +51,6 @@ device_check *const all_checks[] = {
     check_scripts,  check_script_files,   check_calls,
     check_input,    check_order,          check_compared,
     check_defaults, check_markup,         check_agreement,
+    check_keepers,
     nullptr,
 };

@@ -239,6 +239,25 @@ static void add_library(const std::string &dir)
   }
 }
 
+// Folders in each other; more is a link that leads back.
+static constexpr int COPY_DEEP = 8;
+
+// Links to nothing, such as those to a program of the device's, stay behind.
+static void copy_tree(const std::filesystem::path &from,
+                      const std::filesystem::path &to, int deep)
+{
+  namespace fs = std::filesystem;
+  std::error_code error;
+  if (fs::is_regular_file(from, error)) {
+    fs::copy_file(from, to, error);
+  } else if (fs::is_directory(from, error) && deep > 0) {
+    fs::create_directory(to, error);
+    for (const auto &entry : fs::directory_iterator(from, error)) {
+      copy_tree(entry.path(), to / entry.path().filename(), deep - 1);
+    }
+  }
+}
+
 void run_scripts(const device &dev, findings *found)
 {
   namespace fs = std::filesystem;
@@ -252,10 +271,7 @@ void run_scripts(const device &dev, findings *found)
   }
   for (const char *part :
        {"templates", "scripts", "state", "defaults", "system_type"}) {
-    if (fs::exists(dev.dir + "/" + part, error)) {
-      fs::copy(dev.dir + "/" + part, dir + "/" + part,
-               fs::copy_options::recursive, error);
-    }
+    copy_tree(dev.dir + "/" + part, dir + "/" + part, COPY_DEEP);
   }
   fs::create_directory(dir + "/state", error);
   add_library(dir);

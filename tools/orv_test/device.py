@@ -20,6 +20,7 @@ from .page import Page
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PARTS = ("templates", "scripts", "defaults", "actions", "system_type")
+STORE = "orv-store"
 URL = "/cgi-bin/orv"
 HOST = "device.local"
 SECONDS = 60  # that one page may take
@@ -95,6 +96,29 @@ def executable(path):
     return path
 
 
+def leads_to_store(path):
+    """Whether it is the link that makes orv-store a form's script, or the one
+    that leads on to the program."""
+    return path.is_symlink() and (
+        path.name == STORE or os.path.basename(os.readlink(path)) == STORE)
+
+
+def copy_part(source, target, store):
+    """Copies a file or folder of a device; where a form's script is a link to
+    orv-store, the program `store` runs in its place."""
+    if source.is_file():
+        shutil.copy(source, target)
+        return
+    shutil.copytree(source, target, dirs_exist_ok=True, ignore=lambda folder, names: [
+        name for name in names if leads_to_store(pathlib.Path(folder, name))])
+    forms = [p for p in source.iterdir() if leads_to_store(p) and p.name != STORE]
+    for form in forms:
+        (target / form.name).symlink_to(STORE)
+    if forms:
+        (target / STORE).unlink(missing_ok=True)
+        (target / STORE).symlink_to(store)
+
+
 def lines_of(path):
     """As scripts read them: LF alone ends a line."""
     return path.read_bytes().decode("utf-8", "replace").removesuffix("\n").split("\n")
@@ -121,17 +145,18 @@ class Device:
         (self.root / "cgi-bin/data").symlink_to("..")
         (self.root / ".note").write_text(NOTE_INPUT)
         for part in PARTS:
-            source = self.folder / part if self.folder else None
-            if source and source.is_file():
-                shutil.copy(source, self.root / part)
-            elif source and source.is_dir():
-                shutil.copytree(source, self.root / part)
+            if self.folder and (self.folder / part).exists():
+                copy_part(self.folder / part, self.root / part, self._store())
         for part in PARTS[:2] + ("state", "acts"):
             (self.root / part).mkdir(exist_ok=True)
         # Actions are asked for, and none is run.
         os.mkfifo(self.root / "acts/ask")
         self.asked = open(self.root / "acts/ask", "r+b", buffering=0)
         os.set_blocking(self.asked.fileno(), False)
+
+    def _store(self):
+        """The program that stores, beside the executable."""
+        return self.orv.parent / STORE
 
     def reset(self):
         """The settings as the device was shipped: nothing was ever stored."""
@@ -150,9 +175,8 @@ class Device:
                "REMOTE_ADDR": "127.0.0.1", "UBSAN_OPTIONS": f"exitcode={REPORT}",
                "ASAN_OPTIONS": f"exitcode={REPORT}",
                "LSAN_OPTIONS": f"exitcode={REPORT}"}
-        store = self.orv.parent / "orv-store"
-        if store.is_file():
-            env["ORV_STORE"] = str(store)
+        if self._store().is_file():
+            env["ORV_STORE"] = str(self._store())
         body = fields or b""
         if fields is not None:
             if not isinstance(fields, bytes):

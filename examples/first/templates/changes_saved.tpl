@@ -1,6 +1,6 @@
 title Saved
 read_script /bin/true
-navbar_script navbar.sh
+navbar_script navbar.sh --navbar
 body
 error $E$
 # A write script may report after_save; none does so yet.

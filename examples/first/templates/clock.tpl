@@ -1,5 +1,4 @@
 title Clock
-navbar_script navbar.sh
 body
 error $E$
 field server 30

@@ -1,7 +1,7 @@
 # The start page: the form that a request without a form's name gets.
 title $N:SYSTEM_TYPE$
 read_script /bin/true
-navbar_script navbar.sh
+navbar_script navbar.sh --navbar
 body
 error $E$
 text What do you want to set up?
