@@ -17,6 +17,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "act.h"
 #include "commit.h"
 #include "confirm.h"
 #include "fault.h"
@@ -378,9 +379,9 @@ static void judge_stamp()
   if (page == nullptr || page[0] == '\0') {
     return; // a command, which has opened no page
   }
-  char *rest;
+  char *rest = nullptr;
   const uint64_t number = strtoull(page, &rest, 10);
-  if (rest == page || *rest != ' ' ||
+  if (strspn(page, "0123456789") == 0 || *rest != ' ' ||
       (now.number > number && strcmp(now.owner, rest + 1) != 0)) {
     report_message("This page is older than the last save. Please open it "
                    "again.");
@@ -513,6 +514,15 @@ static void forget_secrets()
   }
 }
 
+// An action of the form's name makes the device use what was saved.
+static void ask_action(const char *form)
+{
+  if (act_exists(form) && !act_ask(form)) {
+    report_value("u_saved_note", store_fault_text());
+    store_forget_fault();
+  }
+}
+
 static bool check_form()
 {
   return take_page() && judge();
@@ -530,6 +540,7 @@ static bool write_form(const char *form, const char *subitem)
   forget_secrets();
   save_tell_page(stdout);
   save_log();
+  ask_action(form);
   return true;
 }
 
@@ -542,7 +553,8 @@ static bool set_places(const char *path)
   const int length = slash != nullptr ? static_cast<int>(slash - path) : 1;
   static const char *const names[] = {"ORV_STATE",     "state",
                                       "ORV_DEFAULTS",  "defaults",
-                                      "ORV_TEMPLATES", "templates"};
+                                      "ORV_TEMPLATES", "templates",
+                                      "ORV_ACTIONS",   "actions"};
   for (size_t i = 0; i < sizeof names / sizeof *names; i += 2) {
     const size_t size = strlen(path) + 32;
     const owned_text place(static_cast<char *>(must_malloc(size)));

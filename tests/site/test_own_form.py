@@ -1,0 +1,264 @@
+"""A form without a script: orv-store, called by a form's name, keeps what the
+template has, judges it once more and keeps nothing else."""
+
+import os
+import re
+import subprocess
+
+import pytest
+from conftest import ENVIRONMENT, SECONDS
+
+STORE = os.environ["ORV_STORE"]
+ITEMS = ("error $E$", "field name 20", "label Name", "check nullok word",
+         "field port", "label Port", "check decimal 1 65535", "checkbox on", "label On",
+         "select mode", "label Mode", "choice a Automatic", "choice b By hand",
+         "iselect zone zones", "label Zone", "fixed model", "label Model")
+SHIPPED = ("name=gate", "port=80", "on=True", "mode=a", "zone=utc", "model=X1",
+           "select_zones0=utc Universal", "select_zones1=cet Central Europe")
+TABLE = ("error $E$", "{}", "field to", "label To", "check nullok ipaddr ipv4",
+         "checkbox use", "label Use")
+MORE = "Nothing was saved: a table keeps 100 rows, and this one has more."
+LOOK = "Nothing was saved yet. Please look at the marked fields."
+
+
+def keep(site, form, *lines, shipped=None, files=()):
+    """A form whose script is a link; `files` of defaults are empty ones."""
+    for name, target in (("orv-store", STORE), (f"{form}.sh", "orv-store")):
+        if not (site.scripts / name).is_symlink():
+            (site.scripts / name).symlink_to(target)
+    site.template(form, *lines)
+    defaults = site.folder / "data/defaults"
+    defaults.mkdir(exist_ok=True)
+    for name in files:
+        (defaults / name).write_text("")
+    if shipped is not None:
+        (defaults / form).write_text("".join(f"{line}\n" for line in shipped))
+
+
+def stored(site, name="f", folder="data/state"):
+    """The lines of the settings, None when nobody has saved any."""
+    path = site.folder / folder / name
+    return path.exists() and [line for line in path.read_bytes().decode().splitlines()
+                              if line[0] != "#"] or None
+
+
+def task(site, *words, script="data/scripts/f.sh", given=(), **env):
+    """What the form's script prints for a task, by name; `given` is its input."""
+    run = subprocess.run(
+        [script, *words], cwd=site.folder, capture_output=True, timeout=SECONDS, check=False,
+        input="".join(f'new_{n}="{v}"\n' for n, v in dict(given).items()).encode(),
+        env=ENVIRONMENT | {"SYSLOG_FILE": str(site.folder / "syslog")} | site.env | env)
+    assert run.returncode == 0, run.stderr
+    return dict(re.findall(r'^(\w+)="?(.*?)"?$', run.stdout.decode(), re.M))
+
+
+@pytest.fixture(params=["open", "strict"])
+def device(site, request):
+    site.env["ORV_POLICY"] = request.param
+    return site
+
+
+def test_what_the_template_has_is_kept_and_nothing_else(device):
+    keep(device, "f", *ITEMS, shipped=SHIPPED)
+    forged = {"model": "X9", "extra": "1", "select_zones2": "mars Mars", "total": "7"}
+    page = device.open("f").press("Submit", name="wan", on="", mode="b", zone="cet", **forged)
+    assert page.title == "changes_saved", page.errors
+    kept = ["mode=b", "name=wan", "on=False", "port=80", "zone=cet"]
+    assert sorted(stored(device)) == kept
+    said = task(device, "--write", "f", given={"name": "lan", "c_name": "x", **forged})
+    assert "error_msg" not in said
+    assert sorted(stored(device)) == [k.replace("wan", "lan") for k in kept]
+    again = device.open("f")
+    assert again.control("name").get("value") == "lan" and "X1" in again.body
+    # Entries of the device's own, stored by its hand, stay; what is fixed goes.
+    with (device.folder / "data/state/f").open("a") as file:
+        file.write("select_zones2=est Eastern\nmodel=X2\n")
+    assert device.open("f").press("Submit", zone="est").title == "changes_saved"
+    assert sorted(stored(device)) == ["mode=b", "name=lan", "on=False", "port=80",
+                                      "select_zones2=est Eastern", "zone=est"]
+
+
+@pytest.mark.parametrize("given, field, message", [
+    ({"name": "a b"}, "name", "Single word is required"),
+    ({"port": "0"}, "port", None), ({"port": ""}, "port", None),
+    ({"mode": "c"}, "mode", "Select value failed to match choices"),
+    ({"zone": "mars", "select_zones2": "mars Mars"}, "zone", "Choose one of the entries"),
+    ({"zone": "ut"}, "zone", "Choose one of the entries"),
+    ({"zone": "utc Universal"}, "zone", "Choose one of the entries"),
+])
+def test_what_no_page_would_send_is_judged_where_it_is_stored(site, given, field, message):
+    keep(site, "f", *ITEMS, shipped=SHIPPED)
+    for name in ("--check", "--write"):
+        said = task(site, name, "f", given=given)
+        assert said["error_msg"] == LOOK and said[f"error_{field}"] == (
+            message or said[f"error_{field}"]) and len(said[f"error_{field}"]) > 5
+        assert not stored(site)
+    assert "error_msg" not in task(site, "--check", "f", given={"name": "ok"})
+    assert not stored(site)
+
+
+def rows(*values, first=0):
+    return {f"{name}{i}": v for i, to in enumerate(values, first)
+            for name, v in (("to", to), ("use", "True" if to else ""))}
+
+
+def test_rows_close_up_and_deleted_ones_stay_deleted(site):
+    keep(site, "f", *(s.format("table rules 2") for s in TABLE), shipped=("to0=10.0.0.1", "use0=True"))
+    assert site.open("f").control("to0").get("value") == "10.0.0.1"
+    task(site, "--write", "f", given=rows("10.0.0.5", "", "10.0.0.7"))
+    assert stored(site) == ["to0=10.0.0.5", "to1=10.0.0.7", "use0=True", "use1=True"]
+    said = task(site, "--write", "f", given=rows("10.0.0.5", "", "10.0.0.7", "10.0.0"))
+    assert said["error_to"] and len(stored(site)) == 4
+    task(site, "--write", "f", given={"x": 1})  # no table was drawn
+    assert len(stored(site)) == 4
+    many = [f"10.0.1.{i}" for i in range(101)]
+    assert "error_msg" not in task(site, "--write", "f", given=rows(*many[:99], "", many[99]))
+    assert len(stored(site)) == 200
+    assert task(site, "--write", "f", given=rows(*many))["error_msg"] == MORE
+    task(site, "--write", "f", given=rows(*[""] * 5))
+    assert not stored(site) and site.open("f").control("to0").get("value") is None
+
+
+def test_rows_of_a_fixed_number_and_of_boxes_alone_are_kept(site):
+    keep(site, "f", *(s.format("ftable rules 2 3") for s in TABLE))
+    task(site, "--write", "f", given=rows("", "10.0.0.7", "") | {"to3": "10.0.0.9"})
+    assert stored(site) == ["to0=", "to1=10.0.0.7", "to2=",
+                            "use0=False", "use1=True", "use2=False"]
+    keep(site, "g", "table boxes 2", "checkbox in", "label In", "checkbox out", "label Out")
+    given = {"in0": "True", "out0": "", "in1": "", "out1": "", "in2": "", "out2": "True"}
+    task(site, "--write", "g", script="data/scripts/g.sh", given=given)
+    assert stored(site, "g") == ["in0=True", "in1=False", "out0=False", "out1=True"]
+
+
+def test_a_sub_item_is_one_that_the_device_ships_with(device):
+    keep(device, "f", "error $E$", "if $S$ = lan1", "field extra", "check word", "endif",
+         "field name", "check word", files=("f@lan1", "f@lan2", "g"))
+    for name in ("lan1", "lan2"):
+        page = device.open("f", name).press("Submit", name=name, extra="e")
+        assert page.title == "changes_saved", page.errors
+        assert f"name={name}" in stored(device, f"f@{name}")
+    assert not stored(device)
+    for name in ("lan3", "x/../f", ".", "..", "lan1@x", "l" * 98):
+        page = device.open("f", name)
+        assert page.status != "200 OK" or page.errors == ["There is no such page here."], name
+        said = task(device, "--write", "f", name, given={"name": "x"})
+        assert said["error_msg"] == "There is no such page here.", name
+    # A template of such a name has no file that is another form's.
+    keep(device, "f@lan1", "field name")
+    said = task(device, "--write", "f@lan1", script="data/scripts/f@lan1.sh", given={"name": "x"})
+    assert said["error_msg"] == "There is no such page."
+    assert {p.name for p in (device.folder / "data/state").iterdir()
+            if p.name[0] != "."} == {"f@lan1", "f@lan2"}
+    assert stored(device, "f@lan1") == ["extra=e", "name=lan1"]
+
+
+def test_a_secret_is_kept_unseen_and_emptied_by_its_box_alone(device):
+    keep(device, "f", "error $E$", "field wifi_passphrase", "check nullok text",
+         "checkbox wifi_passphrase_clear", "field name", "check nullok text",
+         "checkbox tidy_clear", shipped=("name=a",))
+    typed = "it's 5 & more"
+    page = device.open("f").press("Submit", wifi_passphrase=typed)
+    assert page.title == "changes_saved" and f"wifi_passphrase={typed}" in stored(device)
+    assert typed not in page.bytes.decode() and "it&#" not in page.body
+    log = (device.folder / "syslog").read_text()
+    assert "wifi_passphrase" in log and "more" not in log
+    assert "more" not in (device.folder / "data/state/.history").read_text()
+    page = device.open("f")
+    assert page.control("wifi_passphrase").get("value") in (None, "")
+    assert page.press("Submit", name="b", tidy_clear="True").title == "changes_saved"
+    assert sorted(stored(device)) == ["name=b", "tidy_clear=True", f"wifi_passphrase={typed}"]
+    assert task(device, "--read", "f")["wifi_passphrase"] == ""
+    assert task(device, "--read", "f", ORV_SECRETS="1")["wifi_passphrase"] == typed
+    assert task(device, "--read", "f", ORV_SECRETS="1",
+                REQUEST_METHOD="GET")["wifi_passphrase"] == ""
+    page = device.open("f").press("Submit", wifi_passphrase="filled in", wifi_passphrase_clear="1")
+    assert page.title == "changes_saved" and "wifi_passphrase=" in stored(device)
+    keep(device, "g", "table keys 1", "field key_psk", "check text")
+    assert "needs a script" in task(device, "--read", "g", script="data/scripts/g.sh")["error_msg"]
+
+
+def test_of_two_pages_the_older_one_saves_nothing(site):
+    keep(site, "f", "error $E$", "field name", "check word", shipped=("name=a",))
+    first, second = site.open("f"), site.open("f")
+    assert second.press("Submit", name="b").title == "changes_saved"
+    assert first.press("Submit", name="c").errors[:1] == [
+        "This page is older than the last save. Please open it again."]
+    assert second.press("Submit", name="d").title == "changes_saved"  # by Back
+    for stamp in ("1", "0 none", "x y", "-1 x"):
+        task(site, "--write", "f", given={"name": "e", "orv_stamp": stamp})
+    assert stored(site) == ["name=d"]
+
+
+@pytest.mark.parametrize("value, kept", [
+    ("it's fine", True), ("Grüße, 設定", False), ("a=b", True), ("x  y", True), ("#x", True),
+    ("> g", True), ("@secret name", True), ("x" * 240, True), ("x" * 65536, False),
+    ('a"b', False), ("a$b", False), ("$(id)", False), ("`id`", False), ("a\\b", False),
+    ("a\tb", False), ("a\x01b", False), ("a\x7fb", False), ("a\rb", False)])
+@pytest.mark.parametrize("policy", ["open", "strict"])
+def test_a_hostile_value_is_text_or_is_refused(site, value, kept, policy):
+    site.env["ORV_POLICY"] = policy
+    keep(site, "f", "error $E$", "field name 300", "check nullok text", shipped=("name=a",))
+    page = site.open("f").press("Submit", name=value)
+    lines = stored(site)
+    assert (page.title == "changes_saved") == (lines is not None)
+    if kept:
+        assert lines == [f"name={value}"]
+    elif lines is not None:  # cut by the page, or a blank in place of it
+        assert len(lines) == 1 and not re.search(r'["$\\`\x00-\x1f\x7f]', lines[0])
+    assert not os.path.exists(site.folder / "data/state/g")
+
+
+def test_places_are_beside_the_folder_of_the_link(site):
+    keep(site, "f", "field name", "check word")
+    other = site.folder / "bin"
+    other.mkdir()
+    (other / "store").symlink_to(STORE)
+    (site.scripts / "f.sh").unlink()
+    (site.scripts / "f.sh").symlink_to(other / "store")
+    task(site, "--write", "f", given={"name": "a"})
+    assert stored(site) == ["name=a"] and not (site.folder / "state").exists()
+    task(site, "--write", "f", given={"name": "c"}, ORV_STATE=str(site.folder / "else"))
+    assert stored(site, folder="else") == ["name=c"] and stored(site) == ["name=a"]
+    task(site, "--write", "f", given={"name": "d"}, ORV_STATE="")
+    assert stored(site) == ["name=d"]
+    said = task(site, "--read", "f", ORV_TEMPLATES=str(site.folder / "else"))
+    assert said["error_msg"] == "There is no such page." and said["error_fatal"] == "yes"
+    for words in ((), ("f",), ("--reset", "f"), ("load", "f"), ("--read",),
+                  ("--read", "f", "a", "b")):
+        run = subprocess.run(["data/scripts/f.sh", *words], cwd=site.folder, input=b"",
+                             capture_output=True, env=ENVIRONMENT, check=False)
+        assert run.returncode == 1 and b"usage: " in run.stderr and run.stdout == b""
+
+
+def test_the_page_and_the_log_say_what_changed_and_by_whom(site):
+    keep(site, "f", *ITEMS, shipped=SHIPPED)
+    site.template("changes_saved", "text $V:saved_change0$$V:saved_change1$$V:saved_change2$",
+                  "text Note: $V:saved_note$", title="changes_saved")
+    page = site.open("f").press("Submit", name="wan", mode="b")
+    assert "Name: gate → wan" in page.body and "Mode: Automatic → By hand" in page.body
+    assert [line for line in page.log if "Name: gate -> wan (somebody)" in line]
+    (site.scripts / "navbar").write_text("--\nf First\norvmenu Start\n")
+    links = [a.get("href").partition("?")[2] for a in site.open("f").all("a")]
+    assert links == ["form=f", "form=orvmenu"]
+    assert task(site, "--navbar") == {}  # no form is needed for a bar
+
+
+def test_an_action_of_its_name_is_asked_for_behind_the_save(site):
+    keep(site, "f", "field name", "check word")
+    site.template("changes_saved", "text Note: $V:saved_note$.", title="changes_saved")
+    acts, actions = site.folder / "acts", site.folder / "data/actions"
+    acts.mkdir()
+    site.env["ORV_ACTS"] = str(acts)
+    assert "Note: ." in site.open("f").press("Submit", name="a").body
+    actions.mkdir()
+    (actions / "f").write_text("#!/bin/sh\n")
+    page = site.open("f").press("Submit", name="b")
+    assert "Note: Saved, but not in use: " in page.body and stored(site) == ["name=b"]
+    os.mkfifo(acts / "ask")
+    reader = os.open(acts / "ask", os.O_RDWR | os.O_NONBLOCK)
+    assert "Note: ." in site.open("f").press("Submit", name="c").body
+    assert os.read(reader, 100).split() == [b"f"]
+    site.open("f").press("Submit", name="a b")  # what is refused asks for nothing
+    with pytest.raises(BlockingIOError):
+        os.read(reader, 100)
+    os.close(reader)
