@@ -7,8 +7,8 @@
 // as there is any doubt (a variable that bash obeys, a program that the kernel
 // does not take, no memory), the line goes to bash.
 //
-// The plan is made in the process that asks for the script.  What its child
-// does may happen in the same memory, so it changes nothing there.
+// Runs in the child alone, just before it becomes the script: what is allocated
+// here ends with it.
 
 #include "orv_exec.h"
 
@@ -18,8 +18,6 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <utility>
 
 // Not must_malloc: lack of memory is no fault here, bash takes over.
 template <typename T> static T *new_list(size_t count)
@@ -44,11 +42,12 @@ static bool is_plain_line(const char *line)
   return *line == '\0';
 }
 
-// The words of `text`, which is cut, NULL behind the last; NULL without memory.
-static char **split_words(char *text)
+// The words of the line, NULL behind the last; NULL without memory.
+static char **split_words(const char *line)
 {
-  char **words = new_list<char *>(strlen(text) / 2 + 2);
-  if (words == nullptr) {
+  char *text = strdup(line);
+  char **words = new_list<char *>(strlen(line) / 2 + 2);
+  if (text == nullptr || words == nullptr) {
     return nullptr;
   }
   size_t count = 0;
@@ -151,11 +150,11 @@ static char *script_entry(const char *path)
   return entry;
 }
 
-// The environment that bash would give the script whose entry is `script`; NULL
-// when that cannot be told.
-static char **script_environment(char *script)
+// The environment that bash would give the script at `path`; NULL when that
+// cannot be told.
+static char **script_environment(const char *path)
 {
-  char *const own[] = {folder_entry(), level_entry(), script};
+  char *const own[] = {folder_entry(), level_entry(), script_entry(path)};
   size_t count = 0;
   while (environ[count] != nullptr) {
     count++;
@@ -184,30 +183,25 @@ static char **script_environment(char *script)
 
 // --- starting ----------------------------------------------------------------
 
-void orv_exec_prepare(orv_exec_plan *plan, const char *line)
+// Returns when the line needs bash.
+static void exec_plain_line(const char *line)
 {
-  *plan = {line, nullptr, nullptr, nullptr, nullptr};
   if (!is_plain_line(line) || is_obeyed_environment()) {
     return;
   }
-  plan->text.reset(strdup(line));
-  owned_list words(plan->text != nullptr ? split_words(plan->text.get())
-                                         : nullptr);
-  if (words == nullptr || words.get()[0] == nullptr) {
+  char **words = split_words(line);
+  if (words == nullptr || words[0] == nullptr) {
     return;
   }
-  plan->script.reset(script_entry(words.get()[0]));
-  plan->entries.reset(script_environment(plan->script.get()));
-  if (plan->entries != nullptr) {
-    plan->words = std::move(words);
+  char **entries = script_environment(words[0]);
+  if (entries != nullptr) {
+    execve(words[0], words, entries);
   }
 }
 
-void orv_exec(const orv_exec_plan *plan)
+void orv_exec_line(const char *line)
 {
-  if (plan->words != nullptr) {
-    execve(plan->words.get()[0], plan->words.get(), plan->entries.get());
-  }
-  const char *const argv[] = {"bash", "-c", plan->line, nullptr};
+  exec_plain_line(line);
+  const char *const argv[] = {"bash", "-c", line, nullptr};
   execv("/bin/bash", const_cast<char *const *>(argv));
 }

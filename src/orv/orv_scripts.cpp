@@ -1,6 +1,6 @@
 // The script runner.
 //
-// A script is a child process, talked to through pipes and waited
+// A script is started with fork and exec, talked to through pipes and waited
 // for, strictly one at a time, and nothing but the state below is kept between
 // calls.  What flows through the pipes is the caller's business, when it flows
 // is decided here.  Input stands in the pipe before the script exists, and only
@@ -24,9 +24,7 @@
 #include <fcntl.h>
 #include <initializer_list>
 #include <poll.h>
-#include <sched.h>
 #include <signal.h>
-#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -64,9 +62,6 @@ constexpr int NO_SCRIPT = -2;
 constexpr int NO_PIPE = -3;
 constexpr int NO_CHILD = -4;
 
-// The part of a child before it becomes a script needs a tenth.
-constexpr size_t CHILD_STACK_SIZE = 64UL * 1024;
-
 // A pipe between us and a script; -1: there is none, or no longer that end.  A
 // script without one has /dev/null there.
 struct channel {
@@ -80,9 +75,6 @@ struct launch {
   owned_text line;     // the full command line
   channel from_script;
   channel to_script;
-  orv_exec_plan plan;
-  pid_t parent;
-  int error; // why nothing could be executed; 0: something was
 };
 
 static void set_disposition(int sig, void (*handler)(int))
@@ -218,9 +210,7 @@ static pid_t prepare(launch *start, const char *command, bool reads,
                      bool writes)
 {
   orv_script_signals();
-  start->command = command;
-  start->line.reset(full_command(command));
-  start->from_script = start->to_script = {-1, -1};
+  *start = {command, owned_text(full_command(command)), {-1, -1}, {-1, -1}};
   if (start->line == nullptr) {
     return NO_MEMORY;
   }
@@ -249,26 +239,15 @@ static void redirect(int fd, int flags, int place)
   }
 }
 
-// A handler of ours must not find our memory in a child.
-static void drop_handlers()
+// The child's part: never returns.  Nothing of the parent's signals or
+// descriptors reaches the script, and _exit leaves the parent's unwritten
+// output alone.
+[[noreturn]] static void run_child(const launch *start, pid_t parent)
 {
-  for (const int sig : {SIGHUP, SIGINT, SIGQUIT, SIGSEGV}) {
-    if (signal(sig, SIG_DFL) == SIG_IGN) {
-      signal(sig, SIG_IGN);
-    }
-  }
-  signal(SIGTERM, SIG_DFL);
-}
-
-// The child's part: returns only when nothing can be executed.  Nothing of the
-// parent's signals or descriptors reaches the script.
-static void become_script(launch *start)
-{
-  drop_handlers();
   setpgid(0, 0);
   if (let_finish == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != start->parent) {
+    if (getppid() != parent) {
       _exit(EXIT_FAILURE); // it died before it could be watched
     }
   }
@@ -278,53 +257,21 @@ static void become_script(launch *start)
   close_all_file_descriptors(1);
 
   signal(SIGPIPE, SIG_DFL);
+  signal(SIGTERM, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  orv_exec(&start->plan);
-  start->error = errno;
-}
 
-// A child in this process's memory, which stands still until the child has
-// become the script: copying the memory costs as much as many a script.
-static int share_memory(void *start)
-{
-  become_script(static_cast<launch *>(start));
+  orv_exec_line(start->line.get());
+  orv_fatal("Exec call for \"%s\" failed (%d)", start->command, errno);
   _exit(EXIT_FAILURE);
-}
-
-// A child of its own, which may report; _exit leaves the parent's unwritten
-// output alone.
-static pid_t fork_child(launch *start)
-{
-  const pid_t pid = fork();
-  if (pid == 0) {
-    become_script(start);
-    orv_fatal("Exec call for \"%s\" failed (%d)", start->command, start->error);
-    _exit(EXIT_FAILURE);
-  }
-  return pid;
-}
-
-static pid_t make_child(launch *start)
-{
-  alignas(max_align_t) static char stack[CHILD_STACK_SIZE];
-  start->error = 0;
-  const pid_t pid = clone(share_memory, stack + sizeof stack,
-                          CLONE_VM | CLONE_VFORK | SIGCHLD, start);
-  if (pid < 0 || start->error == 0) {
-    return pid;
-  }
-  waitpid(pid, nullptr, 0);
-  return fork_child(start);
 }
 
 // Makes the script's process.  Its id, or NO_CHILD, reported, with both pipes
 // closed.
 static pid_t start_child(launch *start)
 {
-  start->parent = getpid();
-  orv_exec_prepare(&start->plan, start->line.get());
+  const pid_t parent = getpid();
   sigset_t endings; // not all signals: a crash is handled here as well
   sigset_t before;
   sigemptyset(&endings);
@@ -332,13 +279,15 @@ static pid_t start_child(launch *start)
     sigaddset(&endings, sig);
   }
   sigprocmask(SIG_BLOCK, &endings, &before);
-  const pid_t pid = make_child(start);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    run_child(start, parent);
+  }
   if (pid > 0) {
     setpgid(pid, pid); // whichever of the two processes comes first
     group = pid;
   }
   sigprocmask(SIG_SETMASK, &before, nullptr);
-  start->plan = {};
   if (pid < 0) {
     orv_fatal("orv_script_run: Cannot fork. Errno %d", errno);
     close_channels(start);

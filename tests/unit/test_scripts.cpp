@@ -224,16 +224,6 @@ TEST_F(Scripts, LackOfProcessesOrDescriptorsIsReported)
     fputs(message().c_str(), stderr);
     _exit(0);
   }, testing::ExitedWithCode(0), "^orv_script_run: Cannot fork. Errno 38$");
-  // The child says so to the system log; here its report changes nothing.
-  message();
-  EXPECT_EXIT({
-    deny(SYS_execve);
-    for (const char *line : {"/bin/true", "/bin/true ; :"}) {
-      const int status = run(line);
-      fprintf(stderr, "%d %s|", status, message().c_str());
-    }
-    _exit(0);
-  }, testing::ExitedWithCode(0), "^1 .1 .$");
   string reports;
   int status = -3;
   for (rlimit limit = {3, 4096}; status == -3; limit.rlim_cur++) {
