@@ -9,6 +9,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -36,6 +37,8 @@ constexpr size_t NAME_MAX_LENGTH = 40; // of an action; the reader takes no more
 constexpr size_t OUTPUT_MAX = 4096;    // of an action, as the reader keeps it
 constexpr size_t WORD_SIZE = 48;       // of what stands in front of the output
 constexpr size_t FIRST_LINE_MAX = 120; // of an output, in a message
+constexpr int FULL_MILLISECONDS =
+    5000; // the reader takes what is there a second
 constexpr long LOOK_NANOSECONDS = 50'000'000; // between two looks at a result
 
 // A result: "RUN STATE", a line end, and the output.  Each run has another
@@ -78,7 +81,7 @@ bool act_exists(const char *name)
 
 static bool cannot_ask(int error)
 {
-  if (error == ENOENT || error == ENXIO) {
+  if (error == ENOENT || error == ENXIO || error == EPIPE) {
     return store_fault(UNUSED "the service larkspur-acts does not run");
   }
   if (error == EAGAIN) {
@@ -92,8 +95,7 @@ static bool cannot_ask(int error)
 // The folder of the FIFO and the results, -1 with errno.
 static int open_acts()
 {
-  return open(place("ORV_ACTS", ACTS_FOLDER),
-              O_PATH | O_DIRECTORY | O_CLOEXEC);
+  return open(place("ORV_ACTS", ACTS_FOLDER), O_PATH | O_DIRECTORY | O_CLOEXEC);
 }
 
 static bool is_fifo(const struct stat *file)
@@ -137,7 +139,11 @@ static bool write_name(int acts, const char *name)
   if (fd < 0) {
     return cannot_ask(errno);
   }
-  const ssize_t put = write(fd, line, static_cast<size_t>(length));
+  ssize_t put = write(fd, line, static_cast<size_t>(length));
+  pollfd room = {fd, POLLOUT, 0};
+  if (put < 0 && errno == EAGAIN && poll(&room, 1, FULL_MILLISECONDS) > 0) {
+    put = write(fd, line, static_cast<size_t>(length));
+  }
   const int error = errno;
   close(fd);
   return put == length || cannot_ask(put < 0 ? error : EIO);

@@ -139,6 +139,10 @@ def test_nothing_but_names_comes_through_the_fifo(acts):
     assert acts.run("count") == "ok" and acts.counted() == 2
     keeper.write(b"cou")  # what was left half is no part of another's line
     assert acts.run("count") == "ok" and acts.counted() == 3
+    os.set_blocking(keeper.fileno(), False)
+    while keeper.write(4096 * b"x"):
+        pass
+    assert acts.run("count") == "ok" and acts.counted() == 4  # waits for room
     log = (acts.folder / "log").read_text()
     assert log.count("dropped") <= 5 and acts.process.poll() is None
 
