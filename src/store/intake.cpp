@@ -218,3 +218,12 @@ bool intake_write(FILE *out)
   }
   return true;
 }
+
+void intake_forget(void)
+{
+  free(text);
+  free(fields);
+  text = nullptr;
+  fields = nullptr;
+  count = 0;
+}

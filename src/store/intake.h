@@ -23,4 +23,7 @@ void intake_each(void (*act)(const char *name, const char *value, void *data),
 // fault when a name comes twice.
 bool intake_write(FILE *out);
 
+// Forgets it, to take another one.
+void intake_forget(void);
+
 #endif

@@ -59,6 +59,7 @@ struct told_change {
   char *log;
 };
 
+static char *order_text;    // owned: names and values point into it
 static orv_change *changes; // owned: what came of it
 static told_change *told;   // owned: the same in words
 static size_t told_count;
@@ -503,10 +504,9 @@ static void write_shown(FILE *out, const char *line)
 
 bool save_order(char *order, const char *form, const char *subitem)
 {
-  static char *text; // owned: names and values point into it
-  text = order;
+  order_text = order;
   store_stage stage;
-  if (!take_order(text) || !judge()) {
+  if (!take_order(order_text) || !judge()) {
     return false;
   }
   if (!form_open(form) && store_fault_text() != nullptr) {
@@ -523,6 +523,31 @@ bool save_order(char *order, const char *form, const char *subitem)
     stage_drop(&stage);
   }
   return stored;
+}
+
+void save_forget(void)
+{
+  for (save_file *file = files; file < files + file_count; file++) {
+    settings_free(&file->before);
+    settings_free(&file->after);
+  }
+  for (size_t i = 0; i < told_count; i++) {
+    free(told[i].page);
+    free(told[i].log);
+  }
+  free(told);
+  orv_free_changes(changes);
+  free(order_text);
+  order_text = nullptr;
+  changes = nullptr;
+  told = nullptr;
+  told_count = file_count = 0;
+  secrets.count = labels.count = columns.count = 0;
+  token[0] = '\0';
+  owner = "-";
+  guard_seconds = 0;
+  guard_has_command = false;
+  guard_act_name = "";
 }
 
 void save_answer(FILE *out)

@@ -11,8 +11,11 @@ constexpr size_t SAVE_PAGE_LINES = 12;
 // Stores what `order`, lines as orv-store(8) describes them, says as one step.
 // The text is taken; with `form` and `subitem` (NULL: none) the save is told
 // to others.  False with a fault, and nothing is stored.  Needs the lock; once
-// a process.
+// a process, or behind save_forget.
 bool save_order(char *order, const char *form, const char *subitem);
+
+// Forgets what came of it and the order.
+void save_forget(void);
 
 // Writes what came of it for a script: the guarded change's token, and each
 // change for a page and for a log.

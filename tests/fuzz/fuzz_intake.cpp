@@ -1,0 +1,31 @@
+// What a page posts, as its script takes it.
+
+#include "intake.h"
+#include "store.h"
+
+static void fuzz(std::string_view input)
+{
+  dup2(fuzz_file(input), STDIN_FILENO);
+  fuzz_folder();
+  char *text = nullptr;
+  size_t length = 0;
+  FILE *out = open_memstream(&text, &length);
+  const bool taken = intake_read("none") && intake_write(out);
+  fclose(out);
+  assert(taken != fuzz_fault());
+  // Each line is a plain name once and a bounded value, so bash can take it.
+  std::string last;
+  for (char *line = text; taken && *line != '\0';) {
+    char *end = strchr(line, '\n');
+    char *equals = strchr(line, '=');
+    assert(end != nullptr && equals != nullptr && equals < end);
+    const std::string name(line, equals);
+    assert(name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_") ==
+               name.npos &&
+           name > last && name.size() <= 52 && end - equals <= 1000);
+    last = name;
+    line = end + 1;
+  }
+  free(text);
+  intake_forget();
+}
