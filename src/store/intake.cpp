@@ -36,6 +36,7 @@ struct posted_field {
 static char *text;           // owned
 static posted_field *fields; // owned; point into the text
 static size_t count;
+static bool ordered; // by name
 
 static bool is_too_large()
 {
@@ -174,7 +175,6 @@ static int compare_names(const void *a, const void *b)
 
 static void order_fields()
 {
-  static bool ordered;
   if (!ordered && count > 0) {
     qsort(fields, count, sizeof *fields, compare_names);
   }
@@ -226,4 +226,5 @@ void intake_forget(void)
   text = nullptr;
   fields = nullptr;
   count = 0;
+  ordered = false;
 }

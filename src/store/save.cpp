@@ -185,9 +185,10 @@ static bool take_words(char **order)
 // Takes a line "> FILE" and the values behind it, up to the next such line.
 static bool take_file(char **order)
 {
-  char *name = *order + strlen("> ");
+  const bool is_file = strncmp(*order, "> ", strlen("> ")) == 0;
+  char *name = *order + (is_file ? strlen("> ") : 0);
   char *end = strchr(name, '\n');
-  if (strncmp(*order, "> ", strlen("> ")) != 0 || end == nullptr) {
+  if (!is_file || end == nullptr) {
     return store_fault(
         "Nothing was saved: the script's order is not understood");
   }
