@@ -291,8 +291,8 @@ orv_store() {
       order+="$name=${orv[$name]}"$'\n'
     fi
   done
-  ((!orv_failed)) && orv__ask store "$orv__lock" "$orv__form" <<<"$order" ||
-    return 1
+  ((!orv_failed)) && orv__ask store "$orv__lock" "$orv__form" \
+    ${orv__subitem:+"$orv__subitem"} <<<"$order" || return 1
   for line in "${orv__answer[@]:1}"; do
     case $line in
       'page '*) orv__saved+=("${line#page }") ;;
@@ -340,6 +340,28 @@ orv_act() {
   orv__ask act "$1" ${2:+--wait "$2"} </dev/null || return
   orv_acted=("${orv__answer[@]:1}")
   orv_acted=("${orv_acted[@]#line }")
+}
+
+# orv_history LINES: the last saves, the newest first, to a page: when, who and
+# which form, then what changed, as history0 to history<LINES-1>, each with the
+# end of its line.
+orv_history() {
+  local kind rest number seconds user address form how place=0
+  while ((place < $1)) && read -r kind rest; do
+    if [[ $kind == @ ]]; then
+      read -r number seconds user address form how <<<"$rest"
+      [[ $address == - ]] || user+=" at $address"
+      [[ $form != - ]] || form=device
+      printf -v rest '%(%Y-%m-%d %H:%M:%S)T' "$seconds"
+      orv__line "$user, $form ${how/#back/went back}" 150 shown
+      REPLY="\$B\$$rest\$R\$ $REPLY"
+    elif [[ $kind == = ]]; then
+      orv__line "$rest" 210 shown
+    else
+      continue
+    fi
+    printf 'history%d="%s%s"\n' $((place++)) "$REPLY" "\$L\$"
+  done < <("$orv__program" history 2>/dev/null)
 }
 
 # --- while and after the page goes out ----------------------------------------

@@ -16,9 +16,9 @@ case $1 in
     printf '%s\n' 'firewall Firewall' 'forwards Port forwards' \
       'services Services' 'users Users' 'status Status'
     ;;
-  system | log | reboot | errors | status)
-    printf '%s\n' 'system Place and time' 'log Log' 'reboot Restart' \
-      'errors Try errors' 'status Status'
+  system | log | history | reboot | errors | status)
+    printf '%s\n' 'system Place and time' 'log Log' 'history History' \
+      'reboot Restart' 'status Status'
     ;;
   *)
     printf '%s\n' 'network Network' 'firewall Firewall' 'services Services' \

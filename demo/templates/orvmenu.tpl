@@ -31,6 +31,7 @@ fmenu
 choice status Status
 choice system Place and time
 choice log Log
+choice history History
 choice reboot Restart
 
 heading2 For form authors

@@ -387,6 +387,14 @@ bool store_lock(const char *what, pid_t holder)
   return true;
 }
 
+void store_unlock(void)
+{
+  if (lock_file >= 0) {
+    close(lock_file);
+    lock_file = -1;
+  }
+}
+
 // --- holding it for a script -------------------------------------------------
 
 // Waits until the process has ended.  The system may be too old to say so.

@@ -44,6 +44,9 @@ bool store_is_name(const char *name);
 // the lock.  `what` is what others are told meanwhile.
 bool store_lock(const char *what, pid_t holder);
 
+// Lets others lock.
+void store_unlock(void);
+
 // Hands the lock to a process of its own, which keeps it until the process
 // `script` ends: nothing that the script leaves behind holds it, and whoever
 // ends the holder unlocks.  The holder's id, -1 with a fault.

@@ -33,7 +33,8 @@
 constexpr unsigned WATCH_SECONDS = 1;       // how often a watcher looks
 // Until a device uses a change.  Who should have made it do so may be gone.
 constexpr unsigned START_SECONDS = 60;
-constexpr size_t BOOT_SIZE = 37; // of a boot's name
+constexpr size_t BOOT_SIZE = 37;  // of a boot's name
+constexpr size_t FORM_SIZE = 512; // FORM/SUBITEM
 
 // --- time --------------------------------------------------------------------
 
@@ -90,7 +91,13 @@ static bool keep_older(int, const char *name, void *stage)
   return keep_file(static_cast<const store_stage *>(stage), from, name);
 }
 
-// The lines of the information that an older change has left, which stays.
+static bool begins_with(const char *line, const char *key)
+{
+  return strncmp(line, key, strlen(key)) == 0;
+}
+
+// The lines of the information that an older change has left, which stays: what
+// goes back may be of several forms.
 static void copy_changes(FILE *out)
 {
   size_t length;
@@ -98,8 +105,11 @@ static void copy_changes(FILE *out)
   const char *line = older != nullptr ? older.get() : "";
   for (; line[0] != '\0'; line += strcspn(line, "\n") + 1) {
     const size_t size = strcspn(line, "\n");
-    if (strncmp(line, "change=", strlen("change=")) == 0) {
+    if (begins_with(line, "change=") || begins_with(line, "also=")) {
       fprintf(out, "%.*s\n", static_cast<int>(size), line);
+    } else if (begins_with(line, "form=")) {
+      fprintf(out, "also=%.*s\n", static_cast<int>(size - strlen("form=")),
+              line + strlen("form="));
     }
     if (line[size] == '\0') {
       break;
@@ -120,8 +130,10 @@ static void write_info(FILE *out, const guarded_change *change)
 {
   store_who who;
   store_ask_who(&who);
-  fprintf(out, "form=%s\nuser=%s\naddress=%s\nseconds=%u\n", change->form,
-          who.user, who.address, change->seconds);
+  fprintf(out, "form=%s%s%s\nuser=%s\naddress=%s\nseconds=%u\n", change->form,
+          change->subitem != nullptr ? "/" : "",
+          change->subitem != nullptr ? change->subitem : "", who.user,
+          who.address, change->seconds);
   if (change->act[0] != '\0') {
     fprintf(out, "act=%s\n", change->act);
   }
@@ -343,7 +355,7 @@ static bool stage_old(int dir, const char *name, void *data)
   settings then = {};
   char *copy = is_made ? must_strdup(whole.get()) : nullptr;
   const bool read = copy != nullptr && settings_read(name, &now) &&
-                    settings_parse(name, copy, &then);
+                    settings_imagine(name, copy, &then);
   if (read) {
     history_note(name, &now, &then);
   }
@@ -352,10 +364,22 @@ static bool stage_old(int dir, const char *name, void *data)
   return read && stage_write(stage, name, whole.get(), made.length);
 }
 
+// The forms whose changes go back.
+static void tell_others(const char *info)
+{
+  char name[FORM_SIZE];
+  for (const char *form = info_value(info, "also"); form != nullptr;
+       form = info_value(form, "also")) {
+    snprintf(name, sizeof name, "%.*s", static_cast<int>(strcspn(form, "\n")),
+             form);
+    history_also(name);
+  }
+}
+
 static bool stage_all(const store_stage *stage, const pending_change *pending)
 {
   const char *form = info_value(pending->text, "form");
-  char name[STORE_NAME_MAX + 1];
+  char name[FORM_SIZE];
   snprintf(name, sizeof name, "%.*s",
            form != nullptr ? static_cast<int>(strcspn(form, "\n")) : 1,
            form != nullptr ? form : "-");
@@ -363,6 +387,7 @@ static bool stage_all(const store_stage *stage, const pending_change *pending)
     return false;
   }
   history_tell("Nobody kept the change: the old settings are back");
+  tell_others(pending->text);
   const bool staged = store_each_file(store.fd, PENDING_FOLDER, stage_old,
                                       const_cast<store_stage *>(stage));
   return history_end(stage) && staged;

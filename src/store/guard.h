@@ -17,6 +17,7 @@
 struct guarded_change {
   const char *token;         // its name
   const char *form;          // that made it
+  const char *subitem;       // NULL: none
   const orv_change *changes; // what it is
   unsigned seconds;          // from when the device uses it
   bool armed;                // the device uses it at once

@@ -23,35 +23,63 @@ constexpr int ENTRIES_MAX = 10;
 // all by itself can be looked at, but not undone.
 constexpr size_t BYTES_MAX = 64UL * 1024;
 constexpr size_t ENTRY_MAX = 24UL * 1024;
+constexpr size_t TOLD_MAX = 8UL * 1024;
+constexpr size_t SHOWN_MAX = 200; // no form or sub-item has a longer name
 
 static store_text told;  // the entry's head and what changed
 static FILE *telling;    // writes it; NULL: no entry is begun
 static store_text noted; // how to get back
 static FILE *noting;
+static size_t told_size; // of the lines of what changed
+static size_t untold;    // lines that had no room
 
 // --- writing -----------------------------------------------------------------
+
+// Writes a name as a part of a word; it may come from a request.
+static void put_name(const char *name)
+{
+  for (size_t i = 0; i < SHOWN_MAX && name[i] != '\0'; i++) {
+    putc(static_cast<unsigned char>(name[i]) > ' ' ? name[i] : '_', telling);
+  }
+}
 
 bool history_begin(const store_stage *stage, const char *form,
                    const char *subitem, const char *kind)
 {
   store_who who;
   store_ask_who(&who);
+  told_size = 0;
+  untold = 0;
   telling = store_open_text(&told);
   noting = telling != nullptr ? store_open_text(&noted) : nullptr;
   if (noting == nullptr) {
     store_close_text(telling, &told);
     return false;
   }
-  fprintf(telling, "@ %" PRIu64 " %lld %s %s %s%s%s %s\n", stage->number,
-          static_cast<long long>(time(nullptr)), who.user, who.address,
-          form[0] != '\0' ? form : "-", subitem != nullptr ? "/" : "",
-          subitem != nullptr ? subitem : "", kind);
+  fprintf(telling, "@ %" PRIu64 " %lld %s %s ", stage->number,
+          static_cast<long long>(time(nullptr)), who.user, who.address);
+  put_name(form[0] != '\0' ? form : "-");
+  if (subitem != nullptr) {
+    putc('/', telling);
+    put_name(subitem);
+  }
+  fprintf(telling, " %s\n", kind);
   return true;
 }
 
 void history_tell(const char *line)
 {
+  if (told_size > TOLD_MAX) {
+    untold++;
+    return;
+  }
+  told_size += strlen(line);
   fprintf(telling, "= %s\n", line);
+}
+
+void history_also(const char *form)
+{
+  fprintf(telling, "& %s\n", form);
 }
 
 static void note_name(const char *file, const setting *one,
@@ -98,13 +126,35 @@ static size_t entry_length(const char *text)
   return next != nullptr ? static_cast<size_t>(next + 1 - text) : strlen(text);
 }
 
-// The length of as many entries as fit behind one of `used` bytes.
-static size_t kept_length(const char *entries, size_t used)
+static uint64_t entry_number(const char *entry)
+{
+  return strtoull(entry + 1, nullptr, 10);
+}
+
+// The length of the entries of one save: a transaction has several.
+static size_t save_length(const char *entries)
+{
+  const uint64_t number = entry_number(entries);
+  size_t length = 0;
+  while (entries[length] == '@' && entry_number(entries + length) == number) {
+    length += entry_length(entries + length);
+  }
+  return length;
+}
+
+// The length of as many saves as fit behind an entry of `used` bytes.  `*whole`
+// becomes false when entries of the save `number` itself do not.
+static size_t kept_length(const char *entries, size_t used, uint64_t number,
+                          bool *whole)
 {
   size_t length = 0;
-  for (int i = 1; i < ENTRIES_MAX && entries[length] == '@'; i++) {
-    const size_t more = entry_length(entries + length);
-    if (used + length + more > BYTES_MAX) {
+  int saves = 1;
+  while (entries[length] == '@') {
+    const bool is_same = entry_number(entries + length) == number;
+    const size_t more = save_length(entries + length);
+    saves += is_same ? 0 : 1;
+    if (saves > ENTRIES_MAX || used + length + more > BYTES_MAX) {
+      *whole = *whole && !is_same;
       break;
     }
     length += more;
@@ -127,6 +177,9 @@ static char *read_history(const store_stage *stage)
 
 bool history_end(const store_stage *stage)
 {
+  if (untold > 0) {
+    fprintf(telling, "= and %zu more\n", untold);
+  }
   const bool is_told = store_close_text(telling, &told);
   const bool is_noted = store_close_text(noting, &noted);
   const owned_text entry(told.bytes);
@@ -136,15 +189,20 @@ bool history_end(const store_stage *stage)
   if (store_fault_text() != nullptr) {
     return false;
   }
-  const size_t back_size = noted.length <= ENTRY_MAX ? noted.length : 0;
+  static const char too_many[] = "-\n";
+  bool fits = noted.length <= ENTRY_MAX;
+  const size_t size = told.length + (fits ? noted.length : 0);
+  const size_t kept = older != nullptr
+                          ? kept_length(older.get(), size, stage->number, &fits)
+                          : 0;
+  const size_t back_size = fits ? noted.length : strlen(too_many);
   const size_t used = told.length + back_size;
-  const size_t kept = older != nullptr ? kept_length(older.get(), used) : 0;
   const owned_text all(static_cast<char *>(must_malloc(used + kept + 1)));
   if (all == nullptr) {
     return store_fault("Out of memory");
   }
   memcpy(all.get(), told.bytes, told.length);
-  memcpy(all.get() + told.length, noted.bytes, back_size);
+  memcpy(all.get() + told.length, fits ? noted.bytes : too_many, back_size);
   if (kept > 0) {
     memcpy(all.get() + used, older.get(), kept);
   }
@@ -153,22 +211,91 @@ bool history_end(const store_stage *stage)
 
 // --- reading -----------------------------------------------------------------
 
+char *history_read(void)
+{
+  return store.fd >= 0 ? read_history(nullptr) : nullptr;
+}
+
 bool history_print(FILE *out)
 {
-  const owned_text text(store.fd >= 0 ? read_history(nullptr) : nullptr);
+  const owned_text text(history_read());
   if (text != nullptr) {
     fputs(text.get(), out);
   }
   return store_fault_text() == nullptr;
 }
 
-// What one file becomes: names and values of lines that are met later, which
-// are older, take the place of what was there.
+static bool is_no_history()
+{
+  return store_fault("The history cannot be read");
+}
+
+// Ends the line at `*text` and takes it off; NULL behind the last.
+static char *take_line(char **text)
+{
+  char *line = *text;
+  if (line[0] == '\0') {
+    return nullptr;
+  }
+  const size_t length = strcspn(line, "\n");
+  *text = line + length + (line[length] == '\n' ? 1 : 0);
+  line[length] = '\0';
+  return line;
+}
+
+// The next word of a head, "" behind the last.
+static char *take_word(char **head)
+{
+  char *word = *head;
+  const size_t length = strcspn(word, " ");
+  *head = word + length + (word[length] == ' ' ? 1 : 0);
+  word[length] = '\0';
+  return word;
+}
+
+bool history_next(char **text, history_entry *entry)
+{
+  if ((*text)[0] == '\0') {
+    return false;
+  }
+  char *next = *text + entry_length(*text);
+  const bool is_last = *next == '\0';
+  if (!is_last) {
+    next[-1] = '\0'; // the line end before it
+  }
+  char *rest = *text;
+  char *head = take_line(&rest);
+  *text = next;
+  if (strcmp(take_word(&head), "@") != 0) {
+    return is_no_history();
+  }
+  entry->number = strtoull(take_word(&head), nullptr, 10);
+  entry->seconds = strtoll(take_word(&head), nullptr, 10);
+  entry->user = take_word(&head);
+  entry->address = take_word(&head);
+  entry->form = take_word(&head);
+  entry->kind = take_word(&head);
+  entry->lines = rest;
+  return true;
+}
+
+const char *history_line(char **lines, char kind)
+{
+  char *line = take_line(lines);
+  while (line != nullptr && !(line[0] == kind && line[1] == ' ')) {
+    line = take_line(lines);
+  }
+  return line != nullptr ? line + 2 : nullptr;
+}
+
+// --- going back --------------------------------------------------------------
+
+// What one file becomes: lines that are met later, which are older, take the
+// place of what was there.
 struct old_file {
   char name[STORE_NAME_MAX + 1];
-  settings now;
-  bool blank; // nobody had stored it
-  setting *list;
+  settings now;  // a value is NULL where there was none
+  setting *gone; // owned: what the file no longer has; as long as a history
   size_t count;
   size_t room;
 };
@@ -177,24 +304,44 @@ constexpr size_t OLD_FILES_MAX = 64;
 static old_file old_files[OLD_FILES_MAX];
 static size_t old_count;
 
+static int compare_name(const void *name, const void *one)
+{
+  return strcmp(static_cast<const char *>(name),
+                static_cast<const setting *>(one)->name);
+}
+
+static setting *find_value(const old_file *file, const char *name)
+{
+  void *found = bsearch(name, file->now.list, file->now.count,
+                        sizeof *file->now.list, compare_name);
+  if (found != nullptr) {
+    return static_cast<setting *>(found);
+  }
+  for (size_t i = 0; i < file->count; i++) {
+    if (strcmp(file->gone[i].name, name) == 0) {
+      return file->gone + i;
+    }
+  }
+  return nullptr;
+}
+
 static bool set_old(old_file *file, const char *name, const char *value)
 {
-  for (size_t i = 0; i < file->count; i++) {
-    if (strcmp(file->list[i].name, name) == 0) {
-      file->list[i].value = value;
-      return true;
-    }
+  setting *found = find_value(file, name);
+  if (found != nullptr) {
+    found->value = value;
+    return true;
   }
   if (file->count == file->room) {
     const size_t room = 2 * file->room + 64;
-    char *block = reinterpret_cast<char *>(file->list);
-    if (must_realloc(&block, room * sizeof *file->list) == 0) {
+    char *block = reinterpret_cast<char *>(file->gone);
+    if (must_realloc(&block, room * sizeof *file->gone) == 0) {
       return store_fault("Out of memory");
     }
-    file->list = reinterpret_cast<setting *>(block);
+    file->gone = reinterpret_cast<setting *>(block);
     file->room = room;
   }
-  file->list[file->count] = {name, value, false};
+  file->gone[file->count] = {name, value, false};
   file->count++;
   return true;
 }
@@ -207,96 +354,92 @@ static old_file *find_old(const char *name)
       return old_files + i;
     }
   }
-  old_file *file = old_files + old_count;
   if (old_count == OLD_FILES_MAX || !store_is_name(name)) {
-    store_fault("The history cannot be read");
+    is_no_history();
     return nullptr;
   }
+  old_file *file = old_files + old_count;
   snprintf(file->name, sizeof file->name, "%s", name);
-  if (!settings_read(name, &file->now)) {
-    return nullptr;
-  }
   old_count++;
-  for (size_t i = 0; i < file->now.count; i++) {
-    if (!set_old(file, file->now.list[i].name, file->now.list[i].value)) {
-      return nullptr;
-    }
-  }
-  return file;
+  return settings_read(name, &file->now) ? file : nullptr;
 }
 
-// Goes back over one line of an entry; cut in place.
-static bool undo_line(char *line)
+// Goes back over one line of an entry, taken apart in place.
+static bool undo_line(char *line, uint64_t number)
 {
-  if (strchr("<+!", line[0]) == nullptr || line[0] == '\0' || line[1] != ' ') {
+  if (line[0] == '-') {
+    return store_fault("Save %" PRIu64 " has changed too much to be undone",
+                       number);
+  }
+  if (line[0] == '\0' || strchr("<+!", line[0]) == nullptr) {
     return true;
   }
-  char *name = strchr(line + 2, ' ');
-  if (name != nullptr) {
-    *name = '\0';
-    name++;
+  char *words = line + 1;
+  take_word(&words);
+  old_file *file = find_old(take_word(&words));
+  if (file == nullptr || line[0] == '!') {
+    return file != nullptr;
   }
-  old_file *file = find_old(line + 2);
-  if (file == nullptr) {
-    return false;
-  }
-  file->blank = line[0] == '!';
-  if (line[0] == '!') {
-    return true;
-  }
-  char *value = name != nullptr ? strchr(name, '=') : nullptr;
-  if (name == nullptr || (line[0] == '<') != (value != nullptr)) {
-    return store_fault("The history cannot be read");
-  }
+  char *value = line[0] == '<' ? strchr(words, '=') : nullptr;
   if (value != nullptr) {
     *value = '\0';
+    value++;
   }
-  return set_old(file, name, value != nullptr ? value + 1 : nullptr);
+  return words[0] != '\0' && (line[0] == '<') == (value != nullptr)
+             ? set_old(file, words, value)
+             : is_no_history();
+}
+
+static bool undo_entry(history_entry *entry)
+{
+  for (char *line = take_line(&entry->lines); line != nullptr;
+       line = take_line(&entry->lines)) {
+    if (!undo_line(line, entry->number)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 // Goes back over the entries from the newest to that of the save `number`.
 static bool undo_entries(char *text, uint64_t number)
 {
+  history_entry entry;
   bool found = false;
-  for (char *line = text; line != nullptr;) {
-    char *end = strchr(line, '\n');
-    if (end != nullptr) {
-      *end = '\0';
-    }
-    if (line[0] == '@') {
-      // A transaction's saves have one number.
-      const bool is_it = strtoull(line + 1, nullptr, 10) == number;
-      if (found && !is_it) {
-        return true;
-      }
-      found = is_it;
-    } else if (!undo_line(line)) {
+  while (history_next(&text, &entry) && !(found && entry.number != number)) {
+    found = entry.number == number;
+    if (!undo_entry(&entry)) {
       return false;
     }
-    line = end != nullptr ? end + 1 : nullptr;
   }
-  return found ||
-         store_fault("There is no save %" PRIu64 " in the history", number);
+  return store_fault_text() == nullptr &&
+         (found ||
+          store_fault("There is no save %" PRIu64 " in the history", number));
 }
 
+static void write_list(FILE *out, const setting *list, size_t count)
+{
+  for (size_t i = 0; i < count; i++) {
+    if (list[i].value != nullptr) {
+      fprintf(out, "%s=%s\n", list[i].name, list[i].value);
+    }
+  }
+}
+
+// All values stand in it, so no row comes from the defaults.
 static bool write_old(const store_stage *stage, const old_file *file)
 {
-  if (file->blank) {
-    return stage_blank(stage, file->name);
-  }
   store_text content;
   FILE *out = store_open_text(&content);
   if (out == nullptr) {
     return false;
   }
-  fprintf(out, "#orv 2 %" PRIu64 " -\n#table%s\n#secret%s\n", stage->number,
-          file->now.format == STORE_FORMAT ? file->now.tables : " *",
-          file->now.secrets);
-  for (size_t i = 0; i < file->count; i++) {
-    if (file->list[i].value != nullptr) {
-      fprintf(out, "%s=%s\n", file->list[i].name, file->list[i].value);
-    }
+  fprintf(out, "#orv 2 %" PRIu64 " -\n#table *\n", stage->number);
+  if (file->now.secrets[0] != '\0') {
+    fprintf(out, "#secret%s\n", file->now.secrets);
   }
+  write_list(out, file->now.list, file->now.count);
+  write_list(out, file->gone, file->count);
   const bool made = store_close_text(out, &content);
   const owned_text owned(content.bytes);
   return made && stage_write(stage, file->name, content.bytes, content.length);
@@ -305,11 +448,10 @@ static bool write_old(const store_stage *stage, const old_file *file)
 bool history_stage(const store_stage *stage, uint64_t number)
 {
   static char *text; // borrowed by the values
-  text = read_history(nullptr);
-  if (text == nullptr) {
-    return store_fault("There is no save %" PRIu64 " in the history", number);
-  }
-  if (!undo_entries(text, number)) {
+  static char nothing[] = "";
+  text = history_read();
+  if (store_fault_text() != nullptr ||
+      !undo_entries(text != nullptr ? text : nothing, number)) {
     return false;
   }
   for (size_t i = 0; i < old_count; i++) {

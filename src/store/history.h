@@ -4,9 +4,11 @@
 //
 //   @ NUMBER SECONDS USER ADDRESS FORM[/SUBITEM] KIND
 //   = what changed, a line as logs have it
+//   & FORM[/SUBITEM]     another form that is concerned
 //   < FILE NAME=VALUE    the value before
 //   + FILE NAME          there was none before
 //   ! FILE               nobody had stored the file before
+//   -                    the values before are too many to be kept
 //
 // Secrets stand in no entry, so who goes back keeps today's.
 
@@ -24,8 +26,9 @@
 bool history_begin(const store_stage *stage, const char *form,
                    const char *subitem, const char *kind);
 
-// A line of what changed.
+// A line of what changed, and a form that is concerned besides.
 void history_tell(const char *line);
+void history_also(const char *form);
 
 // How to get `before` back from `after`, without what is a secret of either.
 void history_note(const char *file, const settings *before,
@@ -38,9 +41,33 @@ bool history_end(const store_stage *stage);
 // Writes the entries as they stand to `out`; false with a fault.
 bool history_print(FILE *out);
 
-// Writes into the stage all files as they were before the save `number`, with
-// today's secrets.  False with a fault: there is no such save, or it cannot be
-// written.
+// An entry taken apart; all texts borrowed from the history's.
+struct history_entry {
+  uint64_t number; // a transaction's saves share one
+  int64_t seconds; // of the clock, in UTC
+  const char *user;
+  const char *address;
+  const char *form; // FORM[/SUBITEM], "-" for a reset of the device
+  const char *kind;
+  char *lines; // the rest, for history_line
+};
+
+// The entries' text, owned by the caller (free); NULL when there are none or
+// with a fault.
+char *history_read(void);
+
+// Takes the next entry off `*text`, in place; false behind the last and at what
+// is no entry, the latter with a fault.
+bool history_next(char **text, history_entry *entry);
+
+// Takes lines off `*lines`, in place, up to one of the kind ('=', '&'): what it
+// says, NULL behind the last.
+const char *history_line(char **lines, char kind);
+
+// Writes into the stage all files that have changed since as they were before
+// the save `number`, with today's secrets: to be looked at, as all values stand
+// in them.  False with a fault: there is no such save, what was before is not
+// known, or it cannot be written.
 bool history_stage(const store_stage *stage, uint64_t number);
 
 #endif

@@ -317,13 +317,15 @@ static bool boot(char **)
 static bool blank_file(int, const char *name, void *stage)
 {
   settings now;
-  settings none = {};
-  settings_free(&none);
-  const bool read = settings_read(name, &now);
+  settings shipped = {};
+  settings_free(&shipped);
+  const bool read =
+      settings_read(name, &now) && settings_imagine(name, nullptr, &shipped);
   if (read) {
-    history_note(name, &now, &none);
+    history_note(name, &now, &shipped);
   }
   settings_free(&now);
+  settings_free(&shipped);
   return read && stage_blank(static_cast<const store_stage *>(stage), name);
 }
 

@@ -442,14 +442,16 @@ static bool write_file(const store_stage *stage, const save_file *file)
   return made && stage_write(stage, file->name, content.bytes, content.length);
 }
 
-static bool keep_old(const store_stage *stage, const char *form)
+static bool keep_old(const store_stage *stage, const char *form,
+                     const char *subitem)
 {
   const char *names[FILES_MAX];
   for (size_t i = 0; i < file_count; i++) {
     names[i] = files[i].name;
   }
   const guarded_change change = {
-      token, form, changes, guard_seconds, !guard_has_command, guard_act_name};
+      token,         form, subitem, changes, guard_seconds, !guard_has_command,
+      guard_act_name};
   return store_make_token(token) &&
          guard_keep(stage, names, file_count, &change);
 }
@@ -482,7 +484,7 @@ static bool write_stage(const store_stage *stage, const char *form,
     }
   }
   return write_history(stage, form, subitem) &&
-         (guard_seconds == 0 || keep_old(stage, form));
+         (guard_seconds == 0 || keep_old(stage, form, subitem));
 }
 
 // --- telling -----------------------------------------------------------------

@@ -284,9 +284,10 @@ static char *read_defaults(const char *name)
   return text;
 }
 
-static bool read_both(const char *name, settings *all, settings *defaults)
+// `text` is the stored one, taken; NULL for none.
+static bool read_both(const char *name, char *text, settings *all,
+                      settings *defaults)
 {
-  char *text = store.fd >= 0 ? read_stored(name) : nullptr;
   if (text != nullptr) {
     if (!settings_parse(name, text, all)) {
       return false;
@@ -300,15 +301,23 @@ static bool read_both(const char *name, settings *all, settings *defaults)
   return settings_parse(name, text, defaults) && add_defaults(all, defaults);
 }
 
-bool settings_read(const char *name, settings *all)
+bool settings_imagine(const char *name, char *text, settings *all)
 {
   settings defaults = {};
+  *all = {};
+  settings_free(all);
+  const bool whole = read_both(name, text, all, &defaults);
+  settings_free(&defaults);
+  return whole;
+}
+
+bool settings_read(const char *name, settings *all)
+{
   *all = {};
   settings_free(all);
   if (!store_is_name(name)) {
     return store_fault("\"%.50s\" is no name of a settings file", name);
   }
-  const bool whole = read_both(name, all, &defaults);
-  settings_free(&defaults);
-  return whole;
+  return settings_imagine(name, store.fd >= 0 ? read_stored(name) : nullptr,
+                          all);
 }

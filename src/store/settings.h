@@ -45,6 +45,10 @@ bool settings_read(const char *name, settings *all);
 // it: a newer format, or no memory.
 bool settings_parse(const char *name, char *text, settings *all);
 
+// What would be in force of the file if `text`, which is taken, were stored.
+// False and owned as above.
+bool settings_imagine(const char *name, char *text, settings *all);
+
 void settings_free(settings *all);
 
 // The value of that name, NULL when there is none: alone, and with where it

@@ -3,6 +3,7 @@
 
 #include "complete.h"
 
+#include <inttypes.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,6 +12,7 @@
 #include "change.h"
 #include "orv.h"
 #include "page.h"
+#include "past.h"
 #include "sitemap.h"
 
 static const char PLAIN[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx"
@@ -224,6 +226,21 @@ static void offer_cells(int count, char **words)
   }
 }
 
+static const char *number_typed; // borrowed: while saves are offered
+
+static void offer_number(uint64_t number)
+{
+  char word[24]; // 64 bits
+  snprintf(word, sizeof word, "%" PRIu64, number);
+  complete_offer(number_typed, word);
+}
+
+static void offer_saves(int count, char **words)
+{
+  number_typed = words[count - 1];
+  past_each_number(offer_number);
+}
+
 struct place {
   const char *command;
   const char *verb; // words[3], NULL: any
@@ -233,18 +250,20 @@ struct place {
 
 // clang-format off
 static const place places[] = {
-  {"get",  nullptr,  1,  1, offer_forms},
-  {"get",  nullptr,  2, -1, offer_fields},
-  {"set",  nullptr,  1,  1, offer_forms},
-  {"set",  nullptr,  2, -1, offer_settings},
-  {"rows", nullptr,  1,  1, offer_forms},
-  {"rows", nullptr,  2,  2, offer_tables},
-  {"rows", nullptr,  3,  3, offer_verbs},
-  {"rows", "add",    4, -1, offer_new_cells},
-  {"rows", "change", 4,  4, offer_rows},
-  {"rows", "change", 5, -1, offer_cells},
-  {"rows", "delete", 4, -1, offer_rows},
-  {"dump", nullptr,  1, -1, offer_forms},
+  {"get",     nullptr,  1,  1, offer_forms},
+  {"get",     nullptr,  2, -1, offer_fields},
+  {"set",     nullptr,  1,  1, offer_forms},
+  {"set",     nullptr,  2, -1, offer_settings},
+  {"rows",    nullptr,  1,  1, offer_forms},
+  {"rows",    nullptr,  2,  2, offer_tables},
+  {"rows",    nullptr,  3,  3, offer_verbs},
+  {"rows",    "add",    4, -1, offer_new_cells},
+  {"rows",    "change", 4,  4, offer_rows},
+  {"rows",    "change", 5, -1, offer_cells},
+  {"rows",    "delete", 4, -1, offer_rows},
+  {"dump",    nullptr,  1, -1, offer_forms},
+  {"restore", nullptr,  1,  1, offer_saves},
+  {"reset",   nullptr,  1,  1, offer_forms},
 };
 // clang-format on
 

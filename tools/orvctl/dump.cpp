@@ -21,6 +21,7 @@
 #include "orv_guard.h"
 #include "orv_secret.h"
 #include "orv_vars.h"
+#include "pending.h"
 #include "report.h"
 #include "sitemap.h"
 #include "suggest.h"
@@ -31,6 +32,9 @@ static const char NOT_SAVED[] = "# not saved here: ";
 static const char SECRET[] = "secret ";
 
 // --- writing -----------------------------------------------------------------
+
+static FILE *dump_out; // borrowed: the dump goes there
+static bool is_whole;  // names every secret that it leaves out
 
 static bool is_dumped(const page_field *field, bool secrets)
 {
@@ -62,16 +66,16 @@ static void put_value(const char *value)
 {
   while (*value != '\0') {
     if (value[0] == '\\' && value[1] == 'x') {
-      fputs("\\x5c", stdout);
+      fputs("\\x5c", dump_out);
       value++;
     } else if (value[0] == '\t') {
-      putchar('\t');
+      putc('\t', dump_out);
       value++;
     } else {
-      value += terminal_char(stdout, value);
+      value += terminal_char(dump_out, value);
     }
   }
-  putchar('\n');
+  putc('\n', dump_out);
 }
 
 // The blank rows that a table offers are no part of it.
@@ -84,18 +88,18 @@ static void dump_fields(bool secrets)
     if (field->table != nullptr && field->table != table &&
         field->table->type == PT_TABLE) {
       rows = change_count_rows(field->table);
-      terminal_print(stdout, "table %s %d\n", field->table->name, rows);
+      terminal_print(dump_out, "table %s %d\n", field->table->name, rows);
     }
     table = field->table != nullptr ? field->table : table;
     const bool is_blank = field->table != nullptr &&
                           field->table->type == PT_TABLE && field->row >= rows;
-    if (!is_dumped(field, secrets) || is_blank) {
+    if (!is_dumped(field, is_whole || secrets) || is_blank) {
       continue;
     }
-    if (is_kept(field)) {
-      terminal_print(stdout, "%s%s\n", NOT_SAVED, field->name);
+    if (is_kept(field) || (page_is_secret(field->name) && !secrets)) {
+      terminal_print(dump_out, "%s%s\n", NOT_SAVED, field->name);
     } else {
-      terminal_print(stdout, "%s=", field->name);
+      terminal_print(dump_out, "%s=", field->name);
       put_value(page_value(field));
     }
   }
@@ -107,7 +111,7 @@ static void dump_stored_secrets()
   for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
     if (var->o_value != nullptr && orv_is_secret_name(var->name) &&
         page_find_item(var->name) == nullptr) {
-      terminal_print(stdout, "%s%s=", SECRET, var->name);
+      terminal_print(dump_out, "%s%s=", SECRET, var->name);
       put_value(var->o_value);
     }
   }
@@ -131,7 +135,7 @@ static bool dump_page(const site_page *page, bool secrets)
     return false;
   }
   const owned_text title(orv_plain_text(page_header()->title));
-  terminal_print(stdout, "\n# %s\nform %s\n",
+  terminal_print(dump_out, "\n# %s\nform %s\n",
                  title != nullptr ? title.get() : "", page->name);
   dump_fields(secrets);
   if (secrets) {
@@ -140,10 +144,9 @@ static bool dump_page(const site_page *page, bool secrets)
   return true;
 }
 
-int dump_pages(char **names, int count, bool secrets)
+static int write_pages(char **names, int count, bool secrets)
 {
   int status = EXIT_SUCCESS;
-  puts("# Settings of a device; \"orvctl apply FILE\" puts them back.");
   if (count == 0) {
     site_page *pages = sitemap_read();
     for (const site_page *page = pages; page != nullptr; page = page->next) {
@@ -164,7 +167,33 @@ int dump_pages(char **names, int count, bool secrets)
     }
     sitemap_free(page);
   }
-  return fflush(stdout) == 0 ? status : EXIT_FAILURE;
+  return fflush(dump_out) == 0 ? status : EXIT_FAILURE;
+}
+
+int dump_pages(char **names, int count, bool secrets)
+{
+  dump_out = stdout;
+  is_whole = false;
+  puts("# Settings of a device; \"orvctl apply FILE\" puts them back.");
+  return write_pages(names, count, secrets);
+}
+
+char *dump_settings(char **names, int count)
+{
+  char *text = nullptr;
+  size_t size;
+  dump_out = open_memstream(&text, &size);
+  if (dump_out == nullptr) {
+    return nullptr;
+  }
+  is_whole = true;
+  const int status = write_pages(names, count, false);
+  const bool closed = fclose(dump_out) == 0;
+  if (status != EXIT_SUCCESS || !closed) {
+    free(text);
+    return nullptr;
+  }
+  return text;
 }
 
 // --- reading -----------------------------------------------------------------
@@ -536,10 +565,25 @@ static int save_together(dump_file *dump, const char *file)
   const bool saved = save_parts(dump, &others) == EXIT_SUCCESS && commit(file);
   device_drop();
   report_release(saved);
-  if (!saved) {
+  if (saved) {
+    pending_tell_all();
+  } else {
     report_nothing(others);
   }
   return saved ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+static int apply_parts(dump_file *dump, const char *file, bool dry)
+{
+  report_quiet = !dry;
+  int status = judge_parts(dump);
+  report_quiet = false;
+  if (status == EXIT_SUCCESS && !dry) {
+    status = save_together(dump, file);
+  } else if (!dry) {
+    report_nothing(false);
+  }
+  return status;
 }
 
 int apply_dump(FILE *fp, const char *file, bool dry)
@@ -552,19 +596,25 @@ int apply_dump(FILE *fp, const char *file, bool dry)
     if (report_json) {
       report_open(nullptr, '[');
     }
-    report_quiet = !dry;
     report_at = {file, 0, line_of};
-    status = judge_parts(&dump);
-    report_quiet = false;
-    if (status == EXIT_SUCCESS && !dry) {
-      status = save_together(&dump, file);
-    } else if (!dry) {
-      report_nothing(false);
-    }
+    status = apply_parts(&dump, file, dry);
     report_at = {};
     if (report_json) {
       report_close(']');
     }
+  }
+  free_dump(&dump);
+  return status;
+}
+
+int apply_settings(char *text, const char *command, bool dry)
+{
+  dump_file dump = {};
+  int status = EXIT_FAILURE;
+  dump.text = text;
+  if (parse_dump(&dump, command)) {
+    report_skipped_stay = true;
+    status = apply_parts(&dump, command, dry);
   }
   free_dump(&dump);
   return status;

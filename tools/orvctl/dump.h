@@ -21,4 +21,13 @@ int dump_pages(char **names, int count, bool secrets);
 // saved in any case.  The exit status.
 int apply_dump(FILE *dump, const char *file, bool dry);
 
+// The settings of the pages named (none: every page with input), without
+// secrets but with their names, for apply_settings: owned by the caller (free).
+// NULL, reported, when a page cannot be read.
+char *dump_settings(char **names, int count);
+
+// Saves such a text, which is taken, as apply_dump does; `command` is told to
+// have failed then.  Results become members of the list that is open.
+int apply_settings(char *text, const char *command, bool dry);
+
 #endif

@@ -6,6 +6,7 @@
 #include "on_device.h"
 
 #include <errno.h>
+#include <inttypes.h>
 #include <pwd.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -15,6 +16,7 @@
 #include "commit.h"
 #include "fault.h"
 #include "folder.h"
+#include "history.h"
 #include "terminal.h"
 
 #ifndef ORV_DATA_DIR
@@ -125,6 +127,19 @@ static bool has_place()
   return false;
 }
 
+bool device_open(void)
+{
+  return store.fd >= 0 || (store_open(false) && store.fd >= 0);
+}
+
+bool device_lock(void)
+{
+  stage_join();
+  return stage_folder() == nullptr
+             ? store_lock_for("orvctl")
+             : store_fault("Not while orvctl saves several forms");
+}
+
 bool device_begin(void)
 {
   char token[STORE_TOKEN_SIZE];
@@ -158,10 +173,52 @@ void device_drop(void)
     begun = false;
     unsetenv(TRANSACTION);
     transaction_drop(&stage);
+    store_unlock();
   }
 }
 
 long device_saves(void)
 {
   return begun ? transaction_saves(&stage) : 0;
+}
+
+// --- other settings than today's ---------------------------------------------
+
+static bool begin_look()
+{
+  if (!device_begin()) {
+    return false;
+  }
+  return begun || stage_folder() == nullptr ||
+         store_fault("Not while orvctl saves several forms");
+}
+
+bool device_look_back(uint64_t number)
+{
+  const bool looks =
+      begin_look() &&
+      (begun ? history_stage(&stage, number)
+             : store_fault("There is no save %" PRIu64 " in the history",
+                           number));
+  if (!looks) {
+    device_drop();
+  }
+  return looks;
+}
+
+static bool blank_file(int, const char *name, void *)
+{
+  return stage_blank(&stage, name);
+}
+
+bool device_look_shipped(void)
+{
+  const bool looks =
+      begin_look() &&
+      (!begun || store_each_file(store.fd, ".", blank_file, nullptr) ||
+       store_fault_errno("The settings cannot be listed"));
+  if (!looks) {
+    device_drop();
+  }
+  return looks;
 }

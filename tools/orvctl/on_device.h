@@ -4,6 +4,8 @@
 #ifndef ORVCTL_ON_DEVICE_H
 #define ORVCTL_ON_DEVICE_H
 
+#include <stdint.h>
+
 // Before anything of the device is read: root becomes the owner of the folder
 // of the settings, as long as there is one, so that nothing is made that the
 // web server cannot change.  False, reported.
@@ -27,5 +29,18 @@ void device_drop(void);
 // The number of times that scripts have stored something in it so far; -1: one
 // could not.
 long device_saves(void);
+
+// Opens the folder of the settings to be read; false with a fault, or where
+// there is none yet, without one.
+bool device_open(void);
+
+// Locks the settings and ends a save that was cut short; false with a fault.
+// Not within somebody else's step.
+bool device_lock(void);
+
+// Lets scripts read the settings as they were before the save `number`, or as
+// they are shipped, until device_drop.  False with a fault.
+bool device_look_back(uint64_t number);
+bool device_look_shipped(void);
 
 #endif

@@ -23,6 +23,8 @@
 #include "orv_guard.h"
 #include "orv_scripts.h"
 #include "page.h"
+#include "past.h"
+#include "pending.h"
 #include "report.h"
 #include "sitemap.h"
 #include "stdin_value.h"
@@ -33,6 +35,7 @@ constexpr int USAGE_STATUS = 2;
 
 static bool dry_run;
 static bool with_secrets;
+static bool is_sure;         // nobody needs to be asked
 static owned_stream applied; // the file named to apply, once it is open
 
 static const char USAGE[] =
@@ -49,9 +52,14 @@ static const char USAGE[] =
     "  rows ... TABLE delete ROW...    rows are counted from 1\n"
     "  dump [FORM[/SUBITEM]...]        settings as text, for a backup\n"
     "  apply FILE                      save what a dump holds (- : stdin)\n"
+    "  confirm                         keep a change that would go back\n"
+    "  history                         the last saves\n"
+    "  restore NUMBER                  the settings as before that save\n"
+    "  reset [FORM[/SUBITEM]]          the settings as shipped; asks first\n"
     "\n"
     "  --json      print one JSON value instead of lines\n"
     "  --dry-run   check everything, save nothing\n"
+    "  --yes       reset without asking\n"
     "  --secrets   dump and get: with passwords, where the scripts tell them\n"
     "  --help      show this text\n"
     "  --version   show the version\n"
@@ -436,6 +444,55 @@ static int apply(int, char **words)
                             : apply_dump(applied.get(), words[0], dry_run);
 }
 
+// --- keeping and going back --------------------------------------------------
+
+static int confirm(int, char **)
+{
+  return dry_run ? misuse("confirm keeps a change or does not", "--dry-run")
+                 : pending_confirm();
+}
+
+static int history(int, char **)
+{
+  return past_list();
+}
+
+static int restore(int, char **words)
+{
+  char *end;
+  const unsigned long long number = strtoull(words[0], &end, 10);
+  if (words[0][0] < '0' || words[0][0] > '9' || *end != '\0') {
+    return misuse("not the number of a save", words[0]);
+  }
+  return past_restore(number, dry_run);
+}
+
+// Whether the person at the terminal wants it.
+static bool ask(const char *form)
+{
+  char answer[8] = "";
+  terminal_print(stderr, "Set %s back to the settings as shipped? [y/N] ",
+                 form != nullptr ? form : "every page of the device");
+  return fgets(answer, sizeof answer, stdin) != nullptr &&
+         strcasecmp(answer, "y\n") == 0;
+}
+
+static int reset(int count, char **words)
+{
+  char *form = count > 0 ? words[0] : nullptr;
+  if (is_sure || dry_run) {
+    return past_reset(form, dry_run);
+  }
+  if (isatty(STDIN_FILENO) == 0) {
+    return misuse("reset asks at a terminal; elsewhere it wants", "--yes");
+  }
+  if (ask(form)) {
+    return past_reset(form, false);
+  }
+  fputs("orvctl: nothing was saved\n", stderr);
+  return EXIT_FAILURE;
+}
+
 // --- the command line --------------------------------------------------------
 
 // Scripts tell the log who changed what, as they do for users of the web
@@ -482,12 +539,16 @@ struct command {
 
 // clang-format off
 static const command commands[] = {
-  {"forms", list_forms, 0, 0},
-  {"get",   get_values, 1, -1},
-  {"set",   set_values, 2, -1},
-  {"rows",  table_rows, 2, -1},
-  {"dump",  dump,       0, -1},
-  {"apply", apply,      1, 1},
+  {"forms",   list_forms, 0, 0},
+  {"get",     get_values, 1, -1},
+  {"set",     set_values, 2, -1},
+  {"rows",    table_rows, 2, -1},
+  {"dump",    dump,       0, -1},
+  {"apply",   apply,      1, 1},
+  {"confirm", confirm,    0, 0},
+  {"history", history,    0, 0},
+  {"restore", restore,    1, 1},
+  {"reset",   reset,      0, 1},
 };
 // clang-format on
 
@@ -506,6 +567,7 @@ static int run(int count, char **words)
     if (!device_enter()) {
       return EXIT_FAILURE;
     }
+    pending_note();
     const int status = row.run(count - 1, words + 1);
     if (status == EXIT_FAILURE) {
       device_explain();
@@ -528,6 +590,7 @@ static const struct {
   {"--json",    &report_json},
   {"--dry-run", &dry_run},
   {"--secrets", &with_secrets},
+  {"--yes",     &is_sure},
 };
 // clang-format on
 

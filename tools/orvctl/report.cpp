@@ -7,6 +7,7 @@
 
 #include "report.h"
 
+#include <inttypes.h>
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
@@ -16,11 +17,13 @@
 #include "orv_changes.h"
 #include "orv_guard.h"
 #include "orv_vars.h"
+#include "pending.h"
 #include "terminal.h"
 
 bool report_json;
 bool report_quiet;
 report_place report_at;
+bool report_skipped_stay;
 
 static bool comma_due; // a value has been written at this level
 
@@ -101,10 +104,10 @@ void report_truth(const char *name, bool value)
   fputs(value ? "true" : "false", out());
 }
 
-static void report_number(const char *name, int value)
+void report_number(const char *name, int64_t value)
 {
   begin_value(name);
-  fprintf(out(), "%d", value);
+  fprintf(out(), "%" PRId64, value);
 }
 
 void report_field(const char *name, const page_field *field)
@@ -302,13 +305,27 @@ struct outcome {
   report_skipped skipped;
 };
 
+static void skipped_lines(const outcome *told)
+{
+  const report_skipped *skipped = &told->skipped;
+  if (report_skipped_stay && skipped->count > 0) {
+    terminal_print(stderr, "orvctl: %s: secrets stay as they are:", told->form);
+  }
+  for (size_t i = 0; i < skipped->count; i++) {
+    if (report_skipped_stay) {
+      terminal_print(stderr, " %s%s", skipped->names[i],
+                     i + 1 < skipped->count ? "," : "\n");
+    } else {
+      terminal_print(
+          stderr, "orvctl: %s: skipped, since the dump does not have it: %s\n",
+          told->form, skipped->names[i]);
+    }
+  }
+}
+
 static void result_lines(const outcome *told)
 {
-  for (size_t i = 0; i < told->skipped.count; i++) {
-    terminal_print(stderr,
-                   "orvctl: %s: skipped, since the dump does not have it: %s\n",
-                   told->form, told->skipped.names[i]);
-  }
+  skipped_lines(told);
   if (told->result == PAGE_REFUSED || told->result == PAGE_AGAIN) {
     failure_line(told->form, told->message);
     each_error(error_line);
@@ -318,6 +335,7 @@ static void result_lines(const outcome *told)
                  result_word(told->result, told->dry));
   if (told->result == PAGE_SAVED) {
     each_change(change_line);
+    pending_tell();
   }
 }
 
@@ -332,6 +350,7 @@ static void result_object(const outcome *told)
     report_open("changes", '[');
     each_change(change_member);
     report_close(']');
+    pending_tell();
   } else if (told->result != PAGE_UNCHANGED) {
     report_member("message", told->message);
     report_open("errors", '{');

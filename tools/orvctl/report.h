@@ -5,6 +5,7 @@
 #define ORVCTL_REPORT_H
 
 #include <stddef.h>
+#include <stdint.h>
 #include <stdio.h>
 
 #include "page.h"
@@ -36,11 +37,14 @@ void report_truth(const char *name, bool value);
 // The value of a field as the page shows it: of a box a truth value.
 void report_field(const char *name, const page_field *field);
 
+void report_number(const char *name, int64_t value);
+
 // Names that a dump could not hold; borrowed.
 struct report_skipped {
   const char *const *names;
   size_t count;
 };
+extern bool report_skipped_stay; // they are secrets that stay as they are
 
 // Tells what a Submit of the open page came to, with what has changed or with
 // every message beside its field's name, and what was skipped.  The exit status

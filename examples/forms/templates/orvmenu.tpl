@@ -19,6 +19,7 @@ choice views Help and expert view
 choice port/lan1 A form per thing, here LAN 1
 choice ports A menu of them
 choice status A status page
+choice history Who changed what
 heading2 Actions
 fmenu
 choice guard A change that goes back
