@@ -14,11 +14,10 @@
 struct agree_check {
   const device &dev;
   const script &s;
-  std::set<std::string> columns;     // of the forms that run it
-  std::set<std::string> items;       // their other input items
-  std::set<std::string> lists;       // "select_" and a list
-  std::set<std::string> shown;       // what any text of any form refers to
-  std::map<std::string, int> counts; // of the words of its code
+  std::set<std::string> columns;      // of the forms that run it
+  std::set<std::string> items;        // their other input items
+  std::set<std::string> lists;        // "select_" and a list
+  const std::set<std::string> &shown; // what any text of any form refers to
   findings *found;
 };
 
@@ -49,20 +48,6 @@ static std::set<std::string> shown_names(const device &dev)
     }
   }
   return names;
-}
-
-static void count_words(const std::string &code,
-                        std::map<std::string, int> *counts)
-{
-  std::string word;
-  for (const char letter : code + "\n") {
-    if (is_name_char(letter)) {
-      word += letter;
-    } else if (!word.empty()) {
-      (*counts)[lower(word)]++;
-      word.clear();
-    }
-  }
 }
 
 // --- columns -----------------------------------------------------------------
@@ -232,7 +217,7 @@ static void check_arm(const agree_check &c, const context &flow,
       c.items.count(name.substr(4)) == 0 &&
       c.columns.count(without_digits(name.substr(4))) == 0 &&
       name.find('*') == std::string::npos &&
-      c.counts.find(name.substr(4)) == c.counts.end()) {
+      c.s.counts.find(name.substr(4)) == c.s.counts.end()) {
     std::set<std::string> items = c.items;
     items.insert(c.columns.begin(), c.columns.end());
     tell(c.found, *c.s.file, arm.line, arm.column, "input-line",
@@ -272,11 +257,11 @@ static void check_reported(const agree_check &c, const bash_word &word)
     name.erase(0, 2);
   }
   const std::string stem = without_digits(name);
-  const auto count = c.counts.find(name);
+  const auto count = c.s.counts.find(name);
   if (c.items.count(name) + c.columns.count(stem) + c.shown.count(name) +
               c.shown.count(stem) ==
           0 &&
-      count != c.counts.end() && count->second == 1) {
+      count != c.s.counts.end() && count->second == 1) {
     tell(c.found, *c.s.file, word.line, word.column, "reported-name",
          in_quotes(name) + " is reported, and no form shows it" +
              did_you_mean(name, c.items));
@@ -328,15 +313,14 @@ void check_agreement(const device &dev, findings *found)
   const std::set<std::string> shown = shown_names(dev);
   for (const auto &entry : dev.scripts) {
     const script &s = entry.second;
-    const std::vector<const form *> forms = forms_of(dev, s.name);
+    const std::vector<const form *> &forms = forms_of(dev, s.name);
     if (forms.empty()) {
       continue;
     }
-    agree_check c = {dev, s, {}, {}, {}, shown, {}, found};
+    agree_check c = {dev, s, {}, {}, {}, shown, found};
     for (const form *f : forms) {
       add_form(*f, &c);
     }
-    count_words(s.code.code, &c.counts);
     for (const bash_command &command : s.code.commands) {
       if (command.kind == BASH_SIMPLE) {
         check_command(c, command);

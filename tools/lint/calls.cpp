@@ -33,14 +33,20 @@ static bool is_command(const std::string &name)
   return false;
 }
 
+// What is judged, and what has been asked of the machine so far.
+struct call_check {
+  const device &dev;
+  std::map<std::string, bool> known; // whether the name is that of a command
+  findings *found;
+};
+
 // The same, each name looked up once.
-static bool is_known_command(const std::string &name)
+static bool is_known_command(call_check *c, const std::string &name)
 {
-  static std::map<std::string, bool> known; // what is installed stays so
-  const auto row = known.find(name);
-  return row != known.end()
+  const auto row = c->known.find(name);
+  return row != c->known.end()
              ? row->second
-             : known.insert({name, is_command(name)}).first->second;
+             : c->known.insert({name, is_command(name)}).first->second;
 }
 
 // The file that has a function of that name, "" when none has.
@@ -57,16 +63,17 @@ static std::string file_of_function(const device &dev, const std::string &name)
 
 // A command that nobody has: of the library, of another file, or misspelt.
 // What only the device has is taken for right.
-static void check_call(const device &dev, const script &s,
+static void check_call(call_check *c, const script &s,
                        const bash_command &command,
-                       const std::set<std::string> &functions, findings *found)
+                       const std::set<std::string> &functions)
 {
+  const device &dev = c->dev;
   const std::string &name = first_word(command);
   if (name.empty() || !command.words[0].expansions.empty() ||
       name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
                              "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") !=
           std::string::npos ||
-      functions.count(name) != 0 || is_known_command(name)) {
+      functions.count(name) != 0 || is_known_command(c, name)) {
     return;
   }
   // Words that are written often, of bash and beside it.
@@ -97,7 +104,7 @@ static void check_call(const device &dev, const script &s,
   } else {
     return;
   }
-  tell(found, *s.file, command.line, command.column, "script-call", text);
+  tell(c->found, *s.file, command.line, command.column, "script-call", text);
 }
 
 // --- tasks and files ---------------------------------------------------------
@@ -108,8 +115,11 @@ static std::set<std::string> tasks_of(const device &dev, const script &s)
   std::set<std::string> tasks;
   for (const auto &entry : dev.forms) {
     for (const script_line &line : entry.second.scripts) {
+      if (line.script != s.name) {
+        continue;
+      }
       for (const std::string &word : split_words(line.text)) {
-        if (line.script == s.name && starts_with(word, "--")) {
+        if (starts_with(word, "--")) {
           tasks.insert(word);
         }
       }
@@ -228,6 +238,7 @@ static std::set<std::string> functions_of(const device &dev, const script &s)
 void check_calls(const device &dev, findings *found)
 {
   const std::set<std::string> stored = stored_files(dev);
+  call_check calls = {dev, {}, found};
   for (const auto &entry : dev.forms) {
     check_options(dev, entry.second, found);
   }
@@ -238,7 +249,7 @@ void check_calls(const device &dev, findings *found)
     check_files(s, stored, found);
     for (const bash_command &command : s.code.commands) {
       if (!is_sourced_only(s)) {
-        check_call(dev, s, command, functions, found);
+        check_call(&calls, s, command, functions);
       }
     }
   }

@@ -27,17 +27,10 @@ static bool uses_file(const device &dev, const form &f, const std::string &name)
   if (keeps_itself(dev, f)) {
     return name.substr(0, name.find('@')) == f.name;
   }
-  for (const std::string &script_name : f.runs) {
-    for (const bash_command &command :
-         dev.scripts.at(script_name).code.commands) {
-      const std::string &call = first_word(command);
-      if ((call == "orv_load" || call == "orv_store") &&
-          command.words.size() > 1 && command.words[1].plain == name) {
-        return true;
-      }
-    }
-  }
-  return false;
+  return std::any_of(
+      f.runs.begin(), f.runs.end(), [&](const std::string &script_name) {
+        return dev.scripts.at(script_name).settings.count(name) != 0;
+      });
 }
 
 static settings_check settings_of(const device &dev, const std::string &name,

@@ -133,6 +133,7 @@ static void collect_words(script *into)
     }
     std::string word = lower(code.substr(start, at - start));
     into->words.insert(word);
+    into->counts[word]++;
     const char next = at < code.size() ? code[at] : '\0';
     const char before = start > 0 ? code[start - 1] : '\0';
     if (before == '\\' && word.size() > 1) { // printf's "\n"
@@ -239,6 +240,10 @@ static void read_script(device *dev, const std::string &name)
   collect_words(&into);
   for (const bash_command &command : into.code.commands) {
     into.functions[command.function].push_back(&command);
+    if (command.words.size() > 1 && (command.words[0].plain == "orv_load" ||
+                                     command.words[0].plain == "orv_store")) {
+      into.settings.insert(command.words[1].plain);
+    }
     for (const bash_assignment &assignment : command.assignments) {
       if (!assignment.elements.empty() &&
           !into.arrays.insert({assignment.name, &assignment}).second) {
@@ -363,6 +368,9 @@ bool read_device(const std::string &dir, device *dev, findings *found)
   read_system_type(dev);
   for (auto &entry : dev->forms) {
     find_scripts(*dev, &entry.second);
+    for (const std::string &script_name : entry.second.runs) {
+      dev->forms_of[script_name].push_back(&entry.second);
+    }
   }
   return true;
 }

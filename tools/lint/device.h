@@ -75,13 +75,15 @@ struct script {
   const source_file *file;
   bool executable;
   bash_script code;
-  std::vector<std::string> sources; // names of the scripts that it sources
-  std::set<std::string> words;      // of its code, comments left out
-  std::set<std::string> stems;      // words that an expansion goes on with
+  std::vector<std::string> sources;  // names of the scripts that it sources
+  std::set<std::string> words;       // of its code, comments left out
+  std::map<std::string, int> counts; // how often each of them stands there
+  std::set<std::string> stems;       // words that an expansion goes on with
   // The commands of its functions by their names, "" outside of any.
   std::map<std::string, std::vector<const bash_command *>> functions;
   // What arrays are given, by name; NULL for one that is given it twice.
   std::map<std::string, const bash_assignment *> arrays;
+  std::set<std::string> settings; // files that it loads or stores
 };
 
 // --- the device --------------------------------------------------------------
@@ -97,6 +99,8 @@ struct device {
   std::set<std::string> odd;     // what in scripts/ is no file
   std::set<std::string> keepers; // links there to orv-store, by name
   std::map<std::string, const source_file *> defaults; // by name
+  // The forms whose header lines run a script, or one that sources it.
+  std::map<std::string, std::vector<const form *>> forms_of;
   bool has_system_type = false;
   std::set<std::string> system_names; // of the system-type file
   std::vector<std::string> unread;    // for lack of permission
@@ -137,8 +141,8 @@ bool is_own_path(const std::string &word);
 std::string sourced_name(const std::string &from, const std::string &word);
 // The script and all that it sources, the library left out.
 std::set<std::string> with_sources(const device &dev, const std::string &name);
-// The forms whose header lines run the script, or one that sources it.
-std::vector<const form *> forms_of(const device &dev, const std::string &name);
+const std::vector<const form *> &forms_of(const device &dev,
+                                          const std::string &name);
 
 // A finding at a line of a form, `offset` characters into its text.
 void tell(findings *found, const form &f, const form_line &line, size_t offset,

@@ -149,8 +149,11 @@ static bool is_judged(const context &c, const bash_command &command,
 bool is_input(const context &c, const bash_command &command,
               const bash_expansion &expansion)
 {
+  if (expansion.length || cleans(expansion.rest)) {
+    return false;
+  }
   const std::string name = scoped(c, command.function, expansion.name);
-  if (expansion.length || cleans(expansion.rest) || c.input.count(name) == 0) {
+  if (c.input.count(name) == 0) {
     return false;
   }
   const std::string all = scoped(c, command.function, full_name(expansion));

@@ -133,15 +133,12 @@ std::set<std::string> with_sources(const device &dev, const std::string &name)
   return names;
 }
 
-std::vector<const form *> forms_of(const device &dev, const std::string &name)
+const std::vector<const form *> &forms_of(const device &dev,
+                                          const std::string &name)
 {
-  std::vector<const form *> forms;
-  for (const auto &entry : dev.forms) {
-    if (entry.second.runs.count(name) != 0) {
-      forms.push_back(&entry.second);
-    }
-  }
-  return forms;
+  static const std::vector<const form *> none;
+  const auto forms = dev.forms_of.find(name);
+  return forms != dev.forms_of.end() ? forms->second : none;
 }
 
 // The navigation script has no values and so no say in names.

@@ -8,23 +8,17 @@
 #include "script_names.h"
 #include "text.h"
 
-// How often each word stands in the code of a script and what it sources.
-static std::map<std::string, int> count_words(const device &dev,
-                                              const std::string &name)
+// How often the word stands in the code of a script and what it sources.
+static int count_word(const device &dev, const std::set<std::string> &files,
+                      const std::string &word)
 {
-  std::map<std::string, int> counts;
-  for (const std::string &file : with_sources(dev, name)) {
-    std::string word;
-    for (const char c : dev.scripts.at(file).code.code + " ") {
-      if (is_name_char(c)) {
-        word += c;
-      } else if (!word.empty()) {
-        counts[lower(word)]++;
-        word.clear();
-      }
-    }
+  int count = 0;
+  for (const std::string &file : files) {
+    const std::map<std::string, int> &counts = dev.scripts.at(file).counts;
+    const auto row = counts.find(word);
+    count += row != counts.end() ? row->second : 0;
   }
-  return counts;
+  return count;
 }
 
 // The names that the script's forms can show or post.
@@ -50,8 +44,9 @@ static std::set<std::string> names_of_forms(const device &dev,
 // A name that stands in the code once and is that of no item was mostly meant
 // to be one that is near.
 struct name_check {
+  const device &dev;
   const script &s;
-  std::map<std::string, int> counts;
+  std::set<std::string> files; // the script and what it sources
   std::set<std::string> items;
   findings *found;
 };
@@ -64,9 +59,11 @@ static void check_script_name(const name_check &c, const literal_name &at)
       c.items.count(without_digits(name)) != 0) {
     return;
   }
-  const auto count = c.counts.find(name);
+  if (count_word(c.dev, c.files, name) != 1) {
+    return;
+  }
   const std::string near = nearest(name, c.items);
-  if (count != c.counts.end() && count->second == 1 && !near.empty()) {
+  if (!near.empty()) {
     tell(c.found, *c.s.file, at.line, at.column, "script-name",
          "no form of this script has " + in_quotes(at.name) +
              ", and nothing else here names it (did you mean " +
@@ -93,7 +90,7 @@ static void check_keys_of(const device &dev, const script &s, findings *found)
 {
   static const std::set<std::string> takers = {
       "orv_read", "orv_show", "orv_tick", "orv_rows", "orv_pack", "orv_secret"};
-  const name_check c = {s, count_words(dev, s.name),
+  const name_check c = {dev, s, with_sources(dev, s.name),
                         names_of_forms(dev, s.name), found};
   if (c.items.empty()) {
     return;

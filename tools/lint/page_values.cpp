@@ -83,8 +83,9 @@ static void add_arguments(context *c, const std::string &script_name)
 {
   for (const auto &entry : c->dev.forms) {
     for (const script_line &line : entry.second.scripts) {
-      const size_t argument = subitem_argument(line);
-      if (line.script == script_name && argument != 0) {
+      const size_t argument =
+          line.script == script_name ? subitem_argument(line) : 0;
+      if (argument != 0) {
         c->input.insert("::" + std::to_string(argument));
         c->input.insert("::@");
         c->input.insert("::*");

@@ -39,12 +39,12 @@ std::string lower(std::string text)
   return text;
 }
 
-bool starts_with(const std::string &text, const std::string &start)
+bool starts_with(std::string_view text, std::string_view start)
 {
   return text.compare(0, start.size(), start) == 0;
 }
 
-bool ends_with(const std::string &text, const std::string &end)
+bool ends_with(std::string_view text, std::string_view end)
 {
   return text.size() >= end.size() &&
          text.compare(text.size() - end.size(), end.size(), end) == 0;

@@ -5,6 +5,7 @@
 
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // What some editors put in front of a file.
@@ -15,8 +16,8 @@ std::vector<std::string> split_lines(const std::string &text);
 std::vector<std::string> split_words(const std::string &text);
 std::string first_word(const std::string &text);
 std::string lower(std::string text);
-bool starts_with(const std::string &text, const std::string &start);
-bool ends_with(const std::string &text, const std::string &end);
+bool starts_with(std::string_view text, std::string_view start);
+bool ends_with(std::string_view text, std::string_view end);
 bool is_name_char(char c);
 bool is_utf8(const std::string &text);
 std::string in_quotes(const std::string &text);

@@ -64,9 +64,17 @@ static std::string finish(pid_t pid, int output)
 
 // --- bash --------------------------------------------------------------------
 
-// One bash for all scripts; what it says of each is told as it comes.
+// One bash for all scripts: it reads each in a copy of itself that runs nothing
+// (set -n), which takes a third of the time of a bash of its own.  That is
+// started for a script with something to say, so that the lines are its own.
 static const char SYNTAX_CHECK[] =
-    "export LC_ALL=C; for file; do bash -n -- \"$file\"; done 2>&1";
+    "export LC_ALL=C\n"
+    "for file; do\n"
+    "  IFS= read -rd '' text <\"$file\"\n"
+    "  if ! said=$(eval \"set -n\n$text\" 2>&1) || [[ -n $said ]]; then\n"
+    "    bash -n -- \"$file\" 2>&1\n"
+    "  fi\n"
+    "done 2>/dev/null";
 
 // Where a block begins that nothing ends: bash names the end of the file.
 static std::vector<note> open_block(const device &dev, const source_file &file)
