@@ -250,8 +250,9 @@ def test_two_hundred_forms_take_little_more_than_bash_takes_for_their_scripts(de
     for i in range(200):
         (device / f"templates/form{i}.tpl").write_text(text)
         shutil.copy(device / "scripts/network.sh", device / f"scripts/form{i}.sh")
-    syntax = spent("bash", "-c", f"for f in {device}/scripts/*.sh; do bash -n $f; done")
-    assert spent(LINT, "--no-shellcheck", device) < float(os.environ.get("TIMES_BASH", 5)) * syntax
+    syntax = f"for f in {device}/scripts/*.sh; do bash -n $f; done"
+    times = sorted(spent(LINT, "--no-shellcheck", device) / spent("bash", "-c", syntax) for _ in range(5))
+    assert times[len(times) // 2] < float(os.environ.get("TIMES_BASH", 2)), times
 
 
 @pytest.mark.parametrize("path, part", [
@@ -273,7 +274,7 @@ ENDLESS = [
     ("yes a=1", "run-long"),
     ("(while sleep 0.1; do echo a=1; done) &", "run-pipe"),
     ("(sleep 99 >/dev/null) & echo a=1", None),
-    ("printf -v a %2000000000s x; echo a=$?", "run-status"),
+    ("dd if=/dev/zero of=/dev/null bs=2000000000 count=1 2>/dev/null", "run-status"),
     ("[[ -z $ORV_STATE ]] || echo nonsense", None),
 ]
 

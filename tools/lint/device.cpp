@@ -132,8 +132,9 @@ static void collect_words(script *into)
       at++;
     }
     std::string word = lower(code.substr(start, at - start));
-    into->words.insert(word);
-    into->counts[word]++;
+    if (++into->counts[word] == 1) {
+      into->words.insert(word);
+    }
     const char next = at < code.size() ? code[at] : '\0';
     const char before = start > 0 ? code[start - 1] : '\0';
     if (before == '\\' && word.size() > 1) { // printf's "\n"
