@@ -85,6 +85,9 @@ static vocabulary vocabulary_of(const device &dev, const form &f)
   for (const std::string &name : f.runs) {
     add_script(&known, dev.scripts.at(name));
   }
+  if (known.words.count("orv_history") != 0) {
+    known.stems.insert("history"); // history0 and so on
+  }
   return known;
 }
 

@@ -126,7 +126,8 @@ static void check_item_reported(const device_run &r, const form &f,
   }
 }
 
-// A text that is shown only with its value may do without.
+// A text that is shown only with its value may do without, and so may the
+// lines behind the first of several.
 static void check_text_reported(const device_run &r, const form &f,
                                 const form_line &line, const values &all)
 {
@@ -134,7 +135,8 @@ static void check_text_reported(const device_run &r, const form &f,
     const std::string name = lower(part.name);
     if (part.type == 'V' && all.count(name) == 0 &&
         !has_cell(all, without_digits(name)) &&
-        !is_conditional_on(line.conditions, name)) {
+        !is_conditional_on(line.conditions, name) &&
+        !is_conditional_on(line.conditions, without_digits(name) + "0")) {
       tell(r.found, f, line, part.offset, "run-unreported",
            "the read script does not report " + in_quotes(part.name));
     }
