@@ -50,12 +50,14 @@ class Peer:
     script: str = "gateway.cgi"
     folder: str = ""  # where its files are, if not in one of its own name
     kind: str = "cgi"  # "orv", "cgi" or "fpm"
+    has_script: bool = True  # none: each field is judged alone
 
 
 # Ours, then the others as they are usually started on a small device.
 PEERS = (
     Peer("larkspur", "Larkspur", (), (), "orv", kind="orv"),
-    Peer("larkspur-plain", "Larkspur, no script", (), (), "orv", kind="orv"),
+    Peer("larkspur-plain", "Larkspur, no script", (), (), "orv", kind="orv",
+         has_script=False),
     Peer("haserl", "haserl (dash)", ("haserl",), ("/usr/bin/haserl",)),
     Peer("bash", "bash", ("bash", "coreutils"), ("/bin/bash",)),
     Peer("lua", "Lua", ("lua5.4",), ("/usr/bin/lua5.4",)),
@@ -118,7 +120,12 @@ class Site:
         self.query = ""
         if peer.kind == "orv":
             device = self.cgi_bin / data
-            shutil.copytree(source, device, dirs_exist_ok=True)
+            # A form without a script leads to the program that is put there.
+            shutil.copytree(source, device, dirs_exist_ok=True, symlinks=True)
+            for library in (ROOT / "lib").iterdir():
+                if (device / "scripts" / library.name).is_symlink():
+                    (device / "scripts" / library.name).unlink()
+                    shutil.copy(library, device / "scripts")
             (device / "system_type").touch()
             shutil.copy(orv, script)
             shutil.copy(store_of(orv), device / "scripts/orv-store")
