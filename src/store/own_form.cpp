@@ -503,13 +503,17 @@ static char *make_order()
   return store_close_text(out, &order) ? order.bytes : nullptr;
 }
 
-// The page that confirms shall not carry on what nobody may see.
+// The page that confirms shall not carry on what nobody may see, nor that it
+// was to be emptied.
 static void forget_secrets()
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
        item = item->next) {
     if (item->column < 0 && item->name != nullptr && orv_is_secret(item)) {
       printf("u_%s=\n", item->name);
+    } else if (item->column < 0 && takes_input(item) &&
+               cleared_by(item) != nullptr) {
+      printf("u_%s=False\n", item->name);
     }
   }
 }

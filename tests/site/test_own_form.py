@@ -208,6 +208,24 @@ def test_a_hostile_value_is_text_or_is_refused(site, value, kept, policy):
     assert not os.path.exists(site.folder / "data/state/g")
 
 
+@pytest.mark.parametrize("lines", [
+    b'new_name="b"\nnew_name="c"\n', b'new_name="b\0c"\n', b'new_name="b\n> g\nx=1"\n',
+    b"new_name=b\n", b'name="b"\n', b'new_na me="b"\n', b'new_name="b"', b"\xff\xfe\n\n",
+    b'new_@owner="1"\nnew_f@x="b"\n', b'new_' + b"n" * 99 + b'="b"\n', b'new_name=""\n' * 9,
+    b'new_orv_stamp="0 b\r@secret name"\n', b'new_name="b"\n' + b'new_x="1"\n' * 5000,
+    b"n" * 9_000_000], ids=range(14))
+def test_a_line_that_no_page_sends_changes_no_other_value(site, lines):
+    keep(site, "f", "field name", "check word", "field kept", "check word")
+    task(site, "--write", "f", given={"name": "a", "kept": "1"})
+    run = subprocess.run(["data/scripts/f.sh", "--write", "f"], cwd=site.folder, input=lines,
+                         env=ENVIRONMENT | {"SYSLOG_FILE": str(site.folder / "syslog")},
+                         capture_output=True, timeout=SECONDS, check=False)
+    assert run.returncode == 0 and not run.stderr
+    name, = {"name=a", "name=b", "name=c"} & set(stored(site))
+    assert stored(site) == ["kept=1", name]
+    assert {p.name for p in (site.folder / "data/state").iterdir() if p.name[0] != "."} == {"f"}
+
+
 def test_places_are_beside_the_folder_of_the_link(site):
     keep(site, "f", "field name", "check word")
     other = site.folder / "bin"
