@@ -82,10 +82,11 @@ if TREE:
         done = run("--rounds", "1", "--tree", TREE, "--json", found,
                    "--only", "bash", "perl")
         results = json.loads(found.read_text())
-        ours, bash, perl = results["peers"]
+        ours, plain, bash, perl = results["peers"]
         assert bash["programs"] == {"page": 1, "save": 2, "refused": 1}
         assert bash["processes"] == bash["programs"]
         assert perl["programs"]["save"] == 1 < ours["programs"]["save"]
+        assert max(plain["programs"].values()) <= 6
         assert min(ours["files"], bash["files"], ours["bytes"]["page"]) > 1000
         for peer in results["peers"]:
             assert all(c > 0 for c in peer["cpu"]["8"].values())
@@ -100,9 +101,9 @@ if TREE:
             capture_output=True, text=True, check=True)
         assert shown.stdout == done.stdout
         published = readme.read_text()
-        assert re.fullmatch(r"before\n<!.*\n(\|.*\n){5}<!.*\nafter\n",
+        assert re.fullmatch(r"before\n<!.*\n(\|.*\n){6}<!.*\nafter\n",
                             published)
         for name in ("light", "dark"):
             svg = (tmp_path / f"docs/img/peers-{name}.svg").read_text()
             assert xml.etree.ElementTree.fromstring(svg) is not None
-            assert svg.count('rx="2"') == 9
+            assert svg.count('rx="2"') == 12

@@ -34,6 +34,13 @@ def test_what_no_page_sends_is_refused_with_a_message(device):
             device.folder / "data/state" / form).exists()
 
 
+def test_the_history_shows_what_users_typed_as_text(device):
+    assert device.open("fields").press("Submit", name="<b>Hall", lease="48").title == "Saved"
+    shown = " ".join(device.open("history").tree.itertext())
+    for text in ("fields saved", "Name: Example -> <b>Hall", "Address lease: 24 -> 48"):
+        assert text in shown
+
+
 @pytest.mark.parametrize("device", ["first", "forms"], indirect=True)
 def test_every_example_is_drawn_and_every_link_leads_to_one(device):
     more = "&subitem=wan" if (device.templates / "port.tpl").exists() else ""
