@@ -53,7 +53,11 @@ static bool add_name(const char *name)
     return false;
   }
   *entry = {name, settings_column(name)};
-  return tsearch(entry, &names, compare_stems) != nullptr;
+  const void *place = tsearch(entry, &names, compare_stems);
+  if (place == nullptr || *static_cast<stem *const *>(place) != entry) {
+    free(entry); // no memory, or one of that name is there
+  }
+  return place != nullptr;
 }
 
 // The file of the template; owned by the caller, NULL with errno.

@@ -353,9 +353,9 @@ static bool stage_old(int dir, const char *name, void *data)
   const owned_text whole(made.bytes);
   settings now = {};
   settings then = {};
-  char *copy = is_made ? must_strdup(whole.get()) : nullptr;
-  const bool read = copy != nullptr && settings_read(name, &now) &&
-                    settings_imagine(name, copy, &then);
+  const bool is_read = is_made && settings_read(name, &now);
+  char *copy = is_read ? must_strdup(whole.get()) : nullptr;
+  const bool read = copy != nullptr && settings_imagine(name, copy, &then);
   if (read) {
     history_note(name, &now, &then);
   }
