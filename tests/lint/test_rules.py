@@ -40,7 +40,7 @@ def spelled(line):
 def lay_out(tmp_path, files):
     for name, text in files.items():
         path = tmp_path / name
-        path.parent.mkdir(exist_ok=True)
+        path.parent.mkdir(parents=True, exist_ok=True)
         link = re.search(r"\(link to (.*)\)", text or "")
         if link:
             path.symlink_to(link[1])
@@ -50,7 +50,8 @@ def lay_out(tmp_path, files):
 
 
 def lint(folder, *options):
-    run = subprocess.run([LINT, "--format=json", *options, folder], capture_output=True, text=True)
+    other = [folder / "other"] if (folder / "other").exists() else []
+    run = subprocess.run([LINT, "--format=json", *options, folder, *other], capture_output=True, text=True)
     found = json.loads(run.stdout)
     assert run.returncode == (1 if found else 0), run.stderr
     return [(os.path.relpath(f["file"], folder), f["line"], f["rule"]) for f in found]
@@ -76,6 +77,8 @@ def test_an_example_is_told_exactly(rule, kind, tmp_path):
         first = wrapped.count("\n")
         expected |= {(name, 1 if in_script or rule in ("script-mode", "no-file") else first + i, rule) for i in marked}
     assert found_any
+    if any(name.startswith("other/") for name in files):
+        files = {f"other/{name}": text for name, text in BASE.items()} | files
     lay_out(tmp_path, files)
     run = ["--run"] if rule.startswith("run-") else []
     told = lint(tmp_path, *run, *([] if rule == "shellcheck" else ["--no-shellcheck"]))

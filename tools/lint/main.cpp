@@ -6,9 +6,12 @@
 #include <stdlib.h>
 #include <syslog.h>
 
+#include <list>
+
 #include "rules.h"
 #include "terminal.h"
 #include "text.h"
+#include "translations.h"
 
 #ifndef ORV_VERSION
 #define ORV_VERSION "unknown"
@@ -34,7 +37,8 @@ static void usage(FILE *to)
       "\n"
       "Tells every mistake in a device's folder, which holds templates/ and\n"
       "scripts/.  Silent, with status 0, when there is none; status 1 when\n"
-      "there is one, 2 when it could not look.\n"
+      "there is one, 2 when it could not look.  Folders of one device in\n"
+      "several languages are compared with each other.\n"
       "\n"
       "  --run            run the read and navigation scripts, too, in a\n"
       "                   copy of the folder\n"
@@ -50,36 +54,47 @@ static void usage(FILE *to)
       to);
 }
 
-// Looks at one folder; false when that could not be read.
-static bool lint(const std::string &dir, const options &o,
-                 finding_output *output)
-{
+// A folder, and what was found while it was read.
+struct tree {
   device dev;
   findings found;
-  if (!read_device(dir, &dev, &found)) {
+};
+
+// Reads one folder; false when that cannot be read.
+static bool read_tree(const std::string &dir, tree *t)
+{
+  if (!read_device(dir, &t->dev, &t->found)) {
     terminal_print(stderr,
                    "orv-lint: %s: no folder templates in it can be read\n",
                    dir.c_str());
     return false;
   }
   // Half a device would be told of what stands in the other half.
-  for (const std::string &path : dev.unread) {
+  for (const std::string &path : t->dev.unread) {
     terminal_print(stderr, "orv-lint: %s: no permission to read it\n",
                    path.c_str());
   }
-  if (!dev.unread.empty()) {
-    return false;
-  }
+  return t->dev.unread.empty();
+}
+
+static void lint(tree *t, const std::list<tree> &all, const options &o,
+                 finding_output *output)
+{
+  const device &dev = t->dev;
   other_tools tools = begin_tools(dev, o.shellcheck);
   for (device_check *const *check = all_checks; *check != nullptr; check++) {
-    (*check)(dev, &found);
+    (*check)(dev, &t->found);
+  }
+  for (const tree &other : all) {
+    if (&other != t) {
+      check_translation(dev, other.dev, &t->found);
+    }
   }
   if (o.run) {
-    run_scripts(dev, &found);
+    run_scripts(dev, &t->found);
   }
-  end_tools(dev, &tools, &found);
-  write_findings(dev.files, &found, output);
-  return true;
+  end_tools(dev, &tools, &t->found);
+  write_findings(dev.files, &t->found, output);
 }
 
 static int explain_rule(const char *name)
@@ -110,6 +125,7 @@ static bool take_format(const std::string &name, output_format *format)
 static int lint_all(char **dirs, const options &o)
 {
   finding_output output = {o.format, o.warnings_are_errors, 0};
+  std::list<tree> trees; // what is read points into itself, so none moves
   bool trouble = false;
   if (o.format == FORMAT_JSON) {
     printf("[");
@@ -119,7 +135,14 @@ static int lint_all(char **dirs, const options &o)
     while (dir.size() > 1 && dir.back() == '/') {
       dir.pop_back();
     }
-    trouble |= !lint(dir, o, &output);
+    trees.emplace_back();
+    if (!read_tree(dir, &trees.back())) {
+      trees.pop_back();
+      trouble = true;
+    }
+  }
+  for (tree &t : trees) {
+    lint(&t, trees, o, &output);
   }
   if (o.format == FORMAT_JSON) {
     printf("%s]\n", output.written > 0 ? "\n" : "");

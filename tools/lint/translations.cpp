@@ -1,0 +1,118 @@
+// Trees of the same device in several languages: their forms have the same
+// fields and the same choices, and texts of their own.
+
+#include "translations.h"
+
+#include <algorithm>
+
+#include "rules.h"
+#include "text.h"
+
+// Beside the forms that every device has.
+static bool is_own_form(const std::string &name)
+{
+  return !is_special(name) && name != "confirm";
+}
+
+static size_t count_own(const device &dev)
+{
+  return static_cast<size_t>(
+      std::count_if(dev.forms.begin(), dev.forms.end(), [](const auto &entry) {
+        return is_own_form(entry.first);
+      }));
+}
+
+// Two devices may share a form; the same device in two languages shares most.
+static bool are_translations(const device &a, const device &b)
+{
+  size_t shared = 0;
+  for (const auto &entry : a.forms) {
+    shared += is_own_form(entry.first) ? b.forms.count(entry.first) : 0;
+  }
+  return shared > 0 && shared * 2 >= std::max(count_own(a), count_own(b));
+}
+
+static const form_item *find_item(const form &f, const form_item &like)
+{
+  const auto at =
+      std::find_if(f.items.begin(), f.items.end(), [&](const form_item &item) {
+        return item.input == like.input && lower(item.name) == lower(like.name);
+      });
+  return at != f.items.end() ? &*at : nullptr;
+}
+
+// Where the item would stand: behind the one that both have before it.
+static int place_of(const form &f, const form &other, const form_item &missing)
+{
+  int line = 1;
+  for (const form_item &item : other.items) {
+    if (&item == &missing) {
+      break;
+    }
+    const form_item *own = item.input ? find_item(f, item) : nullptr;
+    line = own != nullptr ? own->lines.back()->number : line;
+  }
+  return line;
+}
+
+static note seen_at(const form &other, int line)
+{
+  return {{other.file->path, line, 1}, "it stands here"};
+}
+
+static void check_choices(const form &f, const form_item &own,
+                          const form &other, const form_item &theirs,
+                          findings *found)
+{
+  const std::set<std::string> choices = choices_of(f, own);
+  for (const form_line *line : theirs.lines) {
+    const std::string value = choice_value(other, *line);
+    if (line->keyword == "choice" && choices.count(value) == 0) {
+      tell(found, f, *own.lines.front(), 0, "translation",
+           in_quotes(own.name) + " has no choice " + in_quotes(value) +
+               ", which it has in the other tree" +
+               did_you_mean(value, choices),
+           {seen_at(other, line->number)});
+    }
+  }
+}
+
+static void check_form(const form &f, const form &other, findings *found)
+{
+  for (const form_item &theirs : other.items) {
+    if (!theirs.input || theirs.name.empty()) {
+      continue;
+    }
+    const form_item *own = find_item(f, theirs);
+    if (own == nullptr) {
+      tell(found, *f.file, place_of(f, other, theirs), 1, "translation",
+           "this form has no " + in_quotes(theirs.name) +
+               ", which it has in the other tree",
+           {seen_at(other, theirs.line)});
+    } else if (own->type != theirs.type || own->columns != theirs.columns) {
+      tell(found, f, *own->lines.front(), 0, "translation",
+           in_quotes(own->name) + " is of another kind in the other tree",
+           {seen_at(other, theirs.line)});
+    } else if (own->type == PT_SELECT) {
+      check_choices(f, *own, other, theirs, found);
+    }
+  }
+}
+
+void check_translation(const device &dev, const device &other, findings *found)
+{
+  if (!are_translations(dev, other)) {
+    return;
+  }
+  for (const auto &entry : other.forms) {
+    const auto own = dev.forms.find(entry.first);
+    if (own != dev.forms.end()) {
+      check_form(own->second, entry.second, found);
+    } else {
+      tell(found, {dev.dir + "/templates/" + entry.first + ".tpl", "", {}}, 1,
+           1, "translation",
+           "the other tree has this form, and this one lacks it",
+           {seen_at(entry.second, 1)});
+    }
+  }
+}

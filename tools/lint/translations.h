@@ -1,0 +1,12 @@
+// The same device in another language.
+
+#ifndef LINT_TRANSLATIONS_H
+#define LINT_TRANSLATIONS_H
+
+#include "device.h"
+
+// Tells what the forms of `dev` lack that those of `other` have; nothing when
+// the two are not the same device.
+void check_translation(const device &dev, const device &other, findings *found);
+
+#endif
