@@ -36,7 +36,7 @@ constexpr unsigned long ACT_SECONDS_MAX = 600; // longer waits no page
 constexpr int READ_TRIES = 10;                 // of settings that change meanwhile
 
 static const char USAGE[] =
-    "Usage: orv-store COMMAND\n"
+    "Usage: orv-store COMMAND | --help | --version\n"
     "\n"
     "  load FILE...           print settings as lines NAME=VALUE\n"
     "  input PID|- FORM       take a page's values, then lock for PID\n"
@@ -476,6 +476,10 @@ int main(int argc, char **argv)
   if (argc < 2 || strcmp(argv[1], "--help") == 0) {
     fputs(USAGE, argc < 2 ? stderr : stdout);
     return argc < 2 ? USAGE_STATUS : EXIT_SUCCESS;
+  }
+  if (strcmp(argv[1], "--version") == 0) {
+    puts("orv-store " ORV_VERSION);
+    return EXIT_SUCCESS;
   }
   for (const command &row : commands) {
     if (strcmp(row.name, argv[1]) == 0) {

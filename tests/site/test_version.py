@@ -14,7 +14,8 @@ def test_every_program_tells_the_number_of_the_page(site):
     (generator,) = [e for e in site.get().all("meta") if e.get("name") == "generator"]
     number = generator.get("content").removeprefix("ORV ")
     assert number == (ROOT / "VERSION").read_text().strip() != ""
-    for program in (ORVCTL, ROOT / "tools/orv-test", ROOT / "tools/larkspur-new", ROOT / "demo/run"):
+    built = (ORVCTL, os.environ["ORV_STORE"], os.environ["ORV_LINT"])
+    for program in (*built, ROOT / "tools/orv-test", ROOT / "tools/larkspur-new", ROOT / "demo/run"):
         name = "demo/run" if str(program).endswith("demo/run") else pathlib.Path(program).name
         done = subprocess.run([program, "--version"], cwd=site.folder, capture_output=True, text=True, check=True)
         assert (done.stdout, done.stderr) == (f"{name} {number}\n", "")
