@@ -498,15 +498,30 @@ int orv_load_vars(const char *script, int merge)
   return orv_script_wait(pid) == 0 ? count : -1;
 }
 
+// The bytes of a script's input.
+static size_t input_length(orv_var **list)
+{
+  size_t length = 0;
+  for (const orv_var *var = *list; var != nullptr; var = var->next) {
+    const char *value = best_value(var);
+    if (value != nullptr) {
+      length += sizeof "new_=\"\"\n" - 1 + strlen(var->name) + strlen(value);
+    }
+  }
+  return length;
+}
+
 // Makes a script's input in memory, so that it can be written while the
-// script's output is read.  Owned by the caller; NULL with a report.
+// script's output is read.  A stream into memory may lose what it has no room
+// for in silence, so the length is held against what it must be.  Owned by the
+// caller; NULL with a report.
 static char *make_input(orv_var **list, size_t *length)
 {
   char *text = nullptr;
   FILE *fp = open_memstream(&text, length);
   if (fp != nullptr) {
     const int written = orv_save_vars_fp(list, fp);
-    if (fclose(fp) == 0 && written >= 0) {
+    if (fclose(fp) == 0 && written >= 0 && *length == input_length(list)) {
       return text;
     }
     free(text);

@@ -411,9 +411,9 @@ static bool commit(store_stage *stage)
 // Adds a text to a file of the stage, which is the transaction's own.
 static bool append(int stage, const char *name, const char *text)
 {
-  const int fd = openat(
-      stage, name, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC,
-      FILE_MODE);
+  const int fd =
+      openat(stage, name,
+             O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, FILE_MODE);
   if (fd < 0) {
     return false;
   }

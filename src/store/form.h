@@ -9,9 +9,10 @@
 // the form is opened.
 void form_set_subitem(const char *subitem);
 
-// Parses the template of `form` in the folder of templates.  False when there is
-// none, with a fault when there is one that cannot be taken in whole: without it
-// nobody knows which rows a save has deleted.  Kept until the process ends.
+// Parses the template of `form` in the folder of templates.  False when there
+// is none, with a fault when there is one that cannot be taken in whole:
+// without it nobody knows which rows a save has deleted.  Kept until the
+// process ends.
 bool form_open(const char *form);
 
 // The items of that template; NULL as long as none is open.

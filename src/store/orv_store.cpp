@@ -31,9 +31,9 @@
 
 constexpr int USAGE_STATUS = 2;
 constexpr size_t HOLDER_SIZE = 100;
-constexpr size_t ACT_SIZE = 41; // of an action's name
+constexpr size_t ACT_SIZE = 41;                // of an action's name
 constexpr unsigned long ACT_SECONDS_MAX = 600; // longer waits no page
-constexpr int READ_TRIES = 10;                 // of settings that change meanwhile
+constexpr int READ_TRIES = 10; // of settings that change meanwhile
 
 static const char USAGE[] =
     "Usage: orv-store COMMAND | --help | --version\n"
