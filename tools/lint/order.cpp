@@ -306,6 +306,28 @@ static void check_secrets(const task_run &run, findings *found)
   }
 }
 
+// A backup is a dump of what the read scripts show to orvctl alone.
+static void check_dump(const task_run &read, const task_run &write,
+                       findings *found)
+{
+  const std::set<std::string> kept = names_given(write, "orv_secret");
+  const std::set<std::string> shown = names_given(read, "orv_show_secrets");
+  if (calls(read, "orv_show_hash") || shown.count("") != 0 ||
+      !calls(write, "orv_store")) {
+    return;
+  }
+  for (const form_item &item : read.f->items) {
+    const std::string name = lower(item.name);
+    if (item.type == PT_TEXT_FIELD && kept.count(name) != 0 &&
+        shown.count(name) == 0) {
+      tell(found, *read.f, *item.lines.front(), 0, "secret-dump",
+           "no backup has " + in_quotes(item.name) +
+               ": the read script shows it by neither \"orv_show_secrets\" nor"
+               " \"orv_show_hash\"");
+    }
+  }
+}
+
 // --- the whole ---------------------------------------------------------------
 
 static std::set<std::string> loaded_files(const device &dev)
@@ -347,6 +369,7 @@ static void check_form_order(const device &dev, const form &f,
   check_does_something(write, found);
   check_file(write, loaded, found);
   check_secrets(write, found);
+  check_dump(read, write, found);
 }
 
 void check_order(const device &dev, findings *found)

@@ -6,6 +6,7 @@ case $1 in
     orv_load wifi
     orv_stamp
     orv_show ssid band
+    orv_show_secrets wifi_passphrase
     ;;
   --check | --write)
     [[ $1 == --check ]] || orv_lock
