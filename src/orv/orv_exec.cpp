@@ -76,25 +76,50 @@ static const char *value_of(const char *entry, const char *name)
              : nullptr;
 }
 
-// Whether bash would run, or read its own rules from, what the entry holds.
+// Whether bash would run, read its own rules from, or put its own value in the
+// place of what the entry holds.  It runs ~/.bashrc where it takes itself for
+// started by a remote login.  Names that begin with "BASH" are its own.
 static bool is_obeyed(const char *entry)
 {
-  static const char *const names[] = {"BASH_ENV", "SHELLOPTS", "BASHOPTS",
-                                      "POSIXLY_CORRECT", "IFS"};
+  // Fixed room for each name: pointers would be relocated at every start.
+  static const char names[][16] = {"SHELLOPTS",     "POSIXLY_CORRECT",
+                                   "IFS",           "SSH_CLIENT",
+                                   "SSH2_CLIENT",   "PS1",
+                                   "PS2",           "PS4",
+                                   "PPID",          "RANDOM",
+                                   "SRANDOM",       "LINENO",
+                                   "OPTIND",        "OPTERR",
+                                   "HISTCMD",       "EPOCHSECONDS",
+                                   "EPOCHREALTIME", "COMP_WORDBREAKS"};
   for (const char *name : names) {
     if (value_of(entry, name) != nullptr) {
       return true;
     }
   }
-  const char *equals = strchr(entry, '=');
-  return strncmp(entry, "BASH_FUNC_", strlen("BASH_FUNC_")) == 0 ||
-         (equals != nullptr && strncmp(equals, "=() {", strlen("=() {")) == 0);
+  return strncmp(entry, "BASH", strlen("BASH")) == 0 ||
+         strstr(entry, "=() {") == strchr(entry, '=');
 }
 
-static bool is_obeyed_environment()
+// Whether bash would drop the entry: it has no name, or a later entry has the
+// same one.
+static bool is_dropped(char *const *entry)
+{
+  const size_t length = strcspn(*entry, "=");
+  if (length == 0 || (*entry)[length] == '\0') {
+    return true;
+  }
+  for (char *const *later = entry + 1; *later != nullptr; later++) {
+    if (strncmp(*entry, *later, length + 1) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+static bool is_changed_environment()
 {
   for (char **entry = environ; *entry != nullptr; entry++) {
-    if (is_obeyed(*entry)) {
+    if (is_obeyed(*entry) || is_dropped(entry)) {
       return true;
     }
   }
@@ -186,7 +211,7 @@ static char **script_environment(const char *path)
 // Returns when the line needs bash.
 static void exec_plain_line(const char *line)
 {
-  if (!is_plain_line(line) || is_obeyed_environment()) {
+  if (!is_plain_line(line) || is_changed_environment()) {
     return;
   }
   char **words = split_words(line);

@@ -9,6 +9,16 @@
 class Exec : public Scratch
 {
 protected:
+  // A developer's own shell may export these; below a shell that counts itself,
+  // bash takes no login for a remote one.
+  void SetUp() override
+  {
+    Scratch::SetUp();
+    for (const char *name : {"PS1", "SSH_CLIENT", "SHLVL"}) {
+      unsetenv(name);
+    }
+  }
+
   // Output, status and report of a script's line.
   static string run(const string &line)
   {
@@ -111,10 +121,15 @@ TEST_F(Exec, WhatBashObeysSendsTheLineToBash)
 {
   write_file("data/scripts/s.sh", "#!/bin/sh\nenv\n", 0755);
   write_file("rc", "echo obeyed\n");
+  write_file(".bashrc", "export HOSTS=obeyed\n");
+  setenv("HOME", dir.c_str(), 1);
   const std::pair<const char *, const char *> variables[] = {
     {"BASH_ENV", "rc"}, {"SHELLOPTS", "xtrace"}, {"BASHOPTS", "extglob"},
     {"POSIXLY_CORRECT", ""}, {"IFS", "x"}, {"BASH_FUNC_f%%", "() { :; }"},
     {"BASH_FUNC_data/scripts/s.sh%%", "() { echo instead; }"}, {"old", "() { :; }"},
+    {"SSH_CLIENT", "x"}, {"SSH2_CLIENT", ""}, {"BASH", "/bin/other"}, {"BASHPID", "1"},
+    {"PS1", "$ "}, {"PS4", "x"}, {"RANDOM", "4"}, {"LINENO", "x"}, {"OPTIND", "x"},
+    {"COMP_WORDBREAKS", "x"},
   };
   for (const auto &[name, value] : variables) {
     setenv(name, value, 1);
@@ -122,6 +137,22 @@ TEST_F(Exec, WhatBashObeysSendsTheLineToBash)
     EXPECT_EQ(run("s.sh"), run_by_bash("s.sh"));
     unsetenv(name);
   }
-  setenv("BASH_ENVY", "rc", 1);
+  setenv("IFSX", "rc", 1);
   EXPECT_TRUE(is_direct("s.sh"));
+}
+
+TEST_F(Exec, WhatBashDropsSendsTheLineToBash)
+{
+  write_file("data/scripts/s.sh", "#!/usr/bin/python3\nimport os\nprint(*sorted(map('='.join, os.environ.items())))\n", 0755);
+  const std::tuple<const char *, const char *, bool> rows[] = {
+    {"A=1", "AB=2", true}, {"A=", "A.B==", true}, {"A=1", "A=2", false},
+    {"PWD=/", "PWD=", false}, {"=x", "A=1", false}, {"A=1", "B", false},
+    {"A=1", "", false},
+  };
+  for (const auto &[first, second, direct] : rows) {
+    char *entries[] = {const_cast<char *>(first), const_cast<char *>(second), nullptr};
+    environ = entries;
+    EXPECT_EQ(run("s.sh"), run_by_bash("s.sh")) << first;
+    EXPECT_EQ(is_direct("s.sh"), direct) << first << ", " << second;
+  }
 }
