@@ -34,6 +34,9 @@ constexpr size_t CONTROL_LABEL_SIZE = CONTROL_LABEL_MAX + 20;
 // Far more names than conditions of a form ask for; what does not fit is left
 // out, and changes with a button as it does without scripts.
 constexpr size_t CONDITIONS_SIZE = 500;
+// Messages repeated in cells: more than anybody scrolls through on a phone,
+// where every cell of a long table may fail with a long value in its message.
+constexpr size_t CELL_MESSAGES_MAX = 256UL * 1024;
 
 static const char NBSP[] = "&nbsp;";
 
@@ -114,27 +117,44 @@ void cgiout_close_table(void)
 // They are decided when a page is drawn.  The form names the variables that
 // they read, so that scripts of the browser can have it drawn again at once.
 
-static bool is_value_reference(const char *text)
+// Names differ by more than capitals.
+static bool is_watched(const char *name, size_t length)
 {
-  return (text[1] == 'V' || text[1] == 'U') && text[2] == ':';
+  const char *at = conditions;
+  while (*at != '\0') {
+    if (strncasecmp(at, name, length) == 0 && at[length] == ' ') {
+      return true;
+    }
+    at += strcspn(at, " ") + 1;
+  }
+  return false;
 }
 
+static void watch(const char *name, size_t length)
+{
+  const size_t used = strlen(conditions);
+  if (length > 0 && used + length + 2 <= sizeof conditions &&
+      !is_watched(name, length)) {
+    memcpy(conditions + used, name, length);
+    conditions[used + length] = ' ';
+    form_conditions.value = conditions;
+  }
+}
+
+// Reads the condition as its expansion does.
 static void add_condition(const char *text)
 {
-  while ((text = strchr(text, '$')) != nullptr) {
-    if (!is_value_reference(text)) {
-      text++;
-      continue;
+  text = strchr(text, '$');
+  while (text != nullptr && text[1] != '\0') {
+    const bool is_reference =
+        text[2] == ':' && strchr("CDENOUV", text[1]) != nullptr;
+    const char *end = is_reference ? strchr(text + 3, '$') : nullptr;
+    if (text[2] == '$') {
+      end = text + 2;
+    } else if (end != nullptr && strchr("UV", text[1]) != nullptr) {
+      watch(text + 3, static_cast<size_t>(end - text) - 3);
     }
-    text += 3;
-    const size_t used = strlen(conditions);
-    const size_t length = strcspn(text, "$");
-    if (used + length + 2 <= sizeof conditions) {
-      memcpy(conditions + used, text, length);
-      conditions[used + length] = ' ';
-      form_conditions.value = conditions;
-    }
-    text += length + (text[length] == '$' ? 1 : 0);
+    text = strchr(end != nullptr ? end + 1 : text + 1, '$');
   }
 }
 
@@ -763,14 +783,31 @@ static void drop_markup(char *text)
   *to = '\0';
 }
 
+// Expanded like the paragraph's.  What the cells' messages have no room for
+// stands in the paragraph alone.
+static void draw_cell_message(const char *recorded)
+{
+  static size_t room = CELL_MESSAGES_MAX;
+  char *text =
+      room > 0 ? orv_out_expand_again(const_cast<char *>(recorded)) : nullptr;
+  if (text == nullptr) {
+    return;
+  }
+  const size_t length = strlen(text);
+  if (length > room) {
+    room = 0;
+    return;
+  }
+  room -= length;
+  drop_markup(text);
+  narrow_text("wrong", text);
+}
+
 static void cell_message(const pt_body_item *column)
 {
   const char *recorded = recorded_error(column);
   if (cell_has_message && recorded != nullptr) {
-    // Expanded like the paragraph's.
-    char *text = expand(const_cast<char *>(recorded));
-    drop_markup(text);
-    narrow_text("wrong", text);
+    draw_cell_message(recorded);
   }
   cell_has_message = false;
 }

@@ -35,6 +35,8 @@ constexpr int EMPTIED_CELLS_MAX = 50000;
 // Set by each walk, kept afterwards.
 static const pto_procs *p;
 static int error_count;
+// Set while a text is expanded whose problems are told elsewhere.
+static bool is_again;
 
 // Set by each walk (E, H, X) and for each item (V, N), reset by
 // orv_output_cleanup; looked up in this order.
@@ -56,6 +58,9 @@ static int display = 1;
 // of checks); their problems have no page to go to.
 static void problem(const char *message)
 {
+  if (is_again) {
+    return;
+  }
   error_count++;
   if (p != nullptr) {
     p->o_comment("%s", message);
@@ -204,6 +209,14 @@ char *orv_out_expand(char *in)
   }
   expand_p(outbuf, in, length);
   return outbuf;
+}
+
+char *orv_out_expand_again(char *in)
+{
+  is_again = true;
+  char *text = orv_out_expand(in);
+  is_again = false;
+  return text;
 }
 
 // The same for callers that have no use for a missing text.

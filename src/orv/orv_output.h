@@ -58,6 +58,10 @@ struct pto_procs {
 // (reported as the walk's other problems are: to o_comment, and counted).
 char *orv_out_expand(char *in);
 
+// The same for a text that the page shows elsewhere, too, where its problems
+// are told.
+char *orv_out_expand_again(char *in);
+
 // Draws the body `itm` (may be NULL) through `pp`.  `help` nonzero shows the
 // help texts; `error_text` (may be NULL) is what $E$ stands for.  The number
 // of problems met, each of which was sent to o_comment.

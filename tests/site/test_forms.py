@@ -276,6 +276,42 @@ def test_messages_and_facts_have_a_copy_for_narrow_screens(form):
                           (None, "<c>")], said
 
 
+def test_messages_in_cells_tell_no_problem_again_and_end(form):
+    long = 60_000 * "x"
+    # the message, how it reads, copies in eight cells, comments on problems
+    table = [
+        ("Not $v:x", "Not $v:x", 8, 2),
+        ("$V:p0$", long, 256 * 1024 // 60_000, 0),
+    ]
+    for said, message, copies, problems in table:
+        site = form("table t 1;field p;check decimal;check_msg p " + said)
+        page = site.open("f").press("Submit", **{f"p{row}": long for row in range(8)})
+        texts = [e.text for e in page.all("p", "error") if e.get("id")]
+        assert texts == [message]
+        cells = [e.get("data-text") for e in page.all("span", "wrong")]
+        assert cells == copies * [message]
+        told = [c for c in page.comments if "Bad format" in c]
+        assert len(told) == problems
+
+
+def test_a_form_names_once_what_its_conditions_read(form):
+    # conditions, what the form names
+    table = [
+        (["$V:mode$", "a $U:Lan$$V:wan$", "$V:MODE$"], "mode Lan wan "),
+        (["$X$V:no$", "$E:a$V:no$", "$C:a$$D:a$$N:a$$O:a$", "$V:$V:no$",
+          "$V:no", "$", "$V", "yes"], None),
+        (["$v:a$V:b$"], "b "),
+        (60 * ["$V:long_name$"] + ["$V:last$"], "long_name last "),
+        ([f"$V:name{n}$" for n in range(100, 170)],  # what has room
+         "".join(f"name{n} " for n in range(100, 162))),
+    ]
+    for conditions, names in table:
+        body = "".join(f"if {c};endif;" for c in conditions)
+        page = form("field x;" + body.rstrip(";"), "x=1").open("f")
+        (drawn,) = page.all("form")
+        assert drawn.get("data-conditions") == names, conditions
+
+
 def rows(page):
     """The body rows: what each cell posts, the name of a deletion box, None
     for a cell without a control."""
