@@ -230,8 +230,15 @@ static bool take_order(char *order)
 
 // --- judging -----------------------------------------------------------------
 
+// By the script that saves, or by one that saved before.
 static bool is_secret(const char *name, void *)
 {
+  for (const save_file *file = files; file < files + file_count; file++) {
+    if (file->before.secrets != nullptr &&
+        settings_names_secret(&file->before, name)) {
+      return true;
+    }
+  }
   return find_word(&secrets, name, strlen(name)) != nullptr;
 }
 
@@ -397,19 +404,19 @@ static void write_tables(FILE *out)
   putc('\n', out);
 }
 
-// The secrets that no name says, a blank before each: owned by the caller, NULL
-// without memory.
-static char *secret_names()
+// The secrets of the file that no name says, a blank before each: owned by the
+// caller, NULL without memory.
+static char *secret_names(const save_file *file)
 {
   size_t size = 1;
-  for (size_t i = 0; i < secrets.count; i++) {
-    size += strlen(secrets.list[i].name) + 1;
+  for (size_t i = 0; i < file->after.count; i++) {
+    size += strlen(file->after.list[i].name) + 1;
   }
   char *names = static_cast<char *>(must_malloc(size));
   char *end = names;
-  for (size_t i = 0; i < secrets.count && names != nullptr; i++) {
-    const char *name = secrets.list[i].name;
-    if (!orv_is_secret_name(name)) {
+  for (size_t i = 0; i < file->after.count && names != nullptr; i++) {
+    const char *name = file->after.list[i].name;
+    if (!orv_is_secret_name(name) && is_secret(name, nullptr)) {
       end +=
           snprintf(end, size - static_cast<size_t>(end - names), " %s", name);
     }
@@ -423,7 +430,7 @@ static char *secret_names()
 static bool write_file(const store_stage *stage, const save_file *file)
 {
   store_text content;
-  const owned_text names(secret_names());
+  const owned_text names(secret_names(file));
   FILE *out = names != nullptr ? store_open_text(&content) : nullptr;
   if (out == nullptr) {
     return store_fault("Out of memory");
@@ -465,14 +472,15 @@ static bool write_history(const store_stage *stage, const char *form,
   for (size_t i = 0; i < told_count; i++) {
     history_tell(told[i].log);
   }
-  const owned_text names(secret_names());
+  bool noted = true;
   for (save_file *file = files; file < files + file_count; file++) {
+    const owned_text names(secret_names(file));
     file->after.secrets = names != nullptr ? names.get() : "";
     history_note(file->name, &file->before, &file->after);
     file->after.secrets = "";
+    noted &= names != nullptr;
   }
-  return (names != nullptr || store_fault("Out of memory")) &&
-         history_end(stage);
+  return (noted || store_fault("Out of memory")) && history_end(stage);
 }
 
 static bool write_stage(const store_stage *stage, const char *form,

@@ -209,9 +209,14 @@ static bool has_word(const char *words, const char *name, size_t length)
   return false;
 }
 
+bool settings_names_secret(const settings *all, const char *name)
+{
+  return has_word(all->secrets, name, strlen(name));
+}
+
 bool settings_is_secret(const settings *all, const char *name)
 {
-  return orv_is_secret_name(name) || has_word(all->secrets, name, strlen(name));
+  return orv_is_secret_name(name) || settings_names_secret(all, name);
 }
 
 // Whether the file holds the table that the cell `name` would belong to.  Of an

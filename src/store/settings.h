@@ -56,6 +56,9 @@ void settings_free(settings *all);
 const setting *settings_find(const settings *all, const char *name);
 const char *settings_get(const settings *all, const char *name);
 
+// Whether the file itself says that the value is a secret.
+bool settings_names_secret(const settings *all, const char *name);
+
 // Whether the value is a secret, by its name or by what the file says.
 bool settings_is_secret(const settings *all, const char *name);
 

@@ -1,0 +1,143 @@
+// The last saves: how many are kept, what is left out, and the way back.
+
+#include "history.h"
+
+#include "fault.h"
+#include "fixture.h"
+#include "folder.h"
+#include "save.h"
+
+class History : public Scratch
+{
+protected:
+  void SetUp() override
+  {
+    Scratch::SetUp();
+    std::filesystem::create_directory("state");
+    setenv("ORV_STATE", "state", 1);
+    setenv("ORV_DEFAULTS", "nowhere", 1);
+    setenv("ORV_TEMPLATES", "nowhere", 1);
+    setenv("REMOTE_USER", "ad min\n@", 1);
+    setenv("REMOTE_ADDR", "192.168.1.7", 1);
+  }
+
+  // A save by a process of its own, as every one is.
+  static bool save(const string &order)
+  {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      const bool done = store_open(false) && store_lock_for("net") &&
+                        save_order(strdup(order.c_str()), "net", "eth0");
+      _exit(done ? 0 : 1);
+    }
+    int status;
+    waitpid(pid, &status, 0);
+    return status == 0;
+  }
+
+  // The files as they were before that save, in a process of its own; or its
+  // fault.
+  static string before(unsigned number, const char *file = "a")
+  {
+    std::filesystem::remove("fault");
+    const pid_t pid = fork();
+    if (pid == 0) {
+      store_stage stage;
+      const bool done = store_open(false) && store_lock_for("test") &&
+                        stage_begin(&stage) && history_stage(&stage, number) &&
+                        stage_commit(&stage);
+      if (!done && store_fault_text() != nullptr) {
+        write_file("fault", store_fault_text());
+      }
+      _exit(done ? 0 : 1);
+    }
+    int status;
+    waitpid(pid, &status, 0);
+    if (status != 0) {
+      return read_file("fault");
+    }
+    string text = read_file(string("state/") + file);
+    string values;
+    for (size_t at = 0, end; at < text.size(); at = end + 1) {
+      end = std::min(text.find('\n', at), text.size());
+      values += text[at] == '#' ? "" : text.substr(at, end - at) + " ";
+    }
+    return values;
+  }
+
+  static size_t entries()
+  {
+    const string text = "\n" + read_file("state/.history");
+    size_t count = 0;
+    for (size_t at = text.find("\n@ "); at != string::npos; at = text.find("\n@ ", at + 1)) {
+      count++;
+    }
+    return count;
+  }
+};
+
+// clang-format off
+
+TEST_F(History, EachSaveCanBeGoneBackBehind)
+{
+  ASSERT_TRUE(save("> a\nx=1\n> b\ny=1\n"));
+  ASSERT_TRUE(save("> a\nx=2\nz=new\n"));
+  ASSERT_TRUE(save("> a\nz=newer\n> b\ny=2\n"));
+  const string kept = read_file("state/a"), other = read_file("state/b");
+  EXPECT_EQ(before(3), "z=new x=2 ");
+  EXPECT_EQ(before(9), "There is no save 9 in the history");
+  write_file("state/a", kept);
+  write_file("state/b", other);
+  EXPECT_EQ(before(2), "x=1 ");
+  write_file("state/a", kept);
+  write_file("state/b", other);
+  EXPECT_EQ(before(1), "") << "nobody had stored it";
+}
+
+TEST_F(History, TellsWhoWhenAndWhatButNoSecret)
+{
+  ASSERT_TRUE(save("@secret key\n> a\nhost=gw\nkey=hidden1\nwl_passphrase=hidden2\n"));
+  ASSERT_TRUE(save("> a\nhost=gw2\nkey=hidden3\n"));
+  const string text = read_file("state/.history");
+  EXPECT_EQ(text.find("hidden"), string::npos) << text;
+  EXPECT_NE(text.find(" ad_min_@ 192.168.1.7 net/eth0 saved\n"), string::npos) << text;
+  EXPECT_NE(text.find("= host: gw -> gw2\n"), string::npos) << text;
+  EXPECT_NE(text.find("= key: changed\n"), string::npos) << text;
+  EXPECT_EQ(before(2), "host=gw key=hidden3 ") << "today's secrets stay";
+}
+
+TEST_F(History, KeepsTenSavesAndNoMoreThanFit)
+{
+  for (int i = 0; i < 13; i++) {
+    ASSERT_TRUE(save("> a\nx=" + std::to_string(i) + "\n"));
+    EXPECT_EQ(entries(), std::min<size_t>(i + 1, 10));
+  }
+  string large = "> a\n";
+  for (int i = 0; i < 400; i++) {
+    large += "v" + std::to_string(i) + "=" + string(100, 'x') + "\n";
+  }
+  ASSERT_TRUE(save(large));
+  ASSERT_TRUE(save("> a\nx=1\n"));
+  EXPECT_LE(std::filesystem::file_size("state/.history"), 64U * 1024);
+  EXPECT_GE(entries(), 2U);
+  ASSERT_TRUE(save("> a\nx=2\n"));
+}
+
+TEST_F(History, CraftedEntriesAreRefusedOrMeanNothing)
+{
+  const std::pair<const char *, const char *> rows[] = {
+    {"@ 1 0 - - f saved\n< ../x a=1\n", "The history cannot be read"},
+    {"@ 1 0 - - f saved\n< .lock a=1\n", "The history cannot be read"},
+    {"@ 1 0 - - f saved\n< a nothing\n", "The history cannot be read"},
+    {"@ 1 0 - - f saved\n+ a\n", "The history cannot be read"},
+    {"@ 1 0 - - f saved\n<\n< \n", "The history cannot be read"},
+    {"garbage\n@ 1 0 - - f saved\n", "The history cannot be read"},
+    {"@ 2\n@ 1 0 - - f saved", "x=kept "},
+    {"", "There is no save 1 in the history"},
+  };
+  for (const auto &[text, expected] : rows) {
+    write_file("state/a", "#orv 2 5 -\n#table\nx=kept\n");
+    write_file("state/.history", text);
+    EXPECT_EQ(before(1), expected) << text;
+  }
+}
