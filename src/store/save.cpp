@@ -141,6 +141,11 @@ static bool take_guard(char *line)
   return true;
 }
 
+static bool refuse_order()
+{
+  return store_fault("Nothing was saved: the script's order is not understood");
+}
+
 static bool take_word_line(char *line)
 {
   // clang-format off
@@ -161,7 +166,7 @@ static bool take_word_line(char *line)
       return row.take(line + length);
     }
   }
-  return store_fault("Nothing was saved: the script's order is not understood");
+  return refuse_order();
 }
 
 // Takes the lines in front of the first file; `*order` is then that file's.
@@ -182,6 +187,22 @@ static bool take_words(char **order)
   return true;
 }
 
+// Whether all lines are values.  Another one would be lost in silence; a secret
+// that is named too late would be told.
+static bool are_values(const char *line)
+{
+  while (*line != '\0') {
+    const size_t name = strcspn(line, "=\n");
+    const bool is_blank = line[0] == '\n';
+    if (line[0] == '@' || (line[name] != '=' && !is_blank)) {
+      return false;
+    }
+    line += strcspn(line, "\n");
+    line += *line != '\0' ? 1 : 0;
+  }
+  return true;
+}
+
 // Takes a line "> FILE" and the values behind it, up to the next such line.
 static bool take_file(char **order)
 {
@@ -189,8 +210,7 @@ static bool take_file(char **order)
   char *name = *order + (is_file ? strlen("> ") : 0);
   char *end = strchr(name, '\n');
   if (!is_file || end == nullptr) {
-    return store_fault(
-        "Nothing was saved: the script's order is not understood");
+    return refuse_order();
   }
   *end = '\0';
   if (!store_is_name(name)) {
@@ -211,6 +231,10 @@ static bool take_file(char **order)
   char *copy = strndup(values, length);
   if (copy == nullptr) {
     return store_fault("Out of memory");
+  }
+  if (!are_values(copy)) {
+    free(copy);
+    return refuse_order();
   }
   return settings_parse(name, copy, &file->after);
 }

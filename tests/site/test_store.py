@@ -164,6 +164,25 @@ def test_program_and_library_read_files_alike(device):
         assert device.save("> f\nold=4\n")[0] == 1  # nor is it replaced
 
 
+@pytest.mark.parametrize("order, text", [
+    ("v=2\n", "order is not understood"), ("> f", "order is not understood"),
+    ("@nope x\n> f\nv=2\n", "order is not understood"),
+    ("> f\nv=2\n@secret v\n", "order is not understood"),
+    ("> f\nv=2\n@label v=V\n> g\nw=2\n", "order is not understood"),
+    ("> f\nv=2\nw\n", "order is not understood"),
+    ("> f\nv=2\n> ../g\nw=2\n", "no name of a settings file"),
+    ("> f\nv=$HOME\n", "no value may hold"), ("> f\nv=a\tb\n", "no value may hold"),
+    (f"> f\nv={'x' * 246}\n", "a value is too long"),
+    ("> f\nv=2\n" + "".join(f"> f{i}\nv=2\n" for i in range(64)), "too many files"),
+    ("@secret s\n" * 257 + "> f\nv=2\n", "too many values"), ("", "cannot be read"),
+])
+def test_an_order_is_stored_as_it_stands_or_refused(device, order, text):
+    assert device.save("> f\nv=1\n\n")[0] == 0
+    status, told = device.save(order)
+    assert status == 1 and told.startswith("fault ") and text in told
+    assert device.load("f") == ["v=1"] and "f0" not in device.names()
+
+
 # --- the lock -----------------------------------------------------------------
 
 def test_nobody_waits_for_a_request_that_is_still_coming(device):
