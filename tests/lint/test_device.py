@@ -235,6 +235,30 @@ def test_files_that_are_not_there_or_not_executable_are_told(device):
             ("users.tpl", 1, "script-missing"), ("lonely.tpl", 1, "unreachable")} <= set(told)
 
 
+def test_forms_without_a_script_are_judged_by_what_they_have_instead(tmp_path):
+    first = tmp_path / "first"
+    shutil.copytree(ROOT / "examples/first", first, symlinks=True)
+    for library in (first / "scripts").glob("*.bash"):
+        library.unlink()
+    for path, text, told in (
+            ("scripts/navbar", "--\norvmenu Start\nclock\nclok Clock\n",
+             [("navbar", 3, "nav-line"), ("navbar", 4, "target")]),
+            ("templates/orvmenu.tpl", None, []),  # the bar alone leads there
+            ("scripts/navbar", "--\norvmenu Start\n", [("clock.tpl", 1, "unreachable")]),
+            ("defaults/clock", "server=-x\nsevrer=a\n",
+             [("clock", 1, "default-value"), ("clock", 2, "default-name")]),
+            ("defaults/clock@wan", "server=\"a\"\n", [("clock@wan", 1, "default-line")])):
+        kept = (first / path).read_text() if (first / path).exists() else ""
+        (first / path).write_text(text if text is not None else "".join(
+            line for line in kept.splitlines(True) if "clock" not in line and "fmenu" not in line))
+        assert sorted(lint(first)) == sorted(told), path
+        if text is not None:
+            (first / path).write_text(kept)
+    (first / "scripts/clock.sh").unlink()
+    (first / "scripts/clock.sh").symlink_to("nothing")
+    assert ("clock.sh", 1, "no-file") in lint(first)
+
+
 def spent(*command):
     """The processor's time that a command takes, its children's included."""
     def used():

@@ -26,13 +26,13 @@ static std::vector<const bash_word *> printed_lines(const bash_command &command)
   return lines;
 }
 
-static void check_entry(const device &dev, const script &s,
+static void check_entry(const device &dev, const source_file &file,
                         const bash_word &word, findings *found)
 {
   const std::string &text = word.plain;
   const size_t gap = text.find_first_of(" \t");
   if (gap == std::string::npos) {
-    tell(found, *s.file, word.line, word.column, "nav-line",
+    tell(found, file, word.line, word.column, "nav-line",
          "a link is a form, a blank and a label: \"navbar: Premature end of"
          " line\"");
     return;
@@ -40,22 +40,22 @@ static void check_entry(const device &dev, const script &s,
   const std::string target = text.substr(0, gap);
   const std::string label = text.substr(gap + 1);
   if (label.empty()) {
-    tell(found, *s.file, word.line, word.column, "nav-line",
+    tell(found, file, word.line, word.column, "nav-line",
          "navbar: Missing a label");
   } else if (label.size() > ORV_BAR_LABEL_MAX && !is_inserted(label)) {
-    tell(found, *s.file, word.line, word.column, "nav-label",
+    tell(found, file, word.line, word.column, "nav-label",
          "the label has " + std::to_string(label.size()) +
              " characters and is cut after " +
              std::to_string(ORV_BAR_LABEL_MAX));
   }
   if (target != "-") {
-    check_target(dev, *s.file, word.line, word.column, target, found);
+    check_target(dev, file, word.line, word.column, target, found);
   }
 }
 
 // The lines that a command prints, or those of a here-document, are taken for a
 // whole bar.
-static void check_bar(const device &dev, const script &s,
+static void check_bar(const device &dev, const source_file &file,
                       const std::vector<const bash_word *> &lines,
                       findings *found)
 {
@@ -73,12 +73,12 @@ static void check_bar(const device &dev, const script &s,
       continue;
     }
     if (++entries == ORV_BAR_MAX + 1) {
-      tell(found, *s.file, word->line, word->column, "nav-full",
+      tell(found, file, word->line, word->column, "nav-full",
            "a bar has room for " + std::to_string(ORV_BAR_MAX) +
                " links, \"Configuration\" included; this one"
                " and those behind it are left out");
     }
-    check_entry(dev, s, *word, found);
+    check_entry(dev, file, *word, found);
   }
 }
 
@@ -95,15 +95,38 @@ static bool is_bar_only(const device &dev, const std::string &name)
   return bar;
 }
 
+// The file that orv-store prints for forms without a script.
+static void check_file(const device &dev, findings *found)
+{
+  std::vector<bash_word> words;
+  for (size_t i = 0; i < dev.bar->lines.size(); i++) {
+    bash_word word;
+    word.plain = word.text = dev.bar->lines[i];
+    word.line = static_cast<int>(i) + 1;
+    word.column = 1;
+    words.push_back(word);
+  }
+  std::vector<const bash_word *> lines;
+  for (const bash_word &word : words) {
+    if (!word.plain.empty()) {
+      lines.push_back(&word);
+    }
+  }
+  check_bar(dev, *dev.bar, lines, found);
+}
+
 void check_bars(const device &dev, findings *found)
 {
+  if (dev.bar != nullptr) {
+    check_file(dev, found);
+  }
   for (const auto &entry : dev.scripts) {
     if (!is_bar_only(dev, entry.first)) {
       continue;
     }
     for (const bash_command &command : entry.second.code.commands) {
       if (command.substitution == 0) {
-        check_bar(dev, entry.second, printed_lines(command), found);
+        check_bar(dev, *entry.second.file, printed_lines(command), found);
       }
     }
     for (const std::vector<bash_word> &document : entry.second.code.documents) {
@@ -113,7 +136,7 @@ void check_bars(const device &dev, findings *found)
           lines.push_back(&line);
         }
       }
-      check_bar(dev, entry.second, lines, found);
+      check_bar(dev, *entry.second.file, lines, found);
     }
   }
 }

@@ -98,6 +98,7 @@ struct device {
   std::set<std::string> library_variables;
   std::set<std::string> odd;     // what in scripts/ is no file
   std::set<std::string> keepers; // links there to orv-store, by name
+  const source_file *bar = nullptr; // the lines that those print; NULL: none
   std::map<std::string, const source_file *> defaults; // by name
   // The forms whose header lines run a script, or one that sources it.
   std::map<std::string, std::vector<const form *>> forms_of;

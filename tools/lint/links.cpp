@@ -123,6 +123,9 @@ static void add_links(const device &dev, const form &f,
     }
   }
   const std::string bar = f.scripts[TASK_NAVBAR].script;
+  if (dev.bar != nullptr && dev.keepers.count(bar) != 0) {
+    add_words(dev, dev.bar->text, reached);
+  }
   for (const std::string &name : with_sources(dev, bar)) {
     for (const std::vector<bash_word> &lines :
          dev.scripts.at(name).code.documents) {
