@@ -223,7 +223,7 @@ def test_a_terminal_says_how_to_keep_a_change(site):
     """set, rows, apply, restore and reset say that it goes back, when, and how to keep it;
     confirm keeps it, once, and says what it was."""
     device(site, a={"before": "orv_guard 900"}, b={"before": "orv_guard 900 sleep 1000"})
-    line = r"This goes back at \d\d:\d\d:\d\d, in (900|89\d) seconds, unless it is kept by then: orvctl confirm\n"
+    line = r"orvctl: this goes back at \d\d:\d\d:\d\d, in (900|89\d) seconds, unless it is kept by then: orvctl confirm\n"
     none = run(site, "confirm")
     assert none.returncode == 1 and none.stderr == "orvctl: confirm: No change waits to be kept.\n"
     dump(site, "d", "a")
@@ -231,22 +231,22 @@ def test_a_terminal_says_how_to_keep_a_change(site):
         if "reset" in words:
             run(site, "set", "a", "x=again")
         done = run(site, *words)
-        assert done.returncode == 0 and len(re.findall(line, done.stdout)) == 1, (words, done)
-        assert "goes back" not in run(site, *words).stdout  # nothing differs, or not to save
+        assert done.returncode == 0 and len(re.findall(line, done.stderr)) == 1, (words, done)
+        assert "goes back" not in run(site, *words).stderr  # nothing differs, or not to save
         kept = run(site, "confirm")
         assert kept.returncode == 0 and kept.stdout.startswith("The change is kept.\nText: "), (words, kept)
         assert run(site, "confirm").returncode == 1
     told = json.loads(run(site, "--json", "set", "a", "x=j").stdout)["pending"]
     assert re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4}", told.pop("until")) and 890 < told.pop("left") <= 900
     assert told == {"seconds": 900, "in_use": True, "keep": "orvctl confirm"}
-    assert "goes back" not in run(site, "set", "c", "x=1").stdout  # it is another's
+    assert "goes back" not in run(site, "set", "c", "x=1").stderr  # it is another's
     assert json.loads(run(site, "--json", "confirm").stdout) == {"result": "kept", "changes": ["Text: blank -> j"]}
     dump(site, "k", "a")
     assert json.loads(run(site, "--json", "apply", "dump").stdout)[-1]["pending"]["keep"] == "orvctl confirm"
     assert run(site, "--dry-run", "confirm").returncode == 2 and run(site, "confirm").returncode == 0
     # What the device does not use yet cannot be kept.
     done = run(site, "set", "b", "x=1")
-    assert "This goes back 900 seconds after the device uses it, unless it is kept by then" in done.stdout, done
+    assert "orvctl: this goes back 900 seconds after the device uses it, unless it is kept by then" in done.stderr, done
     done = run(site, "confirm")
     assert done.returncode == 1 and "does not use the change yet" in done.stderr, done
 

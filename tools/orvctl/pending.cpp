@@ -56,20 +56,23 @@ static void write_clock(int64_t clock, char (&text)[TIME_SIZE])
   }
 }
 
+// For the person alone: what is read by programs stays as it is.
 static void pending_line(const pending_change *pending)
 {
   char clock[TIME_SIZE];
   write_clock(pending->clock, clock);
   if (pending->armed) {
-    terminal_print(stdout,
-                   "This goes back at %s, in %d seconds, unless it is kept by "
-                   "then: %s\n",
-                   clock, static_cast<int>(pending->left), KEEP);
+    terminal_print(
+        stderr,
+        "orvctl: this goes back at %s, in %d seconds, unless it is kept by "
+        "then: %s\n",
+        clock, static_cast<int>(pending->left), KEEP);
   } else {
-    terminal_print(stdout,
-                   "This goes back %u seconds after the device uses it, unless "
-                   "it is kept by then: %s\n",
-                   pending->seconds, KEEP);
+    terminal_print(
+        stderr,
+        "orvctl: this goes back %u seconds after the device uses it, unless "
+        "it is kept by then: %s\n",
+        pending->seconds, KEEP);
   }
 }
 
