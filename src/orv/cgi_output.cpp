@@ -618,13 +618,16 @@ static const char *control_id(const pt_body_item *itm)
   return id;
 }
 
-// What names a control best.  Only a label is expanded, where it is shown: a
-// second expansion would tell its problems twice.
+// What names a control best.  A field's label is expanded where it is shown; a
+// second expansion would tell its problems twice.  A column's is shown as it
+// stands.
 static const char *any_label(const pt_body_item *itm)
 {
   const char *const by_rank[] = {itm->label, itm->rlabel, itm->prompt};
   for (const char *label : by_rank) {
-    if (label != nullptr && label[0] != '\0' && strchr(label, '$') == nullptr) {
+    if (label != nullptr && label[0] != '\0' &&
+        ((itm->column >= 0 && label == itm->label) ||
+         strchr(label, '$') == nullptr)) {
       return label;
     }
   }

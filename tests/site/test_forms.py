@@ -171,7 +171,7 @@ def test_every_control_has_a_name_of_its_own_and_its_error(form):
         "error $E$;fixed a;label A $V:n$;checkbox b;label B;select c;label C;"
         "choice x X;iselect i;label I;field d;rlabel D;prompt X;field e;prompt E;"
         "checkbox f;field g;label;field h;label $V:none$;table t 2;field p;label P;"
-        "checkbox q;ftable u 1 2;select s;label S",
+        "checkbox q;ftable u 1 2;select s;label S $US$",
         "n=7;p0=1;error_msg=M;error_a=No A;error_b= No B;error_c=No C;error_p=No P"
     ).open("f")
     alert, *rest = page.all("p", "error")
@@ -184,7 +184,7 @@ def test_every_control_has_a_name_of_its_own_and_its_error(form):
         c=["C", "No C", "true", None], i=["I"], d=["D"], e=["E"], f=["f"], g=["g"],
         h=["h"], p0=["P, row 1", "No P", None, None], q0=["q, row 1"],
         delete_t_0=["Delete row 1"], p1=["P, row 2", "No P", None, None],
-        s0=["S, row 1"], s1=["S, row 2"])
+        s0=["S $US$, row 1"], s1=["S $US$, row 2"])
     for name, (label, *error) in expected.items():
         control = page.control(name)
         found = [told.get(control.get("aria-describedby")),
