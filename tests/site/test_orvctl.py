@@ -247,6 +247,7 @@ def test_what_does_not_exist_is_answered_with_what_does(site):
             ("set Network/x a=b", 'Network/x: .*; there are: orvmenu network f$'),
             ("dump nettwork", 'nettwork: .*"network"'), ("get gone", r"gone: [^;]*gone\.tpl$"),
             ("get zz", "zz: [^(]*; there are: orvmenu network f$"),
+            ("get ../f", r"\.\./f: This is no name of a form"), ("get f/../x", "f/../x: This is no name of a sub-item"),
             ("get network hostname", 'network: has no field "hostname" \\(did you mean "host_name"\\?\\); '
                                      "there are: host_name note s ls_name0 ls_on0$"),
             ("set network ohst_name=1", 'network: "ohst_name" is no field .*"host_name"\\?'),

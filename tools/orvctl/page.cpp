@@ -395,12 +395,12 @@ static void add_bar()
 bool page_open(const char *form, const char *subitem, bool with_links)
 {
   page_close();
-  const char *fault = field_fault("form", form);
-  if (fault == nullptr && subitem != nullptr) {
-    fault = field_fault("subitem", subitem);
+  if (field_fault("form", form) != nullptr) {
+    message = "This is no name of a form";
+    return false;
   }
-  if (fault != nullptr) {
-    message = fault;
+  if (subitem != nullptr && field_fault("subitem", subitem) != nullptr) {
+    message = "This is no name of a sub-item";
     return false;
   }
   if (!set_text(&orv_form, form) || !set_text(&orv_subitem, subitem)) {
