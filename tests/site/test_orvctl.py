@@ -363,12 +363,23 @@ set port/lan3 port_use=Printer port_mtu=9000
 """
 
 
-def test_a_dump_puts_every_form_of_the_demo_back(site):
+def hear_acts(site, monkeypatch):
+    """What forms ask for goes into a FIFO that this test holds open."""
+    shutil.copytree(DEMO / "actions", site.folder / "data/actions", dirs_exist_ok=True)
+    (site.folder / "acts").mkdir()
+    os.mkfifo(site.folder / "acts/ask")
+    monkeypatch.setenv("ORV_ACTS", str(site.folder / "acts"))
+    return os.open(site.folder / "acts/ask", os.O_RDWR | os.O_NONBLOCK)
+
+
+def test_a_dump_puts_every_form_of_the_demo_back(site, monkeypatch):
     demo(site)
+    acts = hear_acts(site, monkeypatch)
     for line in CHANGES.strip().splitlines():
         run(site, *line.split(), expect=0)
     dump = run(site, "--secrets", "dump", expect=0).stdout
     assert "wl_passphrase=correct-horse" in dump
+    assert os.read(acts, 100).split() == [b"services"]
     assert "correct-horse" not in run(site, "dump", expect=0).stdout
     kept = stored(site)
     assert len(kept) >= 12
@@ -386,6 +397,7 @@ def test_a_dump_puts_every_form_of_the_demo_back(site):
     assert stored(site) == kept
     again = run(site, "apply", "dump", expect=0).stdout
     assert again.count(": unchanged") == dump.count("\nform ")
+    os.close(acts)
 
 
 TOGETHER = 60
