@@ -353,14 +353,16 @@ static const char *label_of(const char *name, void *)
 static const orv_change_source SOURCE = {value_before, value_after, label_of,
                                          is_secret, nullptr};
 
-// What the form has no field for is called by its name.
-static bool find_others(const settings *all)
+// What the form has no field for is called by its name.  `*end` is where the
+// list ends, which is not looked for again and again.
+static bool find_others(const settings *all, orv_change ***end)
 {
   for (size_t i = 0; i < all->count; i++) {
     if (!form_has(all->list[i].name) &&
-        !orv_find_change(all->list[i].name, &SOURCE, &changes)) {
+        !orv_find_change(all->list[i].name, &SOURCE, *end)) {
       return false;
     }
+    *end = **end != nullptr ? &(**end)->next : *end;
   }
   return true;
 }
@@ -370,8 +372,12 @@ static bool find_changes()
   if (!orv_find_changes(form_items(), &SOURCE, &changes)) {
     return false;
   }
+  orv_change **end = &changes;
+  while (*end != nullptr) {
+    end = &(*end)->next;
+  }
   for (const save_file *file = files; file < files + file_count; file++) {
-    if (!find_others(&file->after)) {
+    if (!find_others(&file->after, &end)) {
       return false;
     }
   }
