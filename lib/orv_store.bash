@@ -405,6 +405,7 @@ orv__after() {
 orv_guard() {
   [[ $1 =~ ^[1-9][0-9]{0,5}$ ]] || orv_msg 'orv_guard lacks its seconds.'
   orv__guard=("$@")
+  trap '' HUP # nothing comes between the save and who watches it
 }
 
 orv__watch() { # TOKEN SECONDS [COMMAND...]

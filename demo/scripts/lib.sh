@@ -44,10 +44,10 @@ note_by_user()
   note "$1${user:+ ($user)}"
 }
 
-# What nobody confirmed has gone back; this runs behind the page.
+# What nobody kept has gone back; this runs behind the page.
 orv_went_back()
 {
-  note 'Nobody confirmed the change: the old settings are back'
+  note 'Nobody kept the change: the old settings are back'
 }
 
 # note TEXT...: lines more in the device's log.  It never makes a page fail.

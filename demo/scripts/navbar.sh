@@ -1,7 +1,9 @@
 #!/bin/sh
 # The navigation bar of the form $1: the forms of its group.  The page puts
 # "Configuration" in front, which leads to all of them; five more have room.
-# This runs for every page, so it reads nothing and starts nothing.
+# While a change waits to be kept, the way to it comes first, and the last of
+# them gives way.  This runs for every page, so it starts nothing.
+. "${0%/*}/orv_navbar.sh"
 case $1 in
   network | interfaces | wireless | dhcp)
     printf '%s\n' 'network Network' 'interfaces Ports' 'wireless Wireless' \

@@ -30,7 +30,7 @@ if [[ $1 == --read ]]; then
   exit
 fi
 
-# Seconds in which a page must be opened at a new address.
+# Seconds in which somebody must keep a new address.
 PATIENCE=120
 
 asked=0
@@ -163,8 +163,8 @@ if [[ $1 != --write ]]; then
   exit
 fi
 
-# A wrong address must not lock anybody out: the change goes back unless a page
-# is opened in time.  This demo has no address to change, so no command follows.
+# A wrong address must not lock anybody out: the change goes back unless somebody
+# keeps it in time.  This demo has no address to change, so no command follows.
 moved=0
 for name in static_ip ip_address ip6_mode ip6_address; do
   if [[ ${orv[$name]} != "${orv_was[$name]}" ]]; then
@@ -184,7 +184,6 @@ if orv_store name host_name -- network "${NAMES[@]}"; then
       where=http://[${orv[ip6_address]%/*}]/
     fi
     orv_put u_saved_address "$where"
-    orv_put u_saved_seconds $PATIENCE
     orv_put wait_confirm $PATIENCE
   fi
 fi

@@ -12,11 +12,16 @@ text $V:saved_note$
 else
 text Your changes are saved. The device uses them from now on.
 endif
-# A change of address goes back unless a page is opened in time.
+# This change, or one before it, goes back unless somebody keeps it.
+if $V:saved_pending$
+text $B$$V:saved_pending$$R$
 if $V:saved_address$
-text $B$Now open a page of this device within $V:saved_seconds$ seconds$R$, at
-  $V:saved_address$. Otherwise it goes back to the old settings, so that a wrong
-  address locks nobody out. (This demo stays where it is: Continue will do.)
+text To keep it, open $B$$V:saved_address$$R$ and press Submit on the page
+  "Keep the change?" there, so that a wrong address locks nobody out. (This demo
+  stays where it is.)
+endif
+fmenu
+choice confirm Keep the change?
 endif
 # Each value ends its own line.
 if $V:saved_change0$

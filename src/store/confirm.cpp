@@ -12,6 +12,7 @@
 #include <string.h>
 #include <time.h>
 
+#include "commit.h"
 #include "fault.h"
 #include "folder.h"
 #include "guard.h"
@@ -114,21 +115,41 @@ static void read_end(const pending_change *pending)
   report_value("confirm_left", pending->armed ? text : "");
   take_clock(pending, text);
   report_value("confirm_clock", text);
-  take_who(pending->text, text);
-  report_value("confirm_who", text);
+}
+
+// Whether the latest save is that of a change which nobody kept.
+static bool went_back()
+{
+  static const char kind[] = " back";
+  size_t length = 0;
+  const owned_text saves(store_read_file(store.fd, HISTORY_FILE, &length));
+  const size_t end = saves != nullptr ? strcspn(saves.get(), "\n") : 0;
+  return end >= sizeof kind - 1 &&
+         strncmp(saves.get() + end - (sizeof kind - 1), kind,
+                 sizeof kind - 1) == 0;
+}
+
+static bool read_nothing()
+{
+  report_value("confirm_token", "");
+  if (store.fd >= 0 && store_fault_text() == nullptr && went_back()) {
+    report_value("confirm_back", "True");
+  }
+  return store_fault_text() == nullptr;
 }
 
 bool confirm_read(void)
 {
   pending_change pending;
-  const bool any = store.fd >= 0 && guard_read(&pending);
-  if (!any) {
-    report_value("confirm_token", "");
-    return store_fault_text() == nullptr;
+  if (store.fd < 0 || !guard_read(&pending)) {
+    return read_nothing();
   }
   // A Submit without anything entered is what this page is for.
   report_value("always_submit", "True");
   report_value("confirm_token", pending.token);
+  char who[LINE_SIZE];
+  take_who(pending.text, who);
+  report_value("confirm_who", who);
   read_end(&pending);
   read_changes(pending.text);
   free(pending.text);
@@ -138,6 +159,11 @@ bool confirm_read(void)
 bool confirm_write(void)
 {
   const char *token = intake_get("confirm_token");
+  pending_change pending;
+  if (guard_read(&pending)) { // a page that is refused counts on from here
+    read_end(&pending);
+    free(pending.text);
+  }
   if (!guard_settle(token != nullptr ? token : "")) {
     return false;
   }

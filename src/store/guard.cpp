@@ -292,10 +292,12 @@ static bool is_act()
 static bool can_be_kept(const char *token)
 {
   if (!guard_is_pending(nullptr)) {
-    return store_fault("No change waits to be kept.");
+    return store_fault("No change waits to be kept: somebody kept it, or the "
+                       "old settings are back.");
   }
   if (token != nullptr && !guard_is_pending(token)) {
-    return store_fault("Another change came meanwhile. Look at it first.");
+    return store_fault("Another change came meanwhile. Please open this page "
+                       "again, and look at it first.");
   }
   if (!store_has(ARMED_FILE)) {
     return store_fault("The device does not use the change yet. Please try "

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { act, address, assertLooks, button, complaints, field, heading, kept,
-         newPage, press, until, valueOf, visit, withScript } from "./device.mjs";
+         newPage, pageAfter, press, until, valueOf, visit, withScript } from "./device.mjs";
 
 const phone = { viewport: { width: 360, height: 640 } };
 const focused = (page) => page.evaluate(() => document.activeElement.name);
@@ -344,11 +344,12 @@ async function changeAddress(options) {
   return page;
 }
 
-test("an address that nobody confirms goes back by itself", async () => {
+test("an address that nobody keeps goes back by itself", async () => {
   await withScript("network.sh", "PATIENCE=120", "PATIENCE=1", async () => {
     const page = await changeAddress();
     const timer = page.locator("[role=timer]");
-    await until(async () => /settings are back/.test(await timer.innerText()));
+    await until(async () => /are back unless somebody kept it/
+      .test(await timer.innerText()));
     await until(async () => !(await kept("network")).includes("192.0.2.7"),
                 1500);
     await page.goto(address("network"));
@@ -358,17 +359,32 @@ test("an address that nobody confirms goes back by itself", async () => {
 
 for (const javaScriptEnabled of [true, false]) {
   const how = javaScriptEnabled ? "seconds are counted" : "without JavaScript";
-  test(`one that a page confirms stays, ${how}`, async () => {
+  test(`one that somebody keeps stays, ${how}`, async () => {
     const page = await changeAddress({ javaScriptEnabled });
+    const counted = /^(1[012]\d|\d\d) seconds left/;
+    const timer = page.locator("[role=timer]");
     if (javaScriptEnabled) {
-      assert.match(await page.locator("[role=timer]").innerText(),
-                   /^1[012]\d seconds left/);
+      assert.match(await timer.innerText(), counted);
       await assertLooks(page, "counting");
     }
-    assert.notEqual(await kept(".pending/.token"), "");
+    assert.match(await page.locator("main").innerText(),
+                 /If nobody kept it by \d\d:\d\d:\d\d, the old settings/);
     await act(page, "Continue");
     await page.goto(address("network"));
-    assert.equal(await valueOf(page, "ip_address"), "192.0.2.7/24");
+    assert.notEqual(await kept(".pending/.token"), ""); // no page keeps it
+    await pageAfter(page, page.locator("nav a >> nth=1").click());
+    assert.equal(await heading(page), "Keep the change?");
+    assert.match(await page.locator("main").innerText(),
+                 /Address: Automatic \(DHCP\) -> Static/);
+    if (javaScriptEnabled) {
+      assert.match(await timer.innerText(), counted);
+      await assertLooks(page, "keeping");
+    }
+    await act(page, "Submit");
+    assert.match(await page.locator("main").innerText(), /The change is kept/);
     assert.equal(await kept(".pending/.token"), "");
+    await page.goto(address("network"));
+    assert.equal(await valueOf(page, "ip_address"), "192.0.2.7/24");
+    assert.equal(await page.locator("nav").getByText("Keep").count(), 0);
   });
 }

@@ -8,12 +8,16 @@ import resource
 import shutil
 import signal
 import subprocess
+import sys
 import time
 
 import pytest
 
 LINT = os.environ["ORV_LINT"]
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.append(str(ROOT / "tools"))
+import orv_test.device  # noqa: E402  # pylint: disable=wrong-import-position
+
 DEVICES = [p.parent for p in [*ROOT.glob("demo/templates"),
                               *ROOT.glob("examples/*/templates")]]
 # The file, its rule, and what stands there before and after; "" before: a line
@@ -193,7 +197,7 @@ def broken_line(text, change):
 @pytest.fixture
 def device(tmp_path):
     for part in ("templates", "scripts", "defaults"):
-        shutil.copytree(ROOT / "demo" / part, tmp_path / part)
+        orv_test.device.copy_part(ROOT / "demo" / part, tmp_path / part, "no program")
     return tmp_path
 
 

@@ -12,6 +12,7 @@ import stat
 import subprocess
 import time
 
+import orv_test.device
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -339,7 +340,9 @@ def test_the_reader_comes_back_and_who_asks_meanwhile_is_told(acts):
 
 
 def test_a_page_says_that_it_is_saved_but_not_in_use(acts, site):
-    shutil.copytree(ROOT / "examples/forms", site.folder / "data", dirs_exist_ok=True)
+    for part in orv_test.device.PARTS:
+        orv_test.device.copy_part(ROOT / "examples/forms" / part, site.folder / "data" / part,
+                                  pathlib.Path(STORE))
     acts.actions = site.folder / "data/actions"
     acts.env |= {"ORV_ACTIONS": str(acts.actions), "ORV_STATE": str(
         site.folder / "data/state")}

@@ -37,7 +37,7 @@ def test_every_example_works_under_a_name_of_its_own(tmp_path):
         assert changed == ({"templates/orvmenu.tpl"} if before else set())
         if before:
             assert {name for name in made if f"my-{example}" not in name} <= {
-                "scripts/orvmenu.sh", f"actions/{example}"} and f"scripts/my-{example}.1.sh" in made
+                f"actions/{example}"} and f"scripts/my-{example}.1.sh" in made
     # The old name stands nowhere where it means a form, a script or a file.
     names = "|".join(EXAMPLES)
     left = re.compile(rf"^(choice|open|imenu|expect (not )?(form|stored)) ({names})s?\b"

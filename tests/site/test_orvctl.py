@@ -13,9 +13,11 @@ import shutil
 import subprocess
 import urllib.parse
 
+import orv_test.device
 from conftest import ENVIRONMENT, ORV
 
 ORVCTL = os.environ["ORVCTL"]
+STORE = pathlib.Path(os.environ["ORV_STORE"])
 DEMO = pathlib.Path(__file__).resolve().parents[2] / "demo"
 DEVICES = 200
 WORDS = ["a", "gate-1", "two words", "", "0", "True", "no", "  edge ", "$x", "é", "7", "200"]
@@ -335,7 +337,7 @@ def test_json_rows_and_wrong_use(site):
 def demo(site):
     """The demo device in the test's folder."""
     for name in ("templates", "scripts", "defaults"):
-        shutil.copytree(DEMO / name, site.folder / "data" / name, dirs_exist_ok=True)
+        orv_test.device.copy_part(DEMO / name, site.folder / "data" / name, STORE)
     return site
 
 

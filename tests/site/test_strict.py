@@ -9,8 +9,10 @@ import subprocess
 import urllib.parse
 
 import conftest
+import orv_test.device
 import pytest
 
+STORE = pathlib.Path(os.environ["ORV_STORE"])
 DEMO = pathlib.Path(__file__).resolve().parents[2] / "demo"
 SUBMIT = [("form", "f"), ("cgi_vars_loaded", "1"), ("action", "Submit")]
 OWN = {"HTTP_HOST": "gw", "HTTP_ORIGIN": "http://gw"}
@@ -199,8 +201,8 @@ def saves(site, form, columns, hostile):
 def test_nothing_that_is_posted_runs_or_escapes_its_check(site, monkeypatch, folder):
     monkeypatch.setattr(conftest, "ORV", os.environ["ORV_STRICT"])
     data, ran = site.folder / "data", site.folder / "R"
-    shutil.copytree(DEMO.parent / folder, data, dirs_exist_ok=True,
-                    ignore=shutil.ignore_patterns("state"))  # demo/run leaves one
+    for part in (p for p in orv_test.device.PARTS if (DEMO.parent / folder / p).exists()):
+        orv_test.device.copy_part(DEMO.parent / folder / part, data / part, STORE)
     for name in ("network", "guard"):  # without what goes back by itself
         if (file := site.scripts / f"{name}.sh").exists():
             file.write_text(file.read_text().replace("orv_guard", ":"))

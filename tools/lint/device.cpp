@@ -17,7 +17,7 @@ bool is_library(const std::string &name)
 {
   const std::string file = name.substr(name.rfind('/') + 1);
   return file == "orv.bash" || file == "orv_table.bash" ||
-         file == "orv_store.bash";
+         file == "orv_store.bash" || file == "orv_navbar.sh";
 }
 
 static const std::set<std::string> library_functions = {

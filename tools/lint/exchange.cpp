@@ -68,6 +68,21 @@ static bool takes_over(const form &f)
   return is_special(f.name) && f.name != "orvmenu";
 }
 
+// What orv-store reports: the form's items, and what waits to be kept.
+static void add_own(vocabulary *known, const form &f)
+{
+  if (f.name == "confirm") {
+    known->words.insert({"confirm_token", "confirm_who", "confirm_left",
+                         "confirm_clock", "confirm_change", "confirm_back",
+                         "confirm_box"});
+    return;
+  }
+  for (const form_item &item : f.items) {
+    known->words.insert(lower(item.name));
+    known->words.insert("select_" + lower(item.selector));
+  }
+}
+
 // All that the scripts of the form name, small letters alone.
 static vocabulary vocabulary_of(const device &dev, const form &f)
 {
@@ -75,7 +90,11 @@ static vocabulary vocabulary_of(const device &dev, const form &f)
   if (dev.scripts.empty()) {
     return known;
   }
-  known.words = {"saved_change", "orv_stamp"}; // what the library reports
+  known.words = {"saved_change", "saved_pending", "saved_note",
+                 "orv_stamp"}; // what the library reports
+  if (keeps_itself(dev, f)) {
+    add_own(&known, f);
+  }
   if (takes_over(f)) {
     for (const auto &entry : dev.scripts) {
       add_script(&known, entry.second);

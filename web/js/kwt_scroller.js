@@ -288,8 +288,9 @@ function keepFresh() {
 // --- a device that goes away ---
 // The page that confirms runs no scripts; where wait_restart (seconds) or
 // wait_address (the new one) is reported, this page shows it and waits, and
-// counts wait_confirm, the seconds after which a change goes back.  The page
-// that follows a restart learns of it from its address.
+// counts wait_confirm, the seconds after which a change goes back; so does the
+// form that keeps it.  The page that follows a restart learns of it from its
+// address.
 
 const RESTARTED = "#restarted";
 
@@ -321,19 +322,21 @@ async function submitHere(form) {
   if (carried("o_wait_restart") + carried("o_wait_address")) {
     waitForDevice();
   }
-  if (+carried("o_wait_confirm")) {
-    countDown(+carried("o_wait_confirm"));
-  }
+  countDown(carried("o_wait_confirm"));
 }
 
+// What it says stays true when somebody else has kept the change.
 function countDown(seconds) {
+  if (!+seconds) {
+    return;
+  }
   const line = create("p", {className: "plain", role: "timer"});
   const end = Date.now() + 1000 * seconds;
   find("form").before(line);
   const tick = () => {
     const left = Math.ceil((end - Date.now()) / 1000);
     line.textContent = left > 0 ? `${left} seconds left.`
-                                : "The old settings are back.";
+      : "The old settings are back unless somebody kept it.";
     if (left > 0) {
       setTimeout(tick, 1000);
     }
@@ -345,13 +348,14 @@ async function waitForDevice() {
   const least = 1000 * carried("o_wait_restart") || 20000;
   const url = new URL(location.pathname, location.href);
   url.host = carried("o_wait_address") || url.host;
+  const way = create("a", {href: url, textContent: url.host});
   const line = create("p", {className: "waiting", role: "status"});
   const worker = new Worker("/js/position.js"); // asks any address
   let isBack = false;
   let wasAway = url.host !== location.host;
   const began = Date.now();
   find("form").before(line);
-  line.append(`Waiting for the device at ${url.host} …`, create("progress"));
+  line.append("Waiting for the device at ", way, " …", create("progress"));
   document.title = "Waiting for the device";
   worker.onmessage = () => { isBack = true; };
   for (let pause = 2000; Date.now() - began < 10 * least; pause *= 1.5) {
@@ -369,7 +373,7 @@ async function waitForDevice() {
   document.title = "No answer";
   Object.assign(line, {className: "error", role: "alert"});
   line.replaceChildren("No answer. Does the device have power and its cable? " +
-    "Then open ", create("a", {href: url, textContent: url.host}));
+    "Then open ", way);
 }
 
 // --- changes that would be lost ---
@@ -403,6 +407,7 @@ addEventListener("DOMContentLoaded", () => {
   addButtons(document);
   keepFresh();
   tellRestart();
+  countDown(carried("o_confirm_left"));
 });
 
 // What Back brings was sent or given up.

@@ -5,7 +5,17 @@ body
 error $E$
 # A write script may report after_save; none does so yet.
 # orv-lint: off unknown-variable
+if $V:saved_note$
+text $V:saved_note$
+else
 text The device uses your settings from now on. $V:after_save$
+endif
+# This change, or one before it, goes back unless somebody keeps it.
+if $V:saved_pending$
+text $V:saved_pending$
+fmenu
+choice confirm Keep the change?
+endif
 # What orv_changes reports; each value ends its own line.
 if $V:saved_change0$
 heading2 What changed

@@ -16,6 +16,7 @@ if [[ $1 == --read ]]; then
   orv_stamp
   orv_show address
   orv_put wait_address ''
+  orv_put wait_confirm ''
   exit
 fi
 
@@ -26,7 +27,8 @@ if [[ $1 == --write ]]; then
   orv_guard 120 apply
   if orv_store guard address; then
     new=${orv[address]%/*}
-    orv_put u_after_save "Now open http://$new/ within two minutes."
+    orv_put u_after_save "Now open http://$new/ and keep the change there."
     orv_put wait_address "$new" # browsers with scripts open it by themselves
+    orv_put wait_confirm 120    # and count
   fi
 fi

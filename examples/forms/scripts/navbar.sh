@@ -1,3 +1,5 @@
 #!/bin/sh
 # The bar of links, the same on every page.
-printf '%s\n' -- 'orvmenu Start' 'fields Fields' 'port/lan1 LAN 1' '- Examples'
+echo --
+. "${0%/*}/orv_navbar.sh"
+printf '%s\n' 'orvmenu Start' 'fields Fields' 'port/lan1 LAN 1' '- Examples'

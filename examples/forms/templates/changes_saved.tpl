@@ -3,7 +3,17 @@ read_script /bin/true
 navbar_script navbar.sh
 body
 error $E$
+if $V:saved_note$
+text $V:saved_note$
+else
 text The device uses your settings from now on. $V:after_save$
+endif
+# This change, or one before it, goes back unless somebody keeps it.
+if $V:saved_pending$
+text $V:saved_pending$
+fmenu
+choice confirm Keep the change?
+endif
 # What orv_changes reports; each value ends its own line.
 if $V:saved_change0$
 heading2 What changed

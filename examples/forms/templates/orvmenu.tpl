@@ -1,4 +1,5 @@
 title Example device
+read_script /bin/true
 navbar_script navbar.sh
 body
 error $E$

@@ -1,0 +1,322 @@
+"""A change that goes back unless an act keeps it: what is such an act, and that
+nothing keeps it from going back."""
+
+import concurrent.futures
+import http.client
+import os
+import pathlib
+import pty
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import time
+import types
+import urllib.parse
+
+import conftest
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+STORE, ORVCTL, LINT = (os.environ[name] for name in ("ORV_STORE", "ORVCTL", "ORV_LINT"))
+OWN = {"HTTP_HOST": "gw", "HTTP_ORIGIN": "http://gw"}
+NOT_KEPT = "Nobody kept the last change in time: the old settings are back."
+FORM = """\
+. "${BASH_SOURCE%%/*}/orv.bash"
+[[ $1 != --write ]] || orv_lock
+orv_load "$2"
+[[ $1 != --read ]] || { orv_stamp; orv_show host; exit; }
+orv_read host
+orv_stamp
+[[ $1 != --write ]] || { orv_guard %s; orv_store "$2" host && orv_changes; }
+"""
+
+
+def equip(site, guard="900"):
+    """A device that keeps settings: the guarded form `net` and one like it, the
+    form that keeps a change, and a bar that leads to it."""
+    for file in (ROOT / "lib").iterdir():
+        (site.scripts / file.name).symlink_to(file)
+    (site.scripts / "orv-store").symlink_to(STORE)
+    (site.scripts / "confirm.sh").symlink_to("orv-store")
+    for name in ("confirm.tpl", "changes_saved.tpl"):
+        shutil.copy(ROOT / "examples/forms/templates" / name, site.templates)
+    shutil.copy(ROOT / "examples/forms/scripts/navbar.sh", site.scripts)
+    for form in ("net", "lan"):
+        site.template(form, "field host", header=["navbar_script navbar.sh"])
+        site.script(f"{form}.sh", FORM % guard)
+    site.state = site.folder / "data/state"
+    site.env |= {"ORV_POLICY": "strict", "ORV_STORE": None, "REMOTE_ADDR": "10.0.0.9"}
+    for form in ("net", "lan"):
+        run(site, STORE, "store", "-", form, text=f"> {form}\nhost=old\n")
+    return site
+
+
+def run(site, *command, text="", **env):
+    """What a command on the device says."""
+    env = os.environ | {
+        "ORV_STATE": str(site.state), "ORV_DEFAULTS": "/nowhere", "ORV_POLICY": "strict",
+        "ORV_TEMPLATES": str(site.templates), "ORVCTL_ORV": conftest.ORV} | env
+    return subprocess.run(command, env=env, input=text, capture_output=True, text=True,
+                          timeout=conftest.SECONDS, check=False).stdout
+
+
+def host(site, form="net"):
+    return re.search("^host=(.*)", (site.state / form).read_text(), re.M)[1]
+
+
+def save(site, value, form="net"):
+    fields = dict(site.open(form).fields()) | {"host": value, "action": "Submit"}
+    page = site.post(fields, **OWN)
+    assert (page.title, host(site, form)) == ("Saved", value), page.errors
+    return page
+
+
+def pending(site):
+    """What waits to be kept, {} for nothing."""
+    lines = run(site, STORE, "pending").splitlines()[1:]
+    return dict(line.split("=", 1) for line in lines)
+
+
+def until(condition, seconds=120):
+    """Waits for what must come, however slow the machine is."""
+    end = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < end, "it never came"
+        time.sleep(0.05)
+
+
+def submit(site):
+    """The fields of a Submit of the form that keeps what is pending."""
+    return dict(site.open("confirm").fields()) | {"action": "Submit"}
+
+
+@pytest.fixture(name="device")
+def fixture_device(site, monkeypatch):
+    monkeypatch.setattr(conftest, "ORV", os.environ["ORV_STRICT"])
+    yield equip(site)
+    run(site, STORE, "reset")  # ends the watchers
+
+
+def test_a_change_is_kept_by_a_submit_of_its_page_and_by_no_other(device):
+    page = device.open("confirm")
+    assert "No change waits to be kept." in page.texts("p", "plain")
+    assert device.post(submit(device), **OWN).title == "no_changes"
+    saved = save(device, "new")
+    sentence = "A change by somebody at 10.0.0.9 waits to be kept. If nobody kept it by "
+    assert sentence in saved.body and "form=confirm" in saved.body
+    bar = [a.get("href") for a in device.open("net").all("a")]
+    assert bar[0].endswith("?form=confirm") and len(bar) > 1
+    first = submit(device)
+    page = " ".join(device.open("confirm").texts("p", "plain"))
+    assert "by somebody at 10.0.0.9, and" in page and "host: old -> new" in page
+    save(device, "newer", "lan")
+    refused = device.post(first, **OWN)  # it has not shown this change
+    assert refused.errors[0].startswith("Another change came meanwhile.")
+    kept = device.post(submit(device), **OWN)
+    assert "The change is kept." in kept.texts("p", "plain") and not pending(device)
+    assert (host(device), host(device, "lan")) == ("new", "newer")
+    assert "Keep the change?" not in device.open("net").body
+    again = device.post(first, **OWN)
+    assert again.errors[0].startswith("No change waits to be kept")
+
+
+def test_the_bar_leads_to_the_change_first_wherever_the_page_puts_an_entry(device):
+    device.script("other.sh", '. "${0%/*}/orv_navbar.sh"', 'echo "net Net $1"')
+    (device.scripts / "own.sh").symlink_to("orv-store")
+    bars = {"navbar.sh": "--", "other.sh": "", "own.sh": "--"}
+    (device.scripts / "navbar").write_text("--\nnet Net\n")
+    def printed():
+        # Settings are found beside the script, and where ORV_STATE says.
+        command = [["sh", "-c", f"{device.scripts}/{name} --navbar x"] for name in bars]
+        return [subprocess.run(c, capture_output=True, text=True, check=True).stdout
+                for c in command]
+    way = "confirm Keep the change?\n"
+    before = printed()
+    save(device, "new")
+    for old, new, start in zip(before, printed(), bars.values()):
+        start += "\n" if start else ""
+        assert way not in old and new == start + way + old.removeprefix(start)
+    for place, there in ((".commit/.settled", False), (".commit/.pending/x", True)):
+        file = device.state / place
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.touch()
+        assert [way in bar for bar in printed()][0] == there
+        (device.state / ".commit/.settled").touch()
+    shutil.rmtree(device.state / ".commit")
+
+
+def test_nothing_but_such_an_act_keeps_a_change(device, monkeypatch):
+    device.template("facts", "fixed host", "if $V:x$", "field x", "endif")
+    device.script("facts.sh", FORM % 1)
+    save(device, "new")
+    fields = submit(device)
+    token = pending(device)["token"]
+    assert fields["o_confirm_token"] == token
+    query = urllib.parse.urlencode(fields)
+    device.get(query, HTTP_SEC_FETCH_SITE="cross-site", HTTP_SEC_FETCH_DEST="image")
+    device.get(query)
+    device.get("form=confirm", HTTP_SEC_PURPOSE="prefetch")
+    device.get("form=confirm", HTTP_SEC_FETCH_DEST="iframe", HTTP_SEC_FETCH_SITE="cross-site")
+    device.run({"REQUEST_METHOD": "HEAD", "QUERY_STRING": query})
+    device.run({"REQUEST_METHOD": "HEAD", "QUERY_STRING": "form=confirm"})
+    device.post(fields, HTTP_HOST="gw", HTTP_ORIGIN="http://evil")
+    device.post(fields, HTTP_HOST="gw", HTTP_SEC_FETCH_SITE="cross-site")
+    for lacking in ({"form": "confirm", "action": "Submit"},
+                    {"form": "confirm", "action": "Submit", "always_submit": "1"},
+                    {"form": "confirm", "action": "Submit", "confirm_token": token}):
+        device.post(lacking, **OWN)
+        device.post(lacking, HTTP_HOST="gw", HTTP_ORIGIN="http://evil")
+    for token in ("", "0" * 32, token[:-1], token + "0"):
+        page = device.post(fields | {"o_confirm_token": token}, **OWN)
+        assert page.title != "Saved"
+    for form in ("orvmenu", "net", "lan", "confirm", "facts", "changes_saved"):
+        device.open(form)  # a second browser's
+    device.post(dict(device.open("confirm").fields()) | {"action": "Home"}, **OWN)
+    for words in (["get", "net"], ["get", "confirm"], ["dump"]):
+        run(device, ORVCTL, "--data", str(device.folder / "data"), *words)
+    run(device, LINT, "--run", str(device.folder / "data"))
+    monkeypatch.setattr(conftest, "ORV", os.environ["ORV"])
+    device.env |= {"ORV_POLICY": None}  # where a link can submit
+    for page in (device.get(query), device.post(fields), device.post(fields, **OWN)):
+        assert page.errors[0].startswith("A page cannot keep a change here: use")
+    assert pending(device)["armed"] == "True" and host(device) == "new"
+    assert run(device, STORE, "confirm", pending(device)["token"]) == "ok\n"
+    assert not pending(device) and host(device) == "new"
+
+
+def test_a_change_is_not_kept_before_the_device_uses_it(device):
+    used = device.folder / "used"
+    device.script("net.sh", FORM % f"900 bash -c 'until [[ -e {used} ]]; do sleep 0.05; done'")
+    save(device, "new")
+    page = device.open("confirm")
+    assert "The device does not use the change yet." in page.body
+    refused = device.post(submit(device), **OWN)
+    assert refused.errors[0].startswith("The device does not use the change yet.")
+    assert run(device, STORE, "confirm").startswith("fault The device does not")
+    used.touch()
+    until(lambda: pending(device)["armed"] == "True")
+    assert device.post(submit(device), **OWN).title == "Saved" and not pending(device)
+
+
+def test_what_nobody_kept_is_put_back_by_a_boot_and_told(device):
+    save(device, "new")
+    info = device.state / ".pending/.info"
+    text, count = re.subn("(?m)^boot=.*", "boot=of-another-boot", info.read_text())
+    assert count == 1
+    info.write_text(text)
+    run(device, STORE, "boot")
+    assert host(device) == "old" and not pending(device)
+    assert NOT_KEPT in device.open("confirm").texts("p", "plain")
+    assert re.search("(?m)^@ .* net back$", run(device, STORE, "history"))
+    run(device, STORE, "boot")  # once
+    save(device, "new")
+    assert device.post(submit(device), **OWN).title == "Saved"
+    run(device, STORE, "boot")
+    assert host(device) == "new"
+
+
+def watchers(site):
+    """The watchers of this device, by the words that they were started with."""
+    found = []
+    for process in pathlib.Path("/proc").glob("[0-9]*"):
+        try:
+            words = (process / "cmdline").read_bytes().split(b"\0")
+            env = (process / "environ").read_bytes()
+        except OSError:  # it has ended
+            continue
+        if b"watch" in words and os.fsencode(site.folder) in env:
+            found.append(words)
+    return found
+
+
+def test_many_changes_in_a_row_leave_one_watcher(device):
+    for i in range(15):
+        save(device, f"new{i}")
+    until(lambda: len(watchers(device)) == 1)
+    assert os.fsencode(pending(device)["token"]) in watchers(device)[0]
+    assert run(device, STORE, "confirm") == "ok\n"
+    until(lambda: not watchers(device))
+    assert host(device) == "new14"
+
+
+class Served(conftest.Site):
+    """A device behind the demo's web server, all of which can be killed."""
+
+    def __init__(self, folder):
+        super().__init__(folder / "cgi-bin")
+        shutil.copy(os.environ["ORV_STRICT"], self.folder / "orv")
+        (folder / "web").mkdir()
+        self.server = None
+
+    def start(self):
+        while self.server is None:  # somebody may take the port first
+            with socket.socket() as free:
+                free.bind(("127.0.0.1", 0))
+                self.port = free.getsockname()[1]
+            env = {"LARKSPUR_PORT": str(self.port), "LARKSPUR_DATA": str(self.folder.parent),
+                   "LARKSPUR_WEB": str(self.folder.parent / "web"),
+                   "LARKSPUR_ACCESS_LOG": "/dev/null", "LARKSPUR_STORE": STORE}
+            self.server = subprocess.Popen(
+                ["/usr/sbin/lighttpd", "-D", "-f", ROOT / "demo/lighttpd.conf"], env=env,
+                stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+            while socket.socket().connect_ex(("127.0.0.1", self.port)) != 0:
+                if self.server.poll() is not None:
+                    self.server = None
+                    break
+                time.sleep(0.01)
+
+    def kill(self):
+        os.killpg(self.server.pid, signal.SIGKILL)
+        self.server.wait(conftest.SECONDS)
+        self.server = None
+
+    def run(self, env, body=b""):
+        to = http.client.HTTPConnection("127.0.0.1", self.port, timeout=conftest.SECONDS)
+        to.request(env["REQUEST_METHOD"], f"/cgi-bin/orv?{env.get('QUERY_STRING', '')}",
+                   body or None, {"Content-Type": env["CONTENT_TYPE"],
+                                  "Origin": f"http://127.0.0.1:{self.port}"} if body else {})
+        answer = to.getresponse()
+        head = f"Status: {answer.status} {answer.reason}\r\n\r\n".encode()
+        return conftest.Page(self, types.SimpleNamespace(
+            returncode=0, stderr=b"", stdout=head + answer.read()), [])
+
+
+def restart(folder):
+    """A guarded save whose web server is killed with all it started, and comes
+    back."""
+    device = equip(Served(folder), "1 true")
+    device.start()
+    save(device, "new")
+    device.kill()
+    device.start()
+    until(lambda: host(device) == "old")
+    until(lambda: NOT_KEPT in device.open("confirm").texts("p", "plain"))
+    device.kill()
+
+
+def hang_up(folder):
+    """The same by a command whose terminal hangs up at the first word of it."""
+    device = equip(conftest.Site(folder), "1 true")
+    pid, terminal = pty.fork()
+    if pid == 0:
+        os.environ["TEXT"] = 'new_host="new"'
+        os.execl("/bin/bash", "bash", "-c",
+                 f"{device.scripts}/net.sh --write net <<<$TEXT")
+    said = b""
+    while b"u_saved_pending" not in said:
+        said += os.read(terminal, 999)
+    os.close(terminal)
+    os.waitpid(pid, 0)
+    until(lambda: re.search("(?m) net back$", run(device, STORE, "history")))
+    assert host(device) == "old"
+
+
+@pytest.mark.parametrize("what", [restart, hang_up])
+def test_it_goes_back_in_time_ten_times(tmp_path, what):
+    folders = [tmp_path / str(i) for i in range(10)]
+    for folder in folders:
+        folder.mkdir()
+    with concurrent.futures.ThreadPoolExecutor(4) as pool:
+        list(pool.map(what, folders))
