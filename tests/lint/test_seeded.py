@@ -52,7 +52,7 @@ def told_of(device, name, old, new, elsewhere):
 
 @pytest.fixture
 def device(tmp_path):
-    shutil.copytree(SEEDED / "base", tmp_path, dirs_exist_ok=True)
+    shutil.copytree(SEEDED / "base", tmp_path, symlinks=True, dirs_exist_ok=True)
     return tmp_path
 
 

@@ -140,6 +140,9 @@ bool is_own_path(const std::string &word);
 // The name below scripts/ of a file that the script `from` sources as `word`,
 // "" when it lies elsewhere.
 std::string sourced_name(const std::string &from, const std::string &word);
+// Whether the bar that the script prints leads to a change that waits to be
+// kept, while there is one.
+bool leads_to_pending(const device &dev, const std::string &bar);
 // The script and all that it sources, the library left out.
 std::set<std::string> with_sources(const device &dev, const std::string &name);
 const std::vector<const form *> &forms_of(const device &dev,

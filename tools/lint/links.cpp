@@ -126,6 +126,9 @@ static void add_links(const device &dev, const form &f,
   if (dev.bar != nullptr && dev.keepers.count(bar) != 0) {
     add_words(dev, dev.bar->text, reached);
   }
+  if (leads_to_pending(dev, bar)) {
+    reached->insert("confirm");
+  }
   for (const std::string &name : with_sources(dev, bar)) {
     for (const std::vector<bash_word> &lines :
          dev.scripts.at(name).code.documents) {

@@ -66,5 +66,6 @@ device_check *const all_checks[] = {
     check_markup,
     check_agreement,
     check_keepers,
+    check_guards,
     nullptr,
 };

@@ -1,2 +1,3 @@
 #!/bin/bash
+. "${0%/*}/orv_navbar.sh"
 printf '%s\n' 'lan Network' 'wifi Wireless' '- Gateway'

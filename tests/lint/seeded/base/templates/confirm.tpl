@@ -1,0 +1,36 @@
+# Keeps a change that would go back by itself.  Nothing is entered here: the
+# Submit of this page is what keeps it, and the page carries which change it
+# shows, so that no other one is kept in its place.
+title Keep the change?
+body
+error $E$
+if $V:confirm_token$
+text This was changed by $V:confirm_who$, and it goes back by itself.
+  $B$Press Submit to keep it.$R$
+if $V:confirm_clock$
+text If nobody kept it by $V:confirm_clock$ ($V:confirm_left$ seconds after this
+  page was made), the old settings are back. If this page is hard to reach since
+  the change, wait for that.
+else
+text The device does not use the change yet. Submit can keep it some seconds from
+  now.
+endif
+if $V:confirm_change0$
+heading2 What changed
+text $V:confirm_change0$$V:confirm_change1$$V:confirm_change2$
+  $V:confirm_change3$$V:confirm_change4$$V:confirm_change5$
+  $V:confirm_change6$$V:confirm_change7$$V:confirm_change8$
+  $V:confirm_change9$$V:confirm_change10$$V:confirm_change11$
+endif
+else
+if $V:confirm_back$
+text Nobody kept the last change in time: the old settings are back.
+else
+text No change waits to be kept.
+endif
+# A page can be submitted when it has something to enter.  This is never drawn.
+if $V:confirm_token$
+checkbox confirm_box
+label Keep the change
+endif
+endif
