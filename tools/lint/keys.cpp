@@ -89,7 +89,8 @@ static void check_keys(const name_check &c, const bash_word &word)
 static void check_keys_of(const device &dev, const script &s, findings *found)
 {
   static const std::set<std::string> takers = {
-      "orv_read", "orv_show", "orv_tick", "orv_rows", "orv_pack", "orv_secret"};
+      "orv_read", "orv_show",   "orv_tick",        "orv_rows",
+      "orv_pack", "orv_secret", "orv_show_secrets"};
   const name_check c = {dev, s, with_sources(dev, s.name),
                         names_of_forms(dev, s.name), found};
   if (c.items.empty()) {

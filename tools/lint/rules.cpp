@@ -67,5 +67,6 @@ device_check *const all_checks[] = {
     check_agreement,
     check_keepers,
     check_guards,
+    check_arguments,
     nullptr,
 };

@@ -59,6 +59,7 @@ device_check check_markup;
 device_check check_agreement;
 device_check check_keepers;
 device_check check_guards;
+device_check check_arguments;
 
 // Runs the read and navigation scripts in a copy of the folder.
 device_check run_scripts;
