@@ -1,5 +1,5 @@
-// Changes that go back unless they are kept: whether the bars of a device that
-// has the form for it lead there while one is pending.
+// Changes that go back unless they are kept: whether the device has the form
+// that keeps them, and whether its bars lead there while one is pending.
 
 #include <algorithm>
 
@@ -55,7 +55,14 @@ static void check_bar(const device &dev, const std::string &bar,
 void check_guards(const device &dev, findings *found)
 {
   const guard_call guard = find_guard(dev);
-  if (guard.s == nullptr || dev.forms.count(KEEPER) == 0) {
+  if (guard.s == nullptr) {
+    return;
+  }
+  if (dev.forms.count(KEEPER) == 0) {
+    tell(found, *guard.s->file, guard.command->line, guard.command->column,
+         "guard-way",
+         "a guarded change is kept by a Submit of the form \"confirm\", and the"
+         " device has no such form: every change goes back");
     return;
   }
   std::set<std::string> bars;
