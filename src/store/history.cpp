@@ -435,8 +435,9 @@ static bool write_old(const store_stage *stage, const old_file *file)
     return false;
   }
   fprintf(out, "#orv 2 %" PRIu64 " -\n#table *\n", stage->number);
-  if (file->now.secrets[0] != '\0') {
-    fprintf(out, "#secret%s\n", file->now.secrets);
+  const settings *now = &file->now;
+  if (now->secrets[0] != '\0' || now->shipped_secrets[0] != '\0') {
+    fprintf(out, "#secret%s%s\n", now->secrets, now->shipped_secrets);
   }
   write_list(out, file->now.list, file->now.count);
   write_list(out, file->gone, file->count);

@@ -62,6 +62,13 @@ static const pt_body_item *find_item(const char *name)
   return item;
 }
 
+// By its name, or because the script that the form had before has said so.
+static bool is_secret(const pt_body_item *item)
+{
+  return orv_is_secret(item) ||
+         (item->type == PT_TEXT_FIELD && settings_is_secret(&now, item->name));
+}
+
 // The secret that the box empties, NULL when it is another box.
 static const pt_body_item *cleared_by(const pt_body_item *box)
 {
@@ -75,7 +82,7 @@ static const pt_body_item *cleared_by(const pt_body_item *box)
   snprintf(name, sizeof name, "%.*s", static_cast<int>(length - end),
            box->name);
   const pt_body_item *secret = find_item(name);
-  return secret != nullptr && orv_is_secret(secret) ? secret : nullptr;
+  return secret != nullptr && is_secret(secret) ? secret : nullptr;
 }
 
 static bool is_stored(const pt_body_item *item)
@@ -94,7 +101,48 @@ static const char *as_box(const char *value)
   return value != nullptr && orv_string_is_true(value) != 0 ? "True" : "False";
 }
 
+// The item that the value belongs to, by its own name or as a table's cell.
+static const pt_body_item *item_of(const char *name)
+{
+  const size_t column = settings_column(name);
+  const pt_body_item *item = form_items();
+  while (item != nullptr &&
+         (item->name == nullptr ||
+          (strcmp(item->name, name) != 0 &&
+           (item->column < 0 || strlen(item->name) != column ||
+            strncmp(item->name, name, column) != 0)))) {
+    item = item->next;
+  }
+  return item;
+}
+
 // --- the file ----------------------------------------------------------------
+
+static bool needs_script(const pt_body_item *column)
+{
+  return store_fault("The column \"%.40s\" is secret: such a table needs a "
+                     "script.",
+                     column->name);
+}
+
+// Which row a secret of a table belongs to, no page could say.
+static bool has_no_secret_cell()
+{
+  for (const pt_body_item *item = form_items(); item != nullptr;
+       item = item->next) {
+    if (item->column >= 0 && orv_is_secret(item)) {
+      return needs_script(item);
+    }
+  }
+  for (const setting *one = now.list; one < now.list + now.count; one++) {
+    const pt_body_item *item =
+        settings_is_secret(&now, one->name) ? item_of(one->name) : nullptr;
+    if (item != nullptr && item->column >= 0) {
+      return needs_script(item);
+    }
+  }
+  return true;
+}
 
 // A sub-item is one that the device ships with; its file is no other form's,
 // since no form's name has the sign between.
@@ -110,15 +158,7 @@ static bool open_settings(const char *form, const char *subitem)
       (subitem != nullptr && !store_has_defaults(file))) {
     return store_fault("There is no such page here.");
   }
-  for (const pt_body_item *item = form_items(); item != nullptr;
-       item = item->next) {
-    if (item->column >= 0 && orv_is_secret(item)) {
-      return store_fault("The column \"%.40s\" is secret: such a table needs a "
-                         "script.",
-                         item->name);
-    }
-  }
-  return settings_read(file, &now);
+  return settings_read(file, &now) && has_no_secret_cell();
 }
 
 // --- read --------------------------------------------------------------------
@@ -126,7 +166,7 @@ static bool open_settings(const char *form, const char *subitem)
 static void read_setting(const setting *one)
 {
   const pt_body_item *item = find_item(one->name);
-  if (item == nullptr ? orv_is_secret_name(one->name) : orv_is_secret(item)) {
+  if (item == nullptr ? settings_is_secret(&now, one->name) : is_secret(item)) {
     const bool told =
         getenv("ORV_SECRETS") != nullptr && !store_serves_request();
     report_value(one->name, told ? one->value : "");
@@ -177,7 +217,7 @@ static void take_field(const pt_body_item *item, const char *name,
 {
   if (item->type == PT_CHECKBOX) {
     set_value(name, o_best, as_box(sent));
-  } else if (!orv_is_secret(item) || sent[0] != '\0') {
+  } else if (!is_secret(item) || sent[0] != '\0') {
     set_value(name, o_best, sent); // a blank secret stays what it is
   }
 }
@@ -446,21 +486,6 @@ static void order_items(FILE *out)
   }
 }
 
-// The item that the value belongs to, by its own name or as a table's cell.
-static const pt_body_item *item_of(const char *name)
-{
-  const size_t column = settings_column(name);
-  const pt_body_item *item = form_items();
-  while (item != nullptr &&
-         (item->name == nullptr ||
-          (strcmp(item->name, name) != 0 &&
-           (item->column < 0 || strlen(item->name) != column ||
-            strncmp(item->name, name, column) != 0)))) {
-    item = item->next;
-  }
-  return item;
-}
-
 // What the file holds besides, such as the choices of a list.
 static void order_others(FILE *out)
 {
@@ -477,8 +502,14 @@ static void order_secrets(FILE *out)
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
        item = item->next) {
-    if (item->name != nullptr && orv_is_secret(item)) {
+    if (item->name != nullptr && is_secret(item)) {
       fprintf(out, "@secret %s\n", item->name);
+    }
+  }
+  for (size_t i = 0; i < now.count; i++) {
+    const char *name = now.list[i].name;
+    if (find_item(name) == nullptr && settings_is_secret(&now, name)) {
+      fprintf(out, "@secret %s\n", name);
     }
   }
 }
@@ -509,7 +540,7 @@ static void forget_secrets()
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
        item = item->next) {
-    if (item->column < 0 && item->name != nullptr && orv_is_secret(item)) {
+    if (item->column < 0 && item->name != nullptr && is_secret(item)) {
       printf("u_%s=\n", item->name);
     } else if (item->column < 0 && takes_input(item) &&
                cleared_by(item) != nullptr) {

@@ -28,6 +28,7 @@ void settings_free(settings *all)
   all->owner = "";
   all->tables = "";
   all->secrets = "";
+  all->shipped_secrets = "";
 }
 
 static bool is_letter(char c)
@@ -211,7 +212,8 @@ static bool has_word(const char *words, const char *name, size_t length)
 
 bool settings_names_secret(const settings *all, const char *name)
 {
-  return has_word(all->secrets, name, strlen(name));
+  return has_word(all->secrets, name, strlen(name)) ||
+         has_word(all->shipped_secrets, name, strlen(name));
 }
 
 bool settings_is_secret(const settings *all, const char *name)
@@ -248,6 +250,7 @@ static bool add_defaults(settings *all, settings *defaults)
     }
   }
   both.texts[1] = defaults->texts[0]; // taken
+  both.shipped_secrets = defaults->secrets;
   defaults->texts[0] = nullptr;
   free(all->list);
   *all = both;

@@ -31,8 +31,9 @@ struct settings {
   int format;      // 0: by hand
   uint64_t number; // of the commit; 0: none
   const char *owner;
-  const char *tables;  // columns with a blank before each, "" for none
-  const char *secrets; // names, likewise
+  const char *tables;          // columns with a blank before each, "" for none
+  const char *secrets;         // names, likewise
+  const char *shipped_secrets; // those that the defaults name
 };
 
 // Reads what is in force of the file `name`: what was stored, and of the

@@ -177,6 +177,34 @@ def test_a_secret_is_kept_unseen_and_emptied_by_its_box_alone(device):
     assert "needs a script" in task(device, "--read", "g", script="data/scripts/g.sh")["error_msg"]
 
 
+@pytest.mark.parametrize("place", ["state", "defaults"])
+def test_what_a_script_has_kept_secret_stays_so_without_one(device, place):
+    keep(device, "f", "error $E$", "field code 20", "check nullok text",
+         "field name 20", "check word", shipped=("name=x",))
+    path = device.folder / "data" / place / "f"
+    path.parent.mkdir(exist_ok=True)
+    path.write_text("#orv 2 1 -\n#table\n#secret code seed\n"
+                    "code=hid-1den\nseed=hid$2den\nname=y\n")
+    said = task(device, "--read", "f")
+    assert (said["code"], said["seed"], said["name"]) == ("", "", "y")
+    page = device.open("f")
+    assert "hid" not in page.body.replace("hidden", "")
+    assert page.press("Submit", name="z").title == "changes_saved"
+    said = task(device, "--read", "f", ORV_SECRETS="1")
+    assert (said["code"], said["seed"], said["name"]) == ("hid-1den", "hid$2den", "z")
+    assert device.open("f").press("Submit", code="hid-3den").title == "changes_saved"
+    kept = (device.folder / "data/state/f").read_text()
+    assert "\n#secret code" in kept and "code=hid-3den" in kept
+    assert task(device, "--read", "f")["seed"] == ""
+    for file in ("data/state/.history", "syslog"):
+        text = (device.folder / file).read_text()
+        assert "code" in text and "hid" not in text
+    keep(device, "t", "table keys 1", "field key", "check text",
+         shipped=("#orv 2 1 -", "#table key", "#secret key0", "key0=hid$4den"))
+    said = task(device, "--read", "t", script="data/scripts/t.sh")
+    assert "needs a script" in said["error_msg"] and "key0" not in said
+
+
 def test_of_two_pages_the_older_one_saves_nothing(site):
     keep(site, "f", "error $E$", "field name", "check word", shipped=("name=a",))
     first, second = site.open("f"), site.open("f")
