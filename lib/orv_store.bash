@@ -292,7 +292,7 @@ orv_store() {
     fi
   done
   ((!orv_failed)) && orv__ask store "$orv__lock" "$orv__form" \
-    ${orv__subitem:+"$orv__subitem"} <<<"$order" || return 1
+    ${orv__subitem:+"$orv__subitem"} < <(printf %s "$order") || return 1
   for line in "${orv__answer[@]:1}"; do
     case $line in
       'page '*) orv__saved+=("${line#page }") ;;

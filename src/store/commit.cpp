@@ -38,6 +38,8 @@ static const char NEW_PREFIX[] = ".new.";
 static const char STAGE_PREFIX[] = ".stage.";
 constexpr mode_t FOLDER_MODE = 0700;
 constexpr mode_t FILE_MODE = 0600;
+// Nobody waits for a FIFO that somebody has put in a file's place.
+constexpr int OPEN_FLAGS = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 constexpr size_t HEAD_SIZE = 64; // of a settings file, to its number
 constexpr size_t GENERATION_SIZE = sizeof store_look::generation;
 constexpr int DEPTH_MAX = 3;       // of our own folders
@@ -92,7 +94,7 @@ static void sync_folder(int dir, const char *name)
 static bool change_generation()
 {
   const int fd = openat(store.fd, GENERATION_FILE,
-                        O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, FILE_MODE);
+                        O_RDWR | O_CREAT | OPEN_FLAGS, FILE_MODE);
   if (fd < 0) {
     return false;
   }
@@ -110,8 +112,7 @@ static bool change_generation()
 void store_take_look(store_look *look)
 {
   *look = {"", store_has(COMMIT_FOLDER)};
-  const int fd =
-      openat(store.fd, GENERATION_FILE, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  const int fd = openat(store.fd, GENERATION_FILE, O_RDONLY | OPEN_FLAGS);
   if (fd >= 0) {
     static_cast<void>(
         pread(fd, look->generation, sizeof look->generation - 1, 0) > 0);
@@ -129,8 +130,7 @@ static uint64_t highest; // number of a commit that a file carries
 
 static bool note_number(int dir, const char *name, void *)
 {
-  const int fd =
-      openat(dir, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  const int fd = openat(dir, name, O_RDONLY | OPEN_FLAGS);
   if (fd < 0) {
     return true; // whoever reads it will say so
   }
@@ -348,9 +348,8 @@ static bool write_all(int fd, const char *text, size_t length)
 bool stage_write(const store_stage *stage, const char *name, const char *text,
                  size_t length)
 {
-  const int fd =
-      openat(stage->fd, name,
-             O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, FILE_MODE);
+  const int fd = openat(stage->fd, name,
+                        O_WRONLY | O_CREAT | O_TRUNC | OPEN_FLAGS, FILE_MODE);
   if (fd < 0) {
     return cannot_store();
   }
@@ -411,9 +410,8 @@ static bool commit(store_stage *stage)
 // Adds a text to a file of the stage, which is the transaction's own.
 static bool append(int stage, const char *name, const char *text)
 {
-  const int fd =
-      openat(stage, name,
-             O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, FILE_MODE);
+  const int fd = openat(stage, name, O_WRONLY | O_CREAT | O_APPEND | OPEN_FLAGS,
+                        FILE_MODE);
   if (fd < 0) {
     return false;
   }
@@ -555,7 +553,7 @@ int stage_open_outcome(void)
 {
   char path[sizeof joined + sizeof OUTCOME_FILE];
   snprintf(path, sizeof path, "%s/%s", joined, OUTCOME_FILE);
-  return openat(store.fd, path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  return openat(store.fd, path, O_RDONLY | OPEN_FLAGS);
 }
 
 bool transaction_wait(int fd)

@@ -212,8 +212,10 @@ static int64_t seconds_left(const char *info)
   if (of_boot == nullptr || strncmp(of_boot, boot, strlen(boot)) != 0) {
     return 0;
   }
-  const int64_t left = info_number(info, "until") - now_seconds();
-  return left > 0 ? left : 0;
+  // Whatever number stands there, no difference is taken but a positive one.
+  const int64_t until = info_number(info, "until");
+  const int64_t now = now_seconds();
+  return until > now ? until - now : 0;
 }
 
 bool guard_read(pending_change *pending)

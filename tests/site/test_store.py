@@ -264,6 +264,53 @@ def test_a_table_keeps_a_hundred_rows(device):
     assert "port99=99" in device.load("f")
 
 
+def test_an_order_of_any_size_is_never_written_to_a_file_that_others_have(device):
+    """It may hold secrets: it goes through a pipe."""
+    program = device.folder / "program"
+    program.write_text(f"""#!/bin/bash
+        [[ $1 != store || -p /dev/stdin ]] || {{ echo 'fault a file'; exit 1; }}
+        exec {STORE} "$@" """)
+    program.chmod(0o755)
+    script = """for i in {0..999}; do
+            printf -v "orv[n$i]" '%0200d' "$i"; names+=("n$i"); done
+        orv_store f "${names[@]}" """
+    assert device.script(script, env={"ORV_STORE": str(program)}) == (0, "")
+    assert len(device.load("f")) == 1000
+
+
+PLANTED = f"""boot={pathlib.Path('/proc/sys/kernel/random/boot_id').read_text()}
+form=f
+seconds=9
+until={{0}}
+clock={{0}}
+"""
+
+
+@pytest.mark.parametrize("number, left", [(-2**63, 0), (-1, 0), ("x", 0), (10**30, None)])
+def test_no_planted_number_is_out_of_reach(device, number, left):
+    pending = device.state / ".pending"
+    pending.mkdir()
+    for name, text in ((".token", "t"), (".armed", ""), (".info", PLANTED.format(number))):
+        (pending / name).write_text(text)
+    status, text = device.store("pending")
+    found = int(re.search(r"^left=(\d+)$", text, re.M)[1])
+    assert status == 0 and (found == 0 if left == 0 else found > 2**62)
+    assert device.store("expire") == ((0, "ok\nact=\n") if left == 0 else (1, ""))
+
+
+@pytest.mark.parametrize("path", [".generation", ".pending/.new", ".lock", ".history", "f"])
+def test_nobody_waits_for_what_is_no_file(device, path):
+    (device.state / ".pending").mkdir()
+    (device.state / ".pending/.token").write_text("t")
+    os.mkfifo(device.state / path)
+    for words in (("load", "f"), ("arm", "t"), ("expire",), ("boot",), ("history",)):
+        status, text = device.store(*words)
+        assert status in (0, 1) and "runtime error" not in text
+    if path in (".generation", ".history", "f"):
+        status, text = device.save("> f\nv=1\n")
+        assert status == 1 and text.startswith("fault The settings c")
+
+
 # --- whose files they are -----------------------------------------------------
 
 def test_a_full_disk_leaves_the_old_settings_and_nothing_else(device):
