@@ -608,6 +608,7 @@ static bool run_task(const char *task, const char *form, const char *subitem)
   const bool writes = strcmp(task, "--write") == 0;
   const bool reads = strcmp(task, "--read") == 0;
   form_set_subitem(subitem);
+  store_find(); // a large request is held against its form before any lock
   if ((!reads && !intake_read(form)) || !store_open(writes)) {
     return false;
   }

@@ -119,6 +119,17 @@ def test_rows_close_up_and_deleted_ones_stay_deleted(site):
     assert not stored(site) and site.open("f").control("to0").get("value") is None
 
 
+def test_the_largest_table_is_kept_and_what_is_no_field_of_it_is_refused(site):
+    columns = [f"c{c}" for c in "abcdefghijklmnopqrst"]
+    keep(site, "f", "error $E$", f"table t {len(columns)}",
+         *(line for c in columns for line in (f"field {c}", f"label {c}", "check nullok word")))
+    given = {f"{c}{row}": f"{c}{row}" for c in columns for row in range(100)}
+    assert "error_msg" not in task(site, "--write", "f", given=given)
+    assert sorted(stored(site)) == sorted(f"{name}={name}" for name in given)
+    said = task(site, "--write", "f", given={f"x{i}y": "1" for i in range(1001)})
+    assert "more fields than any page" in said["error_msg"] and len(stored(site)) == len(given)
+
+
 def test_rows_of_a_fixed_number_and_of_boxes_alone_are_kept(site):
     keep(site, "f", *(s.format("ftable rules 2 3") for s in TABLE))
     task(site, "--write", "f", given=rows("", "10.0.0.7", "") | {"to3": "10.0.0.9"})
