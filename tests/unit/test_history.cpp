@@ -2,67 +2,32 @@
 
 #include "history.h"
 
-#include "fault.h"
-#include "fixture.h"
-#include "folder.h"
-#include "save.h"
+#include "store_fixture.h"
 
-class History : public Scratch
+class History : public Store
 {
 protected:
   void SetUp() override
   {
-    Scratch::SetUp();
-    std::filesystem::create_directory("state");
-    setenv("ORV_STATE", "state", 1);
-    setenv("ORV_DEFAULTS", "nowhere", 1);
-    setenv("ORV_TEMPLATES", "nowhere", 1);
+    Store::SetUp();
     setenv("REMOTE_USER", "ad min\n@", 1);
     setenv("REMOTE_ADDR", "192.168.1.7", 1);
   }
 
-  // A save by a process of its own, as every one is.
   static bool save(const string &order)
   {
-    const pid_t pid = fork();
-    if (pid == 0) {
-      const bool done = store_open(false) && store_lock_for("net") &&
-                        save_order(strdup(order.c_str()), "net", "eth0");
-      _exit(done ? 0 : 1);
-    }
-    int status;
-    waitpid(pid, &status, 0);
-    return status == 0;
+    return locked([&] { return save_order(strdup(order.c_str()), "net", "eth0"); }) ==
+           "done";
   }
 
-  // The files as they were before that save, in a process of its own; or its
-  // fault.
-  static string before(unsigned number, const char *file = "a")
+  // The file as it was before that save, or the fault.
+  static string before(unsigned number)
   {
-    std::filesystem::remove("fault");
-    const pid_t pid = fork();
-    if (pid == 0) {
+    const string outcome = locked([&] {
       store_stage stage;
-      const bool done = store_open(false) && store_lock_for("test") &&
-                        stage_begin(&stage) && history_stage(&stage, number) &&
-                        stage_commit(&stage);
-      if (!done && store_fault_text() != nullptr) {
-        write_file("fault", store_fault_text());
-      }
-      _exit(done ? 0 : 1);
-    }
-    int status;
-    waitpid(pid, &status, 0);
-    if (status != 0) {
-      return read_file("fault");
-    }
-    string text = read_file(string("state/") + file);
-    string values;
-    for (size_t at = 0, end; at < text.size(); at = end + 1) {
-      end = std::min(text.find('\n', at), text.size());
-      values += text[at] == '#' ? "" : text.substr(at, end - at) + " ";
-    }
-    return values;
+      return stage_begin(&stage) && history_stage(&stage, number) && stage_commit(&stage);
+    });
+    return outcome == "done" ? stored("a") : outcome;
   }
 
   static size_t entries()

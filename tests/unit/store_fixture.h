@@ -1,0 +1,66 @@
+// A state folder of the test's own, and work on it in processes of their own, as
+// every call of the store is one.
+
+#ifndef STORE_FIXTURE_H
+#define STORE_FIXTURE_H
+
+#include <sys/wait.h>
+
+#include "commit.h"
+#include "fault.h"
+#include "fixture.h"
+#include "folder.h"
+#include "save.h"
+
+class Store : public Scratch
+{
+protected:
+  void SetUp() override
+  {
+    Scratch::SetUp();
+    std::filesystem::create_directory("state");
+    setenv("ORV_STATE", "state", 1);
+    setenv("ORV_DEFAULTS", "nowhere", 1);
+    setenv("ORV_TEMPLATES", "nowhere", 1);
+  }
+
+  // What `work` came to under the lock: "done", its fault, or "no" without one.
+  template <typename Work> static string locked(Work work)
+  {
+    fflush(stdout);
+    const pid_t pid = fork();
+    if (pid == 0) {
+      const bool done = store_open(false) && store_lock_for("test") && work();
+      const char *fault = store_fault_text();
+      write_file("outcome", done ? "done" : fault != nullptr ? fault : "no");
+      _exit(0);
+    }
+    int status;
+    waitpid(pid, &status, 0);
+    return status == 0 ? read_file("outcome") : "ended badly";
+  }
+
+  static string save(const string &order, const char *form = "net")
+  {
+    return locked([&] { return save_order(strdup(order.c_str()), form, nullptr); });
+  }
+
+  // The values of a stored file, "NAME=VALUE " each.
+  static string stored(const string &file)
+  {
+    const string text = read_file("state/" + file);
+    string values;
+    for (size_t at = 0, end; at < text.size(); at = end + 1) {
+      end = std::min(text.find('\n', at), text.size());
+      values += text[at] == '#' ? "" : text.substr(at, end - at) + " ";
+    }
+    return values;
+  }
+
+  static bool is_there(const string &path)
+  {
+    return std::filesystem::exists("state/" + path);
+  }
+};
+
+#endif

@@ -1,0 +1,128 @@
+// Several files that change as one step: what a save leaves, what is cleared up
+// behind one that was cut short, and steps of several processes.
+
+#include "commit.h"
+
+#include "settings.h"
+#include "store_fixture.h"
+
+using Commit = Store;
+
+// clang-format off
+
+TEST_F(Commit, ASaveLeavesItsFilesAndNothingElse)
+{
+  ASSERT_EQ(save("@owner 12.3\n> a\nx=1\n> port@lan1\ny=2\n"), "done");
+  EXPECT_EQ(read_file("state/a"), "#orv 2 1 12.3\n#table\nx=1\n");
+  ASSERT_EQ(save("@owner bad owner\n@table port\n> a\nx=2\nport0=1\n"), "done");
+  EXPECT_EQ(read_file("state/a"), "#orv 2 2 -\n#table port\nport0=1\nx=2\n");
+  string all;
+  for (const auto &entry : std::filesystem::directory_iterator("state")) {
+    all += entry.path().filename().string() + " ";
+    EXPECT_EQ(std::filesystem::status(entry.path()).permissions() &
+              std::filesystem::perms::others_all, std::filesystem::perms::none);
+  }
+  for (const char *name : {"a ", "port@lan1 ", ".lock ", ".generation ", ".history "}) {
+    EXPECT_NE(all.find(name), string::npos) << all;
+  }
+  EXPECT_EQ(all.size(), strlen("a port@lan1 .lock .generation .history ")) << all;
+}
+
+TEST_F(Commit, ALookChangesWithEachSaveAndWithNothingElse)
+{
+  store_look first, second;
+  ASSERT_TRUE(store_open(false));
+  store_take_look(&first);
+  store_take_look(&second);
+  EXPECT_TRUE(store_is_same_look(&first, &second));
+  for (int i = 0; i < 3; i++) {
+    ASSERT_EQ(save("> a\nx=" + std::to_string(i) + "\n"), "done");
+    store_take_look(&second);
+    EXPECT_FALSE(store_is_same_look(&first, &second));
+    first = second;
+  }
+  std::filesystem::create_directory("state/.commit");
+  store_take_look(&second);
+  EXPECT_FALSE(store_is_same_look(&first, &second));
+}
+
+TEST_F(Commit, WhatASaveThatWasCutShortLeftIsEndedOrGoes)
+{
+  ASSERT_EQ(save("> a\nx=old\n> b\ny=old\n"), "done");
+  std::filesystem::create_directories("state/.commit/.pending");
+  std::filesystem::create_directories("state/.new.1/.pending");
+  std::filesystem::create_directory("state/.stage.1");
+  write_file("state/.commit/a", "#orv 2 8 -\n#table\nx=new\n");
+  write_file("state/.commit/.pending/a", "x=old\n");
+  write_file("state/.commit/.unknown", "");
+  write_file("state/.new.1/b", "y=half\n");
+  EXPECT_EQ(locked([] { return true; }), "done");
+  EXPECT_EQ(stored("a") + stored("b"), "x=new y=old ");
+  EXPECT_TRUE(is_there(".pending/a"));
+  EXPECT_FALSE(is_there(".commit") || is_there(".new.1") || is_there(".stage.1"));
+  ASSERT_EQ(save("> b\ny=1\n"), "done");
+  EXPECT_EQ(read_file("state/b").substr(0, 9), "#orv 2 9 ") << "numbers only grow";
+}
+
+TEST_F(Commit, ATransactionCountsAsAWholeOrNotAtAll)
+{
+  ASSERT_EQ(save("> a\nx=old\n> b\ny=old\n"), "done");
+  for (const bool commits : {false, true}) {
+    EXPECT_EQ(locked([&] {
+      store_stage stage;
+      char token[STORE_TOKEN_SIZE];
+      if (!transaction_begin(&stage, token)) {
+        return false;
+      }
+      setenv("ORV_TRANSACTION", token, 1);
+      int ended = 0;
+      for (const char *order : {"> a\nx=new\n", "> b\ny=new\n"}) {
+        const pid_t pid = fork();
+        if (pid == 0) { // a script's own call, which takes no lock
+          stage_join();
+          _exit(store_lock_for("f") && save_order(strdup(order), "f", nullptr) ? 0 : 1);
+        }
+        int status;
+        waitpid(pid, &status, 0);
+        ended += status == 0 && stored("a") + stored("b") == "x=old y=old " ? 1 : 0;
+      }
+      unsetenv("ORV_TRANSACTION");
+      if (!commits) {
+        transaction_drop(&stage);
+      }
+      return ended == 2 && (!commits || transaction_commit(&stage));
+    }), "done");
+    EXPECT_EQ(stored("a") + stored("b"), commits ? "x=new y=new " : "x=old y=old ");
+  }
+}
+
+TEST_F(Commit, NoRequestTakesPartInATransaction)
+{
+  ASSERT_EQ(save("> a\nx=old\n"), "done");
+  EXPECT_EQ(locked([] {
+    store_stage stage;
+    char token[STORE_TOKEN_SIZE];
+    if (!transaction_begin(&stage, token)) {
+      return false;
+    }
+    const std::pair<string, const char *> rows[] = {
+      {token, "REQUEST_METHOD"}, {token, "GATEWAY_INTERFACE"},
+      {"", ""}, {"../state", ""}, {string(token) + "0", ""},
+      {string(STORE_TOKEN_SIZE - 1, '0'), ""},
+    };
+    bool joined = false;
+    for (const auto &[name, variable] : rows) {
+      setenv("ORV_TRANSACTION", name.c_str(), 1);
+      if (variable[0] != '\0') {
+        setenv(variable, "GET", 1);
+      }
+      stage_join();
+      joined |= stage_folder() != nullptr;
+      if (variable[0] != '\0') {
+        unsetenv(variable);
+      }
+    }
+    transaction_drop(&stage);
+    return !joined;
+  }), "done");
+}

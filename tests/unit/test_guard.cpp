@@ -1,0 +1,127 @@
+// A guarded change: what is kept of the old settings, what ends it, and what is
+// told of it meanwhile.
+
+#include "guard.h"
+
+#include "confirm.h"
+#include "store_fixture.h"
+
+class Guard : public Store
+{
+protected:
+  void SetUp() override
+  {
+    Store::SetUp();
+    ASSERT_EQ(save("> a\nx=old\n> b\ny=old\n"), "done");
+  }
+
+  static string token()
+  {
+    return read_file("state/.pending/.token");
+  }
+
+  static string settle(const char *name)
+  {
+    return locked([&] { return guard_settle(name); });
+  }
+};
+
+// clang-format off
+
+TEST_F(Guard, PutsBackWhatWasThereBeforeTheFirstOfSeveralChanges)
+{
+  ASSERT_EQ(save("@guard 900\n> a\nx=new\n"), "done");
+  const string first = token();
+  ASSERT_EQ(save("@guard 900\n> a\nx=newer\n> c\nz=1\n"), "done");
+  EXPECT_NE(token(), first);
+  ASSERT_EQ(save("> b\ny=new\n"), "done") << "another save goes on";
+  EXPECT_TRUE(is_there(".pending/a") && !is_there(".pending/b"));
+  EXPECT_EQ(locked(guard_put_back), "done");
+  EXPECT_EQ(stored("a") + stored("b") + stored("c"), "x=old y=new ");
+  EXPECT_FALSE(is_there(".pending") || is_there(".commit"));
+  EXPECT_EQ(locked(guard_put_back), "no") << "nothing is pending any more";
+}
+
+TEST_F(Guard, OnlyAnActWithItsTokenKeepsAChangeThatIsInUse)
+{
+  EXPECT_EQ(settle(nullptr).substr(0, 26), "No change waits to be kept");
+  ASSERT_EQ(save("@guard 900 command\n> a\nx=new\n"), "done");
+  const string name = token();
+  EXPECT_EQ(settle(name.c_str()).substr(0, 39), "The device does not use the change yet.");
+  EXPECT_EQ(locked([] { return guard_arm("other"); }), "no");
+  EXPECT_EQ(locked([&] { return guard_arm(name.c_str()); }), "done");
+  EXPECT_EQ(settle("other").substr(0, 30), "Another change came meanwhile.");
+  const std::tuple<const char *, const char *, bool> requests[] = {
+    // method, policy, keeps
+    {"GET", "strict", false}, {"HEAD", "strict", false}, {"post", "strict", false},
+    {"POST", "open", false},  {"", "strict", false},     {"POST", "strict", true},
+  };
+  for (const auto &[method, policy, keeps] : requests) {
+    setenv("REQUEST_METHOD", method, 1);
+    setenv("ORV_POLICY", policy, 1);
+    EXPECT_EQ(settle(name.c_str()) == "done", keeps) << method << " " << policy;
+    EXPECT_EQ(is_there(".pending"), !keeps);
+  }
+  EXPECT_EQ(stored("a"), "x=new ");
+}
+
+TEST_F(Guard, ItsTimeBeginsWhenTheDeviceUsesItAndEndsWithTheBoot)
+{
+  ASSERT_EQ(save("@guard 100 act restart\n> a\nx=new\n"), "done");
+  EXPECT_EQ(locked([] {
+    pending_change pending;
+    char act[41];
+    return guard_read(&pending) && !pending.armed && pending.clock == 0 &&
+           pending.left > 100 && pending.seconds == 100 &&
+           guard_act(act, sizeof act) && strcmp(act, "restart") == 0;
+  }), "done") << "who should have made the device use it has some time more";
+  const string name = token();
+  ASSERT_EQ(locked([&] { return guard_arm(name.c_str()); }), "done");
+  EXPECT_EQ(locked([] {
+    pending_change pending;
+    return guard_read(&pending) && pending.armed && pending.left <= 100 &&
+           pending.left > 60 && pending.clock > 0 && !guard_is_over();
+  }), "done");
+  string info = read_file("state/.pending/.info");
+  info.replace(info.find("boot=") + 5, 1, "?"); // of another boot
+  write_file("state/.pending/.info", info);
+  EXPECT_EQ(locked(guard_is_over), "done");
+}
+
+TEST_F(Guard, SaysWhoMadeItAndWhatItIsWithoutSecretsOrForgedLines)
+{
+  setenv("REMOTE_USER", "eve\nchange=forged\ntoken=1", 1);
+  setenv("REMOTE_ADDR", "::1", 1);
+  ASSERT_EQ(save("@secret key\n@guard 900\n> a\nx=it's new\nkey=hidden\n"), "done");
+  const string info = read_file("state/.pending/.info");
+  EXPECT_EQ(info.find("hidden"), string::npos) << info;
+  EXPECT_EQ(info.find("\nchange=forged"), string::npos) << info;
+  EXPECT_NE(info.find("\nchange=x: old -> it's new\n"), string::npos) << info;
+  EXPECT_EQ(locked([] {
+    char text[CONFIRM_SENTENCE_SIZE];
+    confirm_sentence(text, sizeof text);
+    return strstr(text, "A change by eve_change_forged_token_1 at ::1 waits to be kept."
+                        " If nobody kept it by ") == text;
+  }), "done");
+}
+
+TEST_F(Guard, CraftedInformationIsNoMoreThanText)
+{
+  ASSERT_EQ(save("@guard 900\n> a\nx=new\n"), "done");
+  for (const char *info : {"", "\n", "until=", "boot=\nuntil=99999999999999999999999\n",
+                           "seconds=-1\nclock=-9223372036854775808\nuser=\n",
+                           "=\n==\nact=\n", "until=1"}) {
+    write_file("state/.pending/.info", info);
+    EXPECT_EQ(locked([] {
+      pending_change pending;
+      char text[CONFIRM_SENTENCE_SIZE];
+      confirm_sentence(text, sizeof text);
+      const bool read = guard_read(&pending) && pending.left >= 0;
+      free(pending.text);
+      return read;
+    }), "done") << info;
+  }
+  write_file("state/.pending/.token", "");
+  EXPECT_EQ(locked(guard_put_back), "done") << "what is there goes back all the same";
+  EXPECT_EQ(stored("a"), "x=old ");
+}
