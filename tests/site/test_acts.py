@@ -327,8 +327,7 @@ def test_the_reader_comes_back_and_who_asks_meanwhile_is_told(acts):
     acts.start()
     acts.ask.unlink()
     assert acts.store("act", "count") == f"fault {NOBODY}"
-    until(acts.ask.exists)
-    assert acts.run("count") == "ok"
+    until(lambda: acts.run("count") == "ok")  # made, and then opened
     acts.stop()
     assert acts.store("act", "count") == f"fault {NOBODY}"
     for _ in range(2):  # what a reader that was killed has left is in no way
