@@ -92,6 +92,14 @@ static void end_by(int sig)
   raise(sig);
 }
 
+// Signals the script with its process group, which its process makes itself.
+static void signal_script(pid_t pid, int sig)
+{
+  if (kill(-pid, sig) != 0) {
+    kill(pid, sig); // it has not come to that yet
+  }
+}
+
 static void hand_on(int sig)
 {
   const int error = errno;
@@ -100,8 +108,8 @@ static void hand_on(int sig)
   } else {
     told_to_end = sig;
     if (let_finish == 0) {
-      kill(-group, sig);
-      kill(-group, SIGCONT); // one that is stopped would never hear of it
+      signal_script(group, sig);
+      signal_script(group, SIGCONT); // a stopped one would never hear of it
     }
   }
   errno = error;
@@ -244,7 +252,9 @@ static void redirect(int fd, int flags, int place)
 // output alone.
 [[noreturn]] static void run_child(const launch *start, pid_t parent)
 {
-  setpgid(0, 0);
+  // A session, and so a group, of its own, without our terminal: who starts us
+  // may be trusted with more than a script's user.
+  setsid();
   if (let_finish == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
@@ -284,7 +294,6 @@ static pid_t start_child(launch *start)
     run_child(start, parent);
   }
   if (pid > 0) {
-    setpgid(pid, pid); // whichever of the two processes comes first
     group = pid;
   }
   sigprocmask(SIG_SETMASK, &before, nullptr);
@@ -496,7 +505,8 @@ static void stop_script(talk *t)
   t->last_check -= END_CHECK_MS;
   check_end(t, now_ms());
   if (!t->ended) {
-    stopped = kill(-t->pid, SIGKILL) == 0;
+    signal_script(t->pid, SIGKILL);
+    stopped = true;
   }
 }
 

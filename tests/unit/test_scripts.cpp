@@ -252,3 +252,12 @@ TEST_F(Scripts, LackOfProcessesOrDescriptorsIsReported)
   fclose(all);
   orv_script_wait(pid);
 }
+
+// Who starts us from a terminal may be trusted with more than a script's user.
+TEST_F(Scripts, AScriptHasNoTerminalOfOurs)
+{
+  write_script("read -r _ _ _ _ group session tty _ </proc/$$/stat\n"
+               "[[ $group == $$ && $session == $$ && $tty == 0 ]] && echo alone");
+  EXPECT_EQ(run("s.sh"), 0);
+  EXPECT_EQ(output, "alone\n");
+}

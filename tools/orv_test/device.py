@@ -111,12 +111,10 @@ def copy_part(source, target, store):
         return
     shutil.copytree(source, target, dirs_exist_ok=True, ignore=lambda folder, names: [
         name for name in names if leads_to_store(pathlib.Path(folder, name))])
-    forms = [p for p in source.iterdir() if leads_to_store(p) and p.name != STORE]
-    for form in forms:
-        (target / form.name).symlink_to(STORE)
-    if forms:
-        (target / STORE).unlink(missing_ok=True)
-        (target / STORE).symlink_to(store)
+    links = {p.name: STORE for p in source.iterdir() if leads_to_store(p)}
+    for name, program in links and {**links, STORE: store}.items():
+        (target / name).unlink(missing_ok=True)
+        (target / name).symlink_to(program)
 
 
 def lines_of(path):
