@@ -73,7 +73,7 @@ TEST_F(History, TellsWhoWhenAndWhatButNoSecret)
 
 TEST_F(History, KeepsTenSavesAndNoMoreThanFit)
 {
-  for (int i = 0; i < 13; i++) {
+  for (size_t i = 0; i < 13; i++) {
     ASSERT_TRUE(save("> a\nx=" + std::to_string(i) + "\n"));
     EXPECT_EQ(entries(), std::min<size_t>(i + 1, 10));
   }
