@@ -28,7 +28,7 @@ cd "$scratch" || exit 1
 {
   cmake -S "$BENCH" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DORV_DATA_DIR=data -DORV_SYSTEM_TYPE_FILE=data/system_type
-  cmake --build "$BUILD" --target orv bench_bare bench_runner bench_peak
+  cmake --build "$BUILD" --target orv orv-store bench_bare bench_runner bench_peak
 } >log 2>&1 || die "the build failed: $(<log)"
 
 # request BODY FORM: in REQUEST, the environment of a request that posts the
