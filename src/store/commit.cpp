@@ -250,18 +250,18 @@ bool store_finish(void)
   return store_fault_text() == nullptr;
 }
 
-bool store_lock_for(const char *form)
+bool store_lock_for(const char *form, pid_t holder)
 {
   store_who who;
   char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
-  char holder[sizeof text + STORE_NAME_MAX];
+  char what[sizeof text + STORE_NAME_MAX];
   if (joined[0] != '\0') {
     return true;
   }
   store_ask_who(&who);
   store_write_who(&who, text, sizeof text);
-  snprintf(holder, sizeof holder, "%.30s by %s", form, text);
-  return store_lock(holder, 0) && store_finish();
+  snprintf(what, sizeof what, "%.30s by %s", form, text);
+  return store_lock(what, holder) && store_finish();
 }
 
 // --- a stage -----------------------------------------------------------------

@@ -10,6 +10,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/types.h>
 
 #define COMMIT_FOLDER ".commit"   // committed, not yet at its places
 #define PENDING_FOLDER ".pending" // what a guarded change has replaced
@@ -51,7 +52,8 @@ bool store_finish(void);
 
 // Locks for a save of `form`, unless a transaction's lock covers it, and ends
 // what was left.  False with a fault.
-bool store_lock_for(const char *form);
+// `holder` as for store_lock.
+bool store_lock_for(const char *form, pid_t holder = 0);
 
 // Begins a stage, or goes on with that of the transaction at hand.  False with
 // a fault, also when that transaction is over.

@@ -199,14 +199,6 @@ const char *intake_get(const char *name)
                           : nullptr;
 }
 
-void intake_each(void (*act)(const char *name, const char *value, void *data),
-                 void *data)
-{
-  for (size_t i = 0; i < count; i++) {
-    act(fields[i].name, fields[i].value, data);
-  }
-}
-
 bool intake_write(FILE *out)
 {
   order_fields();

@@ -14,10 +14,6 @@ bool intake_read(const char *form);
 // NULL when there is none.  Of a name that comes twice any one.
 const char *intake_get(const char *name);
 
-// Calls `act` for every field, its name in small letters.
-void intake_each(void (*act)(const char *name, const char *value, void *data),
-                 void *data);
-
 // Writes what was taken as lines NAME=VALUE: the name in small letters, a blank
 // value empty, a long one cut, of lines of other shapes nothing.  False with a
 // fault when a name comes twice.

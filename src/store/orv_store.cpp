@@ -30,7 +30,6 @@
 #include "who.h"
 
 constexpr int USAGE_STATUS = 2;
-constexpr size_t HOLDER_SIZE = 100;
 constexpr size_t ACT_SIZE = 41;                // of an action's name
 constexpr unsigned long ACT_SECONDS_MAX = 600; // longer waits no page
 constexpr int READ_TRIES = 10; // of settings that change meanwhile
@@ -60,21 +59,10 @@ static const char USAGE[] =
 
 // --- the lock ----------------------------------------------------------------
 
-// Who saves, for those who wait.
-static void describe_holder(char (&holder)[HOLDER_SIZE], const char *form)
-{
-  store_who who;
-  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
-  store_ask_who(&who);
-  store_write_who(&who, text, sizeof text);
-  snprintf(holder, sizeof holder, "%.30s by %.60s", form, text);
-}
-
 // Who takes part in a transaction is covered by its lock.
-static bool lock(const char *what, pid_t holder)
+static bool lock(const char *what)
 {
-  return stage_folder() != nullptr ||
-         (store_lock(what, holder) && store_finish());
+  return stage_folder() != nullptr || (store_lock(what, 0) && store_finish());
 }
 
 // The process that `word` names, 0 for none.
@@ -103,9 +91,7 @@ static bool open_and_join(bool create)
 // a fault.
 static pid_t lock_for(pid_t script, const char *form)
 {
-  char holder[HOLDER_SIZE];
-  describe_holder(holder, form);
-  if (!open_and_join(true) || !lock(holder, 0)) {
+  if (!open_and_join(true) || !store_lock_for(form)) {
     return -1;
   }
   return stage_folder() != nullptr ? 0 : store_hold_lock(script);
@@ -169,9 +155,7 @@ static bool store_order(char **words)
 
 static bool store_values(char **words)
 {
-  char holder[HOLDER_SIZE];
-  describe_holder(holder, words[1]);
-  return open_and_join(true) && lock(holder, take_pid(words[0])) &&
+  return open_and_join(true) && store_lock_for(words[1], take_pid(words[0])) &&
          store_order(words);
 }
 
@@ -237,7 +221,7 @@ static bool load(char **names)
 
 static bool arm(char **words)
 {
-  if (!open_and_join(false) || !lock("a guarded change", 0)) {
+  if (!open_and_join(false) || !lock("a guarded change")) {
     return false;
   }
   return guard_arm(words[0]);
@@ -246,7 +230,7 @@ static bool arm(char **words)
 // Keeps the change that is pending, or the one named.
 static bool confirm(char **words)
 {
-  if (!open_and_join(false) || !lock("a guarded change", 0) ||
+  if (!open_and_join(false) || !lock("a guarded change") ||
       !guard_settle(words[0])) {
     return false;
   }
@@ -270,7 +254,7 @@ static bool print_pending(char **)
 // A save may take long, but what was promised must not be given up for it.
 static bool put_back(const char *token)
 {
-  while (!lock("a guarded change", 0)) {
+  while (!lock("a guarded change")) {
     if (!guard_is_pending(token)) {
       return false;
     }
@@ -295,7 +279,7 @@ static bool expire(char **)
 {
   char act[ACT_SIZE] = "";
   if (!open_and_join(false) || store.fd < 0 || !guard_is_over() ||
-      !lock("a guarded change", 0) || !guard_is_over()) {
+      !lock("a guarded change") || !guard_is_over()) {
     return false;
   }
   guard_act(act, sizeof act);
@@ -311,7 +295,7 @@ static bool boot(char **)
   if (!open_and_join(false) || store.fd < 0) {
     return false;
   }
-  return lock("the boot", 0) && guard_is_pending(nullptr) && guard_put_back();
+  return lock("the boot") && guard_is_pending(nullptr) && guard_put_back();
 }
 
 static bool blank_file(int, const char *name, void *stage)
@@ -333,7 +317,7 @@ static bool blank_file(int, const char *name, void *stage)
 static bool reset(char **names)
 {
   store_stage stage = {-1, "", 0, false};
-  if (!open_and_join(true) || !lock("a reset", 0) || !stage_begin(&stage) ||
+  if (!open_and_join(true) || !lock("a reset") || !stage_begin(&stage) ||
       !history_begin(&stage, "-", nullptr, "reset")) {
     return false;
   }
