@@ -29,6 +29,9 @@
 #ifndef ORV_DATA_DIR
 #define ORV_DATA_DIR "/usr/share/larkspur"
 #endif
+#ifndef ORV_STATE_DIR
+#define ORV_STATE_DIR ORV_DATA_DIR "/state"
+#endif
 
 // More is no settings file: a table of 100 rows and 20 columns has a tenth.
 constexpr off_t FILE_MAX = 4 * 1024 * 1024;
@@ -164,7 +167,10 @@ static bool make_folder()
 
 void store_find(void)
 {
-  store.path = place("ORV_STATE", ORV_DATA_DIR "/state");
+  if (*place("ORV_STATE", "") == '\0') {
+    setenv("ORV_STATE", ORV_STATE_DIR, 1); // scripts look nowhere else
+  }
+  store.path = place("ORV_STATE", ORV_STATE_DIR);
   store.defaults = place("ORV_DEFAULTS", ORV_DATA_DIR "/defaults");
   store.templates = place("ORV_TEMPLATES", ORV_DATA_DIR "/templates");
 }

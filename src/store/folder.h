@@ -24,7 +24,8 @@ struct store_folder {
 
 extern store_folder store; // the one in use; made by store_open
 
-// Takes the places from the environment.
+// Takes the places from the environment.  Where it does not say where the
+// settings are, from then on it does, so what is started looks there, too.
 void store_find(void);
 
 // The same, and opens the folder.  Started as root,

@@ -238,6 +238,17 @@ def test_a_value_may_stand_on_standard_input(site):
     assert "--write" not in " ".join(site.ran())
 
 
+def test_scripts_are_told_where_the_settings_are(site, monkeypatch):
+    site.template("f", "fixed v")
+    site.form_script("f", 'echo "v=$ORV_STATE"')
+    for place, told in ((None, "data/state"), ("", "data/state"), ("else/where", "else/where")):
+        if place is None:
+            monkeypatch.delenv("ORV_STATE", raising=False)
+        else:
+            monkeypatch.setenv("ORV_STATE", place)
+        assert run(site, "get", "f", "v", expect=0).stdout == f"v={told}\n"
+
+
 def test_what_does_not_exist_is_answered_with_what_does(site):
     site.template("network", "field host_name", "fixed note", "select s", "choice both B", "choice 2 B", "if $V:s$",
                   "field behind", "endif", "table leases 2 1", "field ls_name", "checkbox ls_on")

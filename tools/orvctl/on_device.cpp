@@ -98,6 +98,7 @@ void device_explain(void)
 
 bool device_enter(void)
 {
+  store_find(); // for the scripts
   if (geteuid() != 0) {
     return true; // who cannot use the settings hears it from a script
   }
