@@ -28,6 +28,7 @@
 #include "orv_output.h"
 #include "orv_parser.h"
 #include "orv_scripts.h"
+#include "orv_submit.h"
 #include "orv_vars.h"
 
 char *scroll_y;
@@ -298,32 +299,28 @@ static int refuse(const char *message)
 
 static int action_submit()
 {
-  if (del_vars != nullptr) {
-    return refuse("Table rows have been deleted. Resubmit to confirm");
+  orv_refusal refusal = orv_submit_rows();
+  if (refusal != nullptr) {
+    return refuse(refusal);
   }
   hdr = orv_parse_header(orv_form, orv_subitem);
   if (hdr == nullptr) {
     return 0;
   }
   cgi_get_navbar(hdr, &navbar_ents);
-  if (orv_vars_changed(&cfg_vars) == nullptr && orv_always_submit_set() == 0) {
+  if (!orv_submit_is_due()) {
     return confirm("no_changes");
   }
   body = orv_parse_body(hdr);
   if (body == nullptr) {
     return 0;
   }
-  if (orv_check_vars(body) == 0) {
-    return refuse("Error in configuration settings");
+  refusal = orv_submit_judge(hdr, body);
+  if (refusal == nullptr) {
+    refusal = orv_submit_save(hdr);
   }
-  if (orv_save_vars(&cfg_vars, hdr->check_script) == 0) {
-    return refuse("Error running configuration check script");
-  }
-  orv_script_let_finish(1);
-  const int saved = orv_save_vars(&cfg_vars, hdr->write_script);
-  orv_script_let_finish(0);
-  if (saved == 0) {
-    return refuse("Error saving configuration");
+  if (refusal != nullptr) {
+    return refuse(refusal);
   }
   return confirm("changes_saved");
 }
@@ -600,7 +597,7 @@ int main()
   orv_fatal_no_exit = 1;
   refuse_forbidden();
   orv_init_env();
-  unsetenv("ORV_SECRETS"); // by which read scripts know a backup
+  unsetenv("ORV_SECRETS");     // by which read scripts know a backup
   unsetenv("ORV_TRANSACTION"); // of orvctl; no request takes part in one
   int vars_loaded = load_vars();
   if (vars_loaded != 0 && orv_form != nullptr) {

@@ -13,46 +13,45 @@
 // out the report that the memory helpers have made turns the request into an
 // error page, so a check then only gives up.
 //
-// Nothing here draws, and a check of the file system only looks: what is named
-// may have changed by the time a script uses it.
+// Nothing here draws.  The checks of texts and patterns stand here, those of
+// numbers, addresses and files in files of their own.
 
 #include "orv_check.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <errno.h>
-#include <grp.h>
-#include <limits.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <pwd.h>
 #include <regex.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "orv.h"
-#include "orv_guard.h"
-#include "orv_output.h"
+#include "orv_check_fault.h"
+#include "orv_conditions.h"
 #include "orv_parser.h"
 #include "orv_vars.h"
 
-static int error_count;                    // failures recorded in this walk
-static int is_displayed;                   // 1 unless inside a false section
-static int cond_stack[ORV_CONDITIONS_MAX]; // 1 or 0, outermost section first
-static int *cond_sp = cond_stack;          // next free entry
+static int error_count; // failures recorded in this walk
+
+static void condition_failed(const char *problem)
+{
+  check_failed("fatal", nullptr, problem, nullptr);
+}
+
+static orv_conditions conditions = {condition_failed, 0, 0, {}};
+
+// What is not shown is not required.
+static bool is_displayed()
+{
+  return orv_conditions_hold(&conditions);
+}
 
 // --- recording failures ------------------------------------------------------
 
 // Messages are short lines on the page; what is composed here is cut there.
 constexpr size_t LABELLED_SIZE = ORV_LABELLED_MAX + 1;
 constexpr size_t SUMMARY_SIZE = 80; // the number of errors
-constexpr size_t INT_RANGE_SIZE = 40;
-constexpr size_t REAL_RANGE_SIZE = 100;
-constexpr size_t ROW_SIZE = 24; // a long in decimal, terminated
+constexpr size_t ROW_SIZE = 24;     // a long in decimal, terminated
 
 // Replaces the user value, in its own buffer where the text fits.  A record
 // that gets no copy stays without a message, and the failure is counted.
@@ -67,8 +66,8 @@ static void store_message(orv_var *record, const char *text)
   record->u_value = must_strdup(text);
 }
 
-static void set_error(const char *err_name, const char *tpl_text,
-                      const char *def_text, const char *var_label)
+void check_failed(const char *err_name, const char *tpl_text,
+                  const char *def_text, const char *var_label)
 {
   error_count++;
   orv_var *record = orv_find_var(&err_vars, err_name, 1);
@@ -89,29 +88,23 @@ static void set_error(const char *err_name, const char *tpl_text,
   store_message(record, labelled);
 }
 
-// Records what a rule has found, if anything (NULL: the value passes).
-static void record_fault(const char *fault, const char *tpl_error,
-                         const char *err_name, const char *var_label)
+void check_record(const char *fault, const char *tpl_error,
+                  const char *err_name, const char *var_label)
 {
   if (fault != nullptr) {
-    set_error(err_name, tpl_error, fault, var_label);
+    check_failed(err_name, tpl_error, fault, var_label);
   }
 }
 
 // --- text --------------------------------------------------------------------
 
-#define ASCII_ALNUM                                                            \
-  "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"
-
-// The word that follows the one at `word`, "" behind the last.
-static const char *next_word(const char *word, const char *blanks)
+const char *check_next_word(const char *word, const char *blanks)
 {
   word += strcspn(word, blanks);
   return word + strspn(word, blanks);
 }
 
-// The first character of `text` that is not in `allowed`, or its end.
-static char first_other(const char *text, const char *allowed)
+char check_first_other(const char *text, const char *allowed)
 {
   return text[strspn(text, allowed)];
 }
@@ -123,12 +116,12 @@ void chk_text(char *, const char *, const char *, const char *, const char *)
 void chk_word(char *value, const char *, const char *tpl_error,
               const char *err_name, const char *var_label)
 {
-  const char other = first_other(value, ASCII_ALNUM "-_");
+  const char other = check_first_other(value, ASCII_ALNUM "-_");
   if (other != '\0') {
-    set_error(err_name, tpl_error,
-              other == ' ' ? "Single word is required"
-                           : "Illegal character in word",
-              var_label);
+    check_failed(err_name, tpl_error,
+                 other == ' ' ? "Single word is required"
+                              : "Illegal character in word",
+                 var_label);
   }
 }
 
@@ -136,12 +129,13 @@ void chk_keyword(char *value, const char *options, const char *tpl_error,
                  const char *err_name, const char *var_label)
 {
   const size_t length = strlen(value);
-  for (const char *word = options; *word != '\0'; word = next_word(word, " ")) {
+  for (const char *word = options; *word != '\0';
+       word = check_next_word(word, " ")) {
     if (strcspn(word, " ") == length && strncasecmp(word, value, length) == 0) {
       return;
     }
   }
-  set_error(err_name, tpl_error, "Unknown keyword entered", var_label);
+  check_failed(err_name, tpl_error, "Unknown keyword entered", var_label);
 }
 
 void chk_email(char *value, const char *, const char *tpl_error,
@@ -149,138 +143,14 @@ void chk_email(char *value, const char *, const char *tpl_error,
 {
   const char *fault = nullptr;
   const char *at = strchr(value, '@');
-  if (first_other(value, ASCII_ALNUM "_.-+@") != '\0') {
+  if (check_first_other(value, ASCII_ALNUM "_.-+@") != '\0') {
     fault = "Illegal character in email address";
   } else if (at == nullptr) {
     fault = "Missing @ in email address";
   } else if (strchr(at + 1, '@') != nullptr) {
     fault = "Too many @s in email address";
   }
-  record_fault(fault, tpl_error, err_name, var_label);
-}
-
-// --- numbers -----------------------------------------------------------------
-
-// strtol held to 32 bits, whatever the width of a long.
-static int to_int32(const char *text, char **end, int base)
-{
-  const long number = strtol(text, end, base);
-  return static_cast<int>(
-      std::max<long>(INT_MIN, std::min<long>(number, INT_MAX)));
-}
-
-// A range's limit: decimal, hexadecimal behind 0x or octal behind 0.
-static int to_limit(const char *text, char **end)
-{
-  return to_int32(text, end, 0);
-}
-
-enum range_kind {
-  RANGE_NONE,   // no number: every value is in range
-  RANGE_UPPER,  // one number, the upper limit; the lower is 0
-  RANGE_BOTH,   // two numbers, in either order
-  RANGE_EXTRAS, // something stands directly behind the second number
-};
-
-static const char RANGE_EXTRAS_TEXT[] = "Extras after template range options ?";
-
-// Reads the range from a check's options.  `convert` works as strtod does; it
-// is preferred to sscanf because it says what a number too large becomes.
-template <typename T>
-static range_kind read_range(const char *options,
-                             T (*convert)(const char *, char **), T *low,
-                             T *high)
-{
-  char *end;
-  const T first = convert(options, &end);
-  if (end == options) {
-    return RANGE_NONE;
-  }
-  const char *rest = end;
-  const T second = convert(rest, &end);
-  if (end == rest) {
-    *low = 0;
-    *high = first;
-    return RANGE_UPPER;
-  }
-  *low = std::min(first, second);
-  *high = std::max(first, second);
-  return *end == '\0' ? RANGE_BOTH : RANGE_EXTRAS;
-}
-
-// Base 0 means decimal, or hexadecimal behind 0x; a leading 0 is no octal,
-// because users fill up numbers with zeros.
-static void chk_num(const char *value, const char *options,
-                    const char *tpl_error, const char *err_name,
-                    const char *var_label, int base, int sign_allowed)
-{
-  if (sign_allowed == 0 && (value[0] == '-' || value[0] == '+')) {
-    set_error(err_name, tpl_error, "Number is not allowed to be signed",
-              var_label);
-    return;
-  }
-  if (base == 0) {
-    base = strncasecmp(value, "0x", 2) == 0 ? 16 : 10;
-  }
-  char *end;
-  const int number = to_int32(value, &end, base);
-  if (*end != '\0') {
-    set_error(err_name, tpl_error, "Badly formed number", var_label);
-    return;
-  }
-  int low;
-  int high;
-  const range_kind kind = read_range(options, to_limit, &low, &high);
-  if (kind == RANGE_EXTRAS) {
-    set_error(err_name, nullptr, RANGE_EXTRAS_TEXT, var_label);
-  } else if (kind != RANGE_NONE && (number < low || number > high)) {
-    char text[INT_RANGE_SIZE];
-    snprintf(text, sizeof text, "Number out of range %d..%d", low, high);
-    set_error(err_name, tpl_error, text, var_label);
-  }
-}
-
-void chk_decimal(char *value, const char *options, const char *tpl_error,
-                 const char *err_name, const char *var_label)
-{
-  chk_num(value, options, tpl_error, err_name, var_label, 10, 0);
-}
-
-void chk_number(char *value, const char *options, const char *tpl_error,
-                const char *err_name, const char *var_label)
-{
-  chk_num(value, options, tpl_error, err_name, var_label, 0, 0);
-}
-
-void chk_signed(char *value, const char *options, const char *tpl_error,
-                const char *err_name, const char *var_label)
-{
-  chk_num(value, options, tpl_error, err_name, var_label, 10, 1);
-}
-
-// With one limit given, values below 0 are let through, whatever the message
-// says.  A value that is not a number compares with nothing, so it passes.
-void chk_real(char *value, const char *options, const char *tpl_error,
-              const char *err_name, const char *var_label)
-{
-  char *end;
-  errno = 0;
-  const double number = strtod(value, &end);
-  if (*end != '\0' || errno == ERANGE) {
-    set_error(err_name, tpl_error, "Invalid real number", var_label);
-    return;
-  }
-  double low;
-  double high;
-  const range_kind kind = read_range(options, strtod, &low, &high);
-  if (kind == RANGE_EXTRAS) {
-    set_error(err_name, nullptr, RANGE_EXTRAS_TEXT, var_label);
-  } else if ((kind == RANGE_BOTH && number < low) ||
-             (kind != RANGE_NONE && number > high)) {
-    char text[REAL_RANGE_SIZE];
-    snprintf(text, sizeof text, "Number out of range %f..%f", low, high);
-    set_error(err_name, tpl_error, text, var_label);
-  }
+  check_record(fault, tpl_error, err_name, var_label);
 }
 
 // --- patterns ----------------------------------------------------------------
@@ -291,12 +161,12 @@ static void chk_Xregex(const char *value, const char *options,
 {
   regex_t pattern;
   if (regcomp(&pattern, options, flags | REG_NOSUB) != 0) {
-    set_error(err_name, nullptr, "Bad regular expression in check options",
-              var_label);
+    check_failed(err_name, nullptr, "Bad regular expression in check options",
+                 var_label);
     return;
   }
   if (regexec(&pattern, value, 0, nullptr, 0) != 0) {
-    set_error(err_name, tpl_error, "Incorrect format", var_label);
+    check_failed(err_name, tpl_error, "Incorrect format", var_label);
   }
   regfree(&pattern);
 }
@@ -312,443 +182,6 @@ void chk_iregex(char *value, const char *options, const char *tpl_error,
 {
   chk_Xregex(value, options, tpl_error, err_name, var_label,
              REG_EXTENDED | REG_ICASE);
-}
-
-// --- network addresses -------------------------------------------------------
-
-constexpr unsigned ALLOW_IPV4 = 1;
-constexpr unsigned ALLOW_IPV6 = 2;
-constexpr unsigned ALLOW_HOSTNAME = 4;
-constexpr unsigned ALLOW_BITS = 8;    // "/number of bits" may follow
-constexpr unsigned REQUIRE_BITS = 16; // it must
-constexpr unsigned ALLOW_ADDRESS = ALLOW_IPV4 | ALLOW_IPV6 | ALLOW_HOSTNAME;
-
-constexpr int IPV4_BITS = 32;
-constexpr int BITS_MAX = 128; // an IPv6 address, or what a name stands for
-constexpr size_t HOSTNAME_MAX = 67; // a DNS label of 63 and a short domain
-constexpr int PORT_MAX = 65535;
-
-// What the options allow.  A word is known by its beginning; unknown words are
-// ignored.
-static unsigned read_address_options(const char *options)
-{
-  // clang-format off
-  static const struct {
-    const char *word;
-    unsigned flag;
-  } words[] = {
-    {"ipv4",     ALLOW_IPV4},
-    {"ipv6",     ALLOW_IPV6},
-    {"hostname", ALLOW_HOSTNAME},
-    {"optcidr",  ALLOW_BITS},
-    {"cidr",     REQUIRE_BITS},
-  };
-  // clang-format on
-  static const char blanks[] = " \t\n\v\f\r";
-
-  unsigned flags = 0;
-  for (const char *word = options + strspn(options, blanks); *word != '\0';
-       word = next_word(word, blanks)) {
-    for (const auto &row : words) {
-      if (strncmp(word, row.word, strlen(row.word)) == 0) {
-        flags |= row.flag;
-      }
-    }
-  }
-  return flags;
-}
-
-// Cuts the number of bits off `address`, where the options ask for one.
-static const char *take_bits(char *address, unsigned flags, int *bits)
-{
-  char *slash = strchr(address, '/');
-  *bits = 0;
-  if ((flags & REQUIRE_BITS) == 0 &&
-      ((flags & ALLOW_BITS) == 0 || slash == nullptr)) {
-    return nullptr;
-  }
-  if (slash == nullptr) {
-    return "Missing CIDR label or netmask length.  "
-           "Add trailing /number of bits ?";
-  }
-  *slash = '\0';
-  char *end;
-  *bits = to_int32(slash + 1, &end, 10);
-  if (*bits < 0 || *end != '\0') {
-    return "Bad format number for CIDR label or netmask length after the /";
-  }
-  return nullptr;
-}
-
-static bool is_host_name(const char *text)
-{
-  return text[0] != '-' && strlen(text) <= HOSTNAME_MAX &&
-         first_other(text, ASCII_ALNUM ".-") == '\0';
-}
-
-// An address that is IPv4 where that is allowed has the fewest bits, even if a
-// host name, too, would do.
-static const char *address_fault(const char *address, unsigned flags, int bits)
-{
-  in6_addr binary; // large enough for either family
-  const bool is_ipv4 =
-      (flags & ALLOW_IPV4) != 0 && inet_pton(AF_INET, address, &binary) == 1;
-  const bool is_other =
-      ((flags & ALLOW_IPV6) != 0 &&
-       inet_pton(AF_INET6, address, &binary) == 1) ||
-      ((flags & ALLOW_HOSTNAME) != 0 && is_host_name(address));
-  if (!is_ipv4 && !is_other) {
-    return "Invalid address";
-  }
-  return bits <= (is_ipv4 ? IPV4_BITS : BITS_MAX)
-             ? nullptr
-             : "Invalid CIDR label or number of bits after /";
-}
-
-void chk_ipaddr(char *value, const char *options, const char *tpl_error,
-                const char *err_name, const char *var_label)
-{
-  const unsigned flags = read_address_options(options);
-  if ((flags & ALLOW_ADDRESS) == 0) {
-    set_error(err_name, nullptr,
-              "Check options don't allow any type of address", var_label);
-    return;
-  }
-  const owned_text address(must_strdup(value));
-  if (address == nullptr) {
-    set_error(err_name, nullptr, nullptr, var_label);
-    return;
-  }
-  int bits;
-  const char *fault = take_bits(address.get(), flags, &bits);
-  if (fault == nullptr) {
-    fault = address_fault(address.get(), flags, bits);
-  }
-  record_fault(fault, tpl_error, err_name, var_label);
-}
-
-void chk_ipservice(char *value, const char *, const char *tpl_error,
-                   const char *err_name, const char *var_label)
-{
-  char *end;
-  const int port = to_int32(value, &end, 10);
-  if (*end == '\0' && port >= 0 && port <= PORT_MAX) {
-    return;
-  }
-  if (getservbyname(value, nullptr) == nullptr) {
-    set_error(err_name, tpl_error, "Not a valid port number or service name",
-              var_label);
-  }
-}
-
-// --- files -------------------------------------------------------------------
-
-constexpr size_t PATH_LENGTH_MIN = 2;    // "/" alone names nothing to create
-constexpr size_t PATH_LENGTH_MAX = 4096; // the kernel's PATH_MAX
-
-static const char UNKNOWN_OPTION[] = "Unknown option in file check";
-
-// Tests that `path` names an object of the type `type` (of S_IFMT).
-static const char *object_fault(const char *path, mode_t type,
-                                const char *missing, const char *wrong)
-{
-  struct stat info;
-  if (stat(path, &info) != 0) {
-    return missing;
-  }
-  return (info.st_mode & S_IFMT) == type ? nullptr : wrong;
-}
-
-// Tests that the first `length` characters of `path` name a directory.  The
-// rest is cut off in place meanwhile, so that a long value needs no memory.
-static const char *parent_fault(char *path, size_t length, const char *missing,
-                                const char *wrong)
-{
-  const char cut = path[length];
-  path[length] = '\0';
-  const char *fault = object_fault(path, S_IFDIR, missing, wrong);
-  path[length] = cut;
-  return fault;
-}
-
-// The place of the last "/" in the first `length` characters of an absolute
-// path: the length of what holds the entry; 0 stands for the root directory.
-static size_t parent_length(const char *path, size_t length)
-{
-  while (length > 0 && path[length - 1] != '/') {
-    length--;
-  }
-  return length > 0 ? length - 1 : 0;
-}
-
-void chk_socket(char *value, const char *, const char *tpl_error,
-                const char *err_name, const char *var_label)
-{
-  record_fault(object_fault(value, S_IFSOCK, "Socket does not exist",
-                            "File is not a socket"),
-               tpl_error, err_name, var_label);
-}
-
-void chk_directory(char *value, const char *, const char *tpl_error,
-                   const char *err_name, const char *var_label)
-{
-  record_fault(object_fault(value, S_IFDIR, "Directory does not exist",
-                            "File is not a directory"),
-               tpl_error, err_name, var_label);
-}
-
-void chk_script(char *value, const char *, const char *tpl_error,
-                const char *err_name, const char *var_label)
-{
-  if (access(value, X_OK) != 0) {
-    set_error(err_name, tpl_error, "Script is not executable", var_label);
-  }
-}
-
-static const char *file_name_fault(const char *value)
-{
-  if (value[0] != '/') {
-    return "File path must start with a /";
-  }
-  if (strstr(value, "/.") != nullptr) {
-    return "/. not allowed in file name";
-  }
-  if (strstr(value, "//") != nullptr) {
-    return "Please remove // from file name";
-  }
-  return nullptr;
-}
-
-// Whether an existing file is what the option asks for.
-static const char *file_type_fault(mode_t mode, char option)
-{
-  // clang-format off
-  static const struct {
-    char option;
-    mode_t type;
-    mode_t bits; // permissions that must be set, too
-    const char *fault;
-  } types[] = {
-    {'d', S_IFDIR,  0,       "Path is not a directory"},
-    {'f', S_IFREG,  0,       "File is not a regular file"},
-    {'x', S_IFREG,  S_IXUSR, "File is not an executable"},
-    {'S', S_IFSOCK, 0,       "File is not a socket"},
-  };
-  // clang-format on
-
-  if (option == '\0') {
-    return nullptr;
-  }
-  for (const auto &row : types) {
-    if (row.option == option) {
-      const mode_t wanted = row.type | row.bits;
-      return (mode & (S_IFMT | row.bits)) == wanted ? nullptr : row.fault;
-    }
-  }
-  return UNKNOWN_OPTION;
-}
-
-// Whether a file that does not exist could be made where it is wanted.
-static const char *new_file_fault(char *value, bool is_directory)
-{
-  const size_t length = strlen(value);
-  size_t parent = parent_length(value, length);
-  if (parent == 0) {
-    return "Missing / in file name";
-  }
-  if (parent == length - 1) {
-    if (!is_directory) {
-      return "File cannot be a directory";
-    }
-    parent = parent_length(value, parent);
-  }
-  return parent_fault(value, parent, "Parent directory does not exist",
-                      "Bad directory in file name");
-}
-
-void chk_file(char *value, const char *options, const char *tpl_error,
-              const char *err_name, const char *var_label)
-{
-  const char option = options[0];
-  const char *fault = file_name_fault(value);
-  struct stat info;
-  if (fault == nullptr) {
-    fault = stat(value, &info) == 0 ? file_type_fault(info.st_mode, option)
-                                    : new_file_fault(value, option == 'd');
-  }
-  record_fault(fault, fault == UNKNOWN_OPTION ? nullptr : tpl_error, err_name,
-               var_label);
-}
-
-static const char *path_name_fault(const char *value)
-{
-  if (value[0] != '/') {
-    return "Path must start with a /";
-  }
-  const size_t length = strlen(value);
-  if (length < PATH_LENGTH_MIN || length > PATH_LENGTH_MAX) {
-    return "Path name too short/long";
-  }
-  if (strstr(value, "/.") != nullptr) {
-    return "/. not allowed in path name";
-  }
-  if (strstr(value, "//") != nullptr) {
-    return "// not allowed in path name";
-  }
-  return nullptr;
-}
-
-// Tests the directory `levels` above `value`; at the root there is no need.
-static const char *ancestor_fault(char *value, int levels)
-{
-  size_t length = strlen(value);
-  for (int level = 0; level < levels; level++) {
-    length = parent_length(value, length);
-    if (length == 0) {
-      return nullptr;
-    }
-  }
-  return parent_fault(
-      value, length, "Parent directory does not exist",
-      "An existing file stops parent directory from being created");
-}
-
-void chk_path(char *value, const char *options, const char *tpl_error,
-              const char *err_name, const char *var_label)
-{
-  const char *fault = path_name_fault(value);
-  if (fault == nullptr && options[0] != '\0') {
-    if (strcmp(options, "parent_exists") == 0) {
-      fault = ancestor_fault(value, 1);
-    } else if (strcmp(options, "grandparent_exists") == 0) {
-      fault = ancestor_fault(value, 2);
-    } else {
-      fault = UNKNOWN_OPTION;
-      tpl_error = nullptr;
-    }
-  }
-  record_fault(fault, tpl_error, err_name, var_label);
-}
-
-// --- users and commands ------------------------------------------------------
-
-// No name is longer; what a database's module does with one of a megabyte, on
-// how large a stack, is not ours to find out.
-constexpr size_t ACCOUNT_NAME_MAX = 256;
-
-static bool is_account_name(const char *value)
-{
-  return strlen(value) <= ACCOUNT_NAME_MAX;
-}
-
-void chk_username(char *value, const char *, const char *tpl_error,
-                  const char *err_name, const char *var_label)
-{
-  if (!is_account_name(value) || getpwnam(value) == nullptr) {
-    set_error(err_name, tpl_error, "Unknown username", var_label);
-  }
-}
-
-void chk_groupname(char *value, const char *, const char *tpl_error,
-                   const char *err_name, const char *var_label)
-{
-  if (!is_account_name(value) || getgrnam(value) == nullptr) {
-    set_error(err_name, tpl_error, "Unknown groupname", var_label);
-  }
-}
-
-// Where commands without a path are looked for; PATH is the web server's and
-// says nothing about the device.
-static const char *const dirs[] = {"/bin", "/usr/bin", "/sbin", "/usr/sbin",
-                                   nullptr};
-// A directory and a command's name; longer ones are cut.
-constexpr size_t CANDIDATE_SIZE = 100;
-
-static const char *command_fault(const char *command)
-{
-  if (command[0] == '/') {
-    return access(command, X_OK) == 0 ? nullptr : "Command is not executable";
-  }
-  if (strchr(command, '/') != nullptr) {
-    return "Relative command paths not allowed";
-  }
-  for (const char *const *dir = dirs; *dir != nullptr; dir++) {
-    char candidate[CANDIDATE_SIZE];
-    snprintf(candidate, sizeof candidate, "%s/%s", *dir, command);
-    if (access(candidate, X_OK) == 0) {
-      return nullptr;
-    }
-  }
-  return "Command not found";
-}
-
-// The arguments are cut off in place while the command is looked for.
-void chk_command(char *value, const char *, const char *tpl_error,
-                 const char *err_name, const char *var_label)
-{
-  char *end = value + strcspn(value, " ");
-  const char cut = *end;
-  *end = '\0';
-  const char *fault = command_fault(value);
-  *end = cut;
-  record_fault(fault, tpl_error, err_name, var_label);
-}
-
-// --- conditional sections ----------------------------------------------------
-// The same rules as for the page, so that what is not shown is not required.
-// A condition that cannot be expanded for lack of memory fails the walk.
-
-static void set_display(void)
-{
-  is_displayed = std::find(cond_stack, cond_sp, 0) == cond_sp ? 1 : 0;
-}
-
-static void push_cond(int if_not, char *cond)
-{
-  if (cond_sp == cond_stack + ORV_CONDITIONS_MAX) {
-    set_error("fatal", nullptr, "Condition stack overflow", nullptr);
-    return;
-  }
-  const char *text = orv_out_expand(cond);
-  if (text == nullptr) {
-    set_error("fatal", nullptr, nullptr, nullptr);
-  }
-  int value = orv_string_is_true(text);
-  if (if_not != 0) {
-    value = !value;
-  }
-  *cond_sp++ = value;
-  if (value == 0) {
-    is_displayed = 0;
-  }
-}
-
-// True, after a report, when there is no section to change.
-static bool cond_underflow(void)
-{
-  if (cond_sp != cond_stack) {
-    return false;
-  }
-  set_error("fatal", nullptr, "Condition stack underflow", nullptr);
-  return true;
-}
-
-static void flip_cond(void)
-{
-  if (cond_underflow()) {
-    return;
-  }
-  cond_sp[-1] = !cond_sp[-1];
-  set_display();
-}
-
-static void pop_cond(void)
-{
-  if (cond_underflow()) {
-    return;
-  }
-  cond_sp--;
-  set_display();
 }
 
 // --- values ------------------------------------------------------------------
@@ -827,20 +260,20 @@ static void do_check(const char *name, const char *check, const char *tpl_error,
   const checks_info *row = orv_find_check(check, &nullok, &options);
   char *value = orv_get_var(&cfg_vars, name, o_undefined);
   if (value == nullptr || value[strspn(value, " \t")] == '\0') {
-    if (nullok == 0 && is_displayed != 0) {
-      set_error(err_name, tpl_error, "Empty input where parameter is required",
-                var_label);
+    if (nullok == 0 && is_displayed()) {
+      check_failed(err_name, tpl_error,
+                   "Empty input where parameter is required", var_label);
     }
     return;
   }
   const char *fault = screen_value(value);
   if (fault != nullptr) {
-    set_error(err_name, tpl_error, fault, var_label);
+    check_failed(err_name, tpl_error, fault, var_label);
     return;
   }
   trim_spaces(value);
   if (row == nullptr) {
-    set_error(err_name, nullptr, "Bad check name in template", var_label);
+    check_failed(err_name, nullptr, "Bad check name in template", var_label);
     return;
   }
   row->func(value, options, tpl_error, err_name, var_label);
@@ -873,8 +306,8 @@ static void itm_check_checkbox(const pt_body_item *itm, const char *name,
       strcmp(value, "0") == 0) {
     return;
   }
-  set_error(itm->name, nullptr, "Checkbox must be True or False",
-            message_label(itm, is_table));
+  check_failed(itm->name, nullptr, "Checkbox must be True or False",
+               message_label(itm, is_table));
 }
 
 static void itm_check_select(const pt_body_item *itm, const char *name,
@@ -883,8 +316,8 @@ static void itm_check_select(const pt_body_item *itm, const char *name,
   const char *label = message_label(itm, is_table);
   const char *value = orv_get_var(&cfg_vars, name, o_undefined);
   if (value == nullptr || value[0] == '\0') {
-    if (is_displayed != 0) {
-      set_error(itm->name, nullptr, "Select returned a null value ?", label);
+    if (is_displayed()) {
+      check_failed(itm->name, nullptr, "Select returned a null value ?", label);
     }
     return;
   }
@@ -893,8 +326,8 @@ static void itm_check_select(const pt_body_item *itm, const char *name,
     choice = choice->next;
   }
   if (choice == nullptr) {
-    set_error(itm->name, nullptr, "Select value failed to match choices",
-              label);
+    check_failed(itm->name, nullptr, "Select value failed to match choices",
+                 label);
   }
 }
 
@@ -902,8 +335,9 @@ static void itm_check_select(const pt_body_item *itm, const char *name,
 static void itm_check_iselect(const pt_body_item *itm, const char *name)
 {
   const char *value = orv_get_var(&cfg_vars, name, o_undefined);
-  if ((value == nullptr || value[0] == '\0') && is_displayed != 0) {
-    set_error(itm->name, nullptr, "iSelect returned a null value ?", nullptr);
+  if ((value == nullptr || value[0] == '\0') && is_displayed()) {
+    check_failed(itm->name, nullptr, "iSelect returned a null value ?",
+                 nullptr);
   }
 }
 
@@ -1002,19 +436,8 @@ static void check_item(const pt_body_item *itm)
   case PT_FTABLE:
     do_table_iter(itm);
     break;
-  case PT_IF:
-    push_cond(0, itm->text.txt);
-    break;
-  case PT_IFNOT:
-    push_cond(1, itm->text.txt);
-    break;
-  case PT_ELSE:
-    flip_cond();
-    break;
-  case PT_ENDIF:
-    pop_cond();
-    break;
   default:
+    orv_conditions_follow(&conditions, itm);
     break;
   }
 }
@@ -1036,9 +459,8 @@ int orv_check_vars(pt_body_item *itm)
 {
   orv_free_vars(&err_vars);
   orv_free_vars(&failed_cells);
-  cond_sp = cond_stack;
+  orv_conditions_reset(&conditions);
   error_count = 0;
-  is_displayed = 1;
 
   for (const pt_body_item *at = itm; at != nullptr; at = next_item(at)) {
     check_item(at);
@@ -1046,7 +468,7 @@ int orv_check_vars(pt_body_item *itm)
   if (error_count != 0 && orv_find_var(&err_vars, "msg", 0) == nullptr) {
     char text[SUMMARY_SIZE];
     snprintf(text, sizeof text, "%d errors found", error_count);
-    set_error("msg", nullptr, text, nullptr);
+    check_failed("msg", nullptr, text, nullptr);
   }
   return error_count == 0 ? 1 : 0;
 }

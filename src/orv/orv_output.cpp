@@ -1,8 +1,8 @@
 // The page engine: text expansion, conditions and the body walk.
 //
 // One walk draws one page.  The module owns the tag replacements (borrowed
-// texts, set per walk and per item), the condition stack of the walk in
-// progress, and the expansion buffer, which only grows and lives until
+// texts, set per walk and per item), the conditions of the walk in progress,
+// and the expansion buffer, which only grows and lives until
 // orv_output_cleanup.  Nothing stops a walk: every problem becomes a comment
 // in the page and is counted.  The walker decides what is drawn and in which
 // order; how it looks is the output procedures' business.
@@ -16,21 +16,18 @@
 #include <syslog.h>
 
 #include "orv.h"
+#include "orv_conditions.h"
 #include "orv_error.h"
+#include "orv_expand.h"
 #include "orv_parser.h"
 #include "orv_vars.h"
-
-// A substitution tag and what it stands for at present.
-struct subs {
-  char tag;
-  const char *replacement; // borrowed; NULL: nothing at present
-};
 
 // A few references to a long value would otherwise make a page of any size.
 constexpr size_t EXPANSION_MAX = 1024UL * 1024;
 // More cells than a request has room for: a page shows each and posts its
 // state.
 constexpr int EMPTIED_CELLS_MAX = 50000;
+constexpr size_t CONDITION_SIZE = 50; // a problem of conditions
 
 // Set by each walk, kept afterwards.
 static const pto_procs *p;
@@ -40,19 +37,13 @@ static bool is_again;
 
 // Set by each walk (E, H, X) and for each item (V, N), reset by
 // orv_output_cleanup; looked up in this order.
-static subs subs[] = {{'E', nullptr}, {'H', nullptr}, {'X', nullptr},
-                      {'V', nullptr}, {'N', nullptr}, {'\0', nullptr}};
-// Scratch text for a tag that has no record.
-static char the_same[] = "$?$";
+static orv_tag tags[] = {{'E', false, nullptr}, {'H', false, nullptr},
+                         {'X', false, nullptr}, {'V', false, nullptr},
+                         {'N', false, nullptr}, {'\0', false, nullptr}};
 
 // Allocated by orv_out_expand, freed by orv_output_cleanup.
 static char *outbuf;
 static size_t outbuf_len;
-
-// Emptied at the start of a walk.
-static int cond_stack[ORV_CONDITIONS_MAX];
-static int *cond_sp = cond_stack;
-static int display = 1;
 
 // Texts are expanded before the first walk, too (the page's title, conditions
 // of checks); their problems have no page to go to.
@@ -69,31 +60,19 @@ static void problem(const char *message)
   }
 }
 
+static void condition_problem(const char *what)
+{
+  if (what != nullptr) {
+    char text[CONDITION_SIZE];
+    snprintf(text, sizeof text, "Error: %s", what);
+    problem(text);
+  }
+}
+
+// Left at the start of a walk.
+static orv_conditions conditions = {condition_problem, 0, 0, {}};
+
 // --- text expansion ----------------------------------------------------------
-
-static struct subs *find_subs(char tag)
-{
-  struct subs *sub = subs;
-  while (sub->tag != '\0' && sub->tag != tag) {
-    sub++;
-  }
-  return sub;
-}
-
-static void set_subs(char tag, const char *replacement)
-{
-  find_subs(tag)->replacement = replacement;
-}
-
-static const char *locate_subs(char tag)
-{
-  const struct subs *sub = find_subs(tag);
-  if (sub->tag == '\0') {
-    the_same[1] = tag;
-    return the_same;
-  }
-  return sub->replacement != nullptr ? sub->replacement : "";
-}
 
 // What a variable reference reads.
 struct reference {
@@ -114,23 +93,27 @@ static const reference references[] = {
 };
 // clang-format on
 
-// Looks up the reference that `in` begins with, "$T:name$".  Its value, "" when
-// it has none, and the text behind it in `*rest`; NULL with a problem told when
-// it is malformed.
-static const char *read_reference(char *in, char **rest)
+static const reference *find_reference(char type)
 {
-  char *name = in + 3;
-  char *end = strchr(name, '$');
+  for (const reference &row : references) {
+    if (row.type == type) {
+      return &row;
+    }
+  }
+  return nullptr;
+}
+
+// What a reference stands for, "" when it has no value.  The name is ended
+// where it stands while it is looked up: texts may be written to.
+static const char *read_reference(const char *in, const char **rest)
+{
+  const char *name = in + 3;
+  char *end = const_cast<char *>(strchr(name, '$'));
   if (end == nullptr) {
     problem("Bad format variable name missing $");
     return nullptr;
   }
-  const reference *ref = nullptr;
-  for (const reference &row : references) {
-    if (row.type == in[1]) {
-      ref = &row;
-    }
-  }
+  const reference *ref = find_reference(in[1]);
   if (ref == nullptr) {
     problem("Bad format variable subs. Unknown type");
     return nullptr;
@@ -144,36 +127,26 @@ static const char *read_reference(char *in, char **rest)
   return value != nullptr ? value : "";
 }
 
-// The replacement of the construct that `in` begins with, and the text behind
-// it in `*rest`; NULL when `in` begins with an ordinary character.
-static const char *read_construct(char *in, char **rest)
+static const orv_codes codes = {tags, read_reference};
+
+static void set_subs(char tag, const char *replacement)
 {
-  if (in[0] != '$' || in[1] == '\0') {
-    return nullptr;
-  }
-  if (in[2] == '$') {
-    *rest = in + 3;
-    return locate_subs(in[1]);
-  }
-  return in[2] == ':' ? read_reference(in, rest) : nullptr;
+  orv_find_tag(&codes, tag)->replacement = replacement;
 }
 
 // Writes the expansion of `in`, cut at `limit`, unless `out` is NULL; its
 // length.  What stands behind the cut is looked up all the same, so that both
 // passes meet, and tell, the same problems.
-static size_t expand_p(char *out, char *in, size_t limit)
+static size_t expand_p(char *out, const char *in, size_t limit)
 {
   size_t length = 0;
   while (*in != '\0') {
-    char *rest = in + 1;
-    const char *text = read_construct(in, &rest);
-    const size_t text_length =
-        std::min(text != nullptr ? strlen(text) : 1, limit - length);
+    const orv_piece piece = orv_next_piece(&codes, &in);
+    const size_t taken = std::min(piece.length, limit - length);
     if (out != nullptr) {
-      memcpy(out + length, text != nullptr ? text : in, text_length);
+      memcpy(out + length, piece.text, taken);
     }
-    length += text_length;
-    in = rest;
+    length += taken;
   }
   if (out != nullptr) {
     out[length] = '\0';
@@ -231,54 +204,9 @@ void orv_output_cleanup(void)
   free(outbuf);
   outbuf = nullptr;
   outbuf_len = 0;
-  for (struct subs &sub : subs) {
-    sub.replacement = nullptr;
+  for (orv_tag &record : tags) {
+    record.replacement = nullptr;
   }
-}
-
-// --- conditions --------------------------------------------------------------
-
-static void set_display()
-{
-  display = 1;
-  for (const int *entry = cond_stack; entry < cond_sp && display == 1;
-       entry++) {
-    display = *entry;
-  }
-}
-
-static void push_cond(int negate, char *cond)
-{
-  if (cond_sp == cond_stack + ORV_CONDITIONS_MAX) {
-    problem("Error: Condition stack overflow");
-    return;
-  }
-  const int c = orv_string_is_true(orv_out_expand(cond));
-  *cond_sp = negate != 0 ? !c : c;
-  if (*cond_sp == 0) {
-    display = 0;
-  }
-  cond_sp++;
-}
-
-static void flip_cond()
-{
-  if (cond_sp == cond_stack) {
-    problem("Error: Condition stack underflow");
-    return;
-  }
-  cond_sp[-1] = !cond_sp[-1];
-  set_display();
-}
-
-static void pop_cond()
-{
-  if (cond_sp == cond_stack) {
-    problem("Error: Condition stack underflow");
-    return;
-  }
-  cond_sp--;
-  set_display();
 }
 
 // --- multi-column tables -----------------------------------------------------
@@ -461,7 +389,7 @@ static void do_ftable_iter(pt_body_item *table)
 
 static void do_display(void (*slot)(char *), char *text)
 {
-  if (display == 1) {
+  if (orv_conditions_hold(&conditions)) {
     slot(expand_or_empty(text));
   }
 }
@@ -620,27 +548,6 @@ static void draw_item(pt_body_item *itm, int help)
   }
 }
 
-// Carries out the conditional items, which act whatever is displayed.
-static void follow_condition(const pt_body_item *itm)
-{
-  switch (itm->type) {
-  case PT_IF:
-    push_cond(0, itm->text.txt);
-    break;
-  case PT_IFNOT:
-    push_cond(1, itm->text.txt);
-    break;
-  case PT_ELSE:
-    flip_cond();
-    break;
-  case PT_ENDIF:
-    pop_cond();
-    break;
-  default:
-    break;
-  }
-}
-
 // Steps over the columns of a table and draws their errors; the last item of
 // the table.
 static pt_body_item *finish_table(pt_body_item *table)
@@ -650,7 +557,7 @@ static pt_body_item *finish_table(pt_body_item *table)
   while (i > 0 && itm->next != nullptr) {
     itm = itm->next;
     i--;
-    if (display == 1) {
+    if (orv_conditions_hold(&conditions)) {
       add_error(itm);
     }
   }
@@ -666,8 +573,7 @@ static void start_walk(const pto_procs *pp, int help, const char *error_text)
 {
   p = pp;
   error_count = 0;
-  cond_sp = cond_stack;
-  set_display();
+  orv_conditions_reset(&conditions);
   set_subs('E', error_text);
   set_subs('H', help != 0 ? "True" : "False");
   set_subs('X', orv_expert_mode != 0 ? "True" : "False");
@@ -680,18 +586,17 @@ int orv_body_output(const pto_procs *pp, pt_body_item *itm, int help,
   for (; itm != nullptr; itm = itm->next) {
     set_subs('V', nullptr);
     set_subs('N', nullptr);
-    if (display == 1) {
+    if (orv_conditions_hold(&conditions)) {
       p->o_comment("Line %d", itm->line_number);
       draw_item(itm, help);
     }
-    follow_condition(itm);
+    orv_conditions_follow(&conditions, itm);
     if (itm->type == PT_TABLE || itm->type == PT_FTABLE) {
       itm = finish_table(itm);
     }
   }
-  if (cond_sp != cond_stack) {
-    p->o_comment("%d conditions left on stack",
-                 static_cast<int>(cond_sp - cond_stack));
+  if (conditions.depth != 0) {
+    p->o_comment("%d conditions left on stack", conditions.depth);
     error_count++;
   }
   if (error_count > 0) {

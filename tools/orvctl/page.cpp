@@ -20,12 +20,11 @@
 #include "html_records.h"
 #include "orv.h"
 #include "orv_changes.h"
-#include "orv_check.h"
 #include "orv_error.h"
 #include "orv_guard.h"
 #include "orv_output.h"
-#include "orv_scripts.h"
 #include "orv_secret.h"
+#include "orv_submit.h"
 #include "orv_vars.h"
 #include "suggest.h"
 
@@ -634,15 +633,6 @@ static page_result refuse(const char *otherwise)
   return PAGE_REFUSED;
 }
 
-// A save is whole or has not begun, whatever becomes of the terminal.
-static bool save()
-{
-  orv_script_let_finish(1);
-  const int saved = orv_save_vars(&cfg_vars, hdr->write_script);
-  orv_script_let_finish(0);
-  return saved != 0;
-}
-
 static bool is_changed(const orv_var *var)
 {
   orv_var alone = *var;
@@ -699,32 +689,30 @@ static bool find_changes()
   return whole;
 }
 
+// A save is whole or has not begun, whatever becomes of the terminal.
 page_result page_submit(bool dry)
 {
   forget_changes();
   post();
-  if (del_vars != nullptr) {
-    message = "Table rows have been deleted. Resubmit to confirm";
+  orv_refusal why = orv_submit_rows();
+  if (why != nullptr) {
+    message = why;
     return draw() ? PAGE_AGAIN : PAGE_REFUSED;
   }
   const bool differs = orv_vars_changed(&cfg_vars) != nullptr;
-  if (!differs && orv_always_submit_set() == 0) {
+  if (!orv_submit_is_due()) {
     return PAGE_UNCHANGED;
   }
-  if (orv_check_vars(body) == 0) {
-    return refuse("Error in configuration settings");
-  }
-  if (orv_save_vars(&cfg_vars, hdr->check_script) == 0) {
-    return refuse("Error running configuration check script");
+  why = orv_submit_judge(hdr, body);
+  if (why != nullptr) {
+    return refuse(why);
   }
   has_changed = differs;
   if (!find_changes()) {
     return refuse("Out of memory");
   }
-  if (!dry && !save()) {
-    return refuse("Error saving configuration");
-  }
-  return orv_error_msg == nullptr ? PAGE_SAVED : refuse(nullptr);
+  why = dry ? nullptr : orv_submit_save(hdr);
+  return why == nullptr && orv_error_msg == nullptr ? PAGE_SAVED : refuse(why);
 }
 
 // --- looking at it -----------------------------------------------------------
