@@ -1,59 +1,42 @@
 // The HTML renderer: the output procedures that draw a form as HTML.
 //
 // Owns the structure of the page being written: whether its heading is still
-// to be printed, and whether its one form and a table are open.  The names of
-// the visible fields, the hidden fields that close the form and the links of
-// menus are the protocol by which a page hands its state to the next request.
-// Nothing here fails or reports; what is missing is drawn as empty, and names
-// and links that are too long are cut.
+// to be printed, and whether its one form and a table are open.  What a page
+// posts beside what is seen, links and the help for controls have files of
+// their own.  Nothing here fails or reports; what is missing is drawn as empty,
+// and names and links that are too long are cut.
 
 #include "cgi_output.h"
 
 #include <stdio.h>
 #include <string.h>
-#include <strings.h>
 
 #include "cgi.h"
+#include "cgi_control.h"
 #include "cgi_main.h"
+#include "cgi_menu.h"
+#include "cgi_state.h"
 #include "html.h"
 #include "orv.h"
-#include "orv_check.h"
 #include "orv_output.h"
 #include "orv_parser.h"
 #include "orv_secret.h"
 #include "orv_vars.h"
 
-constexpr size_t CODE_LENGTH = 3; // a character in an address, as "%25"
 // A number of at most three digits; wider fields fit no screen.
 constexpr size_t SIZE_SIZE = 4;
-constexpr size_t CONTROL_ID_SIZE = 16; // a letter and a line number
-// A column's label, cut where it is longer than can be listened to, and its
-// row.
-constexpr int CONTROL_LABEL_MAX = 100;
-constexpr size_t CONTROL_LABEL_SIZE = CONTROL_LABEL_MAX + 20;
-// Far more names than conditions of a form ask for; what does not fit is left
-// out, and changes with a button as it does without scripts.
-constexpr size_t CONDITIONS_SIZE = 500;
-// Messages repeated in cells: more than anybody scrolls through on a phone,
-// where every cell of a long table may fail with a long value in its message.
-constexpr size_t CELL_MESSAGES_MAX = 256UL * 1024;
-
+constexpr size_t DELETE_LABEL_SIZE = 32; // of a deletion box, for who listens
 static const char NBSP[] = "&nbsp;";
 
 // Zero at the start of the process, which draws one page.
 static char *default_heading; // borrowed; NULL once printed or cancelled
 static int form_running;
 static int table_running;
-static unsigned int row; // body row of the multi-column table being drawn
+static control_place place; // of the control in progress
 
-static pt_body_item *drawn;   // the field or table drawn last, or in progress
-static int row_labelled;      // the field row in progress shows its label
-static int failure_focused;   // the first failing control has been drawn
-static bool cell_has_message; // the cell in progress shows its column's error
+static pt_body_item *drawn; // the field or table drawn last, or in progress
 
 static char size_value[SIZE_SIZE]; // set before each use
-
-static char conditions[CONDITIONS_SIZE]; // collected before the body is drawn
 
 static html_attribute form_conditions = {"data-conditions", nullptr, nullptr};
 static html_attribute html_form_name = {"name", "f1", &form_conditions};
@@ -113,60 +96,6 @@ void cgiout_close_table(void)
   }
 }
 
-// --- conditions --------------------------------------------------------------
-// They are decided when a page is drawn.  The form names the variables that
-// they read, so that scripts of the browser can have it drawn again at once.
-
-// Names differ by more than capitals.
-static bool is_watched(const char *name, size_t length)
-{
-  const char *at = conditions;
-  while (*at != '\0') {
-    if (strncasecmp(at, name, length) == 0 && at[length] == ' ') {
-      return true;
-    }
-    at += strcspn(at, " ") + 1;
-  }
-  return false;
-}
-
-static void watch(const char *name, size_t length)
-{
-  const size_t used = strlen(conditions);
-  if (length > 0 && used + length + 2 <= sizeof conditions &&
-      !is_watched(name, length)) {
-    memcpy(conditions + used, name, length);
-    conditions[used + length] = ' ';
-    form_conditions.value = conditions;
-  }
-}
-
-// Reads the condition as its expansion does.
-static void add_condition(const char *text)
-{
-  text = strchr(text, '$');
-  while (text != nullptr && text[1] != '\0') {
-    const bool is_reference =
-        text[2] == ':' && strchr("CDENOUV", text[1]) != nullptr;
-    const char *end = is_reference ? strchr(text + 3, '$') : nullptr;
-    if (text[2] == '$') {
-      end = text + 2;
-    } else if (end != nullptr && strchr("UV", text[1]) != nullptr) {
-      watch(text + 3, static_cast<size_t>(end - text) - 3);
-    }
-    text = strchr(end != nullptr ? end + 1 : text + 1, '$');
-  }
-}
-
-static void collect_conditions(const pt_body_item *itm)
-{
-  for (; itm != nullptr; itm = itm->next) {
-    if (itm->type == PT_IF || itm->type == PT_IFNOT) {
-      add_condition(itm->text.txt);
-    }
-  }
-}
-
 // --- the hidden state --------------------------------------------------------
 
 static void hidden_field(const char *name, const char *value)
@@ -179,87 +108,6 @@ static void hidden_if_set(const char *name, const char *value)
   if (value != nullptr) {
     hidden_field(name, value);
   }
-}
-
-void cgiout_state_name(char (&field)[ORV_NAME_SIZE], char type,
-                       const char *name)
-{
-  const size_t length = strnlen(name, sizeof field - 3);
-  field[0] = type;
-  field[1] = '_';
-  memcpy(field + 2, name, length);
-  field[2 + length] = '\0';
-}
-
-// An unticked box posts nothing, so a check box carries "False" as its user
-// value, which a ticked box's own field then replaces.  One of a row that was
-// emptied stays empty, or its row would count as used.
-static const char *user_value(const orv_var *var)
-{
-  const bool is_empty = var->u_value != nullptr && var->u_value[0] == '\0';
-  return var->is_checkbox && !is_empty ? "False" : var->u_value;
-}
-
-void cgiout_variables(void (*put)(const char *name, const char *value))
-{
-  for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
-    const struct {
-      char type;
-      const char *text;
-    } values[] = {
-        {'d', var->d_value},
-        {'c', var->c_value},
-        {'o', var->o_value},
-        {'u', user_value(var)},
-    };
-    for (const auto &value : values) {
-      if (value.text != nullptr) {
-        char field[ORV_NAME_SIZE];
-        cgiout_state_name(field, value.type, var->name);
-        put(field, value.text);
-      }
-    }
-  }
-}
-
-static bool is_choice_of(const pt_body_item *itm, const char *name)
-{
-  if (itm->type != PT_CHECKBOX && itm->type != PT_SELECT &&
-      itm->type != PT_ISELECT) {
-    return false;
-  }
-  const size_t length = strlen(itm->name);
-  return strncasecmp(name, itm->name, length) == 0 &&
-         name[length + strspn(name + length, "0123456789")] == '\0';
-}
-
-// A row that moves up takes its values along as the user's.
-static bool has_secret(const orv_var *var)
-{
-  if (!orv_is_secret_name(var->name)) {
-    return false;
-  }
-  const char *value = del_vars != nullptr
-                          ? orv_get_var(&cfg_vars, var->name, o_undefined)
-                          : var->u_value;
-  return value != nullptr && value[0] != '\0';
-}
-
-bool cgiout_carries_secret(const pt_body_item *body)
-{
-  for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
-    if (!has_secret(var)) {
-      continue;
-    }
-    const pt_body_item *itm = body;
-    while (itm != nullptr && !is_choice_of(itm, var->name)) {
-      itm = itm->next;
-    }
-    if (itm == nullptr) {
-      return true;
-    }
-  }
-  return false;
 }
 
 void cgiout_close_form(void)
@@ -313,19 +161,6 @@ static void op_header2(char *text)
   body_heading(1, nullptr, text);
 }
 
-// --- recorded errors ---------------------------------------------------------
-
-// What is recorded for the item, NULL when that is nothing or blank.
-static const char *recorded_error(const pt_body_item *itm)
-{
-  const char *text = orv_get_var(&err_vars, itm->name, o_undefined);
-  if (text == nullptr) {
-    return nullptr;
-  }
-  text += strspn(text, " \t");
-  return *text != '\0' ? text : nullptr;
-}
-
 // The item, among the one drawn last and its columns, whose recorded error is
 // the very text; NULL when there is none.
 static const pt_body_item *error_owner(const char *text)
@@ -335,16 +170,11 @@ static const pt_body_item *error_owner(const char *text)
   if (itm != nullptr && (itm->type == PT_TABLE || itm->type == PT_FTABLE)) {
     columns = itm->table.columns;
   }
-  while (itm != nullptr && recorded_error(itm) != text) {
+  while (itm != nullptr && cgi_recorded_error(itm) != text) {
     itm = columns > 0 ? itm->next : nullptr;
     columns--;
   }
   return itm;
-}
-
-static void error_id(char (&id)[CONTROL_ID_SIZE], const pt_body_item *itm)
-{
-  snprintf(id, sizeof id, "e%d", itm->line_number);
 }
 
 // --- text, help and errors ---------------------------------------------------
@@ -396,11 +226,6 @@ static const char *markup(const char *css_class, const char *code, int *open)
   return code + 3;
 }
 
-static bool is_markup(const char *text)
-{
-  return text[0] == '$' && text[1] != '\0' && text[2] == '$';
-}
-
 static void cgiout_para_block(const char *css_class, const char *txt,
                               const html_attribute *attrs)
 {
@@ -409,7 +234,7 @@ static void cgiout_para_block(const char *css_class, const char *txt,
   const char *text = txt; // what has not been written yet
   const char *dollar = strchr(text, '$');
   while (dollar != nullptr) {
-    if (is_markup(dollar)) {
+    if (cgi_is_markup(dollar)) {
       html_escape_data(text, static_cast<size_t>(dollar - text));
       text = markup(css_class, dollar, &open);
       dollar = strchr(text, '$');
@@ -473,74 +298,13 @@ static void op_error(char *text)
   html_attribute attr = {"role", del_vars != nullptr ? "status" : "alert",
                          nullptr};
   if (owner != nullptr) {
-    error_id(id, owner);
+    cgi_error_id(id, owner);
     attr = {"id", id, nullptr};
   }
   text_item("error", text, &attr);
 }
 
 // --- menus -------------------------------------------------------------------
-
-struct address {
-  char text[CGI_HREF_SIZE]; // zeros behind its end
-  size_t length;
-};
-
-// Adds `part` with a code for each of its `special` characters.  Where there is
-// no more room, the address ends.
-static void add_part(address *to, const char *part, const char *special)
-{
-  for (; *part != '\0'; part++) {
-    const size_t length = strchr(special, *part) != nullptr ? CODE_LENGTH : 1;
-    char *at = to->text + to->length;
-    to->length += length;
-    if (to->length >= sizeof to->text) {
-      to->length = sizeof to->text;
-      return;
-    }
-    *at = *part;
-    if (length > 1) {
-      snprintf(at, CODE_LENGTH + 1, "%%%02hhX",
-               static_cast<unsigned char>(*part));
-    }
-  }
-}
-
-// Adds a name, with codes for what a request would not read as a part of it.
-static void add_name_part(address *to, const char *name)
-{
-  add_part(to, name, "&#%+");
-}
-
-// Writes a menu entry that links to the form and sub-item which `target` joins
-// by its first "/".  Without one, `target` is the sub-item of `form`, or the
-// form itself when that is NULL.
-static void menu_entry(char *target, const char *form, const char *item_class,
-                       const char *link_class, const char *text)
-{
-  char *slash = strchr(target, '/');
-  const char *subitem = form != nullptr ? target : nullptr;
-  if (slash != nullptr) {
-    *slash = '\0';
-    subitem = slash + 1;
-  }
-  address link = {};
-  add_part(&link, cgiScriptName, "");
-  add_part(&link, "?form=", "");
-  add_name_part(&link, slash != nullptr || form == nullptr ? target : form);
-  if (subitem != nullptr) {
-    add_part(&link, "&subitem=", "");
-    add_name_part(&link, subitem);
-  }
-  if (slash != nullptr) {
-    *slash = '/';
-  }
-  html_li_begin(item_class, nullptr);
-  html_a_begin(link.text, link_class, nullptr);
-  html_escape(text);
-  html_a_end();
-  html_li_end();
-}
 
 static void op_forms_menu(pt_body_item *itm)
 {
@@ -549,7 +313,8 @@ static void op_forms_menu(pt_body_item *itm)
   html_ul_begin("formsmenu", nullptr);
   for (html_form_list_opt *choice = itm->choices.choices; choice != nullptr;
        choice = choice->next) {
-    menu_entry(choice->value, nullptr, "formsmenu", "formsmenu", choice->label);
+    cgi_menu_entry(choice->value, nullptr, "formsmenu", "formsmenu",
+                   choice->label);
   }
   html_ul_end();
 }
@@ -562,257 +327,12 @@ static void op_menu_start(pt_body_item *)
 
 static void op_menu_choice(pt_body_item *itm, char *select, char *, char *text)
 {
-  menu_entry(select, itm->name, "form", nullptr, text);
+  cgi_menu_entry(select, itm->name, "form", nullptr, text);
 }
 
 static void op_menu_stop(pt_body_item *)
 {
   html_ul_end();
-}
-
-// --- what helps the user of a control ----------------------------------------
-// Attributes that add a name, the error and hints for input, but change nothing
-// that is shown as text or posted.
-
-// In the order in which they are written; a control has each once at most.
-enum control_attr {
-  ATTR_ID,
-  ATTR_LABEL,
-  ATTR_INVALID,
-  ATTR_DESCRIBEDBY,
-  ATTR_AUTOFOCUS,
-  ATTR_INPUTMODE,
-  ATTR_AUTOCOMPLETE,
-  ATTR_AUTOCAPITALIZE,
-  ATTR_SPELLCHECK,
-  CONTROL_ATTRS, // their number
-};
-
-static const char *const attr_names[] = {
-    "id",        "aria-label", "aria-invalid", "aria-describedby",
-    "autofocus", "inputmode",  "autocomplete", "autocapitalize",
-    "spellcheck"};
-static_assert(sizeof attr_names / sizeof *attr_names == CONTROL_ATTRS,
-              "every attribute has its name");
-
-// Valid until the next control.
-struct control_attrs {
-  html_attribute attrs[CONTROL_ATTRS];
-  int count;
-};
-
-static void add_attr(control_attrs *list, control_attr which, const char *value)
-{
-  html_attribute *attr = &list->attrs[list->count];
-  *attr = {attr_names[which], value, nullptr};
-  if (list->count > 0) {
-    attr[-1].next = attr;
-  }
-  list->count++;
-}
-
-static const char *control_id(const pt_body_item *itm)
-{
-  static char id[CONTROL_ID_SIZE];
-  snprintf(id, sizeof id, "i%d", itm->line_number);
-  return id;
-}
-
-// What names a control best.  A field's label is expanded where it is shown; a
-// second expansion would tell its problems twice.  A column's is shown as it
-// stands.
-static const char *any_label(const pt_body_item *itm)
-{
-  const char *const by_rank[] = {itm->label, itm->rlabel, itm->prompt};
-  for (const char *label : by_rank) {
-    if (label != nullptr && label[0] != '\0' &&
-        ((itm->column >= 0 && label == itm->label) ||
-         strchr(label, '$') == nullptr)) {
-      return label;
-    }
-  }
-  return itm->name;
-}
-
-// A field row's label element points at its control by an id made of the
-// template's line, which is unique; a table's cell, and a field that shows no
-// label, has its name in an attribute.
-static void add_name(control_attrs *list, const pt_body_item *itm)
-{
-  static char text[CONTROL_LABEL_SIZE];
-  if (itm->column >= 0) {
-    snprintf(text, sizeof text, "%.*s, row %u", CONTROL_LABEL_MAX,
-             any_label(itm), row + 1);
-    add_attr(list, ATTR_LABEL, text);
-  } else if (row_labelled != 0) {
-    add_attr(list, ATTR_ID, control_id(itm));
-  } else {
-    add_attr(list, ATTR_LABEL, any_label(itm));
-  }
-}
-
-static bool cell_fails(const char *varname)
-{
-  return orv_find_var(&failed_cells, varname, 0) != nullptr;
-}
-
-static bool field_fails(const pt_body_item *itm)
-{
-  const char *label =
-      itm->type == PT_TEXT_FIELD ? itm->field.check_label : nullptr;
-  return recorded_error(itm) != nullptr ||
-         (label != nullptr &&
-          orv_get_var(&err_vars, label, o_undefined) != nullptr);
-}
-
-// Errors of a table are shown by column.  Our checks know which cells are wrong
-// and scripts may say so; what a script says of the column may be about any
-// cell, so it describes them all.
-// A field's error may be recorded under a label of its own, and is then shown
-// where the template wants it.  Where a row is drawn as a card, the message is
-// seen in each marked cell, else in the first row's.
-static void add_error_state(control_attrs *list, const pt_body_item *itm,
-                            const char *varname)
-{
-  static char id[CONTROL_ID_SIZE];
-  const bool is_cell = itm->column >= 0;
-  const bool failing = is_cell ? cell_fails(varname) : field_fails(itm);
-  const bool has_error = recorded_error(itm) != nullptr &&
-                         (failing || !is_cell || !orv_column_is_marked(itm));
-  if (failing) {
-    add_attr(list, ATTR_INVALID, "true");
-  }
-  if (has_error) {
-    error_id(id, itm);
-    add_attr(list, ATTR_DESCRIBEDBY, id);
-    cell_has_message = is_cell && (failing || row == 0);
-  }
-  if ((failing || has_error) && failure_focused == 0 &&
-      itm->type != PT_TEXT_FIXED) {
-    add_attr(list, ATTR_AUTOFOCUS, "autofocus");
-    failure_focused = 1;
-  }
-}
-
-// What a keyboard should offer and a browser may fill in; NULL: no hint.
-struct input_hint {
-  const char *check;
-  const char *inputmode;
-  const char *autocomplete;
-};
-
-// Numbers that may be negative or hexadecimal need more than a number pad; the
-// keyboard for addresses of the web has the dot, the colon and the slash at
-// hand.  Nothing is switched off: a browser that goes Back would not put back
-// what was typed into a field without completion.
-// clang-format off
-static const input_hint input_hints[] = {
-  {"decimal", "numeric", nullptr},
-  {"real",    "decimal", nullptr},
-  {"ipaddr",  "url",     nullptr},
-  {"email",   "email",   "email"},
-  {"file",    "url",     nullptr},
-  {"path",    "url",     nullptr},
-};
-// clang-format on
-
-// Values of every check but "text" are no prose.
-static void add_input_hints(control_attrs *list, const pt_body_item *itm)
-{
-  if (orv_is_secret(itm)) {
-    add_attr(list, ATTR_AUTOCOMPLETE, "new-password");
-    return;
-  }
-  int nullok;
-  const char *options;
-  const checks_info *check =
-      orv_find_check(itm->field.check, &nullok, &options);
-  if (check == nullptr || strcmp(check->name, "text") == 0) {
-    return;
-  }
-  for (const input_hint &hint : input_hints) {
-    if (strcmp(hint.check, check->name) == 0) {
-      add_attr(list, ATTR_INPUTMODE, hint.inputmode);
-      add_attr(list, ATTR_AUTOCOMPLETE, hint.autocomplete);
-    }
-  }
-  add_attr(list, ATTR_AUTOCAPITALIZE, "none");
-  add_attr(list, ATTR_SPELLCHECK, "false");
-}
-
-// All of them, in front of `tail`.
-static html_attribute *control_help(const pt_body_item *itm,
-                                    const char *varname, html_attribute *tail)
-{
-  static control_attrs list;
-  list.count = 0;
-  add_name(&list, itm);
-  add_error_state(&list, itm, varname);
-  if (itm->type == PT_TEXT_FIELD) {
-    add_input_hints(&list, itm);
-  }
-  list.attrs[list.count - 1].next = tail;
-  return list.attrs;
-}
-
-// --- texts for narrow screens ------------------------------------------------
-// Empty elements whose attribute the style sheet draws where the text proper
-// stands too far away or is cut, so nothing is shown or read out twice.
-
-static void narrow_text(const char *css_class, const char *text)
-{
-  html_attribute hidden = {"aria-hidden", "true", nullptr};
-  html_attribute attr = {"data-text", text, &hidden};
-  html_span_begin(css_class, &attr);
-  html_span_end();
-}
-
-// Drops the markup codes of `text`, in place; a break becomes a blank.
-static void drop_markup(char *text)
-{
-  char *to = text;
-  while (*text != '\0') {
-    if (!is_markup(text)) {
-      *to++ = *text++;
-      continue;
-    }
-    if (text[1] == '$') {
-      *to++ = '$';
-    } else if (text[1] == 'L' || text[1] == 'I') {
-      *to++ = ' ';
-    }
-    text += 3;
-  }
-  *to = '\0';
-}
-
-// Expanded like the paragraph's.  What the cells' messages have no room for
-// stands in the paragraph alone.
-static void draw_cell_message(const char *recorded)
-{
-  static size_t room = CELL_MESSAGES_MAX;
-  char *text =
-      room > 0 ? orv_out_expand_again(const_cast<char *>(recorded)) : nullptr;
-  if (text == nullptr) {
-    return;
-  }
-  const size_t length = strlen(text);
-  if (length > room) {
-    room = 0;
-    return;
-  }
-  room -= length;
-  drop_markup(text);
-  narrow_text("wrong", text);
-}
-
-static void cell_message(const pt_body_item *column)
-{
-  const char *recorded = recorded_error(column);
-  if (cell_has_message && recorded != nullptr) {
-    draw_cell_message(recorded);
-  }
-  cell_has_message = false;
 }
 
 // --- controls ----------------------------------------------------------------
@@ -825,7 +345,7 @@ static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
   snprintf(size_value, sizeof size_value, "%d", width);
   html_attribute *attrs = fixed != 0 ? &op_text_field_core_attr_disabled
                                      : &op_text_field_core_attr_size;
-  attrs = control_help(itm, varname, attrs);
+  attrs = cgi_control_help(itm, varname, place, attrs);
   if (fixed == 0 && orv_is_secret(itm)) {
     html_form_password_input(name, value, attrs);
   } else {
@@ -833,39 +353,15 @@ static void op_text_field_core(pt_body_item *itm, char *name, char *varname,
                          attrs);
   }
   if (fixed != 0 && value != nullptr) {
-    narrow_text(nullptr, value); // a control's one line would cut it
+    cgi_narrow_text(nullptr, value); // a control's one line would cut it
   }
-}
-
-bool cgiout_mark_checkbox(const char *name, const char *varname)
-{
-  const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
-  if (value != nullptr) {
-    orv_set_var_ischeckbox(varname);
-    orv_set_var_ischeckbox(name); // as which it is posted
-  }
-  return orv_string_is_true(value) != 0;
 }
 
 static void op_checkbox_core(pt_body_item *itm, char *name, char *varname)
 {
   const int ticked = cgiout_mark_checkbox(name, varname) ? 1 : 0;
   html_form_checkbox(name, "True", ticked, nullptr, nullptr, nullptr,
-                     control_help(itm, varname, nullptr));
-}
-
-html_form_list_opt *cgiout_mark_choice(pt_body_item *itm, const char *varname)
-{
-  const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
-  html_form_list_opt *chosen = nullptr;
-  for (html_form_list_opt *choice = itm->choices.choices; choice != nullptr;
-       choice = choice->next) {
-    const bool selected = value != nullptr && choice->value != nullptr &&
-                          strcmp(value, choice->value) == 0;
-    choice->selected = selected ? 1 : 0;
-    chosen = selected ? choice : chosen;
-  }
-  return chosen != nullptr ? chosen : itm->choices.choices;
+                     cgi_control_help(itm, varname, place, nullptr));
 }
 
 // The hidden default records what the list shows as chosen.
@@ -881,7 +377,7 @@ static void op_select_core(pt_body_item *itm, char *name, char *varname)
     }
   }
   html_form_list(name, 1, nullptr, itm->choices.choices, nullptr,
-                 control_help(itm, varname, nullptr));
+                 cgi_control_help(itm, varname, place, nullptr));
 }
 
 // --- labelled field rows -----------------------------------------------------
@@ -893,14 +389,14 @@ static void do_form_left(pt_body_item *itm, int do_label)
   html_tr_begin(nullptr, nullptr);
   html_td_begin("formleft", &valign);
   drawn = itm;
-  row_labelled = 0;
+  place.labelled = false;
   if (do_label != 0 && itm->label != nullptr) {
     const char *label = expand(itm->label);
     if (label[0] != '\0') {
-      html_label_begin(control_id(itm), nullptr, nullptr);
+      html_label_begin(cgi_control_id(itm), nullptr, nullptr);
       html_escape(label);
       html_label_end();
-      row_labelled = 1;
+      place.labelled = true;
     }
   } else {
     fputs(NBSP, cgiOut);
@@ -967,15 +463,15 @@ static void start_mcol_table(pt_body_item *table)
   cgiout_start_table("multicol");
   html_thead_begin("multicol", nullptr);
   html_tr_begin("multicol", nullptr);
-  row = 0;
+  place.row = 0;
 }
 
 static void delete_box(const pt_body_item *table)
 {
   char name[CGI_DELETE_NAME_SIZE];
-  char label[CONTROL_LABEL_SIZE];
-  snprintf(name, sizeof name, "delete_%s_%u", table->name, row);
-  snprintf(label, sizeof label, "Delete row %u", row + 1);
+  char label[DELETE_LABEL_SIZE];
+  snprintf(name, sizeof name, "delete_%s_%u", table->name, place.row);
+  snprintf(label, sizeof label, "Delete row %u", place.row + 1);
   html_attribute aria = {"aria-label", label, nullptr};
   html_form_checkbox(name, "True", 0, nullptr, nullptr, "multicol", &aria);
 }
@@ -1005,18 +501,18 @@ static void op_mcol_trans(pt_body_item *itm, mcol_trans type)
     delete_box(itm);
     html_td_end();
     html_tr_end();
-    row++;
+    place.row++;
     break;
   case MCOL_ROW_END_BLANK:
     html_td_begin("multicol", &new_row);
     fputs(NBSP, cgiOut);
     html_td_end();
     html_tr_end();
-    row++;
+    place.row++;
     break;
   case MCOL_ROW_END:
     html_tr_end();
-    row++;
+    place.row++;
     break;
   case MCOL_COL_START: {
     html_attribute label = {"data-label", itm->label, nullptr};
@@ -1024,7 +520,7 @@ static void op_mcol_trans(pt_body_item *itm, mcol_trans type)
     break;
   }
   case MCOL_COL_END:
-    cell_message(itm);
+    cgi_cell_message(itm);
     html_td_end();
     break;
   case MCOL_END:
@@ -1064,6 +560,6 @@ static_assert(sizeof html_procs == 19 * sizeof(void (*)()),
 
 void cgi_body_output(pt_body_item *body, int help, const char *error)
 {
-  collect_conditions(body);
+  form_conditions.value = cgiout_conditions(body);
   orv_body_output(&html_procs, body, help, error);
 }
