@@ -29,8 +29,10 @@ orv__load() {
   local file=$ORV_STATE/$1 line lines=() shipped=() cut='' stamp='0 -'
   [[ ${#1} -le 99 && $1 == [A-Za-z0-9]* && $1 != *[!A-Za-z0-9_.-]* ]] || return
   [[ ! -f $file || ! -r $file ]] || mapfile -t lines <"$file"
+  [[ ! -r $ORV_DEFAULTS/$1 ]] || mapfile -t shipped <"$ORV_DEFAULTS/$1"
   if [[ $ORV_TRANSACTION || -L $file || -e $ORV_STATE/.commit || -e $file &&
-    ${lines[0]} != '#orv 2 '+([0-9])' '* || ! -x $ORV_STATE ||
+    (${lines[0]} != '#orv 2 '+([0-9])' '* || ${lines[2]} != "${shipped[0]}" &&
+    ${lines[2]}${shipped[0]} == *'#version '*) || ! -x $ORV_STATE ||
     -e $ORV_DEFAULTS/$1 && ! -r $ORV_DEFAULTS/$1 ]]; then
     orv__find "$1" || return
   elif [[ -e $file ]]; then
@@ -38,7 +40,6 @@ orv__load() {
     cut=${cut/#\*/+([!=])} cut="@(${cut// /|})+([0-9])=*" # no row comes back
   fi
   orv__stamps[$1]=$stamp
-  [[ ! -r $ORV_DEFAULTS/$1 ]] || mapfile -t shipped <"$ORV_DEFAULTS/$1"
   for line in "${shipped[@]}"; do
     [[ $line != [A-Za-z]*=* || $line == $cut ]] || orv[${line%%=*}]=${line#*=}
   done

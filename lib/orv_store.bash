@@ -7,6 +7,7 @@
 # Lists of orv.bash, which are no arrays by number.
 # shellcheck disable=SC2004,SC2034,SC2153,SC2154
 export ORV_TEMPLATES=${ORV_TEMPLATES:-${BASH_SOURCE[0]%/*}/../templates}
+export ORV_MIGRATE=${ORV_MIGRATE:-${BASH_SOURCE[0]%/*}/../migrate}
 export ORV_ACTIONS=${ORV_ACTIONS:-${BASH_SOURCE[0]%/*}/../actions}
 orv__program=${ORV_STORE:-${BASH_SOURCE[0]%/*}/orv-store} # or where PATH says
 [[ $ORV_STORE || -x $orv__program ]] || orv__program='orv-store'
@@ -59,7 +60,27 @@ orv__find() {
     cut='+([!=])[0-9]=*' stamp="0 ${lines[0]##* }"
     [[ ${lines[*]} ]] || lines=('#') # an empty file is one
   fi
-  return 0
+  orv__judge_version "$1"
+}
+# Values of another version of the form could mean something else; of an older
+# one they mean the same where the maker has no program that changes them.
+orv__judge_version() { # FILE
+  local line stored='' known=1 pattern='^#version 0*([1-9][0-9]{0,8})$'
+  for line in "${lines[@]}"; do
+    [[ $line != [A-Za-z]*=* ]] || { stored=1 && break; }
+  done
+  [[ $stored ]] || return 0
+  line=${lines[0]} && [[ $line != '#orv '* ]] || line=${lines[2]}
+  [[ ! $line =~ $pattern ]] || stored=${BASH_REMATCH[1]}
+  [[ ! ${shipped[0]} =~ $pattern ]] || known=${BASH_REMATCH[1]}
+  if ((stored > known)); then
+    orv_fatal "The settings $1 are of a newer version ($stored) than this device knows ($known)."
+  elif ((stored < known)) && [[ -e $ORV_MIGRATE/${1%%@*} ]]; then
+    orv_fatal "The settings $1 are of an older version ($stored), and were not brought to this device's ($known)."
+  else
+    return 0
+  fi
+  return 1
 }
 orv__unreadable() {
   orv_fatal "The settings cannot be read: $1 (as user ${EUID/#0/root})."

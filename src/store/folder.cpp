@@ -44,7 +44,7 @@ constexpr size_t HOLDER_SIZE = 100; // what is told of who holds the lock
 constexpr mode_t FOLDER_MODE = 0700;
 constexpr mode_t FILE_MODE = 0600;
 
-store_folder store = {nullptr, nullptr, nullptr, -1};
+store_folder store = {nullptr, nullptr, nullptr, nullptr, -1};
 
 static const char *place(const char *variable, const char *otherwise)
 {
@@ -173,6 +173,7 @@ void store_find(void)
   store.path = place("ORV_STATE", ORV_STATE_DIR);
   store.defaults = place("ORV_DEFAULTS", ORV_DATA_DIR "/defaults");
   store.templates = place("ORV_TEMPLATES", ORV_DATA_DIR "/templates");
+  store.migrate = place("ORV_MIGRATE", ORV_DATA_DIR "/migrate");
 }
 
 bool store_open(bool create)
@@ -314,6 +315,31 @@ bool store_has_defaults(const char *name)
     close(dir);
   }
   return has;
+}
+
+char *store_migration(const char *name)
+{
+  char *path = nullptr;
+  if (asprintf(&path, "%s/%.*s", store.migrate,
+               static_cast<int>(strcspn(name, "@")), name) < 0) {
+    store_fault("Out of memory");
+    return nullptr;
+  }
+  if (access(path, F_OK) == 0) {
+    return path;
+  }
+  if (errno != ENOENT && errno != ENOTDIR) {
+    store_fault_errno("The settings cannot be brought to their version");
+  }
+  free(path);
+  return nullptr;
+}
+
+bool store_has_file(const char *name)
+{
+  struct stat file;
+  return fstatat(store.fd, name, &file, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISREG(file.st_mode);
 }
 
 bool store_has(const char *path)

@@ -16,9 +16,10 @@ constexpr size_t STORE_NAME_MAX = 99;
 constexpr size_t STORE_PATH_SIZE = STORE_NAME_MAX + 100;
 
 struct store_folder {
-  const char *path;      // of the settings; all three borrowed from the
-  const char *defaults;  // environment: ORV_STATE, ORV_DEFAULTS and
+  const char *path;      // of the settings; all four borrowed from the
+  const char *defaults;  // environment: ORV_STATE, ORV_DEFAULTS,
   const char *templates; // ORV_TEMPLATES
+  const char *migrate;   // and ORV_MIGRATE
   int fd;                // of `path`; -1: there is no such folder yet
 };
 
@@ -74,6 +75,14 @@ bool store_each_file(int dir, const char *name, store_act act, void *data);
 
 // Whether the defaults have a file of that name.
 bool store_has_defaults(const char *name);
+
+// The maker's program that brings settings of that name to a new version of
+// their form: its path, owned by the caller (free); NULL without one, with a
+// fault when that cannot be known.
+char *store_migration(const char *name);
+
+// Whether the settings have a regular file of that name.
+bool store_has_file(const char *name);
 
 // Whether there is anything at that path within the folder of the settings;
 // false with a fault when that cannot be known.

@@ -357,7 +357,7 @@ static bool stage_old(int dir, const char *name, void *data)
   const owned_text whole(made.bytes);
   settings now = {};
   settings then = {};
-  const bool is_read = is_made && settings_read(name, &now);
+  const bool is_read = is_made && settings_read_any(name, &now);
   char *copy = is_read ? must_strdup(whole.get()) : nullptr;
   const bool read = copy != nullptr && settings_imagine(name, copy, &then);
   if (read) {

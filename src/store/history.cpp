@@ -390,8 +390,14 @@ static bool undo_line(char *line, uint64_t number)
              : is_no_history();
 }
 
+// Values of an older version of a form mean nothing to today's.
 static bool undo_entry(history_entry *entry)
 {
+  if (strcmp(entry->kind, HISTORY_MIGRATED) == 0) {
+    return store_fault("Save %" PRIu64 " brought the settings to a new version:"
+                       " neither it nor what was before can be undone",
+                       entry->number);
+  }
   for (char *line = take_line(&entry->lines); line != nullptr;
        line = take_line(&entry->lines)) {
     if (!undo_line(line, entry->number)) {
@@ -434,8 +440,11 @@ static bool write_old(const store_stage *stage, const old_file *file)
   if (out == nullptr) {
     return false;
   }
-  fprintf(out, "#orv 2 %" PRIu64 " -\n#table *\n", stage->number);
   const settings *now = &file->now;
+  fprintf(out, "#orv 2 %" PRIu64 " -\n#table *\n", stage->number);
+  if (now->shipped_version > 1) {
+    fprintf(out, "#version %u\n", now->shipped_version);
+  }
   if (now->secrets[0] != '\0' || now->shipped_secrets[0] != '\0') {
     fprintf(out, "#secret%s%s\n", now->secrets, now->shipped_secrets);
   }

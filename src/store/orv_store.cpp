@@ -20,6 +20,7 @@
 #include "guard.h"
 #include "history.h"
 #include "intake.h"
+#include "migrate.h"
 #include "orv.h"
 #include "orv_error.h"
 #include "orv_guard.h"
@@ -47,6 +48,7 @@ static const char USAGE[] =
     "  watch TOKEN            put a guarded change back that nobody kept\n"
     "  expire                 put back what is overdue\n"
     "  boot                   put back what nobody kept, end a save cut short\n"
+    "  migrate                bring settings to a new version of their forms\n"
     "  history                the last saves, as they are kept\n"
     "  reset [FILE...]        settings as shipped, of all files or of these\n"
     "  wait FD                wait for the end of a transaction\n"
@@ -298,19 +300,41 @@ static bool boot(char **)
   return lock("the boot") && guard_is_pending(nullptr) && guard_put_back();
 }
 
-static bool blank_file(int, const char *name, void *stage)
+// Brings what an older version of a form has stored to the version of today.
+static bool migrate(char **)
+{
+  if (!store_open(false) || store.fd < 0) {
+    return false;
+  }
+  return store_lock("the upgrade", 0) && store_finish() && migrate_all(stdout);
+}
+
+static bool note_reset(const char *name)
 {
   settings now;
   settings shipped = {};
   settings_free(&shipped);
-  const bool read =
-      settings_read(name, &now) && settings_imagine(name, nullptr, &shipped);
+  const bool read = settings_read_any(name, &now) &&
+                    settings_imagine(name, nullptr, &shipped);
   if (read) {
     history_note(name, &now, &shipped);
   }
   settings_free(&now);
   settings_free(&shipped);
-  return read && stage_blank(static_cast<const store_stage *>(stage), name);
+  return read;
+}
+
+// A file that makes no sense, such as one of a newer format, goes all the same:
+// a reset is the way out.
+static bool blank_file(int, const char *name, void *stage)
+{
+  if (!note_reset(name)) {
+    if (!store_is_name(name) || !store_has_file(name)) {
+      return false;
+    }
+    store_forget_fault();
+  }
+  return stage_blank(static_cast<const store_stage *>(stage), name);
 }
 
 // With no file named, all of them; a change that is pending is over then.
@@ -416,6 +440,7 @@ static const command commands[] = {
   {"boot",    boot,             0, 0},
   {"expire",  expire,           0, 0},
   {"reset",   reset,            0, 64},
+  {"migrate", migrate,          0, 0},
   {"history", print_history,    0, 0},
   {"wait",    wait_transaction, 1, 1},
   {"act",     ask_action,       1, 3},

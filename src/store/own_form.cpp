@@ -588,7 +588,8 @@ static bool set_places(const char *path)
   const int length = slash != nullptr ? static_cast<int>(slash - path) : 1;
   static const char *const names[] = {
       "ORV_STATE",     "state",     "ORV_DEFAULTS", "defaults",
-      "ORV_TEMPLATES", "templates", "ORV_ACTIONS",  "actions"};
+      "ORV_TEMPLATES", "templates", "ORV_ACTIONS",  "actions",
+      "ORV_MIGRATE",   "migrate"};
   for (size_t i = 0; i < sizeof names / sizeof *names; i += 2) {
     const size_t size = strlen(path) + 32;
     const owned_text place(static_cast<char *>(must_malloc(size)));

@@ -28,8 +28,6 @@
 
 constexpr size_t FILES_MAX = 64;  // of one save
 constexpr size_t WORDS_MAX = 256; // secrets, labels and columns of one save
-// What a page's line of 249 bytes can show again, with = and two quotes.
-constexpr size_t LINE_MAX = 246;
 constexpr size_t OWNER_MAX = 40;
 constexpr size_t PAGE_LINE_MAX = 210; // bytes of one, dollars three times
 constexpr size_t LABEL_TEXT_MAX = 50;
@@ -266,28 +264,12 @@ static bool is_secret(const char *name, void *)
   return find_word(&secrets, name, strlen(name)) != nullptr;
 }
 
-static bool is_sound(const setting *one)
-{
-  if (strlen(one->name) + strlen(one->value) > LINE_MAX) {
-    return store_fault("Nothing was saved: a value is too long.");
-  }
-  // No page holds a secret, so it may be a hash, which has dollars.
-  const char *refused = is_secret(one->name, nullptr) ? "\"\\`" : "\"\\`$";
-  const char *c = one->value;
-  while (*c != '\0' && static_cast<unsigned char>(*c) >= ' ' && *c != 0x7f &&
-         strchr(refused, *c) == nullptr) {
-    c++;
-  }
-  return *c == '\0' ||
-         store_fault("Nothing was saved: no value may hold one of "
-                     "\" $ \\ `");
-}
-
 static bool judge()
 {
   for (save_file *file = files; file < files + file_count; file++) {
     for (size_t i = 0; i < file->after.count; i++) {
-      if (!is_sound(file->after.list + i)) {
+      const setting *one = file->after.list + i;
+      if (!settings_is_sound(one, is_secret(one->name, nullptr))) {
         return false;
       }
     }
@@ -467,6 +449,9 @@ static bool write_file(const store_stage *stage, const save_file *file)
   }
   fprintf(out, "#orv %d %" PRIu64 " %s\n", STORE_FORMAT, stage->number, owner);
   write_tables(out);
+  if (file->before.shipped_version > 1) {
+    fprintf(out, "#version %u\n", file->before.shipped_version);
+  }
   if (names.get()[0] != '\0') {
     fprintf(out, "#secret%s\n", names.get());
   }

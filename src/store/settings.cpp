@@ -25,11 +25,17 @@ void settings_free(settings *all)
   free(all->texts[1]);
   free(all->list);
   *all = {};
+  all->version = 1;
+  all->shipped_version = 1;
   all->owner = "";
   all->tables = "";
   all->secrets = "";
   all->shipped_secrets = "";
 }
+
+// What a page's line of 249 bytes can show again, with = and two quotes.
+constexpr size_t LINE_MAX = 246;
+constexpr unsigned long VERSION_MAX = 999'999'999; // the library has 9 digits
 
 static bool is_letter(char c)
 {
@@ -106,6 +112,20 @@ static void take_tables(char *line, settings *all)
   }
 }
 
+// Whether the line, which may be NULL, tells the version of the form.
+static bool take_version(const char *line, settings *all)
+{
+  static const char key[] = "#version ";
+  if (line == nullptr || strncmp(line, key, strlen(key)) != 0) {
+    return false;
+  }
+  const unsigned long number = strtoul(line + strlen(key), nullptr, 10);
+  if (number > 0 && number <= VERSION_MAX) {
+    all->version = static_cast<unsigned>(number);
+  }
+  return true;
+}
+
 // Of lines of one name the last counts.  Both point into one text, so their
 // places are their order.  (Of two files, no name stands in both.)
 static int compare_settings(const void *a, const void *b)
@@ -162,11 +182,30 @@ bool settings_parse(const char *name, char *text, settings *all)
     take_tables(next_line(&text), all);
     line = next_line(&text);
   }
+  if (take_version(line, all)) {
+    line = next_line(&text);
+  }
   for (; line != nullptr; line = next_line(&text)) {
     take_line(line, all);
   }
   order_settings(all);
   return true;
+}
+
+bool settings_is_sound(const setting *one, bool is_secret)
+{
+  if (strlen(one->name) + strlen(one->value) > LINE_MAX) {
+    return store_fault("Nothing was saved: a value is too long.");
+  }
+  const char *refused = is_secret ? "\"\\`" : "\"\\`$";
+  const char *c = one->value;
+  while (*c != '\0' && static_cast<unsigned char>(*c) >= ' ' && *c != 0x7f &&
+         strchr(refused, *c) == nullptr) {
+    c++;
+  }
+  return *c == '\0' ||
+         store_fault("Nothing was saved: no value may hold one of "
+                     "\" $ \\ `");
 }
 
 // --- putting together --------------------------------------------------------
@@ -251,6 +290,7 @@ static bool add_defaults(settings *all, settings *defaults)
   }
   both.texts[1] = defaults->texts[0]; // taken
   both.shipped_secrets = defaults->secrets;
+  both.shipped_version = defaults->version;
   defaults->texts[0] = nullptr;
   free(all->list);
   *all = both;
@@ -319,7 +359,43 @@ bool settings_imagine(const char *name, char *text, settings *all)
   return whole;
 }
 
+bool settings_has_stored(const settings *all)
+{
+  const setting *one = all->list;
+  while (one < all->list + all->count && one->shipped) {
+    one++;
+  }
+  return one < all->list + all->count;
+}
+
+// Values of another version could mean something else.  Of an older one they
+// mean the same where the maker has no program that changes them.
+static bool judge_version(const char *name, const settings *all)
+{
+  const unsigned known = all->shipped_version;
+  if (all->version == known || !settings_has_stored(all)) {
+    return true;
+  }
+  if (all->version > known) {
+    return store_fault("The settings %s are of a newer version (%u) than this "
+                       "device knows (%u)",
+                       name, all->version, known);
+  }
+  const owned_text hook(store_migration(name));
+  if (hook == nullptr) {
+    return store_fault_text() == nullptr;
+  }
+  return store_fault("The settings %s are of an older version (%u), and were "
+                     "not brought to this device's (%u)",
+                     name, all->version, known);
+}
+
 bool settings_read(const char *name, settings *all)
+{
+  return settings_read_any(name, all) && judge_version(name, all);
+}
+
+bool settings_read_any(const char *name, settings *all)
 {
   *all = {};
   settings_free(all);

@@ -19,7 +19,7 @@ import urllib.parse
 from .page import Page
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PARTS = ("templates", "scripts", "defaults", "actions", "system_type")
+PARTS = ("templates", "scripts", "defaults", "actions", "migrate", "system_type")
 STORE = "orv-store"
 URL = "/cgi-bin/orv"
 HOST = "device.local"

@@ -13,6 +13,7 @@ choice password A password, kept as a hash
 choice iselect A list from a script
 choice table A table
 choice fixed_table A table of fixed rows
+choice upgrade Values that an upgrade changes
 heading2 Pages
 fmenu
 choice conditions Conditions

@@ -1,0 +1,20 @@
+#!/bin/bash
+# Settings of an older version of this form are brought to it by
+# migrate/upgrade, since defaults/upgrade says which version this is.
+. "${BASH_SOURCE%/*}/orv.bash"
+
+[[ $1 != --write ]] || orv_lock
+orv_load upgrade
+if [[ $1 == --read ]]; then
+  orv_stamp
+  orv_show minutes warn
+  exit
+fi
+
+orv_read minutes warn
+orv_stamp
+orv_tick warn
+orv_end
+if [[ $1 == --write ]]; then
+  orv_store upgrade minutes warn && orv_log_changes && orv_changes
+fi

@@ -1,0 +1,225 @@
+"""The life of the settings: a firmware with another version of a form, the
+maker's program that brings them over, and the ways back."""
+
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import time
+
+import pytest
+from conftest import SHIM
+from orv_test.device import copy_part
+from test_store import HASTY, SECONDS, STORE, Device
+
+EXAMPLES = pathlib.Path(__file__).parents[2] / "examples"
+OLD = "older version"
+NEW = "newer version"
+
+
+class Firmware(Device):
+    """A device whose maker ships versions of forms and programs between them."""
+
+    def __init__(self, folder):
+        super().__init__(folder)
+        self.migrate = self.folder / "migrate"
+        self.migrate.mkdir()
+        self.log = self.folder / "syslog"
+        self.env |= {"ORV_MIGRATE": str(self.migrate)}
+
+    def ship(self, name, text, *program):
+        (self.defaults / name).write_text(text)
+        if program:
+            path = self.migrate / name
+            path.write_text("\n".join(["#!/bin/sh", *program, ""]))
+            path.chmod(0o755)
+
+    def stored(self, name):
+        return (self.state / name).read_text()
+
+    def upgrade(self, program=STORE):
+        """What the boot script is told."""
+        self.log.write_text("")
+        return self.run(program, "migrate", env={
+            "LD_PRELOAD": SHIM, "SYSLOG_FILE": str(self.log),
+            "ASAN_OPTIONS": "verify_asan_link_order=0"})
+
+
+@pytest.fixture
+def firmware(tmp_path):
+    return Firmware(tmp_path)
+
+
+VERSIONS = [  # stored, shipped, whether there is a program, what a page finds
+    ("#orv 2 7 -\n#table\nv=1\n", "new=1\n", True, None),
+    ("#orv 2 7 -\n#table\nv=1\n", "#version 1\nnew=1\n", True, None),
+    ("#orv 2 7 -\n#table\n#version 3\nv=1\n", "#version 3\nnew=1\n", True, None),
+    ("#orv 2 7 -\n#table\n#version 03\nv=1\n", "#version 3\nnew=1\n", True, None),
+    ("#orv 2 7 -\n#table\n#version 2\nv=1\n", "#version 3\nnew=1\n", False, None),
+    ("#orv 2 7 -\n#table\n#version 2\nv=1\n", "#version 3\nnew=1\n", True, OLD),
+    ("#orv 2 7 -\n#table\nv=1\n", "#version 3\nnew=1\n", True, OLD),
+    ("#orv 2 7 -\n#table\n#version 9\nv=1\n", "#version 10\nnew=1\n", True, OLD),
+    ("#orv 2 7 -\n#table\n#version 10\nv=1\n", "#version 9\nnew=1\n", False, NEW),
+    ("#orv 2 7 -\n#table\n#version 2\nv=1\n", "new=1\n", True, NEW),
+    ("#orv 2 7 -\n#table\n#version 2\nv=1\n", None, False, NEW),
+    ("#orv 1764090000.12.7 1.2\nv=1\n", "#version 2\nnew=1\n", True, OLD),
+    ("v=1\n", "#version 2\nnew=1\n", True, OLD),
+    ("#version 2\nv=1\n", "#version 2\nnew=1\n", True, None),
+    ("#version 3\nv=1\n", "#version 2\nnew=1\n", True, NEW),
+    ("#orv 2 7 -\nv=#version 9\n", "new=1\n", True, None),
+    ("#orv 2 7 -\n", "#version 2\nnew=1\n", True, None),  # as shipped
+]
+
+
+def test_settings_of_another_version_are_used_by_nobody(firmware):
+    """Program, library and page agree, and none of them writes."""
+    for stored, shipped, program, fault in VERSIONS:
+        why = (stored, shipped)
+        (firmware.state / "f").write_text(stored)
+        firmware.ship("f", shipped or "", "cat")
+        if shipped is None:
+            (firmware.defaults / "f").unlink()
+        if not program:
+            (firmware.migrate / "f").unlink()
+        assert (firmware.load("f") == "fault") == (fault is not None), why
+        for told in (firmware.store("load", "f")[1], firmware.script("orv_load f")[1]):
+            assert fault is None or f"settings f are of a{'n' * (fault == OLD)} {fault} (" in told, why
+        if fault:
+            assert fault in firmware.save("> f\nv=2\n")[1] and firmware.stored("f") == stored
+            assert firmware.store("reset", "f") == (0, "ok\n")  # the way out
+            assert firmware.load("f") == (["new=1"] if shipped else [])
+        else:
+            assert firmware.save("> f\nv=2\n")[0] == 0 and "v=2" in firmware.load("f")
+            told = (re.findall(r"#version 0*([1-9]\d*)", shipped) + ["1"])[0]
+            assert f"\n#version {told}\n" in firmware.stored("f") or told == "1", why
+
+
+def test_what_the_makers_program_prints_takes_the_place_of_the_old(firmware):
+    """One save of all, told in log and history, done once."""
+    firmware.ship("net", "host=gw\n")
+    firmware.ship("keys", "#version 2\nb=1\n")
+    assert firmware.save("@table port\n@secret psk\n> net\nhost=a b\nport0=80\npsk=$6$x\n> keys\nk=1\n"
+                         "> plain\nv=1\n")[0] == 0
+    firmware.ship("net", "#version 12\nname=gw\nnew=1\nnumber0=1\nnumber1=2\n",
+                  f'echo "$*" >{firmware.folder}/given; tee -a {firmware.folder}/given | sed '
+                  '"s/^port/number/; s/^host=/name=/; /^#table/s/port/number/"; echo x >&2')
+    firmware.ship("keys", "#version 2\nb=1\n", "exit 9")  # it is of that version
+    firmware.ship("none", "#version 2\nb=1\n", "exit 9")  # nobody has stored it
+    assert firmware.load("net") == "fault"
+    status, told = firmware.upgrade()
+    assert (status, sorted(told.splitlines())) == (0, ["line net: version 1 -> 12", "ok", "x"])
+    assert (firmware.folder / "given").read_text().splitlines() == [
+        "net 1 12", "#table port", "#secret psk", "host=a b", "port0=80", "psk=$6$x"]
+    assert firmware.load("net") == ["name=a b", "new=1", "number0=80", "psk=$6$x"]
+    assert firmware.stored("net").startswith("#orv 2 2 -\n#table number\n#version 12\n#secret psk\n")
+    assert "Settings brought to a new version: net: version 1 -> 12\n" in firmware.log.read_text()
+    assert re.match(r"@ 2 \d+ - - - migrated\n= net: version 1 -> 12\n@ 1 ", firmware.stored(".history"))
+    before = {p.name: p.read_bytes() for p in firmware.state.iterdir() if p.name != ".lock"}
+    assert firmware.upgrade() == (1, "")
+    assert before == {p.name: p.read_bytes() for p in firmware.state.iterdir() if p.name != ".lock"}
+
+
+FAULTS = [  # what the program does, what is said of it
+    ("cat; exit 3", "it ended with status 3"), ("kill -9 $$", "it was ended by signal 9"),
+    ("echo 'sed: no such file'", "a line that is no NAME=VALUE"), ("echo 1a=2", "no NAME=VALUE"),
+    (":", "it printed no values"), ("echo '#table x'", "it printed no values"),
+    ("echo 'v=$(reboot)'", "a value of v that cannot be stored"), ("printf 'v=a\\tb\\n'", "of v that cannot"),
+    ("printf 'v=1\\0\\n'", "a NUL byte"), (f"echo v={'x' * 250}", "of v that cannot"),
+    ("cat; yes v=1", "it printed too much"), ("cat; sleep 999 & echo v=2", "longer than 1 seconds"),
+    ("trap '' TERM; sleep 999", "longer than 1 seconds"), ("exec /nowhere", "it ended with status 127"),
+]
+
+
+def test_a_program_that_fails_leaves_the_old_settings_and_says_so(firmware):
+    """In the log and in every page of the form; other forms do not wait for it."""
+    old = "#orv 2 7 -\n#table\nv=1\n"
+    for program, fault in FAULTS:
+        for name in "fg":
+            (firmware.state / name).write_text(old)
+        firmware.ship("f", "#version 2\n", program)
+        firmware.ship("g", "#version 2\n", "cat")
+        status, told = firmware.upgrade(HASTY)
+        word = f"The settings f stay at version 1: {firmware.migrate}/f was to bring them to 2, and "
+        assert status == 1 and word in told and fault in told, (program, told)
+        assert word in firmware.log.read_text() and "g: version 1 -> 2" in firmware.log.read_text()
+        assert firmware.stored("f") == old and firmware.load("g") == ["v=1"], program
+        assert OLD in firmware.script("orv_load f")[1]
+        assert [n for n in firmware.names() if n.startswith((".new", ".stage", ".commit"))] == []
+    (firmware.migrate / "f").chmod(0o644)  # a package without its modes
+    assert "status 127" in firmware.upgrade()[1]
+    firmware.ship("f", "#version 2\n", "cat")
+    (firmware.migrate / "f").chmod(0o755)
+    assert firmware.upgrade() == (0, "ok\nline f: version 1 -> 2\n")
+    # Downgraded: told at the boot, nothing runs.
+    firmware.ship("f", "v=0\n", f"touch {firmware.folder}/ran")
+    status, told = firmware.upgrade()
+    assert (status, NEW in told, NEW in firmware.log.read_text()) == (1, True, True)
+    assert not (firmware.folder / "ran").exists() and firmware.store("reset") == (0, "ok\n")
+
+
+def test_an_upgrade_that_is_killed_has_not_begun(firmware):
+    """While a program runs nothing is stored, and the next boot does it again."""
+    here = firmware.folder / "here"
+    firmware.ship("a", "#version 2\n", "cat")
+    firmware.ship("b", "#version 2\n", f"cat; echo $$ >{firmware.folder}/here; exec sleep 999")
+    for name in "ab":
+        (firmware.state / name).write_text("#orv 2 7 -\n#table\nv=1\n")
+    with firmware.start(STORE, "migrate") as upgrade:
+        end = time.monotonic() + SECONDS
+        while not (here.exists() and here.read_text()):
+            assert time.monotonic() < end
+            time.sleep(0.02)
+        upgrade.kill()
+        upgrade.wait()
+        os.killpg(int(here.read_text()), signal.SIGKILL)
+    assert [firmware.load(n) for n in "ab"] == ["fault", "fault"]
+    firmware.ship("b", "#version 2\n", "cat")
+    assert firmware.upgrade()[0] == 0 and [firmware.load(n) for n in "ab"] == [["v=1"], ["v=1"]]
+    assert sorted(firmware.names()) == [".generation", ".history", ".lock", "a", "b"]
+
+
+def test_a_change_that_waits_goes_back_before_the_upgrade(firmware):
+    firmware.ship("f", "v=0\n", "sed s/v=/w=/")
+    assert firmware.save("> f\nv=1\n")[0] == 0 and firmware.save("@guard 900\n> f\nv=2\n")[0] == 0
+    firmware.ship("f", "#version 2\nw=0\n")
+    assert "a change waits to be kept or to go back" in firmware.upgrade()[1]
+    assert firmware.store("boot")[0] == 0 and firmware.upgrade()[0] == 0
+    assert firmware.load("f") == ["w=1"]
+
+
+def test_a_whole_device_is_upgraded_and_no_restore_goes_behind_it(site):
+    """The shipped example, from pages that its older firmware has saved."""
+    for part in (EXAMPLES / "forms").iterdir():
+        copy_part(part, site.folder / "data" / part.name, STORE)
+    state, defaults = site.folder / "data/state", site.folder / "data/defaults/upgrade"
+    for form, changes in (("fields", {"name": "Hall"}), ("table", {"host0": "printer", "address0": "192.0.2.7"})):
+        assert site.open(form).press("Submit", **changes).title == "Saved", form
+    before = {p.name: p.read_bytes() for p in state.iterdir() if p.is_file()}
+    (state / "upgrade").write_text("#orv 2 1 -\n#table\nseconds=3601\nwarn=False\n")
+    page = site.open("upgrade").press("Submit", minutes="5", u_minutes="5")
+    assert "of an older version (1)" in page.errors[0] and page.title != "Saved"
+    env = os.environ | {f"ORV_{n.upper()}": str(site.folder / "data" / n) for n in ("state", "defaults", "migrate")}
+    done = subprocess.run([STORE, "migrate"], env=env, text=True, capture_output=True, check=True)
+    assert done.stdout == "ok\nline upgrade: version 1 -> 2\n"
+    page = site.open("upgrade")
+    assert page.errors == [] and page.control("minutes").get("value") == "61"
+    for name in ("fields", "table"):  # of which the firmware has no other version
+        assert (state / name).read_bytes() == before[name]
+    defaults.write_text("#version 2\nminutes=10\nwarn=True\nadded=1\n")
+    assert site.open("upgrade").press("Submit", minutes="5").title == "Saved"
+    assert "device migrated" in " ".join(site.open("history").tree.itertext())
+    ctl = [os.environ["ORVCTL"], "restore"]
+    numbers = re.findall(r"^@ (\d+) .* (\w+)$", (state / ".history").read_text(), re.M)
+    (migrated,) = [n for n, kind in numbers if kind == "migrated"]
+    run = {"cwd": site.folder, "env": os.environ | {"ORV_STORE": STORE}, "text": True, "capture_output": True}
+    done = subprocess.run([*ctl, migrated], check=False, **run)
+    assert done.returncode == 1 and f"Save {migrated} brought the settings to a new version" in done.stderr
+    assert subprocess.run([*ctl, numbers[0][0]], check=False, **run).returncode == 0
+    assert "minutes=61\n" in (state / "upgrade").read_text() and "#version 2\n" in (state / "upgrade").read_text()
+    # An older firmware again: a clear word, and nothing is written.
+    kept = (state / "upgrade").read_bytes()
+    defaults.write_text("seconds=600\n")
+    assert "of a newer version (2) than this device knows (1)" in site.open("upgrade").errors[0]
+    site.post({"cgi_vars_loaded": "1", "form": "upgrade", "action": "Submit", "minutes": "7", "u_minutes": "7"})
+    assert (state / "upgrade").read_bytes() == kept
