@@ -1,10 +1,9 @@
-// A page of the device without a browser: drawing, setting, posting.
+// A page of the device without a browser: opening it, posting it.
 //
-// Owns the open page: its header, body, fields and links, all made anew by each
-// drawing.  The variable lists are used as a request uses them, emptied and
-// filled again by each.  What is drawn, which values are right and what scripts
-// are told is decided by the same code as for a browser; here stands only what
-// a browser does: which controls post, under which name, in which order.
+// Owns the open page: its header and body.  The variable lists are used as a
+// request uses them, emptied and filled again by each.  What is drawn, which
+// values are right and what scripts are told is decided by the same code as for
+// a browser; here stands only what a browser posts.
 
 #include "page.h"
 
@@ -16,7 +15,6 @@
 
 #include "cgi_navbar.h"
 #include "cgi_output.h"
-#include "cgi_policy.h"
 #include "html_records.h"
 #include "orv.h"
 #include "orv_changes.h"
@@ -26,258 +24,26 @@
 #include "orv_secret.h"
 #include "orv_submit.h"
 #include "orv_vars.h"
-#include "suggest.h"
+#include "page_draw.h"
 
-static pt_header *hdr;     // owned: the form shown
-static pt_body_item *body; // owned: its items
-static page_field *fields; // owned
-static page_field **fields_end = &fields;
-static void *field_tree;    // the fields by name, of one name the first
+static pt_header *hdr;      // owned: the form shown
+static pt_body_item *body;  // owned: its items
 static orv_change *changes; // owned: what the last Submit came to
 static bool has_changed;    // the same in one word
-static page_link *links;    // owned
-static page_link **links_end = &links;
-static const pt_body_item *drawn_table; // that is being drawn, NULL outside
-static int row;                         // of it, -1 outside
-static const char *message;             // borrowed: the page's, NULL when none
-static char *told;         // owned: what a script said, for `message`
-static char *refusal;      // owned: what is wrong with a choice
-static bool out_of_memory; // while drawing: the list of fields is a part
+static const char *message; // borrowed: the page's, NULL when none
+static char *told;          // owned: what a script said, for `message`
 
-// --- lists -------------------------------------------------------------------
-
-// Fields that a person can set, and deletion boxes.
-static int compare_fields(const void *a, const void *b)
-{
-  return strcasecmp(static_cast<const page_field *>(a)->name,
-                    static_cast<const page_field *>(b)->name);
-}
-
-static void keep_node(void *)
-{
-}
-
-static void free_fields()
-{
-  tdestroy(field_tree, keep_node);
-  field_tree = nullptr;
-  while (fields != nullptr) {
-    page_field *next = fields->next;
-    free(fields->name);
-    free(fields->value);
-    free(fields);
-    fields = next;
-  }
-  fields_end = &fields;
-}
-
-static void free_links()
-{
-  while (links != nullptr) {
-    page_link *next = links->next;
-    free(links->form);
-    free(links->subitem);
-    free(links);
-    links = next;
-  }
-  links_end = &links;
-}
-
-// Adds a copy of the name and the value (NULL: posts nothing).
-static page_field *add_field(field_kind kind, const char *name,
-                             const char *value, const pt_body_item *item)
-{
-  page_field *field = static_cast<page_field *>(must_malloc(sizeof *field));
-  if (field == nullptr) {
-    out_of_memory = true;
-    return nullptr;
-  }
-  *field = {kind, must_strdup(name), nullptr, item, drawn_table, row, nullptr};
-  field->value = value != nullptr ? must_strdup(value) : nullptr;
-  out_of_memory |= field->name == nullptr;
-  out_of_memory |= value != nullptr && field->value == nullptr;
-  *fields_end = field;
-  fields_end = &field->next;
-  if (kind != FIELD_STATE && field->name != nullptr &&
-      tsearch(field, &field_tree, compare_fields) == nullptr) {
-    out_of_memory = true;
-  }
-  return field;
-}
-
-// Adds the page that `target` names: "FORM", "FORM/SUBITEM", or a sub-item of
-// `form` where that is not NULL and `target` has no "/".
-static void add_link(const char *form, const char *target)
-{
-  page_link *link = static_cast<page_link *>(must_malloc(sizeof *link));
-  if (link == nullptr) {
-    return;
-  }
-  const char *slash = strchr(target, '/');
-  *link = {};
-  if (slash != nullptr) {
-    link->form = must_strdup(target);
-    link->subitem = must_strdup(slash + 1);
-    if (link->form != nullptr) {
-      link->form[slash - target] = '\0';
-    }
-  } else {
-    link->form = must_strdup(form != nullptr ? form : target);
-    link->subitem = form != nullptr ? must_strdup(target) : nullptr;
-  }
-  *links_end = link;
-  links_end = &link->next;
-}
-
-// --- drawing -----------------------------------------------------------------
-// The output procedures of a page that nobody looks at.
-
-static void draw_text(char *)
-{
-}
-
-static void draw_comment(const char *, ...)
-{
-}
-
-static void draw_item(pt_body_item *)
-{
-}
-
-// A browser takes line ends out of a line of text.
-static void strip_line_ends(char *text)
-{
-  char *out = text;
-  for (const char *in = text; *in != '\0'; in++) {
-    if (*in != '\r' && *in != '\n') {
-      *out = *in;
-      out++;
-    }
-  }
-  *out = '\0';
-}
-
-static void draw_cell(pt_body_item *itm, char *name, char *varname, int fixed)
-{
-  const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
-  page_field *field = add_field(fixed != 0 ? FIELD_FIXED : FIELD_TEXT, name,
-                                value != nullptr ? value : "", itm);
-  if (field != nullptr && field->value != nullptr) {
-    strip_line_ends(field->value);
-  }
-}
-
-static void draw_box_cell(pt_body_item *itm, char *name, char *varname)
-{
-  const bool ticked = cgiout_mark_checkbox(name, varname);
-  add_field(FIELD_BOX, name, ticked ? "True" : nullptr, itm);
-}
-
-static void draw_list_cell(pt_body_item *itm, char *name, char *varname)
-{
-  const html_form_list_opt *chosen = cgiout_mark_choice(itm, varname);
-  if (chosen != nullptr) {
-    char field[ORV_NAME_SIZE];
-    cgiout_state_name(field, 'd', varname);
-    add_field(FIELD_STATE, field, chosen->value, nullptr);
-  }
-  add_field(FIELD_LIST, name, chosen != nullptr ? chosen->value : nullptr, itm);
-}
-
-static void draw_field(pt_body_item *itm, int fixed)
-{
-  draw_cell(itm, itm->name, itm->name, fixed);
-}
-
-static void draw_box(pt_body_item *itm)
-{
-  draw_box_cell(itm, itm->name, itm->name);
-}
-
-static void draw_list(pt_body_item *itm)
-{
-  draw_list_cell(itm, itm->name, itm->name);
-}
-
-static void draw_forms_menu(pt_body_item *itm)
-{
-  for (const html_form_list_opt *choice = itm->choices.choices;
-       choice != nullptr; choice = choice->next) {
-    add_link(nullptr, choice->value);
-  }
-}
-
-static void draw_menu_entry(pt_body_item *itm, char *select, char *, char *)
-{
-  add_link(itm->name, select);
-}
-
-static void draw_table(pt_body_item *itm, mcol_trans step)
-{
-  switch (step) {
-  case MCOL_START:
-    drawn_table = itm;
-    row = 0;
-    break;
-  case MCOL_ROW_END_DEL: {
-    char name[CGI_DELETE_NAME_SIZE];
-    snprintf(name, sizeof name, "delete_%s_%d", itm->name, row);
-    add_field(FIELD_DELETE, name, nullptr, itm);
-    row++;
-    break;
-  }
-  case MCOL_ROW_END:
-  case MCOL_ROW_END_BLANK:
-    row++;
-    break;
-  case MCOL_END:
-    drawn_table = nullptr;
-    row = -1;
-    break;
-  default:
-    break;
-  }
-}
-
-static const pto_procs field_procs = {
-    draw_text, draw_text,    draw_text,       draw_text,      draw_text,
-    draw_text, draw_comment, draw_forms_menu, draw_field,     draw_box,
-    draw_list, draw_item,    draw_menu_entry, draw_item,      draw_table,
-    draw_item, draw_cell,    draw_box_cell,   draw_list_cell,
-};
-
-static void add_state(const char *name, const char *value)
-{
-  add_field(FIELD_STATE, name, value, nullptr);
-}
+// --- opening and closing -----------------------------------------------------
 
 // Draws the body that has been parsed.
 static bool draw()
 {
-  free_fields();
-  free_links();
-  drawn_table = nullptr;
-  row = -1;
-  out_of_memory = false;
-  orv_body_output(&field_procs, body, 0, nullptr);
-  cgiout_variables(add_state);
-  if (out_of_memory || orv_vars_lost()) {
+  if (!page_draw(body)) {
     message = "Out of memory";
     return false;
   }
   return true;
 }
-
-// --- what a page may be asked ------------------------------------------------
-
-// The strict policy's rules for a field, whatever the build's own policy is.
-static const char *field_fault(const char *name, const char *value)
-{
-  static const policy_request page = {true, "POST", "", "", "", "", ""};
-  return policy_field_fault(&page, name, value);
-}
-
-// --- opening and closing -----------------------------------------------------
 
 static void free_form()
 {
@@ -325,10 +91,8 @@ void page_close(void)
   begin_request();
   forget_changes();
   free_form();
-  free_fields();
-  free_links();
-  free(refusal);
-  refusal = nullptr;
+  page_free_fields();
+  page_free_refusal();
 }
 
 // Makes a script's message, which may hold markup, that of the page.
@@ -386,7 +150,7 @@ static void add_bar()
       memmove(subitem + 1, subitem + strlen("&subitem="),
               strlen(subitem + strlen("&subitem=")) + 1);
     }
-    add_link(nullptr, target);
+    page_add_link(nullptr, target);
   }
   orv_error_msg = nullptr; // a page without a bar is a page all the same
 }
@@ -394,11 +158,11 @@ static void add_bar()
 bool page_open(const char *form, const char *subitem, bool with_links)
 {
   page_close();
-  if (field_fault("form", form) != nullptr) {
+  if (page_field_fault("form", form) != nullptr) {
     message = "This is no name of a form";
     return false;
   }
-  if (subitem != nullptr && field_fault("subitem", subitem) != nullptr) {
+  if (subitem != nullptr && page_field_fault("subitem", subitem) != nullptr) {
     message = "This is no name of a sub-item";
     return false;
   }
@@ -430,150 +194,11 @@ bool page_open(const char *form, const char *subitem, bool with_links)
   return true;
 }
 
-// --- setting -----------------------------------------------------------------
-
-static bool can_be_set(const page_field *field)
-{
-  return field->kind == FIELD_TEXT || field->kind == FIELD_BOX ||
-         field->kind == FIELD_LIST || field->kind == FIELD_FIXED;
-}
-
-static page_field *find_field(const char *name)
-{
-  page_field key = {};
-  key.name = const_cast<char *>(name);
-  void *node = tfind(&key, &field_tree, compare_fields);
-  return node != nullptr ? *static_cast<page_field **>(node) : nullptr;
-}
-
-page_field *page_find(const char *name)
-{
-  page_field *field = find_field(name);
-  return field != nullptr && can_be_set(field) ? field : nullptr;
-}
-
-page_field *page_find_delete(const pt_body_item *of, int number)
-{
-  char name[CGI_DELETE_NAME_SIZE];
-  snprintf(name, sizeof name, "delete_%s_%d", of->name, number);
-  page_field *field = find_field(name);
-  return field != nullptr && field->kind == FIELD_DELETE ? field : nullptr;
-}
-
-static const char *set_value(page_field *field, const char *value)
-{
-  char *copy = value != nullptr ? must_strdup(value) : nullptr;
-  if (value != nullptr && copy == nullptr) {
-    return "out of memory";
-  }
-  free(field->value);
-  field->value = copy;
-  return nullptr;
-}
-
-static const char *choose_box(page_field *field, const char *value)
-{
-  static const char *const words[] = {"1", "true",  "yes", "on", "0",
-                                      "",  "false", "no",  "off"};
-  for (const char *word : words) {
-    if (strcasecmp(word, value) == 0) {
-      return set_value(field,
-                       orv_string_is_true(value) != 0 ? "True" : nullptr);
-    }
-  }
-  return "is a check box: True or False";
-}
-
-// What is wrong when the value is no entry of the list; borrowed until the next
-// call.
-static const char *no_choice(const html_form_list_opt *choice,
-                             const char *value)
-{
-  suggestion of;
-  suggest_begin(&of, value);
-  for (; choice != nullptr; choice = choice->next) {
-    if (choice->value != nullptr) {
-      suggest_name(&of, choice->value);
-    }
-  }
-  const owned_text there(suggest_end(&of, "it takes one of"));
-  free(refusal);
-  refusal = nullptr;
-  const bool made =
-      there != nullptr &&
-      asprintf(&refusal, "has no such choice%s", there.get()) >= 0;
-  return made ? refusal : "has no such choice";
-}
-
-static const char *choose_entry(page_field *field, const char *value)
-{
-  for (const html_form_list_opt *choice = field->item->choices.choices;
-       choice != nullptr; choice = choice->next) {
-    if (choice->value != nullptr && strcmp(choice->value, value) == 0) {
-      return set_value(field, value);
-    }
-  }
-  return no_choice(field->item->choices.choices, value);
-}
-
-const char *page_choose(page_field *field, const char *value)
-{
-  if (strpbrk(value, "\r\n") != nullptr) {
-    return "is one line of text";
-  }
-  const char *fault = field_fault(field->name, value);
-  if (fault != nullptr) {
-    return fault;
-  }
-  switch (field->kind) {
-  case FIELD_TEXT:
-    return set_value(field, value);
-  case FIELD_BOX:
-    return choose_box(field, value);
-  case FIELD_LIST:
-    return choose_entry(field, value);
-  case FIELD_DELETE:
-    return set_value(field, "True");
-  case FIELD_FIXED:
-  case FIELD_STATE:
-  default:
-    return "is shown, and cannot be set";
-  }
-}
-
 // --- posting -----------------------------------------------------------------
 
 static bool is_posted(const page_field *field)
 {
   return field->kind != FIELD_FIXED && field->value != nullptr;
-}
-
-static bool is_state_of(const page_field *field, const char *name)
-{
-  return field->kind == FIELD_STATE && strcasecmp(field->name, name) == 0;
-}
-
-// As a page carries it: the state of the user's value.
-const char *page_put_secret(const char *name, const char *value)
-{
-  const char *fault = field_fault(name, value);
-  if (fault != nullptr || strpbrk(value, "\r\n") != nullptr) {
-    return fault != nullptr ? fault : "is one line of text";
-  }
-  char state[ORV_NAME_SIZE];
-  cgiout_state_name(state, 'u', name);
-  if (strcmp(state + strlen("u_"), name) != 0) {
-    return "is too long a name";
-  }
-  page_field *field = fields;
-  while (field != nullptr && !is_state_of(field, state)) {
-    field = field->next;
-  }
-  if (field != nullptr) {
-    return set_value(field, value);
-  }
-  field = add_field(FIELD_STATE, state, value, nullptr);
-  return field != nullptr && !out_of_memory ? nullptr : "out of memory";
 }
 
 static int compare_names(const void *a, const void *b)
@@ -594,7 +219,7 @@ static bool is_first(const char *name, void **names)
 static void take_fields(bool tagged)
 {
   void *names = nullptr;
-  for (const page_field *field = fields; field != nullptr;
+  for (const page_field *field = page_fields(); field != nullptr;
        field = field->next) {
     if (is_posted(field) &&
         (orv_var_prefix(field->name) != o_undefined) == tagged &&
@@ -602,7 +227,7 @@ static void take_fields(bool tagged)
       orv_set_var(field->name, tagged ? o_undefined : o_best, field->value, 0);
     }
   }
-  tdestroy(names, keep_node);
+  tdestroy(names, [](void *) {}); // the names are the fields'
 }
 
 static void post()
@@ -727,11 +352,6 @@ const pt_body_item *page_body(void)
   return body;
 }
 
-page_field *page_fields(void)
-{
-  return fields;
-}
-
 const pt_body_item *page_find_table(const char *name)
 {
   const pt_body_item *itm = body;
@@ -787,11 +407,6 @@ const pt_body_item *page_table_of(const pt_body_item *cell)
     table = itm->type == PT_TABLE || itm->type == PT_FTABLE ? itm : table;
   }
   return table;
-}
-
-const page_link *page_links(void)
-{
-  return links;
 }
 
 const char *page_message(void)
