@@ -1,26 +1,70 @@
 // Forms without a script: what orv-store keeps for them, and what it cannot.
 
 #include <algorithm>
+#include <fstream>
+#include <sstream>
 
 #include "page_values.h"
 #include "rules.h"
 #include "script_names.h"
 #include "text.h"
 
-// Whether some file of the form's settings as shipped has a line of that name.
-static bool is_shipped(const device &dev, const form &f,
-                       const std::string &name)
+// Whether `file` of defaults/ or state/ holds settings of the form.
+static bool is_of_form(const std::string &file, const form &f)
 {
-  for (const auto &entry : dev.defaults) {
-    const std::vector<std::string> &lines = entry.second->lines;
-    if (entry.first.substr(0, entry.first.find('@')) == f.name &&
-        std::any_of(lines.begin(), lines.end(), [&](const std::string &line) {
-          return starts_with(lower(line), name + "=");
-        })) {
-      return true;
-    }
-  }
-  return false;
+  return file.substr(0, file.find('@')) == f.name;
+}
+
+static bool has_line(const std::vector<std::string> &lines,
+                     const std::string &start)
+{
+  return std::any_of(
+      lines.begin(), lines.end(),
+      [&](const std::string &line) { return starts_with(lower(line), start); });
+}
+
+static bool is_shipped(const device &dev, const form &f,
+                       const std::string &start)
+{
+  return std::any_of(
+      dev.defaults.begin(), dev.defaults.end(), [&](const auto &entry) {
+        return is_of_form(entry.first, f) && has_line(entry.second->lines, start);
+      });
+}
+
+// Whether the device has stored it: entries may be its own.
+static bool is_stored(const device &dev, const form &f,
+                      const std::string &start)
+{
+  return std::any_of(
+      dev.settings.begin(), dev.settings.end(), [&](const std::string &name) {
+        std::ifstream stream(dev.dir + "/state/" + name, std::ios::binary);
+        std::stringstream text;
+        text << stream.rdbuf();
+        return is_of_form(name, f) && has_line(split_lines(text.str()), start);
+      });
+}
+
+// Whether a script that works on the form's settings has such a name.
+static bool is_named(const device &dev, const form &f, const std::string &list)
+{
+  return std::any_of(
+      dev.scripts.begin(), dev.scripts.end(), [&](const auto &entry) {
+        const script &s = entry.second;
+        return std::any_of(s.settings.begin(), s.settings.end(),
+                           [&](const std::string &file) {
+                             return is_of_form(file, f);
+                           }) &&
+               (s.stems.count(list) != 0 || s.words.count(list + "0") != 0);
+      });
+}
+
+static bool has_entries(const device &dev, const form &f,
+                        const std::string &list)
+{
+  const std::string start = list + "0=";
+  return is_shipped(dev, f, start) || is_stored(dev, f, start) ||
+         is_named(dev, f, list);
 }
 
 static bool uses_subitem(const form &f)
@@ -40,11 +84,11 @@ static void check_item(const device &dev, const form &f, const form_item &item,
                                 " shown: such a table needs a script");
   }
   if (item.type == PT_ISELECT &&
-      !is_shipped(dev, f, "select_" + lower(item.selector) + "0")) {
+      !has_entries(dev, f, "select_" + lower(item.selector))) {
     tell(found, f, line, 0, "keeper",
-         "defaults/" + f.name + " has no " +
+         "neither defaults/ nor state/" + f.name + " has " +
              in_quotes("select_" + item.selector + "0") +
-             ", and no script reports the entries of this list");
+             ", and no script stores the entries of this list there");
   }
   if (item.type == PT_TEXT_FIELD && attribute(item, "check") == nullptr) {
     tell(found, f, line, 0, "keeper",
