@@ -419,11 +419,21 @@ static void load_header()
   }
 }
 
+// Why a read script failed, in its own words where it has any.
+static const char *read_fault()
+{
+  const char *said = err_vars != nullptr
+                         ? orv_get_var(&err_vars, "msg", o_undefined)
+                         : nullptr;
+  return recorded_message(said != nullptr && said[0] != '\0'
+                              ? said
+                              : "The form's read script failed.");
+}
+
 static void read_configuration()
 {
   if (orv_load_vars(hdr->read_script, 0) < 0) {
-    html_fatal_error(html_http_status_not_found, ERROR_TITLE,
-                     recorded_message("The form's read script failed."));
+    html_fatal_error(html_http_status_not_found, ERROR_TITLE, read_fault());
   }
 }
 

@@ -14,6 +14,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -43,6 +44,7 @@ static const char CLEAR[] = "_clear"; // ends the name of a box beside a secret
 
 static char file[FILE_SIZE]; // of the settings: FORM or FORM@SUBITEM
 static settings now;         // what it holds, with the defaults
+static bool is_refused;      // there is no such form or sub-item
 
 // --- items -------------------------------------------------------------------
 
@@ -56,7 +58,7 @@ static const pt_body_item *find_item(const char *name)
 {
   const pt_body_item *item = form_items();
   while (item != nullptr && (item->name == nullptr || !takes_input(item) ||
-                             strcmp(item->name, name) != 0)) {
+                             strcasecmp(item->name, name) != 0)) {
     item = item->next;
   }
   return item;
@@ -75,7 +77,7 @@ static const pt_body_item *cleared_by(const pt_body_item *box)
   const size_t length = strlen(box->name);
   const size_t end = sizeof CLEAR - 1;
   if (box->type != PT_CHECKBOX || length <= end || length >= NAME_SIZE ||
-      strcmp(box->name + length - end, CLEAR) != 0) {
+      strcasecmp(box->name + length - end, CLEAR) != 0) {
     return nullptr;
   }
   char name[NAME_SIZE];
@@ -108,12 +110,25 @@ static const pt_body_item *item_of(const char *name)
   const pt_body_item *item = form_items();
   while (item != nullptr &&
          (item->name == nullptr ||
-          (strcmp(item->name, name) != 0 &&
+          (strcasecmp(item->name, name) != 0 &&
            (item->column < 0 || strlen(item->name) != column ||
-            strncmp(item->name, name, column) != 0)))) {
+            strncasecmp(item->name, name, column) != 0)))) {
     item = item->next;
   }
   return item;
+}
+
+// The name as the template has it: a page makes no difference of letter case.
+static const char *spell(const char *name)
+{
+  static char spelled[NAME_SIZE];
+  const pt_body_item *item = item_of(name);
+  if (item == nullptr || strlen(name) >= sizeof spelled) {
+    return nullptr;
+  }
+  snprintf(spelled, sizeof spelled, "%s%s", item->name,
+           name + strlen(item->name));
+  return spelled;
 }
 
 // --- the file ----------------------------------------------------------------
@@ -144,20 +159,27 @@ static bool has_no_secret_cell()
   return true;
 }
 
+static bool refuse(const char *why)
+{
+  is_refused = true;
+  return store_fault("%s", why);
+}
+
 // A sub-item is one that the device ships with; its file is no other form's,
 // since no form's name has the sign between.
 static bool open_settings(const char *form, const char *subitem)
 {
   if (strchr(form, '@') != nullptr || !form_open(form)) {
-    return store_fault("There is no such page.");
+    return refuse("There is no such page.");
   }
   const int length =
       snprintf(file, sizeof file, "%s%s%s", form, subitem != nullptr ? "@" : "",
                subitem != nullptr ? subitem : "");
   if (length > static_cast<int>(STORE_NAME_MAX) ||
       (subitem != nullptr && !store_has_defaults(file))) {
-    return store_fault("There is no such page here.");
+    return refuse("There is no such page here.");
   }
+  settings_spell_by(spell);
   return settings_read(file, &now) && has_no_secret_cell();
 }
 
@@ -651,5 +673,7 @@ int own_form_run(const char *path, int count, char **words)
   if (!done && store_fault_text() != nullptr) {
     report_fault(store_fault_text(), strcmp(task, "--read") == 0);
   }
-  return fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+  // A read script that fails leaves no form to be shown.
+  const bool failed = is_refused && strcmp(task, "--read") == 0;
+  return fflush(stdout) == 0 && !failed ? EXIT_SUCCESS : EXIT_FAILURE;
 }

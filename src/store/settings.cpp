@@ -2,6 +2,8 @@
 //
 // A file becomes a list ordered by name, in which each name stands once.  What
 // is no line NAME=VALUE is passed over, as the script library does.
+//
+// Owns how names are spelled, for the life of the process.
 
 #include "settings.h"
 
@@ -10,6 +12,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include "commit.h"
@@ -18,6 +21,13 @@
 #include "orv.h"
 #include "orv_guard.h"
 #include "orv_secret.h"
+
+static settings_speller spell_name; // NULL: names stay as they stand
+
+void settings_spell_by(settings_speller spell)
+{
+  spell_name = spell;
+}
 
 void settings_free(settings *all)
 {
@@ -126,14 +136,18 @@ static bool take_version(const char *line, settings *all)
   return true;
 }
 
-// Of lines of one name the last counts.  Both point into one text, so their
-// places are their order.  (Of two files, no name stands in both.)
+// Of lines of one name the last counts, and what was stored before what was
+// shipped.  Those of one file point into one text, so their places are their
+// order.
 static int compare_settings(const void *a, const void *b)
 {
   const setting *left = static_cast<const setting *>(a);
   const setting *right = static_cast<const setting *>(b);
   const int order = strcmp(left->name, right->name);
-  return order != 0 ? order : (left->value < right->value ? -1 : 1);
+  if (order != 0 || left->shipped != right->shipped) {
+    return order != 0 ? order : (left->shipped ? -1 : 1);
+  }
+  return left->value < right->value ? -1 : 1;
 }
 
 static void order_settings(settings *all)
@@ -241,7 +255,7 @@ static bool has_word(const char *words, const char *name, size_t length)
   while (*words != '\0') {
     words += strspn(words, " ");
     const size_t size = strcspn(words, " ");
-    if (size == length && strncmp(words, name, size) == 0) {
+    if (size == length && strncasecmp(words, name, size) == 0) {
       return true;
     }
     words += size;
@@ -349,6 +363,24 @@ static bool read_both(const char *name, char *text, settings *all,
   return settings_parse(name, text, defaults) && add_defaults(all, defaults);
 }
 
+// A row of the defaults may show itself only now as one of a stored table.
+static void spell_names(settings *all)
+{
+  size_t kept = 0;
+  for (setting *one = all->list; one < all->list + all->count; one++) {
+    const char *spelled = spell_name(one->name);
+    if (spelled != nullptr) { // into the text that the settings own
+      memcpy(const_cast<char *>(one->name), spelled, strlen(one->name));
+    }
+    if (!(one->shipped && all->stored && has_table_of(all, one->name))) {
+      all->list[kept] = *one;
+      kept++;
+    }
+  }
+  all->count = kept;
+  order_settings(all);
+}
+
 bool settings_imagine(const char *name, char *text, settings *all)
 {
   settings defaults = {};
@@ -356,6 +388,9 @@ bool settings_imagine(const char *name, char *text, settings *all)
   settings_free(all);
   const bool whole = read_both(name, text, all, &defaults);
   settings_free(&defaults);
+  if (whole && spell_name != nullptr && all->list != nullptr) {
+    spell_names(all);
+  }
   return whole;
 }
 

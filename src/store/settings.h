@@ -40,6 +40,12 @@ struct settings {
   const char *shipped_secrets; // those that the defaults name
 };
 
+// How the form at hand spells a name, of the same length: borrowed, and valid
+// until the next call; NULL when it has no such item.  Where this is set, what
+// is put together from here on is spelled so: letter case makes no other name.
+using settings_speller = const char *(*)(const char *name);
+void settings_spell_by(settings_speller spell);
+
 // Reads what is in force of the file `name`: what was stored, and of the
 // defaults all that the stored file does not have.  A table that was stored is
 // whole as it was stored.  False with a fault, also when they are of another

@@ -176,7 +176,7 @@ bool page_open(const char *form, const char *subitem, bool with_links)
   // The expert view has the most links.
   orv_expert_mode = with_links && hdr->expert_mode ? 1 : 0;
   if (orv_load_vars(hdr->read_script, 0) < 0) {
-    return fail("The form's read script failed.");
+    return is_refused() ? false : fail("The form's read script failed.");
   }
   if (!with_links && is_refused()) {
     return false;
