@@ -38,8 +38,9 @@ static size_t untold;    // lines that had no room
 // Writes a name as a part of a word; it may come from a request.
 static void put_name(const char *name)
 {
-  for (size_t i = 0; i < SHOWN_MAX && name[i] != '\0'; i++) {
-    putc(static_cast<unsigned char>(name[i]) > ' ' ? name[i] : '_', telling);
+  const char *end = name + strnlen(name, SHOWN_MAX);
+  for (; name < end; name++) {
+    putc(static_cast<unsigned char>(*name) > ' ' ? *name : '_', telling);
   }
 }
 
@@ -266,7 +267,7 @@ bool history_next(char **text, history_entry *entry)
   char *rest = *text;
   char *head = take_line(&rest);
   *text = next;
-  if (strcmp(take_word(&head), "@") != 0) {
+  if (head == nullptr || strcmp(take_word(&head), "@") != 0) {
     return is_no_history();
   }
   entry->number = strtoull(take_word(&head), nullptr, 10);
@@ -410,7 +411,7 @@ static bool undo_entry(history_entry *entry)
 // Goes back over the entries from the newest to that of the save `number`.
 static bool undo_entries(char *text, uint64_t number)
 {
-  history_entry entry;
+  history_entry entry = {};
   bool found = false;
   while (history_next(&text, &entry) && !(found && entry.number != number)) {
     found = entry.number == number;

@@ -97,6 +97,7 @@ TEST_F(History, CraftedEntriesAreRefusedOrMeanNothing)
     {"@ 1 0 - - f saved\n+ a\n", "The history cannot be read"},
     {"@ 1 0 - - f saved\n<\n< \n", "The history cannot be read"},
     {"garbage\n@ 1 0 - - f saved\n", "The history cannot be read"},
+    {"\n@ 1 0 - - f saved\n", "The history cannot be read"},
     {"@ 2\n@ 1 0 - - f saved", "x=kept "},
     {"", "There is no save 1 in the history"},
   };
