@@ -10,6 +10,10 @@
 // such lines are written by hand, and a longer one goes on as the next line.
 constexpr int ORV_LINE_MAX = 249;
 
+// Of these, name and value of what a script reports, NAME="VALUE": what is
+// longer could be stored and never shown again.
+constexpr int ORV_REPORTED_MAX = ORV_LINE_MAX - 3;
+
 // Characters of a name built of a template's name and a number; those of all
 // rows stand on the stack while a table is drawn.
 constexpr int ORV_NAME_MAX = 52;

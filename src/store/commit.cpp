@@ -134,11 +134,12 @@ static bool note_number(int dir, const char *name, void *)
   if (fd < 0) {
     return true; // whoever reads it will say so
   }
+  static const char mark[] = "#orv 2 ";
   char head[HEAD_SIZE] = "";
-  uint64_t number = 0;
   if (read(fd, head, sizeof head - 1) > 0 &&
-      sscanf(head, "#orv 2 %20" SCNu64 " ", &number) == 1 && number > highest) {
-    highest = number;
+      strncmp(head, mark, strlen(mark)) == 0) {
+    const uint64_t number = strtoull(head + strlen(mark), nullptr, 10);
+    highest = number > highest ? number : highest;
   }
   close(fd);
   return true;

@@ -184,10 +184,10 @@ static void order_fields()
 const char *intake_get(const char *name)
 {
   char key[NAME_MAX_LENGTH + 1];
-  size_t length = 0;
-  for (; name[length] != '\0' && length < NAME_MAX_LENGTH; length++) {
-    const char c = name[length];
-    key[length] = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  const size_t length = strnlen(name, NAME_MAX_LENGTH);
+  for (size_t i = 0; i < length; i++) {
+    const char c = name[i];
+    key[i] = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   }
   key[length] = '\0';
   order_fields();

@@ -134,7 +134,7 @@ static int64_t now_milliseconds()
 // that takes too long or is too much.
 static bool read_output(int fd, char *text)
 {
-  const int64_t end = now_milliseconds() + MIGRATE_SECONDS * 1000;
+  const int64_t end = now_milliseconds() + MIGRATE_SECONDS * INT64_C(1000);
   size_t length = 0;
   while (length < OUTPUT_MAX) {
     const int64_t left = end - now_milliseconds();

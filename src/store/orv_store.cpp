@@ -203,7 +203,7 @@ static bool load(char **names)
   while (names[count] != nullptr) {
     count++;
   }
-  settings *all = static_cast<settings *>(calloc(count, sizeof *all));
+  settings *all = static_cast<settings *>(calloc(count + 1, sizeof *all));
   if (all == nullptr) {
     return store_fault("Out of memory");
   }

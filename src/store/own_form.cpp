@@ -74,9 +74,12 @@ static bool is_secret(const pt_body_item *item)
 // The secret that the box empties, NULL when it is another box.
 static const pt_body_item *cleared_by(const pt_body_item *box)
 {
+  if (box->type != PT_CHECKBOX) {
+    return nullptr;
+  }
   const size_t length = strlen(box->name);
   const size_t end = sizeof CLEAR - 1;
-  if (box->type != PT_CHECKBOX || length <= end || length >= NAME_SIZE ||
+  if (length <= end || length >= NAME_SIZE ||
       strcasecmp(box->name + length - end, CLEAR) != 0) {
     return nullptr;
   }

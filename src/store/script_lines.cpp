@@ -8,9 +8,9 @@
 #include <string.h>
 
 #include "orv_changes.h"
+#include "orv_limits.h"
 
-// A line of a page without = and two quotes.
-constexpr size_t LINE_MAX = 246;
+constexpr size_t REPORTED_MAX = ORV_REPORTED_MAX;
 constexpr size_t ERROR_MAX = 230; // of a message and its name
 
 static bool has_message;
@@ -34,11 +34,11 @@ static void write_text(const char *text, size_t room, bool shown)
 void report_value(const char *name, const char *value)
 {
   const size_t length = strlen(name);
-  if (length > LINE_MAX / 2) {
+  if (length > REPORTED_MAX / 2) {
     return;
   }
   printf("%s=\"", name);
-  write_text(value, LINE_MAX - length, false);
+  write_text(value, REPORTED_MAX - length, false);
   puts("\"");
 }
 

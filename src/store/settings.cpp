@@ -20,6 +20,7 @@
 #include "folder.h"
 #include "orv.h"
 #include "orv_guard.h"
+#include "orv_limits.h"
 #include "orv_secret.h"
 
 static settings_speller spell_name; // NULL: names stay as they stand
@@ -31,9 +32,11 @@ void settings_spell_by(settings_speller spell)
 
 void settings_free(settings *all)
 {
+  // NOLINTBEGIN(clang-analyzer-unix.Malloc): it does not see what "= {}" clears
   free(all->texts[0]);
   free(all->texts[1]);
   free(all->list);
+  // NOLINTEND(clang-analyzer-unix.Malloc)
   *all = {};
   all->version = 1;
   all->shipped_version = 1;
@@ -43,8 +46,6 @@ void settings_free(settings *all)
   all->shipped_secrets = "";
 }
 
-// What a page's line of 249 bytes can show again, with = and two quotes.
-constexpr size_t LINE_MAX = 246;
 constexpr unsigned long VERSION_MAX = 999'999'999; // the library has 9 digits
 
 static bool is_letter(char c)
@@ -208,7 +209,7 @@ bool settings_parse(const char *name, char *text, settings *all)
 
 bool settings_is_sound(const setting *one, bool is_secret)
 {
-  if (strlen(one->name) + strlen(one->value) > LINE_MAX) {
+  if (strlen(one->name) + strlen(one->value) > ORV_REPORTED_MAX) {
     return store_fault("Nothing was saved: a value is too long.");
   }
   const char *refused = is_secret ? "\"\\`" : "\"\\`$";

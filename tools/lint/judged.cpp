@@ -62,8 +62,9 @@ static const bash_branch &branch_at(const judge &j, int index)
 static bool leads_away(const judge &j, int branch, const std::string &name)
 {
   const size_t at = static_cast<size_t>(branch);
-  std::string plain = name.substr(name.rfind(':') + 1);
-  plain = plain.substr(0, plain.find_first_of("[%"));
+  const size_t begin = name.rfind(':') + 1;
+  const size_t end = name.find_first_of("[%", begin);
+  const std::string plain = name.substr(begin, end - begin);
   return j.diverts[at] || j.assigned[at].count(plain) != 0;
 }
 

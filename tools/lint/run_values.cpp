@@ -57,8 +57,8 @@ values read_values(const device_run &r, const form &f, const script_line &line,
     if (text.size() > ORV_LINE_MAX) {
       tell(r.found, file, 1, 1, "run-long",
            "a reported line has " + std::to_string(text.size()) +
-               " bytes, and a page reads 249 at a time: " +
-               in_quotes(text.substr(0, 40) + "..."),
+               " bytes, and a page reads " + std::to_string(ORV_LINE_MAX) +
+               " at a time: " + in_quotes(text.substr(0, 40) + "..."),
            notes);
     }
     store_line(r, file, notes, text.substr(0, ORV_LINE_MAX), &all);
