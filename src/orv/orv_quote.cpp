@@ -311,6 +311,38 @@ static char remembered(char last, char c)
   return one_of("\\$<>", c) ? c : '\0';
 }
 
+// A quotation mark; $"..." is no different from "...".
+static void scan_quote(shell_scan *scan, const char *p, char last)
+{
+  begin_word(scan, p);
+  if (*p == '"') {
+    scan->place = SHELL_DOUBLE;
+  } else if (*p == '`') {
+    enter_commands(scan, p + 1, "`");
+  } else if (last == '$') {
+    enter(scan, SHELL_UNSAFE, plain_end(p + 1, scan->end, "'"));
+  } else {
+    scan->place = SHELL_SINGLE;
+  }
+}
+
+// One of "<", ">" and "&".
+static void scan_redirection(shell_scan *scan, const char *p, char last)
+{
+  if (*p == '&') {
+    if (last == '<' || last == '>') {
+      enter_duplication(scan, p);
+    } else if (p[1] != '>') {
+      end_command(scan);
+    }
+  } else if (*p == '<' && last != '<' && p[1] == '<' && p[2] != '<') {
+    begin_word(scan, p); // a here-document
+    enter(scan, SHELL_UNSAFE, nullptr);
+  } else {
+    expect_argument(scan, false);
+  }
+}
+
 // False where braces would multiply a value.
 static bool scan_bare(shell_scan *scan, const char *p)
 {
@@ -321,20 +353,9 @@ static bool scan_bare(shell_scan *scan, const char *p)
   }
   switch (c) {
   case '\'':
-    begin_word(scan, p);
-    if (last == '$') {
-      enter(scan, SHELL_UNSAFE, plain_end(p + 1, scan->end, "'"));
-    } else {
-      scan->place = SHELL_SINGLE;
-    }
-    break;
-  case '"': // $"..." is no different
-    begin_word(scan, p);
-    scan->place = SHELL_DOUBLE;
-    break;
+  case '"':
   case '`':
-    begin_word(scan, p);
-    enter_commands(scan, p + 1, "`");
+    scan_quote(scan, p, last);
     break;
   case '[':
     enter_bracket(scan, p);
@@ -347,21 +368,9 @@ static bool scan_bare(shell_scan *scan, const char *p)
     scan->brace |= p + 1 != scan->end && !one_of(" \t", p[1]);
     return !scan->brace || !scan->value;
   case '<':
-    if (last != '<' && p[1] == '<' && p[2] != '<') { // a here-document
-      begin_word(scan, p);
-      enter(scan, SHELL_UNSAFE, nullptr);
-      break;
-    }
-    [[fallthrough]];
   case '>':
-    expect_argument(scan, false);
-    break;
   case '&':
-    if (last == '<' || last == '>') {
-      enter_duplication(scan, p);
-    } else if (p[1] != '>') {
-      end_command(scan);
-    }
+    scan_redirection(scan, p, last);
     break;
   case ')':
   case ';':
