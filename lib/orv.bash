@@ -52,7 +52,7 @@ orv__load() {
 orv_put() {
   [[ ${#1} -le 52 && $1 == [A-Za-z]* && $1 != *[!A-Za-z0-9_]* &&
     $1 != error_* && $1 != delete_* ]] || return
-  ((${#1} + ${#2} < 247)) && [[ $2 != *[[:cntrl:]]* ]] || { orv__cut "$@"; return; }
+  ((${#1} + ${#2} <= 246)) && [[ $2 != *[[:cntrl:]]* ]] || { orv__cut "$@"; return; }
   printf '%s="%s"\n' "$1" "$2"
 }
 orv_show() { # NAME...: reports values at hand, plain ones as one piece

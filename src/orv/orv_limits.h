@@ -24,6 +24,10 @@ constexpr int ORV_NAME_PREFIX = 2;
 
 // --- what is drawn -----------------------------------------------------------
 
+// Rows of a table that the store and the scripts' library keep: twice what
+// anybody enters by hand, and a page of them is still quick.
+constexpr int ORV_STORED_ROWS_MAX = 100;
+
 // Columns of a table: more do not fit on any page.
 constexpr int ORV_COLUMNS_MAX = 20;
 

@@ -29,6 +29,7 @@
 #include "orv_changes.h"
 #include "orv_check.h"
 #include "orv_guard.h"
+#include "orv_limits.h"
 #include "orv_secret.h"
 #include "orv_vars.h"
 #include "script_lines.h"
@@ -37,7 +38,6 @@
 #include "store_text.h"
 #include "who.h"
 
-constexpr int ROWS_MAX = 100; // of a table
 constexpr size_t NAME_SIZE = 53;
 constexpr size_t FILE_SIZE = STORE_NAME_MAX + 1;
 static const char CLEAR[] = "_clear"; // ends the name of a box beside a secret
@@ -330,18 +330,19 @@ static bool take_table(const pt_body_item *table)
   }
   const int fixed = table->table.fixed_rows;
   int to = 0;
-  for (int row = 0; row < ROWS_MAX || row_was_sent(table, row); row++) {
+  for (int row = 0; row < ORV_STORED_ROWS_MAX || row_was_sent(table, row);
+       row++) {
     if (row < fixed || (fixed == 0 && row_holds(table, row, intake_get))) {
-      if (to == ROWS_MAX) {
+      if (to == ORV_STORED_ROWS_MAX) {
         return store_fault("Nothing was saved: a table keeps %d rows, and this "
                            "one has more.",
-                           ROWS_MAX);
+                           ORV_STORED_ROWS_MAX);
       }
       take_row(table, row, to);
       to++;
     }
   }
-  for (int row = to; row < ROWS_MAX; row++) {
+  for (int row = to; row < ORV_STORED_ROWS_MAX; row++) {
     blank_row(table, row);
   }
   return true;
@@ -486,7 +487,7 @@ static const char *best_value(const char *name)
 
 static void order_table(FILE *out, const pt_body_item *table)
 {
-  for (int row = 0; row < ROWS_MAX; row++) {
+  for (int row = 0; row < ORV_STORED_ROWS_MAX; row++) {
     const bool holds = row_holds(table, row, best_value);
     const pt_body_item *cell = table->next;
     for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
