@@ -14,7 +14,7 @@ case $1 in
     printf '%s\n' 'interfaces Ports' 'port/wan WAN' 'port/lan1 LAN 1' \
       'port/lan2 LAN 2' 'port/lan3 LAN 3'
     ;;
-  firewall | forwards | services | users)
+  firewall | forwards | services | users | login)
     printf '%s\n' 'firewall Firewall' 'forwards Port forwards' \
       'services Services' 'users Users' 'status Status'
     ;;

@@ -25,6 +25,7 @@ choice firewall Firewall
 choice forwards Port forwards
 choice services Services
 choice users Users
+choice login Password
 
 heading2 Device
 fmenu

@@ -10,6 +10,7 @@ choice fields Text, box and list
 choice messages A check script
 choice secret A secret
 choice password A password, kept as a hash
+choice login The password of these pages
 choice iselect A list from a script
 choice table A table
 choice fixed_table A table of fixed rows
@@ -28,3 +29,4 @@ choice guard A change that goes back
 choice service A service to restart
 choice hostname An action of root's
 choice reboot A restart
+choice reset The settings as shipped
