@@ -2,6 +2,7 @@
 
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
+import fs from "node:fs/promises";
 import { test } from "node:test";
 import { act, address, allForms, assertLooks, button, complaints, heading,
          newPage, phone, press, root, visit } from "./device.mjs";
@@ -101,6 +102,51 @@ test("style and scripts are small as they are served", () => {
   assert.ok(sizeOf("js/position.js") + sizeOf("js/kwt_scroller.js") <
             12 * 1024);
 });
+
+// The shipped face, as a device gets it.
+async function wearing(does) {
+  const folder = await fs.mkdtemp("/tmp/larkspur-brand-");
+  try {
+    await fs.mkdir(`${folder}/www/css`, { recursive: true });
+    await fs.copyFile(`${root}web/css/orv.css`, `${folder}/www/css/orv.css`);
+    await fs.symlink(`${root}examples/brand`, `${folder}/brand`);
+    execFileSync("sh", [`${root}packaging/brand/larkspur-brand`, folder]);
+    await does(`${folder}/www`);
+  } finally {
+    await fs.rm(folder, { recursive: true });
+  }
+}
+
+test("a maker's face is legible in every state, and has logo and icon",
+     () => wearing(async (www) => {
+  const page = await newPage();
+  const asked = [];
+  await page.route("**/css/*", (route) => {
+    const { pathname } = new URL(route.request().url());
+    asked.push(pathname);
+    return route.fulfill({ path: www + pathname });
+  });
+  for (const form of ["orvmenu", "network", "users", "reboot", "status"]) {
+    await page.goto(address(form));
+    await pressEnabled(page, "Help");
+    await assertLooks(page, `${form}, a maker's`);
+    await pressEnabled(page, "Submit");
+    await assertLooks(page, `${form}, a maker's, submitted`);
+  }
+  await page.emulateMedia({ colorScheme: "light" });
+  const face = await page.evaluate(() => {
+    const logo = getComputedStyle(document.querySelector(".navbar ul"),
+                                  "::before");
+    return { bar: getComputedStyle(document.querySelector(".navbar"))
+               .backgroundColor,
+             logo: [logo.width, parseFloat(logo.height) > 20],
+             icon: document.querySelector("link[rel=icon]").href };
+  });
+  assert.equal(face.bar, "rgb(8, 61, 46)");
+  assert.deepEqual(face.logo, ["112px", true]);
+  assert.equal(new URL(face.icon).pathname, "/css/icon.png");
+  assert.ok(asked.includes("/css/logo.svg"));
+}));
 
 test("a dark page is dark, and prints dark on white without its bars",
      async () => {

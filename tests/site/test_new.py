@@ -46,8 +46,10 @@ def test_every_example_works_under_a_name_of_its_own(tmp_path):
     lint = subprocess.run([os.environ["ORV_LINT"], "--run", device], text=True,
                           capture_output=True, check=False)
     assert (lint.returncode, lint.stdout) == (0, ""), lint.stdout
+    (device / "tests/bar.test").write_text("".join(
+        f"test {e}\nopen my-{e}.1\nexpect link Start\n" for e in EXAMPLES if e != "port"))
     tests = sorted((device / "tests").glob("*.test"))
-    assert len(tests) == len(EXAMPLES) + 1
+    assert len(tests) == len(EXAMPLES) + 2
     run = subprocess.run([ROOT / "tools/orv-test", "--orv", os.environ["ORV"], *tests],
                          text=True, capture_output=True, check=False)
     assert run.returncode == 0, run.stdout + run.stderr
