@@ -1,19 +1,19 @@
 // A backup of the device as plain text, and the way back.
 //
-// Owns the dump that is being applied: its lines, taken apart in place.  Every
-// page is judged before the first script stores anything.  Then all are saved
-// as one step, each judged once more: a page that another one makes wrong is
-// refused when its turn comes, and nothing of the step is stored.  What a
-// script stores by itself is, and is told.
+// Owns the dump that is being applied.  Every page is judged before the first
+// script stores anything.  Then all are saved as one step, each judged once
+// more: a page that another one makes wrong is refused when its turn comes, and
+// nothing of the step is stored.  What a script stores by itself is, and is
+// told.
 
 #include "dump.h"
 
-#include <ctype.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 
 #include "change.h"
+#include "dump_file.h"
 #include "fault.h"
 #include "on_device.h"
 #include "orv.h"
@@ -26,10 +26,6 @@
 #include "sitemap.h"
 #include "suggest.h"
 #include "terminal.h"
-
-// What lines other than values begin with, as they are written and read.
-static const char NOT_SAVED[] = "# not saved here: ";
-static const char SECRET[] = "secret ";
 
 // --- writing -----------------------------------------------------------------
 
@@ -60,24 +56,6 @@ static bool is_kept(const page_field *field)
          orv_get_var(&cfg_vars, field->name, o_orig) == nullptr;
 }
 
-// A dump is looked at on terminals, and read back: control characters stand in
-// it as \x1b, and so does a backslash that could be taken for such a one.
-static void put_value(const char *value)
-{
-  while (*value != '\0') {
-    if (value[0] == '\\' && value[1] == 'x') {
-      fputs("\\x5c", dump_out);
-      value++;
-    } else if (value[0] == '\t') {
-      putc('\t', dump_out);
-      value++;
-    } else {
-      value += terminal_char(dump_out, value);
-    }
-  }
-  putc('\n', dump_out);
-}
-
 // The blank rows that a table offers are no part of it.
 static void dump_fields(bool secrets)
 {
@@ -97,10 +75,10 @@ static void dump_fields(bool secrets)
       continue;
     }
     if (is_kept(field) || (page_is_secret(field->name) && !secrets)) {
-      terminal_print(dump_out, "%s%s\n", NOT_SAVED, field->name);
+      terminal_print(dump_out, "%s%s\n", DUMP_NOT_SAVED, field->name);
     } else {
       terminal_print(dump_out, "%s=", field->name);
-      put_value(page_value(field));
+      dump_put_value(dump_out, page_value(field));
     }
   }
 }
@@ -111,8 +89,8 @@ static void dump_stored_secrets()
   for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
     if (var->o_value != nullptr && orv_is_secret_name(var->name) &&
         page_find_item(var->name) == nullptr) {
-      terminal_print(dump_out, "%s%s=", SECRET, var->name);
-      put_value(var->o_value);
+      terminal_print(dump_out, "%s%s=", DUMP_SECRET, var->name);
+      dump_put_value(dump_out, var->o_value);
     }
   }
 }
@@ -196,212 +174,9 @@ char *dump_settings(char **names, int count)
   return text;
 }
 
-// --- reading -----------------------------------------------------------------
+// --- applying ----------------------------------------------------------------
 
 constexpr size_t PLACE_SIZE = 100; // a line's number and what is wrong with it
-
-struct dump_table {
-  const char *name;
-  int rows;
-  int line;
-};
-
-// The part of a dump that concerns one page; borrows the dump's text.
-struct dump_part {
-  const char *page;
-  int line;
-  wanted_value *values;
-  size_t value_count;
-  dump_table *tables;
-  size_t table_count;
-  wanted_value *secrets;
-  size_t secret_count;
-  const char **skipped; // names that the dump could not hold
-  size_t skipped_count;
-};
-
-struct dump_file {
-  char *text;
-  dump_part *parts;
-  size_t part_count;
-};
-
-// Makes room for one element more behind `count` of them; zero-filled.
-template <typename T> static T *grow(T **list, size_t *count)
-{
-  char *block = reinterpret_cast<char *>(*list);
-  if (must_realloc(&block, (*count + 1) * sizeof **list) == 0) {
-    return nullptr;
-  }
-  *list = reinterpret_cast<T *>(block);
-  T *added = *list + *count;
-  *added = {};
-  (*count)++;
-  return added;
-}
-
-static void free_dump(dump_file *dump)
-{
-  for (size_t i = 0; i < dump->part_count; i++) {
-    free(dump->parts[i].values);
-    free(dump->parts[i].tables);
-    free(dump->parts[i].secrets);
-    free(dump->parts[i].skipped);
-  }
-  free(dump->parts);
-  free(dump->text);
-}
-
-// False, too, for what is no text: a NUL byte would hide what stands behind it.
-static bool read_all(FILE *fp, char **text)
-{
-  size_t size = 0;
-  const ssize_t got = getdelim(text, &size, '\0', fp);
-  if (got < 0) { // nothing to read, or no way to
-    free(*text);
-    *text = nullptr;
-    return ferror(fp) == 0 && feof(fp) != 0;
-  }
-  return (*text)[got - 1] != '\0' && ferror(fp) == 0;
-}
-
-// The rest of the line behind `key`, NULL when it begins otherwise.
-static char *behind(char *line, const char *key)
-{
-  const size_t length = strlen(key);
-  return strncmp(line, key, length) == 0 ? line + length : nullptr;
-}
-
-static int hex_digit(char c)
-{
-  static const char digits[] = "0123456789abcdef";
-  const char *found = c != '\0' ? strchr(digits, c) : nullptr;
-  return found != nullptr ? static_cast<int>(found - digits) : -1;
-}
-
-// Undoes put_value in place.
-static void restore_value(char *value)
-{
-  char *out = value;
-  for (const char *in = value; *in != '\0'; out++) {
-    const int high = in[0] == '\\' && in[1] == 'x' ? hex_digit(in[2]) : -1;
-    const int low = high >= 0 ? hex_digit(in[3]) : -1;
-    if (low >= 0 && high + low > 0) {
-      *out = static_cast<char>(high * 16 + low);
-      in += 4;
-    } else {
-      *out = *in;
-      in++;
-    }
-  }
-  *out = '\0';
-}
-
-static const char NO_MEMORY[] = "out of memory";
-
-static const char *take_form(dump_file *dump, char *name, int number)
-{
-  dump_part *part = grow(&dump->parts, &dump->part_count);
-  if (part == nullptr) {
-    return NO_MEMORY;
-  }
-  part->page = name;
-  part->line = number;
-  return nullptr;
-}
-
-static const char *take_table(dump_part *part, char *rest, int at)
-{
-  char *number = strrchr(rest, ' ');
-  if (number == nullptr || !isdigit(static_cast<unsigned char>(number[1]))) {
-    return "a \"table\" line has a name and a number of rows";
-  }
-  *number = '\0';
-  dump_table *table = grow(&part->tables, &part->table_count);
-  if (table == nullptr) {
-    return NO_MEMORY;
-  }
-  *table = {rest, static_cast<int>(strtol(number + 1, nullptr, 10)), at};
-  return nullptr;
-}
-
-static const char *take_value(wanted_value **list, size_t *count, char *line,
-                              int number)
-{
-  char *equals = strchr(line, '=');
-  if (equals == nullptr) {
-    return "neither \"form\", \"table\" nor NAME=VALUE";
-  }
-  *equals = '\0';
-  restore_value(equals + 1);
-  wanted_value *wanted = grow(list, count);
-  if (wanted == nullptr) {
-    return NO_MEMORY;
-  }
-  *wanted = {line, equals + 1, false, number};
-  return nullptr;
-}
-
-static const char *take_skipped(dump_part *part, const char *name)
-{
-  const char **skipped = grow(&part->skipped, &part->skipped_count);
-  if (skipped == nullptr) {
-    return NO_MEMORY;
-  }
-  *skipped = name;
-  return nullptr;
-}
-
-// Takes one line; NULL, or what is wrong with it.
-static const char *take_line(dump_file *dump, char *line, int number)
-{
-  dump_part *part =
-      dump->part_count > 0 ? dump->parts + dump->part_count - 1 : nullptr;
-  char *rest = behind(line, NOT_SAVED);
-  if (rest != nullptr && part != nullptr) {
-    return take_skipped(part, rest);
-  }
-  if (line[0] == '\0' || line[0] == '#') {
-    return nullptr;
-  }
-  rest = behind(line, "form ");
-  if (rest != nullptr) {
-    return take_form(dump, rest, number);
-  }
-  if (part == nullptr) {
-    return "a \"form\" line must come first";
-  }
-  rest = behind(line, "table ");
-  if (rest != nullptr) {
-    return take_table(part, rest, number);
-  }
-  rest = behind(line, SECRET);
-  return rest != nullptr
-             ? take_value(&part->secrets, &part->secret_count, rest, number)
-             : take_value(&part->values, &part->value_count, line, number);
-}
-
-static bool parse_dump(dump_file *dump, const char *file)
-{
-  int number = 1;
-  for (char *line = dump->text; line != nullptr; number++) {
-    char *end = strchr(line, '\n');
-    if (end != nullptr) {
-      *end = '\0';
-    }
-    const char *fault = take_line(dump, line, number);
-    if (fault != nullptr) {
-      char where[PLACE_SIZE];
-      snprintf(where, sizeof where, "line %d: %s", number, fault);
-      report_failure(file, where);
-      return false;
-    }
-    line = end != nullptr ? end + 1 : nullptr;
-  }
-  return true;
-}
-
-// --- applying ----------------------------------------------------------------
 
 static const dump_part *applied;   // borrowed: while its page is open
 static page_result applied_result; // what it came to
@@ -557,7 +332,7 @@ static int save_together(dump_file *dump, const char *file)
   }
   if (!report_hold()) {
     device_drop();
-    report_failure(file, NO_MEMORY);
+    report_failure(file, "out of memory");
     report_nothing(false);
     return EXIT_FAILURE;
   }
@@ -571,6 +346,19 @@ static int save_together(dump_file *dump, const char *file)
     report_nothing(others);
   }
   return saved ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+// Reports the first line that is wrong.
+static bool parse_dump(dump_file *dump, const char *file)
+{
+  int number;
+  const char *fault = dump_parse(dump, &number);
+  if (fault != nullptr) {
+    char where[PLACE_SIZE];
+    snprintf(where, sizeof where, "line %d: %s", number, fault);
+    report_failure(file, where);
+  }
+  return fault == nullptr;
 }
 
 static int apply_parts(dump_file *dump, const char *file, bool dry)
@@ -590,7 +378,7 @@ int apply_dump(FILE *fp, const char *file, bool dry)
 {
   dump_file dump = {};
   int status = EXIT_FAILURE;
-  if (!read_all(fp, &dump.text)) {
+  if (!dump_read(fp, &dump.text)) {
     report_failure(file, "cannot be read as text");
   } else if (parse_dump(&dump, file)) {
     if (report_json) {
@@ -603,7 +391,7 @@ int apply_dump(FILE *fp, const char *file, bool dry)
       report_close(']');
     }
   }
-  free_dump(&dump);
+  dump_free(&dump);
   return status;
 }
 
@@ -616,6 +404,6 @@ int apply_settings(char *text, const char *command, bool dry)
     report_skipped_stay = true;
     status = apply_parts(&dump, command, dry);
   }
-  free_dump(&dump);
+  dump_free(&dump);
   return status;
 }
