@@ -29,6 +29,7 @@
 #include "orv_check_fault.h"
 #include "orv_conditions.h"
 #include "orv_parser.h"
+#include "orv_pattern.h"
 #include "orv_vars.h"
 
 static int error_count; // failures recorded in this walk
@@ -159,6 +160,15 @@ static void chk_Xregex(const char *value, const char *options,
                        const char *tpl_error, const char *err_name,
                        const char *var_label, int flags)
 {
+  const pattern_answer answer = (flags & REG_ICASE) == 0
+                                    ? orv_pattern_match(options, value)
+                                    : PATTERN_OTHER;
+  if (answer != PATTERN_OTHER) {
+    if (answer == PATTERN_FITS_NOT) {
+      check_failed(err_name, tpl_error, "Incorrect format", var_label);
+    }
+    return;
+  }
   regex_t pattern;
   if (regcomp(&pattern, options, flags | REG_NOSUB) != 0) {
     check_failed(err_name, nullptr, "Bad regular expression in check options",
