@@ -171,6 +171,12 @@ static bool script_is_executable(char *line)
   return executable;
 }
 
+bool orv_script_does_nothing(const char *command)
+{
+  static const char line[] = "/bin/true";
+  return strcmp(command, line) == 0 && access(line, X_OK) == 0;
+}
+
 static bool open_channel(channel *pipe, bool reads)
 {
   int fds[2];

@@ -50,6 +50,10 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp);
 FILE *orv_script_exchange(const char *command, const char *input, size_t length,
                           pid_t *pid);
 
+// Whether `command` is the line of a form that needs no such script, /bin/true
+// alone: it has nothing to take or to say, so it need not be started.
+bool orv_script_does_nothing(const char *command);
+
 // Waits for `pid`: its exit status, or minus the number of the signal that
 // ended it (reported by orv_error), or -1 (reported by orv_fatal).  That its
 // output was cut is reported by orv_error, last.

@@ -488,6 +488,9 @@ int orv_load_vars(const char *script, int merge)
   if (merge == 0) {
     orv_free_vars(&cfg_vars);
   }
+  if (orv_script_does_nothing(script)) {
+    return 0;
+  }
   pid_t pid;
   owned_stream output(orv_script_exchange(script, nullptr, 0, &pid));
   if (output == nullptr) {
@@ -552,6 +555,10 @@ static bool take_answer(FILE *stream)
 // might save a part of it.
 int orv_save_vars(orv_var **list, const char *script)
 {
+  if (!value_lost && orv_script_does_nothing(script)) {
+    orv_free_vars(&err_vars);
+    return 1;
+  }
   size_t length = 0;
   const owned_text input(value_lost ? nullptr : make_input(list, &length));
   if (input == nullptr) {

@@ -226,6 +226,16 @@ TEST_F(Scripts, LackOfProcessesOrDescriptorsIsReported)
     fputs(message().c_str(), stderr);
     _exit(0);
   }, testing::ExitedWithCode(0), "^orv_script_run: Cannot fork. Errno 38$");
+  EXPECT_EXIT({ // what does nothing takes no process
+    deny(SYS_clone);
+    deny(SYS_clone3);
+    load("x=1;error_x=stale");
+    const int saved = orv_save_vars(&cfg_vars, "/bin/true");
+    fprintf(stderr, "%d %s ", saved, stored().c_str());
+    fprintf(stderr, "%d %s", orv_load_vars("/bin/true", 1), stored().c_str());
+    fprintf(stderr, " %d", orv_load_vars("/bin/true", 0));
+    _exit(stored().empty() ? 0 : 1);
+  }, testing::ExitedWithCode(0), "^1 x.o=1. 0 x.o=1. 0$");
   string reports;
   int status = -3;
   for (rlimit limit = {3, 4096}; status == -3; limit.rlim_cur++) {
