@@ -7,7 +7,7 @@ export PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C; umask 077 # patterns mean by
 export ORV_STATE=${ORV_STATE:-${BASH_SOURCE[0]%/*}/../state}
 export ORV_DEFAULTS=${ORV_DEFAULTS:-${BASH_SOURCE[0]%/*}/../defaults}
 declare -gA orv=() orv_was=() orv_label=() orv__stamps=()
-orv__form=${2:0:50} orv__subitem=$3 orv__token=${EPOCHSECONDS:-0}.$$.$RANDOM
+orv__task=$1 orv__form=${2:0:50} orv__subitem=$3 orv__token=${EPOCHSECONDS:-0}.$$.$RANDOM
 orv_failed=0 orv__files=() orv__got=0
 # orv_load FILE...: the stored values, lines NAME=VALUE, and of ORV_DEFAULTS what
 # they lack; 1 if there is neither.  All files are as one save left them.

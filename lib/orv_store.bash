@@ -53,9 +53,9 @@ orv__find() {
   if [[ ${lines[0]} =~ ^'#orv 2 '([0-9]{1,18}' '.*)$ ]]; then
     stamp=${BASH_REMATCH[1]} cut=${lines[1]:7}
     cut=${cut/#\*/+([!=])} cut="@(${cut// /|})+([0-9])=*"
-  elif [[ ${lines[0]} =~ ^'#orv '[0-9]+(' '|$) ]]; then
-    orv_fatal "The settings $1 are of a newer version than this device's program."
-    return 1
+  elif [[ ${lines[0]} =~ ^'#orv '([0-9]+)(' '|$) ]]; then
+    orv__unusable "The settings $1 are of a newer version (format ${BASH_REMATCH[1]})"
+    return
   elif [[ $found ]]; then # which tables it holds is not known
     cut='+([!=])[0-9]=*' stamp="0 ${lines[0]##* }"
     [[ ${lines[*]} ]] || lines=('#') # an empty file is one
@@ -74,16 +74,20 @@ orv__judge_version() { # FILE
   [[ ! $line =~ $pattern ]] || stored=${BASH_REMATCH[1]}
   [[ ! ${shipped[0]} =~ $pattern ]] || known=${BASH_REMATCH[1]}
   if ((stored > known)); then
-    orv_fatal "The settings $1 are of a newer version ($stored) than this device knows ($known)."
+    orv__unusable "The settings $1 are of a newer version ($stored) than this device knows ($known)."
   elif ((stored < known)) && [[ -e $ORV_MIGRATE/${1%%@*} ]]; then
-    orv_fatal "The settings $1 are of an older version ($stored), and were not brought to this device's ($known)."
+    orv__unusable "The settings $1 are of an older version ($stored), and were not brought to this device's ($known)."
   else
     return 0
   fi
   return 1
 }
 orv__unreadable() {
-  orv_fatal "The settings cannot be read: $1 (as user ${EUID/#0/root})."
+  orv__unusable "The settings cannot be read: $1 (as user ${EUID/#0/root})."
+}
+orv__unusable() { # TEXT: to read, a page without its values is an error page
+  orv_fatal "$1"
+  [[ $orv__task != --read ]] || exit 1
   return 1
 }
 
@@ -99,7 +103,7 @@ orv__reload() {
     for file in "${orv__files[@]}"; do orv__load "$file"; done
     orv__look && return
   done
-  orv_fatal 'The settings change all the time. Please try again.'
+  orv__unusable 'The settings change all the time. Please try again.'
 }
 
 # --- values and messages ------------------------------------------------------

@@ -23,6 +23,7 @@
 #include "cgi_policy.h"
 #include "html.h"
 #include "orv.h"
+#include "orv_changes.h"
 #include "orv_check.h"
 #include "orv_error.h"
 #include "orv_output.h"
@@ -422,12 +423,13 @@ static void load_header()
 // Why a read script failed, in its own words where it has any.
 static const char *read_fault()
 {
+  static char *text; // owned, to the end of the process
   const char *said = err_vars != nullptr
                          ? orv_get_var(&err_vars, "msg", o_undefined)
                          : nullptr;
-  return recorded_message(said != nullptr && said[0] != '\0'
-                              ? said
-                              : "The form's read script failed.");
+  text = said != nullptr && said[0] != '\0' ? orv_plain_text(said) : nullptr;
+  return recorded_message(text != nullptr ? text
+                                          : "The form's read script failed.");
 }
 
 static void read_configuration()

@@ -221,7 +221,7 @@ bool history_print(FILE *out)
 {
   const owned_text text(history_read());
   if (text != nullptr) {
-    fputs(text.get(), out);
+    fputs(store_clean(text.get()), out);
   }
   return store_fault_text() == nullptr;
 }

@@ -17,6 +17,7 @@
 #include "commit.h"
 #include "fault.h"
 #include "folder.h"
+#include "form.h"
 #include "guard.h"
 #include "history.h"
 #include "intake.h"
@@ -248,7 +249,8 @@ static bool print_pending(char **)
     return false;
   }
   printf("ok\ntoken=%s\narmed=%s\nleft=%" PRId64 "\n%s", pending.token,
-         pending.armed ? "True" : "False", pending.left, pending.text);
+         pending.armed ? "True" : "False", pending.left,
+         store_clean(pending.text));
   free(pending.text);
   return true;
 }
@@ -337,12 +339,33 @@ static bool blank_file(int, const char *name, void *stage)
   return stage_blank(static_cast<const store_stage *>(stage), name);
 }
 
+// What is named by mistake would be a file for ever: a name is one that is
+// stored, that the device ships with, or of a form.
+static bool is_known(const char *name)
+{
+  char path[STORE_PATH_SIZE];
+  const char *stage = stage_folder();
+  snprintf(path, sizeof path, "%s/%.99s", stage != nullptr ? stage : ".", name);
+  return !store_is_name(name) || // which is another fault
+         store_has_file(name) || store_has_file(path) ||
+         store_has_defaults(name) || form_open(name) ||
+         store_fault("There are no settings \"%.99s\"", name);
+}
+
+static bool are_known(char **names)
+{
+  while (*names != nullptr && is_known(*names)) {
+    names++;
+  }
+  return *names == nullptr;
+}
+
 // With no file named, all of them; a change that is pending is over then.
 static bool reset(char **names)
 {
   store_stage stage = {-1, "", 0, false};
-  if (!open_and_join(true) || !lock("a reset") || !stage_begin(&stage) ||
-      !history_begin(&stage, "-", nullptr, "reset")) {
+  if (!open_and_join(true) || !lock("a reset") || !are_known(names) ||
+      !stage_begin(&stage) || !history_begin(&stage, "-", nullptr, "reset")) {
     return false;
   }
   history_tell("Settings as shipped");

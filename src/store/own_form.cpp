@@ -44,7 +44,6 @@ static const char CLEAR[] = "_clear"; // ends the name of a box beside a secret
 
 static char file[FILE_SIZE]; // of the settings: FORM or FORM@SUBITEM
 static settings now;         // what it holds, with the defaults
-static bool is_refused;      // there is no such form or sub-item
 
 // --- items -------------------------------------------------------------------
 
@@ -162,25 +161,19 @@ static bool has_no_secret_cell()
   return true;
 }
 
-static bool refuse(const char *why)
-{
-  is_refused = true;
-  return store_fault("%s", why);
-}
-
 // A sub-item is one that the device ships with; its file is no other form's,
 // since no form's name has the sign between.
 static bool open_settings(const char *form, const char *subitem)
 {
   if (strchr(form, '@') != nullptr || !form_open(form)) {
-    return refuse("There is no such page.");
+    return store_fault("There is no such page.");
   }
   const int length =
       snprintf(file, sizeof file, "%s%s%s", form, subitem != nullptr ? "@" : "",
                subitem != nullptr ? subitem : "");
   if (length > static_cast<int>(STORE_NAME_MAX) ||
       (subitem != nullptr && !store_has_defaults(file))) {
-    return refuse("There is no such page here.");
+    return store_fault("There is no such page here.");
   }
   settings_spell_by(spell);
   return settings_read(file, &now) && has_no_secret_cell();
@@ -674,10 +667,10 @@ int own_form_run(const char *path, int count, char **words)
   const bool done =
       set_places(path) &&
       (bar ? navbar_print(path) : run_task(task, words[1], subitem));
+  // A form without its values is none, and must not be saved.
+  const bool failed = !done && strcmp(task, "--read") == 0;
   if (!done && store_fault_text() != nullptr) {
-    report_fault(store_fault_text(), strcmp(task, "--read") == 0);
+    report_fault(store_fault_text(), failed);
   }
-  // A read script that fails leaves no form to be shown.
-  const bool failed = is_refused && strcmp(task, "--read") == 0;
   return fflush(stdout) == 0 && !failed ? EXIT_SUCCESS : EXIT_FAILURE;
 }

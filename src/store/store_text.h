@@ -19,4 +19,7 @@ FILE *store_open_text(store_text *text);
 // lost, and then the text holds nothing.
 bool store_close_text(FILE *out, store_text *text);
 
+// Makes control characters of lines for a terminal "?", in place; `text`.
+char *store_clean(char *text);
+
 #endif

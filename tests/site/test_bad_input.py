@@ -93,7 +93,7 @@ def test_what_is_wrong_with_a_read_script_is_told(site):
     site.template("f", "text x")
     for read, message, log in (("exit 3", "The form's read script failed.", []),
                                ("echo error_msg=; exit 3", "The form's read script failed.", []),
-                               ("echo error_msg=Gone; exit 3", "Gone", []),
+                               ("echo 'error_msg=Gone for $$$3 <x>'; exit 3", "Gone for $3 <x>", []),
                                ("echo oops >&2; echo x=1", OOPS, [OOPS]),
                                ("yes x=" + 99 * "x", LONG, [LONG])):
         site.form_script("f", read=read)

@@ -315,6 +315,40 @@ def test_nobody_waits_for_what_is_no_file(device, path):
 
 # --- whose files they are -----------------------------------------------------
 
+def test_a_disk_that_nobody_may_write_to_is_named(device):
+    script = f"""printf '> a\nv=old\n' | {STORE} store - form >/dev/null
+        mount --bind "$ORV_STATE" "$ORV_STATE" && mount -o remount,bind,ro "$ORV_STATE"
+        printf '> a\nv=new\n' | {STORE} store - form; {STORE} reset a
+        {STORE} input $$ form </dev/null; {STORE} load a; ls -A "$ORV_STATE" """
+    status, text = device.run("unshare", "-rm", "bash", "-c", script)
+    assert status == 0, text
+    fault = r"fault The settings could not be stored: Read-only file system [^\n]+\n"
+    assert re.fullmatch(
+        f"({fault}){{3}}ok\nv=old\n\\.generation\n\\.history\n\\.lock\na\n", text), text
+
+
+def test_a_reset_makes_no_file_of_a_name_by_mistake(device):
+    (device.defaults / "shipped").write_text("v=1\n")
+    (device.folder / "form.tpl").write_text("title T\nbody\nfield v 9\nlabel V\n")
+    device.save("> stored\nv=2\n")
+    for name in ("shipped", "form", "stored"):
+        assert device.store("reset", name) == (0, "ok\n")
+    before = device.names()
+    for names in (["typo"], ["stored", "typo"]):
+        assert device.store("reset", *names) == (
+            1, 'fault There are no settings "typo"\n')
+    assert device.names() == before
+
+
+def test_nothing_that_a_terminal_obeys_is_printed(device):
+    (device.state / ".history").write_text(
+        "@ 1 0 a - f saved\n= a\x1b[2Jb\tc\x7f\u009bd\u00e4\n")
+    (device.state / ".pending").mkdir()
+    (device.state / ".pending" / ".info").write_text("user=a\x1b[2Jb\n")
+    shown = device.store("history")[1] + device.store("pending")[1]
+    assert "= a?[2Jb?c???d\u00e4\n" in shown and "user=a?[2Jb\n" in shown
+
+
 def test_a_full_disk_leaves_the_old_settings_and_nothing_else(device):
     script = f"""mount -t tmpfs -o size=64k none "$ORV_STATE" && chmod 700 "$ORV_STATE"
         printf '> a\nv=old\n' | {STORE} store - form >/dev/null
@@ -391,8 +425,9 @@ FAULTY = {
 
 
 @pytest.mark.parametrize("where", ["file", "folder", "above", "defaults"])
-def test_what_cannot_be_read_is_a_message_of_the_page(open_folder, where):
-    """Never the shipped value, nor a form without one."""
+@pytest.mark.parametrize("with_script", [True, False])
+def test_what_cannot_be_read_is_an_error_page(open_folder, where, with_script):
+    """Never the shipped value, nor a form without one, which could be saved."""
     device, user = owned_device(open_folder)
     data = open_folder / "data"
     for name in ("templates", "scripts"):
@@ -400,17 +435,27 @@ def test_what_cannot_be_read_is_a_message_of_the_page(open_folder, where):
     (data / "templates" / "net.tpl").write_text(
         "title Network\nbody\nerror $E$\nfield v 20\nlabel Value\n")
     script = data / "scripts" / "net.sh"
-    script.write_text(f'#!/bin/bash\n. {open_folder}/lib/orv.bash\norv_load net\norv_show v\n')
-    script.chmod(0o755)
+    if with_script:
+        script.write_text(f'#!/bin/bash\n. {open_folder}/lib/orv.bash\norv_load net\norv_show v\n')
+        script.chmod(0o755)
+    else:
+        script.symlink_to(open_folder / "orv-store")
     shutil.copytree(LIBRARY, open_folder / "lib")
     for program in (ORV, STORE):
         shutil.copy(program, open_folder)
     env = {"REQUEST_METHOD": "GET", "QUERY_STRING": "form=net",
-           "ORV_STORE": str(open_folder / "orv-store")}
+           "ORV_STORE": str(open_folder / "orv-store"),
+           "ORV_TEMPLATES": str(data / "templates")}
 
     def page():
         return device.run(str(open_folder / pathlib.Path(ORV).name), env=env,
                           cwd=open_folder, **user)[1]
+
+    def assert_says(text, kind):
+        shown = page()
+        assert text in shown and "Status: 404" in shown, kind
+        for other in ("shipped", "secret", "Submit", "<input"):
+            assert other not in shown, (kind, other)
 
     (device.defaults / "net").write_text("v=shipped\n")
     assert 'value="shipped"' in page()
@@ -421,8 +466,8 @@ def test_what_cannot_be_read_is_a_message_of_the_page(open_folder, where):
             if user:
                 os.chown(path, 0 if kind == "unreadable" else NOBODY, -1,
                          follow_symlinks=False)
-            assert "The settings" in page() and "shipped" not in page(), kind
-            assert "secret" not in page()
+            assert_says("of a newer version (format 3)" if kind == "newer"
+                        else "The settings cannot be read: ", kind)
             path.rmdir() if kind == "folder" else path.unlink()
         return
     path = {"folder": device.state, "above": device.folder / "up",
@@ -433,5 +478,5 @@ def test_what_cannot_be_read_is_a_message_of_the_page(open_folder, where):
     if user:
         os.chown(path, 0, 0)
     path.chmod(0)
-    assert "cannot be read" in page() and "shipped" not in page()
+    assert_says("cannot be rea", where)
     path.chmod(0o755)
