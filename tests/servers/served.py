@@ -67,7 +67,7 @@ class Server:
         self.log.chmod(0o666)
         self.etc = self.root / "etc/larkspur"
         self.state = self.root / "var/lib/larkspur/state"
-        self.page_seconds = 60
+        self.page_seconds, self.slots = 60, 8
         self.lay_out()
         if name == "nginx":
             self.listen_to_log()
@@ -153,6 +153,7 @@ class Server:
 
     def environment(self):
         return {"PATH": os.environ["PATH"], "LARKSPUR_SECONDS": str(self.page_seconds),
+                "LARKSPUR_SLOTS": str(self.slots), "LARKSPUR_PATIENCE": "1",
                 "LARKSPUR_CONSOLE": str(self.root / "console")}
 
     def stop(self):
@@ -167,14 +168,16 @@ class Server:
             assert self.running() == []
 
     def running(self):
-        """The command lines of the processes with this folder in theirs."""
-        found = []
-        for path in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+        """The command lines of the processes that name this folder or are in it."""
+        found, root = [], os.fsencode(self.root)
+        for path in pathlib.Path("/proc").glob("[0-9]*"):
             try:
-                found.append(path.read_bytes())
+                line = (path / "cmdline").read_bytes()
+                if root in line or root in os.readlink(os.fsencode(path / "cwd")):
+                    found.append(line)
             except OSError:
-                pass  # it has ended
-        return [line for line in found if os.fsencode(self.root) in line]
+                pass  # it has ended, or is somebody else's
+        return found
 
     def close(self):
         try:

@@ -8,6 +8,7 @@ import concurrent.futures
 import gzip
 import os
 import re
+import signal
 import socket
 import ssl
 import subprocess
@@ -39,7 +40,7 @@ def make_forms(site):
     site.template("look", *[f"field {name.lower()}" for name in SEEN], title="Look")
     site.form_script("look", "\n".join(f'echo "{n.lower()}=${n}"' for n in SEEN))
     site.template("stuck", "field text", title="Stuck")
-    site.form_script("stuck", 'echo $$ >"$ORV_STATE/stuck"; sleep 600')
+    site.form_script("stuck", 'echo $$ >"$ORV_STATE/stuck"; exec sleep 600')
     site.template("slow", "field text", title="Slow")
     site.form_script("slow", write="""cat >"$ORV_STATE/new"; : >"$ORV_STATE/begun"
         for i in {1..1200}; do [[ -e $ORV_STATE/go ]] && break; sleep 0.05; done
@@ -406,7 +407,7 @@ def restarted(server):
     server.stop()
     yield server
     server.stop()
-    server.page_seconds = 60
+    server.page_seconds, server.slots = 60, 8
     (server.etc / "login").write_bytes(login)
     server.start()
 
@@ -418,6 +419,28 @@ def test_a_page_that_never_comes_is_ended(restarted):
     assert answer.status in (500, 502, 504) and 'class="error"' in answer.text
     script = (restarted.state / "stuck").read_text().strip()
     assert wait_for(lambda: not os.path.exists(f"/proc/{script}"))
+
+
+@pytest.mark.parametrize(
+    "server", [name for name in NAMES if name in ("nginx", "busybox")], indirect=True)
+def test_no_more_programs_run_than_the_settings_say(restarted):
+    """Of the others, no more than they have connections."""
+    stuck = restarted.state / "stuck"
+    stuck.unlink(missing_ok=True)
+    restarted.slots = 1
+    restarted.start()
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        pool.submit(restarted.ask, f"{URL}?form=stuck")
+        assert wait_for(lambda: stuck.exists() and stuck.read_text().strip())
+        second = pool.submit(restarted.ask)
+        if restarted.name == "busybox":
+            assert (second.result().status, title(second.result())) == (503, "Busy")
+        assert restarted.name == "busybox" or not concurrent.futures.wait(
+            [second], timeout=1).done
+        os.kill(int(stuck.read_text()), signal.SIGKILL)
+        if restarted.name == "nginx":
+            assert title(second.result()) == "Menu"
+    assert title(restarted.ask()) == "Menu"
 
 
 def test_a_program_that_is_not_there_is_a_page_of_the_device(server):
