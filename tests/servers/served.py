@@ -94,9 +94,8 @@ class Server:
         for folder in ("usr/share/larkspur/boot", "usr/lib/cgi-bin", "etc/default", "dev"):
             (self.root / folder).mkdir(parents=True)
         shutil.copytree(WEB, self.root / "usr/share/larkspur/www")
-        brand = self.root / "usr/share/larkspur/brand"
-        brand.mkdir()
-        (brand / "logo.svg").write_text("<svg xmlns='http://www.w3.org/2000/svg'/>")
+        (self.root / "usr/share/larkspur/www/css/logo.svg").write_text(
+            "<svg xmlns='http://www.w3.org/2000/svg'/>")
         shutil.copy(ORV, self.root / "usr/lib/cgi-bin/orv")
         self.site = Site(self.root / "usr/lib/cgi-bin")
         shutil.copy(os.environ["ORV_STORE"], self.site.scripts / "orv-store")

@@ -195,7 +195,7 @@ def rows(server):
         ("a name without a dot", {"host": "gateway"}, 200, "<title>Menu"),
         # Static files.
         ("a style sheet", {"path": CSS, "login": None}, 200, "font:"),
-        ("a logo", {"path": "/brand/logo.svg", "login": None}, 200, "<svg"),
+        ("a logo", {"path": "/css/logo.svg", "login": None}, 200, "<svg"),
         ("a script", {"path": "/js/position.js"}, 200, "let "),
         ("a script without login", {"path": "/js/position.js", "login": None}, 401, ""),
         ("a file that is not there", {"path": "/css/nosuch.css"}, 404, "Not found"),
@@ -205,6 +205,8 @@ def rows(server):
         ("what starts programs", {"path": "/cgi-bin/limited"}, 404, "Not found"),
         ("a template", {"path": "/templates/note.tpl"}, 404, "Not found"),
         ("a key", {"path": "/../etc/larkspur/tls.pem"}, (400, 404), ""),
+        ("an error's page", {"path": "/errors/404.html", "login": None},
+         (401, 403, 404), ""),
         # The program has nothing behind its name.
         ("something behind the program", {"path": URL + "/x"}, 404, "Not found"),
         ("a slash behind it", {"path": URL + "/"}, 404, "Not found"),
@@ -236,11 +238,11 @@ TRICKS = (
     "/%63gi-bin/orv", "/cgi-bin/%6frv", "/cgi-bin/orv/", "/cgi-bin/orv/css/x",
     "/cgi-bin/orv%2f..%2fcss", "/cgi-bin/orv;/css/x", "/cgi-bin/orv%3f/css/x",
     "/cgi-bin/orv%23", "/cgi-bin/orv/../orv", "/css/x/../../cgi-bin/orv",
-    "/brand/../js/position.js", "/css/%2e%2e/js/position.js", "//js/position.js",
+    "/css/%2e%2e/js/position.js", "//js/position.js",
     "/css/..%2fjs/position.js", "/JS/position.js", "/css\\..\\js\\position.js",
     "/css/../../../../../../../../../etc/passwd", "/css/%2e%2e/%2e%2e/%2e%2e/etc/passwd",
     "/css/..%2f..%2f..%2f..%2f..%2f..%2fetc/passwd", "/css/%252e%252e/js/position.js",
-    "/css/../servers/start", "/brand/../templates/note.tpl", "/httpd.conf",
+    "/css/../servers/start", "/css/../../templates/note.tpl", "/httpd.conf",
     "/css/orv.css/../../js/position.js", "/errors/../js/position.js",
     "http://127.0.0.1/cgi-bin/orv", "*", "/cgi-bin/orv%ff",
     "/cgi-bin/orv%0d%0aX:%20y")
