@@ -150,7 +150,7 @@ HOSTILE = ["a[$(>R)]", "; >R;$(>R)`>R`'; >R; '", '"; >R; "', "*", "../R", "x" * 
            "\u00e9" * 120, "\x1b[0m\\\udcff", "a\r>R", "a\r\n>R\r\n", "a\n>R"]
 KEPT = {"form", "subitem", "cgi_vars_loaded"}
 INPUT = re.compile("^(?:field|i?select|checkbox) ([^ ]+)", re.M)
-STATE = re.compile(rb'(#orv [0-9. -]+\n(#table[a-z0-9_ *]*\n)?)?'  # no page shows a secret again
+STATE = re.compile(rb'(#orv [0-9. -]+\n(#table[a-z0-9_ *]*\n)?)?(#version \d+\n)?'  # no page shows a secret again
                    rb'([a-z0-9_]+=[^"$\\`]*\n|\w+_pass(word|phrase)=[^"\n]*\n)*')
 REPORT = re.compile(rb'((?=.{0,249}\n)[a-z][a-z0-9_]*=(".*"|[^"\']*)\n)*')
 JUNK = b'new_x=x="1"\nnew_="\nnew_PATH=""\nnew_orv="1"\nnew_%s="1"\nnew_a[$(>R)]="1"\n' % (
