@@ -302,7 +302,7 @@ orv_store() {
   for name in "${!orv_label[@]}"; do
     order+="@label $name=${orv_label[$name]//[[:cntrl:]]/ }"$'\n'
   done
-  line="${orv__guard[*]:0:2}"
+  line="${orv__guard[*]}"
   [[ ${orv__guard[1]} != orv_act ]] || line="${orv__guard[0]} act ${orv__guard[2]}"
   ((!${#orv__guard[@]})) || order+="@guard ${line//[[:cntrl:]]/ }"$'\n'
   for name; do
@@ -439,7 +439,10 @@ orv__watch() { # TOKEN SECONDS [COMMAND...]
     "${@:3}"
     "$orv__program" arm "$1"
   fi
-  "$orv__program" watch "$1" && orv__went_back "${@:3}"
+  # As long as we read what it says, no later change's command begins.
+  exec 3< <(exec "$orv__program" watch "$1" --hold)
+  read -r REPLY <&3 && [[ $REPLY == ok ]] && orv__went_back "${@:3}" 3<&-
+  exec 3<&-
 }
 
 # A function orv_went_back of the script's own can tell a log of its own.

@@ -30,11 +30,11 @@
 #define INFO_FILE PENDING_FOLDER "/.info"   // who made it, and until when
 #define TOKEN_FILE PENDING_FOLDER "/.token" // which change it is
 #define ARMED_FILE PENDING_FOLDER "/.armed" // the device uses it by now
-constexpr unsigned WATCH_SECONDS = 1;       // how often a watcher looks
 // Until a device uses a change.  Who should have made it do so may be gone.
 constexpr unsigned START_SECONDS = 60;
 constexpr size_t BOOT_SIZE = 37;  // of a boot's name
 constexpr size_t FORM_SIZE = 512; // FORM/SUBITEM
+constexpr uint64_t PLACES = 256;  // of steps, for the number of a commit
 
 // --- time --------------------------------------------------------------------
 
@@ -96,13 +96,20 @@ static bool begins_with(const char *line, const char *key)
   return strncmp(line, key, strlen(key)) == 0;
 }
 
-// The lines of the information that an older change has left, which stays: what
-// goes back may be of several forms.
-static void copy_changes(FILE *out)
+// The information that an older change has left; owned, NULL when there is none.
+// One in the same transaction has taken over that of those before it.
+static char *read_older(const store_stage *stage)
 {
   size_t length;
-  const owned_text older(store_read_file(store.fd, INFO_FILE, &length));
-  const char *line = older != nullptr ? older.get() : "";
+  char *text = store_read_file(stage->fd, INFO_FILE, &length);
+  return text != nullptr || store_fault_text() != nullptr
+             ? text
+             : store_read_file(store.fd, INFO_FILE, &length);
+}
+
+// Its lines that stay: what goes back may be of several forms.
+static void copy_changes(FILE *out, const char *line)
+{
   for (; line[0] != '\0'; line += strcspn(line, "\n") + 1) {
     const size_t size = strcspn(line, "\n");
     if (begins_with(line, "change=") || begins_with(line, "also=")) {
@@ -126,7 +133,20 @@ static void write_end(FILE *out, unsigned seconds)
           static_cast<int64_t>(time(nullptr)) + seconds);
 }
 
-static void write_info(FILE *out, const guarded_change *change)
+// Whether the device uses all that is pending by then.
+static bool write_steps(FILE *out, const store_stage *stage,
+                        const guarded_change *change, const char *older)
+{
+  guard_step step = {"", stage->number * PLACES, false, ""};
+  snprintf(step.token, sizeof step.token, "%s", change->token);
+  step_make_key(change->form, change->subitem, change->command, change->act,
+                step.key);
+  step.used = change->act == nullptr && change->command[0] == '\0';
+  return steps_write(out, older, &step);
+}
+
+static void write_info(FILE *out, const guarded_change *change, bool armed,
+                       const char *older)
 {
   store_who who;
   store_ask_who(&who);
@@ -134,29 +154,31 @@ static void write_info(FILE *out, const guarded_change *change)
           change->subitem != nullptr ? "/" : "",
           change->subitem != nullptr ? change->subitem : "", who.user,
           who.address, change->seconds);
-  if (change->act[0] != '\0') {
-    fprintf(out, "act=%s\n", change->act);
-  }
-  write_end(out, change->seconds + (change->armed ? 0 : START_SECONDS));
+  write_end(out, change->seconds + (armed ? 0 : START_SECONDS));
   for (const orv_change *one = change->changes; one != nullptr;
        one = one->next) {
     const owned_text line(orv_change_line(one, "->", 50, 60));
     fprintf(out, "change=%s\n", line != nullptr ? line.get() : "");
   }
-  copy_changes(out);
+  copy_changes(out, older != nullptr ? older : "");
 }
 
 static bool keep_info(const store_stage *stage, const guarded_change *change)
 {
   store_text text;
-  FILE *out = store_open_text(&text);
+  const owned_text older(read_older(stage));
+  FILE *out =
+      store_fault_text() == nullptr ? store_open_text(&text) : nullptr;
   if (out == nullptr) {
     return false;
   }
-  write_info(out, change);
+  const bool armed = write_steps(out, stage, change, older.get());
+  write_info(out, change, armed, older.get());
   const bool made = store_close_text(out, &text);
   const owned_text owned(text.bytes);
-  return made && stage_write(stage, INFO_FILE, text.bytes, text.length);
+  unlinkat(stage->fd, ARMED_FILE, 0); // of a change in the same transaction
+  return made && stage_write(stage, INFO_FILE, text.bytes, text.length) &&
+         (!armed || stage_write(stage, ARMED_FILE, "", 0));
 }
 
 bool guard_keep(const store_stage *stage, const char *const *files,
@@ -175,10 +197,8 @@ bool guard_keep(const store_stage *stage, const char *const *files,
       return false;
     }
   }
-  unlinkat(stage->fd, ARMED_FILE, 0); // of a change in the same transaction
   return keep_info(stage, change) &&
-         stage_write(stage, TOKEN_FILE, change->token, strlen(change->token)) &&
-         (!change->armed || stage_write(stage, ARMED_FILE, "", 0));
+         stage_write(stage, TOKEN_FILE, change->token, strlen(change->token));
 }
 
 // --- a pending change --------------------------------------------------------
@@ -204,7 +224,7 @@ static int64_t info_number(const char *text, const char *name)
 }
 
 // Of another boot, or of an older library, whose watcher knows the time.
-static int64_t seconds_left(const char *info)
+static int64_t seconds_left(const char *info, int64_t more = 0)
 {
   char boot[BOOT_SIZE];
   read_boot(boot);
@@ -214,7 +234,7 @@ static int64_t seconds_left(const char *info)
   }
   // Whatever number stands there, no difference is taken but a positive one.
   const int64_t until = info_number(info, "until");
-  const int64_t now = now_seconds();
+  const int64_t now = now_seconds() - more;
   return until > now ? until - now : 0;
 }
 
@@ -261,10 +281,22 @@ static bool replace_file(const char *name, const char *text, size_t length)
           store_fault_errno("The change cannot be watched"));
 }
 
+// Copies the information without its steps.
+static void copy_rest(FILE *out, const char *info)
+{
+  while (*info != '\0') {
+    const size_t size = strcspn(info, "\n");
+    if (!begins_with(info, "step=")) {
+      fprintf(out, "%.*s\n", static_cast<int>(size), info);
+    }
+    info += size + (info[size] == '\n' ? 1 : 0);
+  }
+}
+
 bool guard_arm(const char *token)
 {
   pending_change pending;
-  if (!guard_is_pending(token) || !guard_read(&pending)) {
+  if (!guard_waits(token) || !guard_read(&pending)) {
     return false;
   }
   const owned_text info(pending.text);
@@ -273,12 +305,15 @@ bool guard_arm(const char *token)
   if (out == nullptr) {
     return false;
   }
-  write_end(out, pending.seconds);
-  fputs(info.get(), out);
+  const bool used = steps_write_used(out, info.get(), token);
+  if (used) {
+    write_end(out, pending.seconds);
+  }
+  copy_rest(out, info.get());
   const bool made = store_close_text(out, &text);
   const owned_text owned(text.bytes);
   return made && replace_file(INFO_FILE, text.bytes, text.length) &&
-         replace_file(ARMED_FILE, "", 0);
+         (!used || replace_file(ARMED_FILE, "", 0));
 }
 
 // Under the open policy a link, or a page of another site, can submit.
@@ -380,7 +415,25 @@ static void tell_others(const char *info)
   }
 }
 
-static bool stage_all(const store_stage *stage, const pending_change *pending)
+// Tells the history which watchers are to do their steps, and the caller which
+// actions are left to it.
+static void tell_steps(const char *info, guard_actor actor, FILE *acts)
+{
+  guard_step step;
+  while (actor != GUARD_BOOT && step_next(&info, &step)) {
+    const bool is_left =
+        step_act(&step) != nullptr &&
+        (actor == GUARD_PRIVILEGED || !turn_is_taken(&step));
+    if (!is_left) {
+      history_sign(step.token);
+    } else if (acts != nullptr) {
+      fprintf(acts, "act=%s\n", step_act(&step));
+    }
+  }
+}
+
+static bool stage_all(const store_stage *stage, const pending_change *pending,
+                      guard_actor actor, FILE *acts)
 {
   const char *form = info_value(pending->text, "form");
   char name[FORM_SIZE];
@@ -392,12 +445,13 @@ static bool stage_all(const store_stage *stage, const pending_change *pending)
   }
   history_tell("Nobody kept the change: the old settings are back");
   tell_others(pending->text);
+  tell_steps(pending->text, actor, acts);
   const bool staged = store_each_file(store.fd, PENDING_FOLDER, stage_old,
                                       const_cast<store_stage *>(stage));
   return history_end(stage) && staged;
 }
 
-bool guard_put_back(void)
+bool guard_put_back(guard_actor actor, FILE *acts)
 {
   pending_change pending;
   store_stage stage = {-1, "", 0, false};
@@ -405,7 +459,8 @@ bool guard_put_back(void)
     return false;
   }
   const owned_text info(pending.text);
-  const bool back = stage_begin(&stage) && stage_all(&stage, &pending) &&
+  const bool back = stage_begin(&stage) &&
+                    stage_all(&stage, &pending, actor, acts) &&
                     stage_write(&stage, SETTLED_FILE, "", 0) &&
                     stage_commit(&stage);
   if (!back) {
@@ -428,28 +483,28 @@ bool guard_is_over(void)
   return pending.left == 0;
 }
 
-bool guard_act(char *name, size_t size)
+bool guard_is_overdue(int64_t seconds)
 {
   pending_change pending;
   if (!guard_read(&pending)) {
     return false;
   }
   const owned_text info(pending.text);
-  const char *act = info_value(info.get(), "act");
-  snprintf(name, size, "%.*s",
-           act != nullptr ? static_cast<int>(strcspn(act, "\n")) : 0,
-           act != nullptr ? act : "");
-  return act != nullptr;
+  return seconds_left(info.get(), seconds) == 0;
 }
 
-bool guard_watch(const char *token)
+bool guard_waits(const char *token)
 {
-  while (guard_is_pending(token)) {
-    if (guard_is_over()) {
-      return true;
-    }
-    const struct timespec look = {WATCH_SECONDS, 0};
-    nanosleep(&look, nullptr);
+  guard_step step;
+  return guard_is_pending(token) || guard_find_step(token, &step);
+}
+
+bool guard_find_step(const char *token, guard_step *step)
+{
+  pending_change pending;
+  if (!guard_read(&pending)) {
+    return false;
   }
-  return false;
+  const owned_text info(pending.text);
+  return step_find(info.get(), token != nullptr ? token : pending.token, step);
 }

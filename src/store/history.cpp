@@ -83,6 +83,11 @@ void history_also(const char *form)
   fprintf(telling, "& %s\n", form);
 }
 
+void history_sign(const char *token)
+{
+  fprintf(telling, "* %s\n", token);
+}
+
 static void note_name(const char *file, const setting *one,
                       const settings *before)
 {
@@ -215,6 +220,17 @@ bool history_end(const store_stage *stage)
 char *history_read(void)
 {
   return store.fd >= 0 ? read_history(nullptr) : nullptr;
+}
+
+bool history_has_sign(const char *token)
+{
+  char *text = history_read();
+  const owned_text owned(text);
+  const char *line = text != nullptr ? history_line(&text, '*') : nullptr;
+  while (line != nullptr && strcmp(line, token) != 0) {
+    line = history_line(&text, '*');
+  }
+  return line != nullptr;
 }
 
 bool history_print(FILE *out)

@@ -33,6 +33,11 @@ bool history_begin(const store_stage *stage, const char *form,
 void history_tell(const char *line);
 void history_also(const char *form);
 
+// A sign for who waits to know what became of the change `token`, and whether
+// one of the last saves has it.
+void history_sign(const char *token);
+bool history_has_sign(const char *token);
+
 // How to get `before` back from `after`, without what is a secret of either.
 void history_note(const char *file, const settings *before,
                   const settings *after);

@@ -5,7 +5,9 @@
 // for the user; the exit status says the same.  Here stands which command needs
 // the folder and the lock, and what it prints; what is done stands elsewhere.
 
+#include <errno.h>
 #include <inttypes.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -29,10 +31,10 @@
 #include "save.h"
 #include "settings.h"
 #include "store_text.h"
+#include "watch.h"
 #include "who.h"
 
 constexpr int USAGE_STATUS = 2;
-constexpr size_t ACT_SIZE = 41;                // of an action's name
 constexpr unsigned long ACT_SECONDS_MAX = 600; // longer waits no page
 constexpr int READ_TRIES = 10; // of settings that change meanwhile
 
@@ -46,7 +48,7 @@ static const char USAGE[] =
     "  arm TOKEN              the device uses the guarded change by now\n"
     "  confirm [TOKEN]        keep a guarded change that is in use\n"
     "  pending                what waits to be kept\n"
-    "  watch TOKEN            put a guarded change back that nobody kept\n"
+    "  watch TOKEN [--hold]   put a guarded change back that nobody kept\n"
     "  expire                 put back what is overdue\n"
     "  boot                   put back what nobody kept, end a save cut short\n"
     "  migrate                bring settings to a new version of their forms\n"
@@ -255,43 +257,35 @@ static bool print_pending(char **)
   return true;
 }
 
-// A save may take long, but what was promised must not be given up for it.
-static bool put_back(const char *token)
+// Waits until nobody reads what this process says, so that the turn which it
+// has lasts as long as what is done in it.
+static void hold_turn()
 {
-  while (!lock("a guarded change")) {
-    if (!guard_is_pending(token)) {
-      return false;
-    }
-    store_forget_fault();
-    sleep(1);
+  struct pollfd reader = {STDOUT_FILENO, 0, 0};
+  while (poll(&reader, 1, -1) < 0 && errno == EINTR) {
   }
-  return guard_is_pending(token) && guard_put_back();
 }
 
 // Outlives who has started it.
 static bool watch(char **words)
 {
   signal(SIGHUP, SIG_IGN);
-  return open_and_join(false) && store.fd >= 0 && guard_watch(words[0]) &&
-         put_back(words[0]);
+  const bool holds = words[1] != nullptr;
+  if (holds && strcmp(words[1], "--hold") != 0) {
+    return store_fault("A change is watched with its token, and --hold");
+  }
+  if (!open_and_join(false) || store.fd < 0 || !watch_change(words[0])) {
+    return false;
+  }
+  if (holds && puts("ok") >= 0 && fflush(stdout) == 0) {
+    hold_turn();
+  }
+  return true;
 }
 
-// Puts back what is overdue: for who watches with more rights than a script
-// that a restarted web server takes with it.  Says which action the device then
-// needs.
 static bool expire(char **)
 {
-  char act[ACT_SIZE] = "";
-  if (!open_and_join(false) || store.fd < 0 || !guard_is_over() ||
-      !lock("a guarded change") || !guard_is_over()) {
-    return false;
-  }
-  guard_act(act, sizeof act);
-  if (!guard_put_back()) {
-    return false;
-  }
-  printf("ok\nact=%s\n", act);
-  return true;
+  return open_and_join(false) && store.fd >= 0 && watch_expire();
 }
 
 static bool boot(char **)
@@ -299,7 +293,8 @@ static bool boot(char **)
   if (!open_and_join(false) || store.fd < 0) {
     return false;
   }
-  return lock("the boot") && guard_is_pending(nullptr) && guard_put_back();
+  return lock("the boot") && guard_is_pending(nullptr) &&
+         guard_put_back(GUARD_BOOT, nullptr);
 }
 
 // Brings what an older version of a form has stored to the version of today.
@@ -459,7 +454,7 @@ static const command commands[] = {
   {"arm",     arm,              1, 1},
   {"confirm", confirm,          0, 1},
   {"pending", print_pending,    0, 0},
-  {"watch",   watch,            1, 1},
+  {"watch",   watch,            1, 2},
   {"boot",    boot,             0, 0},
   {"expire",  expire,           0, 0},
   {"reset",   reset,            0, 64},

@@ -69,8 +69,8 @@ static word_list labels;
 static word_list columns; // of tables, without their rows' numbers
 static const char *owner = "-";
 static unsigned guard_seconds; // 0: the change stays
-static bool guard_has_command;
-static const char *guard_act_name = ""; // the action that the command asks for
+static const char *guard_command = "";  // what makes the device use it
+static const char *guard_act_name;      // an action instead; NULL: none
 
 // --- the order ---------------------------------------------------------------
 
@@ -126,15 +126,16 @@ static bool take_owner(char *page)
   return true;
 }
 
-// "SECONDS", and " command" behind it where the device must first be made to
-// use the change.
+// "SECONDS", and a command behind it where the device must first be made to use
+// the change, or "act NAME".
 static bool take_guard(char *line)
 {
   char *rest;
   guard_seconds = static_cast<unsigned>(strtoul(line, &rest, 10));
-  guard_has_command = *rest != '\0';
-  if (strncmp(rest, " act ", strlen(" act ")) == 0) {
-    guard_act_name = rest + strlen(" act ");
+  guard_command = rest + strspn(rest, " ");
+  static const char act[] = "act ";
+  if (strncmp(guard_command, act, strlen(act)) == 0) {
+    guard_act_name = guard_command + strlen(act);
   }
   return true;
 }
@@ -471,9 +472,9 @@ static bool keep_old(const store_stage *stage, const char *form,
   for (size_t i = 0; i < file_count; i++) {
     names[i] = files[i].name;
   }
-  const guarded_change change = {
-      token,         form, subitem, changes, guard_seconds, !guard_has_command,
-      guard_act_name};
+  const guarded_change change = {token,         form,          subitem,
+                                 changes,       guard_seconds, guard_command,
+                                 guard_act_name};
   return store_make_token(token) &&
          guard_keep(stage, names, file_count, &change);
 }
@@ -572,8 +573,8 @@ void save_forget(void)
   token[0] = '\0';
   owner = "-";
   guard_seconds = 0;
-  guard_has_command = false;
-  guard_act_name = "";
+  guard_command = "";
+  guard_act_name = nullptr;
 }
 
 void save_answer(FILE *out)

@@ -219,7 +219,7 @@ def test_what_nobody_kept_is_put_back_by_a_boot_and_told(device):
     assert host(device) == "new"
 
 
-def watchers(site):
+def watchers(site, pids=False):
     """The watchers of this device, by the words that they were started with."""
     found = []
     for process in pathlib.Path("/proc").glob("[0-9]*"):
@@ -229,7 +229,7 @@ def watchers(site):
         except OSError:  # it has ended
             continue
         if b"watch" in words and os.fsencode(site.folder) in env:
-            found.append(words)
+            found.append((int(process.name), words) if pids else words)
     return found
 
 
@@ -241,6 +241,48 @@ def test_many_changes_in_a_row_leave_one_watcher(device):
     assert run(device, STORE, "confirm") == "ok\n"
     until(lambda: not watchers(device))
     assert host(device) == "new14"
+
+
+def make_overdue(site):
+    """Nobody has kept what is pending, and its time is over."""
+    until(lambda: pending(site)["armed"] == "True")
+    info = site.state / ".pending/.info"
+    text, count = re.subn("(?m)^until=.*", "until=1", info.read_text())
+    whole = site.folder / "info"  # its watcher never sees a part of it
+    whole.write_text(text)
+    whole.replace(info)
+    assert count
+
+
+def test_what_each_change_needs_is_done_once_and_in_order_when_all_go_back(device):
+    ran = device.folder / "ran"
+    def guard(form, word, before=""):
+        line = f"900 bash -c '{before} echo {word} $(grep host= {device.state}/{form}) >>{ran}'"
+        device.script(f"{form}.sh", FORM % line)
+        before = ran.read_text().count("\n") if ran.exists() else 0
+        save(device, f"{word}{before}", form)
+        until(lambda: ran.exists() and ran.read_text().count("\n") > before)
+    guard("net", "first", "sleep 0.5;")
+    guard("lan", "second")
+    guard("net", "third")
+    guard("lan", "second")  # the same as before: its watcher has this one's place
+    until(lambda: len(watchers(device)) == 3)
+    make_overdue(device)
+    until(lambda: ran.read_text().count("\n") >= 7 and not watchers(device))
+    assert ran.read_text().splitlines()[4:] == [
+        "first host=old", "third host=old", "second host=old"]
+    # A watcher that has died holds nobody up.
+    ran.unlink()
+    guard("net", "first")
+    guard("lan", "second")
+    until(lambda: len(watchers(device)) == 2)
+    pid, _ = min(watchers(device, pids=True))
+    os.kill(pid, signal.SIGKILL)
+    until(lambda: len(watchers(device)) == 1)
+    make_overdue(device)
+    until(lambda: not watchers(device))
+    assert host(device) == host(device, "lan") == "old"
+    until(lambda: ran.read_text().count("\n") >= 3)
 
 
 class Served(conftest.Site):

@@ -3,6 +3,8 @@
 
 #include "guard.h"
 
+#include <map>
+
 #include "confirm.h"
 #include "store_fixture.h"
 
@@ -18,6 +20,11 @@ protected:
   static string token()
   {
     return read_file("state/.pending/.token");
+  }
+
+  static bool put_back()
+  {
+    return guard_put_back(GUARD_BOOT, nullptr);
   }
 
   static string settle(const char *name)
@@ -36,10 +43,10 @@ TEST_F(Guard, PutsBackWhatWasThereBeforeTheFirstOfSeveralChanges)
   EXPECT_NE(token(), first);
   ASSERT_EQ(save("> b\ny=new\n"), "done") << "another save goes on";
   EXPECT_TRUE(is_there(".pending/a") && !is_there(".pending/b"));
-  EXPECT_EQ(locked(guard_put_back), "done");
+  EXPECT_EQ(locked(put_back), "done");
   EXPECT_EQ(stored("a") + stored("b") + stored("c"), "x=old y=new ");
   EXPECT_FALSE(is_there(".pending") || is_there(".commit"));
-  EXPECT_EQ(locked(guard_put_back), "no") << "nothing is pending any more";
+  EXPECT_EQ(locked(put_back), "no") << "nothing is pending any more";
 }
 
 TEST_F(Guard, OnlyAnActWithItsTokenKeepsAChangeThatIsInUse)
@@ -70,10 +77,10 @@ TEST_F(Guard, ItsTimeBeginsWhenTheDeviceUsesItAndEndsWithTheBoot)
   ASSERT_EQ(save("@guard 100 act restart\n> a\nx=new\n"), "done");
   EXPECT_EQ(locked([] {
     pending_change pending;
-    char act[41];
+    guard_step step;
     return guard_read(&pending) && !pending.armed && pending.clock == 0 &&
            pending.left > 100 && pending.seconds == 100 &&
-           guard_act(act, sizeof act) && strcmp(act, "restart") == 0;
+           guard_find_step(nullptr, &step) && strcmp(step_act(&step), "restart") == 0;
   }), "done") << "who should have made the device use it has some time more";
   const string name = token();
   ASSERT_EQ(locked([&] { return guard_arm(name.c_str()); }), "done");
@@ -86,6 +93,50 @@ TEST_F(Guard, ItsTimeBeginsWhenTheDeviceUsesItAndEndsWithTheBoot)
   info.replace(info.find("boot=") + 5, 1, "?"); // of another boot
   write_file("state/.pending/.info", info);
   EXPECT_EQ(locked(guard_is_over), "done");
+}
+
+TEST_F(Guard, StepsOfSeveralChangesRemainEachOnceInTheirOrder)
+{
+  const std::tuple<const char *, const char *, const char *> saves[] = {
+    // form, order, the steps' keys then: a command by its place here
+    {"net", "@guard 9 run a", "0"},         {"lan", "@guard 9 run a", "0 1"},
+    {"net", "@guard 9", "0 1 -"},           {"net", "@guard 9 run b", "0 1 3"},
+    {"net", "@guard 9 act tell", "0 1 3 4"}, {"lan", "@guard 9 act tell", "0 1 3 4"},
+    {"net", "@guard 9 run a", "1 3 4 0"},
+  };
+  std::map<string, string> names = {{"-", "-"}};
+  string tokens[std::size(saves)];
+  uint64_t last = 0;
+  for (size_t i = 0; i < std::size(saves); i++) {
+    const auto &[form, order, keys] = saves[i];
+    ASSERT_EQ(save(string(order) + "\n> a\nx=" + std::to_string(i) + "\n", form), "done");
+    tokens[i] = token();
+    const string info = read_file("state/.pending/.info");
+    const char *rest = info.c_str();
+    string found;
+    guard_step step;
+    uint64_t place = 0;
+    while (step_next(&rest, &step)) {
+      names.insert({step.key, std::to_string(i)});
+      found += (found.empty() ? "" : " ") + names[step.key];
+      EXPECT_LT(place, step.place);
+      place = step.place;
+    }
+    EXPECT_EQ(found, keys) << info;
+    EXPECT_LT(last, place);
+    last = place;
+    EXPECT_FALSE(is_there(".pending/.armed")) << "a command has not run";
+  }
+  for (const int i : {6, 5, 3, 1}) {
+    EXPECT_EQ(locked([&] { return guard_arm(tokens[i].c_str()); }), "done");
+    EXPECT_EQ(is_there(".pending/.armed"), i == 1) << "all of them have run";
+  }
+  EXPECT_EQ(locked([&] { return guard_arm(tokens[0].c_str()); }), "no");
+  EXPECT_EQ(locked([] { return guard_put_back(GUARD_PRIVILEGED, stdout); }), "done");
+  for (size_t i = 0; i < std::size(saves); i++) {
+    EXPECT_EQ(read_file("state/.history").find("\n* " + tokens[i] + "\n") != string::npos,
+              i == 1 || i == 3 || i == 6) << i;
+  }
 }
 
 TEST_F(Guard, SaysWhoMadeItAndWhatItIsWithoutSecretsOrForgedLines)
@@ -122,6 +173,6 @@ TEST_F(Guard, CraftedInformationIsNoMoreThanText)
     }), "done") << info;
   }
   write_file("state/.pending/.token", "");
-  EXPECT_EQ(locked(guard_put_back), "done") << "what is there goes back all the same";
+  EXPECT_EQ(locked(put_back), "done") << "what is there goes back all the same";
   EXPECT_EQ(stored("a"), "x=old ");
 }
