@@ -96,8 +96,8 @@ static bool begins_with(const char *line, const char *key)
   return strncmp(line, key, strlen(key)) == 0;
 }
 
-// The information that an older change has left; owned, NULL when there is none.
-// One in the same transaction has taken over that of those before it.
+// The information that an older change has left; owned, NULL when there is
+// none. One in the same transaction has taken over that of those before it.
 static char *read_older(const store_stage *stage)
 {
   size_t length;
@@ -167,8 +167,7 @@ static bool keep_info(const store_stage *stage, const guarded_change *change)
 {
   store_text text;
   const owned_text older(read_older(stage));
-  FILE *out =
-      store_fault_text() == nullptr ? store_open_text(&text) : nullptr;
+  FILE *out = store_fault_text() == nullptr ? store_open_text(&text) : nullptr;
   if (out == nullptr) {
     return false;
   }
@@ -421,9 +420,8 @@ static void tell_steps(const char *info, guard_actor actor, FILE *acts)
 {
   guard_step step;
   while (actor != GUARD_BOOT && step_next(&info, &step)) {
-    const bool is_left =
-        step_act(&step) != nullptr &&
-        (actor == GUARD_PRIVILEGED || !turn_is_taken(&step));
+    const bool is_left = step_act(&step) != nullptr &&
+                         (actor == GUARD_PRIVILEGED || !turn_is_taken(&step));
     if (!is_left) {
       history_sign(step.token);
     } else if (acts != nullptr) {
@@ -459,10 +457,9 @@ bool guard_put_back(guard_actor actor, FILE *acts)
     return false;
   }
   const owned_text info(pending.text);
-  const bool back = stage_begin(&stage) &&
-                    stage_all(&stage, &pending, actor, acts) &&
-                    stage_write(&stage, SETTLED_FILE, "", 0) &&
-                    stage_commit(&stage);
+  const bool back =
+      stage_begin(&stage) && stage_all(&stage, &pending, actor, acts) &&
+      stage_write(&stage, SETTLED_FILE, "", 0) && stage_commit(&stage);
   if (!back) {
     stage_drop(&stage);
     return store_fault_errno("The old settings cannot be put back");

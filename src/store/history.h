@@ -23,9 +23,9 @@
 // The kind of a save that brought settings to a new version of their forms.
 #define HISTORY_MIGRATED "migrated"
 
-// Begins the entry of a save that `stage` holds; `kind` is that, "saved", "back"
-// (a change that nobody kept) or "reset".  Written to memory until history_end.
-// False with a fault.
+// Begins the entry of a save that `stage` holds; `kind` is that, "saved",
+// "back" (a change that nobody kept) or "reset".  Written to memory until
+// history_end. False with a fault.
 bool history_begin(const store_stage *stage, const char *form,
                    const char *subitem, const char *kind);
 

@@ -68,9 +68,9 @@ static word_list secrets;
 static word_list labels;
 static word_list columns; // of tables, without their rows' numbers
 static const char *owner = "-";
-static unsigned guard_seconds; // 0: the change stays
-static const char *guard_command = "";  // what makes the device use it
-static const char *guard_act_name;      // an action instead; NULL: none
+static unsigned guard_seconds;         // 0: the change stays
+static const char *guard_command = ""; // what makes the device use it
+static const char *guard_act_name;     // an action instead; NULL: none
 
 // --- the order ---------------------------------------------------------------
 

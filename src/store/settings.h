@@ -29,9 +29,9 @@ struct settings {
   char *texts[2]; // owned: what the names and values point into
   setting *list;  // owned, ordered by name; a name occurs once
   size_t count;
-  bool stored;     // somebody has saved it
-  int format;      // 0: by hand
-  uint64_t number; // of the commit; 0: none
+  bool stored;              // somebody has saved it
+  int format;               // 0: by hand
+  uint64_t number;          // of the commit; 0: none
   unsigned version;         // of the form that stored it
   unsigned shipped_version; // of the form that the device has, by the defaults
   const char *owner;

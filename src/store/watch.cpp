@@ -1,9 +1,9 @@
 // Who waits until a guarded change is kept or goes back.
 //
-// Each change that has a step of its own has a watcher, which knows its command;
-// any of them puts back what is overdue, and then all do their steps in the
-// order of their turns.  Looks are without the lock.  What is decided is decided
-// under it, where no file is on its way.  Owns nothing.
+// Each change that has a step of its own has a watcher, which knows its
+// command; any of them puts back what is overdue, and then all do their steps
+// in the order of their turns.  Looks are without the lock.  What is decided is
+// decided under it, where no file is on its way.  Owns nothing.
 
 #include "watch.h"
 
@@ -70,8 +70,8 @@ static void ask_actions(char *acts)
   }
 }
 
-// Puts back as `actor`; in `acts`, which is owned by the caller, what is left to
-// do.
+// Puts back as `actor`; in `acts`, which is owned by the caller, what is left
+// to do.
 static bool put_back(guard_actor actor, owned_text *acts)
 {
   store_text text;

@@ -364,18 +364,21 @@ def test_a_page_says_that_it_is_saved_but_not_in_use(acts, site):
     assert acts.run("hostname").endswith("(status 1): This is no host name.")
 
 
-def test_what_nobody_kept_goes_back_without_the_script_that_watched(acts):
-    acts.action("show", "${ORV_STORE:-orv-store} load net")
+def test_what_nobody_kept_goes_back_without_the_scripts_that_watched(acts):
+    for name in ("show", "tell"):
+        acts.action(name, f"echo {name} >>$D/order", "${ORV_STORE:-orv-store} load net")
     state = acts.folder / "state"
-    order = "@guard 1 act show\n> net\nv=new\n"
-    run = subprocess.run([STORE, "store", "-", "net"], env=acts.env, input=order,
-                         text=True, stdout=subprocess.PIPE, check=True)
-    (token,) = re.findall("^guard (.*)$", run.stdout, re.M)
-    acts.store("arm", token)
-    assert "v=new" in acts.store("load", "net")
+    for name in ("tell", "show", "tell", "count"):  # the first gives way to the third
+        order = f"@guard 2 act {name}\n> net\nv={name}\n"
+        run = subprocess.run([STORE, "store", "-", "net"], env=acts.env, input=order,
+                             text=True, stdout=subprocess.PIPE, check=True)
+        (token,) = re.findall("^guard (.*)$", run.stdout, re.M)
+        acts.store("arm", token)
+    assert "v=count" in acts.store("load", "net")
     acts.start()
-    until(lambda: acts.state("show") == "0")
-    assert "v=new" not in (acts.done / "show").read_text()
+    until(lambda: acts.state("count") == "0")
+    assert (acts.folder / "order").read_text() == "show\ntell\n" and acts.counted() == 1
+    assert not re.search("^v=", (acts.done / "show").read_text(), re.M)
     assert not (state / ".pending").exists()
 
 

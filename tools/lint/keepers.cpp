@@ -18,18 +18,19 @@ static bool is_of_form(const std::string &file, const form &f)
 static bool has_line(const std::vector<std::string> &lines,
                      const std::string &start)
 {
-  return std::any_of(
-      lines.begin(), lines.end(),
-      [&](const std::string &line) { return starts_with(lower(line), start); });
+  return std::any_of(lines.begin(), lines.end(), [&](const std::string &line) {
+    return starts_with(lower(line), start);
+  });
 }
 
 static bool is_shipped(const device &dev, const form &f,
                        const std::string &start)
 {
-  return std::any_of(
-      dev.defaults.begin(), dev.defaults.end(), [&](const auto &entry) {
-        return is_of_form(entry.first, f) && has_line(entry.second->lines, start);
-      });
+  return std::any_of(dev.defaults.begin(), dev.defaults.end(),
+                     [&](const auto &entry) {
+                       return is_of_form(entry.first, f) &&
+                              has_line(entry.second->lines, start);
+                     });
 }
 
 // Whether the device has stored it: entries may be its own.
