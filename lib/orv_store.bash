@@ -322,7 +322,9 @@ orv_store() {
     case $line in
       'page '*) orv__saved+=("${line#page }") ;;
       'line '*) orv_lines+=("${line#line }") ;;
-      'pending '*) printf 'u_saved_pending="%s"\n' "${line#pending }" ;;
+      'pending '*)
+        printf 'u_saved_pending="%s"\nu_saved_navbar=True\n' "${line#pending }"
+        ;;
       'guard '*) orv_background orv__watch "${line#guard }" "${orv__guard[@]}" ;;
     esac
   done

@@ -241,6 +241,10 @@ static int action_submit()
   if (refusal != nullptr) {
     return refuse(refusal);
   }
+  // A bar shows what the device has; a save that changes that says so.
+  if (orv_get_var(&cfg_vars, "saved_navbar", o_user) != nullptr) {
+    cgi_get_navbar(hdr, &navbar_ents);
+  }
   return confirm("changes_saved");
 }
 

@@ -168,6 +168,7 @@ bool confirm_write(void)
     return false;
   }
   report_value("u_saved_note", "The change is kept.");
+  report_value("u_saved_navbar", "True"); // which leads here no longer
   return true;
 }
 

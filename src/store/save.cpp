@@ -600,7 +600,7 @@ void save_tell_page(FILE *out)
   char pending[CONFIRM_SENTENCE_SIZE];
   confirm_sentence(pending, sizeof pending);
   if (pending[0] != '\0') {
-    fprintf(out, "u_saved_pending=\"%s\"\n", pending);
+    fprintf(out, "u_saved_pending=\"%s\"\nu_saved_navbar=True\n", pending);
   }
   for (size_t place = 0; place < SAVE_PAGE_LINES; place++) {
     fprintf(out, "u_saved_change%zu=\"", place);

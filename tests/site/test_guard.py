@@ -87,6 +87,12 @@ def until(condition, seconds=120):
         time.sleep(0.05)
 
 
+def bar_leads_there(page):
+    """Whether the first entry of the page's bar leads to what waits to be kept."""
+    (bar,) = page.all("nav")
+    return next(bar.iter(f"{conftest.HTML}a")).get("href").endswith("?form=confirm")
+
+
 def submit(site):
     """The fields of a Submit of the form that keeps what is pending."""
     return dict(site.open("confirm").fields()) | {"action": "Submit"}
@@ -103,7 +109,9 @@ def test_a_change_is_kept_by_a_submit_of_its_page_and_by_no_other(device):
     page = device.open("confirm")
     assert "No change waits to be kept." in page.texts("p", "plain")
     assert device.post(submit(device), **OWN).title == "no_changes"
+    assert not bar_leads_there(device.open("net"))
     saved = save(device, "new")
+    assert bar_leads_there(saved)
     sentence = "A change by somebody at 10.0.0.9 waits to be kept. If nobody kept it by "
     assert sentence in saved.body and "form=confirm" in saved.body
     bar = [a.get("href") for a in device.open("net").all("a")]
@@ -116,6 +124,7 @@ def test_a_change_is_kept_by_a_submit_of_its_page_and_by_no_other(device):
     assert refused.errors[0].startswith("Another change came meanwhile.")
     kept = device.post(submit(device), **OWN)
     assert "The change is kept." in kept.texts("p", "plain") and not pending(device)
+    assert not bar_leads_there(kept)
     assert (host(device), host(device, "lan")) == ("new", "newer")
     assert "Keep the change?" not in device.open("net").body
     again = device.post(first, **OWN)
