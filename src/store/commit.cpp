@@ -28,7 +28,6 @@
 #include "orv_guard.h"
 #include "who.h"
 
-static const char GENERATION_FILE[] = ".generation";
 static const char OUTCOME_FILE[] = ".outcome"; // of a transaction
 // A byte for each save that takes part in a transaction; gone when one of them
 // failed half-way.

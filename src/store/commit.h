@@ -15,7 +15,9 @@
 #define COMMIT_FOLDER ".commit"   // committed, not yet at its places
 #define PENDING_FOLDER ".pending" // what a guarded change has replaced
 #define HISTORY_FILE ".history"   // the last saves
-#define SETTLED_FILE ".settled"   // in a stage: no change is pending any more
+// A number that changes before files do, and again behind them.
+#define GENERATION_FILE ".generation"
+#define SETTLED_FILE ".settled" // in a stage: no change is pending any more
 
 constexpr size_t STORE_TOKEN_SIZE = 33; // 32 digits
 

@@ -1,8 +1,8 @@
 // What is to be done when a guarded change goes back, and in which order.
 //
-// A turn is a lock of one byte of a file that holds nothing, at the step's
-// place: it ends with its process, however that ends.  Owns the descriptor of
-// that file, for the life of the process.
+// A turn is a lock of one byte, at the step's place, of a file that is always
+// there and that nobody else locks: it ends with its process, however that
+// ends. Owns the descriptor of that file, for the life of the process.
 
 #include "steps.h"
 
@@ -18,8 +18,6 @@
 static const char LINE[] = "step=";
 static const char NO_STEP[] = "-";
 static const char ACT[] = "act ";
-static const char TURNS_FILE[] = ".turns";
-constexpr mode_t FILE_MODE = 0600;
 // A command may run for as long as an action; then the next one begins.
 constexpr int TURN_SECONDS = 60;
 constexpr long LOOK_NANOSECONDS = 50'000'000;
@@ -128,9 +126,8 @@ bool steps_write_used(FILE *out, const char *info, const char *token)
 static bool open_turns()
 {
   if (turns < 0) {
-    turns = openat(store.fd, TURNS_FILE,
-                   O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                   FILE_MODE);
+    turns = openat(store.fd, GENERATION_FILE,
+                   O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   }
   return turns >= 0;
 }
