@@ -22,6 +22,9 @@
 
 // Nearly every comment fits; a longer one is formatted on the heap.
 constexpr size_t COMMENT_SIZE = 512;
+// Of a language's name.
+constexpr size_t LANGUAGE_MIN = 2;
+constexpr size_t LANGUAGE_MAX = 20;
 constexpr size_t NUMBER_SIZE = 12; // an int in decimal, terminated
 
 static const char *security_policy; // borrowed, set by the caller
@@ -329,6 +332,19 @@ static void put_meta(const char *name, const char *content)
   }
 }
 
+// The language of the pages, as the device's environment names it.
+static const char *language()
+{
+  static const char signs[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                              "abcdefghijklmnopqrstuvwxyz0123456789-";
+  const char *named = getenv("ORV_LANG");
+  const size_t length = named != nullptr ? strlen(named) : 0;
+  return length >= LANGUAGE_MIN && length <= LANGUAGE_MAX &&
+                 strspn(named, signs) == length
+             ? named
+             : "en";
+}
+
 void html_begin(enum html_http_status status, const char *title,
                 const char *version, const char *author)
 {
@@ -337,9 +353,9 @@ void html_begin(enum html_http_status status, const char *title,
     put_header_lines(status);
     response_begun = true;
   }
-  put("<!DOCTYPE html>\n"
-      "<html lang=\"en\">\n"
-      "<head>\n"
+  put("<!DOCTYPE html>\n");
+  open_tag("html", {{"lang", language()}});
+  put("\n<head>\n"
       "<meta charset=\"utf-8\">\n");
   put_meta("viewport", "width=device-width, initial-scale=1");
   put("<title>");

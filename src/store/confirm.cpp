@@ -174,35 +174,75 @@ bool confirm_write(void)
 
 // --- the bar -----------------------------------------------------------------
 
+// The file "navbar" of the folder, of which `length` bytes count; NULL when
+// there is none.
+static FILE *open_bar(const char *folder, int length)
+{
+  char *name = nullptr;
+  if (asprintf(&name, "%.*s/navbar", length, folder) < 0) {
+    return nullptr;
+  }
+  const owned_text owned(name);
+  return fopen(name, "re");
+}
+
+// The templates' own is of their language.
+static FILE *find_bar(const char *path)
+{
+  const char *slash = strrchr(path, '/');
+  FILE *bar =
+      open_bar(store.templates, static_cast<int>(strlen(store.templates)));
+  return bar != nullptr     ? bar
+         : slash != nullptr ? open_bar(path, static_cast<int>(slash - path))
+                            : open_bar(".", 1);
+}
+
+// A line for that form is its entry, which is shown when it leads somewhere.
+static bool is_confirm(const char *line)
+{
+  static const char key[] = CONFIRM_FORM " ";
+  return strncmp(line, key, sizeof key - 1) == 0;
+}
+
+static void print_confirm(FILE *bar)
+{
+  static const char entry[] = CONFIRM_FORM " Keep the change?\n";
+  char line[LINE_SIZE];
+  bool found = false;
+  while (!found && bar != nullptr && fgets(line, sizeof line, bar) != nullptr) {
+    found = is_confirm(line);
+  }
+  fputs(found ? line : entry, stdout);
+  if (bar != nullptr) {
+    rewind(bar);
+  }
+}
+
 // A first line "--" drops the entry that the page itself puts in front, so it
 // must stay the first.
 bool navbar_print(const char *path)
 {
-  const char *slash = strrchr(path, '/');
-  const size_t size = strlen(path) + sizeof "/navbar";
-  const owned_text name(static_cast<char *>(must_malloc(size)));
   const bool pending =
       store_open(false) && store.fd >= 0 && guard_is_pending(nullptr);
   store_forget_fault(); // a bar is no place for it
-  if (name == nullptr) {
-    return true;
-  }
-  snprintf(name.get(), size, "%.*s/navbar",
-           slash != nullptr ? static_cast<int>(slash - path) : 1,
-           slash != nullptr ? path : ".");
-  const owned_stream bar(fopen(name.get(), "re"));
+  const owned_stream bar(find_bar(path));
   char line[LINE_SIZE];
-  bool more = bar != nullptr && fgets(line, sizeof line, bar.get()) != nullptr;
-  if (more && strcmp(line, "--\n") == 0) {
+  const bool bare = bar != nullptr &&
+                    fgets(line, sizeof line, bar.get()) != nullptr &&
+                    strcmp(line, "--\n") == 0;
+  if (bare) {
     fputs(line, stdout);
-    more = fgets(line, sizeof line, bar.get()) != nullptr;
+  }
+  if (bar != nullptr) {
+    rewind(bar.get());
   }
   if (pending) {
-    puts(CONFIRM_FORM " Keep the change?");
+    print_confirm(bar.get());
   }
-  while (more) {
-    fputs(line, stdout);
-    more = fgets(line, sizeof line, bar.get()) != nullptr;
+  while (bar != nullptr && fgets(line, sizeof line, bar.get()) != nullptr) {
+    if (!is_confirm(line) && !(bare && strcmp(line, "--\n") == 0)) {
+      fputs(line, stdout);
+    }
   }
   return true;
 }

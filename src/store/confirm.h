@@ -18,7 +18,8 @@ bool confirm_write(void);
 void confirm_sentence(char *text, size_t size);
 
 // Prints the bar of links: the way to what is pending, then the lines of the
-// file `navbar` in the folder of `path`.  Always true.
+// file `navbar` of the templates or, where they have none, of the folder of
+// `path`.  A line for the form `confirm` has the words of that way.  Always true.
 bool navbar_print(const char *path);
 
 #endif

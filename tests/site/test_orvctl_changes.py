@@ -1,10 +1,13 @@
 """What orvctl says of a change, and what a backup holds and puts back."""
 
 import json
+import os
+import pathlib
 import resource
 import subprocess
 
-from test_orvctl import demo, run
+from conftest import SHIM, Site
+from test_orvctl import ORVCTL, demo, run, stored
 
 TOLD = """
 rows forwards forwards delete 1 2
@@ -84,6 +87,40 @@ def test_a_backup_holds_hashes_and_no_page_can_bring_one(site):
     assert "cannot use a password" in run(site, "apply", "dump", expect=1).stderr
     (site.folder / "dump").write_text("form users\nsecret us_role0=x\n")
     assert "no secret's name" in run(site, "apply", "dump", expect=1).stderr
+
+
+def ssh(site, command, given=""):
+    """A remote shell, as a server starts it, and what the system log is told."""
+    log = site.folder / "log"
+    log.write_text("")
+    done = subprocess.run(
+        ["env", "-i", "HOME=/", f"PATH={pathlib.Path(ORVCTL).parent}:{os.environ['PATH']}", "USER=root",
+         "SSH_CONNECTION=192.0.2.9 50022 192.0.2.1 22", f"LD_PRELOAD={SHIM}", f"SYSLOG_FILE={log}",
+         "ASAN_OPTIONS=verify_asan_link_order=0", "sh", "-c", command],
+        cwd=site.folder, input=given, text=True, capture_output=True, timeout=120, check=False)
+    return done, log.read_text()
+
+
+def test_a_device_is_replaced_by_two_command_lines(site, tmp_path):
+    """ssh root@device orvctl --secrets dump >file; ssh root@other orvctl apply - <file"""
+    demo(site)
+    for words in (["set", "network", "host_name=gw-2", "ip6_mode=off"], ["rows", "firewall", "rules", "delete", "1"],
+                  ["set", "wireless", "wl_on=True", "wl_name=Larch", "wl_passphrase=correct-horse"],
+                  ["rows", "users", "users", "change", "1", "us_password=correct-horse"]):
+        run(site, *words, expect=0)
+    other = demo(Site(tmp_path / "other"))
+    backup, log = ssh(site, "orvctl --secrets dump")
+    assert (backup.returncode, backup.stderr) == (0, "") and "at 192.0.2.9)" in log
+    assert "Settings dumped, with secrets (" in log and "correct-horse" not in log
+    before = stored(other)
+    done, log = ssh(other, "orvctl apply -", backup.stdout.replace("ip6_mode=off", "ip6_mode=maybe"))
+    assert done.returncode == 1 and stored(other) == before and "Settings of a dump refused (" in log
+    done, log = ssh(other, "orvctl apply -", backup.stdout)
+    assert done.returncode == 0 and "network: saved\n" in done.stdout, done
+    assert "unless it is kept by" in done.stderr and ssh(other, "orvctl confirm")[0].returncode == 0
+    assert "Settings of a dump applied (" in log and "Device name: larkspur -> gw-2 (root at 192.0.2.9)" in log
+    assert ssh(other, "orvctl --secrets dump")[0].stdout == backup.stdout
+    assert "Settings dumped, without secrets (" in ssh(other, "orvctl dump")[1]
 
 
 def test_what_a_script_keeps_to_itself_is_named_and_skipped(site):

@@ -313,7 +313,11 @@ static void read_scripts(device *dev, findings *found)
 {
   std::vector<std::string> names;
   list_scripts(dev, "", FOLDERS_DEEP, &names, found);
-  const std::string bar = dev->dir + "/scripts/navbar";
+  // The templates' own is of their language.
+  std::string bar = dev->dir + "/templates/navbar";
+  if (access(bar.c_str(), F_OK) != 0) {
+    bar = dev->dir + "/scripts/navbar";
+  }
   if (!dev->keepers.empty() && access(bar.c_str(), F_OK) == 0 &&
       is_readable(dev, bar)) {
     dev->bar = &read_file(dev, bar);

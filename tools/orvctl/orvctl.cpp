@@ -30,6 +30,7 @@
 #include "stdin_value.h"
 #include "suggest.h"
 #include "terminal.h"
+#include "who.h"
 
 constexpr int USAGE_STATUS = 2;
 
@@ -418,12 +419,26 @@ static int table_rows(int count, char **words)
 
 // --- dump and apply ----------------------------------------------------------
 
+// The system log tells who has taken the settings, and who brought others.
+static int log_use(int status, const char *done, const char *failed)
+{
+  store_who who;
+  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
+  store_ask_who(&who);
+  store_write_who(&who, text, sizeof text);
+  syslog(LOG_NOTICE, "%s (%s)", status == EXIT_SUCCESS ? done : failed, text);
+  return status;
+}
+
 static int dump(int count, char **words)
 {
   if (report_json) {
     return misuse("a dump is lines for \"apply\"", "--json");
   }
-  return dump_pages(words, count, with_secrets);
+  return log_use(dump_pages(words, count, with_secrets),
+                 with_secrets ? "Settings dumped, with secrets"
+                              : "Settings dumped, without secrets",
+                 "Settings dumped, not all of them");
 }
 
 // Opens the file, which may be one that only the user who calls can read.
@@ -440,8 +455,12 @@ static int apply(int, char **words)
 {
   // What the device keeps from pages must be known, or it would seem to differ.
   setenv("ORV_SECRETS", "1", 1);
-  return applied == nullptr ? apply_dump(stdin, "standard input", dry_run)
-                            : apply_dump(applied.get(), words[0], dry_run);
+  const int status = applied == nullptr
+                         ? apply_dump(stdin, "standard input", dry_run)
+                         : apply_dump(applied.get(), words[0], dry_run);
+  return dry_run ? status
+                 : log_use(status, "Settings of a dump applied",
+                           "Settings of a dump refused");
 }
 
 // --- keeping and going back --------------------------------------------------

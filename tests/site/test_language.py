@@ -1,0 +1,121 @@
+"""One tree of templates a language: which one is shown, and the shipped German."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+
+import pytest
+from orv_test.device import copy_part
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+STORE = os.environ["ORV_STORE"]
+TOOL = ROOT / "packaging/boot/larkspur-language"
+
+NAMES = [  # what the environment says, what the page says of itself
+    (None, "en"), ("", "en"), ("d", "en"), ("de", "de"), ("pt-BR", "pt-BR"), ("x" * 20, "x" * 20),
+    ("x" * 21, "en"), ('de"><script>', "en"), ("de_DE", "en"), ("de DE", "en"), ("d\xe9", "en"), ("../de", "en"),
+]
+
+
+def test_a_page_says_its_language_and_nothing_else_of_the_environment(site):
+    for named, shown in NAMES:
+        for page in (site.get(ORV_LANG=named), site.get("form=nosuch", ORV_LANG=named)):
+            assert f'<!DOCTYPE html>\n<html lang="{shown}">\n<head>' in page.body, named
+
+
+class Spoken:
+    """A device with two languages, on a file system of its own."""
+
+    def __init__(self, site, shell):
+        self.site, self.shell, self.share = site, shell, site.folder / "data"
+        shutil.rmtree(self.share)
+        self.share.mkdir()
+        for name in ("scripts", "defaults", "system_type"):
+            copy_part(ROOT / "examples/first" / name, self.share / name, STORE)
+        for name, example in (("en", "first"), ("de", "german")):
+            shutil.copytree(ROOT / "examples" / example / "templates", self.share / name / "templates")
+        self.etc, self.run, self.default = (site.folder / n for n in ("etc", "run", "default"))
+        self.env = {"PATH": os.environ["PATH"], "LARKSPUR_SHARE": str(self.share), "LARKSPUR_ETC": str(self.etc),
+                    "LARKSPUR_RUN": str(self.run), "LARKSPUR_DEFAULT": str(self.default)}
+
+    def choose(self, *words, **env):
+        run = subprocess.run([*self.shell, TOOL, *words], env=self.env | env, text=True,
+                             capture_output=True, check=False)
+        return run.returncode, run.stdout + run.stderr
+
+    def boot(self, **env):
+        """What a power cut leaves of /run."""
+        shutil.rmtree(self.run, ignore_errors=True)
+        assert self.choose(**env)[0] == 0
+        return (self.share / "templates").resolve().parent.name
+
+
+@pytest.fixture(params=["dash", "busybox sh"])
+def spoken(request, site):
+    return Spoken(site, request.param.split())
+
+
+def test_a_language_is_chosen_once_and_stays_over_a_boot(spoken):
+    assert spoken.choose("--list") == (0, "de\nen\n")
+    assert spoken.boot() == "en"
+    spoken.default.write_text("ORV_STATE=/x\nORV_LANG=de\n")
+    assert spoken.boot() == "de" and spoken.boot(ORV_LANG="en") == "en"
+    assert spoken.choose("en") == (0, "") and spoken.boot() == "en" and spoken.boot(ORV_LANG="de") == "en"
+    before = {p.name for p in spoken.run.iterdir()} | {p.name for p in spoken.etc.iterdir()}
+    for name in ("fr", "", "d", "../de", "de/templates", "-x", "x" * 21, "de\n", "scripts", "."):
+        status, said = spoken.choose(name)
+        assert (status > 0 and "lang" in said) or name == "", name
+    assert spoken.boot() == "en" and before == {"templates", "language"}
+    # A firmware that has dropped the language that was chosen.
+    assert spoken.choose("de")[0] == 0
+    shutil.rmtree(spoken.share / "de")
+    assert spoken.boot() == "en" and "there is no \"de\"" in spoken.choose()[1]
+
+
+def test_templates_that_lie_at_the_one_place_are_left_alone(spoken):
+    (spoken.share / "templates").mkdir()
+    (spoken.share / "templates/orvmenu.tpl").write_text("title Mine\nbody\n")
+    status, said = spoken.choose("de")
+    assert status == 1 and "holds templates: move them" in said and not spoken.etc.exists()
+    for name in ("en", "de"):
+        shutil.rmtree(spoken.share / name)
+    assert spoken.choose() == (0, "")  # a device without languages
+    assert (spoken.share / "templates/orvmenu.tpl").read_text().startswith("title Mine")
+
+
+def test_the_german_pages_show_and_store_what_the_english_ones_do(spoken):
+    spoken.choose("en")
+    site = spoken.site
+    site.env |= {"ORV_STORE": STORE}
+    assert site.open("clock").press("Submit", server="ntp.example").title == "Saved"
+    assert site.open("clock").texts("a") == ["Start", "Clock"]
+    assert spoken.choose("de") == (0, "")
+    page = site.open("clock")
+    assert page.title == "Uhr" and page.control("server").get("value") == "ntp.example"
+    assert page.texts("a") == ["Start", "Uhr"]
+    refused = page.press("Submit", server="-gate")
+    assert "Das ist weder ein Rechnername noch eine Adresse" in refused.errors
+    assert page.press("Submit", server="zeit.example").title == "Gespeichert"
+    assert "server=zeit.example\n" in (spoken.share / "state/clock").read_text()
+    assert site.open("clock").press("Submit").title == "Nichts zu speichern"
+    # The way to a change that waits, in the bar's own words, and only then.
+    env = os.environ | {f"ORV_{n.upper()}": str(spoken.share / n) for n in ("state", "defaults", "templates")}
+    subprocess.run([STORE, "store", "-", "clock"], input="@guard 900\n> clock\nserver=a.example\n", text=True, env=env,
+                   check=True, capture_output=True)
+    for form, title in (("orvmenu", "My device"), ("confirm", "Änderung behalten?")):
+        page = site.open(form)
+        assert page.title == title and page.texts("a")[:3] == ["Änderung behalten?", "Start", "Uhr"], page.texts("a")
+    assert "Submit behält es." in page.body
+    spoken.choose("en")
+    assert site.open("confirm").texts("a") == ["Keep the change?", "Start", "Clock"]
+
+
+def test_the_tree_is_a_whole_translation():
+    lint = subprocess.run([os.environ["ORV_LINT"], ROOT / "examples/first", ROOT / "examples/german"], text=True,
+                          capture_output=True, check=False)
+    assert (lint.returncode, lint.stdout) == (0, ""), lint.stdout
+    for path in (ROOT / "examples/german/templates").iterdir():
+        other = ROOT / "examples/first/templates" / path.name
+        assert not other.exists() or path.read_text() != other.read_text(), path
+    subprocess.run(["shellcheck", TOOL], check=True)
