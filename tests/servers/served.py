@@ -137,16 +137,17 @@ class Server:
         raise AssertionError(f"{self.name} finds no free port")
 
     def try_start(self):
-        """Whether it listens; else it has ended."""
+        """Whether it answers; else it has ended."""
         self.process = subprocess.Popen(
             [self.root / "usr/share/larkspur/servers/start", self.name],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
             stderr=self.errors.open("wb"), cwd="/", env=self.environment())
         until = time.monotonic() + 60
         while time.monotonic() < until and self.process.poll() is None:
-            with socket.socket() as to:
-                if to.connect_ex(("127.0.0.1", self.port)) == 0:
-                    return True
+            try:
+                return self.ask("/css/orv.css", login=None).status == 200
+            except (OSError, http.client.HTTPException):
+                pass  # not yet; or it takes its port up once more
             time.sleep(0.02)
         return False
 
