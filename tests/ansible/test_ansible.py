@@ -68,6 +68,10 @@ def make_device(folder):
 
 @pytest.fixture(name="devices", scope="module")
 def fixture_devices(tmp_path_factory):
+    sbin = "/usr/sbin:/usr/local/sbin:" + os.environ["PATH"]
+    for program, package in (("ansible-playbook", "ansible-core"), ("sshd", "openssh-server"),
+                             ("ssh", "openssh-client")):
+        assert shutil.which(program, path=sbin), f"missing: apt-get install {package}"
     folder = tmp_path_factory.mktemp("ansible")
     for key in ("host", "client"):
         subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f",
@@ -91,7 +95,7 @@ def fixture_devices(tmp_path_factory):
     made = not os.path.exists("/run/sshd") and os.geteuid() == 0
     if made:
         os.mkdir("/run/sshd")
-    server = subprocess.Popen([shutil.which("sshd", path="/usr/sbin:/usr/local/sbin"),
+    server = subprocess.Popen([shutil.which("sshd", path=sbin),
                                "-D", "-e", "-f", folder / "sshd_config"])
     for port in ports:
         wait_for(port, server)
