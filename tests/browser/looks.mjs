@@ -107,8 +107,10 @@ test("style and scripts are small as they are served", () => {
 async function wearing(does) {
   const folder = await fs.mkdtemp("/tmp/larkspur-brand-");
   try {
-    await fs.mkdir(`${folder}/www/css`, { recursive: true });
-    await fs.copyFile(`${root}web/css/orv.css`, `${folder}/www/css/orv.css`);
+    for (const name of ["css", "js"]) {
+      await fs.cp(`${root}web/${name}`, `${folder}/www/${name}`,
+                  { recursive: true });
+    }
     await fs.symlink(`${root}examples/brand`, `${folder}/brand`);
     execFileSync("sh", [`${root}packaging/brand/larkspur-brand`, folder]);
     await does(`${folder}/www`);
@@ -121,7 +123,7 @@ test("a maker's face is legible in every state, and has logo and icon",
      () => wearing(async (www) => {
   const page = await newPage();
   const asked = [];
-  await page.route("**/css/*", (route) => {
+  await page.route("**/{css,js}/*", (route) => {
     const { pathname } = new URL(route.request().url());
     asked.push(pathname);
     return route.fulfill({ path: www + pathname });

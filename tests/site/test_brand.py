@@ -18,6 +18,8 @@ class Face:
         self.css, self.brand = folder / "www/css", folder / "brand"
         self.css.mkdir(parents=True)
         self.brand.mkdir()
+        self.script = folder / "www/js/kwt_scroller.js"
+        shutil.copytree(ROOT / "web/js", self.script.parent)
         self.update()
 
     def update(self, more=b""):
@@ -42,11 +44,12 @@ def face(request, tmp_path):
 
 
 def test_a_face_outlives_updates_and_goes_without_a_trace(face):
-    shipped = face.style()
+    shipped, before_icon = face.style(), face.script.read_text()
     shutil.copytree(ROOT / "examples/brand", face.brand, dirs_exist_ok=True)
     assert face.wear() == (0, "")
     rules = (face.brand / "brand.css").read_text()
     assert face.style() == f"{shipped.strip()}\n/* brand */\n{rules}"  # it wins
+    assert 'ICON = "/css/icon.png";' in face.script.read_text() and before_icon != face.script.read_text()
     assert all((face.css / p).read_bytes() == (face.brand / p).read_bytes() for p in PICTURES)
     before = face.files()
     assert face.wear() == (0, "") and face.files() == before  # browsers keep what they have
@@ -58,7 +61,7 @@ def test_a_face_outlives_updates_and_goes_without_a_trace(face):
     assert face.style().endswith("p{top:0}\n/* brand */\n:root{--bar:#000}\n")
     shutil.rmtree(face.brand)
     assert face.wear() == (0, "") and face.style().strip() == f"{shipped.strip()}p{{top:0}}"
-    assert sorted(face.files()) == [".brand", "orv.css"]
+    assert sorted(face.files()) == [".brand", "orv.css"] and face.script.read_text() == before_icon
 
 
 @pytest.mark.parametrize("name, text, told", [

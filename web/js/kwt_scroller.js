@@ -1,7 +1,7 @@
 // Help for the hand.  Every page works without it.
 "use strict";
 
-const ICON = "/css/orv.css"; // is at hand already
+const ICON = "/css/orv.css"; // larkspur-brand puts a maker's own here
 const PATIENCE_MS = 60000; // a lost answer locks no form
 const CONTROLS = "input:not([type=hidden]), select";
 const edited = new Set();
@@ -14,11 +14,8 @@ const all = (selector, page = document) =>
 const create = (name, properties) =>
   Object.assign(document.createElement(name), properties);
 
-// Browsers ask for an icon that no page names; a maker's style sheet may.
-const style = getComputedStyle(document.documentElement);
-document.head.append(create("link", {
-  rel: "icon", href: style.getPropertyValue("--icon").trim() || ICON
-}));
+// Browsers ask for an icon that no page names.
+document.head.append(create("link", {rel: "icon", href: ICON}));
 
 // Screen readers tell what comes into a status later.
 function begin() {
