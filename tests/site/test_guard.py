@@ -2,6 +2,7 @@
 nothing keeps it from going back."""
 
 import concurrent.futures
+import contextlib
 import http.client
 import os
 import pathlib
@@ -321,7 +322,8 @@ class Served(conftest.Site):
                 time.sleep(0.01)
 
     def kill(self):
-        os.killpg(self.server.pid, signal.SIGKILL)
+        with contextlib.suppress(ProcessLookupError):  # others may have come first
+            os.killpg(self.server.pid, signal.SIGKILL)
         self.server.wait(conftest.SECONDS)
         self.server = None
 
@@ -336,17 +338,44 @@ class Served(conftest.Site):
             returncode=0, stderr=b"", stdout=head + answer.read()), [])
 
 
+def kill_all(folder, spare=0):
+    """Ends all that runs for the device, as a reboot does; or all but what is of
+    the session `spare`, as who restarts a service may do."""
+    mark, found = os.fsencode(f"{folder}/"), True
+    while found:
+        found = False
+        for process in pathlib.Path("/proc").glob("[0-9]*"):
+            try:
+                pid = int(process.name)
+                is_ours = pid != os.getpid() and os.getsid(pid) != spare and (process / "exe").exists()
+                if is_ours and mark in (process / "environ").read_bytes():
+                    os.kill(pid, signal.SIGKILL)
+                    found = True
+            except OSError:  # it has ended
+                pass
+
+
 def restart(folder):
-    """A guarded save whose web server is killed with all it started, and comes
-    back."""
-    device = equip(Served(folder), "1 true")
+    """A guarded save whose web server is killed, and comes back: alone, or with
+    all it started, which the privileged side then stands in for."""
+    device = equip(Served(folder), "3 true")
+    (folder / "actions").mkdir()
+    reader = subprocess.Popen(
+        ["sh", ROOT / "packaging/act/larkspur-acts", "-a", folder / "actions"],
+        env=os.environ | {"ORV_STATE": str(device.state), "ORV_ACTS": str(folder / "acts"),
+                          "ORV_STORE": STORE}, start_new_session=True)
     device.start()
     save(device, "new")
+    if int(folder.name) % 2:
+        until(lambda: pending(device).get("armed") != "False")  # else it has a minute more
+        kill_all(folder, spare=reader.pid)
     device.kill()
     device.start()
     until(lambda: host(device) == "old")
     until(lambda: NOT_KEPT in device.open("confirm").texts("p", "plain"))
     device.kill()
+    os.killpg(reader.pid, signal.SIGKILL)
+    reader.wait(conftest.SECONDS)
 
 
 def hang_up(folder):
@@ -366,7 +395,31 @@ def hang_up(folder):
     assert host(device) == "old"
 
 
-@pytest.mark.parametrize("what", [restart, hang_up])
+def reboot(folder):
+    """A device that reboots while a save is under way, while its command runs, or
+    while it waits to be kept."""
+    used = folder / "used"
+    device = equip(Served(folder), f"900 touch {used}")
+    state = device.state
+    moments = [lambda: host(device) == "new", (state / ".pending/.armed").exists, used.exists,
+               lambda: any(state.glob(".new.*")) or (state / ".pending").exists(),
+               (state / ".pending").exists]
+    device.start()
+    fields = dict(device.open("net").fields()) | {"host": "new", "action": "Submit"}
+    with concurrent.futures.ThreadPoolExecutor(1) as pool:
+        save_under_way = pool.submit(device.post, fields)
+        until(moments[int(folder.name) % len(moments)])
+        kill_all(folder)
+        save_under_way.exception()  # the server has gone, or had answered
+    device.kill()
+    run(device, STORE, "boot")
+    assert host(device) == "old" and not pending(device)
+    device.start()
+    assert "Keep the change?" not in device.open("net").body
+    device.kill()
+
+
+@pytest.mark.parametrize("what", [restart, hang_up, reboot])
 def test_it_goes_back_in_time_ten_times(tmp_path, what):
     folders = [tmp_path / str(i) for i in range(10)]
     for folder in folders:
