@@ -377,11 +377,13 @@ orv_history() {
   while ((place < $1)) && read -r kind rest; do
     if [[ $kind == @ ]]; then
       read -r number seconds user address form how <<<"$rest"
+      user=${user/#-/somebody}
       [[ $address == - ]] || user+=" at $address"
       [[ $form != - ]] || form=device
       printf -v rest '%(%Y-%m-%d %H:%M:%S)T' "$seconds"
       orv__line "$user, $form ${how/#back/went back}" 150 shown
       REPLY="\$B\$$rest\$R\$ $REPLY"
+      ((!place)) || REPLY="\$L\$$REPLY" # a blank line between saves
     elif [[ $kind == = ]]; then
       orv__line "$rest" 210 shown
     else

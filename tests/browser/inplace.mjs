@@ -363,6 +363,9 @@ for (const javaScriptEnabled of [true, false]) {
     const page = await changeAddress({ javaScriptEnabled });
     const counted = /^(1[012]\d|\d\d) seconds left/;
     const timer = page.locator("[role=timer]");
+    const way = page.locator('main a[href="http://192.0.2.7/"]');
+    assert.equal(await way.count(), javaScriptEnabled ? 1 : 0);
+    assert.match(await page.locator("nav a >> nth=1").innerText(), /^Keep/);
     if (javaScriptEnabled) {
       assert.match(await timer.innerText(), counted);
       await assertLooks(page, "counting");
@@ -382,6 +385,7 @@ for (const javaScriptEnabled of [true, false]) {
     }
     await act(page, "Submit");
     assert.match(await page.locator("main").innerText(), /The change is kept/);
+    assert.equal(await page.locator("nav").getByText("Keep").count(), 0);
     assert.equal(await kept(".pending/.token"), "");
     await page.goto(address("network"));
     assert.equal(await valueOf(page, "ip_address"), "192.0.2.7/24");

@@ -258,6 +258,9 @@ def test_a_page_shows_the_history_as_text(site):
     page = site.open("history")
     assert any(re.fullmatch(r"[-0-9]{10} [:0-9]{8} ann at 192\.0\.2\.9, system saved.*Place: .* -> Cellar", text, re.S)
                for text in page.texts("p")), page.texts("p")
+    assert site.open("system").press("Submit", place="Attic").title == "Saved"
+    text = "".join(site.open("history").texts("p"))
+    assert re.findall(r"\d\d:\d\d:\d\d ([^,]*), system saved", text) == ["somebody", "ann at 192.0.2.9"], text
     hostile = "$V:history1$$L$$E$<b>x</b>\"'`$(touch owned)\\ *"
     entry = f"@ 2 0 $R$ann $B$ net$L$ back\n= {hostile}\n= {'$' * 300}\n= {'é' * 150}\n- x\n& other\n< f x=secret\n"
     (site.folder / "data/state/.history").write_text(entry)

@@ -301,6 +301,13 @@ function tellRestart() {
   }
 }
 
+// An address that the confirmation names in bold can be followed.
+function linkAddresses() {
+  all("main em").filter((one) => /^https?:\/\/\S+$/.test(one.textContent))
+    .forEach((one) => one.replaceChildren(create("a",
+      {href: one.textContent, textContent: one.textContent})));
+}
+
 async function submitHere(form) {
   const fields = fieldsOf(form);
   fields.set("action", "Submit");
@@ -319,6 +326,7 @@ async function submitHere(form) {
   if (carried("form") !== "changes_saved") {
     return;
   }
+  linkAddresses();
   if (carried("o_wait_restart") + carried("o_wait_address")) {
     waitForDevice();
   }
