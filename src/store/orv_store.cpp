@@ -355,6 +355,19 @@ static bool are_known(char **names)
   return *names == nullptr;
 }
 
+static void log_with_who(const char *line)
+{
+  store_who who;
+  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
+  char *whole = nullptr;
+  store_ask_who(&who);
+  store_write_who(&who, text, sizeof text);
+  if (asprintf(&whole, "%s (%s)", line, text) >= 0) {
+    store_log(whole);
+    free(whole);
+  }
+}
+
 // With no file named, all of them; a change that is pending is over then.
 static bool reset(char **names)
 {
@@ -378,6 +391,8 @@ static bool reset(char **names)
     stage_drop(&stage);
     return false;
   }
+  log_with_who(names[0] == nullptr ? "Settings as shipped"
+                                   : "Settings as shipped, of some files");
   fputs("ok\n", stdout);
   return true;
 }
@@ -417,21 +432,13 @@ static bool log_lines(char **)
 {
   char *line = nullptr;
   size_t size = 0;
-  store_who who;
-  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
-  store_ask_who(&who);
-  store_write_who(&who, text, sizeof text);
   if (!open_and_join(false)) {
     store_forget_fault(); // the log is another's business
   }
   for (ssize_t got = getline(&line, &size, stdin); got > 0;
        got = getline(&line, &size, stdin)) {
     line[got - (line[got - 1] == '\n' ? 1 : 0)] = '\0';
-    char *whole = nullptr;
-    if (asprintf(&whole, "%s (%s)", line, text) >= 0) {
-      store_log(whole);
-      free(whole);
-    }
+    log_with_who(line);
   }
   free(line);
   return true;

@@ -150,4 +150,9 @@ def test_the_settings_go_as_a_whole_and_the_login_if_that_is_asked_for(owned):
             "Submit", reset_sure="True", **({"reset_login": "True"} if login else {}))
         assert page.title == "Saved", page.errors
         assert "Hall" not in owned.site.open("fields").body and owned.login.exists() != login
+        assert "Settings as shipped (admin)" in "".join(page.log)
     assert os.listdir(owned.etc) == []  # the next start makes a login, and its first password
+    owned.login.write_text(f"admin:{hash_of(OLD)}\n")
+    assert owned.ctl("set", "reset", "reset_login=True").returncode == 1 and owned.login.exists()
+    assert owned.ctl("set", "reset", "reset_sure=True", "reset_login=True").returncode == 0
+    assert not owned.login.exists()
