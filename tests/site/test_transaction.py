@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import pwd
+import re
 import shutil
 import subprocess
 import tempfile
@@ -348,3 +349,24 @@ def test_root_becomes_the_user_of_the_settings():
             (data / "scripts").chmod(0o755)
             os.chown(data, 0, 0)
         assert "z=2" not in (state / "by").read_text()
+
+
+def test_forms_of_one_step_go_back_with_what_each_of_them_needs(site):
+    device(site, **{name: {"before": f"orv_guard 900 eval 'echo {name} >>applied'"} for name in "ab"})
+    dump(site, "new", "ab")
+    done = run(site, "apply", "dump")
+    assert done.returncode == 0 and "this goes back 900 seconds after" in done.stderr, done
+    info = site.folder / "data/state/.pending/.info"
+    end = time.monotonic() + SECONDS
+    while not info.with_name(".armed").exists():
+        assert time.monotonic() < end
+        time.sleep(0.02)
+    assert sorted(lines(site, "applied")) == ["a", "b"]
+    text = info.read_text()
+    assert text.count("change=Text: blank -> new") == 2
+    whole = site.folder / "whole"
+    whole.write_text(re.sub("(?m)^until=.*", "until=1", text))
+    whole.replace(info)
+    settle(site)
+    assert lines(site, "applied")[2:] == ["a", "b"]
+    assert values(site) == all_of("")
