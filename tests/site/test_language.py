@@ -111,6 +111,24 @@ def test_the_german_pages_show_and_store_what_the_english_ones_do(spoken):
     assert site.open("confirm").texts("a") == ["Keep the change?", "Start", "Clock"]
 
 
+def test_a_form_chooses_and_what_a_stranger_stores_is_no_language(spoken):
+    programs, state = spoken.site.folder / "sbin", spoken.share / "state"
+    programs.mkdir()
+    (programs / "larkspur-language").symlink_to(TOOL)
+    state.mkdir()
+    env = spoken.env | {"PATH": f"{programs}:{os.environ['PATH']}", "ORV_STORE": STORE, "ORV_STATE": str(state),
+                        "ORV_DEFAULTS": str(spoken.share / "defaults")}
+    assert spoken.choose("en") == (0, "")
+    for stored in ("de", "fr", "", "-h", "--list", "../de", "de/templates", "$(id)", "de en", ".", "scripts", "en"):
+        before = (spoken.etc / "language").read_text()
+        (state / "language").write_text(f"language={stored}\n")
+        run = subprocess.run([*spoken.shell, ROOT / "examples/forms/actions/language"], env=env, text=True,
+                             capture_output=True, check=False)
+        fine = stored in ("de", "en")
+        assert (run.returncode == 0) == fine, (stored, run)
+        assert (spoken.etc / "language").read_text() == (f"{stored}\n" if fine else before)
+
+
 def test_the_tree_is_a_whole_translation():
     lint = subprocess.run([os.environ["ORV_LINT"], ROOT / "examples/first", ROOT / "examples/german"], text=True,
                           capture_output=True, check=False)

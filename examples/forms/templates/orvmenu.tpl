@@ -28,5 +28,6 @@ fmenu
 choice guard A change that goes back
 choice service A service to restart
 choice hostname An action of root's
+choice language The language of these pages
 choice reboot A restart
 choice reset The settings as shipped
