@@ -26,6 +26,8 @@ import tempfile
 STORE, PART = os.environ["ORV_STORE"], os.environ["ORV_TAKE_PART"]
 LIBRARY = pathlib.Path(__file__).parents[2] / "lib" / "orv.bash"
 STRIDE = int(sys.argv[1]) if len(sys.argv) > 1 else 1
+# Of the other kinds every third, and with LARKSPUR_LONG each.
+STEP = 1 if "LARKSPUR_LONG" in os.environ else 3
 KINDS = sys.argv[2:] or ("kill memory stream fork open read write close look mark"
                          " sync name mkdir list lock unlink random").split()
 ENOUGH = 20  # bad ends of one job
@@ -289,7 +291,7 @@ def sweep(job):
             finally:
                 shutil.rmtree(device.folder)
             ends[end] += 1
-            number += STRIDE if kind in ("memory", "stream") else 1
+            number += STRIDE if kind in ("memory", "stream") else STEP
     return kind, ends, bad
 
 

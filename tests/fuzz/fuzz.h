@@ -12,30 +12,16 @@
 #include <stdint.h>
 #include <string.h>
 #include <string>
+#include <string_view>
 #include <sys/mman.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include "cgi.h"
 #include "orv_error.h"
-#include "orv_vars.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
-
-// What the entry that includes this does with an input.
-static void fuzz(std::string_view input);
-
-// Reports return, and none leaves the process.  No variable is left behind.
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-  orv_fatal_no_exit = 1;
-  setlogmask(LOG_MASK(LOG_DEBUG));
-  fuzz({reinterpret_cast<const char *>(data), size});
-  for (orv_var **list : {&cfg_vars, &err_vars, &del_vars}) {
-    orv_free_vars(list);
-  }
-  return 0;
-}
+// What an entry does with an input; entry.cpp calls it.
+void fuzz(std::string_view input);
 
 // Takes the first part off the input; empty when the rest is the last one.
 inline std::string_view fuzz_part(std::string_view *input)

@@ -3,7 +3,7 @@
 #include "bash.h"
 #include "fuzz.h"
 
-static void fuzz(std::string_view input)
+void fuzz(std::string_view input)
 {
   const std::string text(input);
   const bash_script script = read_bash(text);

@@ -1,6 +1,7 @@
 // A check with its options, and the value that it judges.
 
 #include "fuzz.h"
+#include "orv_vars.h"
 #include "orv_check.h"
 #include "orv_parser.h"
 
@@ -16,7 +17,7 @@ static bool is_normal(const std::string &after, std::string value)
                       [](char c) { return c >= ' ' && c <= '~'; }));
 }
 
-static void fuzz(std::string_view rest)
+void fuzz(std::string_view rest)
 {
   std::string check = fuzz_text(fuzz_part(&rest));
   std::string value = fuzz_text(rest);

@@ -28,7 +28,7 @@ static void check_value(const wanted_value &value)
   dump_free(&again);
 }
 
-static void fuzz(std::string_view input)
+void fuzz(std::string_view input)
 {
   dump_file dump = {};
   FILE *in = fuzz_stream(input);

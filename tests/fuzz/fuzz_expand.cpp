@@ -2,8 +2,9 @@
 
 #include "fuzz.h"
 #include "orv_output.h"
+#include "orv_vars.h"
 
-static void fuzz(std::string_view rest)
+void fuzz(std::string_view rest)
 {
   std::string value = fuzz_text(fuzz_part(&rest));
   std::string text = fuzz_text(rest);

@@ -3,7 +3,7 @@
 #include "intake.h"
 #include "store.h"
 
-static void fuzz(std::string_view input)
+void fuzz(std::string_view input)
 {
   dup2(fuzz_file(input), STDIN_FILENO);
   fuzz_folder();

@@ -5,7 +5,7 @@
 #include "fuzz.h"
 #include "text.h"
 
-static void fuzz(std::string_view input)
+void fuzz(std::string_view input)
 {
   const std::string text(input);
   const source_file file = {"form.tpl", text, split_lines(text)};

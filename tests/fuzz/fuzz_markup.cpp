@@ -1,9 +1,10 @@
 // A displayed text with markup codes, and a value that it may insert, in every
 // kind of item that shows text.
 
+#include "orv_vars.h"
 #include "page.h"
 
-static void fuzz(std::string_view rest)
+void fuzz(std::string_view rest)
 {
   std::string value = fuzz_text(fuzz_part(&rest));
   std::string text = fuzz_text(rest);

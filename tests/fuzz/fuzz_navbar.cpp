@@ -4,7 +4,7 @@
 
 #include "page.h"
 
-static void fuzz(std::string_view input)
+void fuzz(std::string_view input)
 {
   FILE *output = fuzz_stream(input);
   ents[0] = {"Configuration", "/"};

@@ -24,7 +24,7 @@ static bool add_problem(int folder, const char *name, void *problems)
   return true;
 }
 
-static void fuzz(std::string_view input)
+void fuzz(std::string_view input)
 {
   fuzz_folder();
   const bool stored =

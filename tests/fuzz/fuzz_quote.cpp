@@ -50,7 +50,7 @@ static bool means(const std::string &around, const std::string &text,
   return same;
 }
 
-static void fuzz(std::string_view rest)
+void fuzz(std::string_view rest)
 {
   const std::string line = fuzz_text(fuzz_part(&rest));
   const std::string value = fuzz_text(rest);

@@ -22,7 +22,7 @@ static auto decode(const char *method)
   return result;
 }
 
-static void fuzz(std::string_view rest)
+void fuzz(std::string_view rest)
 {
   fuzz_environment("CONTENT_TYPE", fuzz_text(fuzz_part(&rest)));
   const std::string length = fuzz_text(fuzz_part(&rest));

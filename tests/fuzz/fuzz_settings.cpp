@@ -2,7 +2,7 @@
 
 #include "store.h"
 
-static void fuzz(std::string_view input)
+void fuzz(std::string_view input)
 {
   const std::string folder = fuzz_folder();
   const std::string stored = fuzz_text(fuzz_part(&input));

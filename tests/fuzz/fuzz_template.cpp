@@ -3,6 +3,7 @@
 
 #include "orv_check.h"
 #include "page.h"
+#include "orv_vars.h"
 
 // The size of a table is no fault, and the author's patterns are libc's matter.
 static void tame(pt_body_item *item)
@@ -18,7 +19,7 @@ static void tame(pt_body_item *item)
   }
 }
 
-static void fuzz(std::string_view rest)
+void fuzz(std::string_view rest)
 {
   std::string subitem = fuzz_text(fuzz_part(&rest));
   FILE *script = fuzz_stream(fuzz_part(&rest));

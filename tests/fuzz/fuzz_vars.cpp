@@ -1,8 +1,9 @@
 // A script's output, stored and written out again.
 
 #include "fuzz.h"
+#include "orv_vars.h"
 
-static void fuzz(std::string_view input)
+void fuzz(std::string_view input)
 {
   // Half of the inputs meet a list that is long enough for an index.
   for (int i = 0; i < 130 && input.size() % 2 != 0; i++) {

@@ -263,6 +263,9 @@ def test_forms_without_a_script_are_judged_by_what_they_have_instead(tmp_path):
     assert ("clock.sh", 1, "no-file") in lint(first)
 
 
+IDLE = pytest.mark.skipif("LARKSPUR_LONG" not in os.environ, reason="measures time")
+
+
 def spent(*command):
     """The processor's time that a command takes, its children's included."""
     def used():
@@ -273,6 +276,7 @@ def spent(*command):
     return used() - start
 
 
+@IDLE
 def test_two_hundred_forms_take_little_more_than_bash_takes_for_their_scripts(device):
     text = (device / "templates/network.tpl").read_text()
     for i in range(200):
@@ -288,6 +292,7 @@ def test_two_hundred_forms_take_little_more_than_bash_takes_for_their_scripts(de
      "error $E:f_%d_x$\nfield same 3\nlabel L%d\ntext a%d\n"),
     ("scripts/log.sh", "f%d() {\n  local a=$1\n  if [[ $a == x%d ]]; then orv_error b \"$a\"; fi\n  cat <<X\n%d\nX\n"
      "  case $1 in a) orv_put c%d \"$a\" ;; *) echo a >\"$2\" ;; esac\n}\nf%d x \"$3\" y%d\n")], ids=["template", "script"])
+@IDLE
 def test_time_grows_with_the_size_and_not_with_its_square(path, part, device):
     def seconds(count):
         whole = "".join(part % ((i,) * 6) for i in range(count))

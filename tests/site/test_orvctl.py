@@ -14,12 +14,12 @@ import subprocess
 import urllib.parse
 
 import orv_test.device
-from conftest import ENVIRONMENT, ORV
+from conftest import ENVIRONMENT, LONG, ORV
 
 ORVCTL = os.environ["ORVCTL"]
 STORE = pathlib.Path(os.environ["ORV_STORE"])
 DEMO = pathlib.Path(__file__).resolve().parents[2] / "demo"
-DEVICES = 200
+DEVICES = 200 if LONG else 40
 WORDS = ["a", "gate-1", "two words", "", "0", "True", "no", "  edge ", "$x", "é", "7", "200"]
 CHECKS = ["check word", "check nullok word", "check nullok number 1 100", "", "check nullok text"]
 KINDS = ["field", "field", "fixed", "checkbox", "select", "iselect"]
@@ -28,7 +28,7 @@ KINDS = ["field", "field", "fixed", "checkbox", "select", "iselect"]
 def run(site, *words, expect=None, given=""):
     """Runs orvctl in the device's folder: its output and its messages."""
     done = subprocess.run([ORVCTL, *words], cwd=site.folder, capture_output=True, input=given,
-                          text=True, timeout=60, check=False, errors="replace")
+                          text=True, timeout=120, check=False, errors="replace")
     assert done.returncode in (0, 1, 2) and (expect is None or done.returncode == expect), done
     return done
 
@@ -145,7 +145,7 @@ def test_a_change_from_a_terminal_reaches_the_scripts_as_that_of_a_page(site):
             assert results[0] == results[1], (seed, changes, page.title, done)
         outcome = page and page.title
         outcomes[outcome] = outcomes.get(outcome, 0) + 1
-    assert min(outcomes.get(t, 0) for t in ("changes_saved", "Test form")) >= 20, outcomes
+    assert min(outcomes.get(t, 0) for t in ("changes_saved", "Test form")) >= DEVICES // 10, outcomes
 
 
 def test_a_blank_field_of_the_expert_view_runs_the_same_scripts(site):

@@ -6,7 +6,9 @@ import pathlib
 import resource
 import subprocess
 
-from conftest import SHIM, Site
+import pytest
+
+from conftest import LONG, SHIM, Site
 from test_orvctl import ORVCTL, demo, run, stored
 
 TOLD = """
@@ -157,6 +159,7 @@ def test_a_row_too_many_is_a_message(site):
     run(site, "rows", "t", "t", "change", "100", "n=last", expect=0)
 
 
+@pytest.mark.skipif(not LONG, reason="measures time")
 def test_rows_take_as_long_as_their_number(site):
     """As a factor of the processor time: twice the rows, and half of them deleted again."""
     site.template("f", "table t 2", "field n", "field m")

@@ -8,7 +8,9 @@ import collections
 import random
 import re
 
-REQUESTS = 2200
+from conftest import LONG
+
+REQUESTS = 2200 if LONG else 330
 FORM = """\
 error $E$;field name 20;check word;field port;check nullok number 1 100;checkbox on
 select mode;choice a A;choice b B;if $V:on$;field extra;check word;endif"""
@@ -102,10 +104,10 @@ def test_only_a_submit_that_passed_all_checks_is_saved(site):
             assert saved != bool(REFUSED.search(checked)), fields
         assert not saved or written == checked, fields
         reached[checked is not None, saved] += 1
-    assert len(reached) == 3 and min(reached.values()) >= 20, reached
+    assert len(reached) == 3 and min(reached.values()) >= REQUESTS // 110, reached
 
 
-SESSIONS = 200
+SESSIONS = 200 if LONG else 30
 TABLE = """\
 table rules 3 2;field name;checkbox on;select mode;choice a A;choice b B;help Help."""
 

@@ -11,10 +11,10 @@ import tempfile
 import time
 import urllib.parse
 
-from conftest import ENVIRONMENT, ORV, SECONDS, Site
+from conftest import ENVIRONMENT, LONG, ORV, SECONDS, Site
 from test_orvctl import ORVCTL, demo, stored
 
-RACES = 200
+RACES = 200 if LONG else 20
 STORE = os.environ["ORV_STORE"]
 WHO = {"SUDO_USER": "ann", "SSH_CONNECTION": "192.0.2.9 1234 192.0.2.1 22"}
 # A form of two files; `JUDGE` and `BEFORE`, `AFTER` its save are a test's.

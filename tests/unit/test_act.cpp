@@ -1,6 +1,6 @@
 // What a script asks for within a transaction waits for that.
 
-#include "fixture.h"
+#include "form_fixture.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -5,10 +5,10 @@
 #include <map>
 #include <time.h>
 
-#include "fixture.h"
+#include "form_fixture.h"
 #include "orv.h"
 
-using Changes = Scratch;
+using Changes = Forms;
 using Values = std::map<string, string>;
 
 // clang-format off

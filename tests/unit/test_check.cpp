@@ -6,7 +6,7 @@
 #include <map>
 #include <netdb.h>
 
-#include "fixture.h"
+#include "form_fixture.h"
 
 // Faults of the template, whose messages it cannot replace.
 static const string bad_name = "Bad check name in template";
@@ -16,7 +16,7 @@ static const string no_type = "Check options don't allow any type of address";
 static const string unknown = "Unknown option in file check";
 static const auto own = {bad_name, bad_regex, extras, no_type, unknown};
 
-class Checks : public Scratch
+class Checks : public Forms
 {
 protected:
   // The messages that the variables get, the last record first.

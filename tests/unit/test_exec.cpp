@@ -3,17 +3,17 @@
 
 #include <signal.h>
 
-#include "fixture.h"
+#include "form_fixture.h"
 #include "orv_scripts.h"
 
-class Exec : public Scratch
+class Exec : public Forms
 {
 protected:
   // A developer's own shell may export these; below a shell that counts itself,
   // bash takes no login for a remote one.
   void SetUp() override
   {
-    Scratch::SetUp();
+    Forms::SetUp();
     for (const char *name : {"PS1", "SSH_CLIENT", "SHLVL"}) {
       unsetenv(name);
     }

@@ -5,7 +5,7 @@
 
 #include <stdarg.h>
 
-#include "fixture.h"
+#include "form_fixture.h"
 #include "orv.h"
 
 static string calls; // each with "; " before it
@@ -81,7 +81,7 @@ static const pto_procs recorder = {
   cell<'B'>, cell<'S'>,
 };
 
-class Output : public Scratch
+class Output : public Forms
 {
 protected:
   int errors = 0;

@@ -4,7 +4,7 @@
 #include "orv_keywords.h"
 #include "orv_parser.h"
 
-#include "fixture.h"
+#include "form_fixture.h"
 
 // What is set of an item, with line ends made visible.
 static string shown(const pt_body_item &itm)
@@ -58,7 +58,7 @@ static string shown(const Items &items)
   return out + message();
 }
 
-using Parser = Scratch;
+using Parser = Forms;
 
 // clang-format off
 

@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include "fixture.h"
+#include "form_fixture.h"
 
 static const char FORM[] = "f '\"$`\\;\x81";
 
@@ -23,7 +23,7 @@ static string in_template(const string &line)
   return with(line, "$S$", "$#$");
 }
 
-class Quote : public Scratch
+class Quote : public Forms
 {
 protected:
   // The script line, or the message that the header fails with.

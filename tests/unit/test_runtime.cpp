@@ -3,6 +3,7 @@
 #include "orv.h"
 
 #include "fixture.h"
+#include "orv_output.h"
 
 using Runtime = Scratch;
 

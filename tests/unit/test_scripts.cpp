@@ -8,7 +8,7 @@
 #include <sys/resource.h>
 #include <thread>
 
-#include "fixture.h"
+#include "form_fixture.h"
 
 static string rest_of(FILE *all)
 {
@@ -19,7 +19,7 @@ static string rest_of(FILE *all)
   return rest;
 }
 
-class Scripts : public Scratch
+class Scripts : public Forms
 {
 protected:
   string output;
@@ -180,13 +180,13 @@ TEST_F(Scripts, ASmallPipeTakesAnyInput)
 
 TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
 {
-  // least and most seconds
-  const std::tuple<const char *, string, double, double> rows[] = {
-    {"echo a; sleep 30 & echo $! >pid", "a\n", 0.2, 2},
-    {"exec > >(sleep 0.1; cat); echo a", "a\n", 0.1, 2},
-    {"while printf .; do sleep 0.05; done &", ".", 1.9, 6},
+  // least seconds; a page that was held would take all of the script's
+  const std::tuple<const char *, string, double> rows[] = {
+    {"echo a; sleep 300 & echo $! >pid", "a\n", 0.2},
+    {"exec > >(sleep 0.1; cat); echo a", "a\n", 0.1},
+    {"while printf .; do sleep 0.05; done &", ".", 1.9},
   };
-  for (const auto &[script, expected, least, most] : rows) {
+  for (const auto &[script, expected, least] : rows) {
     write_script(script);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(run("s.sh"), 0);
@@ -194,7 +194,7 @@ TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
       std::chrono::steady_clock::now() - start;
     EXPECT_TRUE(complete);
     EXPECT_EQ(output.substr(0, expected.size()), expected);
-    EXPECT_TRUE(least <= spent.count() && spent.count() <= most) << script;
+    EXPECT_TRUE(least <= spent.count() && spent.count() < 100) << script;
   }
   EXPECT_EQ(kill(std::stoi(read_file("pid")), SIGKILL), 0) << "went on";
 }

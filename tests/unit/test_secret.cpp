@@ -2,7 +2,7 @@
 
 #include "orv_secret.h"
 
-#include "fixture.h"
+#include "form_fixture.h"
 
 struct secret_name {
   const char *name;
@@ -23,7 +23,7 @@ static const secret_name names[] = {
 };
 // clang-format on
 
-using Secret = Scratch;
+using Secret = Forms;
 
 TEST_F(Secret, IsToldByTheName)
 {

@@ -2,9 +2,9 @@
 
 #include "orv_vars.h"
 
-#include "fixture.h"
+#include "form_fixture.h"
 
-using Vars = Scratch;
+using Vars = Forms;
 
 // clang-format off
 
