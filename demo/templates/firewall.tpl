@@ -4,8 +4,8 @@ help_mode
 expert_mode
 body
 error $E$
-text What may come in. The rules are tried from the lowest number to the highest,
-  and the first that fits decides.
+text What may come in. The first rule that fits decides, from the lowest number to
+  the highest.
 
 select fr_policy
 label All the rest
@@ -34,7 +34,7 @@ help $B$No.$R$ is the order. With 15 a rule moves between the rules 10 and 20;
   $L$$B$Source$R$ is an address such as 203.0.113.7, or a network such as
   203.0.113.0/24. Blank means everybody.
   $L$$B$Port$R$ is the port of this device that is asked for. Blank means all.
-  $L$A rule needs a number, a source or a port to be kept.
+  $L$A rule needs a number, a source or a port.
 
 # Every text may be blank here, since a row is dropped when all its texts are.
 table rules 7

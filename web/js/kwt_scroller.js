@@ -2,7 +2,7 @@
 "use strict";
 
 const ICON = "/css/orv.css"; // larkspur-brand puts a maker's own here
-const PATIENCE_MS = 60000; // a lost answer locks no form
+const PATIENCE = 60000; // ms: a lost answer locks no form
 const CONTROLS = "input:not([type=hidden]), select";
 const edited = new Set();
 let timers = [];
@@ -13,6 +13,8 @@ const all = (selector, page = document) =>
   [...page.querySelectorAll(selector)];
 const create = (name, properties) =>
   Object.assign(document.createElement(name), properties);
+const linkTo = (href, textContent) => create("a", {href, textContent});
+const on = addEventListener; // of the window
 
 // Browsers ask for an icon that no page names.
 document.head.append(create("link", {rel: "icon", href: ICON}));
@@ -23,7 +25,7 @@ function begin() {
   notice = create("div", {className: "working", role: "status"});
   document.body.append(notice);
   timers = [setTimeout(() => { notice.textContent = "Working…"; }, 1000),
-            setTimeout(end, PATIENCE_MS)];
+            setTimeout(end, PATIENCE)];
 }
 
 function end() {
@@ -38,7 +40,7 @@ const stopped = () => notice?.isHere || end();
 // The page that comes back, or null.
 const load = (url, body) =>
   fetch(url, {method: body ? "POST" : "GET", body,
-              signal: AbortSignal.timeout?.(PATIENCE_MS)})
+              signal: AbortSignal.timeout?.(PATIENCE)})
     .then((answer) => answer.text())
     .then((text) => new DOMParser().parseFromString(text, "text/html"))
     .catch(() => null);
@@ -50,7 +52,7 @@ const fieldsOf = (form) => new URLSearchParams(new FormData(form));
 const send = (form, fields) => load(form.getAttribute("action"), fields);
 
 // A second press would save twice; a disabled button would not be sent.
-addEventListener("submit", (event) => {
+on("submit", (event) => {
   if (notice) {
     return event.preventDefault();
   }
@@ -68,7 +70,7 @@ window.navigation?.addEventListener("navigate", ({signal}) =>
   signal.addEventListener("abort", stopped));
 
 // Enter would press the form's first button, Home; it means Submit.
-addEventListener("keydown", (event) => {
+on("keydown", (event) => {
   if (event.key === "Escape") {
     stopped();
   }
@@ -102,7 +104,7 @@ function addButtons(page) {
   }
 }
 
-addEventListener("click", ({target}) =>
+on("click", ({target}) =>
   target.className === "show" && reveal(target, target.value === "Show"));
 
 // --- the form drawn again ---
@@ -203,7 +205,7 @@ async function redraw(form) {
   }
 }
 
-addEventListener("change", ({target}) =>
+on("change", ({target}) =>
   isWatched(target) && redraw(target.form));
 
 // --- pages of facts ---
@@ -235,10 +237,10 @@ function keepFresh() {
     for (const fact of all("main [type=text]")) {
       const twin = page.getElementsByName(fact.name)[0];
       const value = twin?.value || "";
-      if (fact.value !== value && told.includes(fact.name)) {
-        status.textContent = `${nameOf(fact)}: ${value}`;
-      }
       if (fact.value !== value) {
+        if (told.includes(fact.name)) {
+          status.textContent = `${nameOf(fact)}: ${value}`;
+        }
         fact.value = value;
         find("[data-text]", fact.parentNode)?.remove();
         twin && fact.after(...all("[data-text]", twin.parentNode));
@@ -269,7 +271,7 @@ function keepFresh() {
   function plan() {
     clearTimeout(timer);
     if (isOn && !document.hidden) {
-      pause = Math.min(Math.max(pause, least), PATIENCE_MS);
+      pause = Math.min(Math.max(pause, least), PATIENCE);
       timer = setTimeout(refresh, pause);
     }
   }
@@ -302,10 +304,11 @@ function tellRestart() {
 }
 
 // An address that the confirmation names in bold can be followed.
-function linkAddresses() {
-  all("main em").filter((one) => /^https?:\/\/\S+$/.test(one.textContent))
-    .forEach((one) => one.replaceChildren(create("a",
-      {href: one.textContent, textContent: one.textContent})));
+function linkAddress(bold) {
+  const text = bold.textContent;
+  if (/^https?:\/\/\S+$/.test(text)) {
+    bold.replaceChildren(linkTo(text, text));
+  }
 }
 
 async function submitHere(form) {
@@ -326,7 +329,7 @@ async function submitHere(form) {
   if (carried("form") !== "changes_saved") {
     return;
   }
-  linkAddresses();
+  all("main em").forEach(linkAddress);
   if (carried("o_wait_restart") + carried("o_wait_address")) {
     waitForDevice();
   }
@@ -356,7 +359,7 @@ async function waitForDevice() {
   const least = 1000 * carried("o_wait_restart") || 20000;
   const url = new URL(location.pathname, location.href);
   url.host = carried("o_wait_address") || url.host;
-  const way = create("a", {href: url, textContent: url.host});
+  const way = linkTo(url, url.host);
   const line = create("p", {className: "waiting", role: "status"});
   const worker = new Worker("/js/position.js"); // asks any address
   let isBack = false;
@@ -404,14 +407,14 @@ function ask(event) {
 }
 
 // Some browsers keep no page for Back that listens to this.
-const listen = () => addEventListener("beforeunload", ask);
+const listen = () => on("beforeunload", ask);
 
-addEventListener("input", (event) => {
+on("input", (event) => {
   edited.add(event.target);
   listen();
 });
 
-addEventListener("DOMContentLoaded", () => {
+on("DOMContentLoaded", () => {
   addButtons(document);
   keepFresh();
   tellRestart();
@@ -419,7 +422,7 @@ addEventListener("DOMContentLoaded", () => {
 });
 
 // What Back brings was sent or given up.
-addEventListener("pageshow", () => {
+on("pageshow", () => {
   end();
   edited.clear();
   if (find("[data-changed]")) {
