@@ -18,7 +18,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.append(str(ROOT / "tools"))
 import orv_test.device  # noqa: E402  # pylint: disable=wrong-import-position
 
-DEVICES = [p.parent for p in [*ROOT.glob("demo/templates"),
+DEVICES = [p.parent for p in [*ROOT.glob("demo/**/templates"),
                               *ROOT.glob("examples/*/templates")]]
 # The file, its rule, and what stands there before and after; "" before: a line
 # more at the end.  The line is that of the change, unless another's text or

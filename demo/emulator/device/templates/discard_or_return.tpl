@@ -1,0 +1,1 @@
+../../../templates/discard_or_return.tpl

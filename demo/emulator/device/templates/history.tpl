@@ -1,0 +1,1 @@
+../../../templates/history.tpl

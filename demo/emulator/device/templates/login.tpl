@@ -1,0 +1,1 @@
+../../../../examples/forms/templates/login.tpl

@@ -1,0 +1,1 @@
+../../../templates/no_changes.tpl

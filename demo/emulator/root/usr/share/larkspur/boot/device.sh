@@ -1,0 +1,60 @@
+# shellcheck shell=sh
+# What the device's actions and boot scripts share.  Stored values are a
+# stranger's: whoever reads one judges it.
+
+# load FILE: the values in force of these settings.
+load()
+{
+  settings=$(orv-store load "$1") || exit
+  settings="
+$settings
+"
+}
+
+# value NAME: of what was loaded, in REPLY.
+value()
+{
+  REPLY=${settings#*"
+$1="}
+  if [ "$REPLY" = "$settings" ]; then
+    REPLY=''
+  fi
+  REPLY=${REPLY%%"
+"*}
+}
+
+# is_on NAME
+is_on()
+{
+  value "$1"
+  [ "$REPLY" = True ]
+}
+
+# is_host TEXT: a name or an address, such as no program takes for an option.
+is_host()
+{
+  case $1 in
+    '' | [!A-Za-z0-9]* | *[!A-Za-z0-9.:-]*) return 1 ;;
+  esac
+  [ "${#1}" -le 253 ]
+}
+
+# end PROGRAM: ends the process whose number stands in its file, and waits until
+# it is gone.
+end()
+{
+  tries=0
+  while start-stop-daemon -K -q -p "/run/$1.pid" 2>/dev/null; do
+    tries=$((tries + 1))
+    [ "$tries" -lt 30 ] || return
+    usleep 100000
+  done
+  rm -f "/run/$1.pid"
+}
+
+# start_log [SERVER]: writes to memory, where logread(1) finds it, and to that
+# server as well.
+start_log()
+{
+  syslogd -C128 ${1:+-L -R "$1"}
+}
