@@ -16,6 +16,7 @@
 
 #include "orv.h"
 #include "orv_guard.h"
+#include "orv_limits.h"
 #include "orv_output.h"
 #include "orv_parser.h"
 #include "orv_rows.h"
@@ -23,9 +24,9 @@
 
 // A row is told in one line that a person reads.
 constexpr size_t ROW_TEXT_MAX = 400;
-// Rows behind a gap count as well: a script may pack them.  Behind this many
-// blank ones a table is taken to be over.
-constexpr int GAP_ROWS_MAX = 100;
+// Rows behind a gap count as well: a script may pack them.  Behind as many
+// blank ones as are stored a table is over.
+constexpr int GAP_ROWS_MAX = ORV_STORED_ROWS_MAX;
 
 // What one call works with.
 struct search_state {

@@ -1,5 +1,4 @@
-// What is secret, for pages and tools alike.  The library of the scripts has
-// the same rule.
+// Which names are those of secrets, for pages, the store and all tools.
 
 #ifndef ORV_SECRET_H
 #define ORV_SECRET_H

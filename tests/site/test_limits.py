@@ -1,4 +1,4 @@
-"""What texts and the scripts' library say of a limit is what the code holds."""
+"""What texts and the scripts' library say of limits and secret names is what the code holds."""
 
 import pathlib
 import re
@@ -51,3 +51,14 @@ def test_what_is_said_of_a_limit_is_the_limit():
         if numbers != {held[name]}:
             wrong.append(f"{path}: {name} is {held[name]}, said: {said}")
     assert not wrong, "\n".join(wrong)
+
+
+def test_every_ending_of_secret_names_is_in_the_manual_and_the_rule():
+    endings = re.search(r"endings\[\] = \{([^}]+)\}", (ROOT / "src/orv/orv_secret.cpp").read_text())
+    words = re.findall(r'"_?(\w+)"', endings[1])
+    assert len(words) >= 7
+    for path, begin in ((TEMPLATE, "A field is a secret when"), (RULE.format("secret"), "is that of a secret when"),
+                        ("src/orv/orv_secret.h", "ends in")):
+        said = (ROOT / path).read_text().partition(begin)[2].partition("\n.It")[0]
+        missing = [word for word in words if not re.search(rf"\b{word}\b", said[:400])]
+        assert not missing, f"{path} lacks {missing}"
