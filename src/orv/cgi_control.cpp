@@ -1,6 +1,6 @@
-// What helps the user of a control: attributes that give it a name, its error
-// and hints for input, and texts for narrow screens.  They change nothing that
-// is shown as text or posted.
+// Accessibility of a control: attributes that give it a name, its error and
+// hints for input, and texts for narrow screens.  They change nothing that is
+// shown as text or posted.
 //
 // Owns what one page has drawn so far of errors: which control got the focus,
 // and how much the cells' messages may still take.
@@ -93,9 +93,9 @@ const char *cgi_control_id(const pt_body_item *itm)
   return id;
 }
 
-// What names a control best.  A field's label is expanded where it is shown; a
-// second expansion would tell its problems twice.  A column's is shown as it
-// stands.
+// The best accessible name of a control.  A field's label is expanded where it
+// is shown; a second expansion would report its problems twice.  A column's is
+// shown unexpanded.
 static const char *any_label(const pt_body_item *itm)
 {
   const char *const by_rank[] = {itm->label, itm->rlabel, itm->prompt};
@@ -232,8 +232,8 @@ html_attribute *cgi_control_help(const pt_body_item *itm, const char *varname,
 }
 
 // --- texts for narrow screens ------------------------------------------------
-// Empty elements whose attribute the style sheet draws where the text proper
-// stands too far away or is cut, so nothing is shown or read out twice.
+// Empty elements whose attribute the style sheet draws where the real text is
+// too far away or cut, so nothing is shown or read out twice.
 
 void cgi_narrow_text(const char *css_class, const char *text)
 {

@@ -1,5 +1,5 @@
-// What helps the user of a control, beside what is shown: names, errors, hints
-// for input, texts for narrow screens.
+// Accessibility of a control: its name, its errors, hints for input, texts for
+// narrow screens.
 
 #ifndef CGI_CONTROL_H
 #define CGI_CONTROL_H
@@ -36,8 +36,8 @@ void cgi_error_id(char (&id)[CONTROL_ID_SIZE], const pt_body_item *itm);
 // concerns that.
 void cgi_cell_message(const pt_body_item *column);
 
-// Writes an empty element whose attribute the style sheet draws where the text
-// proper stands too far away or is cut, so nothing is shown or read out twice.
+// Writes an empty element whose attribute the style sheet draws where the real
+// text is too far away or cut, so nothing is shown or read out twice.
 void cgi_narrow_text(const char *css_class, const char *text);
 
 // Whether a text of the page begins with a code such as "$B$".

@@ -1,12 +1,12 @@
-// The request's way, from its fields to the page: main at the bottom is the
-// only place that knows the order of a request.
+// How a request is handled, from its fields to the page: main, at the bottom,
+// is the only place that knows the order of the steps.
 //
 // One process serves one request.  Owns the page state, which starts zero,
 // is written by main and the form actions, and read when the page is written.
 // Every fault found before the page starts becomes an error page and exit
 // status 1; from the page's first line on, only a crash can end it early.
-// Every button of a page is acted on here; what a value may be, how an item
-// looks and what a script says is decided elsewhere.
+// Every button of a page is handled here; which values are valid, how an item
+// looks and what a script prints is decided elsewhere.
 
 #include "cgi_main.h"
 
@@ -103,8 +103,8 @@ static const char *recorded_message(const char *otherwise)
 constexpr size_t CRASH_MESSAGE_SIZE = 100;
 // The catcher runs on a stack of its own, since a crash may be an overflow.
 constexpr size_t CRASH_STACK_SIZE = 64UL * 1024;
-// A crash inside the C library may leave a lock held: the page is tried, not
-// waited for.
+// A crash inside the C library may leave a lock held: the page is attempted,
+// but not waited for.
 constexpr unsigned CRASH_PAGE_SECONDS = 2;
 
 static void segv_trap(int sig, siginfo_t *info, void *locn)
@@ -176,7 +176,7 @@ static void do_continue_refresh(const char *where)
   is_confirmation_form = 1;
 }
 
-// Goes to another form, by way of a question when there are unsaved changes.
+// Goes to another form, after a question when there are unsaved changes.
 static int action_goto(const char *new_form)
 {
   changed_var = orv_vars_changed(&cfg_vars);
@@ -271,8 +271,8 @@ static int action_home()
   return action_goto(MENU_FORM);
 }
 
-// Leaves a confirmation for the form that the first global names, and forgets
-// the other way out.
+// Leaves a confirmation for the form named by the first global, and clears the
+// other one.
 static void leave_confirmation(char **taken, char **forgotten)
 {
   replace(&orv_form, *taken);

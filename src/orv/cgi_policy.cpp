@@ -1,12 +1,12 @@
 // Which requests are refused.
 //
-// The strict policy stands between the web and programs that trust what they
-// are told: a template's name becomes a path, a sub-item a word of a command
-// line, a value one line of a script's input, and a post whatever the user at
-// the browser may do.  So names hold harmless characters alone, a value never
-// makes a second line, only pages of the device's own may post, and messages
-// are the device's own.  The rules stand in two tables, one for the request and
-// one for each of its fields; what they ask stands above them.
+// The strict policy stands between the web and programs that trust their input:
+// a template's name becomes a path, a sub-item a word of a command line, a
+// value one line of a script's input, and a post can do whatever the user may
+// do.  So names hold harmless characters only, a value never makes a second
+// line, only the device's own pages may post, and messages come from the device
+// alone.  The rules are two tables, one for the request and one for each of its
+// fields; the functions that they call stand above them.
 //
 // Owns whether the strict policy holds, which is decided once, when the request
 // is judged.  A request that cannot be judged for lack of memory is refused.
@@ -160,9 +160,11 @@ static bool is_address(std::string_view host)
   return inet_pton(AF_INET6, text + 1, &binary) == 1;
 }
 
-// Whether the header Host names the device.  Anybody can have a name of his own
-// mean the device's address, whose pages then are of one origin with his; but
-// not an address, a name without a dot, or one in these domains.
+// Whether the Host header names the device.  This stops DNS rebinding: anybody
+// can point a domain of theirs at the device's address, and the browser then
+// takes the device's pages for the same origin as the attacker's.  Nobody can
+// do that to an address, to a name without a dot, or to a name in these
+// domains.
 static bool is_device_host(const policy_request *request)
 {
   const std::string_view host =
@@ -176,8 +178,8 @@ static bool is_device_host(const policy_request *request)
 
 // --- where a request comes from ----------------------------------------------
 
-// Some servers take the port off the header Host: then it is the scheme's, or
-// the one that the server names.
+// Some servers remove the port from the Host header: then it is the default of
+// the scheme, or SERVER_PORT.
 static bool is_port_asked(const char *port, const char *asked,
                           const char *scheme_port, const char *server_port)
 {

@@ -2,17 +2,17 @@
 // of the others.
 //
 // There are two policies.  The open one admits everything.  The strict one is
-// for a device in use: it refuses what no page of the device's own would send.
+// for a device in use: it refuses what no page of the device itself would send.
 // It is chosen when the program is built, or by ORV_POLICY=strict in the
-// environment, which raises the policy and never lowers it.  ORV_HOSTS there
-// names the hosts that the strict policy answers for besides those which can be
-// nobody else's.
+// environment, which can only make the policy stricter.  ORV_HOSTS in the
+// environment lists more host names that the strict policy accepts, besides
+// those that nobody else can own.
 
 #ifndef CGI_POLICY_H
 #define CGI_POLICY_H
 
-// What a request says of itself, and what is known of the device; "" where
-// nothing is said, never NULL.
+// What the request's headers say, and what is known of the device; "" where
+// nothing is known, never NULL.
 struct policy_request {
   bool has_page_state; // it carries the state of a page, and so may act
   const char *method;

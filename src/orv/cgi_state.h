@@ -1,5 +1,5 @@
-// What a page posts beside what its user sees, for pages with and without a
-// browser: the protocol between one page and the next request.
+// The hidden state that a page posts, for pages with and without a browser: the
+// protocol between one page and the next request.
 
 #ifndef CGI_STATE_H
 #define CGI_STATE_H

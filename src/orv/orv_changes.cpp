@@ -1,9 +1,9 @@
-// What a change of a form's values comes to, in the words of its page.
+// What has changed in a form's values, in the words of its page.
 //
 // Owns nothing beyond a call.  Fields are compared one by one; of a table, the
 // rows that hold something are listed for both sides and paired (orv_rows.h).
-// Lack of memory gives the whole list up: half of what changed would be taken
-// for all of it.
+// Lack of memory gives the whole list up: half a list would be taken for all
+// that has changed.
 
 #include "orv_changes.h"
 
@@ -22,7 +22,7 @@
 #include "orv_rows.h"
 #include "orv_secret.h"
 
-// A row is told in one line that a person reads.
+// A row is reported as one line, which a person has to read.
 constexpr size_t ROW_TEXT_MAX = 400;
 // Rows behind a gap count as well: a script may pack them.  Behind as many
 // blank ones as are stored a table is over.
@@ -42,8 +42,8 @@ static bool is_box(const pt_body_item *itm)
   return itm->type == PT_CHECKBOX;
 }
 
-// What the page calls the value of the item; owned by the caller, NULL without
-// memory.
+// The item's value in the words of the page; owned by the caller, NULL when
+// memory ran out.
 static char *value_text(const pt_body_item *itm, const char *value)
 {
   if (is_box(itm)) {
@@ -253,8 +253,8 @@ static bool read_side(const pt_body_item *table, value_function *value,
 
 // --- what rows come to -------------------------------------------------------
 
-// Which cells a pass over a row takes: what a person knows a row by comes
-// first.
+// Which cells a pass over a row takes: those by which a person recognises the
+// row come first.
 enum cell_pass { PASS_TEXTS, PASS_LISTS, PASS_BOXES, PASSES };
 
 static cell_pass pass_of(const pt_body_item *column)

@@ -1,9 +1,9 @@
-// What a change of a form's values comes to, in the words of its page.
+// What has changed in a form's values, in the words of its page.
 //
 // The values before and after are asked for by name, so that it does not matter
 // where they stand: in the variables of a request or in a file of settings.
-// Tables are compared row by row: a deleted row is told as such, and the rows
-// that moved up behind it are not told at all.
+// Tables are compared row by row: a deleted row is reported as one, and the
+// rows that moved up behind it are not reported at all.
 
 #ifndef ORV_CHANGES_H
 #define ORV_CHANGES_H
@@ -12,8 +12,8 @@
 
 struct pt_body_item;
 
-// Where the values are.  The callbacks get `data`; what they return is borrowed
-// and stays as it is while changes are being looked for.
+// Where the values come from.  The callbacks get `data`; what they return is
+// borrowed and must not change while the comparison runs.
 struct orv_change_source {
   // The value of the variable, NULL when there is none, which counts as "".
   const char *(*old_value)(const char *name, void *data);

@@ -8,13 +8,13 @@
 // so that scripts receive what was checked.
 //
 // The state below belongs to one walk, which resets it at its start.  Mistakes
-// of the template (an unknown check, bad options) are told in our own words,
-// because the template's message speaks of the user's value.  When memory runs
-// out the report that the memory helpers have made turns the request into an
+// in the template (an unknown check, bad options) are reported in our own
+// words, because the template's message is about the user's value.  When memory
+// runs out, the memory helpers have reported it and the request becomes an
 // error page, so a check then only gives up.
 //
-// Nothing here draws.  The checks of texts and patterns stand here, those of
-// numbers, addresses and files in files of their own.
+// Nothing here draws.  The checks of texts and patterns are here, those of
+// numbers, addresses and files in their own files.
 
 #include "orv_check.h"
 
@@ -49,7 +49,7 @@ static bool is_displayed()
 
 // --- recording failures ------------------------------------------------------
 
-// Messages are short lines on the page; what is composed here is cut there.
+// Messages are short lines on the page; those composed here are cut to this.
 constexpr size_t LABELLED_SIZE = ORV_LABELLED_MAX + 1;
 constexpr size_t SUMMARY_SIZE = 80; // the number of errors
 constexpr size_t ROW_SIZE = 24;     // a long in decimal, terminated
@@ -507,9 +507,9 @@ static bool is_blank(const char *text)
   return text == nullptr || text[strspn(text, " \t")] == '\0';
 }
 
-// The column's message is its own or that of its first marked cell.  It takes
-// the place of a calculated value, which tells the two kinds apart: a message
-// of the script that marks no cell is about all of them.
+// The column's message is its own or that of its first marked cell.  It is
+// stored as a calculated value, which distinguishes the two kinds: a message of
+// the script that marks no cell is about all of them.
 static void mark_column(const pt_body_item *column)
 {
   const char *message = orv_get_var(&err_vars, column->name, o_undefined);

@@ -13,8 +13,8 @@ struct pt_body_item;
 // The sections around the walk's present item; `hidden` counts those whose
 // condition is false.
 struct orv_conditions {
-  // Takes what is wrong, borrowed; NULL: there was no memory to expand a
-  // condition, which the expansion has told.
+  // Takes what is wrong, borrowed; NULL: memory ran out while a condition was
+  // expanded, which has been reported.
   void (*report)(const char *problem);
   int depth;
   int hidden;

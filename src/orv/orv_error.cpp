@@ -20,7 +20,7 @@ const char *orv_error_msg;
 // The message shown to a user is one short paragraph; longer ones are cut.
 constexpr size_t MESSAGE_SIZE = 250;
 static char err_buf[MESSAGE_SIZE];
-// One request must not push everything else out of a device's small log.
+// One request must not flood a device's small log.
 constexpr int LOG_LINES_MAX = 100;
 
 void orv_log(int priority, const char *message)

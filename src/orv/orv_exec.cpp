@@ -175,8 +175,8 @@ static char *script_entry(const char *path)
   return entry;
 }
 
-// The environment that bash would give the script at `path`; NULL when that
-// cannot be told.
+// The environment that bash would give the script at `path`; NULL when that is
+// not known for certain.
 static char **script_environment(const char *path)
 {
   char *const own[] = {folder_entry(), level_entry(), script_entry(path)};

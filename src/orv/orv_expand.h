@@ -16,8 +16,8 @@ struct orv_tag {
 struct orv_codes {
   orv_tag *tags;
   // The value of the reference "$T:name$" that `in` begins with, borrowed, and
-  // the text behind it in `*rest`; NULL, which it has told, when it is
-  // malformed and stands as it is.  NULL where there are no references.
+  // the text behind it in `*rest`; NULL, after a report, when it is malformed
+  // and stays as it is.  NULL where there are no references.
   const char *(*reference)(const char *in, const char **rest);
 };
 

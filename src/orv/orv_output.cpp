@@ -32,7 +32,7 @@ constexpr size_t CONDITION_SIZE = 50; // a problem of conditions
 // Set by each walk, kept afterwards.
 static const pto_procs *p;
 static int error_count;
-// Set while a text is expanded whose problems are told elsewhere.
+// Set while a text is expanded whose problems are reported elsewhere.
 static bool is_again;
 
 // Set by each walk (E, H, X) and for each item (V, N), reset by
@@ -135,8 +135,8 @@ static void set_subs(char tag, const char *replacement)
 }
 
 // Writes the expansion of `in`, cut at `limit`, unless `out` is NULL; its
-// length.  What stands behind the cut is looked up all the same, so that both
-// passes meet, and tell, the same problems.
+// length.  What is cut off is looked up all the same, so that both passes meet,
+// and report, the same problems.
 static size_t expand_p(char *out, const char *in, size_t limit)
 {
   size_t length = 0;
@@ -192,7 +192,7 @@ char *orv_out_expand_again(char *in)
   return text;
 }
 
-// The same for callers that have no use for a missing text.
+// The same for callers that cannot handle NULL.
 static char *expand_or_empty(char *in)
 {
   char *text = orv_out_expand(in);

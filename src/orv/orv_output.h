@@ -58,8 +58,8 @@ struct pto_procs {
 // (reported as the walk's other problems are: to o_comment, and counted).
 char *orv_out_expand(char *in);
 
-// The same for a text that the page shows elsewhere, too, where its problems
-// are told.
+// The same for a text that the page also shows elsewhere, where its problems
+// are reported.
 char *orv_out_expand_again(char *in);
 
 // Draws the body `itm` (may be NULL) through `pp`.  `help` nonzero shows the

@@ -1,11 +1,11 @@
 // Regular expressions of the plain kind that forms are checked with.
 //
-// The C library makes a machine of an expression before it looks at the first
-// character: of "^.{1,60}$" one with sixty states, which costs more than all
-// the rest of a page.  Most expressions of forms are a row of characters and
-// sets with their numbers, from "^" to "$", with a group now and then that may
-// be missing.  Such a one is walked through here as it stands, and nothing is
-// allocated.
+// The C library compiles an expression into an automaton before it looks at the
+// first character: "^.{1,60}$" into one of sixty states, which costs more than
+// all the rest of a page.  Most expressions of forms are a row of characters
+// and sets with their numbers, from "^" to "$", with a group now and then that
+// may be missing.  Such a one is walked through here as it stands, and nothing
+// is allocated.
 //
 // Deliberately left to the library: alternatives, groups that repeat, classes
 // by name, expressions with a mistake, and texts that take too many attempts.
@@ -28,7 +28,8 @@ struct times {
 static int steps; // left of the match at hand
 
 // --- parts of a pattern ------------------------------------------------------
-// Each of these gives the place behind the part, NULL when it is of another kind.
+// Each of these gives the place behind the part, NULL when it is of another
+// kind.
 
 // Whether `p` begins a range of a set, "a-z".  Its ends are judged in skip_set.
 static bool is_range(const char *p)
@@ -70,8 +71,9 @@ static const char *skip_atom(const char *p)
     return skip_set(p);
   }
   if (*p == '\\') {
-    return p[1] != '\0' && strchr("^.[]$()|*+?{}\\/-", p[1]) != nullptr ? p + 2
-                                                                       : nullptr;
+    return p[1] != '\0' && strchr("^.[]$()|*+?{}\\/-", p[1]) != nullptr
+               ? p + 2
+               : nullptr;
   }
   return *p != '\0' && strchr("^$*+?{}|()", *p) == nullptr ? p + 1 : nullptr;
 }
@@ -96,7 +98,7 @@ static const char *read_braces(const char *p, times *number)
     p = *p == '}' ? p : read_number(p, &number->most);
   }
   return p != nullptr && *p == '}' && number->most >= number->least ? p + 1
-                                                                   : nullptr;
+                                                                    : nullptr;
 }
 
 // Reads what stands behind an atom.
@@ -154,7 +156,8 @@ static bool is_plain(const char *p)
     const bool is_empty = *p == '(' && p[1] == ')';
     const bool closes = *p == ')';
     p = depth >= 0 && !is_empty ? skip_piece(p) : nullptr;
-    if (p == nullptr || (closes && *p != '\0' && strchr("?*+{", *p) != nullptr)) {
+    if (p == nullptr ||
+        (closes && *p != '\0' && strchr("?*+{", *p) != nullptr)) {
       return false;
     }
   }

@@ -2,14 +2,14 @@
 //
 // A command line is the template author's own shell text with values of the
 // request in between.  The scan follows the author's text as bash lexes it,
-// just far enough to tell in which kind of quotes the next character stands.
+// just far enough to know in which kind of quotes the next character stands.
 // A construct inside which quoting works differently (substitutions, patterns,
 // arithmetic) is left again only where its end is plain to see; behind any
 // other, the rest of the line counts as its inside.  A value that needs quoting
-// there is refused, and the caller reports it.  Refusing where quoting would
-// have worked costs an author a clearer line; quoting where it does not work
-// would run a stranger's commands.  Whether the text is a valid command is not
-// judged here.
+// there is refused, and the caller reports it.  Refusing too much makes an
+// author write a simpler line; quoting where it does not work would run an
+// attacker's commands.  Whether the text is a valid command is not checked
+// here.
 
 #include "orv_quote.h"
 

@@ -1,4 +1,4 @@
-// Which row of a table is which of it later.
+// Matches the rows of a table before and after a change.
 //
 // Keeps nothing.  Equal rows are found by sorting both lists, of the pairs the
 // longest run in order stays, and what lies between is aligned by a table of

@@ -1,5 +1,5 @@
-// Which row of a table is which of it later: rows are equal, changed, deleted
-// or added.
+// Matches the rows of a table before and after a change: rows are equal,
+// changed, deleted or added.
 
 #ifndef ORV_ROWS_H
 #define ORV_ROWS_H

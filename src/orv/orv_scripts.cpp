@@ -1,22 +1,22 @@
 // The script runner.
 //
-// A script is started with fork and exec, talked to through pipes and waited
-// for, strictly one at a time, and nothing but the state below is kept between
-// calls.  What flows through the pipes is the caller's business, when it flows
-// is decided here.  Input stands in the pipe before the script exists, and only
-// what the pipe has no room for is written while output is read; reading ends
-// with the script even if something that it left behind keeps its output open.
-// So this process may die at any time: it has then started nothing, or a script
-// that has its whole input.  Only of an input larger than the pipe can a part
-// be left; a script that cannot be given the rest is ended before it could take
-// the part for the whole.
+// A script is started with fork and exec, connected by pipes and waited for,
+// strictly one at a time, and only the state below is kept between calls.  What
+// goes through the pipes is up to the caller, when it goes is decided here. The
+// input is in the pipe before the script exists, and only what the pipe has no
+// room for is written while output is read; reading ends with the script even
+// if a background process that it left keeps its output open.  So this process
+// may die at any time: it has then started nothing, or a script that has its
+// whole input.  Only an input larger than the pipe can arrive in part; a script
+// that cannot be given the rest is ended before it could take the part for the
+// whole.
 //
-// A server that has waited long enough ends this process, and then nobody wants
-// to know what a script had to say.  SIGTERM is handed on to the script's
-// process group and obeyed when the script has ended, so that it can clean up;
-// when this process dies in any other way, the kernel ends the script's own
-// process.  Only a script that writes the device's configuration is let finish
-// in both cases.
+// A server that has waited too long ends this process, and nobody is left who
+// wants the script's output.  SIGTERM is passed on to the script's process
+// group and obeyed when the script has ended, so that it can clean up; when
+// this process dies in any other way, the kernel ends the script's own process.
+// Only a script that writes the device's configuration runs to its end in both
+// cases.
 
 #include "orv_scripts.h"
 
@@ -46,7 +46,7 @@
 #endif
 
 static int trap_set;    // the signal dispositions have been set
-static bool output_cut; // the script in hand said too much; reset by the wait
+static bool output_cut; // the script printed too much; reset by the wait
 static bool stopped;    // we have ended it ourselves; reset by the wait
 
 // What the handler of SIGTERM, and of what a program gives the same one, knows
@@ -327,7 +327,7 @@ static bool open_stream(owned_stream *stream, int *fd, const char *mode)
 }
 
 // Our ends are streams before the script starts, so that it never runs without
-// what it is to be told or heard through.
+// its input or output.
 pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
 {
   if (inp != nullptr) {
@@ -364,8 +364,8 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp)
 // How often a script that says nothing is asked whether it still runs.  Times
 // have 64 bits: a device is up for longer than 24 days.
 constexpr int64_t END_CHECK_MS = 50;
-// A pipe that is silent for so long after its script's end has nothing more to
-// say; a filter behind `exec > >(filter)` answers much sooner.
+// A pipe that is silent for so long after its script's end brings nothing more;
+// a filter behind `exec > >(filter)` answers much sooner.
 constexpr int64_t SILENCE_MS = 250;
 // The latest end after the script's own, whatever still talks.
 constexpr int64_t LINGER_MS = 2000;
@@ -504,8 +504,8 @@ static bool keep_output(talk *t, bool *open)
   return got >= 0;
 }
 
-// Ends a script that was told a part of its input, with the commands that it
-// runs, before the closed pipe says that this was all: it might save that part.
+// Ends a script that was given a part of its input, with the commands that it
+// runs, before the closed pipe looks like the end: it might save that part.
 static void stop_script(talk *t)
 {
   t->last_check -= END_CHECK_MS;
@@ -623,7 +623,7 @@ FILE *orv_script_exchange(const char *command, const char *input, size_t length,
     return nullptr;
   }
   if (done == length) {
-    close_end(&start.to_script.ours); // before the script, which is told all
+    close_end(&start.to_script.ours); // so the script reads to the end of it
   }
   *pid = start_child(&start);
   if (*pid < 0) {

@@ -7,7 +7,7 @@
 #include <stdio.h>
 #include <sys/types.h>
 
-// What one script may print: more is a script gone wild, not a configuration.
+// What one script may print: more is a runaway script, not a configuration.
 constexpr size_t ORV_SCRIPT_OUTPUT_MAX = 16UL * 1024 * 1024;
 
 // Makes SIGCHLD wait for us again, whatever the web server left, lets a write
@@ -15,9 +15,10 @@ constexpr size_t ORV_SCRIPT_OUTPUT_MAX = 16UL * 1024 * 1024;
 // the script that runs before it ends the process.  Done once.
 void orv_script_signals(void);
 
-// With `finish` nonzero, scripts from now on are let finish, whatever becomes
-// of us.  Every other one ends with its process group on SIGTERM; when this
-// process dies otherwise, the script's own process is killed.
+// With `finish` nonzero, scripts started from now on run to their end, whatever
+// happens to this process.  Any other script is ended with its process group on
+// SIGTERM; when this process dies in another way, the script's own process is
+// killed.
 void orv_script_let_finish(int finish);
 
 // Starts `command`, a shell command line whose first word is the script's
@@ -50,8 +51,8 @@ pid_t orv_script_run(const char *command, FILE **inp, FILE **outp);
 FILE *orv_script_exchange(const char *command, const char *input, size_t length,
                           pid_t *pid);
 
-// Whether `command` is the line of a form that needs no such script, /bin/true
-// alone: it has nothing to take or to say, so it need not be started.
+// Whether `command` is just /bin/true, the line of a form that needs no such
+// script: it reads and prints nothing, so it need not be started.
 bool orv_script_does_nothing(const char *command);
 
 // Waits for `pid`: its exit status, or minus the number of the signal that

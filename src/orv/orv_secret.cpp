@@ -1,4 +1,4 @@
-// What is secret.  It is told by the name alone, since nothing else of a
+// Which values are secrets.  The name alone decides, since nothing else of a
 // variable is known everywhere: in a request, on a page, in a script and in a
 // template.  Owns nothing and cannot fail.
 

@@ -11,8 +11,8 @@ struct pt_body_item;
 // check or script has recorded stands in err_vars.
 using orv_refusal = const char *;
 
-// Before anything is looked at: rows marked as deleted are shown to be gone
-// first, for the user to submit once more.
+// Before anything is checked: rows marked as deleted are first shown as
+// deleted, for the user to submit once more.
 orv_refusal orv_submit_rows(void);
 
 // Whether there is something to save.
@@ -21,8 +21,8 @@ bool orv_submit_is_due(void);
 // Checks the values of `body` and lets the form's check script judge them.
 orv_refusal orv_submit_judge(const pt_header *hdr, pt_body_item *body);
 
-// Runs the write script, which is let finish whatever ends this process.  To be
-// called only when orv_submit_judge found nothing.
+// Runs the write script, which runs to its end even if this process dies.  To
+// be called only when orv_submit_judge found nothing.
 orv_refusal orv_submit_save(const pt_header *hdr);
 
 #endif

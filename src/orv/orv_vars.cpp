@@ -29,9 +29,9 @@ orv_var *failed_cells;
 // 10,000 fields looks each of them up several times, which a walk of the list
 // would make quadratic.  The tree is balanced (tsearch), so that no choice of
 // names can degrade it.  It holds exactly the records of its list as long as
-// the list's head is the record that was entered last: whoever puts a record in
-// front by hand, or empties the list, is noticed by that.  A change further
-// down a long list would not be, at any price below that of the walk.
+// the list's head is the record that was entered last: that reveals a record
+// put in front by hand, or an emptied list.  A change further down a long list
+// could only be noticed at the cost of the walk.
 
 struct var_index {
   orv_var **list;
@@ -43,8 +43,8 @@ struct var_index {
 // the list.
 constexpr int INDEX_FROM = 100;
 
-// Set when a value was lost for lack of memory, and never reset: what the lists
-// hold since then is a part, and no script is told a part.
+// Set when a value was lost for lack of memory, and never reset: the lists are
+// incomplete from then on, and no script gets an incomplete input.
 static bool value_lost;
 
 static var_index indexes[] = {

@@ -41,7 +41,7 @@ extern orv_var *del_vars; // table rows marked for deletion
 // Names without values: the cells of tables that the page marks as wrong.
 extern orv_var *failed_cells;
 
-// The origin that the prefix of `name` tells, or o_undefined.
+// The origin that the prefix of `name` stands for, or o_undefined.
 v_origin orv_var_prefix(const char *name);
 
 // The list that `*name` selects, cfg_vars without a list prefix; the prefix is
@@ -54,7 +54,7 @@ orv_var **orv_var_list(const char **name);
 orv_var *orv_find_var(orv_var **list, const char *name, int malloc);
 
 // Stores `value` (NULL counts as "", except with o_best) in the list and slot
-// that `name` and `origin` tell.  `malloced` nonzero: `value` is taken, in
+// given by `name` and `origin`.  `malloced` nonzero: `value` is taken, in
 // every outcome; zero: it is copied.  With o_best a value equal to the best
 // one is not stored.  1 when the store holds the value, else 0 (reported).
 int orv_set_var(const char *name, v_origin origin, char *value, int malloced);
