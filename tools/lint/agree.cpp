@@ -5,21 +5,12 @@
 
 #include <algorithm>
 
+#include "agree.h"
 #include "flow.h"
 #include "references.h"
 #include "rules.h"
 #include "script_names.h"
 #include "text.h"
-
-struct agree_check {
-  const device &dev;
-  const script &s;
-  std::set<std::string> columns;      // of the forms that run it
-  std::set<std::string> items;        // their other input items
-  std::set<std::string> lists;        // "select_" and a list
-  const std::set<std::string> &shown; // what any text of any form refers to
-  findings *found;
-};
 
 // --- what forms have ---------------------------------------------------------
 
@@ -80,65 +71,7 @@ static void check_columns(const agree_check &c, const bash_command &command)
   }
 }
 
-// --- rows --------------------------------------------------------------------
-
-// The numbers that a variable is set to at first, as far as they stand there.
-static void add_starts(const script &s, const std::string &function,
-                       const std::string &name, std::set<std::string> *starts)
-{
-  for (const bash_command &command : s.code.commands) {
-    for (const bash_assignment &assignment : command.assignments) {
-      if (assignment.name == name && command.function == function) {
-        starts->insert(assignment.value.plain);
-      }
-    }
-    const bool loop =
-        command.function == function &&
-        (command.kind == BASH_FOR || command.kind == BASH_ARITHMETIC) &&
-        !command.words.empty();
-    if (loop && command.kind == BASH_FOR && command.words.size() > 1 &&
-        command.words[0].plain == name) {
-      const std::string &first = command.words[1].plain;
-      starts->insert(starts_with(first, "{1..") ? "1" : first);
-    } else if (loop && starts_with(command.words[0].text, name)) {
-      std::string text = command.words[0].text;
-      text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-      if (starts_with(text, name + "=") && text.size() > name.size() + 1) {
-        starts->insert(text.substr(name.size() + 1, 1));
-      }
-    }
-  }
-}
-
-// "name$row" in a word that is reported: rows and entries count from 0.
-static void check_first_row(const agree_check &c, const bash_command &command,
-                            const bash_word &word)
-{
-  if (word.expansions.empty()) {
-    return;
-  }
-  const bash_expansion &row = word.expansions[0];
-  const size_t at = word.plain.find('$');
-  const std::string stem = lower(word.plain.substr(0, at));
-  if (c.columns.count(stem) + c.lists.count(stem) == 0 || !row.rest.empty() ||
-      !row.subscript.empty()) {
-    return;
-  }
-  std::set<std::string> starts;
-  add_starts(c.s, command.function, row.name, &starts);
-  const bool other =
-      std::any_of(starts.begin(), starts.end(), [&](const std::string &start) {
-        const bool counts_on = start.find(row.name) != std::string::npos;
-        return start.empty() || start == "0" || start == "-1" ||
-               (start[0] == '$' && !counts_on);
-      });
-  const bool one = starts.count("1") != 0 && !other;
-  if (one) {
-    tell(c.found, *c.s.file, word.line, word.column, "first-row",
-         "rows and entries of lists count from 0, and " +
-             in_quotes("$" + row.name) + " begins with 1: nothing is drawn");
-  }
-}
+// --- entries -----------------------------------------------------------------
 
 // An entry is a value, a blank and a text.
 static void check_entry(const agree_check &c, const bash_command &command)
@@ -188,8 +121,68 @@ static std::string plain_pattern(const std::string &pattern)
   return plain;
 }
 
+// The name that an arm is for, "new_NAME=*" or, where the line was taken apart,
+// "new_NAME"; "" for another.
+static std::string arm_name(const std::string &pattern)
+{
+  const size_t equals = std::min(pattern.find("=*"), pattern.size());
+  const bool whole = equals + 2 >= pattern.size();
+  const std::string name = lower(pattern.substr(0, equals));
+  return whole && std::all_of(name.begin(), name.end(), is_name_char) ? name
+                                                                      : "";
+}
+
+static bool is_item(const agree_check &c, const std::string &name)
+{
+  return c.items.count(name) + c.columns.count(without_digits(name)) != 0;
+}
+
+static std::set<std::string> all_items(const agree_check &c)
+{
+  std::set<std::string> items = c.items;
+  items.insert(c.columns.begin(), c.columns.end());
+  return items;
+}
+
+// Variables that `IFS== read name value` fills with the names of the lines.
+static std::set<std::string> names_taken(const script &s)
+{
+  std::set<std::string> names;
+  for (const bash_command &command : s.code.commands) {
+    const std::vector<bash_word> &words = command.words;
+    const bool apart =
+        std::any_of(command.assignments.begin(), command.assignments.end(),
+                    [](const bash_assignment &ifs) {
+                      return ifs.name == "IFS" && ifs.value.plain == "=";
+                    });
+    if (first_word(command) == "read" && words.size() > 2 && apart &&
+        !command.redirected_in) {
+      names.insert(words[words.size() - 2].plain);
+    }
+  }
+  return names;
+}
+
+// What is known of a script that takes the page's lines apart.
+struct line_reader {
+  context flow;
+  std::set<std::string> names; // variables with the names of lines
+  std::set<int> groups;        // cases with an arm for a line
+};
+
+static line_reader find_lines(const agree_check &c)
+{
+  line_reader lines = {follow_values(c.dev, c.s.name), names_taken(c.s), {}};
+  for (const bash_branch &arm : c.s.code.branches) {
+    if (starts_with(plain_pattern(arm.pattern), "new_")) {
+      lines.groups.insert(arm.group);
+    }
+  }
+  return lines;
+}
+
 // An arm for a line that the page never sends.
-static void check_arm(const agree_check &c, const context &flow,
+static void check_arm(const agree_check &c, const line_reader &lines,
                       const bash_branch &arm)
 {
   if (arm.kind != "case" || arm.test < 0) {
@@ -198,31 +191,28 @@ static void check_arm(const agree_check &c, const context &flow,
   const bash_command &subject =
       c.s.code.commands[static_cast<size_t>(arm.test)];
   const std::string pattern = plain_pattern(arm.pattern);
-  const size_t equals = pattern.find("=*");
+  const std::string name = arm_name(pattern);
   if (subject.words.empty() || subject.words[0].expansions.empty() ||
-      equals == std::string::npos || equals + 2 != pattern.size() ||
-      pattern.find_first_of("|[$?") != std::string::npos) {
+      subject.redirected_in || name.empty()) {
     return;
   }
-  const bool of_page =
-      flow.input.count(scoped(flow, subject.function,
-                              subject.words[0].expansions[0].name)) != 0;
-  const std::string name = lower(pattern.substr(0, equals));
-  const bool is_item = c.items.count(name) + c.columns.count(name) != 0;
-  if (of_page && is_item) {
+  const bool line = pattern.find('=') != std::string::npos;
+  const std::string &variable = subject.words[0].expansions[0].name;
+  const bool of_page = lines.flow.input.count(
+                           scoped(lines.flow, subject.function, variable)) != 0;
+  if (of_page && is_item(c, name) &&
+      (line || lines.names.count(variable) != 0 ||
+       lines.groups.count(arm.group) != 0)) {
     tell(c.found, *c.s.file, arm.line, arm.column, "input-line",
          "the page's lines begin with \"new_\": this arm is never taken");
   }
   if (starts_with(name, "new_") && !c.items.empty() &&
-      c.items.count(name.substr(4)) == 0 &&
-      c.columns.count(without_digits(name.substr(4))) == 0 &&
-      name.find('*') == std::string::npos &&
-      c.s.counts.find(name.substr(4)) == c.s.counts.end()) {
-    std::set<std::string> items = c.items;
-    items.insert(c.columns.begin(), c.columns.end());
+      !is_item(c, name.substr(4)) && (line || of_page) &&
+      (line ? c.s.counts.find(name.substr(4)) == c.s.counts.end()
+            : !nearest(name.substr(4), all_items(c)).empty())) {
     tell(c.found, *c.s.file, arm.line, arm.column, "input-line",
          "no form of this script has " + in_quotes(name.substr(4)) +
-             did_you_mean(name.substr(4), items));
+             did_you_mean(name.substr(4), all_items(c)));
   }
 }
 
@@ -231,19 +221,33 @@ static void check_arm(const agree_check &c, const context &flow,
 // Names that mean something to the page itself.
 static bool is_page_name(const std::string &name)
 {
-  static const std::set<std::string> names = {"always_submit", "live_seconds",
-                                              "live_tell", "wait_restart",
-                                              "wait_address"};
+  static const std::set<std::string> names = {
+      "always_submit", "live_seconds", "live_tell", "wait_restart",
+      "wait_address",  "wait_confirm", "live_tell"};
   return names.count(name) != 0 || starts_with(name, "error_") ||
          starts_with(name, "select_") || starts_with(name, "delete_");
 }
 
-static void check_reported(const agree_check &c, const bash_word &word)
+// A page with something to enter gets no fresh values: they would overwrite it.
+static void check_live(const agree_check &c, const bash_word &word)
 {
-  const size_t equals = word.plain.find('=');
-  std::string name = lower(word.plain.substr(0, equals));
-  if (equals == std::string::npos || name.empty() ||
-      !std::all_of(name.begin(), name.end(), is_name_char) ||
+  const bool live =
+      word.plain == "live_seconds" || starts_with(word.plain, "live_seconds=");
+  const std::vector<const form *> &forms = forms_of(c.dev, c.s.name);
+  if (live && std::all_of(forms.begin(), forms.end(), [](const form *f) {
+        return std::any_of(f->items.begin(), f->items.end(), is_editable);
+      })) {
+    tell(c.found, *c.s.file, word.line, word.column, "reported-name",
+         "a page with something to enter gets no fresh values:"
+         " \"live_seconds\" is for fixed fields alone");
+  }
+}
+
+static void check_reported_name(const agree_check &c, const bash_word &word,
+                                const std::string &any_case)
+{
+  std::string name = lower(any_case);
+  if (name.empty() || !std::all_of(name.begin(), name.end(), is_name_char) ||
       is_page_name(name)) {
     return;
   }
@@ -257,7 +261,7 @@ static void check_reported(const agree_check &c, const bash_word &word)
     name.erase(0, 2);
   }
   const std::string stem = without_digits(name);
-  const auto count = c.s.counts.find(name);
+  const auto count = c.s.counts.find(lower(any_case));
   if (c.items.count(name) + c.columns.count(stem) + c.shown.count(name) +
               c.shown.count(stem) ==
           0 &&
@@ -265,6 +269,32 @@ static void check_reported(const agree_check &c, const bash_word &word)
     tell(c.found, *c.s.file, word.line, word.column, "reported-name",
          in_quotes(name) + " is reported, and no form shows it" +
              did_you_mean(name, c.items));
+  }
+}
+
+static void check_reported(const agree_check &c, const bash_word &word)
+{
+  const size_t equals = word.plain.find('=');
+  if (equals != std::string::npos) {
+    check_reported_name(c, word, word.plain.substr(0, equals));
+  }
+}
+
+// printf '%s="%s"\n' NAME VALUE NAME VALUE ...
+static void check_names_printed(const agree_check &c,
+                                const bash_command &command)
+{
+  const std::vector<bash_word> &words = command.words;
+  if (words.size() < 3 || first_word(command) != "printf" ||
+      !starts_with(words[1].plain, "%s=")) {
+    return;
+  }
+  const size_t stride = static_cast<size_t>(
+      std::count(words[1].plain.begin(), words[1].plain.end(), '%'));
+  for (size_t i = 2; i < words.size(); i += stride) {
+    if (words[i].expansions.empty()) {
+      check_reported_name(c, words[i], words[i].plain);
+    }
   }
 }
 
@@ -276,23 +306,33 @@ static void check_command(const agree_check &c, const bash_command &command)
   const bool prints = (name == "echo" || name == "printf") &&
                       !command.redirected_out && !command.piped &&
                       command.substitution == 0;
+  if (prints) {
+    check_names_printed(c, command);
+  }
   for (size_t i = 1; i < command.words.size(); i++) {
     if (prints) {
       check_reported(c, command.words[i]);
     }
-    if (prints || (name == "orv_put" && i == 1)) {
-      check_first_row(c, command, command.words[i]);
+    if (i == 1 && name == "orv_put" && command.words[1].expansions.empty()) {
+      check_reported_name(c, command.words[1], command.words[1].plain);
     }
+    check_live(c, command.words[i]);
   }
 }
 
-// Whether the script has arms for lines at all; then values are followed.
+// Whether the script takes lines apart at all; then values are followed.
 static bool has_line_arms(const script &s)
 {
   return std::any_of(s.code.branches.begin(), s.code.branches.end(),
                      [](const bash_branch &arm) {
                        return arm.kind == "case" &&
-                              arm.pattern.find("=*") != std::string::npos;
+                              (arm.pattern.find("=*") != std::string::npos ||
+                               arm.pattern.find("new_") != std::string::npos);
+                     }) ||
+         std::any_of(s.code.commands.begin(), s.code.commands.end(),
+                     [](const bash_command &command) {
+                       return first_word(command) == "read" &&
+                              !command.redirected_in;
                      });
 }
 
@@ -301,9 +341,9 @@ static void check_arms(const agree_check &c)
   if (!has_line_arms(c.s)) {
     return;
   }
-  const context flow = follow_values(c.dev, c.s.name);
+  const line_reader lines = find_lines(c);
   for (const bash_branch &arm : c.s.code.branches) {
-    check_arm(c, flow, arm);
+    check_arm(c, lines, arm);
   }
 }
 
@@ -326,6 +366,7 @@ void check_agreement(const device &dev, findings *found)
         check_command(c, command);
       }
     }
+    check_rows_of(c);
     check_arms(c);
   }
 }

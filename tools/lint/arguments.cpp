@@ -1,6 +1,7 @@
 // What scripts give the functions of the library.
 
 #include <algorithm>
+#include <unistd.h>
 
 #include "flow.h"
 #include "rules.h"
@@ -21,21 +22,111 @@ static void tell_word(const library_call &c, size_t word,
   tell(c.found, *c.s.file, at.line, at.column, "library-call", text);
 }
 
-// Whether the words are as many as they look, and stand as they are.
-static bool is_written_out(const bash_command &command)
+// --- how many words ----------------------------------------------------------
+
+struct signature {
+  const char *name;
+  size_t least;
+  size_t most; // 0: any number
+  const char *takes;
+};
+
+static const signature signatures[] = {
+    {"orv_act", 1, 2, "an action and seconds"},
+    {"orv_after_page", 2, 0, "seconds and a command"},
+    {"orv_background", 1, 0, "a command"},
+    {"orv_error", 2, 3, "a name, a text and a row's number"},
+    {"orv_fatal", 1, 1, "a text, one word"},
+    {"orv_guard", 1, 0, "seconds and a command"},
+    {"orv_history", 1, 1, "the number of lines"},
+    {"orv_load", 1, 0, "files"},
+    {"orv_msg", 1, 1, "a text, one word"},
+    {"orv_number", 1, 0, "names"},
+    {"orv_one_of", 2, 0, "a value and what it may be"},
+    {"orv_pack", 1, 0, "columns"},
+    {"orv_put", 2, 2, "a name and a value, each a word"},
+    {"orv_read", 1, 0, "names"},
+    {"orv_rows", 1, 0, "columns"},
+    {"orv_secret", 1, 0, "names"},
+    {"orv_show", 1, 0, "names"},
+    {"orv_show_hash", 1, 2, "a name and a field"},
+    {"orv_show_secrets", 1, 0, "names"},
+    {"orv_store", 2, 0, "a file and names"},
+    {"orv_take_hash", 2, 3, "a name, a pattern and a field"},
+    {"orv_tick", 1, 0, "names"},
+};
+
+static const signature *signature_of(const std::string &name)
 {
-  return std::all_of(command.words.begin(), command.words.end(),
-                     [](const bash_word &word) {
-                       return word.expansions.empty() ||
-                              (word.text[0] == '"' &&
-                               word.text.find('@') == std::string::npos);
-                     });
+  const auto row =
+      std::find_if(std::begin(signatures), std::end(signatures),
+                   [&](const signature &one) { return name == one.name; });
+  return row != std::end(signatures) ? row : nullptr;
 }
 
-// The seconds come first.
+// Whether the word is one word, whatever stands in it.
+static bool is_one_word(const bash_word &word)
+{
+  return word.text.find_first_of("*?{@") == std::string::npos
+             ? word.expansions.empty() || word.text[0] == '"'
+             : word.text[0] == '\'' ||
+                   (word.text[0] == '"' &&
+                    word.text.find('@') == std::string::npos);
+}
+
+static void check_count(const library_call &c, const signature &takes)
+{
+  const std::vector<bash_word> &words = c.command.words;
+  const size_t count = words.size() - 1;
+  const bool exact = std::all_of(words.begin() + 1, words.end(), is_one_word);
+  const bool more = takes.most != 0 && count > takes.most && exact;
+  if (more || (count < takes.least && exact)) {
+    tell_word(c, 0, in_quotes(takes.name) + " takes " + takes.takes);
+  }
+}
+
+// A row is a number, whatever else is given last is a part of the text.
+static void check_row(const library_call &c)
+{
+  const std::vector<bash_word> &words = c.command.words;
+  if (words.size() == 4 && words[3].expansions.empty() &&
+      words[3].plain.find_first_not_of("0123456789") != std::string::npos) {
+    tell_word(c, 3, "a row is a number, and the text is one word in quotes");
+  }
+}
+
+// --- what they are -----------------------------------------------------------
+
+// The action's program must be there, under a name that may be asked for.
+static void check_act(const library_call &c, size_t word)
+{
+  const std::vector<bash_word> &words = c.command.words;
+  if (words.size() <= word || !words[word].expansions.empty()) {
+    return;
+  }
+  const std::string &name = words[word].plain;
+  const std::string dir = c.dev.dir + "/actions";
+  if (name.size() > 40 ||
+      name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
+                             "0123456789_-") != std::string::npos) {
+    tell_word(c, word,
+              in_quotes(name) + " is no name of an action: these are"
+                                " made of a-z, 0-9, _ and -");
+  } else if (access(dir.c_str(), X_OK) == 0 &&
+             access((dir + "/" + name).c_str(), X_OK) != 0) {
+    tell_word(c, word,
+              "the device has no action \"actions/" + name +
+                  "\" that can be executed");
+  }
+}
+
+// The seconds come first; an action may be what is called later.
 static void check_seconds(const library_call &c)
 {
   const std::vector<bash_word> &words = c.command.words;
+  if (words.size() > 2 && words[2].plain == "orv_act") {
+    check_act(c, 3);
+  }
   if (words.size() < 2 || !words[1].expansions.empty()) {
     return;
   }
@@ -74,9 +165,6 @@ static void check_put(const library_call &c)
       "always_submit", "live_seconds", "live_tell",
       "wait_restart",  "wait_address", "wait_confirm"};
   const std::vector<bash_word> &words = c.command.words;
-  if (is_written_out(c.command) && words.size() != 3) {
-    tell_word(c, 0, "\"orv_put\" takes a name and a value, each a word");
-  }
   const std::string name = words.size() > 1 ? lower(words[1].plain) : "";
   const std::string near = nearest(name, page_names);
   if (!near.empty() && page_names.count(name) == 0 && name.size() > 8 &&
@@ -85,11 +173,31 @@ static void check_put(const library_call &c)
               "the page knows no " + in_quotes(name) + " (did you mean " +
                   in_quotes(near) + "?)");
   }
+  static const std::set<std::string> seconds = {"live_seconds", "wait_restart",
+                                                "wait_confirm"};
+  if (seconds.count(name) != 0 && words.size() == 3 &&
+      words[2].expansions.empty() &&
+      words[2].plain.find_first_not_of("0123456789") != std::string::npos) {
+    tell_word(c, 2, in_quotes(name) + " is a number of seconds");
+  }
   if (starts_with(name, "wait_") && page_names.count(name) != 0 &&
       stands_once(c, name)) {
     tell_word(c, 1,
               "the read script must report " + in_quotes(name) +
                   " as well, blank, or the page does not take it");
+  }
+}
+
+// Of a column only orv_read asks for all cells.
+static void check_marks(const library_call &c)
+{
+  for (size_t i = 1; i < c.command.words.size(); i++) {
+    const std::string &word = c.command.words[i].plain;
+    if (word.size() > 1 && word.back() == '#' &&
+        c.command.words[i].expansions.empty()) {
+      tell_word(c, i, "\"#\" stands for all rows in \"orv_read\" alone");
+      return;
+    }
   }
 }
 
@@ -130,7 +238,12 @@ static void check_rows(const library_call &c)
 
 void check_arguments(const device &dev, findings *found)
 {
+  static const std::set<std::string> without_marks = {"orv_rows", "orv_pack",
+                                                      "orv_show", "orv_store",
+                                                      "orv_tick", "orv_secret"};
   static const std::map<std::string, void (*)(const library_call &)> checks = {
+      {"orv_act", [](const library_call &c) { check_act(c, 1); }},
+      {"orv_error", check_row},
       {"orv_guard", check_seconds},
       {"orv_after_page", check_seconds},
       {"orv_put", check_put},
@@ -138,9 +251,18 @@ void check_arguments(const device &dev, findings *found)
       {"orv_rows", check_rows}};
   for (const auto &entry : dev.scripts) {
     for (const bash_command &command : entry.second.code.commands) {
-      const auto check = checks.find(first_word(command));
-      if (check != checks.end() && !command.words.empty()) {
-        check->second({dev, entry.second, command, found});
+      const std::string &name = first_word(command);
+      const library_call c = {dev, entry.second, command, found};
+      const signature *takes = signature_of(name);
+      if (takes != nullptr) {
+        check_count(c, *takes);
+      }
+      if (without_marks.count(name) != 0) {
+        check_marks(c);
+      }
+      const auto check = checks.find(name);
+      if (check != checks.end()) {
+        check->second(c);
       }
     }
   }

@@ -62,8 +62,9 @@ static std::string file_of_function(const device &dev, const std::string &name)
 }
 
 // A command that nobody has: of the library, of another file, or misspelt.
-// What only the device has is taken for right.
-static void check_call(call_check *c, const script &s,
+// What only the device has is taken for right.  True when it is the library
+// that is not there.
+static bool check_call(call_check *c, const script &s,
                        const bash_command &command,
                        const std::set<std::string> &functions)
 {
@@ -74,7 +75,7 @@ static void check_call(call_check *c, const script &s,
                              "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") !=
           std::string::npos ||
       functions.count(name) != 0 || is_known_command(c, name)) {
-    return;
+    return false;
   }
   // Words that are written often, of bash and beside it.
   static const std::set<std::string> common = {
@@ -102,9 +103,10 @@ static void check_call(call_check *c, const script &s,
     text = "no command " + in_quotes(name) + " (did you mean " +
            in_quotes(near) + "?)";
   } else {
-    return;
+    return false;
   }
   tell(c->found, *s.file, command.line, command.column, "script-call", text);
+  return dev.library.count(name) != 0;
 }
 
 // --- tasks and files ---------------------------------------------------------
@@ -215,13 +217,6 @@ static void check_files(const script &s, const std::set<std::string> &stored,
   }
 }
 
-// A file without an interpreter and without the right to be executed is one
-// that others source.
-static bool is_sourced_only(const script &s)
-{
-  return !s.executable && !starts_with(s.file->text, "#!");
-}
-
 static std::set<std::string> functions_of(const device &dev, const script &s)
 {
   std::set<std::string> functions;
@@ -248,8 +243,8 @@ void check_calls(const device &dev, findings *found)
     check_tasks(dev, s, found);
     check_files(s, stored, found);
     for (const bash_command &command : s.code.commands) {
-      if (!is_sourced_only(s)) {
-        check_call(&calls, s, command, functions);
+      if (!is_sourced_only(s) && check_call(&calls, s, command, functions)) {
+        break; // the library is missing: so is all that it has
       }
     }
   }

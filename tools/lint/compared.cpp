@@ -178,9 +178,39 @@ static std::string line_name(const std::string &pattern)
              : "";
 }
 
+// The item that the assigned value is, "" when it is anything else.
+static std::string item_of(const bash_assignment &assignment)
+{
+  const bash_word &value = assignment.value;
+  return !value.expansions.empty() && value.expansions[0].name == "orv" &&
+                 value.expansions[0].rest.empty() &&
+                 value.plain == "${" + full_name(value.expansions[0]) + "}"
+             ? key_of(value.expansions[0].subscript)
+             : "";
+}
+
+// Variables that are given the value of an item and nothing else.
+static void collect_copies(compare_check *c)
+{
+  std::map<std::string, std::set<std::string>> given;
+  for (const bash_command &command : c->s.code.commands) {
+    for (const bash_assignment &assignment : command.assignments) {
+      if (assignment.subscript.empty()) {
+        given[assignment.name].insert(item_of(assignment));
+      }
+    }
+  }
+  for (const auto &entry : given) {
+    if (entry.second.size() == 1 && !entry.second.begin()->empty()) {
+      c->holders[entry.first] = *entry.second.begin();
+    }
+  }
+}
+
 // Variables that an arm for one of the page's lines fills.
 static void collect_holders(compare_check *c)
 {
+  collect_copies(c);
   for (const bash_command &command : c->s.code.commands) {
     if (command.branch < 0) {
       continue;

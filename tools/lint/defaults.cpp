@@ -197,6 +197,46 @@ static void check_setting(const settings_check &c, const std::string &text,
 }
 
 // A row that is missing ends the table, or moves those behind it.
+static bool has_list(const settings_check &c, const std::string &stem)
+{
+  return std::any_of(c.forms.begin(), c.forms.end(), [&](const form *f) {
+    return std::any_of(f->items.begin(), f->items.end(),
+                       [&](const form_item &item) {
+                         return !item.selector.empty() &&
+                                stem == "select_" + lower(item.selector);
+                       });
+  });
+}
+
+// What is shipped for a list must be one of the entries that are shipped.
+static void check_entries(const settings_check &c, const std::string &text,
+                          int line)
+{
+  const form *f = nullptr;
+  const std::string name = text.substr(0, text.find('='));
+  const std::string value = text.substr(text.find('=') + 1);
+  const form_item *item = find_item(c, name, &f);
+  if (item == nullptr || item->type != PT_ISELECT || value.empty()) {
+    return;
+  }
+  std::set<std::string> entries;
+  for (const std::string &other : c.file.lines) {
+    const size_t equals = other.find('=');
+    if (equals != std::string::npos &&
+        without_digits(lower(other.substr(0, equals))) ==
+            "select_" + lower(item->selector)) {
+      entries.insert(first_word(other.substr(equals + 1)));
+    }
+  }
+  if (!entries.empty() && entries.count(value) == 0) {
+    tell(c.found, c.file, line, static_cast<int>(name.size()) + 2,
+         "default-value",
+         in_quotes(value) + " is none of the entries of " +
+             in_quotes("select_" + item->selector) +
+             did_you_mean(value, entries));
+  }
+}
+
 static void check_rows(const settings_check &c,
                        const std::set<std::string> &names)
 {
@@ -206,7 +246,8 @@ static void check_rows(const settings_check &c,
         c.file.lines[i].substr(0, c.file.lines[i].find('='));
     const form_item *item = find_item(c, name, &f);
     const std::string stem = without_digits(lower(name));
-    if (item == nullptr || item->table < 0 || stem.size() == name.size()) {
+    if (stem.size() == name.size() ||
+        ((item == nullptr || item->table < 0) && !has_list(c, stem))) {
       continue;
     }
     const long row = strtol(name.c_str() + stem.size(), nullptr, 10);
@@ -214,7 +255,69 @@ static void check_rows(const settings_check &c,
       tell(c.found, c.file, static_cast<int>(i) + 1, 1, "default-row",
            in_quotes(name) + " has no row " + std::to_string(row - 1) +
                " before it; rows count from 0");
+      return; // one mistake is one finding
     }
+  }
+}
+
+// Whether a script has the file's name as a word, or as the end of a path, or a
+// beginning of it that an expansion goes on with.
+static bool names_file(const script &s, const std::string &name)
+{
+  const auto same = [&](const bash_word &word) {
+    const size_t made = word.plain.find('$');
+    return word.plain == name || ends_with(word.plain, "/" + name) ||
+           (made != std::string::npos && made > 1 &&
+            starts_with(name, word.plain.substr(0, made)));
+  };
+  return std::any_of(
+      s.code.commands.begin(), s.code.commands.end(),
+      [&](const bash_command &command) {
+        return std::any_of(command.words.begin(), command.words.end(), same) ||
+               std::any_of(command.assignments.begin(),
+                           command.assignments.end(),
+                           [&](const bash_assignment &assignment) {
+                             return same(assignment.value);
+                           }) ||
+               std::any_of(command.redirects.begin(), command.redirects.end(),
+                           [&](const bash_redirect &redirect) {
+                             return same(redirect.target);
+                           });
+      });
+}
+
+// Values of variables that the library loads files by: orv_load "$FILE".
+static void add_constants(const script &s, std::set<std::string> *values)
+{
+  for (const bash_command &command : s.code.commands) {
+    for (const bash_assignment &assignment : command.assignments) {
+      if (assignment.value.expansions.empty() && assignment.elements.empty()) {
+        values->insert(assignment.value.plain);
+      }
+    }
+  }
+}
+
+// A file that no script loads, but nearly.
+static void check_unused(const settings_check &c, const std::string &name)
+{
+  std::set<std::string> used;
+  bool named = false;
+  for (const auto &entry : c.dev.scripts) {
+    used.insert(entry.second.settings.begin(), entry.second.settings.end());
+    add_constants(entry.second, &used);
+    named |= names_file(entry.second, name);
+  }
+  for (const auto &entry : c.dev.forms) {
+    if (keeps_itself(c.dev, entry.second)) {
+      used.insert(entry.first);
+    }
+  }
+  const std::string near = nearest(name.substr(0, name.find('@')), used);
+  if (!named && !near.empty() && c.dev.defaults.count(near) == 0) {
+    tell(c.found, c.file, 1, 1, "default-name",
+         "nothing loads the file " + in_quotes(name) +
+             did_you_mean(name, used));
   }
 }
 
@@ -224,6 +327,7 @@ void check_defaults(const device &dev, findings *found)
     const settings_check c =
         settings_of(dev, entry.first, *entry.second, found);
     if (c.forms.empty()) {
+      check_unused(c, entry.first);
       continue; // nothing is known of its names
     }
     std::set<std::string> names;
@@ -232,6 +336,7 @@ void check_defaults(const device &dev, findings *found)
       number++;
       if (!line.empty() && line[0] != '#') {
         check_setting(c, line, number, &names);
+        check_entries(c, line, number);
       }
     }
     check_rows(c, names);

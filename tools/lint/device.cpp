@@ -13,21 +13,6 @@
 #include "keywords.h"
 #include "text.h"
 
-bool is_library(const std::string &name)
-{
-  const std::string file = name.substr(name.rfind('/') + 1);
-  return file == "orv.bash" || file == "orv_table.bash" ||
-         file == "orv_store.bash" || file == "orv_navbar.sh";
-}
-
-static const std::set<std::string> library_functions = {
-    "orv_load",    "orv_read",        "orv_put",        "orv_show",
-    "orv_error",   "orv_msg",         "orv_fatal",      "orv_end",
-    "orv_stamp",   "orv_one_of",      "orv_tick",       "orv_rows",
-    "orv_pack",    "orv_secret",      "orv_lock",       "orv_store",
-    "orv_changes", "orv_log_changes", "orv_background", "orv_after_page",
-    "orv_guard",   "orv_guard_boot",  "orv_act"};
-
 // --- reading -----------------------------------------------------------------
 
 // What stands in a folder, sorted.
@@ -150,73 +135,18 @@ static void collect_words(script *into)
   }
 }
 
-bool is_own_path(const std::string &word)
+// The files that a command of the library is given.
+static void add_settings(const bash_command &command, script *into)
 {
-  return word.find("BASH_SOURCE") != std::string::npos ||
-         word.find("dirname") != std::string::npos ||
-         word.find("${0%") != std::string::npos;
-}
-
-std::string sourced_name(const std::string &from, const std::string &word)
-{
-  if (!is_own_path(word)) {
-    return is_library(word) ? word.substr(word.rfind('/') + 1) : "";
-  }
-  const size_t mark = word.find_last_of("})");
-  const size_t slash = word.find('/', mark == std::string::npos ? 0 : mark);
-  if (slash == std::string::npos) {
-    return "";
-  }
-  const size_t folder = from.rfind('/');
-  return (folder == std::string::npos ? "" : from.substr(0, folder + 1)) +
-         word.substr(slash + 1);
-}
-
-// What a file of the library calls its functions and variables.
-struct library_part {
-  std::set<std::string> functions;
-  std::set<std::string> words;
-};
-
-static void add_library(const std::string &path, library_part *into)
-{
-  std::ifstream stream(path, std::ios::binary);
-  std::stringstream text;
-  text << stream.rdbuf();
-  const bash_script code = read_bash(text.str());
-  into->functions.insert(code.functions.begin(), code.functions.end());
-  std::string word;
-  for (const char c : code.code + "\n") {
-    if (is_name_char(c)) {
-      word += c;
-    } else {
-      into->words.insert(word);
-      word.clear();
+  const std::vector<bash_word> &words = command.words;
+  const bool loads = !words.empty() && words[0].plain == "orv_load";
+  const bool stores = !words.empty() && words[0].plain == "orv_store";
+  for (size_t i = 1; i < words.size(); i++) {
+    if (loads) {
+      into->loaded.insert(words[i].plain);
     }
-  }
-}
-
-// The library's functions: those of the folder's own, or of the one that this
-// program comes with, or those that it has always had.
-static void read_library(device *dev, const std::vector<std::string> &names)
-{
-  library_part all;
-  for (const std::string &name : names) {
-    if (is_library(name)) {
-      add_library(dev->dir + "/scripts/" + name, &all);
-    }
-  }
-  for (const char *name : {"orv.bash", "orv_table.bash", "orv_store.bash"}) {
-    if (all.functions.count("orv_load") == 0 ||
-        all.functions.count("orv_store") == 0) {
-      add_library(ORV_LIBRARY_DIR "/" + std::string(name), &all);
-    }
-  }
-  dev->library =
-      all.functions.count("orv_load") != 0 ? all.functions : library_functions;
-  for (const std::string &word : all.words) {
-    if (starts_with(word, "orv_") && dev->library.count(word) == 0) {
-      dev->library_variables.insert(word);
+    if (loads || (stores && (i == 1 || words[i - 1].plain == "--"))) {
+      into->settings.insert(words[i].plain);
     }
   }
 }
@@ -241,16 +171,26 @@ static void read_script(device *dev, const std::string &name)
   collect_words(&into);
   for (const bash_command &command : into.code.commands) {
     into.functions[command.function].push_back(&command);
-    if (command.words.size() > 1 && (command.words[0].plain == "orv_load" ||
-                                     command.words[0].plain == "orv_store")) {
-      into.settings.insert(command.words[1].plain);
-    }
+    add_settings(command, &into);
     for (const bash_assignment &assignment : command.assignments) {
       if (!assignment.elements.empty() &&
           !into.arrays.insert({assignment.name, &assignment}).second) {
         into.arrays[assignment.name] = nullptr;
       }
     }
+  }
+}
+
+// A text in another language, of which no more than the words are known.
+static void read_other(device *dev, const std::string &name)
+{
+  const source_file &file = read_file(dev, dev->dir + "/scripts/" + name);
+  if (starts_with(file.text, "#!")) {
+    script &into = dev->others[name];
+    into.name = name;
+    into.file = &file;
+    into.code.code = file.text;
+    collect_words(&into);
   }
 }
 
@@ -309,6 +249,42 @@ static void list_scripts(device *dev, const std::string &below, int deep,
   }
 }
 
+// Files that scripts source are scripts, whatever they are called.
+static void read_sourced(device *dev, const std::vector<std::string> &names)
+{
+  for (bool more = true; more;) {
+    more = false;
+    for (const std::string &name : names) {
+      const bool sourced = std::any_of(
+          dev->scripts.begin(), dev->scripts.end(), [&](const auto &entry) {
+            const std::vector<std::string> &all = entry.second.sources;
+            return std::count(all.begin(), all.end(), name) != 0;
+          });
+      if (sourced && dev->scripts.count(name) == 0 && !is_library(name) &&
+          is_readable(dev, dev->dir + "/scripts/" + name)) {
+        read_script(dev, name);
+        more = true;
+      }
+    }
+  }
+}
+
+static void share_arrays(device *dev)
+{
+  for (auto &entry : dev->scripts) {
+    script &s = entry.second;
+    for (const std::string &name : with_sources(*dev, s.name)) {
+      for (const auto &array : dev->scripts.at(name).arrays) {
+        const bool new_name = s.arrays.count(array.first) == 0 &&
+                              s.sourced_arrays.insert(array).second;
+        if (!new_name && name != s.name) {
+          s.sourced_arrays[array.first] = nullptr;
+        }
+      }
+    }
+  }
+}
+
 static void read_scripts(device *dev, findings *found)
 {
   std::vector<std::string> names;
@@ -327,8 +303,12 @@ static void read_scripts(device *dev, findings *found)
     const std::string path = dev->dir + "/scripts/" + name;
     if (is_readable(dev, path) && !is_library(name) && is_script(path, name)) {
       read_script(dev, name);
+    } else if (!is_library(name) && is_readable(dev, path)) {
+      read_other(dev, name);
     }
   }
+  read_sourced(dev, names);
+  share_arrays(dev);
 }
 
 // What the device was shipped with is judged; what it has stored is not.

@@ -83,7 +83,10 @@ struct script {
   std::map<std::string, std::vector<const bash_command *>> functions;
   // What arrays are given, by name; NULL for one that is given it twice.
   std::map<std::string, const bash_assignment *> arrays;
+  // The same of what it sources.
+  std::map<std::string, const bash_assignment *> sourced_arrays;
   std::set<std::string> settings; // files that it loads or stores
+  std::set<std::string> loaded;   // those that it loads
 };
 
 // --- the device --------------------------------------------------------------
@@ -93,11 +96,13 @@ struct device {
   source_files files;
   std::map<std::string, form> forms;     // by name
   std::map<std::string, script> scripts; // by name
-  std::set<std::string> settings;        // files of defaults/ and state/
-  std::set<std::string> library;         // what its functions are called
+  // Those in other languages: no more than their words.
+  std::map<std::string, script> others;
+  std::set<std::string> settings; // files of defaults/ and state/
+  std::set<std::string> library;  // what its functions are called
   std::set<std::string> library_variables;
-  std::set<std::string> odd;     // what in scripts/ is no file
-  std::set<std::string> keepers; // links there to orv-store, by name
+  std::set<std::string> odd;        // what in scripts/ is no file
+  std::set<std::string> keepers;    // links there to orv-store, by name
   const source_file *bar = nullptr; // the lines that those print; NULL: none
   std::map<std::string, const source_file *> defaults; // by name
   // The forms whose header lines run a script, or one that sources it.
@@ -113,6 +118,9 @@ bool read_device(const std::string &dir, device *dev, findings *found);
 // Reads and parses one template; tells all that the parser refuses.
 void read_form(const source_file &file, const std::string &name, form *into,
                findings *found);
+
+// Fills in what the library has, those of the folder's own among `names` first.
+void read_library(device *dev, const std::vector<std::string> &names);
 
 // Fills in which scripts the form runs.
 void find_scripts(const device &dev, form *f);
@@ -135,6 +143,9 @@ bool is_special(const std::string &form);
 
 // orv.bash and its other half: what they do is known, and not judged here.
 bool is_library(const std::string &name);
+// A file without an interpreter and without the right to be executed is one
+// that others source.
+bool is_sourced_only(const script &s);
 // Whether a path begins with the folder of the script that names it.
 bool is_own_path(const std::string &word);
 // The name below scripts/ of a file that the script `from` sources as `word`,

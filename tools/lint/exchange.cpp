@@ -87,7 +87,7 @@ static void add_own(vocabulary *known, const form &f)
 static vocabulary vocabulary_of(const device &dev, const form &f)
 {
   vocabulary known;
-  if (dev.scripts.empty()) {
+  if (dev.scripts.empty() && dev.others.empty()) {
     return known;
   }
   known.words = {"saved_change", "saved_pending", "saved_note",
@@ -96,6 +96,7 @@ static vocabulary vocabulary_of(const device &dev, const form &f)
     add_own(&known, f);
   }
   if (takes_over(f)) {
+    known.words.insert("after_save"); // what a write script may report
     for (const auto &entry : dev.scripts) {
       add_script(&known, entry.second);
     }
@@ -103,6 +104,12 @@ static vocabulary vocabulary_of(const device &dev, const form &f)
   }
   for (const std::string &name : f.runs) {
     add_script(&known, dev.scripts.at(name));
+  }
+  for (const script_line &line : f.scripts) {
+    const auto other = dev.others.find(line.script);
+    if (other != dev.others.end()) {
+      add_script(&known, other->second);
+    }
   }
   if (known.words.count("orv_history") != 0) {
     known.stems.insert("history"); // history0 and so on
@@ -310,7 +317,8 @@ void check_exchange(const device &dev, findings *found)
       check_reported(f, known, found);
     }
     for (const form_item &item : f.items) {
-      if (item.type == PT_ISELECT || item.type == PT_IMENU) {
+      if (!keeps_itself(dev, f) &&
+          (item.type == PT_ISELECT || item.type == PT_IMENU)) {
         check_list(f, item, known, found);
       }
     }

@@ -278,6 +278,21 @@ static bool follow_match(context *c, const bash_command &command)
   return false;
 }
 
+// "$@" hands on all arguments as they are, from the parameter `first` on.
+static bool follow_all(context *c, const bash_command &command,
+                       const std::string &name, size_t first)
+{
+  bool more = false;
+  for (size_t i = 1; i < 10; i++) {
+    if (c->input.count(command.function + "::" + std::to_string(i)) != 0) {
+      more |=
+          c->input.insert(name + "::" + std::to_string(first + i - 1)).second;
+      c->input.insert(name + "::@");
+    }
+  }
+  return more;
+}
+
 // The parameters of a function that is called with a request's values.
 static bool follow_call(context *c, const bash_command &command)
 {
@@ -290,7 +305,9 @@ static bool follow_call(context *c, const bash_command &command)
   }
   bool more = false;
   for (size_t i = 1; i < command.words.size(); i++) {
-    if (input_of(*c, command, command.words[i]) != nullptr) {
+    if (command.words[i].plain == "$@") {
+      more |= follow_all(c, command, name, i);
+    } else if (input_of(*c, command, command.words[i]) != nullptr) {
       more |= c->input.insert(name + "::" + std::to_string(i)).second;
       c->input.insert(name + "::@");
     }

@@ -63,6 +63,38 @@ static void check_script_file(const device &dev, const form &f,
   }
 }
 
+// Without a line for the bar a form's own script is asked for it, and mostly
+// does not know that task.
+static void check_bar_task(const device &dev, const form &f, findings *found)
+{
+  const script_line &line = f.scripts[TASK_NAVBAR];
+  const auto own = dev.scripts.find(line.script);
+  if (line.line == 0 && own != dev.scripts.end() &&
+      own->second.file->text.find("navbar") == std::string::npos) {
+    tell(found, {f.file->path, "", {}}, 1, 1, "script-task",
+         "without a navbar_script this form's own script is asked for the bar,"
+         " and it knows no task \"--navbar\"");
+  }
+}
+
+// One of the lines forgets the sub-item that the others hand on.
+static void check_handed_on(const form &f, findings *found)
+{
+  const script_line *with = nullptr;
+  const script_line *without = nullptr;
+  for (const script_task task : {TASK_READ, TASK_CHECK, TASK_WRITE}) {
+    const script_line &line = f.scripts[task];
+    const bool has = line.text.find("$S$") != std::string::npos;
+    (has ? with : without) = &line;
+  }
+  if (can_save(f) && with != nullptr && without != nullptr && with->line != 0 &&
+      without->line != 0 && with->script == without->script) {
+    tell(found, *f.file, without->line, without->column, "script-argument",
+         "this line hands on no sub-item, and that of " + with->keyword +
+             " does");
+  }
+}
+
 // --- values in the line ------------------------------------------------------
 
 // A sub-item that stands for what the shell would act on.
@@ -204,6 +236,8 @@ void check_headers(const device &dev, findings *found)
   for (const auto &entry : dev.forms) {
     const form &f = entry.second;
     const std::vector<script_line> lines = f.scripts;
+    check_bar_task(dev, f, found);
+    check_handed_on(f, found);
     for (int task = 0; task < TASKS; task++) {
       const script_line &line = lines[static_cast<size_t>(task)];
       const bool runs = task == TASK_READ || task == TASK_NAVBAR || can_save(f);

@@ -108,17 +108,22 @@ static void check_source(const sink &at)
 static void check_path(const sink &at)
 {
   static const std::set<std::string> commands = {
-      "cat",   "rm",    "cp",  "mv", "mkdir", "rmdir", "ln",     "touch",
-      "chmod", "chown", "tee", "cd", "tail",  "head",  "source", "."};
+      "cat",    "rm",    "cp",       "mv",        "mkdir",  "rmdir", "ln",
+      "touch",  "chmod", "chown",    "tee",       "cd",     "tail",  "head",
+      "source", ".",     "orv_load", "orv_reset", "orv_act"};
   std::vector<const bash_word *> paths;
   for (const bash_redirect &redirect : at.command.redirects) {
     if (redirect.op.find("<<") == std::string::npos) {
       paths.push_back(&redirect.target);
     }
   }
-  if (commands.count(first_word(at.command)) != 0) {
-    for (size_t i = 1; i < at.command.words.size(); i++) {
-      paths.push_back(&at.command.words[i]);
+  const std::string &name = first_word(at.command);
+  const bool stores = name == "orv_store"; // names follow its file
+  const std::vector<bash_word> &words = at.command.words;
+  for (size_t i = 1; i < words.size(); i++) {
+    if (commands.count(name) != 0 ||
+        (stores && (i == 1 || words[i - 1].plain == "--"))) {
+      paths.push_back(&words[i]);
     }
   }
   for (const bash_word *path : paths) {

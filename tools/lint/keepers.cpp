@@ -75,6 +75,26 @@ static bool uses_subitem(const form &f)
   });
 }
 
+// A box NAME_clear empties the secret NAME, which must be there.
+static void check_clearing(const form &f, const form_item &item,
+                           findings *found)
+{
+  static const std::string end = "_clear";
+  std::set<std::string> secrets;
+  for (const form_item &other : f.items) {
+    if (other.type == PT_TEXT_FIELD && is_secret(other.name)) {
+      secrets.insert(other.name + end);
+    }
+  }
+  const std::string near = nearest(item.name, secrets);
+  if (item.type == PT_CHECKBOX && ends_with(item.name, end) && !near.empty() &&
+      secrets.count(item.name) == 0) {
+    tell(found, f, *item.lines[0], 0, "keeper",
+         "no secret belongs to the box " + in_quotes(item.name) +
+             did_you_mean(item.name, secrets));
+  }
+}
+
 static void check_item(const device &dev, const form &f, const form_item &item,
                        findings *found)
 {
@@ -84,12 +104,27 @@ static void check_item(const device &dev, const form &f, const form_item &item,
          in_quotes(item.name) + " is secret, and rows are stored as they were"
                                 " shown: such a table needs a script");
   }
+  const form_line *check = attribute(item, "check");
+  if (item.type == PT_TEXT_FIELD && is_secret(item.name) && check != nullptr &&
+      !starts_with(check->text, "nullok")) {
+    tell(found, f, *check, 0, "secret-blank",
+         "a blank " + in_quotes(item.name) +
+             " means that the secret stays, and this check refuses it; say"
+             " nullok");
+  }
+  check_clearing(f, item, found);
   if (item.type == PT_ISELECT &&
       !has_entries(dev, f, "select_" + lower(item.selector))) {
     tell(found, f, line, 0, "keeper",
          "neither defaults/ nor state/" + f.name + " has " +
              in_quotes("select_" + item.selector + "0") +
              ", and no script stores the entries of this list there");
+  }
+  const std::string cell = lower(item.name) + (item.table >= 0 ? "0" : "");
+  if (item.type == PT_TEXT_FIXED && !is_shipped(dev, f, cell)) {
+    tell(found, f, line, 0, "keeper",
+         "nothing reports " + in_quotes(item.name) +
+             ": what is only shown needs a script");
   }
   if (item.type == PT_TEXT_FIELD && attribute(item, "check") == nullptr) {
     tell(found, f, line, 0, "keeper",

@@ -48,77 +48,158 @@ struct name_check {
   const script &s;
   std::set<std::string> files; // the script and what it sources
   std::set<std::string> items;
+  std::map<std::string, int> places; // where names stand, as such
   findings *found;
 };
 
-static void check_script_name(const name_check &c, const literal_name &at)
+static std::string plain_name(const literal_name &at)
 {
-  std::string name = lower(at.name);
-  name.erase(name.find_last_not_of('#') + 1);
-  if (name.empty() || c.items.count(name) != 0 ||
-      c.items.count(without_digits(name)) != 0) {
-    return;
-  }
-  if (count_word(c.dev, c.files, name) != 1) {
+  const std::string name = lower(at.name);
+  return name.substr(0, name.find_last_not_of('#') + 1);
+}
+
+static bool has_item(const name_check &c, const std::string &name)
+{
+  return c.items.count(name) + c.items.count(without_digits(name)) != 0;
+}
+
+// A name that is asked for (`asked`) is the page's; of others a near one is.
+static void check_script_name(const name_check &c, const literal_name &at,
+                              bool asked)
+{
+  const std::string name = plain_name(at);
+  const auto places = c.places.find(name);
+  const bool alone = places != c.places.end() && places->second == 1;
+  const bool once = count_word(c.dev, c.files, name) == 1;
+  if (name.empty() || has_item(c, name) || !(once || (asked && alone))) {
     return;
   }
   const std::string near = nearest(name, c.items);
-  if (!near.empty()) {
+  if (!near.empty() || asked) {
     tell(c.found, *c.s.file, at.line, at.column, "script-name",
          "no form of this script has " + in_quotes(at.name) +
-             ", and nothing else here names it (did you mean " +
-             in_quotes(near) + "?)");
+             ", and nothing else here names it" + did_you_mean(name, c.items));
   }
 }
+
+// --- where names stand -------------------------------------------------------
+
+struct named_place {
+  literal_name at;
+  bool asked; // what the page is asked for, or made of its values
+};
 
 static bool is_plain_key(const std::string &key)
 {
   return !key.empty() && std::all_of(key.begin(), key.end(), is_name_char);
 }
 
-static void check_keys(const name_check &c, const bash_word &word)
+static void add_keys(const bash_word &word, std::vector<named_place> *places)
 {
   for (const bash_expansion &expansion : word.expansions) {
     if (is_value_array(expansion.name) && is_plain_key(expansion.subscript)) {
-      check_script_name(
-          c, {expansion.subscript, expansion.line, expansion.column});
+      places->push_back(
+          {{expansion.subscript, expansion.line, expansion.column}, false});
+    }
+  }
+}
+
+// Names that the library is given: whether they are the page's.
+static void add_given(const script &s, const bash_command &command,
+                      std::vector<named_place> *places)
+{
+  static const std::map<std::string, bool> takers = {
+      {"orv_read", true},       {"orv_tick", true},
+      {"orv_rows", true},       {"orv_pack", true},
+      {"orv_secret", true},     {"orv_number", true},
+      {"orv_show", false},      {"orv_show_secrets", false},
+      {"orv_put", false},       {"orv_store", false},
+      {"orv_show_hash", false}, {"orv_take_hash", false}};
+  const auto taker = takers.find(command.words[0].plain);
+  if (taker == takers.end()) {
+    return;
+  }
+  const size_t first = taker->first == "orv_store" ? 2 : 1;
+  static const std::set<std::string> of_one = {"orv_put", "orv_show_hash",
+                                               "orv_take_hash"};
+  const size_t end = of_one.count(taker->first) != 0
+                         ? std::min<size_t>(2, command.words.size())
+                         : command.words.size();
+  std::vector<literal_name> names;
+  for (size_t i = first; i < end; i++) {
+    add_literals(s, command.words[i], &names);
+  }
+  for (const literal_name &name : names) {
+    places->push_back({name, taker->second});
+  }
+}
+
+static std::vector<named_place> places_of(const script &s)
+{
+  std::vector<named_place> places;
+  for (const bash_command &command : s.code.commands) {
+    for (const bash_word &word : command.words) {
+      add_keys(word, &places);
+    }
+    for (const bash_assignment &assignment : command.assignments) {
+      add_keys(assignment.value, &places);
+      if (is_value_array(assignment.name) &&
+          is_plain_key(assignment.subscript)) {
+        places.push_back({{assignment.subscript, assignment.value.line,
+                           assignment.value.column},
+                          false});
+      }
+    }
+    if (!command.words.empty()) {
+      add_given(s, command, &places);
+    }
+  }
+  return places;
+}
+
+// Bash tells capitals, so a name is spelt in one way.
+static void check_spelling(const name_check &c,
+                           const std::vector<named_place> &places)
+{
+  std::map<std::string, std::map<std::string, int>> spelt;
+  for (const named_place &place : places) {
+    const std::string &name = place.at.name;
+    spelt[plain_name(place.at)]
+         [name.substr(0, name.find_last_not_of('#') + 1)]++;
+  }
+  for (const named_place &place : places) {
+    const auto &ways = spelt[plain_name(place.at)];
+    const std::string name =
+        place.at.name.substr(0, place.at.name.find_last_not_of('#') + 1);
+    if (ways.size() > 1 && has_item(c, plain_name(place.at)) &&
+        name != plain_name(place.at)) {
+      tell(c.found, *c.s.file, place.at.line, place.at.column, "name-case",
+           "bash tells capitals from small letters, and this script has " +
+               in_quotes(ways.begin()->first) + " and " +
+               in_quotes(ways.rbegin()->first));
+      return;
     }
   }
 }
 
 static void check_keys_of(const device &dev, const script &s, findings *found)
 {
-  static const std::set<std::string> takers = {
-      "orv_read", "orv_show",   "orv_tick",        "orv_rows",
-      "orv_pack", "orv_secret", "orv_show_secrets"};
-  const name_check c = {dev, s, with_sources(dev, s.name),
-                        names_of_forms(dev, s.name), found};
+  name_check c = {
+      dev, s,    with_sources(dev, s.name), names_of_forms(dev, s.name),
+      {},  found};
   if (c.items.empty()) {
     return;
   }
-  for (const bash_command &command : s.code.commands) {
-    for (const bash_word &word : command.words) {
-      check_keys(c, word);
-    }
-    for (const bash_assignment &assignment : command.assignments) {
-      check_keys(c, assignment.value);
-      if (is_value_array(assignment.name) &&
-          is_plain_key(assignment.subscript)) {
-        check_script_name(c, {assignment.subscript, assignment.value.line,
-                              assignment.value.column});
-      }
-    }
-    if (command.words.empty() || takers.count(command.words[0].plain) == 0) {
-      continue;
-    }
-    std::vector<literal_name> names;
-    for (size_t i = 1; i < command.words.size(); i++) {
-      add_literals(s, command.words[i], &names);
-    }
-    for (const literal_name &name : names) {
-      check_script_name(c, name);
+  for (const std::string &file : c.files) {
+    for (const named_place &place : places_of(dev.scripts.at(file))) {
+      c.places[plain_name(place.at)]++;
     }
   }
+  const std::vector<named_place> places = places_of(s);
+  for (const named_place &place : places) {
+    check_script_name(c, place.at, place.asked);
+  }
+  check_spelling(c, places);
 }
 
 void check_script_keys(const device &dev, findings *found)

@@ -19,7 +19,9 @@ struct frame {
   std::string function;
   known_values known; // arguments and variables
   std::map<const bash_command *, truth> results;
-  std::map<int, truth> states; // of branches
+  std::map<const bash_branch *, truth> states;
+  // How many arguments there are, where they are the script's own; -1: unknown.
+  int given = -1;
 };
 
 // The value of a word; false when it is not known.

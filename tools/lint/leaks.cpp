@@ -20,6 +20,69 @@ static std::string value_name(const bash_expansion &expansion)
   return expansion.subscript.substr(0, expansion.subscript.find('$'));
 }
 
+// Variables and parameters that are given a secret, by their scoped names.
+typedef std::set<std::string> carriers;
+
+static bool is_value(const bash_expansion &expansion)
+{
+  return !expansion.length && !starts_with(expansion.rest, "+") &&
+         !starts_with(expansion.rest, ":+");
+}
+
+static bool holds_secret(const context &c, const carriers &all,
+                         const bash_command &command,
+                         const bash_expansion &expansion)
+{
+  return is_value(expansion) &&
+         (is_secret(value_name(expansion)) ||
+          all.count(scoped(c, command.function, expansion.name)) != 0);
+}
+
+// The secret as it is and nothing of it that was made by another command.
+static bool hands_on(const context &c, const carriers &all,
+                     const bash_command &command, const bash_word &word)
+{
+  return word.text.find("$(") == std::string::npos &&
+         std::any_of(word.expansions.begin(), word.expansions.end(),
+                     [&](const bash_expansion &expansion) {
+                       return holds_secret(c, all, command, expansion);
+                     });
+}
+
+static bool follow_secrets(const context &c, const bash_command &command,
+                           carriers *all)
+{
+  bool more = false;
+  for (const bash_assignment &assignment : command.assignments) {
+    if (assignment.subscript.empty() &&
+        hands_on(c, *all, command, assignment.value)) {
+      more |= all->insert(scoped(c, command.function, assignment.name)).second;
+    }
+  }
+  const std::string &name = first_word(command);
+  for (size_t i = 1; i < command.words.size(); i++) {
+    if (c.functions.count(name) != 0 && !starts_with(name, "orv_") &&
+        hands_on(c, *all, command, command.words[i])) {
+      more |= all->insert(name + "::" + std::to_string(i)).second;
+    }
+  }
+  return more;
+}
+
+static carriers find_carriers(const context &c)
+{
+  carriers all;
+  for (bool more = true; more;) {
+    more = false;
+    for (const script *s : c.files) {
+      for (const bash_command &command : s->code.commands) {
+        more |= follow_secrets(c, command, &all);
+      }
+    }
+  }
+  return all;
+}
+
 // Commands of bash itself, whose arguments nobody sees.
 static bool is_internal(const context &c, const std::string &name)
 {
@@ -33,6 +96,7 @@ static bool is_internal(const context &c, const std::string &name)
 }
 
 static void check_arguments(const context &c, const script &s,
+                            const carriers &secrets,
                             const bash_command &command, findings *found)
 {
   const std::string &name = first_word(command);
@@ -42,9 +106,7 @@ static void check_arguments(const context &c, const script &s,
   for (const bash_word &word : command.words) {
     for (const bash_expansion &expansion : word.expansions) {
       const std::string key = value_name(expansion);
-      if (is_secret(key) && !expansion.length &&
-          !starts_with(expansion.rest, "+") &&
-          !starts_with(expansion.rest, ":+")) {
+      if (holds_secret(c, secrets, command, expansion)) {
         tell(found, *s.file, expansion.line, expansion.column,
              "secret-argument",
              in_quotes(key) +
@@ -74,19 +136,49 @@ static void tell_shared(const script &s, const bash_word &word, findings *found)
                    " everybody may make it first, as a link; use mktemp");
 }
 
-static void check_shared(const script &s, const bash_command &command,
-                         findings *found)
+// Variables that are given one value that stands there; "" for another.
+typedef std::map<std::string, std::string> constants;
+
+static constants find_constants(const script &s)
+{
+  constants all;
+  for (const bash_command &command : s.code.commands) {
+    for (const bash_assignment &assignment : command.assignments) {
+      const bool first = all.count(assignment.name) == 0;
+      all[assignment.name] = first && assignment.value.expansions.empty()
+                                 ? assignment.value.plain
+                                 : "";
+    }
+  }
+  return all;
+}
+
+// The word with what such a variable in front of it stands for.
+static std::string whole_path(const constants &all, const bash_word &word)
+{
+  if (word.expansions.empty()) {
+    return word.plain;
+  }
+  const std::string &name = word.expansions[0].name;
+  const auto value = all.find(name);
+  const bool first = starts_with(word.plain, "$" + name) ||
+                     starts_with(word.plain, "${" + name);
+  return first && value != all.end() ? value->second + word.plain : word.plain;
+}
+
+static void check_shared(const script &s, const constants &all,
+                         const bash_command &command, findings *found)
 {
   static const std::set<std::string> makers = {"touch", "tee", "mkdir", "cp",
                                                "mv"};
   for (const bash_redirect &redirect : command.redirects) {
     if (redirect.op.find('>') != std::string::npos &&
-        is_shared_folder(redirect.target.plain)) {
+        is_shared_folder(whole_path(all, redirect.target))) {
       tell_shared(s, redirect.target, found);
     }
   }
   if (makers.count(first_word(command)) != 0 && command.words.size() > 1 &&
-      is_shared_folder(command.words.back().plain)) {
+      is_shared_folder(whole_path(all, command.words.back()))) {
     tell_shared(s, command.words.back(), found);
   }
 }
@@ -195,9 +287,11 @@ static void check_pattern(const context &c, const script &s,
 
 void check_leaks(const context &c, const script &s, findings *found)
 {
+  const carriers secrets = find_carriers(c);
+  const constants all = find_constants(s);
   for (const bash_command &command : s.code.commands) {
-    check_arguments(c, s, command, found);
-    check_shared(s, command, found);
+    check_arguments(c, s, secrets, command, found);
+    check_shared(s, all, command, found);
     check_modes(s, command, found);
     check_message(c, s, command, found);
     check_pattern(c, s, command, found);

@@ -9,7 +9,9 @@
 
 #include "orv_limits.h"
 #include "references.h"
+#include "flow.h"
 #include "rules.h"
+#include "tasks.h"
 #include "text.h"
 
 // The executable's own part of an address: the usual one.
@@ -48,13 +50,64 @@ bool is_inserted(const std::string &text)
          text.find('`') != std::string::npos;
 }
 
-void check_target(const device &dev, const source_file &file, int line,
-                  int column, const std::string &target, findings *found)
+// Whether the form's read script refuses to go on without one of its list: then
+// a link without a sub-item leads nowhere.
+static bool names_subitem(const device &dev, const form &f)
 {
-  const link_target link = split_target(target);
-  if (is_inserted(link.form)) {
-    return;
+  const task_run read = follow_task(dev, f, TASK_READ);
+  return std::any_of(
+      read.steps.begin(), read.steps.end(), [](const task_step &step) {
+        const std::string &name = first_word(*step.command);
+        const auto fatal = [](const bash_word &word) {
+          return word.plain.find("error_fatal=") != std::string::npos;
+        };
+        return name == "orv_fatal" ||
+               std::any_of(step.command->words.begin(),
+                           step.command->words.end(), fatal);
+      });
+}
+
+// Whether the form's own lines use the sub-item.
+static bool uses_subitem(const form &f)
+{
+  return std::any_of(f.lines.begin(), f.lines.end(), [](const form_line &line) {
+    return line.text.find("$S$") != std::string::npos;
+  });
+}
+
+// Whether a form without a script has files for sub-items.
+static bool has_subitems(const device &dev, const std::string &name)
+{
+  const auto file = dev.settings.lower_bound(name + "@");
+  return file != dev.settings.end() && starts_with(*file, name + "@");
+}
+
+// A link must say which of several things it means, and none that is not there.
+static void check_subitem(const device &dev, const source_file &file, int line,
+                          int column, const link_target &link, findings *found)
+{
+  const form &f = dev.forms.at(link.form);
+  const bool kept = keeps_itself(dev, f);
+  const bool several =
+      kept ? has_subitems(dev, f.name) && dev.settings.count(f.name) == 0
+           : uses_subitem(f) && names_subitem(dev, f);
+  if (link.subitem.empty() && several) {
+    tell(found, file, line, column, "subitem",
+         "the form " + in_quotes(link.form) +
+             " is for one of several things; the link must say which, as " +
+             in_quotes(link.form + "/NAME"));
+  } else if (kept && !link.subitem.empty() && !is_inserted(link.subitem) &&
+             dev.settings.count(link.form + "@" + link.subitem) == 0) {
+    tell(found, file, line, column, "subitem",
+         "the device has no \"defaults/" + link.form + "@" + link.subitem +
+             "\": with this sub-item the form is refused");
   }
+}
+
+// Whether the form is there, and its address short enough.
+static bool check_form(const device &dev, const source_file &file, int line,
+                       int column, const link_target &link, findings *found)
+{
   if (dev.forms.count(link.form) == 0) {
     tell(found, file, line, column, "target",
          "no template " + in_quotes(link.form + ".tpl") +
@@ -63,6 +116,19 @@ void check_target(const device &dev, const source_file &file, int line,
     tell(found, file, line, column, "link-long",
          "the address of this link is cut after " +
              std::to_string(ORV_ADDRESS_MAX) + " characters");
+  } else {
+    return true;
+  }
+  return false;
+}
+
+void check_target(const device &dev, const source_file &file, int line,
+                  int column, const std::string &target, findings *found)
+{
+  const link_target link = split_target(target);
+  if (!is_inserted(link.form) &&
+      check_form(dev, file, line, column, link, found)) {
+    check_subitem(dev, file, line, column, link, found);
   }
 }
 
@@ -73,8 +139,8 @@ static void check_menu(const device &dev, const form &f, const form_item &item,
                        findings *found)
 {
   if (item.type == PT_IMENU) {
-    check_target(dev, *f.file, item.line, item.lines.front()->column, item.name,
-                 found);
+    check_form(dev, *f.file, item.line, item.lines.front()->column,
+               {item.name, ""}, found);
     return;
   }
   for (const form_line *line : item.lines) {

@@ -78,6 +78,27 @@ static void add_plain_numbers(context *c)
   }
 }
 
+// A variable that is given such a number as it is holds the same.
+static void add_padded_variables(context *c)
+{
+  for (const script *s : c->files) {
+    for (const bash_command &command : s->code.commands) {
+      for (const bash_assignment &assignment : command.assignments) {
+        const bash_word &value = assignment.value;
+        const auto padded =
+            value.expansions.size() == 1 && value.expansions[0].rest.empty() &&
+                    value.plain == "${" + full_name(value.expansions[0]) + "}"
+                ? c->padded.find("::" + full_name(value.expansions[0]))
+                : c->padded.end();
+        if (padded != c->padded.end() && assignment.subscript.empty()) {
+          const bool sign = padded->second;
+          c->padded[scoped(*c, command.function, assignment.name)] = sign;
+        }
+      }
+    }
+  }
+}
+
 // Which argument is the sub-item depends on the header's line.
 static void add_arguments(context *c, const std::string &script_name)
 {
@@ -98,5 +119,6 @@ void add_page_values(context *c, const std::string &script_name)
 {
   add_checked(c, script_name);
   add_plain_numbers(c);
+  add_padded_variables(c);
   add_arguments(c, script_name);
 }

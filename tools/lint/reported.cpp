@@ -127,6 +127,42 @@ static std::set<std::string> box_names(const device &dev,
   return names;
 }
 
+// The choices of the lists of all forms that run the script, by their names;
+// none for a list that has others in another form.
+typedef std::map<std::string, std::set<std::string>> list_choices;
+
+static list_choices choices_by_name(const device &dev,
+                                    const std::string &script_name)
+{
+  list_choices all;
+  for (const form *f : forms_of(dev, script_name)) {
+    for (const form_item &item : f->items) {
+      if (item.type == PT_SELECT) {
+        const std::set<std::string> choices = choices_of(*f, item);
+        all[lower(item.name)].insert(choices.begin(), choices.end());
+      }
+    }
+  }
+  return all;
+}
+
+static void check_choice(const script &s, const literal_name &at,
+                         const std::string &value, const list_choices &lists,
+                         findings *found)
+{
+  std::string name = lower(at.name);
+  name.erase(0, starts_with(name, "o_") || starts_with(name, "d_") ? 2 : 0);
+  auto list = lists.find(name);
+  list = list == lists.end() ? lists.find(without_digits(name)) : list;
+  if (list != lists.end() && !value.empty() &&
+      value.find_first_of("$`%") == std::string::npos &&
+      list->second.count(value) == 0) {
+    tell(found, *s.file, at.line, at.column, "reported-choice",
+         in_quotes(value) + " is none of the choices of " + in_quotes(at.name) +
+             did_you_mean(value, list->second));
+  }
+}
+
 static void check_box(const script &s, const literal_name &at,
                       const std::string &value,
                       const std::set<std::string> &boxes, findings *found)
@@ -145,6 +181,20 @@ static void check_box(const script &s, const literal_name &at,
              " and comes back as \"True\" or \"False\", so the form looks"
              " changed");
   }
+}
+
+// What is known of the values that scripts report.
+struct reported_values {
+  std::set<std::string> boxes;
+  list_choices lists;
+};
+
+static void check_value(const script &s, const literal_name &at,
+                        const std::string &value, const reported_values &values,
+                        findings *found)
+{
+  check_box(s, at, value, values.boxes, found);
+  check_choice(s, at, value, values.lists, found);
 }
 
 // Emptying a secret (u_NAME=) and messages about it are no reports.
@@ -177,7 +227,7 @@ static std::string printed_value(const std::string &text)
 // A word of a command that prints lines.
 static void check_printed(const script &s, const bash_word &word,
                           const std::set<std::string> &messages,
-                          const std::set<std::string> &boxes, findings *found)
+                          const reported_values &values, findings *found)
 {
   const std::string name = assigned_name(word.plain);
   const literal_name at = {name, word.line, word.column};
@@ -186,7 +236,7 @@ static void check_printed(const script &s, const bash_word &word,
                      found);
   } else if (!name.empty()) {
     const std::string value = printed_value(word.plain);
-    check_box(s, at, value, boxes, found);
+    check_value(s, at, value, values, found);
     if (!value.empty()) {
       check_secret(s, at, found);
     }
@@ -196,7 +246,7 @@ static void check_printed(const script &s, const bash_word &word,
 // The lines of a printf format that holds several.
 static void check_format(const script &s, const bash_word &word,
                          const std::set<std::string> &messages,
-                         const std::set<std::string> &boxes, findings *found)
+                         const reported_values &values, findings *found)
 {
   bash_word part = word;
   size_t start = 0;
@@ -204,12 +254,10 @@ static void check_format(const script &s, const bash_word &word,
     const size_t end =
         std::min(word.plain.find("\\n", start), word.plain.size());
     part.plain = word.plain.substr(start, end - start);
-    check_printed(s, part, messages, boxes, found);
+    check_printed(s, part, messages, values, found);
     start = end + 2;
   }
 }
-
-// The arrays that hold a form's values.
 
 static void check_names_of(const device &dev, const script &s, findings *found)
 {
@@ -217,20 +265,21 @@ static void check_names_of(const device &dev, const script &s, findings *found)
     return;
   }
   const std::set<std::string> messages = message_names(dev, s.name);
-  const std::set<std::string> boxes = box_names(dev, s.name);
+  const reported_values values = {box_names(dev, s.name),
+                                  choices_by_name(dev, s.name)};
   const std::map<std::string, name_use> uses = name_functions(dev, s.name);
   for (const bash_command &command : s.code.commands) {
     for (const bash_assignment &assignment : command.assignments) {
       if (is_value_array(assignment.name)) {
-        check_box(s,
-                  {assignment.subscript, assignment.value.line,
-                   assignment.value.column},
-                  assignment.value.plain, boxes, found);
+        check_value(s,
+                    {assignment.subscript, assignment.value.line,
+                     assignment.value.column},
+                    assignment.value.plain, values, found);
       }
     }
     if (prints(command)) {
       for (size_t i = 1; i < command.words.size(); i++) {
-        check_format(s, command.words[i], messages, boxes, found);
+        check_format(s, command.words[i], messages, values, found);
       }
       continue;
     }
@@ -254,7 +303,7 @@ static void check_names_of(const device &dev, const script &s, findings *found)
       }
     }
     if (use->first == "orv_put" && command.words.size() > 2 && !names.empty()) {
-      check_box(s, names[0], command.words[2].plain, boxes, found);
+      check_value(s, names[0], command.words[2].plain, values, found);
     }
   }
 }

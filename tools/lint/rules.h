@@ -60,6 +60,7 @@ device_check check_agreement;
 device_check check_keepers;
 device_check check_guards;
 device_check check_arguments;
+device_check check_variables;
 
 // Runs the read and navigation scripts in a copy of the folder.
 device_check run_scripts;

@@ -8,11 +8,12 @@ std::string without_digits(const std::string &name)
 }
 
 // "$name" of an array that is given its elements once.
-static const bash_assignment *array_of(const script &s,
-                                       const bash_expansion &expansion)
+static const bash_assignment *
+array_of(const std::map<std::string, const bash_assignment *> &arrays,
+         const bash_expansion &expansion)
 {
-  const auto array = s.arrays.find(expansion.name);
-  return array != s.arrays.end() && expansion.subscript == "@" &&
+  const auto array = arrays.find(expansion.name);
+  return array != arrays.end() && expansion.subscript == "@" &&
                  expansion.rest.empty()
              ? array->second
              : nullptr;
@@ -26,12 +27,16 @@ void add_literals(const script &s, const bash_word &word,
     names->push_back({word.plain, word.line, word.column});
     return;
   }
-  const bash_assignment *array = array_of(s, word.expansions[0]);
-  if (array != nullptr && word.expansions.size() == 1) {
-    for (const bash_word &element : array->elements) {
-      if (element.expansions.empty()) {
-        names->push_back({element.plain, element.line, element.column});
-      }
+  const bash_assignment *own = array_of(s.arrays, word.expansions[0]);
+  const bash_assignment *array =
+      own != nullptr ? own : array_of(s.sourced_arrays, word.expansions[0]);
+  if (array == nullptr || word.expansions.size() != 1) {
+    return;
+  }
+  for (const bash_word &element : array->elements) {
+    const bash_word &place = own != nullptr ? element : word;
+    if (element.expansions.empty()) {
+      names->push_back({element.plain, place.line, place.column});
     }
   }
 }

@@ -11,7 +11,8 @@ static std::set<std::string> captured_functions(const bash_script &code)
 {
   std::set<std::string> names;
   for (const bash_command &command : code.commands) {
-    if (command.substitution > 0 || command.piped || command.redirected_out) {
+    if (!first_word(command).empty() &&
+        (command.substitution > 0 || command.piped || command.redirected_out)) {
       names.insert(first_word(command));
     }
   }
@@ -60,14 +61,28 @@ static bool is_elsewhere(const bash_command &command,
   return elsewhere || (command.redirects.empty() && command.redirected_out);
 }
 
+// The text in front of the first value: a blank in it is in no name.
+static bool begins_with_words(const bash_command &command)
+{
+  const std::vector<bash_word> &words = command.words;
+  if (words.size() < 2 || words[1].expansions.empty() ||
+      words[1].text.find('`') != std::string::npos) {
+    return false;
+  }
+  const std::string start = words[1].plain.substr(0, words[1].plain.find('$'));
+  return start.find(' ') != std::string::npos && start[0] != ' ' &&
+         start.find('=') == std::string::npos;
+}
+
 // Only whole lines that stand in the script are judged.
 static void check_output(const script &s, const bash_command &command,
                          findings *found)
 {
   const std::string text = literal_line(command);
-  if (first_word(command) == "echo" && !text.empty() &&
-      text.find('=') == std::string::npos &&
-      text.find_first_not_of(" -ne") != std::string::npos) {
+  const bool no_line = !text.empty() && text.find('=') == std::string::npos &&
+                       text.find_first_not_of(" -ne") != std::string::npos;
+  if (first_word(command) == "echo" &&
+      (no_line || begins_with_words(command))) {
     tell(found, *s.file, command.line, command.column, "output-format",
          "Bad format script output: a page reads lines NAME=VALUE, from"
          " standard error, too");

@@ -29,6 +29,16 @@ known_values known_arguments(const form &f, script_task task)
   return known;
 }
 
+// How many words the line gives, -1 where a shell makes more or less of them.
+static int count_arguments(const form &f, script_task task)
+{
+  const std::string &text = f.scripts[task].text;
+  const bool plain =
+      text.find_first_of("'`;|&<>()\\*?{") == std::string::npos &&
+      text.find("$T$") == std::string::npos;
+  return plain ? static_cast<int>(split_words(text).size()) - 1 : -1;
+}
+
 struct walk {
   const device &dev;
   std::set<std::string> names; // of the script and what it sources
@@ -76,11 +86,11 @@ static truth state_of(frame *at, const script &s, int index)
   if (index < 0) {
     return YES;
   }
-  const auto known = at->states.find(index);
+  const bash_branch &branch = s.code.branches[static_cast<size_t>(index)];
+  const auto known = at->states.find(&branch);
   if (known != at->states.end()) {
     return known->second;
   }
-  const bash_branch &branch = s.code.branches[static_cast<size_t>(index)];
   truth state =
       std::min(state_of(at, s, branch.parent), own_test(*at, s, branch));
   for (int arm = branch.before; arm >= 0 && state != NO;
@@ -89,7 +99,7 @@ static truth state_of(frame *at, const script &s, int index)
         state,
         opposite(own_test(*at, s, s.code.branches[static_cast<size_t>(arm)])));
   }
-  at->states[index] = state;
+  at->states[&branch] = state;
   return state;
 }
 
@@ -149,7 +159,10 @@ static void follow_call(walk *w, frame *at, const bash_command &command)
   }
   const script *s = function_script(*w, name);
   if (s != nullptr && w->depth < CALLS_DEEP) {
-    frame inner = {name, arguments_of(*at, command), {}, {}};
+    const bool all =
+        command.words.size() == 2 && command.words[1].plain == "$@";
+    frame inner = {
+        name, arguments_of(*at, command), {}, {}, all ? at->given : -1};
     w->depth++;
     walk_commands(w, *s, name, &inner);
     w->depth--;
@@ -189,6 +202,7 @@ static void follow_assignments(frame *at, const bash_command &command,
 
 static void follow_shift(frame *at)
 {
+  at->given -= at->given > 0 ? 1 : 0;
   known_values moved;
   for (const auto &entry : at->known) {
     const bool number =
@@ -223,6 +237,47 @@ static bool in_subshell(const script &s, int branch)
   return false;
 }
 
+// What the command asks for of the script's arguments.
+static void note_arguments(walk *w, const script &s, const frame &at,
+                           const bash_word &word)
+{
+  for (const bash_expansion &e : word.expansions) {
+    const bool number =
+        !e.name.empty() && e.name.size() < 3 &&
+        e.name.find_first_not_of("0123456789") == std::string::npos;
+    if (number && at.given >= 0 && e.rest.empty()) {
+      (std::stoi(e.name) <= at.given ? w->run->present : w->run->absent)[&e] =
+          &s;
+    }
+  }
+}
+
+static void note_all_arguments(walk *w, const script &s, const frame &at,
+                               const bash_command &command)
+{
+  for (const bash_word &word : command.words) {
+    note_arguments(w, s, at, word);
+  }
+  for (const bash_assignment &assignment : command.assignments) {
+    note_arguments(w, s, at, assignment.value);
+  }
+}
+
+// What the library is given of a command's words.
+static std::vector<std::string> given_words(const frame &at,
+                                            const bash_command &command)
+{
+  const std::string &name = first_word(command);
+  std::vector<std::string> given;
+  if (name == "orv_load" || name == "orv_store") {
+    for (const bash_word &word : command.words) {
+      std::string value;
+      given.push_back(value_of(at, word, &value) ? value : "");
+    }
+  }
+  return given;
+}
+
 // Takes one step; false when the function or script ends there.
 static bool walk_command(walk *w, const script &s, frame *at,
                          const bash_command &command)
@@ -234,7 +289,9 @@ static bool walk_command(walk *w, const script &s, frame *at,
   }
   at->results[&command] =
       command.join.empty() || state == YES ? result_of(*at, command) : MAYBE;
-  w->run->steps.push_back({&s, &command, state == YES});
+  w->run->steps.push_back(
+      {&s, &command, state == YES, given_words(*at, command)});
+  note_all_arguments(w, s, *at, command);
   const std::string &name = first_word(command);
   if (command.substitution > 0) {
     return true;
@@ -268,11 +325,12 @@ static void walk_commands(walk *w, const script &s, const std::string &function,
 
 task_run follow_task(const device &dev, const form &f, script_task task)
 {
-  task_run run = {&f, task, {}, false};
+  task_run run = {&f, task, {}, {}, {}, false};
   const auto s = dev.scripts.find(f.scripts[task].script);
   if (s != dev.scripts.end()) {
     walk w = {dev, with_sources(dev, s->first), &run, 0, false};
-    frame top = {"", known_arguments(f, task), {}, {}};
+    frame top = {
+        "", known_arguments(f, task), {}, {}, count_arguments(f, task)};
     walk_commands(&w, s->second, "", &top);
   }
   return run;

@@ -13,12 +13,17 @@ struct task_step {
   const script *s;
   const bash_command *command;
   bool certain; // no other value than those known decides on it
+  // Of orv_load and orv_store: the words, "" for one that is not known.
+  std::vector<std::string> given;
 };
 
 struct task_run {
   const form *f;
   script_task task;
   std::vector<task_step> steps;
+  // What asks for an argument that the form's line gives, or does not give.
+  std::map<const bash_expansion *, const script *> present;
+  std::map<const bash_expansion *, const script *> absent;
   // Whether it calls what cannot be followed: a name that it makes, or another
   // script.
   bool opaque;

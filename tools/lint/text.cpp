@@ -168,6 +168,9 @@ std::string did_you_mean(const std::string &word,
 // A row's number, or the "%d" or "#" in its place, is left aside.
 bool is_secret(const std::string &name)
 {
-  const size_t end = name.find_last_not_of("0123456789%d#") + 1;
-  return orv_is_secret_name(name.substr(0, end).c_str());
+  std::string stem = name.substr(0, name.find_last_not_of('#') + 1);
+  if (ends_with(stem, "%d")) {
+    stem.erase(stem.size() - 2);
+  }
+  return orv_is_secret_name(stem.c_str());
 }

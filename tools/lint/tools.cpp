@@ -213,8 +213,12 @@ static void take_shellcheck_line(const device &dev, const std::string &line,
     const std::string text =
         line.substr(file.path.size() + static_cast<size_t>(rest));
     const size_t level = text.find(": ");
+    // What is sourced is used by others.
+    const bool elsewhere = is_sourced_only(entry.second) &&
+                           text.find("[SC2034]") != std::string::npos;
     // What a rule of ours or bash has told of the line is not told twice.
-    if (level != std::string::npos && told.count({file.path, number}) == 0) {
+    if (level != std::string::npos && !elsewhere &&
+        told.count({file.path, number}) == 0) {
       tell(found, file, number, column, "shellcheck", text.substr(level + 2));
     }
   }

@@ -1,0 +1,21 @@
+// What a form's scripts are held to: the names that its forms have.
+
+#ifndef LINT_AGREE_H
+#define LINT_AGREE_H
+
+#include "device.h"
+
+struct agree_check {
+  const device &dev;
+  const script &s;
+  std::set<std::string> columns;      // of the forms that run it
+  std::set<std::string> items;        // their other input items
+  std::set<std::string> lists;        // "select_" and a list
+  const std::set<std::string> &shown; // what any text of any form refers to
+  findings *found;
+};
+
+// Rows and entries of lists that are counted from 1.
+void check_rows_of(const agree_check &c);
+
+#endif

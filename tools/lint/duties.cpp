@@ -1,0 +1,187 @@
+// What a task must do, and what it must not.
+
+#include "order.h"
+
+#include <algorithm>
+
+#include "flow.h"
+#include "rules.h"
+#include "text.h"
+
+// The end of the last block in front of a step: there an exit is missing.
+static const task_step &block_before(const task_run &run, size_t at)
+{
+  for (size_t i = at; i-- > 0;) {
+    if (run.steps[i].command->kind == BASH_BLOCK &&
+        run.steps[i].s == run.steps[at].s &&
+        run.steps[i].command->function == run.steps[at].command->function) {
+      return run.steps[i];
+    }
+  }
+  return run.steps[at];
+}
+
+static void check_falls_through(const task_run &run, findings *found)
+{
+  const bool read = run.task == TASK_READ;
+  const size_t at = find_call(run, read ? "orv_read" : "orv_store");
+  if (at == NOWHERE || !run.steps[at].certain) {
+    return;
+  }
+  tell_step(found, read ? block_before(run, at) : run.steps[at], "script-task",
+            read ? "the task --read goes on behind this, where the page's"
+                   " values are read; it has none: an exit is missing"
+                 : "the task --check comes here as well, and a check must not"
+                   " store");
+}
+
+// What does nothing but decide what to do.
+static bool only_decides(const bash_command &command)
+{
+  static const std::set<std::string> words = {
+      ".", "source", "[", "test", "declare", "set", "shopt", "exit", "export"};
+  return command.kind != BASH_SIMPLE || command.words.empty() ||
+         words.count(first_word(command)) != 0;
+}
+
+static void check_does_something(const task_run &run, findings *found)
+{
+  if (run.steps.empty() || std::any_of(run.steps.begin(), run.steps.end(),
+                                       [](const task_step &step) {
+                                         return !only_decides(*step.command);
+                                       })) {
+    return;
+  }
+  const task_step *test = nullptr;
+  for (const task_step &step : run.steps) {
+    const bash_command &command = *step.command;
+    if (test == nullptr &&
+        (command.kind == BASH_CASE || command.kind == BASH_TEST)) {
+      test = &step;
+    }
+  }
+  if (test != nullptr) {
+    tell_step(
+        found, *test, "script-task",
+        "nothing here does the task --write, which a Submit of the form " +
+            in_quotes(run.f->name) + " runs");
+  }
+}
+
+// --- how a task ends ---------------------------------------------------------
+
+static bool is_test(const bash_command &command)
+{
+  const std::string &name = first_word(command);
+  return command.kind == BASH_TEST || command.kind == BASH_ARITHMETIC ||
+         name == "[" || name == "test";
+}
+
+// Whether the command prints a message, or calls what does.
+static bool tells_user(const bash_command &command)
+{
+  static const std::set<std::string> words = {"orv_fatal", "orv_msg"};
+  return words.count(first_word(command)) != 0 ||
+         (first_word(command) != "orv_error" &&
+          std::any_of(command.words.begin(), command.words.end(),
+                      [](const bash_word &word) {
+                        return starts_with(word.plain, "error_");
+                      }));
+}
+
+static bool leaves_with_fault(const bash_command &command)
+{
+  const std::string &name = first_word(command);
+  return (name == "exit" || (name == "return" && command.function.empty())) &&
+         command.words.size() == 2 && command.words[1].plain != "0" &&
+         command.words[1].plain.find_first_not_of("0123456789") ==
+             std::string::npos;
+}
+
+// What the page says of a read script that fails takes the message's place.
+static void check_fault_exit(const task_run &read, findings *found)
+{
+  for (size_t i = 0; i < read.steps.size(); i++) {
+    const task_step &leaves = read.steps[i];
+    const bool told =
+        leaves_with_fault(*leaves.command) &&
+        std::any_of(read.steps.begin(),
+                    read.steps.begin() + static_cast<long>(i),
+                    [&](const task_step &step) {
+                      return step.s == leaves.s &&
+                             step.command->branch == leaves.command->branch &&
+                             tells_user(*step.command);
+                    });
+    if (told) {
+      tell_step(found, leaves, "script-status",
+                "a read script that fails shows no form and no message of its"
+                " own; end with status 0");
+    }
+  }
+}
+
+// A test that a list begins with, and that is false here.
+static const bash_command *open_test(const task_step &last)
+{
+  const std::vector<bash_command> &all = last.s->code.commands;
+  const bash_command *command = last.command;
+  const size_t next = static_cast<size_t>(command - all.data()) + 1;
+  if (command->branch >= 0 || !command->function.empty() || command->negated) {
+    return nullptr;
+  }
+  if (is_test(*command)) { // what depends on it did not run
+    const bool follows = next < all.size() &&
+                         all[next].previous == static_cast<int>(next) - 1 &&
+                         all[next].join == "&&";
+    return follows ? command : nullptr;
+  }
+  bool certain = last.certain;
+  while (command->join == "&&" && command->previous >= 0 && !certain) {
+    command = &all[static_cast<size_t>(command->previous)];
+    if (is_test(*command)) {
+      return command;
+    }
+  }
+  return nullptr;
+}
+
+// The status of a script is that of its last command.
+static void check_status(const task_run &run, const script *own,
+                         findings *found)
+{
+  if (run.steps.empty() || run.steps.back().s != own) {
+    return;
+  }
+  const bash_command *test = open_test(run.steps.back());
+  if (test != nullptr) {
+    tell(found, *own->file, test->line, test->column, "script-status",
+         "the script ends with this list, and so with a fault where the test"
+         " is false; write if, or exit 0 behind it");
+  }
+}
+
+static void check_ends(const form_runs &runs)
+{
+  for (const task_run *run : {&runs.read, &runs.check, &runs.write}) {
+    const auto s = runs.dev.scripts.find(runs.f.scripts[run->task].script);
+    const size_t before = runs.found->size();
+    if (s != runs.dev.scripts.end() &&
+        (run->task == TASK_READ || can_save(runs.f))) {
+      check_status(*run, &s->second, runs.found);
+    }
+    if (runs.found->size() != before) {
+      return; // the same line for every task
+    }
+  }
+}
+
+void check_duties(const form_runs &runs)
+{
+  check_ends(runs);
+  check_fault_exit(runs.read, runs.found);
+  check_falls_through(runs.read, runs.found);
+  if (can_save(runs.f)) {
+    check_falls_through(runs.check, runs.found);
+    check_does_something(runs.write, runs.found);
+  }
+}

@@ -1,0 +1,98 @@
+// The library of the scripts, and paths by which one file sources another.
+
+#include <fstream>
+#include <sstream>
+
+#include "device.h"
+#include "text.h"
+
+bool is_library(const std::string &name)
+{
+  const std::string file = name.substr(name.rfind('/') + 1);
+  return file == "orv.bash" || file == "orv_table.bash" ||
+         file == "orv_store.bash" || file == "orv_navbar.sh";
+}
+
+static const std::set<std::string> library_functions = {
+    "orv_load",    "orv_read",        "orv_put",        "orv_show",
+    "orv_error",   "orv_msg",         "orv_fatal",      "orv_end",
+    "orv_stamp",   "orv_one_of",      "orv_tick",       "orv_rows",
+    "orv_pack",    "orv_secret",      "orv_lock",       "orv_store",
+    "orv_changes", "orv_log_changes", "orv_background", "orv_after_page",
+    "orv_guard",   "orv_guard_boot",  "orv_act"};
+
+bool is_sourced_only(const script &s)
+{
+  return !s.executable && !starts_with(s.file->text, "#!");
+}
+
+bool is_own_path(const std::string &word)
+{
+  return word.find("BASH_SOURCE") != std::string::npos ||
+         word.find("dirname") != std::string::npos ||
+         word.find("${0%") != std::string::npos;
+}
+
+std::string sourced_name(const std::string &from, const std::string &word)
+{
+  if (!is_own_path(word)) {
+    return is_library(word) ? word.substr(word.rfind('/') + 1) : "";
+  }
+  const size_t mark = word.find_last_of("})");
+  const size_t slash = word.find('/', mark == std::string::npos ? 0 : mark);
+  if (slash == std::string::npos) {
+    return "";
+  }
+  const size_t folder = from.rfind('/');
+  return (folder == std::string::npos ? "" : from.substr(0, folder + 1)) +
+         word.substr(slash + 1);
+}
+
+// What a file of the library calls its functions and variables.
+struct library_part {
+  std::set<std::string> functions;
+  std::set<std::string> words;
+};
+
+static void add_library(const std::string &path, library_part *into)
+{
+  std::ifstream stream(path, std::ios::binary);
+  std::stringstream text;
+  text << stream.rdbuf();
+  const bash_script code = read_bash(text.str());
+  into->functions.insert(code.functions.begin(), code.functions.end());
+  std::string word;
+  for (const char c : code.code + "\n") {
+    if (is_name_char(c)) {
+      word += c;
+    } else {
+      into->words.insert(word);
+      word.clear();
+    }
+  }
+}
+
+// The library's functions: those of the folder's own, or of the one that this
+// program comes with, or those that it has always had.
+void read_library(device *dev, const std::vector<std::string> &names)
+{
+  library_part all;
+  for (const std::string &name : names) {
+    if (is_library(name)) {
+      add_library(dev->dir + "/scripts/" + name, &all);
+    }
+  }
+  for (const char *name : {"orv.bash", "orv_table.bash", "orv_store.bash"}) {
+    if (all.functions.count("orv_load") == 0 ||
+        all.functions.count("orv_store") == 0) {
+      add_library(ORV_LIBRARY_DIR "/" + std::string(name), &all);
+    }
+  }
+  dev->library =
+      all.functions.count("orv_load") != 0 ? all.functions : library_functions;
+  for (const std::string &word : all.words) {
+    if (starts_with(word, "orv_") && dev->library.count(word) == 0) {
+      dev->library_variables.insert(word);
+    }
+  }
+}

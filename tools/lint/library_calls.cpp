@@ -1,0 +1,59 @@
+// The calls of the library that a task makes.
+
+#include "order.h"
+
+#include "flow.h"
+#include "script_names.h"
+#include "text.h"
+
+size_t find_call(const task_run &run, const char *name, size_t start)
+{
+  for (size_t i = start; i < run.steps.size(); i++) {
+    if (first_word(*run.steps[i].command) == name) {
+      return i;
+    }
+  }
+  return NOWHERE;
+}
+
+bool calls(const task_run &run, const char *name)
+{
+  return find_call(run, name) != NOWHERE;
+}
+
+void tell_step(findings *found, const task_step &step, const char *rule,
+               const std::string &text)
+{
+  tell(found, *step.s->file, step.command->line, step.command->column, rule,
+       text);
+}
+
+std::set<std::string> names_given(const task_run &run, const char *name)
+{
+  std::set<std::string> names;
+  for (size_t i = find_call(run, name); i != NOWHERE;
+       i = find_call(run, name, i + 1)) {
+    const task_step &step = run.steps[i];
+    for (size_t j = 1; j < step.command->words.size(); j++) {
+      std::vector<literal_name> literals;
+      add_literals(*step.s, step.command->words[j], &literals);
+      if (literals.empty()) {
+        names.insert("");
+      }
+      for (const literal_name &literal : literals) {
+        names.insert(lower(literal.name));
+      }
+    }
+  }
+  return names;
+}
+
+size_t find_last(const task_run &run, const char *name)
+{
+  size_t last = NOWHERE;
+  for (size_t i = find_call(run, name); i != NOWHERE;
+       i = find_call(run, name, i + 1)) {
+    last = i;
+  }
+  return last;
+}

@@ -1,0 +1,74 @@
+// What a read script reports: every value that its form edits.
+
+#include <algorithm>
+
+#include "flow.h"
+#include "order.h"
+#include "script_names.h"
+#include "text.h"
+
+// The names that the task reports; "" for one that only the run knows.
+static std::set<std::string> names_reported(const task_run &read)
+{
+  std::set<std::string> all;
+  for (const char *call : {"orv_show", "orv_put", "orv_show_hash"}) {
+    for (size_t i = find_call(read, call); i != NOWHERE;
+         i = find_call(read, call, i + 1)) {
+      const task_step &step = read.steps[i];
+      const size_t count = step.command->words.size();
+      const size_t end =
+          std::string(call) == "orv_put" ? std::min<size_t>(count, 2) : count;
+      for (size_t j = 1; j < end; j++) {
+        const bash_word &word = step.command->words[j];
+        std::vector<literal_name> names;
+        add_literals(*step.s, word, &names);
+        if (names.empty() && word.plain != "${cells[@]}" &&
+            !starts_with(word.plain, "select_")) {
+          all.insert("");
+        }
+        for (const literal_name &name : names) {
+          all.insert(lower(name.name));
+        }
+      }
+    }
+  }
+  return all;
+}
+
+// Whether it prints lines by other means, or runs what might.
+static bool prints_more(const task_run &read)
+{
+  static const std::set<std::string> quiet = {
+      ":",     "[",    "test",    "exit",     "return", "local",  "declare",
+      "shift", "set",  "shopt",   "readonly", "export", "unset",  ".",
+      "read",  "true", "mapfile", "logger",   "source", "typeset"};
+  return std::any_of(
+      read.steps.begin(), read.steps.end(), [&](const task_step &step) {
+        const std::string &name = first_word(*step.command);
+        return !name.empty() && step.command->substitution == 0 &&
+               !starts_with(name, "orv_") && quiet.count(name) == 0 &&
+               step.s->code.functions.count(name) == 0;
+      });
+}
+
+// A value that is not reported cannot be emptied, and a box looks unticked.
+void check_shown(const form_runs &runs)
+{
+  const size_t at = find_call(runs.read, "orv_show");
+  const std::set<std::string> shown = names_reported(runs.read);
+  const std::set<std::string> read = names_given(runs.write, "orv_read");
+  if (at == NOWHERE || shown.count("") != 0 || prints_more(runs.read)) {
+    return;
+  }
+  for (const form_item &item : runs.f.items) {
+    const std::string name = lower(item.name);
+    if (is_editable(item) && item.table < 0 && !is_secret(item.name) &&
+        read.count(name) != 0 &&
+        shown.count(name) + shown.count("d_" + name) == 0) {
+      tell_step(runs.found, runs.read.steps[at], "unreported",
+                "the read script does not report " + in_quotes(item.name) +
+                    ": what is stored of it is not shown");
+      return;
+    }
+  }
+}
