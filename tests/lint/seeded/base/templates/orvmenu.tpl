@@ -10,3 +10,9 @@ choice wifi Wireless
 choice port/lan1 Port 1
 choice port/lan2 Port 2
 choice reboot Restart
+choice vlans VLANs
+choice vpn VPN
+choice led Lights
+choice relay/left Left relay
+choice phones Phones
+choice backup Backup
