@@ -10,7 +10,7 @@ endif
 if $V:saved_note$
 text $V:saved_note$
 else
-text Your changes are saved. The device uses them from now on.
+text Your changes are saved. The device uses them from now on. $V:after_save$
 endif
 # This change, or one before it, goes back unless somebody keeps it.
 if $V:saved_pending$
