@@ -11,6 +11,7 @@ import functools
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import urllib.parse
@@ -33,6 +34,9 @@ ENVIRONMENT = {
     "ASAN_OPTIONS": "verify_asan_link_order=0:exitcode=99",
     "LSAN_OPTIONS": "exitcode=99", "UBSAN_OPTIONS": "print_stacktrace=1",
 }
+# Run in the background or under nohup, everything would ignore these for good.
+signal.signal(signal.SIGHUP, signal.SIG_DFL)
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 class Page:
