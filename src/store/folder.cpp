@@ -34,7 +34,7 @@
 #endif
 
 // More is no settings file: a table of 100 rows and 20 columns has a tenth.
-constexpr off_t FILE_MAX = 4 * 1024 * 1024;
+constexpr off_t FILE_MAX = off_t{4} * 1024 * 1024;
 // How long a save waits for others, in seconds: a user still waits, too.
 #ifndef STORE_LOCK_SECONDS
 #define STORE_LOCK_SECONDS 30
@@ -439,7 +439,7 @@ static void await_end(pid_t pid)
     }
     return;
   }
-  const struct timespec pause = {0, 20 * 1000 * 1000};
+  const struct timespec pause = {0, 20'000'000};
   while (errno != ESRCH && (kill(pid, 0) == 0 || errno == EPERM)) {
     nanosleep(&pause, nullptr);
   }

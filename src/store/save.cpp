@@ -468,7 +468,7 @@ static bool write_file(const store_stage *stage, const save_file *file)
 static bool keep_old(const store_stage *stage, const char *form,
                      const char *subitem)
 {
-  const char *names[FILES_MAX];
+  const char *names[FILES_MAX] = {};
   for (size_t i = 0; i < file_count; i++) {
     names[i] = files[i].name;
   }

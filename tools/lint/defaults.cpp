@@ -92,7 +92,7 @@ static std::string check_fault(const form_item &item, const std::string &value)
   std::string copy = value;
   check->func(copy.data(), options, nullptr, "value", nullptr);
   const char *message = orv_get_var(&err_vars, "value", o_best);
-  const std::string fault = message != nullptr ? message : "";
+  std::string fault = message != nullptr ? message : "";
   orv_free_vars(&err_vars);
   return fault;
 }

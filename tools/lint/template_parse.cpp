@@ -61,7 +61,7 @@ refusal parse(const std::string &text, const std::string &name,
   std::string path = "/proc/self/fd/" + std::to_string(fd);
   pt_header *hdr = orv_parse_header(path.data(), nullptr);
   pt_body_item *items = hdr != nullptr ? orv_parse_body(hdr) : nullptr;
-  const refusal why = why_refused(path, name);
+  refusal why = why_refused(path, name);
   if (body != nullptr) {
     *body = items;
   } else {

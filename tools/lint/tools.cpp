@@ -157,7 +157,7 @@ static own_folder make_stubs(const device &dev)
 {
   namespace fs = std::filesystem;
   std::error_code error;
-  const own_folder folder = make_own_folder();
+  own_folder folder = make_own_folder();
   for (const auto &entry : dev.scripts) {
     for (const std::string &source : entry.second.sources) {
       if (is_library(source) && !folder.path.empty()) {

@@ -23,9 +23,14 @@ static bool is_plain(const char *word)
   return *word != '\0' && word[strspn(word, PLAIN)] == '\0';
 }
 
+static bool starts_with(const char *word, const char *start)
+{
+  return strncmp(word, start, strlen(start)) == 0;
+}
+
 void complete_offer(const char *typed, const char *word)
 {
-  if (is_plain(word) && strncmp(word, typed, strlen(typed)) == 0) {
+  if (is_plain(word) && starts_with(word, typed)) {
     puts(word);
   }
 }
@@ -35,7 +40,7 @@ void complete_offer(const char *typed, const char *word)
 static void offer_value(const char *typed, const char *equals,
                         const char *value)
 {
-  if (is_plain(value) && strncmp(value, equals + 1, strlen(equals + 1)) == 0) {
+  if (is_plain(value) && starts_with(value, equals + 1)) {
     printf("%.*s=%s\n", static_cast<int>(equals - typed), typed, value);
   }
 }
