@@ -131,7 +131,8 @@ TEST_F(Changes, TextsAreCutBetweenCharacters)
   EXPECT_EQ(told(body.get(), &sides).size(), strlen("L\xc3\xa9on: 12\xc3\xa9 -> x | Row deleted: ") + 399);
 }
 
-// As a factor: rows that all moved, rows that all changed, rows turned round.
+// As a factor, far from both that of the number and that of its square: rows
+// that all moved, rows that all changed, rows turned round.
 TEST_F(Changes, OfManyRowsTakeAsLongAsTheirNumber)
 {
   const Items body = items("table t 4;field a;field b;field c;field d");
@@ -142,8 +143,8 @@ TEST_F(Changes, OfManyRowsTakeAsLongAsTheirNumber)
   };
   for (int kind = 0; kind < 3; kind++) {
     double times[2] = {1e9, 1e9};
-    for (int round = 0; round < 10; round++) {
-      const int count = 1500 << (round % 2);
+    for (int round = 0; round < 6; round++) {
+      const int count = round % 2 == 0 ? 500 : 4000;
       Sides sides;
       for (int i = 0; i < count; i++) {
         row(&sides.before, i, i);
@@ -154,6 +155,6 @@ TEST_F(Changes, OfManyRowsTakeAsLongAsTheirNumber)
       times[round % 2] = std::min(times[round % 2], static_cast<double>(clock() - start));
       EXPECT_EQ(lines.substr(0, 12), kind == 0 ? "Row deleted:" : "a, row 1: a0") << kind;
     }
-    EXPECT_LT(times[1], 3.5 * times[0]) << kind;
+    EXPECT_LT(times[1], 8 * 3 * times[0]) << kind;
   }
 }
