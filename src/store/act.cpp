@@ -1,9 +1,9 @@
-// Asking for an action.
+// Requests for actions.
 //
-// Owns nothing between calls.  Who writes into the FIFO is no more than a
-// stranger to who reads it, so nothing goes through but a name, and nothing is
-// created or replaced in a folder of the privileged side.  What is found there
-// is judged all the same: whoever has not set it up may have left anything.
+// Keeps no state between calls.  The reader of the FIFO does not trust its
+// writers, so only a name goes through it, and nothing is created or replaced
+// in a folder of the privileged side.  What is found there is still checked,
+// since on a device that was not set up anybody may have left anything.
 
 #include "act.h"
 
@@ -38,10 +38,10 @@ constexpr size_t OUTPUT_MAX = 4096;    // of an action, as the reader keeps it
 constexpr size_t WORD_SIZE = 48;       // of what stands in front of the output
 constexpr size_t FIRST_LINE_MAX = 120; // of an output, in a message
 constexpr int FULL_MILLISECONDS =
-    5000; // the reader takes what is there a second
+    5000; // the reader empties the FIFO once a second
 constexpr long LOOK_NANOSECONDS = 50'000'000; // between two looks at a result
 
-// A result: "RUN STATE", a line end, and the output.  Each run has another
+// A result: "RUN STATE", a line end, and the output.  Each run has its own
 // word; its state is "running", an exit status, "late" or "refused".
 struct act_result {
   char run[WORD_SIZE]; // "": none yet
@@ -103,8 +103,8 @@ static bool is_fifo(const struct stat *file)
   return S_ISFIFO(file->st_mode);
 }
 
-// The FIFO to write into, -1 with errno.  Opening something else may do
-// something, so it is looked at first.
+// The FIFO to write into, -1 with errno.  Opening anything else could have an
+// effect, so its type is checked first.
 static int open_fifo(int acts)
 {
   struct stat file;
@@ -129,8 +129,8 @@ static int open_fifo(int acts)
   return -1;
 }
 
-// One write of less than PIPE_BUF, so lines never mix.  A line end goes first:
-// what another writer has left half is no part of this line.
+// One write of less than PIPE_BUF, so lines never mix.  A line end goes first,
+// so that half a line of another writer is no part of this one.
 static bool write_name(int acts, const char *name)
 {
   char line[NAME_MAX_LENGTH + 3];
@@ -160,8 +160,8 @@ static bool ask_now(const char *name)
   return asked;
 }
 
-// The script that asks must be able to end before the transaction does, so a
-// process of its own waits for that.
+// The script that makes the request must be able to end before the transaction,
+// so a process of its own waits for that.
 static bool ask_later(const char *name)
 {
   const int outcome = stage_open_outcome();
@@ -203,7 +203,7 @@ bool act_ask(const char *name)
 
 // --- the result --------------------------------------------------------------
 
-// Reads the action's latest result; none is an empty one.
+// Reads the action's latest result; an empty one when there is none.
 static void read_result(int acts, const char *name, act_result *result)
 {
   char path[NAME_MAX_LENGTH + 8];
@@ -242,8 +242,8 @@ static int64_t now_milliseconds()
   return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
 }
 
-// Waits until a run that is not `before` is over.  What ran before the call may
-// not have seen what was stored for it; another run began behind it.
+// Waits until a run other than `before` has ended.  A run from before the call
+// may not have seen what was stored for it; any other began after the call.
 static bool await_result(int acts, const char *name, unsigned seconds,
                          const char *before, act_result *result)
 {

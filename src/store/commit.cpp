@@ -6,7 +6,7 @@
 // places, while the committed folder still stands.  So between two looks that
 // show the same generation and the same folder, no file has changed.
 //
-// Owns the transaction at hand, for the life of the process.
+// Owns the joined transaction, for the life of the process.
 
 #include "commit.h"
 
@@ -37,12 +37,12 @@ static const char NEW_PREFIX[] = ".new.";
 static const char STAGE_PREFIX[] = ".stage.";
 constexpr mode_t FOLDER_MODE = 0700;
 constexpr mode_t FILE_MODE = 0600;
-// Nobody waits for a FIFO that somebody has put in a file's place.
+// Without blocking, in case somebody has put a FIFO in a file's place.
 constexpr int OPEN_FLAGS = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 constexpr size_t HEAD_SIZE = 64; // of a settings file, to its number
 constexpr size_t GENERATION_SIZE = sizeof store_look::generation;
 constexpr int DEPTH_MAX = 3;       // of our own folders
-constexpr size_t PLACE_DIGITS = 8; // of a token, which tell the folder
+constexpr size_t PLACE_DIGITS = 8; // of a token, which identify the folder
 
 static char joined[sizeof STAGE_PREFIX + STORE_TOKEN_SIZE]; // "": none
 static bool is_over;     // the transaction named is: nothing can join it
@@ -60,7 +60,7 @@ static bool is_dots(const char *name)
   return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
 }
 
-// Removes a file or folder and all in it, as far as that can be done.
+// Removes a file or folder with everything in it, as far as possible.
 static void remove_tree(int dir, const char *name, int depth)
 {
   if (unlinkat(dir, name, 0) == 0 || errno == ENOENT || depth == 0) {
@@ -131,7 +131,7 @@ static bool note_number(int dir, const char *name, void *)
 {
   const int fd = openat(dir, name, O_RDONLY | OPEN_FLAGS);
   if (fd < 0) {
-    return true; // whoever reads it will say so
+    return true; // who reads it next reports that
   }
   static const char mark[] = "#orv 2 ";
   char head[HEAD_SIZE] = "";
@@ -144,7 +144,7 @@ static bool note_number(int dir, const char *name, void *)
   return true;
 }
 
-// The number of the next commit: no clock is needed, and none can go back.
+// The number of the next commit: needs no clock, which could be set back.
 static uint64_t next_number()
 {
   highest = 0;
@@ -167,7 +167,7 @@ bool store_make_token(char token[STORE_TOKEN_SIZE])
 
 // --- ending a save that was cut short ----------------------------------------
 
-static int moved; // files, by the pass over the folder at hand
+static int moved; // files, in this pass over the folder
 
 static bool move_file(int dir, const char *name, void *)
 {
@@ -187,7 +187,7 @@ static bool move_files()
   return true;
 }
 
-// Moves what is committed to its places.  Done as often as it takes: each step
+// Moves what is committed to its places.  Can be repeated at will: each step
 // may have been done before.
 static bool move_committed()
 {
@@ -267,7 +267,7 @@ bool store_lock_for(const char *form, pid_t holder)
 // --- a stage -----------------------------------------------------------------
 
 // The folder of the settings as the last digits of a transaction's token, so
-// that a script which keeps its settings elsewhere is none of that.
+// that a script which keeps its settings elsewhere takes no part in it.
 static void write_place(char *digits)
 {
   struct stat folder = {};
@@ -377,7 +377,7 @@ bool stage_make_folder(const store_stage *stage, const char *name)
          cannot_store();
 }
 
-// The one step: before it the old settings count, behind it the new.
+// The one step: before it the old settings count, after it the new.
 static bool commit_folder(const store_stage *stage)
 {
   sync_folder(stage->fd, PENDING_FOLDER);
@@ -403,11 +403,11 @@ static bool commit(store_stage *stage)
   }
   fsync(store.fd);
   close_stage(stage);
-  move_committed(); // what is left of that is the next save's
+  move_committed(); // what fails here is left to the next save
   return true;
 }
 
-// Adds a text to a file of the stage, which is the transaction's own.
+// Appends a text to one of the transaction's own files in the stage.
 static bool append(int stage, const char *name, const char *text)
 {
   const int fd = openat(stage, name, O_WRONLY | O_CREAT | O_APPEND | OPEN_FLAGS,
@@ -420,7 +420,7 @@ static bool append(int stage, const char *name, const char *text)
   return close(fd) == 0 && added;
 }
 
-// Lets the transaction that was joined be committed no more.
+// Makes sure that the joined transaction can no longer be committed.
 static void spoil()
 {
   char path[STORE_PATH_SIZE];
@@ -442,7 +442,7 @@ void store_log(const char *line)
   }
   const int fd = store_open_folder(store.fd, joined);
   if (fd < 0 || !append(fd, LOG_FILE, line) || !append(fd, LOG_FILE, "\n")) {
-    spoil(); // nothing is stored that no log tells
+    spoil(); // nothing is stored without a line in the log
   }
   if (fd >= 0) {
     close(fd);
@@ -464,7 +464,7 @@ bool stage_commit(store_stage *stage)
 void stage_drop(store_stage *stage)
 {
   if (stage->transaction && stage->fd >= 0) {
-    spoil(); // it may hold the half of a save
+    spoil(); // it may hold half a save
   }
   close_stage(stage);
   if (!stage->transaction && stage->name[0] != '\0') {
@@ -473,8 +473,8 @@ void stage_drop(store_stage *stage)
 }
 
 // --- a transaction -----------------------------------------------------------
-// Who takes part and has something to do when it is over waits for the lock of
-// its outcome, which says what it came to.
+// A process that has work to do when the transaction is over waits for the lock
+// of the outcome file, whose content is the result.
 
 static void tell_outcome(const char *word)
 {
@@ -565,8 +565,8 @@ bool transaction_wait(int fd)
   if (pread(fd, word, sizeof word - 1, 0) > 0) {
     return strcmp(word, "committed") == 0;
   }
-  // Who began it has died: before the commit, or behind it, when the folder had
-  // its other name.
+  // The process that began it has died: before the commit, or after it, when
+  // the folder had its other name.
   char link[32];
   char path[PATH_MAX] = "";
   snprintf(link, sizeof link, "/proc/self/fd/%d", fd);

@@ -2,8 +2,9 @@
 //
 // A stage is a folder of new files beside the old ones.  Renaming it is the
 // commit: from then on the new files count, wherever they are found, and they
-// are moved to their places.  Who dies meanwhile leaves the old settings or the
-// new; the next who holds the lock clears up.  All of this needs the lock.
+// are moved to their places.  A process that dies meanwhile leaves the old
+// settings or the new; the next holder of the lock cleans up.  All of this
+// needs the lock.
 
 #ifndef STORE_COMMIT_H
 #define STORE_COMMIT_H
@@ -15,7 +16,7 @@
 #define COMMIT_FOLDER ".commit"   // committed, not yet at its places
 #define PENDING_FOLDER ".pending" // what a guarded change has replaced
 #define HISTORY_FILE ".history"   // the last saves
-// A number that changes before files do, and again behind them.
+// A number that changes before files do, and again after them.
 #define GENERATION_FILE ".generation"
 #define SETTLED_FILE ".settled" // in a stage: no change is pending any more
 
@@ -25,10 +26,10 @@ struct store_stage {
   int fd;           // of its folder; -1: none is open
   char name[64];    // of its folder
   uint64_t number;  // what its files carry as that of the commit
-  bool transaction; // somebody else commits it, with what others stage
+  bool transaction; // another process commits it, with what others stage
 };
 
-// What no other process will think of, in hexadecimal digits; false with a
+// Random hexadecimal digits that no other process can guess; false with a
 // fault.
 bool store_make_token(char token[STORE_TOKEN_SIZE]);
 
@@ -36,12 +37,12 @@ bool store_make_token(char token[STORE_TOKEN_SIZE]);
 // request is being served: no request takes part in one.
 void stage_join(void);
 
-// The folder of that transaction's files, which count for who takes part; NULL
-// without one.  Borrowed.
+// The folder of that transaction's files, which those who take part read first;
+// NULL without one.  Borrowed.
 const char *stage_folder(void);
 
-// What a reader of several files sees before and behind them: between two equal
-// looks no file has changed.
+// What a reader of several files looks at before and after them: between two
+// equal looks no file has changed.
 struct store_look {
   char generation[32];
   bool committed; // files are on their way to their places
@@ -49,16 +50,15 @@ struct store_look {
 void store_take_look(store_look *look);
 bool store_is_same_look(const store_look *a, const store_look *b);
 
-// Ends what a save that was cut short has left.  False with a fault.
+// Completes or removes what an interrupted save has left.  False with a fault.
 bool store_finish(void);
 
-// Locks for a save of `form`, unless a transaction's lock covers it, and ends
-// what was left.  False with a fault.
-// `holder` as for store_lock.
+// Locks for a save of `form`, unless a transaction's lock covers it, and calls
+// store_finish.  `holder` as for store_lock.  False with a fault.
 bool store_lock_for(const char *form, pid_t holder = 0);
 
-// Begins a stage, or goes on with that of the transaction at hand.  False with
-// a fault, also when that transaction is over.
+// Begins a stage, or continues that of the joined transaction.  False with a
+// fault, also when that transaction is over.
 bool stage_begin(store_stage *stage);
 
 // Writes the file `name` (a path within the stage), whole and synced.  False
@@ -73,35 +73,35 @@ bool stage_blank(const store_stage *stage, const char *name);
 // Makes a folder within the stage.  False with a fault.
 bool stage_make_folder(const store_stage *stage, const char *name);
 
-// Makes the stage count, and is through when its files are at their places: a
-// pending folder takes the place of the old one, a settled file takes the old
-// one away.  False with a fault: the old settings count, and nothing is left.
-// A transaction's stage stays, for who commits it.
+// Commits the stage and returns when its files are at their places: a pending
+// folder replaces the old one, a settled file removes it.  False with a fault:
+// the old settings count, and nothing is left behind.  A transaction's stage
+// stays, for the process that commits it.
 bool stage_commit(store_stage *stage);
 
-// Gives the stage up; a transaction's stays, but can no longer be committed.
+// Drops the stage; a transaction's stays, but can no longer be committed.
 void stage_drop(store_stage *stage);
 
-// Logs the line; of a transaction that was joined, once it is committed.
+// Logs the line; within a joined transaction, when that is committed.
 void store_log(const char *line);
 
-// Begins a transaction: `token` is what the environment of all who take part
-// names it by.  Then one of the next two ends it.  False with a fault.
+// Begins a transaction: `token` identifies it in the environment of all who
+// take part.  One of the next two functions ends it.  False with a fault.
 bool transaction_begin(store_stage *stage, char token[STORE_TOKEN_SIZE]);
-// Commits what was staged; false with a fault, too, when a save that took part
-// has failed, whatever its script made of that.
+// Commits what was staged; false with a fault also when a save that took part
+// has failed, even if its script ignored that.
 bool transaction_commit(store_stage *stage);
 void transaction_drop(store_stage *stage);
 
 // The number of saves that have taken part so far; -1 when one has failed.
 long transaction_saves(const store_stage *stage);
 
-// Opens the outcome of the transaction at hand, for transaction_wait; -1 with
+// Opens the outcome of the joined transaction, for transaction_wait; -1 with
 // errno.
 int stage_open_outcome(void);
 
-// Waits until the transaction is over, through `fd`, opened on its outcome
-// while it lasted: whether it was committed.
+// Waits until the transaction is over and returns whether it was committed;
+// `fd` was opened on its outcome while it lasted.
 bool transaction_wait(int fd);
 
 #endif

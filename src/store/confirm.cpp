@@ -1,8 +1,7 @@
 // The form that keeps a guarded change.
 //
-// It has nothing to enter, and a Submit of it is the act that keeps the change:
-// the page carries the change's token, so that another one is not kept in its
-// place.
+// It has no fields, and its Submit keeps the change: the page carries the
+// change's token, so that no other change is kept in its place.
 
 #include "confirm.h"
 
@@ -117,7 +116,7 @@ static void read_end(const pending_change *pending)
   report_value("confirm_clock", text);
 }
 
-// Whether the latest save is that of a change which nobody kept.
+// Whether the latest save put back a change that nobody kept.
 static bool went_back()
 {
   static const char kind[] = " back";
@@ -144,7 +143,7 @@ bool confirm_read(void)
   if (store.fd < 0 || !guard_read(&pending)) {
     return read_nothing();
   }
-  // A Submit without anything entered is what this page is for.
+  // This page is meant to be submitted without an entry.
   report_value("always_submit", "True");
   report_value("confirm_token", pending.token);
   char who[LINE_SIZE];
@@ -160,7 +159,7 @@ bool confirm_write(void)
 {
   const char *token = intake_get("confirm_token");
   pending_change pending;
-  if (guard_read(&pending)) { // a page that is refused counts on from here
+  if (guard_read(&pending)) { // a refused page continues its countdown
     read_end(&pending);
     free(pending.text);
   }
@@ -168,14 +167,14 @@ bool confirm_write(void)
     return false;
   }
   report_value("u_saved_note", "The change is kept.");
-  report_value("u_saved_navbar", "True"); // which leads here no longer
+  report_value("u_saved_navbar", "True"); // whose link here is gone now
   return true;
 }
 
 // --- the bar -----------------------------------------------------------------
 
-// The file "navbar" of the folder, of which `length` bytes count; NULL when
-// there is none.
+// The file "navbar" of the folder, the first `length` bytes of `path`; NULL
+// when there is none.
 static FILE *open_bar(const char *folder, int length)
 {
   char *name = nullptr;
@@ -186,7 +185,7 @@ static FILE *open_bar(const char *folder, int length)
   return fopen(name, "re");
 }
 
-// The templates' own is of their language.
+// That of the templates is in their language.
 static FILE *find_bar(const char *path)
 {
   const char *slash = strrchr(path, '/');
@@ -218,13 +217,13 @@ static void print_confirm(FILE *bar)
   }
 }
 
-// A first line "--" drops the entry that the page itself puts in front, so it
-// must stay the first.
+// A first line "--" drops the fixed entry at the front, so it must stay the
+// first.
 bool navbar_print(const char *path)
 {
   const bool pending =
       store_open(false) && store.fd >= 0 && guard_is_pending(nullptr);
-  store_forget_fault(); // a bar is no place for it
+  store_forget_fault(); // a navigation bar cannot show it
   const owned_stream bar(find_bar(path));
   char line[LINE_SIZE];
   const bool bare = bar != nullptr &&

@@ -9,17 +9,18 @@
 
 constexpr size_t CONFIRM_SENTENCE_SIZE = 200;
 
-// The tasks of that form: what is pending, and keeping it.  False with a fault.
+// The tasks of that form: show what is pending, keep it.  False with a fault.
 bool confirm_read(void);
 bool confirm_write(void);
 
-// Writes a sentence on the change that is pending, for pages that confirm and
-// for terminals: who made it and until when it can be kept.  "" when none is.
+// Writes a sentence about the pending change, for confirmation pages and
+// terminals: who made it and until when it can be kept.  "" when none is
+// pending.
 void confirm_sentence(char *text, size_t size);
 
-// Prints the bar of links: the way to what is pending, then the lines of the
-// file `navbar` of the templates or, where they have none, of the folder of
-// `path`.  A line for the form `confirm` has the words of that way.  Always true.
+// Prints the navigation bar: a link to the pending change, then the lines of
+// the file `navbar` of the templates or, where they have none, of the folder of
+// `path`.  A line for the form `confirm` gives that link's label.  Always true.
 bool navbar_print(const char *path);
 
 #endif

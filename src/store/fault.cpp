@@ -1,4 +1,4 @@
-// What stops a store: one text for the user.
+// Why a command fails: one text for the user.
 
 #include "fault.h"
 
@@ -33,7 +33,7 @@ bool store_fault(const char *fmt, ...)
   return false;
 }
 
-// A name means more than a number to who has to mend it.
+// A user's name helps more than a number.
 static const char *user_name()
 {
   static char number[24];

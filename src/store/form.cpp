@@ -25,7 +25,7 @@ static pt_header *header;
 static pt_body_item *items;
 static void *names; // of the items and of lists' entries; a search tree
 
-// A name as it is looked for: cut before its row's number.
+// A name as it is searched for: without its row number.
 struct stem {
   const char *name;
   size_t length;
@@ -55,7 +55,7 @@ static bool add_name(const char *name)
   *entry = {name, settings_column(name)};
   const void *place = tsearch(entry, &names, compare_stems);
   if (place == nullptr || *static_cast<stem *const *>(place) != entry) {
-    free(entry); // no memory, or one of that name is there
+    free(entry); // no memory, or the name is there already
   }
   return place != nullptr;
 }

@@ -1,17 +1,17 @@
-// The form that settings belong to: which names its page has.
+// The form that settings belong to, and the names on its page.
 
 #ifndef STORE_FORM_H
 #define STORE_FORM_H
 
 #include "orv_parser.h"
 
-// The sub-item that a page of the form is for (NULL: none), borrowed; before
-// the form is opened.
+// Sets the sub-item of the form's page (NULL: none), borrowed; to be called
+// before the form is opened.
 void form_set_subitem(const char *subitem);
 
 // Parses the template of `form` in the folder of templates.  False when there
-// is none, with a fault when there is one that cannot be taken in whole:
-// without it nobody knows which rows a save has deleted.  Kept until the
+// is none, with a fault when there is one that cannot be read as a whole:
+// without it, it is unknown which rows a save has deleted.  Kept until the
 // process ends.
 bool form_open(const char *form);
 

@@ -1,7 +1,7 @@
 // A change that goes back unless it is kept.
 //
 // Owns nothing in memory.  The pending folder holds the old files, the token of
-// the latest change, and a file that says that the device uses it by now.
+// the latest change, and a file that exists once the device uses the change.
 
 #include "guard.h"
 
@@ -30,7 +30,7 @@
 #define INFO_FILE PENDING_FOLDER "/.info"   // who made it, and until when
 #define TOKEN_FILE PENDING_FOLDER "/.token" // which change it is
 #define ARMED_FILE PENDING_FOLDER "/.armed" // the device uses it by now
-// Until a device uses a change.  Who should have made it do so may be gone.
+// Until a device uses a change: the process that should see to it may be gone.
 constexpr unsigned START_SECONDS = 60;
 constexpr size_t BOOT_SIZE = 37;  // of a boot's name
 constexpr size_t FORM_SIZE = 512; // FORM/SUBITEM
@@ -41,11 +41,11 @@ constexpr uint64_t PLACES = 256;  // of steps, for the number of a commit
 static int64_t now_seconds()
 {
   struct timespec now;
-  clock_gettime(CLOCK_BOOTTIME, &now); // a device that sleeps gets no more time
+  clock_gettime(CLOCK_BOOTTIME, &now); // goes on while the device sleeps
   return now.tv_sec;
 }
 
-// Which boot this is: seconds since another one mean nothing.
+// The id of this boot: seconds since another one mean nothing.
 static void read_boot(char (&boot)[BOOT_SIZE])
 {
   boot[0] = '\0';
@@ -59,8 +59,8 @@ static void read_boot(char (&boot)[BOOT_SIZE])
 
 // --- keeping the old files ---------------------------------------------------
 
-// Copies the file at `from`, or writes an empty one where there is none, to
-// the pending folder of the stage, unless an older one is there.
+// Copies the file at `from` (an empty one where there is none) to the pending
+// folder of the stage, unless an older one is there.
 static bool keep_file(const store_stage *stage, const char *from,
                       const char *name)
 {
@@ -96,8 +96,8 @@ static bool begins_with(const char *line, const char *key)
   return strncmp(line, key, strlen(key)) == 0;
 }
 
-// The information that an older change has left; owned, NULL when there is
-// none. One in the same transaction has taken over that of those before it.
+// The information left by an older change; owned, NULL when there is none.  One
+// in the same transaction has taken over that of those before it.
 static char *read_older(const store_stage *stage)
 {
   size_t length;
@@ -107,7 +107,7 @@ static char *read_older(const store_stage *stage)
              : store_read_file(store.fd, INFO_FILE, &length);
 }
 
-// Its lines that stay: what goes back may be of several forms.
+// Its lines that stay: several forms may go back together.
 static void copy_changes(FILE *out, const char *line)
 {
   for (; line[0] != '\0'; line += strcspn(line, "\n") + 1) {
@@ -133,7 +133,7 @@ static void write_end(FILE *out, unsigned seconds)
           static_cast<int64_t>(time(nullptr)) + seconds);
 }
 
-// Whether the device uses all that is pending by then.
+// Whether the device then uses all that is pending.
 static bool write_steps(FILE *out, const store_stage *stage,
                         const guarded_change *change, const char *older)
 {
@@ -222,7 +222,7 @@ static int64_t info_number(const char *text, const char *name)
   return value != nullptr ? strtoll(value, nullptr, 10) : 0;
 }
 
-// Of another boot, or of an older library, whose watcher knows the time.
+// From another boot, or from an older library, whose watcher knows the time.
 static int64_t seconds_left(const char *info, int64_t more = 0)
 {
   char boot[BOOT_SIZE];
@@ -231,7 +231,7 @@ static int64_t seconds_left(const char *info, int64_t more = 0)
   if (of_boot == nullptr || strncmp(of_boot, boot, strlen(boot)) != 0) {
     return 0;
   }
-  // Whatever number stands there, no difference is taken but a positive one.
+  // Whatever the number is, only a positive difference is used.
   const int64_t until = info_number(info, "until");
   const int64_t now = now_seconds() - more;
   return until > now ? until - now : 0;
@@ -270,7 +270,7 @@ bool guard_is_pending(const char *token)
   return text != nullptr && strcmp(text.get(), token) == 0;
 }
 
-// A file of the pending folder, in place of the one that is there.
+// Replaces a file of the pending folder.
 static bool replace_file(const char *name, const char *text, size_t length)
 {
   const store_stage here = {store.fd, "", 0, true};
@@ -361,8 +361,8 @@ bool guard_settle(const char *token)
 
 // --- putting back ------------------------------------------------------------
 
-// Makes the text of an old file a commit of its own, so that pages that were
-// made of what is there now are older.  False with a fault.
+// Gives the text of an old file a new commit number, so that pages made from
+// today's values count as older.  False with a fault.
 static bool make_old(const store_stage *stage, const char *old,
                      store_text *whole)
 {
@@ -375,7 +375,7 @@ static bool make_old(const store_stage *stage, const char *old,
   if (out == nullptr) {
     return false;
   }
-  // Which tables an older file held is not known: it counts for all.
+  // Which tables an older file held is unknown, so it counts for all.
   fprintf(out, "#orv 2 %" PRIu64 " -\n%s%s", stage->number,
           has_format ? "" : "#table *\n", old);
   return store_close_text(out, whole);
@@ -414,8 +414,8 @@ static void tell_others(const char *info)
   }
 }
 
-// Tells the history which watchers are to do their steps, and the caller which
-// actions are left to it.
+// Notes in the history which watchers have to do their steps, and for the
+// caller which actions are left to it.
 static void tell_steps(const char *info, guard_actor actor, FILE *acts)
 {
   guard_step step;

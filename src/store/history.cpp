@@ -1,7 +1,7 @@
 // The last saves.
 //
 // Owns the entry that is being written, for the life of the process.  An entry
-// is a part of the commit that it tells of.
+// is part of the commit that it describes.
 
 #include "history.h"
 
@@ -19,8 +19,8 @@
 #include "who.h"
 
 constexpr int ENTRIES_MAX = 10;
-// A device has little flash: what is older goes, and a save that would fill it
-// all by itself can be looked at, but not undone.
+// A device has little flash: older entries go, and a save that would fill the
+// history alone can be read there, but not undone.
 constexpr size_t BYTES_MAX = 64UL * 1024;
 constexpr size_t ENTRY_MAX = 24UL * 1024;
 constexpr size_t TOLD_MAX = 8UL * 1024;
@@ -28,14 +28,14 @@ constexpr size_t SHOWN_MAX = 200; // no form or sub-item has a longer name
 
 static store_text told;  // the entry's head and what changed
 static FILE *telling;    // writes it; NULL: no entry is begun
-static store_text noted; // how to get back
+static store_text noted; // how to undo it
 static FILE *noting;
-static size_t told_size; // of the lines of what changed
+static size_t told_size; // of the lines that describe the changes
 static size_t untold;    // lines that had no room
 
 // --- writing -----------------------------------------------------------------
 
-// Writes a name as a part of a word; it may come from a request.
+// Writes a name as part of a word; it may come from a request.
 static void put_name(const char *name)
 {
   const char *end = name + strnlen(name, SHOWN_MAX);
@@ -307,8 +307,8 @@ const char *history_line(char **lines, char kind)
 
 // --- going back --------------------------------------------------------------
 
-// What one file becomes: lines that are met later, which are older, take the
-// place of what was there.
+// The new content of one file: lines met later, which are older, replace those
+// met before.
 struct old_file {
   char name[STORE_NAME_MAX + 1];
   settings now;  // a value is NULL where there was none
@@ -407,7 +407,7 @@ static bool undo_line(char *line, uint64_t number)
              : is_no_history();
 }
 
-// Values of an older version of a form mean nothing to today's.
+// Values of an older version of a form may mean something else today.
 static bool undo_entry(history_entry *entry)
 {
   if (strcmp(entry->kind, HISTORY_MIGRATED) == 0) {

@@ -1,16 +1,16 @@
-// The last saves: who, when, what, and how to get back behind them.
+// The last saves: who, when, what, and how to undo them.
 //
 // The file .history holds an entry a save, the newest first:
 //
 //   @ NUMBER SECONDS USER ADDRESS FORM[/SUBITEM] KIND
 //   = what changed, a line as logs have it
-//   & FORM[/SUBITEM]     another form that is concerned
+//   & FORM[/SUBITEM]     another form that was changed
 //   < FILE NAME=VALUE    the value before
 //   + FILE NAME          there was none before
 //   ! FILE               nobody had stored the file before
-//   -                    the values before are too many to be kept
+//   -                    the values before were too many to be kept
 //
-// Secrets stand in no entry, so who goes back keeps today's.
+// No entry holds a secret, so restoring keeps today's.
 
 #ifndef STORE_HISTORY_H
 #define STORE_HISTORY_H
@@ -20,7 +20,7 @@
 #include "commit.h"
 #include "settings.h"
 
-// The kind of a save that brought settings to a new version of their forms.
+// The kind of a save that migrated settings to a new version of their forms.
 #define HISTORY_MIGRATED "migrated"
 
 // Begins the entry of a save that `stage` holds; `kind` is that, "saved",
@@ -29,24 +29,24 @@
 bool history_begin(const store_stage *stage, const char *form,
                    const char *subitem, const char *kind);
 
-// A line of what changed, and a form that is concerned besides.
+// Adds a line of what changed, or another form that was changed.
 void history_tell(const char *line);
 void history_also(const char *form);
 
-// A sign for who waits to know what became of the change `token`, and whether
-// one of the last saves has it.
+// Marks the entry for processes that wait for the outcome of the change
+// `token`; whether one of the last saves has that mark.
 void history_sign(const char *token);
 bool history_has_sign(const char *token);
 
-// How to get `before` back from `after`, without what is a secret of either.
+// Adds how to get `before` back from `after`, without the secrets of either.
 void history_note(const char *file, const settings *before,
                   const settings *after);
 
-// Writes the entry in front of the others, of which the oldest go, into the
-// stage.  False with a fault.
+// Writes the history into the stage with the entry in front and without the
+// oldest ones.  False with a fault.
 bool history_end(const store_stage *stage);
 
-// Writes the entries as they stand to `out`; false with a fault.
+// Writes the entries to `out` as they are stored; false with a fault.
 bool history_print(FILE *out);
 
 // An entry taken apart; all texts borrowed from the history's.
@@ -64,18 +64,18 @@ struct history_entry {
 // with a fault.
 char *history_read(void);
 
-// Takes the next entry off `*text`, in place; false behind the last and at what
-// is no entry, the latter with a fault.
+// Takes the next entry off `*text`, in place; false at the end, and with a
+// fault where there is no valid entry.
 bool history_next(char **text, history_entry *entry);
 
-// Takes lines off `*lines`, in place, up to one of the kind ('=', '&'): what it
-// says, NULL behind the last.
+// Takes lines off `*lines`, in place, up to one of the kind ('=', '&'): its
+// text, NULL at the end.
 const char *history_line(char **lines, char kind);
 
-// Writes into the stage all files that have changed since as they were before
-// the save `number`, with today's secrets: to be looked at, as all values stand
-// in them.  False with a fault: there is no such save, what was before is not
-// known, or it cannot be written.
+// Writes all files that have changed since into the stage as they were before
+// the save `number`, with today's secrets and with all values, to be read from
+// there.  False with a fault: there is no such save, the values before it are
+// unknown, or the files cannot be written.
 bool history_stage(const store_stage *stage, uint64_t number);
 
 #endif

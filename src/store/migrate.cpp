@@ -1,12 +1,12 @@
-// Settings of an older version of their form, brought to that of today.
+// Migration of settings that belong to an older version of their form.
 //
-// The device's maker knows what his values mean: his program gets the stored
-// ones as lines and prints those of the new version.  It runs with the rights
-// of who owns the settings, under the lock, one file at a time, and what it
-// prints is judged like a save.  Until all are done nothing is stored.
+// Only the device's maker knows what the values mean: the maker's program gets
+// the stored ones as lines and prints those of the new version.  It runs with
+// the rights of the settings' owner, under the lock, one file at a time, and
+// its output is checked like a save.  Nothing is stored until all are done.
 //
-// Does not guess: where there is no such program, older values count as they
-// are, and what they lack comes from the defaults.
+// Does not guess: without such a program, older values count as they are, and
+// missing ones come from the defaults.
 
 #include "migrate.h"
 
@@ -34,7 +34,7 @@
 #include "settings.h"
 #include "store_text.h"
 
-// A boot waits for it.
+// The boot waits for it.
 #ifndef MIGRATE_SECONDS
 #define MIGRATE_SECONDS 60
 #endif
@@ -42,7 +42,7 @@ constexpr size_t OUTPUT_MAX = 3UL * 1024 * 1024; // a file has 4 MiB at most
 constexpr size_t FAULT_SIZE = 300;
 constexpr int CANNOT_RUN = 127; // as a shell says it
 
-// One file on its way.
+// The migration of one file.
 struct migration {
   const char *name;
   const settings *old;
@@ -83,8 +83,8 @@ static bool make_input(const settings *old, store_text *text)
   return store_close_text(out, text);
 }
 
-// The same in a file without a name, which the program reads at its pace; -1
-// with a fault.
+// The same in an unnamed file, which the program reads at its own pace; -1 with
+// a fault.
 static int open_input(const settings *old)
 {
   store_text text = {};
@@ -203,8 +203,8 @@ static const char *words_of(const char *line, const char *key)
              : nullptr;
 }
 
-// Takes the lines apart, in place: those in front of the values say what the
-// old ones said, unless they are there.
+// Splits the lines, in place: header lines that are missing are taken over from
+// the old file.
 static bool take_words(char *text, migration *one)
 {
   char *rest = text;
@@ -283,7 +283,7 @@ static void tell(const migration *one)
 // follow the program's name.
 static bool convert(const char *path, migration *one, settings *values)
 {
-  // What that has replaced is older still, and may come back.
+  // What a pending change has replaced is older still, and may come back.
   if (guard_is_pending(nullptr)) {
     return store_fault("a change waits to be kept or to go back");
   }
@@ -297,12 +297,12 @@ static bool convert(const char *path, migration *one, settings *values)
       !take_words(text.get(), one) || !judge_values(one, values)) {
     return false;
   }
-  // What is written half is never stored.
+  // A file that is half written is never stored.
   broken = !begin() || !write_new(one, values);
   return !broken;
 }
 
-// An older library did not keep which tables it stored: all of them.
+// An older library did not record which tables it stored: all of them.
 static const char *old_tables(const settings *old)
 {
   return old->format < STORE_FORMAT ? " *" : old->tables;
@@ -337,7 +337,7 @@ static bool bring_up(const char *name, const settings *old)
                      name, old->version, path.get(), known, why);
 }
 
-// A file at fault leaves the others their chance.
+// One failing file does not stop the others.
 static bool migrate_file(int, const char *name, void *)
 {
   settings old;

@@ -1,12 +1,12 @@
 // A form whose script is this program.
 //
-// The page has judged what it could; here all of it is judged once more, under
-// the lock where it is stored, by the same checks.  What the template has as
-// text, box or list is stored and nothing else: neither what is only shown, nor
-// what a request names besides.  A value that is not in the request, because
+// The page has checked the values; here all of them are checked once more, by
+// the same checks, and under the lock when they are stored.  Only the
+// template's text fields, boxes and lists are stored: neither read-only items,
+// nor other names in a request.  A value that is not in the request, because
 // its field was not drawn, stays as it is.
 //
-// Owns the settings at hand for the life of the process.
+// Owns the form's settings for the life of the process.
 
 #include "own_form.h"
 
@@ -63,14 +63,14 @@ static const pt_body_item *find_item(const char *name)
   return item;
 }
 
-// By its name, or because the script that the form had before has said so.
+// By its name, or because an earlier script of the form has declared it one.
 static bool is_secret(const pt_body_item *item)
 {
   return orv_is_secret(item) ||
          (item->type == PT_TEXT_FIELD && settings_is_secret(&now, item->name));
 }
 
-// The secret that the box empties, NULL when it is another box.
+// The secret that the box clears, NULL for any other box.
 static const pt_body_item *cleared_by(const pt_body_item *box)
 {
   if (box->type != PT_CHECKBOX) {
@@ -105,7 +105,7 @@ static const char *as_box(const char *value)
   return value != nullptr && orv_string_is_true(value) != 0 ? "True" : "False";
 }
 
-// The item that the value belongs to, by its own name or as a table's cell.
+// The item of the value, by its own name or as a table's cell.
 static const pt_body_item *item_of(const char *name)
 {
   const size_t column = settings_column(name);
@@ -120,7 +120,7 @@ static const pt_body_item *item_of(const char *name)
   return item;
 }
 
-// The name as the template has it: a page makes no difference of letter case.
+// The name as spelled in the template: names are case-insensitive on a page.
 static const char *spell(const char *name)
 {
   static char spelled[NAME_SIZE];
@@ -142,7 +142,7 @@ static bool needs_script(const pt_body_item *column)
                      column->name);
 }
 
-// Which row a secret of a table belongs to, no page could say.
+// A page could not say to which row a blank secret of a table belongs.
 static bool has_no_secret_cell()
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
@@ -161,8 +161,8 @@ static bool has_no_secret_cell()
   return true;
 }
 
-// A sub-item is one that the device ships with; its file is no other form's,
-// since no form's name has the sign between.
+// Only sub-items that the device ships with exist; their files cannot be
+// another form's, since no form's name contains "@".
 static bool open_settings(const char *form, const char *subitem)
 {
   if (strchr(form, '@') != nullptr || !form_open(form)) {
@@ -195,7 +195,7 @@ static void read_setting(const setting *one)
   }
 }
 
-// What nobody has stored, so that it can be changed and emptied.
+// Items without a stored value, so that they can be changed and emptied.
 static void read_missing(const pt_body_item *item)
 {
   if (item->column >= 0 || !takes_input(item) ||
@@ -236,7 +236,7 @@ static void take_field(const pt_body_item *item, const char *name,
   if (item->type == PT_CHECKBOX) {
     set_value(name, o_best, as_box(sent));
   } else if (!is_secret(item) || sent[0] != '\0') {
-    set_value(name, o_best, sent); // a blank secret stays what it is
+    set_value(name, o_best, sent); // a blank secret stays as stored
   }
 }
 
@@ -251,8 +251,8 @@ static bool has_text_column(const pt_body_item *table)
   return false;
 }
 
-// Whether a row with that value is there.  A list always has one, so text
-// counts, and boxes where there is none.
+// Whether the value makes the row exist.  A list always has a value, so texts
+// decide, or boxes where there are no texts.
 static bool makes_row(const pt_body_item *cell, bool by_text, const char *value)
 {
   return by_text ? cell->type == PT_TEXT_FIELD && value[0] != '\0'
@@ -341,7 +341,7 @@ static bool take_table(const pt_body_item *table)
   return true;
 }
 
-// A box ticked wins over what a browser has filled in by itself.
+// A ticked box overrides what a browser has filled in by itself.
 static void clear_secrets()
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
@@ -376,7 +376,7 @@ static bool take_items()
   return true;
 }
 
-// Fills the variables: what is stored as reported, what was sent as the user's.
+// Fills the variables: stored values as reported, sent ones as the user's.
 static bool take_page()
 {
   for (size_t i = 0; i < now.count; i++) {
@@ -387,8 +387,7 @@ static bool take_page()
 
 // --- judging -----------------------------------------------------------------
 
-// The choices of such a list are settings: what a request says they are does
-// not count.
+// The choices of such a list are settings, so those in a request are ignored.
 static bool is_choice(const pt_body_item *item, const char *value)
 {
   for (int i = 0;; i++) {
@@ -447,7 +446,7 @@ static void judge_stamp()
   }
 }
 
-// Whether all that was sent is right; what is not has been reported.
+// Whether all values are valid; messages have been reported for the others.
 static bool judge()
 {
   judge_stamp();
@@ -505,7 +504,7 @@ static void order_items(FILE *out)
   }
 }
 
-// What the file holds besides, such as the choices of a list.
+// Other values of the file, such as the choices of a list.
 static void order_others(FILE *out)
 {
   for (size_t i = 0; i < now.count; i++) {
@@ -516,7 +515,7 @@ static void order_others(FILE *out)
   }
 }
 
-// They are stored as typed.
+// Secrets are stored as typed.
 static void order_secrets(FILE *out)
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
@@ -553,8 +552,8 @@ static char *make_order()
   return store_close_text(out, &order) ? order.bytes : nullptr;
 }
 
-// The page that confirms shall not carry on what nobody may see, nor that it
-// was to be emptied.
+// The confirmation page must carry neither a secret nor that it is to be
+// cleared.
 static void forget_secrets()
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
@@ -600,7 +599,7 @@ static bool write_form(const char *form, const char *subitem)
 
 // --- tasks -------------------------------------------------------------------
 
-// Beside the folder of the program's own name, not of what that leads to.
+// Beside the folder in the program's name, not beside the link's target.
 static bool set_places(const char *path)
 {
   const char *slash = strrchr(path, '/');
@@ -628,7 +627,7 @@ static bool run_task(const char *task, const char *form, const char *subitem)
   const bool writes = strcmp(task, "--write") == 0;
   const bool reads = strcmp(task, "--read") == 0;
   form_set_subitem(subitem);
-  store_find(); // a large request is held against its form before any lock
+  store_find(); // a large request is compared with its form before the lock
   if ((!reads && !intake_read(form)) || !store_open(writes)) {
     return false;
   }
@@ -667,7 +666,7 @@ int own_form_run(const char *path, int count, char **words)
   const bool done =
       set_places(path) &&
       (bar ? navbar_print(path) : run_task(task, words[1], subitem));
-  // A form without its values is none, and must not be saved.
+  // A form shown without its values must not be saved.
   const bool failed = !done && strcmp(task, "--read") == 0;
   if (!done && store_fault_text() != nullptr) {
     report_fault(store_fault_text(), failed);

@@ -1,8 +1,8 @@
 // A save.
 //
-// Owns the order at hand for the life of the process.  All of it is judged
-// before the first byte is written.  What changed is worked out from the files
-// themselves, so that it is what the device had and has.
+// Owns the order for the life of the process.  All of it is checked before the
+// first byte is written.  The changes are computed from the files themselves,
+// so they are what the device really had and has.
 
 #include "save.h"
 
@@ -58,7 +58,7 @@ struct told_change {
 };
 
 static char *order_text;    // owned: names and values point into it
-static orv_change *changes; // owned: what came of it
+static orv_change *changes; // owned: the result
 static told_change *told;   // owned: the same in words
 static size_t told_count;
 static char token[STORE_TOKEN_SIZE]; // of the guarded change, "": none
@@ -69,7 +69,7 @@ static word_list labels;
 static word_list columns; // of tables, without their rows' numbers
 static const char *owner = "-";
 static unsigned guard_seconds;         // 0: the change stays
-static const char *guard_command = ""; // what makes the device use it
+static const char *guard_command = ""; // makes the device use it
 static const char *guard_act_name;     // an action instead; NULL: none
 
 // --- the order ---------------------------------------------------------------
@@ -186,8 +186,8 @@ static bool take_words(char **order)
   return true;
 }
 
-// Whether all lines are values.  Another one would be lost in silence; a secret
-// that is named too late would be told.
+// Whether all lines are values.  Any other would be lost without a message; a
+// secret declared too late would be shown.
 static bool are_values(const char *line)
 {
   while (*line != '\0') {
@@ -253,7 +253,7 @@ static bool take_order(char *order)
 
 // --- judging -----------------------------------------------------------------
 
-// By the script that saves, or by one that saved before.
+// Declared by the script that saves, or by one that saved before.
 static bool is_secret(const char *name, void *)
 {
   for (const save_file *file = files; file < files + file_count; file++) {
@@ -310,7 +310,7 @@ static bool is_of_table(const char *name)
   return find_word(&columns, name, length) != nullptr;
 }
 
-// What is not stored comes from the defaults as before, but for rows.
+// Values that are not stored come from the defaults as before, except rows.
 static const char *value_after(const char *name, void *)
 {
   const char *shipped = nullptr;
@@ -336,8 +336,8 @@ static const char *label_of(const char *name, void *)
 static const orv_change_source SOURCE = {value_before, value_after, label_of,
                                          is_secret, nullptr};
 
-// What the form has no field for is called by its name.  `*end` is where the
-// list ends, which is not looked for again and again.
+// A value without a field is shown under its name.  `*end` is the end of the
+// list, which is not searched for each time.
 static bool find_others(const settings *all, orv_change ***end)
 {
   for (size_t i = 0; i < all->count; i++) {
@@ -417,8 +417,8 @@ static void write_tables(FILE *out)
   putc('\n', out);
 }
 
-// The secrets of the file that no name says, a blank before each: owned by the
-// caller, NULL without memory.
+// The secrets of the file that are not secrets by their names, a blank before
+// each: owned by the caller, NULL when memory ran out.
 static char *secret_names(const save_file *file)
 {
   size_t size = 1;
@@ -513,7 +513,7 @@ static bool write_stage(const store_stage *stage, const char *form,
 
 // --- telling -----------------------------------------------------------------
 
-// Writes a text so that a page shows its dollars, each as three.
+// Writes a text with each "$" as "$$$", which a page shows as "$".
 static void write_shown(FILE *out, const char *line)
 {
   size_t room = PAGE_LINE_MAX;
@@ -539,7 +539,7 @@ bool save_order(char *order, const char *form, const char *subitem)
   if (!form_open(form) && store_fault_text() != nullptr) {
     return false;
   }
-  // That no memory is left for telling it stops a save, too, before it begins.
+  // Without memory for the report a save is refused, too, before it begins.
   if (!find_changes() || !tell_changes()) {
     return store_fault("Out of memory");
   }

@@ -3,8 +3,8 @@
 #ifndef STORE_SCRIPT_LINES_H
 #define STORE_SCRIPT_LINES_H
 
-// Reports a value; of one that a page's line cannot hold the beginning, control
-// characters as blanks.
+// Reports a value, cut to what a page's line can hold, with control characters
+// as blanks.
 void report_value(const char *name, const char *value);
 
 // The same for a line of a list that a page shows, its end added; dollars are

@@ -1,9 +1,9 @@
-// Settings files: taken apart, and put together with their defaults.
+// Settings files: parsed, and merged with their defaults.
 //
-// A file becomes a list ordered by name, in which each name stands once.  What
-// is no line NAME=VALUE is passed over, as the script library does.
+// A file becomes a list ordered by name, in which each name occurs once.  Lines
+// that are not NAME=VALUE are skipped, as the script library does.
 //
-// Owns how names are spelled, for the life of the process.
+// Owns the function that spells names, for the life of the process.
 
 #include "settings.h"
 
@@ -23,7 +23,7 @@
 #include "orv_limits.h"
 #include "orv_secret.h"
 
-static settings_speller spell_name; // NULL: names stay as they stand
+static settings_speller spell_name; // NULL: names stay as they are
 
 void settings_spell_by(settings_speller spell)
 {
@@ -123,7 +123,7 @@ static void take_tables(char *line, settings *all)
   }
 }
 
-// Whether the line, which may be NULL, tells the version of the form.
+// Whether the line, which may be NULL, holds the version of the form.
 static bool take_version(const char *line, settings *all)
 {
   static const char key[] = "#version ";
@@ -137,9 +137,9 @@ static bool take_version(const char *line, settings *all)
   return true;
 }
 
-// Of lines of one name the last counts, and what was stored before what was
-// shipped.  Those of one file point into one text, so their places are their
-// order.
+// Of several lines of one name the last counts, and stored ones count before
+// shipped ones.  Those of one file point into one text, so their addresses give
+// their order.
 static int compare_settings(const void *a, const void *b)
 {
   const setting *left = static_cast<const setting *>(a);
@@ -275,8 +275,9 @@ bool settings_is_secret(const settings *all, const char *name)
   return orv_is_secret_name(name) || settings_names_secret(all, name);
 }
 
-// Whether the file holds the table that the cell `name` would belong to.  Of an
-// older file nobody knows ("*"), and rows that a user deleted stay deleted.
+// Whether the file holds the table that the cell `name` would belong to.  For
+// an older file this is unknown ("*"), and rows that a user deleted stay
+// deleted.
 static bool has_table_of(const settings *stored, const char *name)
 {
   const size_t length = settings_column(name);
@@ -364,7 +365,7 @@ static bool read_both(const char *name, char *text, settings *all,
   return settings_parse(name, text, defaults) && add_defaults(all, defaults);
 }
 
-// A row of the defaults may show itself only now as one of a stored table.
+// Only now may a row of the defaults turn out to belong to a stored table.
 static void spell_names(settings *all)
 {
   size_t kept = 0;
@@ -404,8 +405,8 @@ bool settings_has_stored(const settings *all)
   return one < all->list + all->count;
 }
 
-// Values of another version could mean something else.  Of an older one they
-// mean the same where the maker has no program that changes them.
+// Values of another version could have another meaning.  Those of an older one
+// have the same where the maker ships no program that migrates them.
 static bool judge_version(const char *name, const settings *all)
 {
   const unsigned known = all->shipped_version;

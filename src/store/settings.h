@@ -7,7 +7,7 @@
 //   NAME=VALUE
 //
 // An older head is "#orv TOKEN OWNER"; a file without one was made by hand, and
-// tells the version in its first line, as one of the defaults does.
+// has the version in its first line, as a file of defaults has.
 
 #ifndef STORE_SETTINGS_H
 #define STORE_SETTINGS_H

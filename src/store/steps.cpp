@@ -1,8 +1,8 @@
 // What is to be done when a guarded change goes back, and in which order.
 //
-// A turn is a lock of one byte, at the step's place, of a file that is always
-// there and that nobody else locks: it ends with its process, however that
-// ends. Owns the descriptor of that file, for the life of the process.
+// A turn is a lock of one byte, at the step's offset, in a file that always
+// exists and that nothing else locks: it ends with its process, however that
+// ends.  Owns the descriptor of that file, for the life of the process.
 
 #include "steps.h"
 
@@ -18,7 +18,7 @@
 static const char LINE[] = "step=";
 static const char NO_STEP[] = "-";
 static const char ACT[] = "act ";
-// A command may run for as long as an action; then the next one begins.
+// A command may run for as long as an action does; then the next one starts.
 constexpr int TURN_SECONDS = 60;
 constexpr long LOOK_NANOSECONDS = 50'000'000;
 constexpr int LOOKS_A_SECOND = 20;
@@ -28,8 +28,8 @@ static int turns = -1;
 
 // --- lines -------------------------------------------------------------------
 
-// FNV-1a: it tells commands apart, and keeps what stands in them out of a file
-// that is shown.
+// FNV-1a: it distinguishes commands, and keeps their text out of a file that is
+// shown.
 static uint64_t add_text(uint64_t sum, const char *text)
 {
   for (; *text != '\0'; text++) {

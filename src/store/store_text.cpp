@@ -1,7 +1,7 @@
 // Text of any length, written through a stream.
 //
-// The stream of the C library that does this (open_memstream) says nothing when
-// memory is short: it loses what does not fit.
+// The C library's stream for this (open_memstream) does not report lack of
+// memory: it silently loses what does not fit.
 
 #include "store_text.h"
 

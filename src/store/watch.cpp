@@ -1,9 +1,9 @@
-// Who waits until a guarded change is kept or goes back.
+// The watchers that wait until a guarded change is kept or goes back.
 //
 // Each change that has a step of its own has a watcher, which knows its
 // command; any of them puts back what is overdue, and then all do their steps
-// in the order of their turns.  Looks are without the lock.  What is decided is
-// decided under it, where no file is on its way.  Owns nothing.
+// in the order of their turns.  Watchers look without the lock, but decide
+// under it, when no file is being moved.  Own no state.
 
 #include "watch.h"
 
@@ -22,7 +22,7 @@
 #include "steps.h"
 #include "store_text.h"
 
-// How often a watcher looks, and how long others leave it to one that lives.
+// How often a watcher looks, and how long the others leave it to a live one.
 constexpr long WATCH_SECONDS = 1;
 constexpr int64_t GRACE_SECONDS = 3;
 static const char WHAT[] = "a guarded change";
@@ -38,7 +38,7 @@ static bool lock()
   return stage_folder() != nullptr || (store_lock(WHAT, 0) && store_finish());
 }
 
-// A save may take long, but what was promised must not be given up for it.
+// A save may take long, but the promise to go back must be kept all the same.
 // False when the folder itself is gone.
 static bool lock_at_last()
 {
@@ -58,7 +58,7 @@ static bool lock_at_last()
 
 enum change_state { WAITS, WENT_BACK, IS_OVER };
 
-// Asks for the actions whose own watchers have died.
+// Requests the actions whose own watchers have died.
 static void ask_actions(char *acts)
 {
   static const char key[] = "act=";
@@ -66,12 +66,12 @@ static void ask_actions(char *acts)
   for (char *line = strtok_r(rest, "\n", &rest); line != nullptr;
        line = strtok_r(nullptr, "\n", &rest)) {
     act_ask(line + strlen(key));
-    store_forget_fault(); // nobody is there to be told
+    store_forget_fault(); // there is nobody to report it to
   }
 }
 
-// Puts back as `actor`; in `acts`, which is owned by the caller, what is left
-// to do.
+// Puts the change back as `actor`; `acts`, owned by the caller, receives what
+// is left to do.
 static bool put_back(guard_actor actor, owned_text *acts)
 {
   store_text text;
@@ -85,7 +85,7 @@ static bool put_back(guard_actor actor, owned_text *acts)
   return back && made;
 }
 
-// Under the lock.  What is still on its way to its place has ended there.
+// Under the lock, when files that were being moved have reached their places.
 static change_state judge(const char *token, owned_text *acts)
 {
   if (!guard_waits(token)) {
@@ -135,7 +135,7 @@ bool watch_change(const char *token)
 
 // --- beside the watchers -----------------------------------------------------
 
-// Whether nobody else will: a watcher that lives looks each second.
+// Whether no watcher will do it: a live one looks every second.
 static bool is_left_to_us()
 {
   guard_step step;
