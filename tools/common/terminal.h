@@ -1,5 +1,5 @@
-// Foreign text on a terminal, which obeys control characters: names, values and
-// messages of a device's files and scripts are written through here.
+// Untrusted text on a terminal, which obeys control characters: names, values
+// and messages from a device's files and scripts are written through this.
 
 #ifndef COMMON_TERMINAL_H
 #define COMMON_TERMINAL_H

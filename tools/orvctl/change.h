@@ -1,5 +1,5 @@
-// Changes to a form that are made as a person makes them: fields that stand on
-// the page are set, and where others are wanted, the page is drawn once more.
+// Changes to a form, made as a person makes them: fields that are on the page
+// are set, and when others are needed, the page is drawn once more.
 
 #ifndef ORVCTL_CHANGE_H
 #define ORVCTL_CHANGE_H
@@ -12,7 +12,7 @@
 struct wanted_value {
   const char *name;
   const char *value;
-  bool set; // it stands in the page
+  bool set; // it is in the page
   int line; // of the file that it comes from, 0: of none
 };
 
@@ -26,7 +26,7 @@ bool change_values(const char *form, wanted_value *values, size_t count);
 // page has no such row.
 bool change_delete_row(const pt_body_item *table, int row);
 
-// Goes over to the expert view where the simple one does not show the table;
+// Switches to the expert view when the simple one does not show the table;
 // false, with the page's message, when it cannot be drawn.
 bool change_show_table(const pt_body_item *table);
 

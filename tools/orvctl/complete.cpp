@@ -1,5 +1,5 @@
-// What may stand at the cursor of a command line, one row of a table a place.
-// Keeps nothing; asks the device anew for each word.
+// Completion: what can be typed at the cursor, one row of a table for each
+// place. Keeps no state; asks the device anew for each word.
 
 #include "complete.h"
 
@@ -66,7 +66,7 @@ static bool takes_value(const page_field *field)
          field->kind == FIELD_LIST;
 }
 
-// NAME= of a field, or where that has been typed, what may stand behind it.
+// NAME= of a field or, where that has been typed, its possible values.
 static void offer_setting(const char *typed, const page_field *field,
                           const char *name)
 {
@@ -125,7 +125,7 @@ static void offer_fields(int count, char **words)
   }
 }
 
-// What has been typed before counts: one field brings another into the page.
+// Values typed before are set first: one field may make another appear.
 static void set_typed(int count, char **words)
 {
   for (int i = 0; i < count; i++) {

@@ -1,11 +1,11 @@
-// What may stand at the cursor of a command line, for a shell's completion.
+// Completion for shells: what can be typed at the cursor of a command line.
 
 #ifndef ORVCTL_COMPLETE_H
 #define ORVCTL_COMPLETE_H
 
 // Prints `word` on a line of its own if the word typed so far begins it.
-// Nothing is printed that a shell or a terminal could take for more than a
-// name: a script may have taken the word from anywhere.
+// Words that a shell or a terminal could take for more than a name are left
+// out: a script may have them from anywhere.
 void complete_offer(const char *typed, const char *word);
 
 // Prints what may follow the command words[0] and the words behind it, the last

@@ -1,10 +1,10 @@
-// A backup of the device as plain text, and the way back.
+// Backup of the device as plain text, and restoring it.
 //
-// Owns the dump that is being applied.  Every page is judged before the first
-// script stores anything.  Then all are saved as one step, each judged once
-// more: a page that another one makes wrong is refused when its turn comes, and
-// nothing of the step is stored.  What a script stores by itself is, and is
-// told.
+// Owns the dump that is being applied.  Every page is checked before the first
+// script stores anything.  Then all are saved as one step, and each is checked
+// once more: a page that another one makes invalid is refused when its turn
+// comes, and nothing of the step is stored.  What a script stores in its own
+// way stays stored, which is reported.
 
 #include "dump.h"
 
@@ -49,14 +49,14 @@ static bool is_dumped(const page_field *field, bool secrets)
   return secrets || !page_is_secret(field->name);
 }
 
-// A secret that the read script keeps to itself all the same.
+// A secret that the read script does not show even here.
 static bool is_kept(const page_field *field)
 {
   return page_is_secret(field->name) &&
          orv_get_var(&cfg_vars, field->name, o_orig) == nullptr;
 }
 
-// The blank rows that a table offers are no part of it.
+// The blank rows that a table offers are left out.
 static void dump_fields(bool secrets)
 {
   const pt_body_item *table = nullptr;
@@ -83,7 +83,7 @@ static void dump_fields(bool secrets)
   }
 }
 
-// What the device stores of secrets that no field shows.
+// The stored hashes of secrets that no field shows.
 static void dump_stored_secrets()
 {
   for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
@@ -95,8 +95,8 @@ static void dump_stored_secrets()
   }
 }
 
-// A form that is submitted whether or not anything has changed does something
-// rather than keep it: a restart is no setting.
+// A form that is submitted whether or not anything has changed is a command
+// rather than settings: a restart is not backed up.
 static bool dump_page(const site_page *page, bool secrets)
 {
   if (!page_open(page->form, page->subitem, false)) {
@@ -179,7 +179,7 @@ char *dump_settings(char **names, int count)
 constexpr size_t PLACE_SIZE = 100; // a line's number and what is wrong with it
 
 static const dump_part *applied;   // borrowed: while its page is open
-static page_result applied_result; // what it came to
+static page_result applied_result; // of the last page
 
 // A message for a column is about the cells that failed.
 static bool is_about(const char *name, const char *field)
@@ -225,8 +225,8 @@ static bool shorten_tables(const dump_part *part)
   return !marked || page_redraw();
 }
 
-// Hands over what the device has stored of secrets; its scripts decide whether
-// they take it.
+// Passes stored hashes of secrets on; the form's scripts decide whether to take
+// them.
 static bool put_secrets(const dump_part *part)
 {
   for (size_t i = 0; i < part->secret_count; i++) {
@@ -300,7 +300,7 @@ static int save_parts(dump_file *dump, bool *others)
       return EXIT_FAILURE;
     }
     if (device_saves() < 0) {
-      break; // to commit says why it cannot
+      break; // the commit then reports why
     }
   }
   return EXIT_SUCCESS;
@@ -348,7 +348,7 @@ static int save_together(dump_file *dump, const char *file)
   return saved ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-// Reports the first line that is wrong.
+// Reports the first wrong line.
 static bool parse_dump(dump_file *dump, const char *file)
 {
   int number;

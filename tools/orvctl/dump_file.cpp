@@ -1,4 +1,4 @@
-// Reading a dump, its text taken apart in place, and writing a value of one.
+// Reading a dump, whose text is split in place, and writing a value of one.
 
 #include "dump_file.h"
 
@@ -12,7 +12,7 @@
 
 static const char NO_MEMORY[] = "out of memory";
 
-// Makes room for one element more behind `count` of them; zero-filled.
+// Makes room for one more element behind the first `count`; zero-filled.
 template <typename T> static T *grow(T **list, size_t *count)
 {
   char *block = reinterpret_cast<char *>(*list);

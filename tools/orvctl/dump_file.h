@@ -15,7 +15,7 @@
 
 struct wanted_value;
 
-// What lines other than values begin with, as they are written and read.
+// The beginnings of lines other than values, as they are written and read.
 constexpr char DUMP_NOT_SAVED[] = "# not saved here: ";
 constexpr char DUMP_SECRET[] = "secret ";
 
@@ -46,19 +46,19 @@ struct dump_file {
 };
 
 // Reads all of `fp` into `text`, owned by the caller, NULL when it is empty.
-// False also for what is no text: a NUL byte would hide what stands behind it.
+// False also for binary data: a NUL byte would hide what follows it.
 bool dump_read(FILE *fp, char **text);
 
-// Takes the text apart into its parts.  NULL, or what is wrong with the line
-// `*number`; a text that stays.
+// Splits the text into its parts.  NULL, or a static text that says what is
+// wrong with the line `*number`.
 const char *dump_parse(dump_file *dump, int *number);
 
 // Frees the text and the parts.
 void dump_free(dump_file *dump);
 
-// Writes a value and a line end.  A dump is looked at on terminals, and read
-// back: control characters stand in it as \x1b, and so does a backslash that
-// could be taken for such a one.
+// Writes a value and a line end.  A dump is shown on terminals, and read back:
+// control characters are written like \x1b, and so is a backslash that could be
+// taken for the beginning of one.
 void dump_put_value(FILE *out, const char *value);
 
 #endif

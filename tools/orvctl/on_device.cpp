@@ -1,7 +1,7 @@
-// The device that orvctl works on.
+// Access to the device's settings.
 //
-// Owns the step that has begun.  Scripts know it by a random name in their
-// environment, which no request hands on.
+// Owns the transaction that has begun.  Scripts get its random name in their
+// environment; a request never passes one on.
 
 #include "on_device.h"
 
@@ -37,7 +37,7 @@ static bool report_fault()
   return false;
 }
 
-// What is root's own is nothing to the scripts any more.
+// Scripts must not inherit what belongs to root alone.
 static void name_home(const struct passwd *entry)
 {
   if (entry != nullptr) {
@@ -100,7 +100,7 @@ bool device_enter(void)
 {
   store_find(); // for the scripts
   if (geteuid() != 0) {
-    return true; // who cannot use the settings hears it from a script
+    return true; // a script reports what cannot be used
   }
   if (!store_open(false)) {
     return report_fault();
@@ -148,7 +148,7 @@ bool device_begin(void)
     return store_fault_text() == nullptr;
   }
   stage_join();
-  if (stage_folder() != nullptr) { // a script has started us
+  if (stage_folder() != nullptr) { // started by a script
     return true;
   }
   begun = store_lock_for("orvctl apply") && transaction_begin(&stage, token);

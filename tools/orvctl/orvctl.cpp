@@ -1,8 +1,8 @@
 // orvctl: the forms of the device from a terminal.
 //
-// One command a call, one row of a table a command.  What a page would show,
-// check and store is done by the same code as behind the web server (page.h);
-// here stand the command line and what is printed.
+// One command a call, one row of a table for each command.  What a page shows,
+// checks and stores is done by the same code as behind the web server (page.h);
+// this file has the command line and the output.
 
 #include <pwd.h>
 #include <signal.h>
@@ -195,8 +195,8 @@ static int get_values(int count, char **words)
 
 // --- set ---------------------------------------------------------------------
 
-// Takes NAME=VALUE words apart in place; the list is owned by the caller
-// (free).  NULL, reported, when one is none.
+// Splits NAME=VALUE words in place; the list is owned by the caller (free).
+// NULL, reported, when a word has another shape.
 static wanted_value *take_values(int count, char **words)
 {
   wanted_value *values = static_cast<wanted_value *>(
@@ -419,7 +419,7 @@ static int table_rows(int count, char **words)
 
 // --- dump and apply ----------------------------------------------------------
 
-// The system log tells who has taken the settings, and who brought others.
+// The system log shows who has read all settings, and who has replaced them.
 static int log_use(int status, const char *done, const char *failed)
 {
   store_who who;
@@ -486,7 +486,7 @@ static int restore(int, char **words)
   return past_restore(number, dry_run);
 }
 
-// Whether the person at the terminal wants it.
+// Asks the person at the terminal for confirmation.
 static bool ask(const char *form)
 {
   char answer[8] = "";
@@ -514,8 +514,7 @@ static int reset(int count, char **words)
 
 // --- the command line --------------------------------------------------------
 
-// Scripts tell the log who changed what, as they do for users of the web
-// server.
+// Scripts log who changed what, as they do for users of the web server.
 static void name_user()
 {
   const char *user = getenv("SUDO_USER");
@@ -534,8 +533,8 @@ static void name_user()
   unsetenv("GATEWAY_INTERFACE");
 }
 
-// A terminal that goes away, and its interrupt key, end a script or let it
-// finish as SIGTERM does; under nohup(1) they end nothing.
+// A terminal that hangs up, and its interrupt key, act like SIGTERM: a script
+// is ended, or runs to its end.  Under nohup(1) they end nothing.
 static void catch_hangup()
 {
   struct sigaction terminated;

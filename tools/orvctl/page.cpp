@@ -2,8 +2,8 @@
 //
 // Owns the open page: its header and body.  The variable lists are used as a
 // request uses them, emptied and filled again by each.  What is drawn, which
-// values are right and what scripts are told is decided by the same code as for
-// a browser; here stands only what a browser posts.
+// values are valid and what scripts get is decided by the same code as for a
+// browser; this file only does what a browser does when it posts.
 
 #include "page.h"
 
@@ -28,7 +28,7 @@
 
 static pt_header *hdr;      // owned: the form shown
 static pt_body_item *body;  // owned: its items
-static orv_change *changes; // owned: what the last Submit came to
+static orv_change *changes; // owned: of the last Submit
 static bool has_changed;    // the same in one word
 static const char *message; // borrowed: the page's, NULL when none
 static char *told;          // owned: what a script said, for `message`
@@ -103,8 +103,8 @@ static void take_told(const char *text)
   message = told != nullptr ? told : text;
 }
 
-// Whether the read script could make nothing of the page: there is no such
-// sub-item, or its settings cannot be read.  Its message is then the page's.
+// Whether the read script has refused the page: there is no such sub-item, or
+// its settings cannot be read.  Its message is then that of the page.
 static bool is_refused()
 {
   const char *msg = orv_get_var(&err_vars, "msg", o_undefined);
@@ -297,8 +297,8 @@ static const char *own_label(const char *name, void *)
              : nullptr;
 }
 
-// Works out what is about to be saved, while the values are those that the
-// write script gets: it may empty secrets.  False without memory.
+// Computes what is about to be saved, while the values are those that the write
+// script gets: it may clear secrets.  False when memory ran out.
 static bool find_changes()
 {
   static const orv_change_source source = {old_value, new_value, own_label,
@@ -314,7 +314,7 @@ static bool find_changes()
   return whole;
 }
 
-// A save is whole or has not begun, whatever becomes of the terminal.
+// A save is complete or has not begun, whatever happens to the terminal.
 page_result page_submit(bool dry)
 {
   forget_changes();

@@ -39,7 +39,7 @@ struct page_link {
   page_link *next;
 };
 
-// What a press of Submit came to.
+// The result of a press of Submit.
 enum page_result {
   PAGE_SAVED,     // every check passed, the write script has stored it
   PAGE_UNCHANGED, // nothing differs from what the device has: no script ran
@@ -61,12 +61,12 @@ bool page_redraw(void);
 // those of the page that was pressed.
 page_result page_submit(bool dry);
 
-// What the press before has saved, or would have: whether anything differs from
+// What the last press has saved, or would have: whether anything differs from
 // what the device has, and what, borrowed until the next press.
 bool page_has_changed(void);
 const orv_change *page_changes(void);
 
-// Gives up the page; nothing of it is valid afterwards.
+// Closes the page; nothing of it is valid afterwards.
 void page_close(void);
 
 // Borrowed until the page is drawn again.
@@ -88,7 +88,7 @@ const pt_body_item *page_table_of(const pt_body_item *cell);
 // The deletion box of a table's row, or NULL.
 page_field *page_find_delete(const pt_body_item *table, int row);
 
-// Lets the page offer so many blank rows of the table, from the next drawing
+// Makes the page offer that many blank rows of the table from the next drawing
 // on.
 void page_offer_rows(const pt_body_item *table, int blank_rows);
 
@@ -99,7 +99,7 @@ const pt_body_item *page_find_item(const char *name);
 // or why it cannot.
 const char *page_put_secret(const char *name, const char *value);
 
-// Sets what the field posts.  NULL, or why it cannot be (a text that stays).
+// Sets what the field posts.  NULL, or why it cannot be set (a static text).
 const char *page_choose(page_field *field, const char *value);
 
 // What the user would see of the field: boxes as True or False, nothing as "".

@@ -1,8 +1,8 @@
-// The last saves, and ways back.
+// The last saves, and how to undo them or to reset forms.
 //
-// A form's scripts read the older settings in a step that is never stored; what
-// its page shows then is saved like a dump.  So no value gets past a check, and
-// what a form computes from others is computed anew.
+// A form's scripts read the older settings in a transaction that is never
+// stored; what its page shows then is saved like a dump.  So no value bypasses
+// a check, and computed values are computed anew.
 
 #include "past.h"
 
@@ -119,7 +119,7 @@ void past_each_number(void (*told)(uint64_t number))
 
 // --- going back --------------------------------------------------------------
 
-// The forms that are concerned; none: all of the device.
+// The forms to save; none: all forms of the device.
 struct form_list {
   char *names[FORMS_MAX]; // borrowed
   int count;

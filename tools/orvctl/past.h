@@ -1,4 +1,4 @@
-// The last saves, and ways back: behind them, or to what was shipped.
+// The last saves, and how to undo them or to reset forms.
 
 #ifndef ORVCTL_PAST_H
 #define ORVCTL_PAST_H
@@ -8,16 +8,16 @@
 // Prints the last saves, the newest first.  The exit status.
 int past_list(void);
 
-// Calls `told` for each save's number; a fault offers none.
+// Calls `told` with the number of each save; with none after a fault.
 void past_each_number(void (*told)(uint64_t number));
 
-// Saves each form that was concerned since as it was before the save `number`,
-// all as one step; secrets stay as they are.  With `dry`, nothing is saved. The
-// exit status.
+// Saves each form that was changed since as it was before the save `number`,
+// all as one step; secrets stay as they are.  With `dry`, nothing is saved.
+// Returns the exit status.
 int past_restore(uint64_t number, bool dry);
 
-// Saves the form named, FORM or FORM/SUBITEM, as it is over an empty state;
-// NULL: every page with input, as one step.  The exit status.
+// Saves the form FORM or FORM/SUBITEM as it is without stored settings; NULL:
+// every page with input, as one step.  Returns the exit status.
 int past_reset(char *name, bool dry);
 
 #endif

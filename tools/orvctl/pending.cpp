@@ -1,4 +1,4 @@
-// A change that goes back unless it is kept, at a terminal.
+// A pending change, which goes back unless it is kept, at a terminal.
 //
 // Owns the token of the change that was pending before, for the life of the
 // process.
@@ -22,7 +22,7 @@ constexpr size_t TIME_SIZE = 40;
 
 static char noted[STORE_TOKEN_SIZE]; // "": none
 
-// What is pending.  That it cannot be read is no fault of a save.
+// The pending change.  That it cannot be read does not make a save fail.
 static bool read_pending(pending_change *pending)
 {
   const bool is_any = device_open() && guard_read(pending);
@@ -56,7 +56,7 @@ static void write_clock(int64_t clock, char (&text)[TIME_SIZE])
   }
 }
 
-// For the person alone: what is read by programs stays as it is.
+// Only for a person: the output for programs stays the same.
 static void pending_line(const pending_change *pending)
 {
   char clock[TIME_SIZE];
@@ -126,7 +126,7 @@ void pending_tell_all(void)
 
 // --- keeping -----------------------------------------------------------------
 
-// Calls `told` for each line of what the change is.
+// Calls `told` for each line that describes the change.
 static void each_change(char *text, void (*told)(const char *line))
 {
   static const char key[] = "change=";

@@ -1,8 +1,8 @@
-// What the commands tell.
+// The output of the commands.
 //
-// Owns the state of the JSON being written: whether a comma is due; and what is
-// held back of forms that are stored together.  Lines for a person go to
-// standard output, messages of a refusal to standard error; JSON goes to
+// Owns the state of the JSON being written (whether a comma is due) and the
+// output held back about forms that are stored together.  Lines for a person go
+// to standard output, messages of a refusal to standard error; JSON goes to
 // standard output alone, refusals included.
 
 #include "report.h"
@@ -27,7 +27,7 @@ bool report_skipped_stay;
 
 static bool comma_due; // a value has been written at this level
 
-// What is told of one form.
+// The output about one form.
 struct held_text {
   char *text; // owned
   size_t size;
@@ -193,7 +193,7 @@ static void each_change(void (*tell)(const orv_change *))
 
 // --- what went wrong ---------------------------------------------------------
 
-// A message, with the place of what it is about.
+// A message with its place.
 static void message_line(const char *about, int line, const char *text)
 {
   if (report_at.file != nullptr && line > 0) {
@@ -296,7 +296,7 @@ static const char *result_word(page_result result, bool dry)
   }
 }
 
-// What a Submit came to, as both ways of telling it get it.
+// The result of a Submit, for both kinds of output.
 struct outcome {
   const char *form;
   page_result result;
@@ -421,10 +421,10 @@ void report_settle(bool lasts)
 {
   end_held();
   held->lasts = lasts;
-  hold_next(); // without memory, what comes is told at once
+  hold_next(); // without memory, output is printed at once
 }
 
-// The list as it was told, its latest form last.
+// The list in the order of the output, the latest form last.
 static held_text *turn_around(held_text *list)
 {
   held_text *turned = nullptr;

@@ -1,5 +1,5 @@
-// What the commands tell: for a person as lines, for a program as JSON
-// (RFC 8259, one value a command).
+// The output of the commands: lines for a person, JSON for a program (RFC 8259,
+// one value for each command).
 
 #ifndef ORVCTL_REPORT_H
 #define ORVCTL_REPORT_H
@@ -11,11 +11,11 @@
 #include "page.h"
 
 extern bool report_json;  // set by the option --json
-extern bool report_quiet; // only refusals are told
+extern bool report_quiet; // report only refusals
 
-// Where what is being carried out stands, to be told with its faults; `file`
-// NULL: in a command line.  `line_of` gives the line that sets the field, by
-// the name under which an error was reported.
+// The place that faults are reported with: a line of a file, `file` NULL: the
+// command line.  `line_of` gives the line that sets a field, by the name under
+// which an error was reported.
 struct report_place {
   const char *file; // borrowed
   int line;
@@ -46,22 +46,22 @@ struct report_skipped {
 };
 extern bool report_skipped_stay; // they are secrets that stay as they are
 
-// Tells what a Submit of the open page came to, with what has changed or with
-// every message beside its field's name, and what was skipped.  The exit status
-// that follows: 0, or 1 when it was refused.
+// Reports the result of a Submit of the open page, with the changes or with
+// every message beside its field's name, and what was skipped.  Returns the
+// exit status: 0, or 1 when it was refused.
 int report_result(const char *form, page_result result, bool dry,
                   report_skipped skipped);
 
-// Tells why a command could not be carried out, as the program's own message.
+// Reports why a command failed, as the program's own message.
 void report_failure(const char *form, const char *text);
-// The same of a text that is put together.
+// The same with a format as for printf.
 void report_fault(const char *form, const char *format, ...)
     __attribute__((format(printf, 2, 3)));
 
-// What is told of several forms that are stored together.  From report_hold on
-// nothing is printed but messages; report_settle ends what is told of one form,
-// which `lasts` when it is true whatever becomes of the others; report_release
-// prints all of it, or, without `whole`, what lasts.
+// The output about several forms that are stored together.  From report_hold on
+// only messages are printed; report_settle ends the output about one form,
+// which `lasts` when it is true whatever happens to the others; report_release
+// prints all of it or, without `whole`, what lasts.
 bool report_hold(void); // false without memory
 void report_settle(bool lasts);
 void report_release(bool whole);

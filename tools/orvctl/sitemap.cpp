@@ -1,5 +1,5 @@
-// Which pages the device has.  Nothing is kept between calls; a page that
-// cannot be opened is listed with its fault, and what only it links to is not
+// The pages of the device.  Keeps no state between calls; a page that cannot be
+// opened is listed with its fault, and pages that only it links to are not
 // found.
 
 #include "sitemap.h"
@@ -13,7 +13,7 @@
 #include "page.h"
 
 static const char MENU_FORM[] = "orvmenu";
-// More pages than a device has; links that lead on for ever end here.
+// More pages than a device has; endless chains of links stop here.
 constexpr int PAGES_MAX = 5000;
 
 void sitemap_free(site_page *pages)
@@ -87,7 +87,7 @@ static site_page *add_page(site_page *pages, site_page *last, const char *form,
   return page;
 }
 
-// Opens the page and tells what it is.
+// Opens the page and describes it.
 static void visit(site_page *page)
 {
   if (!page_open(page->form, page->subitem, true)) {

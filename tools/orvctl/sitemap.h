@@ -1,4 +1,4 @@
-// Which pages the device has: those that can be reached from its start page.
+// The pages of the device: those that can be reached from its start page.
 
 #ifndef ORVCTL_SITEMAP_H
 #define ORVCTL_SITEMAP_H
@@ -21,8 +21,8 @@ site_page *sitemap_read(void);
 
 void sitemap_free(site_page *pages);
 
-// Takes FORM or FORM/SUBITEM apart: a page of its own, owned by the caller
-// (sitemap_free), or NULL without memory.
+// Splits FORM or FORM/SUBITEM into a page of its own, owned by the caller
+// (sitemap_free), or NULL when memory ran out.
 site_page *sitemap_name(const char *name);
 
 #endif

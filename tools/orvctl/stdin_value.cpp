@@ -1,5 +1,5 @@
-// Values that come from standard input.  Owns the lines read, until they are
-// given up; they are overwritten then, as they may be secrets.
+// Values from standard input.  Owns the lines read until input_free, which
+// overwrites them, as they may be secrets.
 
 #include "stdin_value.h"
 
@@ -32,7 +32,7 @@ void input_free(void)
   }
 }
 
-// The next line, NULL when there is none; one with a NUL byte is none.
+// The next line, NULL when there is none or it holds a NUL byte.
 static const char *read_line()
 {
   input_line *line = static_cast<input_line *>(must_malloc(sizeof *line));

@@ -1,5 +1,5 @@
-// Values that come from standard input: what is in a command line, every user
-// of the device can read in its list of processes.
+// Values from standard input: every user of the device can read command lines
+// in the list of processes.
 
 #ifndef ORVCTL_STDIN_VALUE_H
 #define ORVCTL_STDIN_VALUE_H
@@ -8,10 +8,10 @@
 
 #include "change.h"
 
-// Gives every value "-" of a field of the open page that a person types into
-// the next line of standard input, its line end left out; so a "-" itself is
-// given that way, too.  A list or box takes "-" as it stands.  The texts are
-// valid until input_free.  False, reported, when a line is missing.
+// Replaces every value "-" of a text field of the open page by the next line of
+// standard input, without its line end; a "-" itself is given that way, too.
+// For a list or box "-" is an ordinary value.  The texts are valid until
+// input_free. False, reported, when a line is missing.
 bool input_values(const char *form, wanted_value *values, size_t count);
 
 void input_free(void);

@@ -1,4 +1,4 @@
-// What there is instead of a name that does not exist.  Keeps nothing.
+// Suggestions for a name that does not exist.  Keeps no state.
 
 #include "suggest.h"
 
@@ -108,8 +108,8 @@ static void tell(const char *form, const char *text, const char *name,
                there != nullptr ? there.get() : "");
 }
 
-// A name that the template has is no slip: its field is hidden, or its row is
-// not there.
+// A name in the template is no typing error: its field is hidden, or its row
+// does not exist.
 void unknown_field(const char *form, const char *text, const char *name)
 {
   if (page_find_item(name) != nullptr) {

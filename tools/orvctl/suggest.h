@@ -1,5 +1,5 @@
-// What there is instead of a name that does not exist, and which of it was
-// meant.
+// Suggestions for a name that does not exist: the names that do, and the one
+// that was probably meant.
 
 #ifndef ORVCTL_SUGGEST_H
 #define ORVCTL_SUGGEST_H
@@ -9,7 +9,7 @@
 
 struct pt_body_item;
 
-// As much of a name as is compared and proposed.
+// How much of a name is compared and suggested.
 constexpr size_t SUGGEST_SIZE = 64;
 
 struct suggestion {
@@ -27,19 +27,19 @@ void suggest_begin(suggestion *of, const char *wanted);
 // Adds a name that exists.
 void suggest_name(suggestion *of, const char *name);
 
-// What to tell of them, to be put behind a message, the list of all behind
-// `words`: owned by the caller (free), NULL without memory.
+// The suggestion to append to a message, with the list of all names after
+// `words`: owned by the caller (free), NULL when memory ran out.
 char *suggest_end(suggestion *of, const char *words);
 
-// Each reports that `name` is unknown, as `text` says with it in place of %s,
-// and what there is: fields that the open page shows, its tables, a table's
-// columns.
+// Each reports that `name` is unknown by `text`, with the name in place of %s,
+// and which names exist: the fields that the open page shows, its tables, a
+// table's columns.
 void unknown_field(const char *form, const char *text, const char *name);
 void unknown_table(const char *form, const char *name);
 void unknown_column(const char *form, const pt_body_item *table,
                     const char *name);
-// Reports why the page of that name could not be opened, and where there is no
-// such form, the device's pages.
+// Reports why the page of that name could not be opened and, when there is no
+// such form, the pages of the device.
 void unopened_form(const char *name);
 
 #endif
