@@ -1,11 +1,12 @@
 // What a form's scripts take and report, against what its template has: rows of
 // columns, arms for the page's lines, names that nobody shows.
 
+#include "agree.h"
+
 #include <ctype.h>
 
 #include <algorithm>
 
-#include "agree.h"
 #include "flow.h"
 #include "references.h"
 #include "rules.h"
