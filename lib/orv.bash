@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2034,SC2053,SC2015,SC1090
 # What a form's script needs for a page that is shown: larkspur-script(7).  It
-# starts nothing; orv_table.bash and orv_store.bash are read when they are used.
+# starts nothing; the other files beside it are read when they are used.
 # Nothing that a file or a request holds is ever run: names are judged before
 # they become a subscript or meet a pattern.
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C; umask 077 # patterns mean bytes
@@ -8,7 +8,7 @@ export ORV_STATE=${ORV_STATE:-${BASH_SOURCE[0]%/*}/../state}
 export ORV_DEFAULTS=${ORV_DEFAULTS:-${BASH_SOURCE[0]%/*}/../defaults}
 declare -gA orv=() orv_was=() orv_label=() orv__stamps=()
 orv__task=$1 orv__form=${2:0:50} orv__subitem=$3 orv__token=${EPOCHSECONDS:-0}.$$.$RANDOM
-orv_failed=0 orv__files=() orv__got=0
+orv_failed=0 orv__files=() orv__got=0 orv__program=''
 # orv_load FILE...: the stored values, lines NAME=VALUE, and of ORV_DEFAULTS what
 # they lack; 1 if there is neither.  All files are as one save left them.
 orv_load() {
@@ -80,10 +80,10 @@ orv_stamp() {
   done
   orv_put orv_stamp "$newest $orv__token"
 }
-orv_rows() { orv__more table "$@"; } && orv_pack() { orv__more table "$@"; }
 orv__more() { . "${BASH_SOURCE%/*}/orv_$1.bash" && "${FUNCNAME[1]}" "${@:2}"; }
-printf -v REPLY 'orv_%s() { orv__more store "$@"; }\n' {,un}lock read store end \
-  error msg fatal secret number one_of reset {,log_}changes {show,take}_hash \
-  show_secrets history act background after_page guard{,_boot} \
-  _{find,reload,cut,judge_stamp}
+printf -v REPLY 'orv_%s "$@"; }\n' {rows,pack}'() { orv__more table' \
+  {read,end,error,msg,fatal,secret,number,one_of,_line,_cut,_judge_stamp}'() { orv__more input' \
+  {lock,unlock,store,{,log_}changes,_ask,_tell}'() { orv__more store' \
+  {reset,{show,take}_hash,show_secrets,history}'() { orv__more more' \
+  {act,background,after_page,guard{,_boot},_{find,reload,watch,clean,spell,drop_quotes}}'() { orv__more more'
 eval "$REPLY" # of these names alone; each reads its file when it is called

@@ -429,20 +429,23 @@ void store_unlock(void)
 
 // --- holding it for a script -------------------------------------------------
 
-// Waits until the process has ended.  The system may be too old to say so.
-static void await_end(pid_t pid)
+// The system may be too old to tell the end of a process: then it is looked for.
+bool store_await(pid_t pid, int fd)
 {
-  const int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-  if (fd >= 0) {
-    struct pollfd end = {fd, POLLIN, 0};
-    while (poll(&end, 1, -1) < 0 && errno == EINTR) {
-    }
-    return;
+  const int process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+  const int pause = process >= 0 ? -1 : 20;
+  pollfd ends[] = {{fd, POLLIN, 0}, {process, POLLIN, 0}};
+  bool lives = true;
+  while (lives && ends[0].revents == 0) {
+    const int events = poll(ends, 2, pause);
+    ends[0].revents = events > 0 ? ends[0].revents : 0;
+    lives = process >= 0 ? events < 1 || ends[1].revents == 0
+                         : kill(pid, 0) == 0 || errno != ESRCH;
   }
-  const struct timespec pause = {0, 20'000'000};
-  while (errno != ESRCH && (kill(pid, 0) == 0 || errno == EPERM)) {
-    nanosleep(&pause, nullptr);
+  if (process >= 0) {
+    close(process);
   }
+  return ends[0].revents != 0;
 }
 
 pid_t store_hold_lock(pid_t script)
@@ -453,7 +456,7 @@ pid_t store_hold_lock(pid_t script)
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
       close(fd); // the page waits for who holds its pipe
     }
-    await_end(script);
+    store_await(script, -1);
     _exit(EXIT_SUCCESS);
   }
   if (holder < 0) {

@@ -49,6 +49,10 @@ bool store_lock(const char *what, pid_t holder);
 // Lets others lock.
 void store_unlock(void);
 
+// Waits until the process `pid` has ended, or until there is something to be read
+// from `fd` (-1: nothing), or its end.  Whether there is.
+bool store_await(pid_t pid, int fd);
+
 // Hands the lock to a process of its own, which keeps it until the process
 // `script` ends: nothing that the script leaves behind holds it, and whoever
 // ends the holder unlocks.  The holder's id, -1 with a fault.

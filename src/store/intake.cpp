@@ -10,12 +10,14 @@
 #include <search.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include "fault.h"
 #include "form.h"
 #include "orv.h"
 #include "settings.h"
+#include "store_text.h"
 
 // A request has 4 MiB at most, and each of its values some bytes around it.
 constexpr size_t INPUT_MAX = 8UL * 1024 * 1024;
@@ -23,7 +25,8 @@ constexpr size_t CHUNK = 64UL * 1024;
 // Fields that the page carries along though its template has none of their
 // names, such as those that a read script reports for itself.
 constexpr size_t OTHERS_MAX = 1000;
-constexpr size_t ROW_DIGITS = 2; // of a table that is stored, rows 0 to 99
+constexpr int ROWS_MAX = 100;    // of a table that is stored,
+constexpr size_t ROW_DIGITS = 2; // 0 to 99
 constexpr size_t NAME_MAX_LENGTH = 52; // longer ones are cut by every page
 constexpr size_t VALUE_MAX = 999;      // more is never stored
 
@@ -199,16 +202,115 @@ const char *intake_get(const char *name)
                           : nullptr;
 }
 
-bool intake_write(FILE *out)
+bool intake_is_clear(void)
 {
   order_fields();
-  for (size_t i = 0; i < count; i++) {
-    if (i > 0 && strcmp(fields[i - 1].name, fields[i].name) == 0) {
+  for (size_t i = 1; i < count; i++) {
+    if (strcmp(fields[i - 1].name, fields[i].name) == 0) {
       return store_fault("The request says something twice.");
     }
+  }
+  return true;
+}
+
+bool intake_write(FILE *out)
+{
+  if (!intake_is_clear()) {
+    return false;
+  }
+  for (size_t i = 0; i < count; i++) {
     fprintf(out, "%s=%s\n", fields[i].name, fields[i].value);
   }
   return true;
+}
+
+// --- giving what a script wants ----------------------------------------------
+
+// Takes the next word off, and the "#" of a column from its end; NULL behind the
+// last one.
+static const char *next_word(char **words, bool *is_column)
+{
+  char *word = *words + strspn(*words, " ");
+  char *end = word + strcspn(word, " ");
+  *words = *end != '\0' ? end + 1 : end;
+  *is_column = end > word + 1 && end[-1] == '#';
+  *end = '\0';
+  end[*is_column ? -1 : 0] = '\0';
+  return word[0] != '\0' ? word : nullptr;
+}
+
+// Writes the value of `name`, "" for none; what has a quotation mark goes to the
+// names that are left out.
+static void write_value(FILE *out, FILE *left_out, const char *name)
+{
+  const char *value = intake_get(name);
+  if (value != nullptr && strchr(value, '"') != nullptr) {
+    fprintf(left_out, " %s", name);
+  } else if (value != nullptr) {
+    fprintf(out, "%s=%s\n", name, value);
+  }
+}
+
+static void write_cells(FILE *out, FILE *left_out, const char *column)
+{
+  char name[NAME_MAX_LENGTH + 1];
+  for (int row = 0; row < ROWS_MAX; row++) {
+    snprintf(name, sizeof name, "%.*s%d",
+             static_cast<int>(NAME_MAX_LENGTH - ROW_DIGITS), column, row);
+    write_value(out, left_out, name);
+  }
+}
+
+// Whether a row behind the last that is kept has a value of the column.
+static bool goes_beyond(const char *column)
+{
+  const size_t length = strlen(column);
+  for (size_t i = 0; i < count; i++) {
+    const char *row = fields[i].name + settings_column(fields[i].name);
+    if (strlen(row) > ROW_DIGITS && row[0] != '0' && fields[i].value[0] != '\0' &&
+        static_cast<size_t>(row - fields[i].name) == length &&
+        strncasecmp(fields[i].name, column, length) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+static void write_wanted(FILE *beyond, FILE *left_out, FILE *values,
+                         char *names)
+{
+  bool is_column;
+  for (const char *word = next_word(&names, &is_column); word != nullptr;
+       word = next_word(&names, &is_column)) {
+    if (!is_column) {
+      write_value(values, left_out, word);
+      continue;
+    }
+    write_cells(values, left_out, word);
+    if (goes_beyond(word)) {
+      fprintf(beyond, " %s", word);
+    }
+  }
+}
+
+bool intake_write_wanted(FILE *out, char *names)
+{
+  store_text texts[3] = {};
+  FILE *streams[3];
+  bool whole = true;
+  for (size_t i = 0; i < 3; i++) {
+    streams[i] = store_open_text(texts + i);
+    whole = whole && streams[i] != nullptr;
+  }
+  if (whole) {
+    write_wanted(streams[0], streams[1], streams[2], names);
+  }
+  for (size_t i = 0; i < 3; i++) {
+    whole = store_close_text(streams[i], texts + i) && whole;
+    fprintf(out, i < 2 ? "%s \n" : "%s", whole ? texts[i].bytes : "");
+    free(texts[i].bytes);
+  }
+  return whole;
 }
 
 void intake_forget(void)

@@ -19,6 +19,16 @@ const char *intake_get(const char *name);
 // fault when a name comes twice.
 bool intake_write(FILE *out);
 
+// Whether no name comes twice; else a fault.
+bool intake_is_clear(void);
+
+// Writes lines NAME=VALUE of the names in `names`, which is taken apart, as they
+// stand there: words, "port#" for the cells of a column, rows 0 to 99.  In front
+// of them, a line of the columns that have a value beyond these rows, and one of
+// the names whose values hold a quotation mark, which are left out.  False with
+// a fault.
+bool intake_write_wanted(FILE *out, char *names);
+
 // Forgets it, to take another one.
 void intake_forget(void);
 

@@ -29,6 +29,7 @@
 #include "orv_guard.h"
 #include "own_form.h"
 #include "save.h"
+#include "serve.h"
 #include "settings.h"
 #include "store_text.h"
 #include "watch.h"
@@ -45,6 +46,8 @@ static const char USAGE[] =
     "  input PID|- FORM       take a page's values, then lock for PID\n"
     "  store HOLDER|- FORM [SUBITEM]\n"
     "                         store what standard input orders\n"
+    "  serve PID FORM [SUBITEM]\n"
+    "                         the same for a script, as long as it runs\n"
     "  arm TOKEN              the device uses the guarded change by now\n"
     "  confirm [TOKEN]        keep a guarded change that is in use\n"
     "  pending                what waits to be kept\n"
@@ -124,24 +127,28 @@ static bool take_input(char **words)
   return holder >= 0;
 }
 
-// What it makes can be read again: a file has 4 MiB at most.
-constexpr size_t ORDER_MAX = 3UL * 1024 * 1024;
+static bool serve_script(char **words)
+{
+  const pid_t script = take_pid(words[0]);
+  return script > 0 ? serve(script, words[1], words[2])
+                    : store_fault("A script is served by its process's number");
+}
 
 // The order on standard input, owned by the caller; NULL with a fault.
 static char *read_order()
 {
-  owned_text text(static_cast<char *>(must_malloc(ORDER_MAX + 1)));
+  owned_text text(static_cast<char *>(must_malloc(SAVE_ORDER_MAX + 1)));
   if (text == nullptr) {
     store_fault("Out of memory");
     return nullptr;
   }
-  const size_t got = fread(text.get(), 1, ORDER_MAX, stdin);
+  const size_t got = fread(text.get(), 1, SAVE_ORDER_MAX, stdin);
   text.get()[got] = '\0';
   if (ferror(stdin) != 0 || got == 0) {
     store_fault("Nothing was saved: the script's order cannot be read");
     return nullptr;
   }
-  if (got == ORDER_MAX || strlen(text.get()) < got) {
+  if (got == SAVE_ORDER_MAX || strlen(text.get()) < got) {
     store_fault("Nothing was saved: the script's order is too long");
     return nullptr;
   }
@@ -458,6 +465,7 @@ static const command commands[] = {
   {"load",    load,             1, 64},
   {"input",   take_input,       2, 2},
   {"store",   store_values,     2, 3},
+  {"serve",   serve_script,     2, 3},
   {"arm",     arm,              1, 1},
   {"confirm", confirm,          0, 1},
   {"pending", print_pending,    0, 0},

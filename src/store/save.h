@@ -3,7 +3,11 @@
 #ifndef STORE_SAVE_H
 #define STORE_SAVE_H
 
+#include <stddef.h>
 #include <stdio.h>
+
+// What an order makes can be read again: a file has 4 MiB at most.
+constexpr size_t SAVE_ORDER_MAX = 3UL * 1024 * 1024;
 
 // Of changes, on the page that confirms.
 constexpr size_t SAVE_PAGE_LINES = 12;

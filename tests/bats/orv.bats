@@ -91,6 +91,8 @@ port99=x
   [[ $output == 'error_msg="Nothing was saved: a table keeps 100 rows, and this one has more."' ]]
   run -0 page 'orv[b]=old; orv_read a b; orv_show b' <<<'new_b="x="y"'
   [[ $output == 'error_msg="No value may hold a quotation mark."'$'\n''b="old"' ]]
+  run -0 page 'orv_read c#' <<<'new_c3="x="y"'
+  [[ $output == 'error_msg="No value may hold a quotation mark."' ]]
 }
 
 @test "no value and no text forges a line, is cut inside a letter or expanded" {

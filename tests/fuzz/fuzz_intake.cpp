@@ -1,5 +1,9 @@
 // What a page posts, as its script takes it.
 
+#include <regex>
+#include <set>
+#include <sstream>
+
 #include "intake.h"
 #include "store.h"
 
@@ -25,6 +29,21 @@ void fuzz(std::string_view input)
            name > last && name.size() <= 52 && end - equals <= 1000);
     last = name;
     line = end + 1;
+  }
+  free(text);
+  // Of the names that a script asks for it gets no other, each at most once.
+  char names[] = "a b# c1 orv_stamp";
+  out = open_memstream(&text, &length);
+  const bool wrote = intake_is_clear() && intake_write_wanted(out, names);
+  fclose(out);
+  std::set<std::string> seen;
+  int head = wrote ? 2 : 0; // lines of names alone
+  std::istringstream lines(wrote ? text : "");
+  for (std::string line; std::getline(lines, line); head--) {
+    const std::string name = line.substr(0, line.find('='));
+    assert(head > 0 || (seen.insert(name).second &&
+                        std::regex_match(name, std::regex("a|b[0-9]{1,2}|c1|"
+                                                          "orv_stamp"))));
   }
   free(text);
   intake_forget();

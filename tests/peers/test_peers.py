@@ -82,7 +82,9 @@ if TREE:
         done = run("--rounds", "1", "--tree", TREE, "--json", found,
                    "--only", "bash", "perl")
         results = json.loads(found.read_text())
-        ours, plain, bash, perl = results["peers"]
+        ours, plain, script, bash, perl = results["peers"]
+        assert ours["programs"] == {"page": 3, "save": 4, "refused": 2}
+        assert ours["cpu"]["1"]["save"] < script["cpu"]["1"]["save"]
         assert bash["programs"] == {"page": 1, "save": 2, "refused": 1}
         assert bash["processes"] == bash["programs"]
         assert perl["programs"]["save"] == 1 < ours["programs"]["save"]
@@ -101,9 +103,9 @@ if TREE:
             capture_output=True, text=True, check=True)
         assert shown.stdout == done.stdout
         published = readme.read_text()
-        assert re.fullmatch(r"before\n<!.*\n(\|.*\n){6}<!.*\nafter\n",
+        assert re.fullmatch(r"before\n<!.*\n(\|.*\n){7}<!.*\nafter\n",
                             published)
         for name in ("light", "dark"):
             svg = (tmp_path / f"docs/img/peers-{name}.svg").read_text()
             assert xml.etree.ElementTree.fromstring(svg) is not None
-            assert svg.count('rx="2"') == 12
+            assert svg.count('rx="2"') == 15

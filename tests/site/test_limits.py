@@ -16,7 +16,7 @@ SAID = (
     ("ORV_REPORTED_MAX", r"more than (\d+) bytes of name and value", SCRIPT),
     ("ORV_REPORTED_MAX", r"more than (\d+) bytes of name and value", "docs/man/orv-store.8"),
     ("ORV_REPORTED_MAX", r"it has (\d+) bytes at most", TEMPLATE),
-    ("ORV_REPORTED_MAX", r'\$\(\((\d+) - \$\{#1\}\)\)', "lib/orv_store.bash"),
+    ("ORV_REPORTED_MAX", r'\$\(\((\d+) - \$\{#1\}\)\)', "lib/orv_input.bash"),
     ("ORV_REPORTED_MAX", r"\$\{#2\} <= (\d+)", "lib/orv.bash"),
     ("ORV_NAME_MAX", r"\$\{#1\} -le (5\d) ", "lib/orv.bash"),
     ("ORV_STORED_ROWS_MAX", r"a table keeps (\d+) rows", "lib/orv_table.bash"),

@@ -210,7 +210,7 @@ def test_scripts_of_any_kind_may_take_part(site):
     assert run(site, "apply", "dump").returncode == 0 and run(site, "get", "other").stdout == "x=yes-too\ny=1\n"
     # A save that was cut short counts, whatever its script makes of that.
     device(site)
-    form(site, "b", before="ulimit -f 0; orv_store b x y >/dev/null; exit 0")
+    form(site, "b", before="(ulimit -f 0; orv_store b x y) >/dev/null; exit 0")
     dump(site, "half")
     done = run(site, "apply", "dump")
     assert done.returncode == 1 and done.stdout == "" and "could not be stored\norvctl: nothing was" in done.stderr

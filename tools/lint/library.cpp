@@ -10,7 +10,8 @@ bool is_library(const std::string &name)
 {
   const std::string file = name.substr(name.rfind('/') + 1);
   return file == "orv.bash" || file == "orv_table.bash" ||
-         file == "orv_store.bash" || file == "orv_navbar.sh";
+         file == "orv_input.bash" || file == "orv_store.bash" ||
+         file == "orv_more.bash" || file == "orv_navbar.sh";
 }
 
 static const std::set<std::string> library_functions = {
@@ -82,9 +83,11 @@ void read_library(device *dev, const std::vector<std::string> &names)
       add_library(dev->dir + "/scripts/" + name, &all);
     }
   }
-  for (const char *name : {"orv.bash", "orv_table.bash", "orv_store.bash"}) {
-    if (all.functions.count("orv_load") == 0 ||
-        all.functions.count("orv_store") == 0) {
+  const bool has_own = all.functions.count("orv_load") != 0 &&
+                       all.functions.count("orv_store") != 0;
+  for (const char *name : {"orv.bash", "orv_table.bash", "orv_input.bash",
+                           "orv_store.bash", "orv_more.bash"}) {
+    if (!has_own) {
       add_library(ORV_LIBRARY_DIR "/" + std::string(name), &all);
     }
   }

@@ -1,6 +1,7 @@
 title Gateway
-# What fields have to do with each other is judged once, under the lock.
-check_script /bin/true
+# Each field is judged where it is stored; what they have to do with each other
+# takes a script.
+check_script rules.sh --check $F$
 navbar_script navbar.sh --navbar
 body
 error $E$

@@ -1,0 +1,3 @@
+#!/bin/sh
+printf '%s\n' 'gateway Gateway' 'status Status' 'users Users' 'log Log' \
+  'system System'
