@@ -1,0 +1,1 @@
+../../../../lib/orv_more.bash
