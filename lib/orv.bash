@@ -1,16 +1,16 @@
 # shellcheck shell=bash disable=SC2034,SC2053,SC2015,SC1090
-# What a form's script needs for a page that is shown: larkspur-script(7).  It
-# starts nothing; the other files beside it are read when they are used.
-# Nothing that a file or a request holds is ever run: names are judged before
-# they become a subscript or meet a pattern.
+# What a form's script needs to show a page: larkspur-script(7).  It starts no
+# program; the other files beside it are read when they are needed.  Nothing in
+# a file or a request is ever executed: names are checked before they become a
+# subscript or meet a pattern.
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C; umask 077 # patterns mean bytes
 export ORV_STATE=${ORV_STATE:-${BASH_SOURCE[0]%/*}/../state}
 export ORV_DEFAULTS=${ORV_DEFAULTS:-${BASH_SOURCE[0]%/*}/../defaults}
 declare -gA orv=() orv_was=() orv_label=() orv__stamps=()
 orv__task=$1 orv__form=${2:0:50} orv__subitem=$3 orv__token=${EPOCHSECONDS:-0}.$$.$RANDOM
 orv_failed=0 orv__files=() orv__got=0 orv__program=''
-# orv_load FILE...: the stored values, lines NAME=VALUE, and of ORV_DEFAULTS what
-# they lack; 1 if there is neither.  All files are as one save left them.
+# orv_load FILE...: loads the stored values, lines NAME=VALUE, and missing ones
+# from ORV_DEFAULTS; 1 if there are neither.  All files come from the same save.
 orv_load() {
   local file missing=0
   [[ ${orv__files[*]} ]] || orv__look
@@ -48,7 +48,7 @@ orv__load() {
   done
   [[ ${lines[*]}${shipped[*]} ]]
 }
-# orv_put NAME VALUE: reports a value; 1 when a line holds only a part of it.
+# orv_put NAME VALUE: reports a value; 1 when a line cannot hold all of it.
 orv_put() {
   [[ ${#1} -le 52 && $1 == [A-Za-z]* && $1 != *[!A-Za-z0-9_]* &&
     $1 != error_* && $1 != delete_* ]] || return
@@ -70,7 +70,7 @@ orv_tick() { # NAME...: a box not ticked or not drawn may have no value
     [[ ${orv[$REPLY],,} == @(true|1) ]] && orv[$REPLY]=True || orv[$REPLY]=False
   done
 }
-# orv_stamp: of two pages the later one must not undo what the other saved.  It
+# orv_stamp: keeps an older page from undoing what another page has saved.  It
 # reports the newest save that was loaded, and which page this is.
 orv_stamp() {
   local stamp newest=0

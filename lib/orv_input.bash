@@ -1,6 +1,5 @@
 # shellcheck shell=bash
-# What check and write scripts need: the page's values, and what is wrong with
-# them.
+# What check and write scripts need: the page's values, and messages about them.
 
 # Lists of orv.bash, which are no arrays by number, and patterns.
 # shellcheck disable=SC2004,SC2034,SC2053,SC2153,SC2154,SC2015
@@ -10,10 +9,10 @@ orv__secrets=() orv__columns=()
 
 # --- values ---------------------------------------------------------------------
 
-# orv_read NAME...: of the page's values, those of these names.  "port#" stands
-# for a column's cells, rows 0 to 99; a table comes as a whole, so its stored
-# cells go first.  A value that still holds a quotation mark is dropped, and a
-# fault: a name may end in it.
+# orv_read NAME...: reads the page's values of these names.  "port#" stands for
+# a column's cells, rows 0 to 99; a table comes as a whole, so its stored cells
+# are dropped first.  A value that still contains a quotation mark is dropped,
+# with a message: a name may end inside it.
 orv_read() {
   local name row cells=' ' wanted=' orv_stamp '
   [[ $orv__taken ]] || orv__take
@@ -57,7 +56,7 @@ orv__read_taken() {
   [[ ${orv[*]} != *\"* ]] || orv__drop_quotes
 }
 
-# The same of an orv-store that serves, which has judged them.
+# The same from the orv-store that serves this script and has checked them.
 orv__read_served() {
   local line
   orv__tell "read orv_stamp $*"$'\n' || return
@@ -67,9 +66,9 @@ orv__read_served() {
     orv_msg 'No value may hold a quotation mark.'
 }
 
-# Takes the page's values, once, where no orv-store has taken them: its lines as
-# they come.  Only the names that a script asks for are looked at; how much a page
-# can have, orv-store judges.
+# Reads the page's lines, once, where no orv-store has read them.  Only the
+# names that a script asks for are used; orv-store checks how much a page can
+# have.
 orv__take() {
   local - IFS=$'\n' text=''
   orv__taken=here
@@ -93,8 +92,9 @@ orv_one_of() { # VALUE ALLOWED...
   [[ ${#value} -le 99 && $value != *' '* && " $* " == *" $value "* ]]
 }
 
-# orv_number NAME...: makes numbers plain decimals, of 0900, 0x10, -5, +3; 1 when
-# one is none, is blank or too long for bash, which stays as it is.
+# orv_number NAME...: turns numbers such as 0900, 0x10, -5, +3 into plain
+# decimals; 1 when a value is no number, blank or too long for bash, and leaves
+# it as it is.
 orv_number() {
   local name number all=0
   for name; do
@@ -130,10 +130,11 @@ orv__cut() { # NAME VALUE: what one line holds of it
   [[ $REPLY == "$2" ]]
 }
 
-# orv_error NAME TEXT [ROW]: a message beside a field, or of a table's column;
-# with a row's number, counted from 0, only that cell is marked.  orv_msg TEXT:
-# one of the page, the first counts.  orv_fatal TEXT: the form makes no sense.
-# orv_end: ends a check, for marked fields need a message at the top.
+# orv_error NAME TEXT [ROW]: a message beside a field, or for a table's column;
+# with a row number, counted from 0, only that cell is marked.  orv_msg TEXT: a
+# message at the top of the page, where the first one counts.  orv_fatal TEXT:
+# an error page instead of the form.  orv_end: ends a check, since marked fields
+# need a message at the top.
 orv_error() {
   local name=${1:0:50}${3:0:5}
   orv_failed=1
@@ -150,8 +151,8 @@ orv_end() {
     orv_msg 'Nothing was saved yet. Please look at the marked fields.'
 }
 
-# Refuses a page whose state was replaced since, unless by itself: its user went
-# Back.  A request without a stamp comes from no page and passes.
+# Refuses a page whose values have been replaced since, unless by this page: its
+# user went Back.  A request without a stamp comes from no page and passes.
 orv__judge_stamp() {
   local stamp page=$orv__page
   [[ $page ]] || return 0

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What scripts seldom need, or when something is at fault.
+# What scripts seldom need, or only when something is wrong.
 
 # Lists of orv.bash, which are no arrays by number.
 # shellcheck disable=SC1091,SC2004,SC2034,SC2153,SC2154
@@ -7,17 +7,18 @@
 
 # --- loading what orv.bash does not ---------------------------------------------
 
-# orv__find FILE: for orv__load, whose `lines`, `stamp` and `cut` it sets: the
-# stored file while a save goes on, of an older library, or one that is at fault.
+# orv__find FILE: for orv__load, whose `lines`, `stamp` and `cut` it sets: finds
+# the stored file during a save, one of an older library, or reports a faulty
+# one.
 orv__find() {
   local folder file found='' above=$ORV_STATE
-  # A folder that may not be looked into is not one that is not there.
+  # A folder without permission is not a missing folder.
   until [[ -e $above || $above != */* ]]; do above=${above%/*}; done
   [[ -x ${above:-/} ]] || orv__unreadable "$ORV_STATE" || return
   file=$ORV_DEFAULTS/$1
   [[ ! -e $file || -r $file ]] || orv__unreadable "$file" || return
-  # A transaction's files count for who takes part, and no request does; what a
-  # save has committed is in .commit until it is moved to its place.
+  # A transaction's files count for those who take part, never for a request;
+  # what a save has committed is in .commit until it is moved to its place.
   for folder in ".stage.$ORV_TRANSACTION" .commit .; do
     file=$ORV_STATE/$folder/$1
     [[ $folder == .stage.* && ! ($ORV_TRANSACTION =~ ^[0-9a-f]{32}$ &&
@@ -40,8 +41,8 @@ orv__find() {
   orv__judge_version "$1"
 }
 
-# Values of another version of the form could mean something else; of an older
-# one they mean the same where the maker has no program that changes them.
+# Values of another version of the form could have another meaning; those of an
+# older one have the same where the maker ships no program that migrates them.
 orv__judge_version() { # FILE
   local line stored='' known=1 pattern='^#version 0*([1-9][0-9]{0,8})$'
   for line in "${lines[@]}"; do
@@ -69,7 +70,7 @@ orv__unusable() { # TEXT: to read, a page without its values is an error page
   return 1
 }
 
-# A save came between two files: all are loaded once more.
+# A save came in between two files: all are loaded once more.
 orv__reload() {
   local name file tries
   for tries in {1..10} ''; do
@@ -86,7 +87,8 @@ orv__reload() {
 
 # --- values of a page that need a closer look -----------------------------------
 
-# orv__clean TEXT: makes names small and drops what is too much, or no line.
+# orv__clean TEXT: puts names in lower case and drops lines that are too long or
+# have another shape.
 orv__clean() {
   local i name value
   if ((${#1} > 60000)); then
@@ -136,18 +138,20 @@ orv_show_secrets() { # NAME...: to orvctl --secrets, never to a page
   orv_show "$@"
 }
 
-# orv_show_hash NAME [FIELD]: to orvctl dump --secrets, what is stored of a
-# secret that is kept as a hash, typed in FIELD (NAME).  It goes by a name of its
-# own, which no field checks; one too long would be cut, and is named as missing.
+# orv_show_hash NAME [FIELD]: shows orvctl dump --secrets the stored hash of a
+# secret that is typed in FIELD (default: NAME).  It has a name of its own,
+# which no field checks; a hash that is too long would be cut, and is listed as
+# missing.
 orv_show_hash() {
   orv__is_backup && ((${#1} <= 45 && ${#1} + ${#orv[$1]} < 240)) || return 0
   orv_put "stored_$1" "${orv[$1]}"
   orv_put "${2:-$1}" ''
 }
 
-# orv_take_hash NAME PATTERN [FIELD]: where orvctl apply puts back a hash and
-# nothing was typed in FIELD (NAME), takes it as it was stored: all of it must
-# match the extended regular expression, since no check of a field has seen it.
+# orv_take_hash NAME PATTERN [FIELD]: when orvctl apply puts back a hash and
+# nothing was typed in FIELD (default: NAME), takes it as it was stored: all of
+# it must match the extended regular expression, since no check of a field has
+# seen it.
 orv_take_hash() {
   local hash=''
   if [[ $orv__taken == served ]]; then
@@ -169,16 +173,17 @@ orv_take_hash() {
 
 # --- the last saves, resets and actions -----------------------------------------
 
-# orv_reset [FILE...]: the settings of these files, or all, as shipped.
+# orv_reset [FILE...]: resets the settings of these files, or all, to the
+# defaults.
 orv_reset() {
   orv_unlock # it takes the lock by itself
   orv__ask reset "$@" </dev/null
 }
 
-# orv_act NAME [SECONDS]: asks for what needs more rights than scripts have: the
+# orv_act NAME [SECONDS]: requests what needs more rights than scripts have: the
 # device's program actions/NAME, which its service larkspur-acts runs.  With
-# SECONDS, waits for its end, and what it printed is in orv_acted.  A fault is the
-# page's message.
+# SECONDS, waits for its end, and its output is in orv_acted.  A fault becomes
+# the page's message.
 orv_act() {
   orv_acted=()
   orv__ask act "$1" ${2:+--wait "$2"} </dev/null || return
@@ -186,9 +191,9 @@ orv_act() {
   orv_acted=("${orv_acted[@]#line }")
 }
 
-# orv_history LINES: the last saves, the newest first, to a page: when, who and
-# which form, then what changed, as history0 to history<LINES-1>, each with the
-# end of its line.
+# orv_history LINES: shows the last saves on a page, the newest first: when, who
+# and which form, then what changed, as history0 to history<LINES-1>, each with
+# the end of its line.
 orv_history() {
   local kind rest number seconds user address form how place=0
   while ((place < $1)) && read -r kind rest; do
@@ -212,8 +217,9 @@ orv_history() {
 
 # --- while and after the page goes out ------------------------------------------
 
-# orv_background COMMAND...: does not hold the page, outlives the script.  Within
-# a transaction it waits for the end of that, and runs if it was committed.
+# orv_background COMMAND...: runs a command that neither holds up the page nor
+# ends with the script.  Within a transaction it runs when that has been
+# committed.
 orv_background() (
   trap '' HUP # a terminal or a web server that ends does not end it
   if [[ $ORV_TRANSACTION ]]; then
@@ -243,10 +249,10 @@ orv__after() {
 
 # --- a change that goes back unless it is kept ----------------------------------
 
-# orv_guard SECONDS [COMMAND...]: the next orv_store keeps what it replaces, and
+# orv_guard SECONDS [COMMAND...]: the next orv_store saves what it replaces, and
 # puts it back unless somebody keeps the change within that time, by a Submit of
-# the form `confirm` or by "orvctl confirm".  COMMAND makes the device use what is
-# stored: it runs a second after the save, before the change can be kept, and
+# the form `confirm` or by "orvctl confirm".  COMMAND makes the device use the
+# settings: it runs a second after the save, before the change can be kept, and
 # again when the settings go back.
 orv_guard() {
   [[ $1 =~ ^[1-9][0-9]{0,5}$ ]] || orv_msg 'orv_guard lacks its seconds.'
@@ -260,19 +266,20 @@ orv__watch() { # TOKEN SECONDS [COMMAND...]
     "${@:3}"
     "$orv__program" arm "$1"
   fi
-  # As long as we read what it says, no later change's command begins.
+  # While its output is read here, no later change's command starts.
   exec 3< <(exec "$orv__program" watch "$1" --hold)
   read -r REPLY <&3 && [[ $REPLY == ok ]] && orv__went_back "${@:3}" 3<&-
   exec 3<&-
 }
-# A function orv_went_back of the script's own can tell a log of its own.
+# The script can define orv_went_back to write a log of its own.
 orv__went_back() { # [COMMAND...]
   ! declare -F orv_went_back >/dev/null || orv_went_back
   "$@"
 }
 
 # orv_guard_boot [COMMAND...]: for a boot script, before the settings are used.
-# Puts back what nobody confirmed (then COMMAND runs), ends a save cut short.
+# Puts back what nobody kept (then COMMAND runs) and completes an interrupted
+# save.
 orv_guard_boot() {
   "$orv__program" boot >/dev/null 2>&1 && orv__went_back "$@"
   return 0

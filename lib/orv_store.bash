@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# How a script stores.  All that is stored is written by orv-store(8): it takes
-# the page's values, lets one save at a time in, and replaces files as one step.
+# How a script stores settings.  orv-store(8) does all the writing: it reads the
+# page's values, locks, and replaces files as one step.
 
 # Lists of orv.bash, which are no arrays by number.
 # shellcheck disable=SC1091,SC2004,SC2034,SC2153,SC2154
@@ -12,8 +12,8 @@ orv__program=${ORV_STORE:-${BASH_SOURCE[0]%/*}/orv-store} # or where PATH says
 orv_lines=() orv__lock='' orv__server='' orv__guard=() orv__saved=()
 declare -F orv__take >/dev/null || . "${BASH_SOURCE[0]%/*}/orv_input.bash"
 
-# orv__ask COMMAND...: what orv-store answers, in `orv__answer`; a fault is the
-# page's message.
+# orv__ask COMMAND...: the answer of orv-store, in `orv__answer`; a fault
+# becomes the page's message.
 orv__ask() {
   local text
   text=$(exec "$orv__program" "$@" 2>/dev/null)
@@ -30,7 +30,7 @@ orv__take_answer() { # TEXT
   return 1
 }
 
-# One orv-store serves a script that saves: it has taken the page's values, holds
+# One orv-store serves a script that saves: it has read the page's values, holds
 # the lock and stores.
 orv__serve() { # takes standard input, and locks
   local program=("$orv__program" serve "$BASHPID" "$orv__form")
@@ -57,8 +57,8 @@ orv__hear() {
   orv__take_answer "$text"
 }
 
-# orv_lock: no other save meanwhile, until the script ends.  Judge what another
-# save may have changed behind it, once more.
+# orv_lock: keeps other saves waiting until the script ends.  What another save
+# may have changed has to be checked again after it.
 orv_lock() {
   [[ -z $orv__lock ]] || return 0
   if orv__is_served; then
@@ -79,8 +79,8 @@ orv_unlock() { # what holds the lock is a process of its own
   orv__lock=''
 }
 
-# orv_store FILE NAME... [-- FILE NAME...]: replaces these files by the values at
-# hand, as one step; nothing after a fault.
+# orv_store FILE NAME... [-- FILE NAME...]: replaces these files by the script's
+# values, as one step; does nothing after a fault.
 orv_store() {
   local name file='' line order values='' owner=${orv__page##* }
   [[ $LC_ALL == C ]] || local LC_ALL=C # lengths are bytes
@@ -127,7 +127,7 @@ orv_store() {
   orv__guard=()
 }
 
-# orv_changes: what changed, to the page that confirms, as saved_change0 to
+# orv_changes: shows what changed on the confirmation page, as saved_change0 to
 # saved_change11, each with the end of its line: "Device name: a → b".
 orv_changes() {
   local i report='' more=$((${#orv__saved[@]} - 11))
@@ -137,8 +137,8 @@ orv_changes() {
   printf %s "$report"
 }
 
-# orv_log_changes: the same to the system log, with who did it from where; of a
-# transaction once it is committed.
+# orv_log_changes: writes the same to the system log, with who did it from
+# where; in a transaction, when it is committed.
 orv_log_changes() {
   local IFS=$'\n'
   ((!${#orv_lines[@]})) || "$orv__program" log <<<"${orv_lines[*]}"

@@ -1,12 +1,12 @@
 # shellcheck shell=bash
-# The rows of a table.  `rows` are the numbers of those at hand, `cells` the
+# The rows of a table.  `rows` are the numbers of the used ones, `cells` the
 # names of their values.
 # shellcheck disable=SC2004,SC2053  # `orv` is no array by number; a pattern
 rows=() cells=()
 
-# orv_rows COLUMN...: in `rows`, the numbers of the rows that hold something in
-# one of these columns.  Name the columns of text: a list always has a value, and
-# a box that was drawn once keeps "False".
+# orv_rows COLUMN...: sets `rows` to the numbers of the rows with a value in one
+# of these columns.  Name text columns: a list always has a value, and a box
+# that was drawn once keeps "False".
 orv_rows() {
   local key used=() IFS='|'
   local column="@($*)"
@@ -22,7 +22,7 @@ orv_rows() {
   done
 }
 
-# orv_pack COLUMN...: numbers `rows` anew, without gaps, and names `cells`.
+# orv_pack COLUMN...: renumbers `rows` without gaps, and sets `cells`.
 orv_pack() {
   local i name values=()
   cells=()

@@ -1,8 +1,8 @@
 // The folder of the stored settings.
 //
-// Owns the descriptor of the folder, which lives as long as the process.  What
-// is opened below it is a regular file and no link, since the folder belongs to
-// the web server's user, whom nobody has to trust who starts this as root.
+// Owns the descriptor of the folder, for the life of the process.  Only regular
+// files, no links, are opened below it: the folder belongs to the web server's
+// user, whom root must not trust.
 
 #include "folder.h"
 
@@ -33,14 +33,15 @@
 #define ORV_STATE_DIR ORV_DATA_DIR "/state"
 #endif
 
-// More is no settings file: a table of 100 rows and 20 columns has a tenth.
+// A settings file is never larger: a table of 100 rows and 20 columns has a
+// tenth.
 constexpr off_t FILE_MAX = off_t{4} * 1024 * 1024;
 // How long a save waits for others, in seconds: a user still waits, too.
 #ifndef STORE_LOCK_SECONDS
 #define STORE_LOCK_SECONDS 30
 #endif
 constexpr unsigned LOCK_SECONDS = STORE_LOCK_SECONDS;
-constexpr size_t HOLDER_SIZE = 100; // what is told of who holds the lock
+constexpr size_t HOLDER_SIZE = 100; // the description of the lock's holder
 constexpr mode_t FOLDER_MODE = 0700;
 constexpr mode_t FILE_MODE = 0600;
 
@@ -74,7 +75,7 @@ static bool is_roots(char *path)
   return true;
 }
 
-// The path as it is named, from the root on; owned by the caller.
+// The path made absolute, links not resolved; owned by the caller.
 static char *absolute_path(const char *path)
 {
   const owned_text here(path[0] != '/' ? getcwd(nullptr, 0) : must_strdup(""));
@@ -90,7 +91,7 @@ static char *absolute_path(const char *path)
   return whole;
 }
 
-// Becomes the owner of what was asked for.
+// Becomes the user with that id.
 static bool become(const struct stat *file)
 {
   if (file->st_uid == 0) {
@@ -103,8 +104,8 @@ static bool become(const struct stat *file)
   return true;
 }
 
-// Gives up root's rights for those of the folder's owner, so that nothing is
-// made that the web server cannot change, and no file of its user is trusted.
+// Gives up root's rights for those of the folder's owner, so that root creates
+// nothing that the web server cannot change, and trusts none of its files.
 static bool become_owner()
 {
   struct stat folder;
@@ -142,8 +143,8 @@ static bool become_owner_above(char *path)
 
 // --- the folder --------------------------------------------------------------
 
-// Makes the folder and those above it.  Root does so as the owner of the one
-// that exists, who may be the web server's user.
+// Makes the folder and those above it.  Root does so as the owner of the
+// nearest existing one, who may be the web server's user.
 static bool make_folder()
 {
   const owned_text path(must_strdup(store.path));
@@ -168,7 +169,7 @@ static bool make_folder()
 void store_find(void)
 {
   if (*place("ORV_STATE", "") == '\0') {
-    setenv("ORV_STATE", ORV_STATE_DIR, 1); // scripts look nowhere else
+    setenv("ORV_STATE", ORV_STATE_DIR, 1); // for scripts, too
   }
   store.path = place("ORV_STATE", ORV_STATE_DIR);
   store.defaults = place("ORV_DEFAULTS", ORV_DATA_DIR "/defaults");
@@ -219,7 +220,7 @@ bool store_is_name(const char *name)
 
 // --- files -------------------------------------------------------------------
 
-// Reads up to the size that the file had; what grows is not ours.
+// Reads up to the size that the file had: our files never grow.
 static char *read_open_file(int fd, size_t size, size_t *length)
 {
   owned_text text(static_cast<char *>(must_malloc(size + 1)));
@@ -355,9 +356,9 @@ bool store_has(const char *path)
 // --- the lock ----------------------------------------------------------------
 
 static const char LOCK_FILE[] = ".lock";
-static int lock_file = -1; // open as long as the process lives
+static int lock_file = -1; // open for the life of the process
 
-// A wait that takes too long is interrupted.
+// A wait that takes too long is interrupted by a signal.
 static void be_late(int)
 {
 }
@@ -370,7 +371,7 @@ static bool wait_for_lock(int fd)
   struct sigaction late = {};
   late.sa_handler = be_late;
   sigaction(SIGALRM, &late, nullptr);
-  // Again and again, for one that comes before the wait begins ends none.
+  // Repeatedly, since a signal before the wait begins interrupts nothing.
   const struct itimerval time = {{1, 0}, {LOCK_SECONDS, 0}};
   const struct itimerval never = {};
   setitimer(ITIMER_REAL, &time, nullptr);
@@ -381,7 +382,7 @@ static bool wait_for_lock(int fd)
   return locked;
 }
 
-// For who waits meanwhile; that this fails harms nobody.
+// For those who wait; a failure does no harm.
 static void write_holder(const char *what)
 {
   static_cast<void>(ftruncate(lock_file, 0) == 0 &&
@@ -405,7 +406,7 @@ bool store_lock(const char *what, pid_t holder)
     return store_fault_errno("The settings could not be stored");
   }
   if (holder > 0) {
-    // Who has lost it has judged what others may have changed meanwhile.
+    // Without the lock, others may have changed what the script has checked.
     const bool held = flock(lock_file, LOCK_EX | LOCK_NB) != 0 &&
                       errno == EWOULDBLOCK && kill(holder, 0) == 0;
     return held || store_fault("Nothing was saved: the lock was lost. "
@@ -429,7 +430,7 @@ void store_unlock(void)
 
 // --- holding it for a script -------------------------------------------------
 
-// The system may be too old to tell the end of a process: then it is looked for.
+// An old kernel cannot report the end of a process: then it is polled for.
 bool store_await(pid_t pid, int fd)
 {
   const int process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));

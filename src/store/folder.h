@@ -1,5 +1,5 @@
 // The folder of the stored settings: where it is, who may use it, and the lock
-// that one save at a time holds.
+// that lets one save at a time proceed.
 
 #ifndef STORE_FOLDER_H
 #define STORE_FOLDER_H
@@ -10,9 +10,9 @@
 
 #include "orv_guard.h"
 
-// A name becomes that of a file.
+// The name of a file made from a form's.
 constexpr size_t STORE_NAME_MAX = 99;
-// Such a name, in one of our own folders.
+// Such a name within one of our own folders.
 constexpr size_t STORE_PATH_SIZE = STORE_NAME_MAX + 100;
 
 struct store_folder {
@@ -25,8 +25,8 @@ struct store_folder {
 
 extern store_folder store; // the one in use; made by store_open
 
-// Takes the places from the environment.  Where it does not say where the
-// settings are, from then on it does, so what is started looks there, too.
+// Takes the paths from the environment.  Without ORV_STATE there it is set, so
+// that programs started from now on use the same folder.
 void store_find(void);
 
 // The same, and opens the folder.  Started as root,
@@ -41,21 +41,21 @@ bool store_open(bool create);
 bool store_is_name(const char *name);
 
 // Locks the settings until this process ends, unless the process `holder` (0:
-// none) holds the lock for the script that calls.  Waits as long as a person
+// none) holds the lock for the calling script.  Waits as long as a person
 // would; false with a fault that says for what, or when that process has lost
-// the lock.  `what` is what others are told meanwhile.
+// the lock. `what` describes this holder to those who wait.
 bool store_lock(const char *what, pid_t holder);
 
-// Lets others lock.
+// Unlocks.
 void store_unlock(void);
 
-// Waits until the process `pid` has ended, or until there is something to be read
-// from `fd` (-1: nothing), or its end.  Whether there is.
+// Waits until the process `pid` has ended, or until there is something to be
+// read from `fd` (-1: nothing), or its end.  Whether there is.
 bool store_await(pid_t pid, int fd);
 
-// Hands the lock to a process of its own, which keeps it until the process
-// `script` ends: nothing that the script leaves behind holds it, and whoever
-// ends the holder unlocks.  The holder's id, -1 with a fault.
+// Passes the lock to a new process, which keeps it until the process `script`
+// ends: no background process of the script holds it, and ending the holder
+// unlocks.  The holder's id, -1 with a fault.
 pid_t store_hold_lock(pid_t script);
 
 // Reads the file `name` of the folder `dir` whole: owned by the caller (free),
@@ -63,12 +63,12 @@ pid_t store_hold_lock(pid_t script);
 // with a fault when it cannot be read, is no regular file or too large.
 char *store_read_file(int dir, const char *name, size_t *length);
 
-// A folder of ours within `dir`, no link: its descriptor, or what it holds, to
-// be read from the start.  -1 or NULL with errno; owned by the caller.
+// One of our folders within `dir`, not a link: its descriptor, or a stream of
+// its entries from the first.  -1 or NULL with errno; owned by the caller.
 int store_open_folder(int dir, const char *name);
 DIR *store_list_folder(int dir, const char *name);
-// The next entry; NULL behind the last with errno 0, else when that cannot be
-// read.
+// The next entry; NULL after the last with errno 0, or when the folder cannot
+// be read.
 dirent *store_next_entry(DIR *list);
 using store_list = std::unique_ptr<DIR, orv_releaser<closedir>>;
 
@@ -80,16 +80,16 @@ bool store_each_file(int dir, const char *name, store_act act, void *data);
 // Whether the defaults have a file of that name.
 bool store_has_defaults(const char *name);
 
-// The maker's program that brings settings of that name to a new version of
+// The maker's program that migrates settings of that name to a new version of
 // their form: its path, owned by the caller (free); NULL without one, with a
-// fault when that cannot be known.
+// fault when that is unknown.
 char *store_migration(const char *name);
 
 // Whether the settings have a regular file of that name.
 bool store_has_file(const char *name);
 
-// Whether there is anything at that path within the folder of the settings;
-// false with a fault when that cannot be known.
+// Whether that path exists within the folder of the settings; false with a
+// fault when that is unknown.
 bool store_has(const char *path);
 
 #endif

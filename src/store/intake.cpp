@@ -1,8 +1,8 @@
 // What a form's page gives its script.
 //
-// Owns the input, which is taken once and lives as long as the process.  A
-// value of the request is text here and nothing more: names are judged letter
-// by letter, and what has another shape than a page's line is passed over.
+// Owns the input, which is read once and lives as long as the process.  A value
+// of the request is only text here: names are checked letter by letter, and
+// lines of another shape than a page's are skipped.
 
 #include "intake.h"
 
@@ -25,8 +25,8 @@ constexpr size_t CHUNK = 64UL * 1024;
 // Fields that the page carries along though its template has none of their
 // names, such as those that a read script reports for itself.
 constexpr size_t OTHERS_MAX = 1000;
-constexpr int ROWS_MAX = 100;    // of a table that is stored,
-constexpr size_t ROW_DIGITS = 2; // 0 to 99
+constexpr int ROWS_MAX = 100;          // of a table that is stored,
+constexpr size_t ROW_DIGITS = 2;       // 0 to 99
 constexpr size_t NAME_MAX_LENGTH = 52; // longer ones are cut by every page
 constexpr size_t VALUE_MAX = 999;      // more is never stored
 
@@ -74,7 +74,7 @@ static bool read_all(size_t *length)
   }
 }
 
-// Makes the letters of a name small; false when it is none.
+// Turns a name into lower case; false when it is not a valid name.
 static bool take_name(char *name, const char *end)
 {
   if (name == end || static_cast<size_t>(end - name) > NAME_MAX_LENGTH) {
@@ -93,7 +93,7 @@ static bool take_name(char *name, const char *end)
   return true;
 }
 
-// Takes a line without its end apart; false when it has another shape.
+// Splits a line without its end; false when it has another shape.
 static bool take_line(char *line, char *end, posted_field *one)
 {
   static const char start[] = "new_";
@@ -127,7 +127,7 @@ static bool make_fields(size_t length)
   return fields != nullptr || store_fault("Out of memory");
 }
 
-// A NUL byte comes from no page: what stands behind it is passed over.
+// No page sends a NUL byte: what follows it is skipped.
 static void take_lines()
 {
   for (char *line = text; line != nullptr;) {
@@ -140,7 +140,7 @@ static void take_lines()
   }
 }
 
-// Only a large request is held against its form: most cost nothing more.
+// Only a large request is compared with its form, so that most cost nothing.
 static bool is_of_form(const char *form)
 {
   if (count <= OTHERS_MAX) {
@@ -226,8 +226,8 @@ bool intake_write(FILE *out)
 
 // --- giving what a script wants ----------------------------------------------
 
-// Takes the next word off, and the "#" of a column from its end; NULL behind the
-// last one.
+// Takes the next word off, without the "#" of a column at its end; NULL after
+// the last one.
 static const char *next_word(char **words, bool *is_column)
 {
   char *word = *words + strspn(*words, " ");
@@ -239,8 +239,8 @@ static const char *next_word(char **words, bool *is_column)
   return word[0] != '\0' ? word : nullptr;
 }
 
-// Writes the value of `name`, "" for none; what has a quotation mark goes to the
-// names that are left out.
+// Writes the value of `name`, "" for none; when it has a quotation mark, the
+// name goes to those that are left out.
 static void write_value(FILE *out, FILE *left_out, const char *name)
 {
   const char *value = intake_get(name);
@@ -261,13 +261,14 @@ static void write_cells(FILE *out, FILE *left_out, const char *column)
   }
 }
 
-// Whether a row behind the last that is kept has a value of the column.
+// Whether a row beyond the last one that is stored has a value of the column.
 static bool goes_beyond(const char *column)
 {
   const size_t length = strlen(column);
   for (size_t i = 0; i < count; i++) {
     const char *row = fields[i].name + settings_column(fields[i].name);
-    if (strlen(row) > ROW_DIGITS && row[0] != '0' && fields[i].value[0] != '\0' &&
+    if (strlen(row) > ROW_DIGITS && row[0] != '0' &&
+        fields[i].value[0] != '\0' &&
         static_cast<size_t>(row - fields[i].name) == length &&
         strncasecmp(fields[i].name, column, length) == 0) {
       return true;

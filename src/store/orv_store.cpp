@@ -1,9 +1,9 @@
 // orv-store: the one program that writes a device's settings.
 //
-// One command a call, one row of a table a command.  What a command comes to is
-// said on standard output: "ok" and what was asked for, or "fault" and a text
-// for the user; the exit status says the same.  Here stands which command needs
-// the folder and the lock, and what it prints; what is done stands elsewhere.
+// One command a call, one row of a table for each command.  The result goes to
+// standard output: "ok" and what was asked for, or "fault" and a text for the
+// user; the exit status says the same.  This file decides which command needs
+// the folder and the lock, and what it prints; the work is done elsewhere.
 
 #include <errno.h>
 #include <inttypes.h>
@@ -36,7 +36,7 @@
 #include "who.h"
 
 constexpr int USAGE_STATUS = 2;
-constexpr unsigned long ACT_SECONDS_MAX = 600; // longer waits no page
+constexpr unsigned long ACT_SECONDS_MAX = 600; // no page waits longer
 constexpr int READ_TRIES = 10; // of settings that change meanwhile
 
 static const char USAGE[] =
@@ -67,7 +67,7 @@ static const char USAGE[] =
 
 // --- the lock ----------------------------------------------------------------
 
-// Who takes part in a transaction is covered by its lock.
+// The transaction's lock covers those who take part in it.
 static bool lock(const char *what)
 {
   return stage_folder() != nullptr || (store_lock(what, 0) && store_finish());
@@ -93,10 +93,10 @@ static bool open_and_join(bool create)
 }
 
 // --- commands ----------------------------------------------------------------
-// Each gives whether it was done; a fault says why not.
+// Each returns whether it succeeded; a fault says why not.
 
-// Locks for the script that calls; the holder's id, 0 in a transaction, -1 with
-// a fault.
+// Locks for the calling script; the holder's id, 0 in a transaction, -1 with a
+// fault.
 static pid_t lock_for(pid_t script, const char *form)
 {
   if (!open_and_join(true) || !store_lock_for(form)) {
@@ -189,7 +189,7 @@ static bool read_all(char **names, settings *all)
   return true;
 }
 
-// Files that belong together are read as one commit left them.
+// Files that belong together are read as the same commit left them.
 static bool read_at_once(char **names, settings *all)
 {
   store_look before;
@@ -250,7 +250,7 @@ static bool confirm(char **words)
   return true;
 }
 
-// Says what is pending, for orvctl and for other programs.
+// Prints the pending change, for orvctl and other programs.
 static bool print_pending(char **)
 {
   pending_change pending;
@@ -264,8 +264,8 @@ static bool print_pending(char **)
   return true;
 }
 
-// Waits until nobody reads what this process says, so that the turn which it
-// has lasts as long as what is done in it.
+// Waits until nobody reads the output of this process, so that its turn lasts
+// as long as the work that is done in it.
 static void hold_turn()
 {
   struct pollfd reader = {STDOUT_FILENO, 0, 0};
@@ -273,7 +273,7 @@ static void hold_turn()
   }
 }
 
-// Outlives who has started it.
+// Outlives the process that has started it.
 static bool watch(char **words)
 {
   signal(SIGHUP, SIG_IGN);
@@ -304,7 +304,7 @@ static bool boot(char **)
          guard_put_back(GUARD_BOOT, nullptr);
 }
 
-// Brings what an older version of a form has stored to the version of today.
+// Migrates settings stored by older versions of the forms.
 static bool migrate(char **)
 {
   if (!store_open(false) || store.fd < 0) {
@@ -328,8 +328,8 @@ static bool note_reset(const char *name)
   return read;
 }
 
-// A file that makes no sense, such as one of a newer format, goes all the same:
-// a reset is the way out.
+// An unreadable file, such as one of a newer format, is removed as well: a
+// reset is the way out.
 static bool blank_file(int, const char *name, void *stage)
 {
   if (!note_reset(name)) {
@@ -341,8 +341,8 @@ static bool blank_file(int, const char *name, void *stage)
   return stage_blank(static_cast<const store_stage *>(stage), name);
 }
 
-// What is named by mistake would be a file for ever: a name is one that is
-// stored, that the device ships with, or of a form.
+// A mistyped name would create a file for ever: a valid one is stored, shipped
+// with the device, or that of a form.
 static bool is_known(const char *name)
 {
   char path[STORE_PATH_SIZE];
@@ -375,7 +375,7 @@ static void log_with_who(const char *line)
   }
 }
 
-// With no file named, all of them; a change that is pending is over then.
+// Without a name, all files; that also ends a pending change.
 static bool reset(char **names)
 {
   store_stage stage = {-1, "", 0, false};
@@ -414,7 +414,7 @@ static bool wait_transaction(char **words)
   return transaction_wait(static_cast<int>(strtol(words[0], nullptr, 10)));
 }
 
-// Who asks within a transaction needs its folder, and nobody else any.
+// Only a request within a transaction needs the folder.
 static bool ask_action(char **words)
 {
   if (getenv("ORV_TRANSACTION") != nullptr && !open_and_join(false)) {
@@ -440,7 +440,7 @@ static bool log_lines(char **)
   char *line = nullptr;
   size_t size = 0;
   if (!open_and_join(false)) {
-    store_forget_fault(); // the log is another's business
+    store_forget_fault(); // that must not keep lines from the log
   }
   for (ssize_t got = getline(&line, &size, stdin); got > 0;
        got = getline(&line, &size, stdin)) {
@@ -498,7 +498,7 @@ static int run(const command *row, char **words)
   return told && done ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-// Under another name it is a form's script.
+// Called by another name, it is a form's script.
 static bool is_own_name(const char *path)
 {
   const char *slash = strrchr(path, '/');
@@ -509,7 +509,7 @@ int main(int argc, char **argv)
 {
   orv_fatal_no_exit = 1;
   openlog("orv", 0, LOG_USER);
-  // What cannot be written is a fault, and no end.
+  // An output that cannot be written is a fault, not a signal.
   signal(SIGXFSZ, SIG_IGN);
   signal(SIGPIPE, SIG_IGN);
   if (argc > 0 && !is_own_name(argv[0])) {

@@ -1,10 +1,10 @@
 // A conversation with one script.
 //
-// To start a program costs a script more than most of what the program does for
-// it.  So one that saves starts one, which holds the lock meanwhile: it is gone
-// when the script is, and who ends it unlocks.
+// Starting a program costs a script more than most of what the program does for
+// it.  So a script that saves starts a single one, which holds the lock and
+// serves it: it ends with the script, and ending it unlocks.
 //
-// Owns nothing: the page's values are the intake's, an order is the save's.
+// Owns nothing: the page's values belong to the intake, an order to the save.
 
 #include "serve.h"
 
@@ -25,15 +25,16 @@
 
 // --- answers -----------------------------------------------------------------
 
-// Writes an answer, taken, in front of it its length; NULL is the fault at hand.
-// False when nobody takes it.
+// Writes an answer, which is taken, after its length; NULL stands for the
+// present fault.  False when nobody reads it.
 static bool say(char *text)
 {
   const owned_text owned(text);
   char fault[300] = "";
   if (text == nullptr) {
     const char *what = store_fault_text();
-    snprintf(fault, sizeof fault, "fault %.250s\n", what != nullptr ? what : "");
+    snprintf(fault, sizeof fault, "fault %.250s\n",
+             what != nullptr ? what : "");
     store_forget_fault();
     text = fault;
   }
@@ -41,7 +42,7 @@ static bool say(char *text)
   return fflush(stdout) == 0 && ferror(stdout) == 0;
 }
 
-// What `write` writes; owned by the caller, NULL with a fault.
+// The text that `write` writes; owned by the caller, NULL with a fault.
 static char *make_answer(bool (*write)(FILE *out, char *words), char *words)
 {
   store_text answer;
@@ -71,7 +72,7 @@ static bool write_saved(FILE *out, char *)
   return true;
 }
 
-// The order of so many bytes; owned by the caller, NULL with a fault.
+// Reads an order of that many bytes; owned by the caller, NULL with a fault.
 static char *read_order(FILE *requests, const char *word)
 {
   const size_t length = strtoul(word, nullptr, 10);
@@ -97,8 +98,7 @@ static bool store_one(FILE *requests, const char *word, const char *form,
 {
   char *order = read_order(requests, word);
   const bool saved = order != nullptr && save_order(order, form, subitem);
-  const bool said =
-      say(saved ? make_answer(write_saved, nullptr) : nullptr);
+  const bool said = say(saved ? make_answer(write_saved, nullptr) : nullptr);
   save_forget();
   return said;
 }
@@ -120,7 +120,7 @@ static bool answer_unlock()
   return say(make_answer(write_ok, nullptr));
 }
 
-// Takes a line of the script; false when it has no more.
+// Handles one request; false when there are no more.
 static bool answer_next(FILE *requests, const char *form, const char *subitem)
 {
   char *line = nullptr;
@@ -144,8 +144,9 @@ static bool answer_next(FILE *requests, const char *form, const char *subitem)
          store_one(requests, line + strlen("store "), form, subitem);
 }
 
-// Goes on in a process of its own, which nothing that waits for the script's
-// children waits for, and tells the script where to ask.  False with a fault.
+// Continues in a new process, which is not a child of the script that a wait
+// there would wait for, and prints where it takes requests.  False with a
+// fault.
 static bool go_on(int *requests)
 {
   int ends[2];
@@ -159,7 +160,7 @@ static bool go_on(int *requests)
   if (server > 0) {
     _exit(EXIT_SUCCESS);
   }
-  // What ends the script's processes as a group is no reason to unlock.
+  // A signal to the script's process group must not unlock.
   setpgid(0, 0);
   *requests = ends[0];
   char text[80];
@@ -172,8 +173,7 @@ bool serve(pid_t script, const char *form, const char *subitem)
 {
   store_find(); // of the form; the folder is opened once the input is there
   int fd = -1;
-  bool ready = intake_read(form) && intake_is_clear() &&
-               store_open(true);
+  bool ready = intake_read(form) && intake_is_clear() && store_open(true);
   if (ready) {
     stage_join();
     ready = store_lock_for(form) && go_on(&fd);
