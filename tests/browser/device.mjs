@@ -158,8 +158,9 @@ export async function allForms() {
   return found;
 }
 
-export async function until(condition, tries = 200) {
-  for (; tries > 0 && !await condition(); tries--) {
+// Waits for a busy machine, too.
+export async function until(condition) {
+  for (let tries = 3000; tries > 0 && !await condition(); tries--) {
     await setTimeout(20);
   }
   assert.ok(await condition(), String(condition));

@@ -222,7 +222,7 @@ test("facts stay fresh, until Stop or the tab is hidden", async () => {
   });
   const rests = async () => {
     let seen;
-    await until(() => seen === (seen = load), 60);
+    await until(() => seen === (seen = load));
     await page.waitForTimeout(700);
     return seen === load;
   };

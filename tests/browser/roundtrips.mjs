@@ -170,13 +170,13 @@ for (const isKept of [true, false]) {
     await page.evaluate(() => window.scrollTo(0, 160));
     await setTimeout(1500); // the browser notes entries once a second
     await act(page, "Submit", "Back");
-    await until(async () => await valueOf(page, "log_level") === "debug", 250);
+    await until(async () => await valueOf(page, "log_level") === "debug");
     await page.evaluate(() => window.scrollTo(0, 130));
     await page.locator('nav a[href$="form=status"]').evaluate((a) => a.click());
     await page.waitForURL(/form=status/);
     assert.equal(page.asked, 0, "what was saved is no change");
     await act(page, "Back");
-    await until(async () => await scrollY(page) === 130, 250);
+    await until(async () => await scrollY(page) === 130);
     await save(page, { log_level: "error" });
     await page.goto(address("services"));
     assert.equal(await valueOf(page, "log_level"), "error");
