@@ -73,7 +73,7 @@ static bool is_secret(const pt_body_item *item)
 // The secret that the box clears, NULL for any other box.
 static const pt_body_item *cleared_by(const pt_body_item *box)
 {
-  if (box->type != PT_CHECKBOX) {
+  if (box->type != PT_CHECKBOX || box->name == nullptr) {
     return nullptr;
   }
   const size_t length = strlen(box->name);
