@@ -149,6 +149,9 @@ static bool stands_once(const library_call &c, const std::string &name)
          std::all_of(forms.begin(), forms.end(), [&](const form *f) {
            int count = 0;
            for (const std::string &file : f->runs) {
+             for (const std::string &stem : c.dev.scripts.at(file).stems) {
+               count += starts_with(name, stem) ? 2 : 0; // "wait_$name"
+             }
              const std::map<std::string, int> &counts =
                  c.dev.scripts.at(file).counts;
              const auto row = counts.find(name);

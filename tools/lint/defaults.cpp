@@ -170,7 +170,11 @@ static void check_setting(const settings_check &c, const std::string &text,
   }
   const std::string name = text.substr(0, equals);
   const std::string value = text.substr(equals + 1);
-  names->insert(lower(name));
+  if (!names->insert(lower(name)).second) {
+    tell(c.found, c.file, line, 1, "default-line",
+         in_quotes(name) + " has a line above already; one of them counts");
+    return;
+  }
   if (name.find_first_of(" \t") != std::string::npos) {
     tell(c.found, c.file, line, 1, "default-line",
          "no blanks stand around the \"=\": they would be a part of the name"
@@ -237,6 +241,17 @@ static void check_entries(const settings_check &c, const std::string &text,
   }
 }
 
+// The rows of a table that has a fixed number of them, 0 of any other.
+static long fixed_rows(const form &f, const form_item &cell)
+{
+  const form_item &table = f.items[static_cast<size_t>(cell.table)];
+  const std::vector<std::string> words =
+      split_words(table.lines.front()->text);
+  return table.type == PT_FTABLE && words.size() > 2
+             ? strtol(words[2].c_str(), nullptr, 10)
+             : 0;
+}
+
 static void check_rows(const settings_check &c,
                        const std::set<std::string> &names)
 {
@@ -251,6 +266,17 @@ static void check_rows(const settings_check &c,
       continue;
     }
     const long row = strtol(name.c_str() + stem.size(), nullptr, 10);
+    const long rows =
+        item != nullptr && item->table >= 0 ? fixed_rows(*f, *item) : 0;
+    if (rows > 0) { // each has its place
+      if (row >= rows) {
+        tell(c.found, c.file, static_cast<int>(i) + 1, 1, "default-row",
+             "the table has the rows 0 to " + std::to_string(rows - 1) +
+                 ", and not that of " + in_quotes(name));
+        return;
+      }
+      continue;
+    }
     if (row > 0 && names.count(stem + std::to_string(row - 1)) == 0) {
       tell(c.found, c.file, static_cast<int>(i) + 1, 1, "default-row",
            in_quotes(name) + " has no row " + std::to_string(row - 1) +

@@ -151,6 +151,17 @@ static void add_settings(const bash_command &command, script *into)
   }
 }
 
+// here=${BASH_SOURCE%/*}, and what goes on from there.
+static void add_own_folders(const bash_command &command, script *into)
+{
+  for (const bash_assignment &assignment : command.assignments) {
+    const std::string value = with_own_folder(*into, assignment.value.plain);
+    if (is_own_path(value) && assignment.subscript.empty()) {
+      into->own_folders[assignment.name] = value;
+    }
+  }
+}
+
 static void read_script(device *dev, const std::string &name)
 {
   const std::string path = dev->dir + "/scripts/" + name;
@@ -160,9 +171,11 @@ static void read_script(device *dev, const std::string &name)
   into.executable = access(path.c_str(), X_OK) == 0;
   into.code = read_bash(into.file->text);
   for (const bash_command &command : into.code.commands) {
+    add_own_folders(command, &into);
     if (command.words.size() > 1 &&
         (command.words[0].plain == "." || command.words[0].plain == "source")) {
-      const std::string source = sourced_name(name, command.words[1].plain);
+      const std::string source = sourced_name(
+          name, with_own_folder(into, command.words[1].plain));
       if (!source.empty()) {
         into.sources.push_back(source);
       }
@@ -194,14 +207,27 @@ static void read_other(device *dev, const std::string &name)
   }
 }
 
-// A program, or something else that is no text for bash.
+// Whether a first line names a shell, or leaves it open (env -S, busybox).
+static bool names_shell(const std::string &first)
+{
+  static const std::set<std::string> shells = {"sh", "bash", "dash", "ash",
+                                               "ksh"};
+  const std::vector<std::string> words = split_words(first.substr(2));
+  return std::any_of(words.begin(), words.end(), [](const std::string &word) {
+    return shells.count(word.substr(word.rfind('/') + 1)) != 0;
+  });
+}
+
+// Whether the file is a text for bash.  What it begins with counts for more
+// than its name.
 static bool is_script(const std::string &path, const std::string &name)
 {
   std::ifstream stream(path, std::ios::binary);
   std::string first;
   std::getline(stream, first);
-  return ends_with(name, ".sh") || ends_with(name, ".bash") ||
-         (starts_with(first, "#!") && first.find("sh") != std::string::npos);
+  return starts_with(first, "#!")
+             ? names_shell(first)
+             : ends_with(name, ".sh") || ends_with(name, ".bash");
 }
 
 // --- the whole ---------------------------------------------------------------

@@ -85,6 +85,8 @@ struct script {
   std::map<std::string, const bash_assignment *> arrays;
   // The same of what it sources.
   std::map<std::string, const bash_assignment *> sourced_arrays;
+  // Variables that hold the path of a folder beside the script.
+  std::map<std::string, std::string> own_folders;
   std::set<std::string> settings; // files that it loads or stores
   std::set<std::string> loaded;   // those that it loads
 };
@@ -133,6 +135,8 @@ const form_line *attribute(const form_item &item, const char *keyword);
 // The value of a line that is a choice.
 std::string choice_value(const form &f, const form_line &line);
 std::set<std::string> choices_of(const form &f, const form_item &item);
+// Whether the script of the line is due in the folder and not there.
+bool lacks_script(const device &dev, const script_line &line);
 // Whether the form has no script: orv-store keeps its settings.
 bool keeps_itself(const device &dev, const form &f);
 // Whether a Submit of the form could run its check and write scripts.
@@ -148,6 +152,9 @@ bool is_library(const std::string &name);
 bool is_sourced_only(const script &s);
 // Whether a path begins with the folder of the script that names it.
 bool is_own_path(const std::string &word);
+// The word, with the value of a variable that it begins with and that holds the
+// path of such a folder.
+std::string with_own_folder(const script &s, const std::string &word);
 // The name below scripts/ of a file that the script `from` sources as `word`,
 // "" when it lies elsewhere.
 std::string sourced_name(const std::string &from, const std::string &word);

@@ -43,6 +43,25 @@ static void check_shell(const sink &at)
   }
 }
 
+// xargs -I{} sh -c '... {}' makes each line of its input a part of the program.
+static void check_xargs(const sink &at)
+{
+  const std::vector<bash_word> &words = at.command.words;
+  std::string mark;
+  for (size_t i = 1; i + 1 < words.size(); i++) {
+    const std::string &word = words[i].plain;
+    if (mark.empty() && starts_with(word, "-I")) {
+      mark = word.size() > 2 ? word.substr(2) : words[i + 1].plain;
+    } else if (word == "-c" && !mark.empty() &&
+               words[i + 1].plain.find(mark) != std::string::npos) {
+      tell(at.found, *at.s.file, words[i + 1].line, words[i + 1].column, "eval",
+           "each line becomes a part of the program " + words[i + 1].text +
+               "; hand it over as an argument: sh -c '... \"$1\"' -- " + mark);
+      return;
+    }
+  }
+}
+
 // Words that run what they are given.
 static void check_eval(const sink &at)
 {
@@ -59,6 +78,9 @@ static void check_eval(const sink &at)
     }
   }
   check_shell(at);
+  if (name == "xargs") {
+    check_xargs(at);
+  }
 }
 
 // Programs of other languages that are made of values.
@@ -141,9 +163,15 @@ static void check_attributes(const sink &at)
                     return word.plain[0] == '-' &&
                            word.plain.find_first_of("in") != std::string::npos;
                   });
+  if (!evaluates) {
+    return;
+  }
   for (const bash_assignment &assignment : at.command.assignments) {
+    for (const bash_expansion &expansion : assignment.value.expansions) {
+      check_octal(at, expansion);
+    }
     const bash_expansion *input =
-        evaluates ? input_of(at.c, at.command, assignment.value) : nullptr;
+        input_of(at.c, at.command, assignment.value);
     if (input != nullptr) {
       tell_at(at, *input, "eval",
               shown(*input) + " comes from the request and " + name +

@@ -309,7 +309,7 @@ void check_exchange(const device &dev, findings *found)
     const form &f = entry.second;
     check_shown_secrets(f, found);
     const vocabulary known = vocabulary_of(dev, f);
-    if (known.words.size() <= 2) {
+    if (known.words.empty() || lacks_script(dev, f.scripts[TASK_READ])) {
       continue; // no script to agree with; that is told already
     }
     if (takes_over(f) || !hands_on(dev, f)) {

@@ -17,6 +17,14 @@ static bool is_file(const std::string &path)
   return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
+bool lacks_script(const device &dev, const script_line &line)
+{
+  return !line.script.empty() &&
+         dev.odd.count(line.script) + dev.keepers.count(line.script) == 0 &&
+         dev.scripts.count(line.script) == 0 &&
+         !is_file(dev.dir + "/scripts/" + line.script);
+}
+
 static std::set<std::string> script_names(const device &dev)
 {
   std::set<std::string> names;
@@ -48,8 +56,7 @@ static void check_script_file(const device &dev, const form &f,
     return; // told where it lies, or a link to orv-store
   }
   const auto known = dev.scripts.find(line.script);
-  if (known == dev.scripts.end() &&
-      !is_file(dev.dir + "/scripts/" + line.script)) {
+  if (lacks_script(dev, line)) {
     tell(found, *f.file, line.line, line.column, "script-missing",
          "Script " + in_quotes("scripts/" + line.script) + " does not exist" +
              where + did_you_mean(line.script, script_names(dev)) +
@@ -241,7 +248,11 @@ void check_headers(const device &dev, findings *found)
     for (int task = 0; task < TASKS; task++) {
       const script_line &line = lines[static_cast<size_t>(task)];
       const bool runs = task == TASK_READ || task == TASK_NAVBAR || can_save(f);
-      if (runs) {
+      const bool told = std::any_of(
+          lines.begin(), lines.begin() + task, [&](const script_line &other) {
+            return other.script == line.script && other.line == line.line;
+          });
+      if (runs && !told) { // default lines name the same script
         check_script_file(dev, f, line, found);
       }
       if (line.line != 0) {

@@ -25,7 +25,7 @@ static void check_unquoted(const sink &at, const bash_word &word)
 }
 
 // A number that the page has checked may be 0900, 0x10 or -5.
-static void check_octal(const sink &at, const bash_expansion &expansion)
+void check_octal(const sink &at, const bash_expansion &expansion)
 {
   const std::string name =
       scoped(at.c, at.command.function, full_name(expansion));
@@ -61,7 +61,7 @@ static void check_number(const sink &at, const bash_word &word, bool operand)
 // A file of the folder that a script sources and that is not there.
 static void check_sourced(const sink &at, const bash_word &word)
 {
-  const std::string name = sourced_name(at.s.name, word.plain);
+  const std::string name = sourced_name(at.s.name, with_own_folder(at.s, word.plain));
   const device &dev = at.c.dev;
   if (name.empty() || dev.scripts.count(name) + dev.odd.count(name) != 0 ||
       is_library(name)) {
@@ -85,7 +85,7 @@ static void check_source(const sink &at)
     return;
   }
   const bash_word &word = words[1];
-  const std::string &path = word.plain;
+  const std::string path = with_own_folder(at.s, word.plain);
   const std::string file = path.substr(path.rfind('/') + 1);
   const bool made = word.text.find_first_of("$`<") != std::string::npos;
   if (is_own_path(path) && file.find('$') == std::string::npos &&

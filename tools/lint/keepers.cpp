@@ -80,15 +80,19 @@ static void check_clearing(const form &f, const form_item &item,
                            findings *found)
 {
   static const std::string end = "_clear";
-  std::set<std::string> secrets;
+  std::set<std::string> secrets; // without a box, but for this one
   for (const form_item &other : f.items) {
     if (other.type == PT_TEXT_FIELD && is_secret(other.name)) {
       secrets.insert(other.name + end);
     }
   }
-  const std::string near = nearest(item.name, secrets);
-  if (item.type == PT_CHECKBOX && ends_with(item.name, end) && !near.empty() &&
-      secrets.count(item.name) == 0) {
+  for (const form_item &other : f.items) {
+    if (other.name != item.name) {
+      secrets.erase(other.name);
+    }
+  }
+  if (item.type == PT_CHECKBOX && ends_with(item.name, end) &&
+      !secrets.empty() && secrets.count(item.name) == 0) {
     tell(found, f, *item.lines[0], 0, "keeper",
          "no secret belongs to the box " + in_quotes(item.name) +
              did_you_mean(item.name, secrets));

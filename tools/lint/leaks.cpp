@@ -227,6 +227,20 @@ static bool is_foreign(const context &c, const bash_command &command,
          !expansion.length;
 }
 
+// Whether the word holds what a command prints that reads others' texts.
+static bool quotes_others(const bash_word &word)
+{
+  static const std::set<std::string> readers = {
+      "cat", "tail", "head", "grep", "sed", "awk", "journalctl",
+      "dmesg", "logread", "curl", "wget", "<"};
+  const size_t start = word.text.find("$(");
+  if (start == std::string::npos) {
+    return false;
+  }
+  const std::string command = first_word(word.text.substr(start + 2));
+  return readers.count(command) != 0 || starts_with(command, "<");
+}
+
 // A message made by hand is expanded: "$N:NAME$" in it shows the environment.
 static void check_message(const context &c, const script &s,
                           const bash_command &command, findings *found)
@@ -240,6 +254,13 @@ static void check_message(const context &c, const script &s,
   for (size_t i = 1; i < command.words.size(); i++) {
     const bash_word &word = command.words[i];
     message |= starts_with(word.plain, "error_");
+    if (message && quotes_others(word)) {
+      tell(found, *s.file, word.line, word.column, "message-text",
+           "this text is somebody else's, and a message is expanded: $N:NAME$"
+           " in it shows the environment; orv_error and orv_msg make it"
+           " harmless");
+      return;
+    }
     for (const bash_expansion &expansion : word.expansions) {
       if (message && is_foreign(c, command, expansion)) {
         tell(found, *s.file, expansion.line, expansion.column, "message-text",

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "device.h"
+#include "library_functions.h"
 #include "text.h"
 
 bool is_library(const std::string &name)
@@ -13,14 +14,6 @@ bool is_library(const std::string &name)
          file == "orv_input.bash" || file == "orv_store.bash" ||
          file == "orv_more.bash" || file == "orv_navbar.sh";
 }
-
-static const std::set<std::string> library_functions = {
-    "orv_load",    "orv_read",        "orv_put",        "orv_show",
-    "orv_error",   "orv_msg",         "orv_fatal",      "orv_end",
-    "orv_stamp",   "orv_one_of",      "orv_tick",       "orv_rows",
-    "orv_pack",    "orv_secret",      "orv_lock",       "orv_store",
-    "orv_changes", "orv_log_changes", "orv_background", "orv_after_page",
-    "orv_guard",   "orv_guard_boot",  "orv_act"};
 
 bool is_sourced_only(const script &s)
 {
@@ -32,6 +25,23 @@ bool is_own_path(const std::string &word)
   return word.find("BASH_SOURCE") != std::string::npos ||
          word.find("dirname") != std::string::npos ||
          word.find("${0%") != std::string::npos;
+}
+
+std::string with_own_folder(const script &s, const std::string &word)
+{
+  const size_t start = starts_with(word, "${") ? 2 : 1;
+  size_t end = start;
+  while (end < word.size() && is_name_char(word[end])) {
+    end++;
+  }
+  const size_t rest = start == 2 ? end + 1 : end;
+  const auto folder = s.own_folders.find(
+      word.empty() ? "" : word.substr(start, end - start));
+  const bool whole = starts_with(word, "$") &&
+                     (start == 1 || (end < word.size() && word[end] == '}'));
+  return whole && folder != s.own_folders.end()
+             ? folder->second + word.substr(rest)
+             : word;
 }
 
 std::string sourced_name(const std::string &from, const std::string &word)
@@ -74,7 +84,8 @@ static void add_library(const std::string &path, library_part *into)
 }
 
 // The library's functions: those of the folder's own, or of the one that this
-// program comes with, or those that it has always had.
+// program comes with, or, where that is gone, those that it had when the program
+// was built.
 void read_library(device *dev, const std::vector<std::string> &names)
 {
   library_part all;
@@ -91,8 +102,11 @@ void read_library(device *dev, const std::vector<std::string> &names)
       add_library(ORV_LIBRARY_DIR "/" + std::string(name), &all);
     }
   }
-  dev->library =
-      all.functions.count("orv_load") != 0 ? all.functions : library_functions;
+  if (all.functions.count("orv_load") == 0) {
+    all.functions.insert(std::begin(library_functions),
+                         std::end(library_functions));
+  }
+  dev->library = all.functions;
   for (const std::string &word : all.words) {
     if (starts_with(word, "orv_") && dev->library.count(word) == 0) {
       dev->library_variables.insert(word);

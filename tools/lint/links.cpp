@@ -50,21 +50,34 @@ bool is_inserted(const std::string &text)
          text.find('`') != std::string::npos;
 }
 
+// Whether the step says that the form makes no sense.
+static bool is_refusal(const task_step &step)
+{
+  return first_word(*step.command) == "orv_fatal" ||
+         std::any_of(step.command->words.begin(), step.command->words.end(),
+                     [](const bash_word &word) {
+                       return word.plain.find("error_fatal=") !=
+                              std::string::npos;
+                     });
+}
+
 // Whether the form's read script refuses to go on without one of its list: then
 // a link without a sub-item leads nowhere.
 static bool names_subitem(const device &dev, const form &f)
 {
   const task_run read = follow_task(dev, f, TASK_READ);
-  return std::any_of(
-      read.steps.begin(), read.steps.end(), [](const task_step &step) {
-        const std::string &name = first_word(*step.command);
-        const auto fatal = [](const bash_word &word) {
-          return word.plain.find("error_fatal=") != std::string::npos;
-        };
-        return name == "orv_fatal" ||
-               std::any_of(step.command->words.begin(),
-                           step.command->words.end(), fatal);
-      });
+  return std::any_of(read.steps.begin(), read.steps.end(), is_refusal);
+}
+
+// Whether it does so with this one, whatever else holds.
+static bool refuses(const device &dev, const form &f,
+                    const std::string &subitem)
+{
+  const task_run read = follow_task(dev, f, TASK_READ, subitem);
+  return !read.opaque && std::any_of(read.steps.begin(), read.steps.end(),
+                                     [](const task_step &step) {
+                                       return step.certain && is_refusal(step);
+                                     });
 }
 
 // Whether the form's own lines use the sub-item.
@@ -101,6 +114,11 @@ static void check_subitem(const device &dev, const source_file &file, int line,
     tell(found, file, line, column, "subitem",
          "the device has no \"defaults/" + link.form + "@" + link.subitem +
              "\": with this sub-item the form is refused");
+  } else if (!kept && !link.subitem.empty() && !is_inserted(link.subitem) &&
+             refuses(dev, f, link.subitem)) {
+    tell(found, file, line, column, "subitem",
+         "the script of the form " + in_quotes(link.form) +
+             " refuses the sub-item " + in_quotes(link.subitem));
   }
 }
 

@@ -32,6 +32,7 @@ static const call_order orders[] = {
 // Here every call of the second stands before the first of the first.
 static const call_order late_orders[] = {
     {"orv_read", "orv_tick", false, "has no values of the page yet"},
+    {"orv_read", "orv_take_hash", false, "has no values of the page yet"},
     {"orv_read", "orv_number", false, "has no values of the page yet"},
     {"orv_read", "orv_rows", false, "has no values of the page yet"},
     {"orv_rows", "orv_pack", false, "knows no rows yet"},

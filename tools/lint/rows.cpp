@@ -6,6 +6,7 @@
 
 #include "agree.h"
 #include "flow.h"
+#include "script_names.h"
 #include "text.h"
 
 // --- where a number begins ---------------------------------------------------
@@ -146,23 +147,25 @@ static bool read_row_name(const agree_check &c, const std::string &text,
   return c.columns.count(into->stem) + c.lists.count(into->stem) != 0;
 }
 
-// $((i + 1)) where i begins with 0: the first number is 1.
+// $((i + 1)) where i begins with 0: the first number is 1.  `sum` is what stands
+// behind the dollar, without blanks.
 static bool check_computed(const row_check &r, const bash_command &command,
-                           const bash_word &word, const row_name &name)
+                           const bash_word &word, const std::string &sum)
 {
-  const size_t end = name.row.find_first_not_of("($");
+  const size_t end = sum.find_first_not_of("($");
   size_t stop = end;
-  while (stop < name.row.size() && is_name_char(name.row[stop])) {
+  while (stop < sum.size() && is_name_char(sum[stop])) {
     stop++;
   }
-  if (end == std::string::npos || name.row.substr(stop) != "+1))") {
+  if (end == std::string::npos || sum.substr(stop) != "+1))") {
     return false;
   }
-  const std::string variable = name.row.substr(end, stop - end);
+  const std::string variable = sum.substr(end, stop - end);
   const std::vector<start> &starts = starts_of(r, command.function, variable);
   const bool from_0 =
       std::any_of(starts.begin(), starts.end(), [](const start &at) {
-        return at.value == "0" || starts_with(at.value, "${!");
+        return at.value == "0" || starts_with(at.value, "${!") ||
+               at.value == "${rows[@]}";
       });
   if (from_0) {
     tell(r.c.found, *r.c.s.file, word.line, word.column, "first-row",
@@ -213,9 +216,36 @@ static bool check_given(const row_check &r, const std::string &function,
 {
   const size_t number = strtoul(parameter.c_str(), nullptr, 10);
   for (const bash_command &call : r.c.s.code.commands) {
-    if (first_word(call) == function && call.words.size() > number &&
-        call.words[number].expansions.size() == 1 &&
-        check_start(r, call.function, call.words[number].expansions[0].name)) {
+    if (first_word(call) != function || call.words.size() <= number ||
+        call.words[number].expansions.size() != 1) {
+      continue;
+    }
+    const bash_word &given = call.words[number];
+    if (starts_with(given.plain, "$((")
+            ? check_computed(r, call, given, without_blanks(given.plain))
+            : check_start(r, call.function, given.expansions[0].name)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Cells and entries that are reported by their whole names: none without the
+// first.
+static bool check_written_out(const agree_check &c)
+{
+  for (const bash_command &command : c.s.code.commands) {
+    if (first_word(command) != "orv_put" || command.words.size() < 2) {
+      continue;
+    }
+    const bash_word &word = command.words[1];
+    const std::string name = lower(word.plain);
+    const std::string stem = without_digits(name);
+    if (name == stem + "1" && c.columns.count(stem) + c.lists.count(stem) != 0 &&
+        c.s.words.count(stem + "0") + c.s.stems.count(stem) == 0) {
+      tell(c.found, *c.s.file, word.line, word.column, "first-row",
+           "rows and entries of lists count from 0, and nothing reports " +
+               in_quotes(stem + "0"));
       return true;
     }
   }
@@ -224,6 +254,9 @@ static bool check_given(const row_check &r, const std::string &function,
 
 void check_rows_of(const agree_check &c)
 {
+  if (check_written_out(c)) {
+    return;
+  }
   const row_check r = {c, find_starts(c.s)};
   std::set<std::string> asked; // parameters, each once
   for (const row_use &use : uses_of(c)) {
@@ -232,7 +265,7 @@ void check_rows_of(const agree_check &c)
     const bool parameter =
         !row.empty() && isdigit(static_cast<unsigned char>(row[0])) != 0;
     if (row.empty()     ? false
-        : row[0] == '(' ? check_computed(r, *use.command, *use.word, use.name)
+        : row[0] == '(' ? check_computed(r, *use.command, *use.word, row)
         : parameter
             ? !function.empty() && asked.insert(function + "::" + row).second &&
                   check_given(r, function, row)

@@ -56,5 +56,6 @@ device_check *const all_checks[] = {
     check_defaults,       check_markup,
     check_agreement,      check_keepers,
     check_guards,         check_arguments,
-    check_variables,      nullptr,
+    check_variables,      check_versions,
+    check_secret_names,   nullptr,
 };

@@ -61,6 +61,8 @@ device_check check_keepers;
 device_check check_guards;
 device_check check_arguments;
 device_check check_variables;
+device_check check_versions;
+device_check check_secret_names;
 
 // Runs the read and navigation scripts in a copy of the folder.
 device_check run_scripts;

@@ -19,26 +19,29 @@ array_of(const std::map<std::string, const bash_assignment *> &arrays,
              : nullptr;
 }
 
-// The names that a word stands for, as far as they are written out.
-void add_literals(const script &s, const bash_word &word,
+bool add_literals(const script &s, const bash_word &word,
                   std::vector<literal_name> *names)
 {
   if (word.expansions.empty()) {
     names->push_back({word.plain, word.line, word.column});
-    return;
+    return word.plain.find_first_of("*?{[`") == std::string::npos;
   }
   const bash_assignment *own = array_of(s.arrays, word.expansions[0]);
   const bash_assignment *array =
       own != nullptr ? own : array_of(s.sourced_arrays, word.expansions[0]);
   if (array == nullptr || word.expansions.size() != 1) {
-    return;
+    return false;
   }
+  bool all = true;
   for (const bash_word &element : array->elements) {
     const bash_word &place = own != nullptr ? element : word;
+    all &= element.expansions.empty() &&
+           element.plain.find_first_of("*?{[`") == std::string::npos;
     if (element.expansions.empty()) {
       names->push_back({element.plain, place.line, place.column});
     }
   }
+  return all;
 }
 
 bool is_value_array(const std::string &name)

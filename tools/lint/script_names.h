@@ -15,8 +15,9 @@ struct literal_name {
 // The column of a cell's name; of another name, the name itself.
 std::string without_digits(const std::string &name);
 // The names that a word stands for, as far as they are written out: its own,
-// or the elements of an array that is given them once.
-void add_literals(const script &s, const bash_word &word,
+// or the elements of an array that is given them once.  False when it may stand
+// for others as well.
+bool add_literals(const script &s, const bash_word &word,
                   std::vector<literal_name> *names);
 // The arrays that hold a form's values.
 bool is_value_array(const std::string &name);

@@ -51,9 +51,35 @@ static bool prints_more(const task_run &read)
       });
 }
 
+static bool is_value_set(const task_step &step)
+{
+  return std::any_of(step.command->assignments.begin(),
+                     step.command->assignments.end(),
+                     [](const bash_assignment &assignment) {
+                       return is_value_array(assignment.name);
+                     });
+}
+
+// What is shown before it is loaded is blank.
+static void check_loaded(const form_runs &runs)
+{
+  const size_t show = find_call(runs.read, "orv_show");
+  if (show == NOWHERE || !calls(runs.write, "orv_load") ||
+      find_call(runs.read, "orv_load") < show) {
+    return;
+  }
+  const auto start = runs.read.steps.begin();
+  if (std::none_of(start, start + static_cast<long>(show), is_value_set)) {
+    tell_step(runs.found, runs.read.steps[show], "library-order",
+              "\"orv_show\" shows what is at hand, and nothing is before"
+              " \"orv_load\"");
+  }
+}
+
 // A value that is not reported cannot be emptied, and a box looks unticked.
 void check_shown(const form_runs &runs)
 {
+  check_loaded(runs);
   const size_t at = find_call(runs.read, "orv_show");
   const std::set<std::string> shown = names_reported(runs.read);
   const std::set<std::string> read = names_given(runs.write, "orv_read");
@@ -61,12 +87,13 @@ void check_shown(const form_runs &runs)
     return;
   }
   for (const form_item &item : runs.f.items) {
-    const std::string name = lower(item.name);
-    if (is_editable(item) && item.table < 0 && !is_secret(item.name) &&
+    const std::string name = lower(item.name) + (item.table < 0 ? "" : "0");
+    if (is_editable(item) && !is_secret(item.name) &&
         read.count(name) != 0 &&
         shown.count(name) + shown.count("d_" + name) == 0) {
       tell_step(runs.found, runs.read.steps[at], "unreported",
-                "the read script does not report " + in_quotes(item.name) +
+                "the read script does not report " +
+                    in_quotes(item.table < 0 ? item.name : item.name + "0") +
                     ": what is stored of it is not shown");
       return;
     }

@@ -15,6 +15,8 @@ struct sink {
 
 void tell_at(const sink &at, const bash_expansion &expansion, const char *rule,
              const std::string &text);
+// A number of the page that may begin with 0, where bash computes with it.
+void check_octal(const sink &at, const bash_expansion &expansion);
 // The expansion as it is told.
 std::string shown(const bash_expansion &expansion);
 

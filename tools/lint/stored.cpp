@@ -256,6 +256,7 @@ static void check_secrets(const task_run &run, findings *found)
   const size_t read = find_call(run, "orv_read");
   const std::set<std::string> names = names_given(run, "orv_read");
   const std::set<std::string> secrets = names_given(run, "orv_secret");
+  const stored_names stored = names_stored(run);
   if (read == NOWHERE || !calls(run, "orv_store") || secrets.count("") != 0) {
     return;
   }
@@ -263,7 +264,8 @@ static void check_secrets(const task_run &run, findings *found)
     const std::string name = lower(item.name);
     const bool secret =
         item.type == PT_TEXT_FIELD && item.table < 0 && is_secret(item.name);
-    if (secret && names.count(name) != 0 && secrets.count(name) == 0) {
+    if (secret && names.count(name) != 0 && secrets.count(name) == 0 &&
+        (!stored.all || stored.names.count(name) != 0)) {
       tell_step(found, run.steps[read], "library-missing",
                 "a blank " + in_quotes(item.name) +
                     " would be stored; call \"orv_secret\" for it, so that"

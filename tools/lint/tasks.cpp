@@ -6,11 +6,13 @@
 
 #include "flow.h"
 #include "known.h"
+#include "script_names.h"
 #include "text.h"
 
 // --- arguments ---------------------------------------------------------------
 
-known_values known_arguments(const form &f, script_task task)
+known_values known_arguments(const form &f, script_task task,
+                             const std::string &subitem)
 {
   known_values known;
   const std::vector<std::string> words = split_words(f.scripts[task].text);
@@ -20,6 +22,9 @@ known_values known_arguments(const form &f, script_task task)
     const bool form_name = words[i] == "$F$" || words[i] == "\"$F$\"";
     if (form_name) {
       known[std::to_string(i)] = f.name;
+    } else if (!subitem.empty() &&
+               (words[i] == "$S$" || words[i] == "\"$S$\"")) {
+      known[std::to_string(i)] = subitem;
     } else if (plain) {
       known[std::to_string(i)] = words[i];
     } else if (words[i].find("$S$") == std::string::npos) {
@@ -175,7 +180,8 @@ static void follow_source(walk *w, const script &s, frame *at,
 {
   if ((first_word(command) == "." || first_word(command) == "source") &&
       command.words.size() > 1) {
-    const std::string name = sourced_name(s.name, command.words[1].plain);
+    const std::string name = sourced_name(
+        s.name, with_own_folder(s, command.words[1].plain));
     const auto file = w->dev.scripts.find(name);
     if (file != w->dev.scripts.end() && w->depth < CALLS_DEEP) {
       w->depth++;
@@ -278,6 +284,27 @@ static std::vector<std::string> given_words(const frame &at,
   return given;
 }
 
+// Whether orv_one_of finds the value among what is written out.
+static truth is_one_of(const frame &at, const script &s,
+                       const bash_command &command)
+{
+  std::string value;
+  if (command.words.size() < 3 || !value_of(at, command.words[1], &value)) {
+    return MAYBE;
+  }
+  std::vector<literal_name> names;
+  bool all = true;
+  for (size_t i = 2; i < command.words.size(); i++) {
+    all &= add_literals(s, command.words[i], &names);
+  }
+  const bool found =
+      std::any_of(names.begin(), names.end(), [&](const literal_name &name) {
+        return name.name == value;
+      });
+  const truth result = found ? YES : all ? NO : MAYBE;
+  return command.negated ? opposite(result) : result;
+}
+
 // Takes one step; false when the function or script ends there.
 static bool walk_command(walk *w, const script &s, frame *at,
                          const bash_command &command)
@@ -287,12 +314,14 @@ static bool walk_command(walk *w, const script &s, frame *at,
     at->results[&command] = result_at(*at, s, command.previous);
     return true;
   }
+  const std::string &name = first_word(command);
   at->results[&command] =
-      command.join.empty() || state == YES ? result_of(*at, command) : MAYBE;
+      !command.join.empty() && state != YES ? MAYBE
+      : name == "orv_one_of"                ? is_one_of(*at, s, command)
+                                            : result_of(*at, command);
   w->run->steps.push_back(
       {&s, &command, state == YES, given_words(*at, command)});
   note_all_arguments(w, s, *at, command);
-  const std::string &name = first_word(command);
   if (command.substitution > 0) {
     return true;
   }
@@ -323,14 +352,15 @@ static void walk_commands(walk *w, const script &s, const std::string &function,
   }
 }
 
-task_run follow_task(const device &dev, const form &f, script_task task)
+task_run follow_task(const device &dev, const form &f, script_task task,
+                     const std::string &subitem)
 {
   task_run run = {&f, task, {}, {}, {}, false};
   const auto s = dev.scripts.find(f.scripts[task].script);
   if (s != dev.scripts.end()) {
     walk w = {dev, with_sources(dev, s->first), &run, 0, false};
     frame top = {
-        "", known_arguments(f, task), {}, {}, count_arguments(f, task)};
+        "", known_arguments(f, task, subitem), {}, {}, count_arguments(f, task)};
     walk_commands(&w, s->second, "", &top);
   }
   return run;

@@ -29,13 +29,17 @@ struct task_run {
   bool opaque;
 };
 
-// The steps of the form's script, none where that is not the folder's.
-task_run follow_task(const device &dev, const form &f, script_task task);
+// The steps of the form's script, none where that is not the folder's; with a
+// sub-item, those for this one.
+task_run follow_task(const device &dev, const form &f, script_task task,
+                     const std::string &subitem = "");
 
-// What a form's line gives its script, by the argument's number: an option, or
-// the form's name.  What a request chooses is left out.
-std::map<std::string, std::string> known_arguments(const form &f,
-                                                   script_task task);
+// What a form's line gives its script, by the argument's number: an option, the
+// form's name, the sub-item if that is not "".  What else a request chooses is
+// left out.
+std::map<std::string, std::string>
+known_arguments(const form &f, script_task task,
+                const std::string &subitem = "");
 
 // Whether the value is one that the pattern of a case, or one of [[ == ]],
 // matches.

@@ -7,6 +7,7 @@
 #include "template_copy.h"
 
 #include <algorithm>
+#include <ctype.h>
 #include <map>
 #include <string.h>
 
@@ -198,7 +199,10 @@ static void tell_cut(const repair &work)
     const bool apart = strchr(" \t", line.text[cut - 1]) != nullptr &&
                        (cut + 1 == line.text.size() ||
                         strchr(" \t#", line.text[cut + 1]) != nullptr);
-    if (!apart) {
+    const size_t comment = line.text.find_first_not_of(" \t", cut + 1);
+    const bool number = comment != std::string::npos &&
+                        isdigit(static_cast<unsigned char>(line.text[comment]));
+    if (!apart || number) { // "Printer # 1"
       tell(work.found, work.file, line.number, static_cast<int>(cut) + 1,
            "cut-comment",
            "the text ends here, since \"#\" begins a comment; write \"$#$\""
