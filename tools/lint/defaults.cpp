@@ -245,8 +245,7 @@ static void check_entries(const settings_check &c, const std::string &text,
 static long fixed_rows(const form &f, const form_item &cell)
 {
   const form_item &table = f.items[static_cast<size_t>(cell.table)];
-  const std::vector<std::string> words =
-      split_words(table.lines.front()->text);
+  const std::vector<std::string> words = split_words(table.lines.front()->text);
   return table.type == PT_FTABLE && words.size() > 2
              ? strtol(words[2].c_str(), nullptr, 10)
              : 0;

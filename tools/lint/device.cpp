@@ -174,8 +174,8 @@ static void read_script(device *dev, const std::string &name)
     add_own_folders(command, &into);
     if (command.words.size() > 1 &&
         (command.words[0].plain == "." || command.words[0].plain == "source")) {
-      const std::string source = sourced_name(
-          name, with_own_folder(into, command.words[1].plain));
+      const std::string source =
+          sourced_name(name, with_own_folder(into, command.words[1].plain));
       if (!source.empty()) {
         into.sources.push_back(source);
       }

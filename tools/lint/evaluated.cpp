@@ -170,8 +170,7 @@ static void check_attributes(const sink &at)
     for (const bash_expansion &expansion : assignment.value.expansions) {
       check_octal(at, expansion);
     }
-    const bash_expansion *input =
-        input_of(at.c, at.command, assignment.value);
+    const bash_expansion *input = input_of(at.c, at.command, assignment.value);
     if (input != nullptr) {
       tell_at(at, *input, "eval",
               shown(*input) + " comes from the request and " + name +

@@ -61,7 +61,8 @@ static void check_number(const sink &at, const bash_word &word, bool operand)
 // A file of the folder that a script sources and that is not there.
 static void check_sourced(const sink &at, const bash_word &word)
 {
-  const std::string name = sourced_name(at.s.name, with_own_folder(at.s, word.plain));
+  const std::string name =
+      sourced_name(at.s.name, with_own_folder(at.s, word.plain));
   const device &dev = at.c.dev;
   if (name.empty() || dev.scripts.count(name) + dev.odd.count(name) != 0 ||
       is_library(name)) {

@@ -231,8 +231,8 @@ static bool is_foreign(const context &c, const bash_command &command,
 static bool quotes_others(const bash_word &word)
 {
   static const std::set<std::string> readers = {
-      "cat", "tail", "head", "grep", "sed", "awk", "journalctl",
-      "dmesg", "logread", "curl", "wget", "<"};
+      "cat",        "tail",  "head",    "grep", "sed",  "awk",
+      "journalctl", "dmesg", "logread", "curl", "wget", "<"};
   const size_t start = word.text.find("$(");
   if (start == std::string::npos) {
     return false;

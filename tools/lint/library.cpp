@@ -35,8 +35,8 @@ std::string with_own_folder(const script &s, const std::string &word)
     end++;
   }
   const size_t rest = start == 2 ? end + 1 : end;
-  const auto folder = s.own_folders.find(
-      word.empty() ? "" : word.substr(start, end - start));
+  const auto folder =
+      s.own_folders.find(word.empty() ? "" : word.substr(start, end - start));
   const bool whole = starts_with(word, "$") &&
                      (start == 1 || (end < word.size() && word[end] == '}'));
   return whole && folder != s.own_folders.end()
@@ -84,8 +84,8 @@ static void add_library(const std::string &path, library_part *into)
 }
 
 // The library's functions: those of the folder's own, or of the one that this
-// program comes with, or, where that is gone, those that it had when the program
-// was built.
+// program comes with, or, where that is gone, those that it had when the
+// program was built.
 void read_library(device *dev, const std::vector<std::string> &names)
 {
   library_part all;

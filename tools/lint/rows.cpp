@@ -147,8 +147,8 @@ static bool read_row_name(const agree_check &c, const std::string &text,
   return c.columns.count(into->stem) + c.lists.count(into->stem) != 0;
 }
 
-// $((i + 1)) where i begins with 0: the first number is 1.  `sum` is what stands
-// behind the dollar, without blanks.
+// $((i + 1)) where i begins with 0: the first number is 1.  `sum` is what
+// stands behind the dollar, without blanks.
 static bool check_computed(const row_check &r, const bash_command &command,
                            const bash_word &word, const std::string &sum)
 {
@@ -241,7 +241,8 @@ static bool check_written_out(const agree_check &c)
     const bash_word &word = command.words[1];
     const std::string name = lower(word.plain);
     const std::string stem = without_digits(name);
-    if (name == stem + "1" && c.columns.count(stem) + c.lists.count(stem) != 0 &&
+    if (name == stem + "1" &&
+        c.columns.count(stem) + c.lists.count(stem) != 0 &&
         c.s.words.count(stem + "0") + c.s.stems.count(stem) == 0) {
       tell(c.found, *c.s.file, word.line, word.column, "first-row",
            "rows and entries of lists count from 0, and nothing reports " +

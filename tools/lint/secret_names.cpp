@@ -41,8 +41,7 @@ static bool is_labelled(const form_item &item)
   const std::string judged = lower(check != nullptr ? check->text : "");
   return (judged.find("decimal") == std::string::npos || last == "pin") &&
          judged.find("number") == std::string::npos &&
-         std::find(std::begin(words), std::end(words), last) !=
-             std::end(words);
+         std::find(std::begin(words), std::end(words), last) != std::end(words);
 }
 
 void check_secret_names(const device &dev, findings *found)

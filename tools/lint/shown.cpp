@@ -88,8 +88,7 @@ void check_shown(const form_runs &runs)
   }
   for (const form_item &item : runs.f.items) {
     const std::string name = lower(item.name) + (item.table < 0 ? "" : "0");
-    if (is_editable(item) && !is_secret(item.name) &&
-        read.count(name) != 0 &&
+    if (is_editable(item) && !is_secret(item.name) && read.count(name) != 0 &&
         shown.count(name) + shown.count("d_" + name) == 0) {
       tell_step(runs.found, runs.read.steps[at], "unreported",
                 "the read script does not report " +

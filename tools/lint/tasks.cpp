@@ -180,8 +180,8 @@ static void follow_source(walk *w, const script &s, frame *at,
 {
   if ((first_word(command) == "." || first_word(command) == "source") &&
       command.words.size() > 1) {
-    const std::string name = sourced_name(
-        s.name, with_own_folder(s, command.words[1].plain));
+    const std::string name =
+        sourced_name(s.name, with_own_folder(s, command.words[1].plain));
     const auto file = w->dev.scripts.find(name);
     if (file != w->dev.scripts.end() && w->depth < CALLS_DEEP) {
       w->depth++;
@@ -298,9 +298,8 @@ static truth is_one_of(const frame &at, const script &s,
     all &= add_literals(s, command.words[i], &names);
   }
   const bool found =
-      std::any_of(names.begin(), names.end(), [&](const literal_name &name) {
-        return name.name == value;
-      });
+      std::any_of(names.begin(), names.end(),
+                  [&](const literal_name &name) { return name.name == value; });
   const truth result = found ? YES : all ? NO : MAYBE;
   return command.negated ? opposite(result) : result;
 }
@@ -315,10 +314,9 @@ static bool walk_command(walk *w, const script &s, frame *at,
     return true;
   }
   const std::string &name = first_word(command);
-  at->results[&command] =
-      !command.join.empty() && state != YES ? MAYBE
-      : name == "orv_one_of"                ? is_one_of(*at, s, command)
-                                            : result_of(*at, command);
+  at->results[&command] = !command.join.empty() && state != YES ? MAYBE
+                          : name == "orv_one_of" ? is_one_of(*at, s, command)
+                                                 : result_of(*at, command);
   w->run->steps.push_back(
       {&s, &command, state == YES, given_words(*at, command)});
   note_all_arguments(w, s, *at, command);
@@ -359,8 +357,11 @@ task_run follow_task(const device &dev, const form &f, script_task task,
   const auto s = dev.scripts.find(f.scripts[task].script);
   if (s != dev.scripts.end()) {
     walk w = {dev, with_sources(dev, s->first), &run, 0, false};
-    frame top = {
-        "", known_arguments(f, task, subitem), {}, {}, count_arguments(f, task)};
+    frame top = {"",
+                 known_arguments(f, task, subitem),
+                 {},
+                 {},
+                 count_arguments(f, task)};
     walk_commands(&w, s->second, "", &top);
   }
   return run;

@@ -59,9 +59,9 @@ void check_versions(const device &dev, findings *found)
     int number = 0;
     for (const std::string &line : entry.second->lines) {
       number++;
-      const std::string fault =
-          starts_with(line, MARK) ? fault_of(dev, entry.first, line, number)
-                                  : "";
+      const std::string fault = starts_with(line, MARK)
+                                    ? fault_of(dev, entry.first, line, number)
+                                    : "";
       if (!fault.empty()) {
         tell(found, *entry.second, number, 1, "default-version", fault);
         break;
