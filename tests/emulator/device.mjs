@@ -16,7 +16,7 @@ export const command = `${root}demo/emulator/run`;
 export const run = promisify(execFile);
 // Long enough for a machine with other things to do; nobody waits for them when
 // all is well.
-export const PATIENCE = 200;
+export const PATIENCE = 400;
 
 // Waits until `look` gives something, and says what was waited for if it never
 // does.
@@ -86,7 +86,7 @@ export class Device {
         auth: `admin:${this.password}`,
         rejectUnauthorized: false, // it has signed its certificate by itself
         agent: false,
-        timeout: 20000,
+        timeout: 60000,
         headers: body &&
                  { "Content-Type": "application/x-www-form-urlencoded" },
       }, async (response) => {

@@ -17,6 +17,7 @@ const { chromium } =
   createRequire(new URL("../browser/", import.meta.url))("playwright-core");
 const CUTS = 10;
 let folder, browser, page;
+let built; // what the building of the image has told
 let home; // in people's hands
 let cut;
 
@@ -61,7 +62,7 @@ async function newDevice(name) {
 
 before(async () => {
   folder = await fs.mkdtemp(`${os.tmpdir()}/larkspur-emulator-`);
-  await run(command, ["--build", "--dir", `${folder}/image`]);
+  built = (await run(command, ["--build", "--dir", `${folder}/image`])).stderr;
   home = await newDevice("home");
   cut = await newDevice("cut");
   browser = await chromium.launch({ executablePath: "/usr/bin/chromium",
@@ -109,8 +110,7 @@ describe("a device", { concurrency: true }, () => {
 
       await save(home, "time", { ntp_on: true, ntp_server: "10.0.2.2" });
       await until("the time service", () =>
-        home.shell(
-          "pidof ntpd && grep -x 'servers 10.0.2.2' /run/etc/ntpd.conf"));
+        home.shell("ntpctl -s peers | grep -w 10.0.2.2"));
       await save(home, "time", { ntp_on: false });
       await until("its end", () =>
         home.shell("! pidof ntpd").then(() => true));
@@ -123,6 +123,18 @@ describe("a device", { concurrency: true }, () => {
       await page.goto(`${home.page}cgi-bin/orv?form=log`);
       assert.match(await page.locator("main").innerText(),
                    /SSH: off -> on \(admin at 10\.0\.2\.2\)/);
+    });
+
+    test("the sizes that its building tells are those on the device",
+         async (t) => {
+      for (const path of ["/usr/lib/cgi-bin/orv", "/usr/sbin/orv-store",
+                          "/usr/sbin/orvctl"]) {
+        const told = new RegExp(`${path.split("/").pop()}, .* (\\d+) KiB`)
+          .exec(built)?.[1];
+        const bytes = await home.shell(`stat -c %s ${path}`);
+        assert.equal(Number(told), Math.ceil(bytes / 1024), path);
+      }
+      t.diagnostic(built);
     });
 
     test("a password lets root in where the services say so", async () => {
