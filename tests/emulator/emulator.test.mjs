@@ -134,7 +134,7 @@ describe("a device", { concurrency: true }, () => {
         const bytes = await home.shell(`stat -c %s ${path}`);
         assert.equal(Number(told), Math.ceil(bytes / 1024), path);
       }
-      t.diagnostic(built);
+      built.trim().split("\n").forEach((line) => t.diagnostic(line));
     });
 
     test("a password lets root in where the services say so", async () => {
