@@ -74,6 +74,30 @@ static void check_columns(const agree_check &c, const bash_command &command)
 
 // --- entries -----------------------------------------------------------------
 
+// The element that is one word, of the array that the value is taken from; NULL
+// without one.
+static const bash_word *bare_element(const agree_check &c,
+                                     const bash_word &value)
+{
+  if (value.expansions.size() != 1) {
+    return nullptr;
+  }
+  const bash_expansion &e = value.expansions[0];
+  const auto array = c.s.arrays.find(e.name);
+  if (array == c.s.arrays.end() || array->second == nullptr ||
+      e.subscript.empty() || !e.rest.empty() ||
+      value.plain != "${" + e.name + "[" + e.subscript + "]}") {
+    return nullptr;
+  }
+  for (const bash_word &word : array->second->elements) {
+    if (word.expansions.empty() &&
+        word.plain.find_first_of(" `*?{(") == std::string::npos) {
+      return &word;
+    }
+  }
+  return nullptr;
+}
+
 // An entry is a value, a blank and a text.
 static void check_entry(const agree_check &c, const bash_command &command)
 {
@@ -102,9 +126,10 @@ static void check_entry(const agree_check &c, const bash_command &command)
           });
     }
   }
-  if (one_word) {
-    tell(c.found, *c.s.file, command.words[2].line, command.words[2].column,
-         "list-entries",
+  const bash_word *bare =
+      one_word ? &command.words[2] : bare_element(c, command.words[2]);
+  if (bare != nullptr) {
+    tell(c.found, *c.s.file, bare->line, bare->column, "list-entries",
          "an entry of a list is a value, a blank and the text that is shown");
   }
 }

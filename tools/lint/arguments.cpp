@@ -204,10 +204,23 @@ static void check_marks(const library_call &c)
   }
 }
 
+// The command is words, and no line for a shell.
+static void check_runner(const library_call &c, size_t at)
+{
+  if (at < c.command.words.size() && c.command.words[at].expansions.empty() &&
+      c.command.words[at].plain.find(' ') != std::string::npos) {
+    tell_word(c, at,
+              "no command is called " + in_quotes(c.command.words[at].plain) +
+                  ": it is given as words, each of its own");
+  }
+}
+
 static void check_one_of(const library_call &c)
 {
   const std::vector<bash_word> &words = c.command.words;
-  if (words.size() > 2 && words[1].expansions.empty() &&
+  const bool list = words.size() > 1 && words[1].expansions.size() == 1 &&
+                    words[1].expansions[0].subscript == "@";
+  if (words.size() > 2 && (list || words[1].expansions.empty()) &&
       !words.back().expansions.empty()) {
     tell_word(c, 1,
               "\"orv_one_of\" takes the value first, then what it may be");
@@ -247,8 +260,17 @@ void check_arguments(const device &dev, findings *found)
   static const std::map<std::string, void (*)(const library_call &)> checks = {
       {"orv_act", [](const library_call &c) { check_act(c, 1); }},
       {"orv_error", check_row},
-      {"orv_guard", check_seconds},
-      {"orv_after_page", check_seconds},
+      {"orv_guard",
+       [](const library_call &c) {
+         check_seconds(c);
+         check_runner(c, 2);
+       }},
+      {"orv_after_page",
+       [](const library_call &c) {
+         check_seconds(c);
+         check_runner(c, 2);
+       }},
+      {"orv_background", [](const library_call &c) { check_runner(c, 1); }},
       {"orv_put", check_put},
       {"orv_one_of", check_one_of},
       {"orv_rows", check_rows}};

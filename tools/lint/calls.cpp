@@ -64,13 +64,12 @@ static std::string file_of_function(const device &dev, const std::string &name)
 // A command that nobody has: of the library, of another file, or misspelt.
 // What only the device has is taken for right.  True when it is the library
 // that is not there.
-static bool check_call(call_check *c, const script &s,
-                       const bash_command &command,
-                       const std::set<std::string> &functions)
+static bool check_called(call_check *c, const script &s, const bash_word &word,
+                         const std::set<std::string> &functions)
 {
   const device &dev = c->dev;
-  const std::string &name = first_word(command);
-  if (name.empty() || !command.words[0].expansions.empty() ||
+  const std::string &name = word.plain;
+  if (name.empty() || !word.expansions.empty() ||
       name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
                              "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") !=
           std::string::npos ||
@@ -105,8 +104,25 @@ static bool check_call(call_check *c, const script &s,
   } else {
     return false;
   }
-  tell(c->found, *s.file, command.line, command.column, "script-call", text);
+  tell(c->found, *s.file, word.line, word.column, "script-call", text);
   return dev.library.count(name) != 0;
+}
+
+static bool check_call(call_check *c, const script &s,
+                       const bash_command &command,
+                       const std::set<std::string> &functions)
+{
+  // The library's functions that run a command, and where that stands.
+  static const std::map<std::string, size_t> runners = {{"orv_background", 1},
+                                                        {"orv_guard_boot", 1},
+                                                        {"orv_after_page", 2},
+                                                        {"orv_guard", 2}};
+  const auto runner = runners.find(first_word(command));
+  if (runner != runners.end() && runner->second < command.words.size()) {
+    check_called(c, s, command.words[runner->second], functions);
+  }
+  return !first_word(command).empty() &&
+         check_called(c, s, command.words[0], functions);
 }
 
 // --- tasks and files ---------------------------------------------------------

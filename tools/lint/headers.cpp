@@ -102,6 +102,38 @@ static void check_handed_on(const form &f, findings *found)
   }
 }
 
+// The word that is the sub-item, 0 without one.
+static size_t subitem_word(const script_line &line)
+{
+  const std::vector<std::string> words = split_words(line.text);
+  for (size_t i = 1; i < words.size(); i++) {
+    if (words[i].find("$S$") != std::string::npos) {
+      return i;
+    }
+  }
+  return 0;
+}
+
+// Of lines of one script the one whose sub-item stands elsewhere: the script
+// takes another word for it.
+static void check_moved(const form &f, findings *found)
+{
+  const script_line &read = f.scripts[TASK_READ];
+  const size_t due = subitem_word(read);
+  for (const script_task task : {TASK_CHECK, TASK_WRITE}) {
+    const script_line &line = f.scripts[task];
+    const size_t at = subitem_word(line);
+    if (can_save(f) && line.script == read.script && line.line != 0 &&
+        due != 0 && at != 0 && at != due) {
+      tell(found, *f.file, line.line, line.column, "script-argument",
+           "the sub-item is argument " + std::to_string(at) +
+               " here, and argument " + std::to_string(due) + " in that of " +
+               read.keyword);
+      return;
+    }
+  }
+}
+
 // --- values in the line ------------------------------------------------------
 
 // A sub-item that stands for what the shell would act on.
@@ -245,6 +277,7 @@ void check_headers(const device &dev, findings *found)
     const std::vector<script_line> lines = f.scripts;
     check_bar_task(dev, f, found);
     check_handed_on(f, found);
+    check_moved(f, found);
     for (int task = 0; task < TASKS; task++) {
       const script_line &line = lines[static_cast<size_t>(task)];
       const bool runs = task == TASK_READ || task == TASK_NAVBAR || can_save(f);

@@ -105,6 +105,25 @@ static void check_source(const sink &at)
   }
 }
 
+// A file that is read or written beside whatever folder is the current one.
+static void check_relative(const sink &at)
+{
+  for (const bash_redirect &redirect : at.command.redirects) {
+    const std::string &path = redirect.target.plain;
+    if (redirect.op.find('&') == std::string::npos && redirect.op != "<<<" &&
+        redirect.op != "<<" && redirect.op != "<<-" &&
+        (starts_with(path, "./") || starts_with(path, "../")) &&
+        at.s.words.count("cd") == 0) {
+      tell(at.found, *at.s.file, redirect.target.line, redirect.target.column,
+           "source-folder",
+           redirect.target.text +
+               " is looked for in whatever folder is the current one;"
+               " write \"${BASH_SOURCE%/*}/...\"");
+      return;
+    }
+  }
+}
+
 // Commands whose arguments are paths.
 static void check_path(const sink &at)
 {
@@ -239,6 +258,7 @@ static void check_command_sinks(const sink &at)
   check_evaluated(at);
   check_let(at);
   check_source(at);
+  check_relative(at);
   check_path(at);
   check_words(at);
 }

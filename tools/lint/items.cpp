@@ -110,10 +110,21 @@ static void check_columns(const form &f, const form_item &item, findings *found)
   }
 }
 
+static void check_title(const form &f, findings *found)
+{
+  for (const form_line &line : f.lines) {
+    if (line.header && line.keyword == "title" && line.text.empty()) {
+      tell(found, f, line, 0, "label",
+           "the page has neither title nor heading");
+    }
+  }
+}
+
 void check_items(const device &dev, findings *found)
 {
   for (const auto &entry : dev.forms) {
     const form &f = entry.second;
+    check_title(f, found);
     for (size_t i = 0; i < f.items.size(); i++) {
       const form_item &item = f.items[i];
       if (item.type == PT_SELECT || item.type == PT_FORMS_MENU) {

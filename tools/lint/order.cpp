@@ -72,6 +72,27 @@ static void check_orders(const task_run &run, findings *found)
   }
 }
 
+// orv_store FILE ... || orv_changes: what is due after a save runs where it
+// failed.
+static void check_success(const task_run &run, findings *found)
+{
+  static const std::set<std::string> due = {"orv_changes", "orv_log_changes",
+                                            "orv_act", "orv_background"};
+  for (const task_step &step : run.steps) {
+    const bash_command &command = *step.command;
+    if (command.join == "||" && command.previous >= 0 &&
+        due.count(first_word(command)) != 0 &&
+        first_word(
+            step.s->code.commands[static_cast<size_t>(command.previous)]) ==
+            "orv_store") {
+      tell_step(found, step, "library-order",
+                in_quotes(first_word(command)) +
+                    " runs here when nothing was stored; write &&");
+      return;
+    }
+  }
+}
+
 // Between a load without the lock and the store another save may come.
 static void check_lock(const task_run &run, findings *found)
 {
@@ -236,9 +257,12 @@ static void check_asked(const device &dev, const asked_arguments &all,
 
 static void check_runs(const form_runs &runs)
 {
-  for (const task_run *run : {&runs.check, &runs.write}) {
+  for (const task_run *run : {&runs.read, &runs.check, &runs.write}) {
     check_orders(*run, runs.found);
+  }
+  for (const task_run *run : {&runs.check, &runs.write}) {
     check_fatal(*run, runs.found);
+    check_success(*run, runs.found);
   }
   check_lock(runs.write, runs.found);
   check_stamps(runs.read, runs.write, runs.found);

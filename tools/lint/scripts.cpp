@@ -163,6 +163,27 @@ static void check_interpreter(const script &s, findings *found)
   }
 }
 
+// What set -x writes is output like all of standard error.
+static void check_trace(const script &s, findings *found)
+{
+  for (const bash_command &command : s.code.commands) {
+    for (size_t i = 1; i < command.words.size(); i++) {
+      const std::string &word = command.words[i].plain;
+      const bool option = word.size() > 1 && word[0] == '-' && word[1] != '-' &&
+                          word.find_first_of("xv") != std::string::npos;
+      if (command.words[0].plain == "set" && word == "--") {
+        return;
+      }
+      if (command.words[0].plain == "set" && (option || word == "xtrace")) {
+        tell(found, *s.file, command.line, command.column, "output-format",
+             "this writes every command to standard error, which is output: it"
+             " fails the page");
+        return;
+      }
+    }
+  }
+}
+
 // --- line ends ---------------------------------------------------------------
 
 static void check_line_ends(const script &s, findings *found)
@@ -191,6 +212,10 @@ void check_scripts(const device &dev, findings *found)
     check_interpreter(s, found);
     if (prints_values(dev, s)) {
       check_lines(s, found);
+      check_trace(s, found);
     }
+  }
+  for (const auto &entry : dev.others) {
+    check_interpreter(entry.second, found);
   }
 }
