@@ -284,7 +284,8 @@ bool history_next(char **text, history_entry *entry)
   char *head = take_line(&rest);
   *text = next;
   if (head == nullptr || strcmp(take_word(&head), "@") != 0) {
-    return is_no_history();
+    is_no_history();
+    return false;
   }
   entry->number = strtoull(take_word(&head), nullptr, 10);
   entry->seconds = strtoll(take_word(&head), nullptr, 10);
