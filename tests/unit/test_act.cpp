@@ -88,20 +88,24 @@ TEST(Act, has_a_name_and_is_there)
   std::filesystem::create_directories("known");
   std::ofstream("known/restart-2_x") << "";
   std::ofstream("known/UP") << "";
-  std::ofstream("known/" + string(41, 'a')) << "";
+  const string longest(40, 'a');
+  std::ofstream("known/" + longest) << "";
+  std::ofstream("known/" + longest + "a") << "";
   std::filesystem::remove_all("missing");
   setenv("ORV_ACTS", "missing", 1);
   setenv("ORV_ACTIONS", "known", 1);
+  const char *is_there =
+      "Saved, but not in use: the service larkspur-acts does not run";
   const std::vector<std::pair<string, const char *>> rows = {
-      {"restart-2_x",
-       "Saved, but not in use: the service larkspur-acts does not run"},
+      {"restart-2_x", is_there},
+      {longest, is_there},
       {"none", "Saved, but not in use: this device has no action none"},
       {"", " is no name of an action"},
       {"UP", "UP is no name of an action"},
       {"..", ".. is no name of an action"},
       {"a/b", "a/b is no name of an action"},
       {"a\nb", "a?b is no name of an action"},
-      {string(41, 'a'), nullptr},
+      {longest + "a", nullptr},
   };
   for (const auto &row : rows) {
     store_forget_fault();
@@ -110,6 +114,6 @@ TEST(Act, has_a_name_and_is_there)
                              ? row.second
                              : row.first + " is no name of an action";
     EXPECT_EQ(store_fault_text(), fault);
-    EXPECT_EQ(act_exists(row.first.c_str()), row.first == "restart-2_x");
+    EXPECT_EQ(act_exists(row.first.c_str()), row.second == is_there);
   }
 }
