@@ -75,7 +75,8 @@ def hostile_device(site):
     choices = [f"choice {n} X" for n in names]
     site.template("f", "iselect s", "checkbox box", "field host", "field when", "if $V:host$",
                   "field behind", "endif", "imenu more more", "table tab 2 3", "field tcol",
-                  "select tsel", *choices)
+                  "select tsel", *choices, "if $X$", "field rare", "table xtab 1", "field xcol", "endif",
+                  header=["expert_mode"])
     site.form_script("f", read="\n".join(
         f"printf '%s\\n' 'select_{item}{i}=\"{n} text\"'" for item in ("s", "more")
         for i, n in enumerate(quoted)) + "\nprintf 'tcol%s=x\\n' 0 1")
@@ -93,6 +94,7 @@ def test_tab_runs_nothing_and_offers_plain_words_alone(site, terminal):
             ("set f host= whe", "set f host= when="),
             ("set f beh", "set f beh"), ("set f host=x beh", "set f host=x behind="),
             ("--json --dry-run set f s=sa", "--json --dry-run set f s=sane-1"),
+            ("get f ra", "get f rare"), ("set f ra", "set f rare="), ("rows f xt", "rows f xtab"),
             ("rows f ta", "rows f tab"), ("rows f tab ch", "rows f tab change"),
             ("rows f tab add tc", "rows f tab add tcol="),
             ("rows f tab add tcol=x tsel=sa", "rows f tab add tcol=x tsel=sane-1"),
