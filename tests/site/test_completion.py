@@ -79,7 +79,7 @@ def hostile_device(site):
                   header=["expert_mode"])
     site.form_script("f", read="\n".join(
         f"printf '%s\\n' 'select_{item}{i}=\"{n} text\"'" for item in ("s", "more")
-        for i, n in enumerate(quoted)) + "\nprintf 'tcol%s=x\\n' 0 1")
+        for i, n in enumerate(quoted)) + "\nprintf '%s=x\\n' tcol0 tcol1 xcol0")
     site.template("orvmenu", "fmenu", *choices, "choice f Form")
 
 
@@ -95,6 +95,8 @@ def test_tab_runs_nothing_and_offers_plain_words_alone(site, terminal):
             ("set f beh", "set f beh"), ("set f host=x beh", "set f host=x behind="),
             ("--json --dry-run set f s=sa", "--json --dry-run set f s=sane-1"),
             ("get f ra", "get f rare"), ("set f ra", "set f rare="), ("rows f xt", "rows f xtab"),
+            ("rows f xtab delete ", "rows f xtab delete 1"), ("rows f xtab change ", "rows f xtab change 1"),
+            ("rows f xtab change 1 x", "rows f xtab change 1 xcol="),
             ("rows f ta", "rows f tab"), ("rows f tab ch", "rows f tab change"),
             ("rows f tab add tc", "rows f tab add tcol="),
             ("rows f tab add tcol=x tsel=sa", "rows f tab add tcol=x tsel=sane-1"),

@@ -308,8 +308,9 @@ def test_each_fault_of_a_dump_tells_its_line(site):
 
 def test_json_rows_and_wrong_use(site):
     site.template("f", "field a_password", "label Key", "fixed note", "table t 2 2", "field n", "checkbox b",
-                  "if $X$", "table x 1", "field xn", "endif", title="Table $B$bold$R$", header=["expert_mode"])
-    site.form_script("f", read="printf '%s\\n' n0=one b0=True n2=two xn0=x a_password=s $'note=t\"w\\xff'")
+                  "if $X$", "table x 1", "field xn", "endif", "ftable u 1 3", "field un", title="Table $B$bold$R$",
+                  header=["expert_mode"])
+    site.form_script("f", read="printf '%s\\n' un0=u n0=one b0=True n2=two xn0=x a_password=s $'note=t\"w\\xff'")
     site.template("orvmenu", "fmenu", "choice f Table", "choice nosuch Gone", title="Menu")
     forms = json.loads(run(site, "--json", "forms", expect=0).stdout)
     assert [f["form"] for f in forms] == ["orvmenu", "f", "nosuch"] and forms[1]["title"] == "Table bold"
@@ -318,6 +319,8 @@ def test_json_rows_and_wrong_use(site):
     assert run(site, "--secrets", "get", "f", "A_PASSWORD", expect=0).stdout == "a_password=s\n"
     assert json.loads(run(site, "--json", "rows", "f", "t", expect=0).stdout) == [
         {"n": "one", "b": True}, {"n": "", "b": False}, {"n": "two", "b": False}]
+    assert json.loads(run(site, "--json", "rows", "f", "u", expect=0).stdout) == [
+        {"un": "u"}, {"un": ""}, {"un": ""}]  # a fixed table has all of its rows
     run(site, "rows", "f", "t", "delete", "1", expect=0)
     assert 'new_n1="two"' in site.given("f", "write") and 'new_n2=""' in site.given("f", "write")
     for table, cell in (("t", "n"), ("x", "xn")):  # behind a gap, and of the expert view
