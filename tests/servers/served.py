@@ -24,11 +24,16 @@ PROGRAMS = {"lighttpd": "lighttpd", "nginx": "nginx", "apache": "apache2",
 # What stands for places of the device in what we ship; README.md lists them.
 PLACES = re.compile(r"(?<![\w./])/((usr/share|etc|etc/default|run|var/lib)/larkspur"
                     r"|usr/lib/cgi-bin|dev/log)\b")
+PICTURES = {"logo.svg": "image/svg+xml", "icon.png": "image/png",
+            "icon.ico": "image/x-icon", "photo.webp": "image/webp"}
 # The system log, which no test reads.
 LOGS = {"server.errorlog-use-syslog = \"enable\"": "",
         "accesslog.use-syslog = \"enable\"": "accesslog.filename = \"{}\"",
         "syslog:daemon:apache": "{}",
         "/usr/bin/logger -t apache -p daemon.info": "/usr/bin/tee -a {}"}
+# What bounds the programs that run at once where `limited` does not.
+ONE_PROGRAM = re.compile(r"(server.max-connections =|ServerLimit|ThreadsPerChild"
+                         r"|MaxRequestWorkers|MaxSpareThreads|MinSpareThreads) \d+")
 URL = "/cgi-bin/orv"
 USER, PASSWORD = "admin", "right:horse"
 HOSTS = "pages.example.com"
@@ -94,8 +99,9 @@ class Server:
         for folder in ("usr/share/larkspur/boot", "usr/lib/cgi-bin", "etc/default", "dev"):
             (self.root / folder).mkdir(parents=True)
         shutil.copytree(WEB, self.root / "usr/share/larkspur/www")
-        (self.root / "usr/share/larkspur/www/css/logo.svg").write_text(
-            "<svg xmlns='http://www.w3.org/2000/svg'/>")
+        for name in PICTURES:
+            (self.root / "usr/share/larkspur/www/css" / name).write_text(
+                "<svg xmlns='http://www.w3.org/2000/svg'/>")
         shutil.copy(ORV, self.root / "usr/lib/cgi-bin/orv")
         self.site = Site(self.root / "usr/lib/cgi-bin")
         shutil.copy(os.environ["ORV_STORE"], self.site.scripts / "orv-store")
@@ -120,6 +126,8 @@ class Server:
                 for shipped, ours in LOGS.items():
                     text = text.replace(shipped, ours.format(self.log))
                 text = re.sub("(page_seconds(?: =)?) 60", rf"\1 {self.page_seconds}", text)
+                if self.slots == 1:
+                    text = ONE_PROGRAM.sub(r"\1 1", text)
                 file.write_text(text)
 
     # --- the server -----------------------------------------------------------

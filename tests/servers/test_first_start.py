@@ -1,7 +1,9 @@
 """What a device has of its own before its pages are served."""
 
+import json
 import os
 import pathlib
+import re
 import shutil
 import stat
 import subprocess
@@ -100,3 +102,13 @@ def test_without_openssl_there_is_a_login_and_no_certificate(device):
     copy.write_text(FIRST_START.read_text().replace(PLACES, ""))
     assert "no openssl" in device.start("/bin/sh", copy, tools)
     assert device.password() and not (device.etc / "tls.pem").exists()
+
+
+def test_pages_terminal_and_actions_keep_settings_in_one_folder():
+    """Of another one, a backup would be empty, and a reset would forget nothing."""
+    presets = json.loads((ROOT / "CMakePresets.json").read_text())["configurePresets"]
+    (built,) = [p["cacheVariables"]["ORV_STATE_DIR"] for p in presets if p["name"] == "release"]
+    for file in ("boot/larkspur.default", "boot/larkspur-first-start", "servers/start",
+                 "act/larkspur-acts"):
+        text = (ROOT / "packaging" / file).read_text()
+        assert set(re.findall(r"ORV_STATE(?:=|:-|:=)(/[a-z/]+)", text)) == {built}, file

@@ -1,9 +1,9 @@
 """What an update has brought is in use once the web server starts: settings at the
-version of their forms, and the language that somebody has chosen."""
+version of their forms, the language that somebody has chosen, and the maker's face."""
 
 import os
 
-from served import Server
+from served import ROOT, Server
 from test_servers import make_forms, set_password
 
 STORE = os.environ["ORV_STORE"]
@@ -16,7 +16,8 @@ def test_a_start_behind_an_update_takes_it_into_use():
         make_forms(server.site)
         set_password(server)
         with (server.root / "etc/default/larkspur").open("a") as default:
-            default.write(f"ORV_STORE={STORE}\nORV_DEFAULTS={share}/defaults\nORV_MIGRATE={share}/migrate\n")
+            default.write(f"ORV_STORE={STORE}\nORV_DEFAULTS={share}/defaults\nORV_MIGRATE={share}/migrate\n"
+                          f"PATH=$PATH:{ROOT}/packaging/brand\n")
         for name in ("defaults", "migrate"):
             (share / name).mkdir()
         server.start()
@@ -29,8 +30,11 @@ def test_a_start_behind_an_update_takes_it_into_use():
         (share / "migrate/f").write_text("#!/bin/sh\nexec sed s/v=/w=/\n")
         (share / "migrate/f").chmod(0o755)
         (server.etc / "language").write_text("de\n")
+        (share / "brand").mkdir()
+        (share / "brand/brand.css").write_text(":root{--bar:#123}\n")
         server.start()
         assert '<html lang="de">' in server.ask().text
+        assert "--bar:#123" in server.ask("/css/orv.css").text
         text = (server.state / "f").read_text()
         assert text.endswith("#version 2\nw=1\n") and (server.state / "f").stat().st_uid == state.st_uid
     finally:

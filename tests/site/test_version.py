@@ -15,7 +15,7 @@ def test_every_program_tells_the_number_of_the_page(site):
     number = generator.get("content").removeprefix("ORV ")
     assert number == (ROOT / "VERSION").read_text().strip() != ""
     built = (ORVCTL, os.environ["ORV_STORE"], os.environ["ORV_LINT"])
-    scripts = ("tools/orv-test", "tools/larkspur-new", "tools/memcheck", "tools/mutate", "demo/run",
+    scripts = ("tools/orv-test", "tools/larkspur-new", "tools/memcheck", "tools/mutate", "demo/run", "packaging/servers/start",
                "packaging/act/larkspur-acts", "packaging/brand/larkspur-brand", "packaging/boot/larkspur-language", "packaging/boot/larkspur-first-start")
     for program in (*built, *(ROOT / script for script in scripts)):
         name = "demo/run" if str(program).endswith("demo/run") else pathlib.Path(program).name
