@@ -4,6 +4,7 @@ A peer has a folder beside this file.  What it serves is copied to a folder of
 its own: cgi-bin/, where the server starts it, and state/ beside it, where it
 keeps its settings.
 """
+import contextlib
 import ctypes
 import dataclasses
 import os
@@ -119,17 +120,24 @@ def adopt():
     ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
 
 
+def children_of_all_threads():
+    pids = set()
+    for task in pathlib.Path("/proc/self/task").iterdir():
+        # A client's thread may be gone a little later than it is joined.
+        with contextlib.suppress(FileNotFoundError):
+            pids |= set(map(int, (task / "children").read_text().split()))
+    return pids
+
+
 def outlived():
     """The processor's seconds of what outlived its request, such as who holds a
     lock for a script; waits for it."""
     seconds = 0
     while True:
-        children = {
-            int(pid) for task in pathlib.Path("/proc/self/task").iterdir()
-            for pid in (task / "children").read_text().split()} - SERVERS
-        if not children:
+        pids = children_of_all_threads() - SERVERS
+        if not pids:
             return seconds
-        for pid in children:
+        for pid in pids:
             _, _, usage = os.wait4(pid, 0)
             seconds += usage.ru_utime + usage.ru_stime
 

@@ -1,6 +1,6 @@
 // The script runner.
 //
-// A script is started with fork and exec, connected by pipes and waited for,
+// A script is started in a process of its own, connected by pipes and waited for,
 // strictly one at a time, and only the state below is kept between calls.  What
 // goes through the pipes is up to the caller, when it goes is decided here. The
 // input is in the pipe before the script exists, and only what the pipe has no
@@ -23,12 +23,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <initializer_list>
+#include <sched.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "kwtutil.h"
@@ -36,6 +38,7 @@
 #include "orv_error.h"
 #include "orv_exec.h"
 #include "orv_guard.h"
+#include "orv_limits.h"
 #include "orv_script_talk.h"
 
 #ifndef ORV_SCRIPT_DIR
@@ -57,6 +60,8 @@ constexpr int NO_MEMORY = -1;
 constexpr int NO_SCRIPT = -2;
 constexpr int NO_PIPE = -3;
 constexpr int NO_CHILD = -4;
+// What the child calls until it is the script.
+constexpr size_t CHILD_STACK_SIZE = 64UL * 1024;
 
 // A pipe between us and a script; -1: there is none, or no longer that end.  A
 // script without one has /dev/null there.
@@ -69,6 +74,9 @@ struct channel {
 struct launch {
   const char *command; // borrowed: as the caller has it
   owned_text line;     // the full command line
+  orv_exec_plan plan;  // how it is started
+  pid_t parent;
+  int fault; // why it could not be started; set by the child
   channel from_script;
   channel to_script;
 };
@@ -220,7 +228,11 @@ static pid_t prepare(launch *start, const char *command, bool reads,
                      bool writes)
 {
   orv_script_signals();
-  *start = {command, owned_text(full_command(command)), {-1, -1}, {-1, -1}};
+  *start = {};
+  start->command = command;
+  start->line.reset(full_command(command));
+  start->parent = getpid();
+  start->from_script = start->to_script = {-1, -1};
   if (start->line == nullptr) {
     return NO_MEMORY;
   }
@@ -233,6 +245,7 @@ static pid_t prepare(launch *start, const char *command, bool reads,
   if (writes && !open_channel(&start->to_script, false)) {
     return no_output_pipe(start);
   }
+  orv_exec_prepare(start->line.get(), &start->plan);
   return 0;
 }
 
@@ -249,18 +262,19 @@ static void redirect(int fd, int flags, int place)
   }
 }
 
-// The child's part: never returns.  Nothing of the parent's signals or
-// descriptors reaches the script, and _exit leaves the parent's unwritten
-// output alone.
-[[noreturn]] static void run_child(const launch *start, pid_t parent)
+// The child's part, which ends it when it returns.  Nothing of the parent's
+// signals or descriptors reaches the script.  The memory is the parent's, which
+// waits meanwhile: nothing may be left changed there, such as a log's socket.
+static int run_child(void *context)
 {
+  launch *start = static_cast<launch *>(context);
   // A session, and so a group, of its own, without our terminal: who starts us
   // may be trusted with more than a script's user.
   setsid();
   if (let_finish == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) {
-      _exit(EXIT_FAILURE); // it died before it could be watched
+    if (getppid() != start->parent) {
+      return EXIT_FAILURE; // it died before it could be watched
     }
   }
   redirect(start->to_script.theirs, O_RDONLY, STDIN_FILENO);
@@ -274,16 +288,33 @@ static void redirect(int fd, int flags, int place)
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
 
-  orv_exec_line(start->line.get());
-  orv_fatal("Exec call for \"%s\" failed (%d)", start->command, errno);
-  _exit(EXIT_FAILURE);
+  orv_exec(&start->plan);
+  start->fault = errno;
+  return EXIT_FAILURE;
+}
+
+// Makes a process that runs `run_child`; -1 with errno.  To copy the memory, as
+// fork does, would cost as much as most of what a small script does.
+static pid_t make_process(launch *start)
+{
+  alignas(16) static char stack[CHILD_STACK_SIZE];
+  return clone(run_child, stack + sizeof stack,
+               CLONE_VM | CLONE_VFORK | SIGCHLD, start);
+}
+
+// A script that could not be started ends at once, with a line in the log.
+static void log_fault(const launch *start)
+{
+  char text[ORV_LINE_MAX];
+  snprintf(text, sizeof text, "Exec call for \"%s\" failed (%d)",
+           start->command, start->fault);
+  orv_log(LOG_ERR, text);
 }
 
 // Makes the script's process.  Its id, or NO_CHILD, reported, with both pipes
 // closed.
 static pid_t start_child(launch *start)
 {
-  const pid_t parent = getpid();
   sigset_t endings; // not all signals: a crash is handled here as well
   sigset_t before;
   sigemptyset(&endings);
@@ -291,10 +322,7 @@ static pid_t start_child(launch *start)
     sigaddset(&endings, sig);
   }
   sigprocmask(SIG_BLOCK, &endings, &before);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    run_child(start, parent);
-  }
+  const pid_t pid = make_process(start);
   if (pid > 0) {
     group = pid;
   }
@@ -306,6 +334,9 @@ static pid_t start_child(launch *start)
   }
   close_end(&start->from_script.theirs);
   close_end(&start->to_script.theirs);
+  if (start->fault != 0) {
+    log_fault(start);
+  }
   return pid;
 }
 
