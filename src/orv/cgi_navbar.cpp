@@ -7,8 +7,11 @@
 
 #include "cgi_navbar.h"
 
+#include <errno.h>
 #include <initializer_list>
+#include <limits.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "cgi.h"
@@ -170,14 +173,26 @@ static void drain(FILE *output)
   } while (got > 0 && dropped < DRAIN_MAX);
 }
 
-// Reads the script's output; the number of entries.
-static int read_entries(FILE *output)
+// The link to this form is shown only while a change waits to be kept.
+static bool is_confirm(const char *line)
+{
+  return strncmp(line, "confirm ", strlen("confirm ")) == 0;
+}
+
+// Reads the script's output, or the file in its place; the number of entries.
+static int read_entries(FILE *output, bool is_file)
 {
   char buf[ORV_LINE_MAX + 1];
   bar list = {1, false};
-  while (list.place < ORV_BAR_MAX &&
-         fgets(buf, sizeof buf, output) != nullptr) {
-    take_line(&list, strip_line(buf));
+  bool bare = false;
+  for (int line = 0; list.place < ORV_BAR_MAX &&
+                     fgets(buf, sizeof buf, output) != nullptr;
+       line = 1) {
+    const bool dashes = strcmp(buf, "--\n") == 0;
+    if (!is_file || !(is_confirm(buf) || (bare && dashes))) {
+      take_line(&list, strip_line(buf));
+    }
+    bare = bare || (line == 0 && dashes);
   }
   if (list.place == ORV_BAR_MAX) {
     drain(output);
@@ -185,19 +200,68 @@ static int read_entries(FILE *output)
   return list.place;
 }
 
+// --- a bar without a script ---------------------------------------------------
+
+// Opens a file beside the script; NULL with errno.
+static FILE *open_beside(const char *script, const char *file)
+{
+  char name[PATH_MAX];
+  const char *slash = strrchr(script, '/');
+  const int length = slash != nullptr ? static_cast<int>(slash + 1 - script) : 0;
+  snprintf(name, sizeof name, "%.*s%s", length, script, file);
+  return fopen(name, "re");
+}
+
+static bool has_beside(const char *script, const char *file)
+{
+  const owned_stream found(open_beside(script, file));
+  return found != nullptr || errno != ENOENT;
+}
+
+// The bar of forms without a script is a file, which orv-store prints as it
+// stands as long as no change waits to be kept: then it is read here.  NULL when
+// it is for orv-store to decide.
+static FILE *open_bar(const char *command)
+{
+  for (const char *name : {"ORV_STATE", "ORV_TEMPLATES", "ORV_TRANSACTION"}) {
+    if (getenv(name) != nullptr) {
+      return nullptr;
+    }
+  }
+  const owned_text script(orv_script_bar_link(command));
+  if (script == nullptr || has_beside(script.get(), "../state/.pending") ||
+      has_beside(script.get(), "../state/.commit")) {
+    return nullptr;
+  }
+  FILE *bar = open_beside(script.get(), "../templates/navbar");
+  return bar != nullptr ? bar : open_beside(script.get(), "navbar");
+}
+
+constexpr int NO_BAR = -1;
+
+// The number of entries, or NO_BAR.
+static int read_script(const char *command)
+{
+  pid_t pid;
+  owned_stream output(orv_script_exchange(command, nullptr, 0, &pid));
+  if (output == nullptr) {
+    return NO_BAR;
+  }
+  const int count = read_entries(output.get(), false);
+  output.reset();
+  orv_script_wait(pid);
+  return count;
+}
+
 void cgi_get_navbar(struct pt_header *hdr,
                     struct html_navbar_entry **navbar_ents)
 {
-  pid_t pid;
-  owned_stream output(
-      orv_script_exchange(hdr->navbar_script, nullptr, 0, &pid));
-  if (output == nullptr) {
-    return;
-  }
+  const owned_stream file(open_bar(hdr->navbar_script));
   ents[0] = {"Configuration", cgiScriptName}; // leads to the menu
-  const int count = read_entries(output.get());
-  output.reset();
-  orv_script_wait(pid);
-  ents[count].label = nullptr;
-  *navbar_ents = ents;
+  const int count = file != nullptr ? read_entries(file.get(), true)
+                                    : read_script(hdr->navbar_script);
+  if (count != NO_BAR) {
+    ents[count].label = nullptr;
+    *navbar_ents = ents;
+  }
 }

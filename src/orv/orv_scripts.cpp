@@ -199,6 +199,30 @@ static void close_end(int *fd)
   }
 }
 
+static bool leads_to_store(const char *path)
+{
+  static const char store[] = "orv-store";
+  char target[sizeof store];
+  return access(path, X_OK) == 0 &&
+         readlink(path, target, sizeof target) == sizeof store - 1 &&
+         strncmp(target, store, sizeof store - 1) == 0;
+}
+
+char *orv_script_bar_link(const char *command)
+{
+  const owned_text line(full_command(command));
+  orv_exec_plan plan = {};
+  if (line == nullptr) {
+    return nullptr;
+  }
+  orv_exec_prepare(line.get(), &plan);
+  char **words = plan.words.get();
+  const bool found = words != nullptr && words[1] != nullptr &&
+                     strcmp(words[1], "--navbar") == 0 && words[2] == nullptr &&
+                     leads_to_store(words[0]);
+  return found ? strdup(words[0]) : nullptr;
+}
+
 // Closes what is left of both pipes.
 static void close_channels(launch *start)
 {

@@ -331,6 +331,32 @@ def test_the_page_and_the_log_say_what_changed_and_by_whom(site):
     assert task(site, "--navbar") == {}  # no form is needed for a bar
 
 
+@pytest.mark.parametrize("bar", [
+    "f First\norvmenu Start\n", "--\nf First\n--\nf Last\n", "f First\n--\n", "--\n", "",
+    "confirm Keep it?\nconfirmed No\nf/confirm First\nconfirm\n", "f\n \n- Label\nf ",
+    "f " + "x" * 600 + "\n", "f First\n" * 300])
+@pytest.mark.parametrize("place", ["scripts", "templates"])
+def test_a_page_shows_the_bar_that_the_form_prints(site, bar, place):
+    keep(site, "f", "field name", shipped=["name=a"])
+    (site.scripts / "navbar").write_text("--\nf Other\n")
+    (site.folder / "data" / place / "navbar").write_text(bar)
+    (site.scripts / "bar.sh").symlink_to("orv-store")
+    site.script("told.sh", 'exec "${0%/*}/bar.sh" --navbar')
+    shown = {}
+    for pending in "", "state/.pending", "state/.commit/.pending":
+        if pending:
+            (site.folder / "data" / pending).mkdir(parents=True)
+        for script in "bar.sh --navbar", "told.sh":
+            site.template("f", "field name", header=[f"navbar_script {script}"])
+            page = site.open("f")
+            shown[script] = [page.body[page.body.find("<nav"):page.body.find("</nav>")],
+                             sorted(page.comments)]
+        assert shown["bar.sh --navbar"] == shown["told.sh"]
+        assert ("confirm" in shown["told.sh"][0]) >= bool(pending and len(bar) < 600)
+    site.env["ORV_STATE"] = str(site.folder)
+    assert "Keep" not in site.open("f").body
+
+
 def test_an_action_of_its_name_is_asked_for_behind_the_save(site):
     keep(site, "f", "field name", "check word")
     site.template("changes_saved", "text Note: $V:saved_note$.", title="changes_saved")
