@@ -1,4 +1,4 @@
-// A template as orv-lint reads and mends it: what is told has a place in it,
+// A template as orv-lint reads and mends it: each finding has a place in it,
 // and an item stands at a line of its own.
 
 #include "device.h"

@@ -61,11 +61,11 @@ static void check_columns(const agree_check &c, const bash_command &command)
     add_literals(c.s, command.words[i], &names);
     for (const literal_name &name : names) {
       if (c.columns.count(lower(name.name)) != 0) {
-        tell(c.found, *c.s.file, command.words[i].line, command.words[i].column,
-             "column-row",
-             in_quotes(name.name) +
-                 " is a column, of which every row has a name of its own; " +
-                 taker->second);
+        report(c.found, *c.s.file, command.words[i].line,
+               command.words[i].column, "column-row",
+               in_quotes(name.name) +
+                   " is a column; each of its rows has a name of its own; " +
+                   taker->second);
         return;
       }
     }
@@ -129,8 +129,8 @@ static void check_entry(const agree_check &c, const bash_command &command)
   const bash_word *bare =
       one_word ? &command.words[2] : bare_element(c, command.words[2]);
   if (bare != nullptr) {
-    tell(c.found, *c.s.file, bare->line, bare->column, "list-entries",
-         "an entry of a list is a value, a blank and the text that is shown");
+    report(c.found, *c.s.file, bare->line, bare->column, "list-entries",
+           "a list entry consists of a value, a blank and the text to show");
   }
 }
 
@@ -229,16 +229,16 @@ static void check_arm(const agree_check &c, const line_reader &lines,
   if (of_page && is_item(c, name) &&
       (line || lines.names.count(variable) != 0 ||
        lines.groups.count(arm.group) != 0)) {
-    tell(c.found, *c.s.file, arm.line, arm.column, "input-line",
-         "the page's lines begin with \"new_\": this arm is never taken");
+    report(c.found, *c.s.file, arm.line, arm.column, "input-line",
+           "the page's lines begin with \"new_\": this arm is never taken");
   }
   if (starts_with(name, "new_") && !c.items.empty() &&
       !is_item(c, name.substr(4)) && (line || of_page) &&
       (line ? c.s.counts.find(name.substr(4)) == c.s.counts.end()
             : !nearest(name.substr(4), all_items(c)).empty())) {
-    tell(c.found, *c.s.file, arm.line, arm.column, "input-line",
-         "no form of this script has " + in_quotes(name.substr(4)) +
-             did_you_mean(name.substr(4), all_items(c)));
+    report(c.found, *c.s.file, arm.line, arm.column, "input-line",
+           "no form of this script has " + in_quotes(name.substr(4)) +
+               did_you_mean(name.substr(4), all_items(c)));
   }
 }
 
@@ -263,9 +263,9 @@ static void check_live(const agree_check &c, const bash_word &word)
   if (live && std::all_of(forms.begin(), forms.end(), [](const form *f) {
         return std::any_of(f->items.begin(), f->items.end(), is_editable);
       })) {
-    tell(c.found, *c.s.file, word.line, word.column, "reported-name",
-         "a page with something to enter gets no fresh values:"
-         " \"live_seconds\" is for fixed fields alone");
+    report(c.found, *c.s.file, word.line, word.column, "reported-name",
+           "\"live_seconds\" works on pages of fixed fields only; this page "
+           "has something to enter");
   }
 }
 
@@ -278,8 +278,9 @@ static void check_reported_name(const agree_check &c, const bash_word &word,
     return;
   }
   if (name == "fatal" || name == "msg") {
-    tell(c.found, *c.s.file, word.line, word.column, "reported-name",
-         "a message of the page is reported as " + in_quotes("error_" + name));
+    report(c.found, *c.s.file, word.line, word.column, "reported-name",
+           "a message of the page is reported as " +
+               in_quotes("error_" + name));
     return;
   }
   if (name.size() > 2 && name[1] == '_' &&
@@ -292,9 +293,9 @@ static void check_reported_name(const agree_check &c, const bash_word &word,
               c.shown.count(stem) ==
           0 &&
       count != c.s.counts.end() && count->second == 1) {
-    tell(c.found, *c.s.file, word.line, word.column, "reported-name",
-         in_quotes(name) + " is reported, and no form shows it" +
-             did_you_mean(name, c.items));
+    report(c.found, *c.s.file, word.line, word.column, "reported-name",
+           in_quotes(name) + " is reported, but no form shows it" +
+               did_you_mean(name, c.items));
   }
 }
 

@@ -15,11 +15,11 @@ struct library_call {
   findings *found;
 };
 
-static void tell_word(const library_call &c, size_t word,
-                      const std::string &text)
+static void report_word(const library_call &c, size_t word,
+                        const std::string &text)
 {
   const bash_word &at = c.command.words[word];
-  tell(c.found, *c.s.file, at.line, at.column, "library-call", text);
+  report(c.found, *c.s.file, at.line, at.column, "library-call", text);
 }
 
 // --- how many words ----------------------------------------------------------
@@ -81,7 +81,7 @@ static void check_count(const library_call &c, const signature &takes)
   const bool exact = std::all_of(words.begin() + 1, words.end(), is_one_word);
   const bool more = takes.most != 0 && count > takes.most && exact;
   if (more || (count < takes.least && exact)) {
-    tell_word(c, 0, in_quotes(takes.name) + " takes " + takes.takes);
+    report_word(c, 0, in_quotes(takes.name) + " takes " + takes.takes);
   }
 }
 
@@ -91,7 +91,7 @@ static void check_row(const library_call &c)
   const std::vector<bash_word> &words = c.command.words;
   if (words.size() == 4 && words[3].expansions.empty() &&
       words[3].plain.find_first_not_of("0123456789") != std::string::npos) {
-    tell_word(c, 3, "a row is a number, and the text is one word in quotes");
+    report_word(c, 3, "the row must be a number, and the text one quoted word");
   }
 }
 
@@ -109,14 +109,14 @@ static void check_act(const library_call &c, size_t word)
   if (name.size() > 40 ||
       name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
                              "0123456789_-") != std::string::npos) {
-    tell_word(c, word,
-              in_quotes(name) + " is no name of an action: these are"
-                                " made of a-z, 0-9, _ and -");
+    report_word(c, word,
+                in_quotes(name) +
+                    " is not a valid action name; use a-z, 0-9, _ and -");
   } else if (access(dir.c_str(), X_OK) == 0 &&
              access((dir + "/" + name).c_str(), X_OK) != 0) {
-    tell_word(c, word,
-              "the device has no action \"actions/" + name +
-                  "\" that can be executed");
+    report_word(c, word,
+                "the device has no action \"actions/" + name +
+                    "\" that can be executed");
   }
 }
 
@@ -135,9 +135,9 @@ static void check_seconds(const library_call &c)
   if (seconds.find_first_not_of(guards ? "0123456789" : "0123456789.") !=
           std::string::npos ||
       (guards && seconds[0] == '0')) {
-    tell_word(c, 1,
-              in_quotes(words[0].plain) + " takes its seconds first, and " +
-                  in_quotes(seconds) + " is no such number");
+    report_word(c, 1,
+                in_quotes(words[0].plain) + " takes its seconds first, and " +
+                    in_quotes(seconds) + " is no such number");
   }
 }
 
@@ -161,7 +161,7 @@ static bool stands_once(const library_call &c, const std::string &name)
          });
 }
 
-// Names that the page acts on are told by nobody when they are misspelt.
+// Names that the page acts on: nothing else reports a misspelt one.
 static void check_put(const library_call &c)
 {
   static const std::set<std::string> page_names = {
@@ -172,22 +172,22 @@ static void check_put(const library_call &c)
   const std::string near = nearest(name, page_names);
   if (!near.empty() && page_names.count(name) == 0 && name.size() > 8 &&
       stands_once(c, name)) {
-    tell_word(c, 1,
-              "the page knows no " + in_quotes(name) + " (did you mean " +
-                  in_quotes(near) + "?)");
+    report_word(c, 1,
+                "the page knows no " + in_quotes(name) + " (did you mean " +
+                    in_quotes(near) + "?)");
   }
   static const std::set<std::string> seconds = {"live_seconds", "wait_restart",
                                                 "wait_confirm"};
   if (seconds.count(name) != 0 && words.size() == 3 &&
       words[2].expansions.empty() &&
       words[2].plain.find_first_not_of("0123456789") != std::string::npos) {
-    tell_word(c, 2, in_quotes(name) + " is a number of seconds");
+    report_word(c, 2, in_quotes(name) + " is a number of seconds");
   }
   if (starts_with(name, "wait_") && page_names.count(name) != 0 &&
       stands_once(c, name)) {
-    tell_word(c, 1,
-              "the read script must report " + in_quotes(name) +
-                  " as well, blank, or the page does not take it");
+    report_word(c, 1,
+                "the read script must report " + in_quotes(name) +
+                    " as well, blank, or the page does not take it");
   }
 }
 
@@ -198,7 +198,7 @@ static void check_marks(const library_call &c)
     const std::string &word = c.command.words[i].plain;
     if (word.size() > 1 && word.back() == '#' &&
         c.command.words[i].expansions.empty()) {
-      tell_word(c, i, "\"#\" stands for all rows in \"orv_read\" alone");
+      report_word(c, i, "\"#\" stands for all rows in \"orv_read\" only");
       return;
     }
   }
@@ -209,9 +209,9 @@ static void check_runner(const library_call &c, size_t at)
 {
   if (at < c.command.words.size() && c.command.words[at].expansions.empty() &&
       c.command.words[at].plain.find(' ') != std::string::npos) {
-    tell_word(c, at,
-              "no command is called " + in_quotes(c.command.words[at].plain) +
-                  ": it is given as words, each of its own");
+    report_word(c, at,
+                "no command is called " + in_quotes(c.command.words[at].plain) +
+                    "; give the command and its arguments as separate words");
   }
 }
 
@@ -222,8 +222,8 @@ static void check_one_of(const library_call &c)
                     words[1].expansions[0].subscript == "@";
   if (words.size() > 2 && (list || words[1].expansions.empty()) &&
       !words.back().expansions.empty()) {
-    tell_word(c, 1,
-              "\"orv_one_of\" takes the value first, then what it may be");
+    report_word(c, 1,
+                "\"orv_one_of\" takes the value first, then what it may be");
   }
 }
 
@@ -242,10 +242,10 @@ static void check_rows(const library_call &c)
           });
       if (named && item.table >= 0 && item.type != PT_TEXT_FIELD &&
           item.type != PT_TEXT_FIXED) {
-        tell_word(c, 0,
-                  in_quotes(item.name) +
-                      " is no column of text: it holds something in every row,"
-                      " so no row counts as blank");
+        report_word(c, 0,
+                    in_quotes(item.name) +
+                        " is not a text column: it has a value in every row, "
+                        "so no row counts as blank");
         return;
       }
     }

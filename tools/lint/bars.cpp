@@ -32,21 +32,21 @@ static void check_entry(const device &dev, const source_file &file,
   const std::string &text = word.plain;
   const size_t gap = text.find_first_of(" \t");
   if (gap == std::string::npos) {
-    tell(found, file, word.line, word.column, "nav-line",
-         "a link is a form, a blank and a label: \"navbar: Premature end of"
-         " line\"");
+    report(found, file, word.line, word.column, "nav-line",
+           "a link is a form, a blank and a label: \"navbar: Premature end of"
+           " line\"");
     return;
   }
   const std::string target = text.substr(0, gap);
   const std::string label = text.substr(gap + 1);
   if (label.empty()) {
-    tell(found, file, word.line, word.column, "nav-line",
-         "navbar: Missing a label");
+    report(found, file, word.line, word.column, "nav-line",
+           "navbar: Missing a label");
   } else if (label.size() > ORV_BAR_LABEL_MAX && !is_inserted(label)) {
-    tell(found, file, word.line, word.column, "nav-label",
-         "the label has " + std::to_string(label.size()) +
-             " characters and is cut after " +
-             std::to_string(ORV_BAR_LABEL_MAX));
+    report(found, file, word.line, word.column, "nav-label",
+           "the label has " + std::to_string(label.size()) +
+               " characters long and is cut after " +
+               std::to_string(ORV_BAR_LABEL_MAX));
   }
   if (target != "-") {
     check_target(dev, file, word.line, word.column, target, found);
@@ -73,10 +73,10 @@ static void check_bar(const device &dev, const source_file &file,
       continue;
     }
     if (++entries == ORV_BAR_MAX + 1) {
-      tell(found, file, word->line, word->column, "nav-full",
-           "a bar has room for " + std::to_string(ORV_BAR_MAX) +
-               " links, \"Configuration\" included; this one"
-               " and those behind it are left out");
+      report(found, file, word->line, word->column, "nav-full",
+             "a bar has room for " + std::to_string(ORV_BAR_MAX) +
+                 " links, \"Configuration\" included; this one"
+                 " and those behind it are left out");
     }
     check_entry(dev, file, *word, found);
   }

@@ -2,8 +2,8 @@
 // their words, what is expanded in each word and how it stands there.
 //
 // A reader, not a parser: it follows quotes, substitutions, blocks and here-
-// documents closely enough that a word is told from a comment, and it takes
-// anything that bash would refuse without complaint.
+// documents closely enough that a word is distinguished from a comment, and it
+// takes anything that bash would refuse without complaint.
 
 #ifndef LINT_BASH_H
 #define LINT_BASH_H

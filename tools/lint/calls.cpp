@@ -104,7 +104,7 @@ static bool check_called(call_check *c, const script &s, const bash_word &word,
   } else {
     return false;
   }
-  tell(c->found, *s.file, word.line, word.column, "script-call", text);
+  report(c->found, *s.file, word.line, word.column, "script-call", text);
   return dev.library.count(name) != 0;
 }
 
@@ -164,10 +164,10 @@ static void check_tasks(const device &dev, const script &s, findings *found)
       const std::string near = nearest(word, tasks);
       if ((pattern || compared) && word.size() > 4 && !near.empty() &&
           tasks.count(word) == 0) {
-        tell(found, *s.file, static_cast<int>(i) + 1, static_cast<int>(at) + 1,
-             "script-task",
-             "no header calls this script with " + in_quotes(word) +
-                 " (did you mean " + in_quotes(near) + "?)");
+        report(found, *s.file, static_cast<int>(i) + 1,
+               static_cast<int>(at) + 1, "script-task",
+               "no header calls this script with " + in_quotes(word) +
+                   " (did you mean " + in_quotes(near) + "?)");
       }
     }
   }
@@ -187,11 +187,11 @@ static void check_options(const device &dev, const form &f, findings *found)
       const std::string near = nearest(word, usual);
       if (starts_with(word, "--") && !near.empty() && usual.count(word) == 0 &&
           s->second.file->text.find(word) == std::string::npos) {
-        tell(found, *f.file, line.line,
-             line.column + static_cast<int>(line.text.find(word)),
-             "script-task",
-             "the script knows no " + in_quotes(word) + " (did you mean " +
-                 in_quotes(near) + "?)");
+        report(found, *f.file, line.line,
+               line.column + static_cast<int>(line.text.find(word)),
+               "script-task",
+               "the script knows no " + in_quotes(word) + " (did you mean " +
+                   in_quotes(near) + "?)");
       }
     }
   }
@@ -225,10 +225,10 @@ static void check_files(const script &s, const std::set<std::string> &stored,
     }
     const bash_word &file = command.words[1];
     if (stored.count(file.plain) == 0) {
-      tell(found, *s.file, file.line, file.column, "script-file",
-           "no script stores " + in_quotes(file.plain) +
-               ", and the device was not shipped with it" +
-               did_you_mean(file.plain, stored));
+      report(found, *s.file, file.line, file.column, "script-file",
+             "no script stores " + in_quotes(file.plain) +
+                 ", and the device was not shipped with it" +
+                 did_you_mean(file.plain, stored));
     }
   }
 }

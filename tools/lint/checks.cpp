@@ -20,7 +20,7 @@ static std::string takes_none(const std::string &options)
   if (words.empty()) {
     return "";
   }
-  return words[0] == "nullok" ? "nullok stands in front of the check's name"
+  return words[0] == "nullok" ? "nullok must come before the check's name"
                               : "this check takes no options, and " +
                                     in_quotes(options) + " changes nothing";
 }
@@ -36,8 +36,9 @@ static std::string range_fault(int count, const double *values)
   if (count < 2 || values[0] < values[1]) {
     return "";
   }
-  return values[0] == values[1] ? "the range allows one value only"
-                                : "no number fits: the smaller one comes first";
+  return values[0] == values[1]
+             ? "the range allows one value only"
+             : "no number is in this range; put the smaller one first";
 }
 
 // Whole numbers or, with `real`, any; at most two.
@@ -51,14 +52,15 @@ static std::string numbers(const std::string &options, bool real)
     const double value =
         real ? strtod(at, &end) : static_cast<double>(strtol(at, &end, 0));
     if (end == at || (*end != ' ' && *end != '\0')) {
-      return in_quotes(std::string(at)) + " is no number, so there is no range";
+      return in_quotes(std::string(at)) +
+             " is not a number, so there is no range";
     }
     if (count == 2) {
       return "Extras after template range options ?";
     }
     if (!real && is_octal(at, end)) {
       return in_quotes(first_word(at)) +
-             " begins with 0, which makes it octal here";
+             " begins with 0 and is read as octal here";
     }
     values[count] = value;
     at = end + strspn(end, " ");
@@ -78,10 +80,9 @@ static std::string takes_unsigned(const std::string &options)
   const bool starts =
       sign == 0 || (sign != std::string::npos && options[sign - 1] == ' ');
   const std::string fault = numbers(options, false);
-  return fault.empty() && starts
-             ? "this check takes no sign, so no value is below 0; \"signed\""
-               " does"
-             : fault;
+  return fault.empty() && starts ? "this check accepts no sign, so no value is "
+                                   "below 0; use \"signed\""
+                                 : fault;
 }
 
 static std::string takes_reals(const std::string &options)
@@ -93,14 +94,14 @@ static std::string takes_reals(const std::string &options)
 static std::string takes_words(const std::string &options)
 {
   if (options.find(',') != std::string::npos) {
-    return "a comma is a part of its word; blanks stand between them";
+    return "the comma is part of the word; separate words by blanks";
   }
   return options.empty() ? "without words every value is refused: \"Unknown"
                            " keyword entered\""
                          : "";
 }
 
-// The check knows a word by its beginning and ignores others: told as
+// The check knows a word by its beginning and ignores others: reported as
 // unknown.
 static std::string takes_addresses(const std::string &options)
 {
@@ -137,7 +138,7 @@ static std::string takes_parent(const std::string &options)
 
 static std::string takes_expression(const std::string &)
 {
-  return ""; // told by a rule of its own
+  return ""; // reported by a rule of its own
 }
 
 // clang-format off
@@ -181,20 +182,20 @@ static void check_expression(const form &f, const form_line &line,
   if (code != 0) {
     char text[200];
     regerror(code, &compiled, text, sizeof text);
-    tell(found, f, line, offset, "check-regex",
-         std::string("Bad regular expression in check options: ") + text);
+    report(found, f, line, offset, "check-regex",
+           std::string("Bad regular expression in check options: ") + text);
     return;
   }
   regfree(&compiled);
   const expression_fault fault = expression_fault_of(expression);
   if (!fault.text.empty()) {
-    tell(found, f, line, offset + fault.offset, "regex-meaning", fault.text);
+    report(found, f, line, offset + fault.offset, "regex-meaning", fault.text);
     return;
   }
   if (!is_anchored(expression) && !is_prefix(expression)) {
-    tell(found, f, line, offset, "regex-anchor",
-         "the expression is looked for anywhere in the value; write ^ and $"
-         " for the whole value");
+    report(found, f, line, offset, "regex-anchor",
+           "the expression may match anywhere in the value; use ^ and $ to "
+           "match the whole value");
   }
 }
 
@@ -223,10 +224,11 @@ static void check_one(const form &f, const form_line &line, findings *found)
     name.erase(name.find_last_not_of(' ') + 1);
     std::set<std::string> known = check_names_known();
     known.insert("nullok");
-    tell(found, f, line, line.text.find(name), "check-name",
-         "Bad check name in template: " +
-             (name.empty() ? std::string("nullok needs a name behind it")
-                           : in_quotes(name) + did_you_mean(name, known)));
+    report(found, f, line, line.text.find(name), "check-name",
+           "Bad check name in template: " +
+               (name.empty()
+                    ? std::string("nullok must be followed by a check's name")
+                    : in_quotes(name) + did_you_mean(name, known)));
     return;
   }
   if (is_expression(check->name)) {
@@ -237,7 +239,7 @@ static void check_one(const form &f, const form_line &line, findings *found)
   const std::string fault =
       row != option_checks.end() ? row->second(options) : takes_none(options);
   if (!fault.empty()) {
-    tell(found, f, line, offset, "check-option", fault);
+    report(found, f, line, offset, "check-option", fault);
   }
 }
 
@@ -283,16 +285,16 @@ static void check_message(const form &f, const form_line &line,
   const std::string name = first_word(line.text);
   const form_item &own = f.items[static_cast<size_t>(line.item)];
   if (places.shown.count(lower(name)) == 0) {
-    tell(found, f, line, 0, "check-message",
-         "the message goes to " + in_quotes(name) +
-             ", which is shown nowhere; the first word is the name of a"
-             " field" +
-             did_you_mean(name, places.shown));
+    report(found, f, line, 0, "check-message",
+           "the message goes to " + in_quotes(name) +
+               ", which is not shown anywhere; the first word is the name of a "
+               "field" +
+               did_you_mean(name, places.shown));
   } else if (lower(own.name) != lower(name) &&
              places.inputs.count(lower(name)) != 0) {
-    tell(found, f, line, 0, "check-elsewhere",
-         "the message goes to the field " + in_quotes(name) +
-             ", not to the one that is checked");
+    report(found, f, line, 0, "check-elsewhere",
+           "the message goes to the field " + in_quotes(name) +
+               ", not to the checked one");
   }
 }
 

@@ -15,7 +15,7 @@
 struct value_set {
   bool known = false;
   bool argument = false; // of the script
-  std::string what;      // that has them, as it is told
+  std::string what;      // that has them, as messages name it
   std::set<std::string> values;
 };
 
@@ -276,9 +276,9 @@ static void compare(const compare_check &c, const value_set &set,
                     const std::string &pattern, int line, int column)
 {
   if (set.known && !fits(c, set, pattern)) {
-    tell(c.found, *c.s.file, line, column, "compared-value",
-         in_quotes(pattern) + " is never the value of " + set.what +
-             ": it is one of " + listed(set.values));
+    report(c.found, *c.s.file, line, column, "compared-value",
+           in_quotes(pattern) + " is never the value of " + set.what +
+               ": it is one of " + listed(set.values));
   }
 }
 
@@ -318,7 +318,7 @@ static void add_patterns(const bash_branch &arm,
   }
 }
 
-// Where no pattern fits, another value was meant, and that is told once.
+// Where no pattern fits, another value was meant, and that is reported once.
 static void check_case(const compare_check &c, const bash_command &subject,
                        std::vector<arm_pattern> patterns)
 {

@@ -20,8 +20,8 @@ static void check_else(const form &f, const form_line &line,
                        std::vector<open_condition> *stack, findings *found)
 {
   if (stack->empty()) {
-    tell(found, f, line, 0, "condition-balance",
-         in_quotes(line.keyword) + " without an if");
+    report(found, f, line, 0, "condition-balance",
+           in_quotes(line.keyword) + " without an if");
     return;
   }
   if (line.keyword == "endif") {
@@ -29,10 +29,10 @@ static void check_else(const form &f, const form_line &line,
     return;
   }
   if (stack->back().other != nullptr) {
-    tell(found, f, line, 0, "condition-balance",
-         "a second \"else\" turns the section round again",
-         {{{f.file->path, stack->back().other->number, 1},
-           "the first is here"}});
+    report(found, f, line, 0, "condition-balance",
+           "a second \"else\" inverts the condition again",
+           {{{f.file->path, stack->back().other->number, 1},
+             "the first is here"}});
   }
   stack->back().other = &line;
 }
@@ -45,20 +45,20 @@ static void check_balance(const form &f, findings *found)
     if (line.keyword == "if" || line.keyword == "ifnot") {
       stack.push_back({&line, nullptr});
       if (stack.size() == ORV_CONDITIONS_MAX + 1) {
-        tell(found, f, line, 0, "condition-depth",
-             "conditions stand inside each other more than " +
-                 std::to_string(ORV_CONDITIONS_MAX) +
-                 " deep; this one is left out");
+        report(found, f, line, 0, "condition-depth",
+               "conditions are nested more than " +
+                   std::to_string(ORV_CONDITIONS_MAX) +
+                   " deep; this one is left out");
       }
     } else if (line.keyword == "else" || line.keyword == "endif") {
       check_else(f, line, &stack, found);
     }
   }
   for (const open_condition &open : stack) {
-    tell(found, *f.file, open.line->number, 1, "condition-balance",
-         in_quotes(open.line->keyword) +
-             " without an endif: \"conditions left on"
-             " stack\"");
+    report(found, *f.file, open.line->number, 1, "condition-balance",
+           in_quotes(open.line->keyword) +
+               " without an endif: \"conditions left on"
+               " stack\"");
   }
 }
 
@@ -130,12 +130,12 @@ static void check_spelling(const form &f, const form_line &line,
   const form_item *item = asked_item(items, line.text);
   const std::vector<text_part> parts = references_of(line.text);
   if (item != nullptr && parts[0].name != item->name) {
-    tell(found, f, line, 3, "name-case",
-         in_quotes(parts[0].name) + " is spelt " + in_quotes(item->name) +
-             " as an item; the page follows a change only of a name that is"
-             " spelt alike",
-         {{{f.file->path, item->line, item->lines.front()->column},
-           in_quotes(item->name) + " is here"}});
+    report(found, f, line, 3, "name-case",
+           in_quotes(parts[0].name) + " is spelt " + in_quotes(item->name) +
+               " as an item; the page follows a change only of a name that is"
+               " spelt alike",
+           {{{f.file->path, item->line, item->lines.front()->column},
+             in_quotes(item->name) + " is here"}});
   }
 }
 
@@ -145,21 +145,21 @@ static void check_constant(const form &f, const form_line &line,
 {
   const std::string rest = constant_part(line.text);
   if (line.text.empty()) {
-    tell(found, f, line, 0, "condition-constant",
-         "a condition without a text is always false");
+    report(found, f, line, 0, "condition-constant",
+           "an empty condition is always false");
   } else if (rest == line.text) {
-    tell(found, f, line, 0, "condition-constant",
-         in_quotes(line.text) + " is always " +
-             (is_false(line.text) ? "false" : "true") +
-             "; a value is written $V:name$");
+    report(found, f, line, 0, "condition-constant",
+           in_quotes(line.text) + " is always " +
+               (is_false(line.text) ? "false" : "true") +
+               "; a value is written $V:name$");
   } else if (rest.empty() && all_choices_true(f, items, line.text)) {
-    tell(found, f, line, 0, "condition-constant",
-         "this condition is always true: no choice of it is empty, 0, no,"
-         " false or off");
+    report(found, f, line, 0, "condition-constant",
+           "this condition is always true: no choice of it is empty, 0, no,"
+           " false or off");
   } else if (!rest.empty()) {
-    tell(found, f, line, 0, "condition-constant",
-         "this condition is always true: there are no operators, and " +
-             in_quotes(rest) + " is text that is not empty");
+    report(found, f, line, 0, "condition-constant",
+           "this condition is always true: there are no operators, and " +
+               in_quotes(rest) + " is text that is not empty");
   }
 }
 
@@ -246,30 +246,29 @@ static void check_hidden(const form &f, const form_item &item,
       const form_item *asked = asked_item(items, c.text);
       if (asked != nullptr && is_editable(*asked) && !is_nullok(item) &&
           !takes_any(item) && !shows_error(messages, item.name, c)) {
-        tell(found, f, at, 0, "hidden-message",
-             "what was entered in " + in_quotes(item.name) +
-                 " is checked also while it is not drawn, and then nobody sees"
-                 " the message; show $E:" +
-                 item.name + "$ behind an else",
-             {{{f.file->path, c.line, 1}, "its condition is here"}});
+        report(found, f, at, 0, "hidden-message",
+               "what was entered in " + in_quotes(item.name) +
+                   " is checked even while it is not drawn, and then nobody "
+                   "sees the message; show $E:" +
+                   item.name + "$ behind an else",
+               {{{f.file->path, c.line, 1}, "its condition is here"}});
       }
       continue;
     }
     if (!c.holds && !is_nullok(item)) {
-      tell(found, f, at, 0, "required-hidden",
-           "a blank " + in_quotes(item.name) +
-               " is refused also while it is not"
-               " drawn, since " +
-               c.text + " is unset when values are checked",
-           {{{f.file->path, c.line, 1}, "its condition is here"}});
+      report(found, f, at, 0, "required-hidden",
+             "a blank " + in_quotes(item.name) +
+                 " is refused even while it is not drawn, since " + c.text +
+                 " is unset while values are checked",
+             {{{f.file->path, c.line, 1}, "its condition is here"}});
     } else if (c.text == "$X$" && !takes_all(item) &&
                !shows_error(messages, item.name, c)) {
-      tell(found, f, at, 0, "hidden-message",
-           "the message for " + in_quotes(item.name) +
-               " is seen by nobody in the"
-               " other view; show $E:" +
-               item.name + "$ there",
-           {{{f.file->path, c.line, 1}, "its condition is here"}});
+      report(found, f, at, 0, "hidden-message",
+             "the message for " + in_quotes(item.name) +
+                 " is seen by nobody in the"
+                 " other view; show $E:" +
+                 item.name + "$ there",
+             {{{f.file->path, c.line, 1}, "its condition is here"}});
     }
   }
 }

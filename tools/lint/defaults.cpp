@@ -103,7 +103,7 @@ static std::string foreign_character(const std::string &value)
   for (const char c : value) {
     const unsigned char byte = static_cast<unsigned char>(c);
     if (strchr("\"$\\`", c) != nullptr || byte < ' ' || byte > 126) {
-      return in_quotes(std::string(1, c)) + " is in it, which no field takes";
+      return in_quotes(std::string(1, c)) + " is in it, which no field accepts";
     }
   }
   return "";
@@ -114,7 +114,7 @@ static std::string fault_of(const form &f, const form_item &item,
 {
   const std::set<std::string> choices = choices_of(f, item);
   if (item.type == PT_CHECKBOX && value != "True" && value != "False") {
-    return "a box is \"True\" or \"False\"";
+    return "a box must be \"True\" or \"False\"";
   }
   if (item.type == PT_SELECT && choices.count(value) == 0) {
     return "it is none of the choices" + did_you_mean(value, choices);
@@ -152,11 +152,10 @@ static void check_name(const settings_check &c, const std::string &name,
       }
     }
   }
-  tell(c.found, c.file, line, 1, "default-name",
-       "no form has " + in_quotes(name) +
-           ", and no script that loads the file"
-           " names it" +
-           did_you_mean(name, names));
+  report(c.found, c.file, line, 1, "default-name",
+         "no form has " + in_quotes(name) +
+             ", and no script that loads the file uses it" +
+             did_you_mean(name, names));
 }
 
 static void check_setting(const settings_check &c, const std::string &text,
@@ -164,26 +163,27 @@ static void check_setting(const settings_check &c, const std::string &text,
 {
   const size_t equals = text.find('=');
   if (equals == std::string::npos) {
-    tell(c.found, c.file, line, 1, "default-line",
-         "a setting is NAME=VALUE, and this line has no \"=\"");
+    report(c.found, c.file, line, 1, "default-line",
+           "a setting has the form NAME=VALUE, and this line has no \"=\"");
     return;
   }
   const std::string name = text.substr(0, equals);
   const std::string value = text.substr(equals + 1);
   if (!names->insert(lower(name)).second) {
-    tell(c.found, c.file, line, 1, "default-line",
-         in_quotes(name) + " has a line above already; one of them counts");
+    report(c.found, c.file, line, 1, "default-line",
+           in_quotes(name) +
+               " is already set above; only one of the lines counts");
     return;
   }
   if (name.find_first_of(" \t") != std::string::npos) {
-    tell(c.found, c.file, line, 1, "default-line",
-         "no blanks stand around the \"=\": they would be a part of the name"
-         " and the value");
+    report(c.found, c.file, line, 1, "default-line",
+           "remove the blanks around \"=\": they become part of the name and "
+           "the value");
     return;
   }
   if (is_quoted(value)) {
-    tell(c.found, c.file, line, static_cast<int>(equals) + 2, "default-line",
-         "the quotes are a part of the value; it stands as it is");
+    report(c.found, c.file, line, static_cast<int>(equals) + 2, "default-line",
+           "remove the quotes: they become part of the value");
     return;
   }
   const form *f = nullptr;
@@ -194,9 +194,9 @@ static void check_setting(const settings_check &c, const std::string &text,
   }
   const std::string fault = fault_of(*f, *item, value);
   if (!fault.empty()) {
-    tell(c.found, c.file, line, static_cast<int>(equals) + 2, "default-value",
-         in_quotes(value) + " is no value of " + in_quotes(name) + ": " +
-             fault);
+    report(c.found, c.file, line, static_cast<int>(equals) + 2, "default-value",
+           in_quotes(value) + " is no value of " + in_quotes(name) + ": " +
+               fault);
   }
 }
 
@@ -233,11 +233,11 @@ static void check_entries(const settings_check &c, const std::string &text,
     }
   }
   if (!entries.empty() && entries.count(value) == 0) {
-    tell(c.found, c.file, line, static_cast<int>(name.size()) + 2,
-         "default-value",
-         in_quotes(value) + " is none of the entries of " +
-             in_quotes("select_" + item->selector) +
-             did_you_mean(value, entries));
+    report(c.found, c.file, line, static_cast<int>(name.size()) + 2,
+           "default-value",
+           in_quotes(value) + " is none of the entries of " +
+               in_quotes("select_" + item->selector) +
+               did_you_mean(value, entries));
   }
 }
 
@@ -269,17 +269,17 @@ static void check_rows(const settings_check &c,
         item != nullptr && item->table >= 0 ? fixed_rows(*f, *item) : 0;
     if (rows > 0) { // each has its place
       if (row >= rows) {
-        tell(c.found, c.file, static_cast<int>(i) + 1, 1, "default-row",
-             "the table has the rows 0 to " + std::to_string(rows - 1) +
-                 ", and not that of " + in_quotes(name));
+        report(c.found, c.file, static_cast<int>(i) + 1, 1, "default-row",
+               "the table has the rows 0 to " + std::to_string(rows - 1) +
+                   ", and not that of " + in_quotes(name));
         return;
       }
       continue;
     }
     if (row > 0 && names.count(stem + std::to_string(row - 1)) == 0) {
-      tell(c.found, c.file, static_cast<int>(i) + 1, 1, "default-row",
-           in_quotes(name) + " has no row " + std::to_string(row - 1) +
-               " before it; rows count from 0");
+      report(c.found, c.file, static_cast<int>(i) + 1, 1, "default-row",
+             in_quotes(name) + " has no row " + std::to_string(row - 1) +
+                 " before it; rows are numbered from 0");
       return; // one mistake is one finding
     }
   }
@@ -340,9 +340,9 @@ static void check_unused(const settings_check &c, const std::string &name)
   }
   const std::string near = nearest(name.substr(0, name.find('@')), used);
   if (!named && !near.empty() && c.dev.defaults.count(near) == 0) {
-    tell(c.found, c.file, 1, 1, "default-name",
-         "nothing loads the file " + in_quotes(name) +
-             did_you_mean(name, used));
+    report(c.found, c.file, 1, 1, "default-name",
+           "nothing loads the file " + in_quotes(name) +
+               did_you_mean(name, used));
   }
 }
 

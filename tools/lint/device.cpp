@@ -67,13 +67,13 @@ static folder list_folder(const std::string &dir)
   return all;
 }
 
-static void tell_odd(const std::string &dir, const folder &all, findings *found)
+static void report_odd(const std::string &dir, const folder &all,
+                       findings *found)
 {
   for (const std::string &name : all.odd) {
-    tell(found, {dir + "/" + name, "", {}}, 1, 1, "no-file",
-         in_quotes(name) +
-             " is no file that can be read: a link to nothing, a pipe or a"
-             " device");
+    report(found, {dir + "/" + name, "", {}}, 1, 1, "no-file",
+           in_quotes(name) +
+               " is not a regular file: a dangling link, a pipe or a device");
   }
 }
 
@@ -236,7 +236,7 @@ static bool read_templates(device *dev, findings *found)
 {
   const std::string dir = dev->dir + "/templates";
   const folder all = list_folder(dir);
-  tell_odd(dir, all, found);
+  report_odd(dir, all, found);
   for (const std::string &name : all.files) {
     const std::string path = dir + "/" + name;
     if (ends_with(name, ".tpl") && is_readable(dev, path)) {
@@ -258,7 +258,7 @@ static void list_scripts(device *dev, const std::string &below, int deep,
   if (!all.readable && access(dir.c_str(), F_OK) == 0) {
     dev->unread.push_back(dir.substr(0, dir.find_last_not_of('/') + 1));
   }
-  tell_odd(dir.substr(0, dir.find_last_not_of('/') + 1), all, found);
+  report_odd(dir.substr(0, dir.find_last_not_of('/') + 1), all, found);
   for (const std::string &name : all.odd) {
     dev->odd.insert(below + name);
   }
@@ -345,7 +345,7 @@ static void read_settings(device *dev, findings *found)
     const folder all = list_folder(dir);
     dev->settings.insert(all.files.begin(), all.files.end());
     if (std::string(part) == "defaults") {
-      tell_odd(dir, all, found);
+      report_odd(dir, all, found);
       for (const std::string &name : all.files) {
         if (is_readable(dev, dir + "/" + name)) {
           dev->defaults[name] = &read_file(dev, dir + "/" + name);

@@ -117,7 +117,7 @@ struct device {
 // Reads a whole folder.  False when it holds no templates/.
 bool read_device(const std::string &dir, device *dev, findings *found);
 
-// Reads and parses one template; tells all that the parser refuses.
+// Reads and parses one template; reports all that the parser refuses.
 void read_form(const source_file &file, const std::string &name, form *into,
                findings *found);
 
@@ -167,8 +167,8 @@ const std::vector<const form *> &forms_of(const device &dev,
                                           const std::string &name);
 
 // A finding at a line of a form, `offset` characters into its text.
-void tell(findings *found, const form &f, const form_line &line, size_t offset,
-          const char *rule, const std::string &text,
-          const std::vector<note> &notes = {});
+void report(findings *found, const form &f, const form_line &line,
+            size_t offset, const char *rule, const std::string &text,
+            const std::vector<note> &notes = {});
 
 #endif

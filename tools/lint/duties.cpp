@@ -28,11 +28,11 @@ static void check_falls_through(const task_run &run, findings *found)
   if (at == NOWHERE || !run.steps[at].certain) {
     return;
   }
-  tell_step(found, read ? block_before(run, at) : run.steps[at], "script-task",
-            read ? "the task --read goes on behind this, where the page's"
-                   " values are read; it has none: an exit is missing"
-                 : "the task --check comes here as well, and a check must not"
-                   " store");
+  report_step(
+      found, read ? block_before(run, at) : run.steps[at], "script-task",
+      read ? "the task --read continues after this and reads the page's "
+             "values, of which it has none; an exit is missing"
+           : "the task --check gets here as well, and a check must not store");
 }
 
 // What does nothing but decide what to do.
@@ -61,9 +61,9 @@ static void check_does_something(const task_run &run, findings *found)
     }
   }
   if (test != nullptr) {
-    tell_step(
+    report_step(
         found, *test, "script-task",
-        "nothing here does the task --write, which a Submit of the form " +
+        "nothing here handles the task --write, which a Submit of the form " +
             in_quotes(run.f->name) + " runs");
   }
 }
@@ -78,7 +78,7 @@ static bool is_test(const bash_command &command)
 }
 
 // Whether the command prints a message, or calls what does.
-static bool tells_user(const bash_command &command)
+static bool shows_message(const bash_command &command)
 {
   static const std::set<std::string> words = {"orv_fatal", "orv_msg"};
   return words.count(first_word(command)) != 0 ||
@@ -103,19 +103,19 @@ static void check_fault_exit(const task_run &read, findings *found)
 {
   for (size_t i = 0; i < read.steps.size(); i++) {
     const task_step &leaves = read.steps[i];
-    const bool told =
+    const bool reported =
         leaves_with_fault(*leaves.command) &&
         std::any_of(read.steps.begin(),
                     read.steps.begin() + static_cast<long>(i),
                     [&](const task_step &step) {
                       return step.s == leaves.s &&
                              step.command->branch == leaves.command->branch &&
-                             tells_user(*step.command);
+                             shows_message(*step.command);
                     });
-    if (told) {
-      tell_step(found, leaves, "script-status",
-                "a read script that fails shows no form and no message of its"
-                " own; end with status 0");
+    if (reported) {
+      report_step(found, leaves, "script-status",
+                  "a read script that fails shows neither the form nor its "
+                  "message; exit with status 0");
     }
   }
 }
@@ -154,9 +154,9 @@ static void check_status(const task_run &run, const script *own,
   }
   const bash_command *test = open_test(run.steps.back());
   if (test != nullptr) {
-    tell(found, *own->file, test->line, test->column, "script-status",
-         "the script ends with this list, and so with a fault where the test"
-         " is false; write if, or exit 0 behind it");
+    report(found, *own->file, test->line, test->column, "script-status",
+           "the script ends with this list, so it fails when the test is "
+           "false; use if, or add exit 0");
   }
 }
 

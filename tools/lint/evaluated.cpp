@@ -9,10 +9,10 @@
 
 #include "text.h"
 
-void tell_at(const sink &at, const bash_expansion &expansion, const char *rule,
-             const std::string &text)
+void report_at(const sink &at, const bash_expansion &expansion,
+               const char *rule, const std::string &text)
 {
-  tell(at.found, *at.s.file, expansion.line, expansion.column, rule, text);
+  report(at.found, *at.s.file, expansion.line, expansion.column, rule, text);
 }
 
 std::string shown(const bash_expansion &expansion)
@@ -33,11 +33,11 @@ static void check_shell(const sink &at)
     const std::string name = word.substr(word.rfind('/') + 1);
     shell = shells.count(name) != 0 ? name : shell;
     if (!shell.empty() && word == "-c" && !words[i + 1].expansions.empty()) {
-      tell_at(at, words[i + 1].expansions[0], "eval",
-              shell +
-                  " -c runs whatever the values say; hand them over as"
-                  " arguments: " +
-                  shell + " -c '... \"$1\"' -- \"$value\"");
+      report_at(
+          at, words[i + 1].expansions[0], "eval",
+          shell +
+              " -c runs whatever the values contain; pass them as arguments: " +
+              shell + " -c '... \"$1\"' -- \"$value\"");
       return;
     }
   }
@@ -54,9 +54,10 @@ static void check_xargs(const sink &at)
       mark = word.size() > 2 ? word.substr(2) : words[i + 1].plain;
     } else if (word == "-c" && !mark.empty() &&
                words[i + 1].plain.find(mark) != std::string::npos) {
-      tell(at.found, *at.s.file, words[i + 1].line, words[i + 1].column, "eval",
-           "each line becomes a part of the program " + words[i + 1].text +
-               "; hand it over as an argument: sh -c '... \"$1\"' -- " + mark);
+      report(
+          at.found, *at.s.file, words[i + 1].line, words[i + 1].column, "eval",
+          "each input line becomes part of the program " + words[i + 1].text +
+              "; pass it as an argument: sh -c '... \"$1\"' -- " + mark);
       return;
     }
   }
@@ -70,9 +71,9 @@ static void check_eval(const sink &at)
   if (name == "eval") {
     for (size_t i = 1; i < words.size(); i++) {
       if (words[i].text.find_first_of("$`") != std::string::npos) {
-        tell(at.found, *at.s.file, at.command.line, at.command.column, "eval",
-             "eval runs whatever the values say; use arrays, printf -v or a"
-             " case instead");
+        report(at.found, *at.s.file, at.command.line, at.command.column, "eval",
+               "eval runs whatever the values contain; use arrays, printf -v "
+               "or a case instead");
         return;
       }
     }
@@ -102,9 +103,9 @@ static void check_program(const sink &at)
     }
     const bash_expansion *input = input_of(at.c, at.command, word);
     if (input != nullptr && word.text.size() > input->name.size() + 5) {
-      tell_at(at, *input, "eval",
-              shown(*input) + " comes from the request and becomes a part of a"
-                              " program here; hand it over as a value");
+      report_at(at, *input, "eval",
+                shown(*input) + " comes from the request and becomes part of a "
+                                "program here; pass it as a value");
     }
     if (word.plain != "-e") {
       return;
@@ -172,9 +173,9 @@ static void check_attributes(const sink &at)
     }
     const bash_expansion *input = input_of(at.c, at.command, assignment.value);
     if (input != nullptr) {
-      tell_at(at, *input, "eval",
-              shown(*input) + " comes from the request and " + name +
-                  " evaluates it here; look at it first");
+      report_at(at, *input, "eval",
+                shown(*input) + " comes from the request and " + name +
+                    " evaluates it here; check it first");
     }
   }
 }
@@ -196,10 +197,10 @@ static void check_names(const sink &at)
   for (size_t i = first; i < end; i++) {
     const bash_expansion *input = input_name(at, at.command.words[i]);
     if (input != nullptr && at.command.words[i].plain[0] != '-') {
-      tell_at(at, *input, "eval",
-              shown(*input) + " comes from the request and " + name +
-                  " evaluates it; look at it first, or use an associative"
-                  " array");
+      report_at(
+          at, *input, "eval",
+          shown(*input) + " comes from the request and " + name +
+              " evaluates it; check it first, or use an associative array");
     }
   }
 }
@@ -215,9 +216,10 @@ static void check_is_set(const sink &at)
   for (size_t i = 0; i + 1 < words.size(); i++) {
     const bash_expansion *input = input_of(at.c, at.command, words[i + 1]);
     if (words[i].text == "-v" && input != nullptr) {
-      tell_at(at, *input, "eval",
-              shown(*input) + " comes from the request and -v evaluates it;"
-                              " look at it first");
+      report_at(
+          at, *input, "eval",
+          shown(*input) +
+              " comes from the request and -v evaluates it; check it first");
     }
   }
 }
@@ -227,9 +229,9 @@ void check_indirect(const sink &at, const bash_word &word)
 {
   for (const bash_expansion &expansion : word.expansions) {
     if (expansion.indirect && is_input(at.c, at.command, expansion)) {
-      tell_at(at, expansion, "eval",
-              shown(expansion) + " comes from the request and ${!...}"
-                                 " evaluates it; use an associative array");
+      report_at(at, expansion, "eval",
+                shown(expansion) + " comes from the request and ${!...}"
+                                   " evaluates it; use an associative array");
     }
   }
 }
@@ -242,9 +244,9 @@ static void check_command(const sink &at)
   }
   const bash_expansion *input = input_of(at.c, at.command, at.command.words[0]);
   if (input != nullptr) {
-    tell_at(at, *input, "eval",
-            shown(*input) + " comes from the request and is run as a command"
-                            " here");
+    report_at(at, *input, "eval",
+              shown(*input) + " comes from the request and is run as a command"
+                              " here");
   }
 }
 

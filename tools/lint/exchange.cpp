@@ -2,7 +2,7 @@
 //
 // A script may make its names of parts, so a name counts as reported when the
 // code of the form's scripts holds it, or a beginning of it that an expansion
-// goes on with.  What is told here is told of names that no part of the code
+// goes on with.  Findings are about names that no part of the code
 // can make.
 
 #include <algorithm>
@@ -185,24 +185,24 @@ static void check_references(const device &dev, const form &f,
     for (const text_part &ref : references_of(line.text)) {
       if (types.find(ref.type) == std::string::npos ||
           ref.name.find_first_of(" \t") != std::string::npos) {
-        continue; // told as malformed
+        continue; // reported as malformed
       }
       if (ref.type == 'N') {
         if (!is_environment(dev, ref.name)) {
-          tell(found, f, line, ref.offset, "unknown-variable",
-               "the environment of a page holds no " + in_quotes(ref.name) +
-                   did_you_mean(ref.name,
-                                {"SYSTEM_TYPE", "HW_VERSION", "SW_VERSION",
-                                 "REMOTE_USER", "REMOTE_ADDR"}));
+          report(found, f, line, ref.offset, "unknown-variable",
+                 "the environment of a page has no " + in_quotes(ref.name) +
+                     did_you_mean(ref.name,
+                                  {"SYSTEM_TYPE", "HW_VERSION", "SW_VERSION",
+                                   "REMOTE_USER", "REMOTE_ADDR"}));
         }
       } else if (!is_known(ref, known, items)) {
         std::set<std::string> near = items;
         near.insert(known.words.begin(), known.words.end());
-        tell(found, f, line, ref.offset, "unknown-variable",
-             in_quotes(ref.name) +
-                 " is no item of this form, and none of its"
-                 " scripts names it" +
-                 did_you_mean(ref.name, near));
+        report(found, f, line, ref.offset, "unknown-variable",
+               in_quotes(ref.name) +
+                   " is not an item of this form, and none of its scripts "
+                   "mentions it" +
+                   did_you_mean(ref.name, near));
       }
     }
   }
@@ -217,9 +217,9 @@ static void check_reported(const form &f, const vocabulary &known,
   for (const form_item &item : f.items) {
     if (is_input(item) && !names_it(known, item.name) &&
         !starts_with(item.name, "unnamed")) {
-      tell(found, f, *item.lines.front(), 0, "unreported",
-           "none of this form's scripts names " + in_quotes(item.name) +
-               did_you_mean(item.name, known.words));
+      report(found, f, *item.lines.front(), 0, "unreported",
+             "none of this form's scripts mentions " + in_quotes(item.name) +
+                 did_you_mean(item.name, known.words));
     }
   }
 }
@@ -240,9 +240,9 @@ static void check_list(const form &f, const form_item &item,
       lists.insert(without_digits(word));
     }
   }
-  tell(found, f, *item.lines.front(), 0, "list-entries",
-       "none of this form's scripts reports " + in_quotes(wanted + "0") +
-           ", so the list stays empty" + did_you_mean(wanted, lists));
+  report(found, f, *item.lines.front(), 0, "list-entries",
+         "none of this form's scripts reports " + in_quotes(wanted + "0") +
+             ", so the list stays empty" + did_you_mean(wanted, lists));
 }
 
 // A secret that is drawn without being asked for.
@@ -250,10 +250,9 @@ static void check_shown_secrets(const form &f, findings *found)
 {
   for (const form_item &item : f.items) {
     if (item.type == PT_TEXT_FIXED && is_secret(item.name)) {
-      tell(found, f, *item.lines.front(), 0, "secret",
-           in_quotes(item.name) +
-               " is a secret, and everybody who sees the page"
-               " sees it");
+      report(found, f, *item.lines.front(), 0, "secret",
+             in_quotes(item.name) +
+                 " is a secret, and everyone who sees the page sees it");
     }
   }
   for (const form_line &line : f.lines) {
@@ -261,10 +260,9 @@ static void check_shown_secrets(const form &f, findings *found)
       if (std::string("VUOCD").find(ref.type) != std::string::npos &&
           is_secret(ref.name) && line.keyword != "if" &&
           line.keyword != "ifnot") {
-        tell(found, f, line, ref.offset, "secret",
-             in_quotes(ref.name) +
-                 " is a secret, and everybody who sees the page"
-                 " sees it");
+        report(found, f, line, ref.offset, "secret",
+               in_quotes(ref.name) +
+                   " is a secret, and everyone who sees the page sees it");
       }
     }
   }
@@ -310,7 +308,7 @@ void check_exchange(const device &dev, findings *found)
     check_shown_secrets(f, found);
     const vocabulary known = vocabulary_of(dev, f);
     if (known.words.empty() || lacks_script(dev, f.scripts[TASK_READ])) {
-      continue; // no script to agree with; that is told already
+      continue; // no script to agree with; that is reported already
     }
     if (takes_over(f) || !hands_on(dev, f)) {
       check_references(dev, f, known, found);

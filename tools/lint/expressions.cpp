@@ -58,8 +58,8 @@ static expression_fault perl_class(const std::vector<expression_part> &parts)
     }
     if (part.escaped && strchr("wWsSb", part.c) != nullptr) {
       return {part.at - 1, std::string("\"\\") + part.c +
-                               "\" is not known to every device; write out the"
-                               " characters, as in [A-Za-z0-9_]"};
+                               "\" does not work on every device; list the "
+                               "characters, as in [A-Za-z0-9_]"};
     }
   }
   return {0, ""};
@@ -75,8 +75,9 @@ static expression_fault loose_choice(const std::string &text,
       const bool both = part.at > 0 && text[part.at - 1] == '$' &&
                         part.at + 1 < text.size() && text[part.at + 1] == '^';
       if (!both) {
-        return {part.at, "^ and $ hold for one side of the \"|\" each; write"
-                         " ^(...|...)$"};
+        return {
+            part.at,
+            "^ and $ each apply to one side of \"|\" only; write ^(...|...)$"};
       }
     }
   }
@@ -91,8 +92,8 @@ static expression_fault dollar_inside(const std::string &text,
     const char next = part.at + 1 < text.size() ? text[part.at + 1] : '\0';
     if (part.c == '$' && !part.escaped && next != '\0' &&
         strchr(")|", next) == nullptr) {
-      return {part.at, "\"$\" stands for the end of the value, and nothing can"
-                       " follow it; no value holds a \"$\""};
+      return {part.at, "\"$\" means the end of the value, so nothing can "
+                       "follow it; no value contains a \"$\""};
     }
   }
   return {0, ""};

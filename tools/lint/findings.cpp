@@ -1,4 +1,4 @@
-// Findings: telling them, switching them off, writing them out.
+// Findings: adding them, switching them off, writing them out.
 
 #include "findings.h"
 
@@ -11,9 +11,9 @@
 #include "terminal.h"
 #include "text.h"
 
-void tell(findings *found, const source_file &file, int line, int column,
-          const char *rule, const std::string &text,
-          const std::vector<note> &notes)
+void report(findings *found, const source_file &file, int line, int column,
+            const char *rule, const std::string &text,
+            const std::vector<note> &notes)
 {
   found->push_back(
       {{file.path, std::max(line, 1), std::max(column, 1)}, rule, text, notes});
@@ -58,7 +58,7 @@ static bool is_off(const source_file &file, const finding &f)
   return false;
 }
 
-static void tell_unknown_switches(const source_files &files, findings *found)
+static void report_unknown_switches(const source_files &files, findings *found)
 {
   for (const auto &entry : files) {
     int number = 0;
@@ -66,10 +66,10 @@ static void tell_unknown_switches(const source_files &files, findings *found)
       number++;
       for (const std::string &rule : switched_off(line)) {
         if (find_rule(rule) == nullptr) {
-          tell(found, entry.second, number,
-               static_cast<int>(line.rfind(rule)) + 1, "lint-comment",
-               "there is no rule " + in_quotes(rule) +
-                   did_you_mean(rule, rule_names()));
+          report(found, entry.second, number,
+                 static_cast<int>(line.rfind(rule)) + 1, "lint-comment",
+                 "there is no rule " + in_quotes(rule) +
+                     did_you_mean(rule, rule_names()));
         }
       }
     }
@@ -237,7 +237,7 @@ static void drop_switched_off(const source_files &files, findings *found)
 void write_findings(const source_files &files, findings *found,
                     finding_output *output)
 {
-  tell_unknown_switches(files, found);
+  report_unknown_switches(files, found);
   drop_switched_off(files, found);
   sort_findings(found);
   const bool carets =

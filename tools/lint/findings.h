@@ -1,4 +1,4 @@
-// What orv-lint has found: places in files and what is told of them.
+// What orv-lint has found: places in files and what is wrong there.
 
 #ifndef LINT_FINDINGS_H
 #define LINT_FINDINGS_H
@@ -39,9 +39,9 @@ typedef std::vector<finding> findings;
 typedef std::map<std::string, source_file> source_files; // by path
 
 // Adds a finding; a line or column below 1 counts as 1.
-void tell(findings *found, const source_file &file, int line, int column,
-          const char *rule, const std::string &text,
-          const std::vector<note> &notes = {});
+void report(findings *found, const source_file &file, int line, int column,
+            const char *rule, const std::string &text,
+            const std::vector<note> &notes = {});
 
 enum output_format { FORMAT_TEXT, FORMAT_GCC, FORMAT_JSON };
 

@@ -14,12 +14,12 @@ bool is_special(const std::string &form)
   return std::count(special_forms.begin(), special_forms.end(), form) != 0;
 }
 
-void tell(findings *found, const form &f, const form_line &line, size_t offset,
-          const char *rule, const std::string &text,
-          const std::vector<note> &notes)
+void report(findings *found, const form &f, const form_line &line,
+            size_t offset, const char *rule, const std::string &text,
+            const std::vector<note> &notes)
 {
-  tell(found, *f.file, line.number, line.column + static_cast<int>(offset),
-       rule, text, notes);
+  report(found, *f.file, line.number, line.column + static_cast<int>(offset),
+         rule, text, notes);
 }
 
 // --- items -------------------------------------------------------------------

@@ -45,11 +45,11 @@ static void check_bar(const device &dev, const std::string &bar,
   if (s == dev.scripts.end() || leads_to_pending(dev, bar)) {
     return; // elsewhere, or a link to the store's program
   }
-  tell(found, *s->second.file, 1, 1, "guard-way",
-       "while a change waits to be kept, nothing in this bar leads to the form"
-       " \"confirm\"; source orv_navbar.sh where that entry belongs",
-       {{{guard.s->file->path, guard.command->line, guard.command->column},
-         "this change waits to be kept"}});
+  report(found, *s->second.file, 1, 1, "guard-way",
+         "while a change is pending, nothing in this bar leads to the form "
+         "\"confirm\"; source orv_navbar.sh where that entry belongs",
+         {{{guard.s->file->path, guard.command->line, guard.command->column},
+           "this change waits to be kept"}});
 }
 
 void check_guards(const device &dev, findings *found)
@@ -59,10 +59,11 @@ void check_guards(const device &dev, findings *found)
     return;
   }
   if (dev.forms.count(KEEPER) == 0) {
-    tell(found, *guard.s->file, guard.command->line, guard.command->column,
-         "guard-way",
-         "a guarded change is kept by a Submit of the form \"confirm\", and the"
-         " device has no such form: every change goes back");
+    report(
+        found, *guard.s->file, guard.command->line, guard.command->column,
+        "guard-way",
+        "a guarded change is kept by a Submit of the form \"confirm\", and the"
+        " device has no such form: every change goes back");
     return;
   }
   std::set<std::string> bars;

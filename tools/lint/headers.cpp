@@ -38,8 +38,7 @@ static std::set<std::string> script_names(const device &dev)
 static std::string consequence(const std::string &keyword)
 {
   return keyword == "navbar_script"
-             ? "; without one a Submit ends in an error page after all has"
-               " been saved"
+             ? "; without it a Submit saves and then shows an error page"
              : "";
 }
 
@@ -53,20 +52,20 @@ static void check_script_file(const device &dev, const form &f,
   const std::string where =
       line.line == 0 ? " (the default of " + line.keyword + ")" : "";
   if (dev.odd.count(line.script) + dev.keepers.count(line.script) != 0) {
-    return; // told where it lies, or a link to orv-store
+    return; // reported where it lies, or a link to orv-store
   }
   const auto known = dev.scripts.find(line.script);
   if (lacks_script(dev, line)) {
-    tell(found, *f.file, line.line, line.column, "script-missing",
-         "Script " + in_quotes("scripts/" + line.script) + " does not exist" +
-             where + did_you_mean(line.script, script_names(dev)) +
-             consequence(line.keyword));
+    report(found, *f.file, line.line, line.column, "script-missing",
+           "Script " + in_quotes("scripts/" + line.script) + " does not exist" +
+               where + did_you_mean(line.script, script_names(dev)) +
+               consequence(line.keyword));
   } else if (known != dev.scripts.end() && !known->second.executable) {
-    tell(found, *known->second.file, 1, 1, "script-mode",
-         "Cannot execute script " + in_quotes("scripts/" + line.script) +
-             ": chmod +x is missing",
-         {{{f.file->path, std::max(line.line, 1), line.column},
-           "the form " + in_quotes(f.name) + " runs it"}});
+    report(found, *known->second.file, 1, 1, "script-mode",
+           "Cannot execute script " + in_quotes("scripts/" + line.script) +
+               ": chmod +x is missing",
+           {{{f.file->path, std::max(line.line, 1), line.column},
+             "the form " + in_quotes(f.name) + " runs it"}});
   }
 }
 
@@ -78,9 +77,9 @@ static void check_bar_task(const device &dev, const form &f, findings *found)
   const auto own = dev.scripts.find(line.script);
   if (line.line == 0 && own != dev.scripts.end() &&
       own->second.file->text.find("navbar") == std::string::npos) {
-    tell(found, {f.file->path, "", {}}, 1, 1, "script-task",
-         "without a navbar_script this form's own script is asked for the bar,"
-         " and it knows no task \"--navbar\"");
+    report(found, {f.file->path, "", {}}, 1, 1, "script-task",
+           "without a navbar_script line this form's own script must print the "
+           "bar, and it does not handle \"--navbar\"");
   }
 }
 
@@ -96,9 +95,9 @@ static void check_handed_on(const form &f, findings *found)
   }
   if (can_save(f) && with != nullptr && without != nullptr && with->line != 0 &&
       without->line != 0 && with->script == without->script) {
-    tell(found, *f.file, without->line, without->column, "script-argument",
-         "this line hands on no sub-item, and that of " + with->keyword +
-             " does");
+    report(found, *f.file, without->line, without->column, "script-argument",
+           "this line does not pass the sub-item, and that of " +
+               with->keyword + " does");
   }
 }
 
@@ -125,10 +124,10 @@ static void check_moved(const form &f, findings *found)
     const size_t at = subitem_word(line);
     if (can_save(f) && line.script == read.script && line.line != 0 &&
         due != 0 && at != 0 && at != due) {
-      tell(found, *f.file, line.line, line.column, "script-argument",
-           "the sub-item is argument " + std::to_string(at) +
-               " here, and argument " + std::to_string(due) + " in that of " +
-               read.keyword);
+      report(found, *f.file, line.line, line.column, "script-argument",
+             "the sub-item is argument " + std::to_string(at) +
+                 " here, and argument " + std::to_string(due) + " in that of " +
+                 read.keyword);
       return;
     }
   }
@@ -233,21 +232,20 @@ static void check_value(const form &f, const script_line &line,
   const std::string before = command_before(line.text, at);
   const bool first = before.find_first_not_of(" \t\"'") == std::string::npos;
   if (!can_quote(line.text, values, at)) {
-    tell(found, *f.file, line.line, column, "script-quote",
-         "Cannot quote a value in script command: " + tag +
-             " stands where no quotes help; hand it to the script as an"
-             " argument");
+    report(found, *f.file, line.line, column, "script-quote",
+           "Cannot quote a value in script command: " + tag +
+               " cannot be quoted here; pass it to the script as an argument");
   } else if (first) {
-    tell(found, *f.file, line.line, column, "script-evaluated",
-         tag + " is the command here, and a request chooses it");
+    report(found, *f.file, line.line, column, "script-evaluated",
+           tag + " is the command here, and the request chooses it");
   } else if (evaluates(before)) {
-    tell(found, *f.file, line.line, column, "script-evaluated",
-         tag + " is run as commands here, and a request chooses it");
+    report(found, *f.file, line.line, column, "script-evaluated",
+           tag + " is run as commands here, and the request chooses it");
   } else if (moves_arguments(line.text, at)) {
-    tell(found, *f.file, line.line, column, "script-argument",
-         "without a sub-item " + tag +
-             " is no argument, and those behind it move up; write it in double"
-             " quotes");
+    report(found, *f.file, line.line, column, "script-argument",
+           "without a sub-item " + tag +
+               " may be no argument at all, and those after it move up; put it "
+               "in double quotes");
   }
 }
 
@@ -281,11 +279,11 @@ void check_headers(const device &dev, findings *found)
     for (int task = 0; task < TASKS; task++) {
       const script_line &line = lines[static_cast<size_t>(task)];
       const bool runs = task == TASK_READ || task == TASK_NAVBAR || can_save(f);
-      const bool told = std::any_of(
+      const bool done = std::any_of(
           lines.begin(), lines.begin() + task, [&](const script_line &other) {
             return other.script == line.script && other.line == line.line;
           });
-      if (runs && !told) { // default lines name the same script
+      if (runs && !done) { // default lines name the same script
         check_script_file(dev, f, line, found);
       }
       if (line.line != 0) {

@@ -1,6 +1,6 @@
 // Where a request's values must not go: what bash runs, splits or computes.
 //
-// What is told are values that nothing in the script ever looks at.
+// What is reported are values that nothing in the script ever checks.
 
 #include <algorithm>
 #include <string.h>
@@ -15,10 +15,10 @@ static void check_unquoted(const sink &at, const bash_word &word)
   for (const bash_expansion &expansion : word.expansions) {
     if (!expansion.quoted && !expansion.arithmetic &&
         is_input(at.c, at.command, expansion)) {
-      tell_at(at, expansion, "unquoted",
-              shown(expansion) + " comes from the request and is split into"
-                                 " words and matched with files here; write it"
-                                 " in double quotes");
+      report_at(at, expansion, "unquoted",
+                shown(expansion) +
+                    " comes from the request and undergoes word splitting and "
+                    "globbing here; put it in double quotes");
       return;
     }
   }
@@ -33,13 +33,13 @@ void check_octal(const sink &at, const bash_expansion &expansion)
   if (padded == at.c.padded.end() || (expansion.based && !padded->second)) {
     return;
   }
-  tell_at(at, expansion, "number-octal",
-          shown(expansion) +
-              (expansion.based
-                   ? " may have a sign or begin with 0x, which 10# does not"
-                     " take; call orv_number for it first"
-                   : " may begin with 0, which means octal here; write"
-                     " [ x -gt y ], or call orv_number for it first"));
+  report_at(at, expansion, "number-octal",
+            shown(expansion) +
+                (expansion.based
+                     ? " may have a sign or begin with 0x, which 10# does not "
+                       "accept; call orv_number first"
+                     : " may begin with 0, which means octal here; use [ x -gt "
+                       "y ], or call orv_number first"));
 }
 
 static void check_number(const sink &at, const bash_word &word, bool operand)
@@ -50,10 +50,11 @@ static void check_number(const sink &at, const bash_word &word, bool operand)
     }
     check_octal(at, expansion);
     if (!expansion.based && is_input(at.c, at.command, expansion)) {
-      tell_at(at, expansion, "input-number",
-              shown(expansion) + " comes from the request and is computed with"
-                                 " before anything has seen that it is a"
-                                 " number: bash runs commands in subscripts");
+      report_at(
+          at, expansion, "input-number",
+          shown(expansion) +
+              " comes from the request and is evaluated as a number before it "
+              "has been checked: bash runs commands in subscripts");
     }
   }
 }
@@ -72,9 +73,9 @@ static void check_sourced(const sink &at, const bash_word &word)
   for (const auto &entry : dev.scripts) {
     names.insert(entry.first);
   }
-  tell(at.found, *at.s.file, word.line, word.column, "script-missing",
-       "Script " + in_quotes("scripts/" + name) + " does not exist" +
-           did_you_mean(name, names));
+  report(at.found, *at.s.file, word.line, word.column, "script-missing",
+         "Script " + in_quotes("scripts/" + name) + " does not exist" +
+             did_you_mean(name, names));
 }
 
 // Files that are run in the shell itself.
@@ -93,15 +94,15 @@ static void check_source(const sink &at)
       path.find("..") == std::string::npos) {
     check_sourced(at, word);
   } else if (made || starts_with(path, "/dev/")) {
-    tell(at.found, *at.s.file, word.line, word.column, "source",
-         word.text + " is run as commands; read values with read, and"
-                     " source only files of the scripts' folder");
+    report(at.found, *at.s.file, word.line, word.column, "source",
+           word.text + " is run as commands; use read for values, and source "
+                       "only files in the scripts' folder");
   } else if (path[0] != '/') {
-    tell(at.found, *at.s.file, word.line, word.column, "source-folder",
-         word.text +
-             " is looked for in whatever folder is the current one;"
-             " write \"${BASH_SOURCE%/*}/" +
-             file + "\"");
+    report(at.found, *at.s.file, word.line, word.column, "source-folder",
+           word.text +
+               " is relative to the current folder, which may be any; write "
+               "\"${BASH_SOURCE%/*}/" +
+               file + "\"");
   }
 }
 
@@ -114,11 +115,11 @@ static void check_relative(const sink &at)
         redirect.op != "<<" && redirect.op != "<<-" &&
         (starts_with(path, "./") || starts_with(path, "../")) &&
         at.s.words.count("cd") == 0) {
-      tell(at.found, *at.s.file, redirect.target.line, redirect.target.column,
-           "source-folder",
-           redirect.target.text +
-               " is looked for in whatever folder is the current one;"
-               " write \"${BASH_SOURCE%/*}/...\"");
+      report(at.found, *at.s.file, redirect.target.line, redirect.target.column,
+             "source-folder",
+             redirect.target.text +
+                 " is relative to the current folder, which may be any; write "
+                 "\"${BASH_SOURCE%/*}/...\"");
       return;
     }
   }
@@ -149,9 +150,9 @@ static void check_path(const sink &at)
   for (const bash_word *path : paths) {
     const bash_expansion *input = input_of(at.c, at.command, *path);
     if (input != nullptr) {
-      tell_at(at, *input, "input-path",
-              shown(*input) + " comes from the request and chooses a file;"
-                              " compare it with a list first");
+      report_at(at, *input, "input-path",
+                shown(*input) + " comes from the request and chooses a file;"
+                                " compare it with a list first");
     }
   }
 }
@@ -175,14 +176,14 @@ static void check_subscript(const sink &at, const std::string &array,
     expansion.column = column;
     const bool based = c == '#'; // 10#$row
     if (!name.empty() && is_input(at.c, at.command, expansion)) {
-      tell_at(at, expansion, "input-number",
-              shown(expansion) +
-                  " comes from the request and is computed here,"
-                  " as a subscript" +
-                  (array.empty() ? " can be"
-                                 : ", unless the array is declared"
-                                   " with -A") +
-                  ": bash runs commands in it");
+      report_at(
+          at, expansion, "input-number",
+          shown(expansion) +
+              " comes from the request and is evaluated here, as a subscript" +
+              (array.empty() ? " can be"
+                             : ", unless the array is declared"
+                               " with -A") +
+              ": bash runs commands in it");
       return;
     }
     if (based) {

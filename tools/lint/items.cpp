@@ -17,16 +17,16 @@ static void check_choices(const form &f, const form_item &item, findings *found)
     const std::string value = choice_value(f, *line);
     const auto added = values.insert({value, line});
     if (!added.second) {
-      tell(found, f, *line, 0, "choice-twice",
-           "the choice " + in_quotes(value) + " is there already",
-           {{{f.file->path, added.first->second->number, 1},
-             "the first is here"}});
+      report(found, f, *line, 0, "choice-twice",
+             "the choice " + in_quotes(value) + " is there already",
+             {{{f.file->path, added.first->second->number, 1},
+               "the first is here"}});
     }
   }
   if (values.empty()) {
-    tell(found, f, *item.lines.front(), 0, "choice-missing",
-         in_quotes(item.lines.front()->keyword) + " without a choice draws an"
-                                                  " empty list");
+    report(found, f, *item.lines.front(), 0, "choice-missing",
+           in_quotes(item.lines.front()->keyword) +
+               " without choices is an empty list");
   }
 }
 
@@ -36,10 +36,11 @@ static void check_label(const form &f, const form_item &item, findings *found)
 {
   const form_line *label = attribute(item, "label");
   if (label == nullptr || label->text.empty()) {
-    tell(found, f, label != nullptr ? *label : *item.lines.front(), 0, "label",
-         in_quotes(item.name) +
-             (item.table >= 0 ? " is a column" : " is an item") +
-             " without a label: nobody is told what it is");
+    report(found, f, label != nullptr ? *label : *item.lines.front(), 0,
+           "label",
+           in_quotes(item.name) +
+               (item.table >= 0 ? " is a column" : " is an item") +
+               " without a label: users cannot know what it is");
   }
 }
 
@@ -53,15 +54,15 @@ static void check_effect(const form &f, const form_item &item, findings *found)
       continue;
     }
     if (nowhere.count(line->keyword) != 0) {
-      tell(found, f, *line, 0, "no-effect",
-           in_quotes(line->keyword) + " is drawn nowhere" +
-               (line->keyword == "item_help" ? "; use a help item" : ""));
+      report(found, f, *line, 0, "no-effect",
+             in_quotes(line->keyword) + " is drawn nowhere" +
+                 (line->keyword == "item_help" ? "; use a help item" : ""));
     } else if (outside.count(line->keyword) != 0 && item.table >= 0) {
-      tell(found, f, *line, 0, "no-effect",
-           in_quotes(line->keyword) + " is not drawn in a table");
+      report(found, f, *line, 0, "no-effect",
+             in_quotes(line->keyword) + " is not drawn in a table");
     } else if (!is_input(item)) {
-      tell(found, f, *line, 0, "no-effect",
-           in_quotes(line->keyword) + " is not drawn for a menu");
+      report(found, f, *line, 0, "no-effect",
+             in_quotes(line->keyword) + " is not drawn for a menu");
     }
   }
 }
@@ -83,13 +84,13 @@ static void check_extra(const form &f, size_t index, findings *found)
   const bool apart = before.find_first_not_of(" \t\r") == std::string::npos ||
                      before[0] == '#';
   if (!apart) {
-    tell(found, *f.file, item.line, 1, "table-extra",
-         in_quotes(item.name) + " stands behind the last of the " +
-             std::to_string(table.columns) + " columns of " +
-             in_quotes(table.name) +
-             " and is not part of the table; if that is"
-             " meant, leave a blank line before it",
-         {{{f.file->path, table.line, 1}, "the table is here"}});
+    report(found, *f.file, item.line, 1, "table-extra",
+           in_quotes(item.name) + " follows the last of the " +
+               std::to_string(table.columns) + " columns of " +
+               in_quotes(table.name) +
+               " and is not part of the table; if that is intended, leave a "
+               "blank line before it",
+           {{{f.file->path, table.line, 1}, "the table is here"}});
   }
 }
 
@@ -103,10 +104,10 @@ static void check_columns(const form &f, const form_item &item, findings *found)
   const form_line *check = attribute(item, "check");
   if (check != nullptr && check->text != "nullok" &&
       !starts_with(check->text, "nullok ")) {
-    tell(found, f, *check, 0, "table-required",
-         "a row that another column keeps in use cannot be emptied while " +
-             in_quotes(item.name) +
-             " must be filled in; say nullok, and let the check script ask");
+    report(found, f, *check, 0, "table-required",
+           "a row that another column keeps in use cannot be emptied while " +
+               in_quotes(item.name) +
+               " is required; use nullok, and let the check script ask");
   }
 }
 
@@ -114,8 +115,8 @@ static void check_title(const form &f, findings *found)
 {
   for (const form_line &line : f.lines) {
     if (line.header && line.keyword == "title" && line.text.empty()) {
-      tell(found, f, line, 0, "label",
-           "the page has neither title nor heading");
+      report(found, f, line, 0, "label",
+             "the page has neither title nor heading");
     }
   }
 }

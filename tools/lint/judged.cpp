@@ -15,7 +15,7 @@
 
 static constexpr size_t TO_THE_END = static_cast<size_t>(-1);
 
-// Of one name more places than these are not told from each other.
+// Of one name no more places than these are kept apart.
 static constexpr size_t PLACES_MAX = 100;
 
 // One script while its tests are looked at.

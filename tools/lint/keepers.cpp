@@ -93,9 +93,9 @@ static void check_clearing(const form &f, const form_item &item,
   }
   if (item.type == PT_CHECKBOX && ends_with(item.name, end) &&
       !secrets.empty() && secrets.count(item.name) == 0) {
-    tell(found, f, *item.lines[0], 0, "keeper",
-         "no secret belongs to the box " + in_quotes(item.name) +
-             did_you_mean(item.name, secrets));
+    report(found, f, *item.lines[0], 0, "keeper",
+           "there is no secret for the box " + in_quotes(item.name) +
+               did_you_mean(item.name, secrets));
   }
 }
 
@@ -104,35 +104,35 @@ static void check_item(const device &dev, const form &f, const form_item &item,
 {
   const form_line &line = *item.lines[0];
   if (item.table >= 0 && is_secret(item.name)) {
-    tell(found, f, line, 0, "keeper",
-         in_quotes(item.name) + " is secret, and rows are stored as they were"
-                                " shown: such a table needs a script");
+    report(found, f, line, 0, "keeper",
+           in_quotes(item.name) + " is secret, and rows are stored as shown: "
+                                  "such a table needs a script");
   }
   const form_line *check = attribute(item, "check");
   if (item.type == PT_TEXT_FIELD && is_secret(item.name) && check != nullptr &&
       !starts_with(check->text, "nullok")) {
-    tell(found, f, *check, 0, "secret-blank",
-         "a blank " + in_quotes(item.name) +
-             " means that the secret stays, and this check refuses it; say"
-             " nullok");
+    report(found, f, *check, 0, "secret-blank",
+           "a blank " + in_quotes(item.name) +
+               " means that the secret stays, but this check refuses it; use "
+               "nullok");
   }
   check_clearing(f, item, found);
   if (item.type == PT_ISELECT &&
       !has_entries(dev, f, "select_" + lower(item.selector))) {
-    tell(found, f, line, 0, "keeper",
-         "neither defaults/ nor state/" + f.name + " has " +
-             in_quotes("select_" + item.selector + "0") +
-             ", and no script stores the entries of this list there");
+    report(found, f, line, 0, "keeper",
+           "neither defaults/ nor state/" + f.name + " has " +
+               in_quotes("select_" + item.selector + "0") +
+               ", and no script stores the entries of this list there");
   }
   const std::string cell = lower(item.name) + (item.table >= 0 ? "0" : "");
   if (item.type == PT_TEXT_FIXED && !is_shipped(dev, f, cell)) {
-    tell(found, f, line, 0, "keeper",
-         "nothing reports " + in_quotes(item.name) +
-             ": what is only shown needs a script");
+    report(found, f, line, 0, "keeper",
+           "nothing reports " + in_quotes(item.name) +
+               ": read-only values need a script");
   }
   if (item.type == PT_TEXT_FIELD && attribute(item, "check") == nullptr) {
-    tell(found, f, line, 0, "keeper",
-         in_quotes(item.name) + " has no check, and no script judges it");
+    report(found, f, line, 0, "keeper",
+           in_quotes(item.name) + " has no check, and no script judges it");
   }
 }
 
@@ -152,9 +152,9 @@ void check_keepers(const device &dev, findings *found)
                      [&](const std::string &name) {
                        return starts_with(name, start);
                      })) {
-      tell(found, {f.file->path, "", {}}, 1, 1, "keeper",
-           "the page names a sub-item, and defaults/ has no file " +
-               in_quotes(start + "SUBITEM"));
+      report(found, {f.file->path, "", {}}, 1, 1, "keeper",
+             "the page names a sub-item, and defaults/ has no file " +
+                 in_quotes(start + "SUBITEM"));
     }
   }
 }

@@ -76,9 +76,10 @@ static void check_script_name(const name_check &c, const literal_name &at,
   }
   const std::string near = nearest(name, c.items);
   if (!near.empty() || asked) {
-    tell(c.found, *c.s.file, at.line, at.column, "script-name",
-         "no form of this script has " + in_quotes(at.name) +
-             ", and nothing else here names it" + did_you_mean(name, c.items));
+    report(c.found, *c.s.file, at.line, at.column, "script-name",
+           "no form of this script has " + in_quotes(at.name) +
+               ", and it occurs nowhere else here" +
+               did_you_mean(name, c.items));
   }
 }
 
@@ -157,7 +158,7 @@ static std::vector<named_place> places_of(const script &s)
   return places;
 }
 
-// Bash tells capitals, so a name is spelt in one way.
+// Bash distinguishes capitals, so a name has one spelling.
 static void check_spelling(const name_check &c,
                            const std::vector<named_place> &places)
 {
@@ -173,10 +174,10 @@ static void check_spelling(const name_check &c,
         place.at.name.substr(0, place.at.name.find_last_not_of('#') + 1);
     if (ways.size() > 1 && has_item(c, plain_name(place.at)) &&
         name != plain_name(place.at)) {
-      tell(c.found, *c.s.file, place.at.line, place.at.column, "name-case",
-           "bash tells capitals from small letters, and this script has " +
-               in_quotes(ways.begin()->first) + " and " +
-               in_quotes(ways.rbegin()->first));
+      report(c.found, *c.s.file, place.at.line, place.at.column, "name-case",
+             "names are case-sensitive in bash, and this script has " +
+                 in_quotes(ways.begin()->first) + " and " +
+                 in_quotes(ways.rbegin()->first));
       return;
     }
   }

@@ -107,15 +107,14 @@ static void check_arguments(const context &c, const script &s,
     for (const bash_expansion &expansion : word.expansions) {
       const std::string key = value_name(expansion);
       if (holds_secret(c, secrets, command, expansion)) {
-        tell(found, *s.file, expansion.line, expansion.column,
-             "secret-argument",
-             in_quotes(key) +
-                 (name == "logger" || name == "systemd-cat"
-                      ? " is a secret, and the log keeps it"
-                      : " is a secret, and everybody on the device sees the"
-                        " arguments of " +
-                            in_quotes(name) +
-                            "; hand it over on standard input"));
+        report(found, *s.file, expansion.line, expansion.column,
+               "secret-argument",
+               in_quotes(key) +
+                   (name == "logger" || name == "systemd-cat"
+                        ? " is a secret, and the log keeps it"
+                        : " is a secret, and everyone on the device can see "
+                          "the arguments of " +
+                              in_quotes(name) + "; pass it on standard input"));
         return;
       }
     }
@@ -129,11 +128,12 @@ static bool is_shared_folder(const std::string &path)
   return starts_with(path, "/tmp/") || starts_with(path, "/var/tmp/");
 }
 
-static void tell_shared(const script &s, const bash_word &word, findings *found)
+static void report_shared(const script &s, const bash_word &word,
+                          findings *found)
 {
-  tell(found, *s.file, word.line, word.column, "tmp-file",
-       word.text + " has a name that anybody can foresee, in a folder where"
-                   " everybody may make it first, as a link; use mktemp");
+  report(found, *s.file, word.line, word.column, "tmp-file",
+         word.text + " has a predictable name in a folder where anyone can "
+                     "create it first, as a link; use mktemp");
 }
 
 // Variables that are given one value that stands there; "" for another.
@@ -174,12 +174,12 @@ static void check_shared(const script &s, const constants &all,
   for (const bash_redirect &redirect : command.redirects) {
     if (redirect.op.find('>') != std::string::npos &&
         is_shared_folder(whole_path(all, redirect.target))) {
-      tell_shared(s, redirect.target, found);
+      report_shared(s, redirect.target, found);
     }
   }
   if (makers.count(first_word(command)) != 0 && command.words.size() > 1 &&
       is_shared_folder(whole_path(all, command.words.back()))) {
-    tell_shared(s, command.words.back(), found);
+    report_shared(s, command.words.back(), found);
   }
 }
 
@@ -207,9 +207,9 @@ static void check_modes(const script &s, const bash_command &command,
             : name == "umask" && (word.plain == "0" || word.plain == "000" ||
                                   word.plain == "0000");
     if (open) {
-      tell(found, *s.file, word.line, word.column, "world-writable",
-           "everybody on the device may write what this lets them; the web"
-           " server alone needs it");
+      report(found, *s.file, word.line, word.column, "world-writable",
+             "this makes files writable by everyone; only the web server needs "
+             "to write them");
     }
     if (name == "chmod" && word.plain[0] != '-') {
       return; // files follow
@@ -255,19 +255,19 @@ static void check_message(const context &c, const script &s,
     const bash_word &word = command.words[i];
     message |= starts_with(word.plain, "error_");
     if (message && quotes_others(word)) {
-      tell(found, *s.file, word.line, word.column, "message-text",
-           "this text is somebody else's, and a message is expanded: $N:NAME$"
-           " in it shows the environment; orv_error and orv_msg make it"
-           " harmless");
+      report(found, *s.file, word.line, word.column, "message-text",
+             "this text comes from elsewhere, and messages are expanded: "
+             "$N:NAME$ in it shows the environment; use orv_error or orv_msg, "
+             "which escape it");
       return;
     }
     for (const bash_expansion &expansion : word.expansions) {
       if (message && is_foreign(c, command, expansion)) {
-        tell(found, *s.file, expansion.line, expansion.column, "message-text",
-             in_quotes("$" + full_name(expansion)) +
-                 " comes from the request, and a message is expanded:"
-                 " $N:NAME$ in it shows the environment; orv_error and orv_msg"
-                 " make it harmless");
+        report(found, *s.file, expansion.line, expansion.column, "message-text",
+               in_quotes("$" + full_name(expansion)) +
+                   " comes from the request, and messages are expanded: "
+                   "$N:NAME$ in it shows the environment; use orv_error or "
+                   "orv_msg, which escape it");
         return;
       }
     }
@@ -297,10 +297,10 @@ static void check_pattern(const context &c, const script &s,
     }
     const bash_expansion *input = input_of(c, command, word);
     if (input != nullptr) {
-      tell(found, *s.file, input->line, input->column, "input-pattern",
-           in_quotes("$" + full_name(*input)) +
-               " comes from the request and is an expression here, which"
-               " matches more than itself; write grep -qxF --");
+      report(found, *s.file, input->line, input->column, "input-pattern",
+             in_quotes("$" + full_name(*input)) +
+                 " comes from the request and is a regular expression here; "
+                 "use grep -qxF --");
     }
     return;
   }

@@ -21,11 +21,11 @@ bool calls(const task_run &run, const char *name)
   return find_call(run, name) != NOWHERE;
 }
 
-void tell_step(findings *found, const task_step &step, const char *rule,
-               const std::string &text)
+void report_step(findings *found, const task_step &step, const char *rule,
+                 const std::string &text)
 {
-  tell(found, *step.s->file, step.command->line, step.command->column, rule,
-       text);
+  report(found, *step.s->file, step.command->line, step.command->column, rule,
+         text);
 }
 
 std::set<std::string> names_given(const task_run &run, const char *name)

@@ -105,20 +105,20 @@ static void check_subitem(const device &dev, const source_file &file, int line,
       kept ? has_subitems(dev, f.name) && dev.settings.count(f.name) == 0
            : uses_subitem(f) && names_subitem(dev, f);
   if (link.subitem.empty() && several) {
-    tell(found, file, line, column, "subitem",
-         "the form " + in_quotes(link.form) +
-             " is for one of several things; the link must say which, as " +
-             in_quotes(link.form + "/NAME"));
+    report(found, file, line, column, "subitem",
+           "the form " + in_quotes(link.form) +
+               " is for one of several things; the link must name one, as " +
+               in_quotes(link.form + "/NAME"));
   } else if (kept && !link.subitem.empty() && !is_inserted(link.subitem) &&
              dev.settings.count(link.form + "@" + link.subitem) == 0) {
-    tell(found, file, line, column, "subitem",
-         "the device has no \"defaults/" + link.form + "@" + link.subitem +
-             "\": with this sub-item the form is refused");
+    report(found, file, line, column, "subitem",
+           "the device has no \"defaults/" + link.form + "@" + link.subitem +
+               "\": with this sub-item the form is refused");
   } else if (!kept && !link.subitem.empty() && !is_inserted(link.subitem) &&
              refuses(dev, f, link.subitem)) {
-    tell(found, file, line, column, "subitem",
-         "the script of the form " + in_quotes(link.form) +
-             " refuses the sub-item " + in_quotes(link.subitem));
+    report(found, file, line, column, "subitem",
+           "the script of the form " + in_quotes(link.form) +
+               " refuses the sub-item " + in_quotes(link.subitem));
   }
 }
 
@@ -127,13 +127,13 @@ static bool check_form(const device &dev, const source_file &file, int line,
                        int column, const link_target &link, findings *found)
 {
   if (dev.forms.count(link.form) == 0) {
-    tell(found, file, line, column, "target",
-         "no template " + in_quotes(link.form + ".tpl") +
-             did_you_mean(link.form, form_names(dev)));
+    report(found, file, line, column, "target",
+           "no template " + in_quotes(link.form + ".tpl") +
+               did_you_mean(link.form, form_names(dev)));
   } else if (address_length(link) > ORV_ADDRESS_MAX) {
-    tell(found, file, line, column, "link-long",
-         "the address of this link is cut after " +
-             std::to_string(ORV_ADDRESS_MAX) + " characters");
+    report(found, file, line, column, "link-long",
+           "the address of this link is cut after " +
+               std::to_string(ORV_ADDRESS_MAX) + " characters");
   } else {
     return true;
   }
@@ -252,8 +252,8 @@ static void check_reached(const device &dev, findings *found)
   }
   for (const auto &entry : dev.forms) {
     if (reached.count(entry.first) == 0) {
-      tell(found, *entry.second.file, 1, 1, "unreachable",
-           "no menu and no navigation bar leads to this form");
+      report(found, *entry.second.file, 1, 1, "unreachable",
+             "no menu and no navigation bar leads to this form");
     }
   }
 }
@@ -264,9 +264,9 @@ static void check_special(const device &dev, findings *found)
     if (dev.forms.count(name) == 0) {
       source_file missing;
       missing.path = dev.dir + "/templates/" + name + ".tpl";
-      tell(found, missing, 1, 1, "special-form",
-           "this form must be there: the system itself shows it" +
-               did_you_mean(name, form_names(dev)));
+      report(found, missing, 1, 1, "special-form",
+             "this form is required: the system itself shows it" +
+                 did_you_mean(name, form_names(dev)));
     }
   }
 }
@@ -286,9 +286,9 @@ static void check_page_message(const form &f, findings *found)
       return;
     }
   }
-  tell(found, *f.file, input->line, 1, "page-message",
-       "this form has something to fill in and shows the page's message"
-       " nowhere; begin its body with \"error $E$\"");
+  report(found, *f.file, input->line, 1, "page-message",
+         "this form has input items but does not show the page's message; "
+         "begin its body with \"error $E$\"");
 }
 
 void check_links(const device &dev, findings *found)

@@ -14,7 +14,7 @@ struct link_target {
 link_target split_target(const std::string &target);
 // Whether a script makes up a part of it when it runs.
 bool is_inserted(const std::string &text);
-// Tells what is wrong with a link to `target`.
+// Reports what is wrong with a link to `target`.
 void check_target(const device &dev, const source_file &file, int line,
                   int column, const std::string &target, findings *found);
 

@@ -1,4 +1,4 @@
-// orv-lint: tells what is wrong with the templates and scripts of a device.
+// orv-lint: reports what is wrong with the templates and scripts of a device.
 
 #include <getopt.h>
 #include <signal.h>
@@ -35,7 +35,7 @@ static void usage(FILE *to)
       "       orv-lint --explain RULE\n"
       "       orv-lint --rules | --version | --help\n"
       "\n"
-      "Tells every mistake in a device's folder, which holds templates/ and\n"
+      "Reports every mistake in a device folder, which holds templates/ and\n"
       "scripts/.  Silent, with status 0, when there is none; status 1 when\n"
       "there is one, 2 when it could not look.  Folders of one device in\n"
       "several languages are compared with each other.\n"
@@ -69,7 +69,7 @@ static bool read_tree(const std::string &dir, tree *t)
                    dir.c_str());
     return false;
   }
-  // Half a device would be told of what stands in the other half.
+  // With half a device read, the other half would be reported as missing.
   for (const std::string &path : t->dev.unread) {
     terminal_print(stderr, "orv-lint: %s: no permission to read it\n",
                    path.c_str());
@@ -152,7 +152,7 @@ static int lint_all(char **dirs, const options &o)
   }
   if (output.written > 0) {
     fprintf(stderr,
-            "orv-lint: %zu finding%s; orv-lint --explain RULE tells more\n",
+            "orv-lint: %zu finding%s; orv-lint --explain RULE explains one\n",
             output.written, output.written == 1 ? "" : "s");
   }
   if (trouble) {
@@ -212,7 +212,7 @@ int main(int argc, char **argv)
     usage(stderr);
     return EXIT_TROUBLE;
   }
-  // What the parser reports is told here, and not to the system's log.
+  // What the parser reports is printed here, and not logged.
   setlogmask(LOG_MASK(LOG_EMERG));
   signal(SIGPIPE, SIG_IGN);
   return lint_all(argv + optind, o);

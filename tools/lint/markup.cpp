@@ -61,12 +61,12 @@ static void check_html(const form &f, const form_line &line, findings *found)
     const size_t length = line.text[at] == '<' ? tag_length(line.text, at)
                                                : entity_length(line.text, at);
     if (length != 0) {
-      tell(found, f, line, at, "html",
-           in_quotes(line.text.substr(at, length)) +
-               " is shown as it stands: HTML has no meaning in a text" +
-               (line.text[at] == '<' ? "; emphasis is $B$ ... $R$, a line"
-                                       " break $L$"
-                                     : ""));
+      report(found, f, line, at, "html",
+             in_quotes(line.text.substr(at, length)) +
+                 " is shown literally: HTML has no meaning in texts" +
+                 (line.text[at] == '<'
+                      ? "; for emphasis use $B$ ... $R$, for a line break $L$"
+                      : ""));
       return;
     }
   }
@@ -80,11 +80,11 @@ struct emphasis {
   size_t offset;
 };
 
-static void tell_open(const form &f, const emphasis &open, findings *found)
+static void report_open(const form &f, const emphasis &open, findings *found)
 {
   if (open.line != nullptr) {
-    tell(found, f, *open.line, open.offset, "emphasis",
-         "nothing ends this emphasis; write $R$ behind its last word");
+    report(found, f, *open.line, open.offset, "emphasis",
+           "this emphasis is not ended; add $R$ after its last word");
   }
 }
 
@@ -94,7 +94,7 @@ static void check_emphasis(const form &f, findings *found)
   for (const form_line &line : f.lines) {
     const pt_keyword *row = any_keyword(line.keyword);
     if (!line.continues) {
-      tell_open(f, open, found);
+      report_open(f, open, found);
       open.line = nullptr;
     }
     if (row == nullptr || !row->text) {
@@ -108,7 +108,7 @@ static void check_emphasis(const form &f, findings *found)
       }
     }
   }
-  tell_open(f, open, found);
+  report_open(f, open, found);
 }
 
 // --- bytes -------------------------------------------------------------------
@@ -119,9 +119,8 @@ static void check_bytes(const form &f, findings *found)
   for (const std::string &line : f.file->lines) {
     number++;
     if (!is_utf8(line) && line[0] != '#') {
-      tell(found, *f.file, number, 1, "utf8",
-           "this line is no UTF-8, so a browser shows other characters; save"
-           " the file as UTF-8");
+      report(found, *f.file, number, 1, "utf8",
+             "this line is not valid UTF-8; save the file as UTF-8");
       return; // the whole file is of another encoding
     }
   }

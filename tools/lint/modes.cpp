@@ -36,12 +36,12 @@ static void check_view(const form &f, const char *mode, const form_line *use,
 {
   const form_line *on = header_line(f, mode);
   if (on == nullptr && use != nullptr) {
-    tell(found, *f.file, use->number, 1, "mode",
-         "nobody sees this: the button " + button + " is grey without " +
-             in_quotes(mode) + " in the header");
+    report(found, *f.file, use->number, 1, "mode",
+           "nobody sees this: the button " + button + " is grey without " +
+               in_quotes(mode) + " in the header");
   } else if (on != nullptr && use == nullptr) {
-    tell(found, *f.file, on->number, 1, "mode",
-         "the button " + button + " changes nothing on this page");
+    report(found, *f.file, on->number, 1, "mode",
+           "the button " + button + " changes nothing on this page");
   }
 }
 
@@ -68,16 +68,16 @@ static void check_words(const form &f, const form_line &line, findings *found)
     const size_t at = line.text.find(words[i]);
     if (i >= used) {
       const bool else_if = line.keyword == "else" && words[0] == "if";
-      tell(found, f, line, at, "extra-words",
-           in_quotes(words[i]) + " means nothing here" +
-               (else_if ? "; there is no else if: write if and its endif on"
-                          " lines of their own"
-                        : ""));
+      report(found, f, line, at, "extra-words",
+             in_quotes(words[i]) + " means nothing here" +
+                 (else_if ? "; there is no else if: write if and its endif on"
+                            " lines of their own"
+                          : ""));
       return;
     }
     if (i > 0 && !is_number(words[i])) {
-      tell(found, f, line, at, "extra-words",
-           in_quotes(words[i]) + " is no number");
+      report(found, f, line, at, "extra-words",
+             in_quotes(words[i]) + " is no number");
       return;
     }
   }
@@ -92,10 +92,10 @@ static void check_choice_value(const form &f, const form_line &line,
   const size_t bad = value.find_first_of("\"\\`'");
   if (line.item >= 0 && bad != std::string::npos &&
       f.items[static_cast<size_t>(line.item)].type == PT_SELECT) {
-    tell(found, f, line, bad, "choice-value",
-         "the value " + in_quotes(value) +
-             " holds quotes or a backslash, which no script takes for text;"
-             " a value is one word and needs none");
+    report(found, f, line, bad, "choice-value",
+           "the value " + in_quotes(value) +
+               " contains quotes or a backslash, which no script treats as "
+               "text; a value is one word and needs none");
   }
 }
 

@@ -32,15 +32,15 @@ static void check_characters(const form &f, const form_item &item,
   const size_t bad = item.name.find_first_not_of(
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_");
   if (bad != std::string::npos) {
-    tell(found, f, *item.lines.front(), bad, "name-characters",
-         "the name " + in_quotes(item.name) + " holds " +
-             in_quotes(item.name.substr(bad, 1)) +
-             "; use letters, digits and \"_\", nothing is inserted in names");
+    report(found, f, *item.lines.front(), bad, "name-characters",
+           "the name " + in_quotes(item.name) + " holds " +
+               in_quotes(item.name.substr(bad, 1)) +
+               "; use letters, digits and \"_\"; nothing is expanded in names");
   } else if (item.name[0] >= '0' && item.name[0] <= '9') {
-    tell(found, f, *item.lines.front(), 0, "name-characters",
-         "the name " + in_quotes(item.name) +
-             " begins with a digit, so no script"
-             " can use it as a variable");
+    report(found, f, *item.lines.front(), 0, "name-characters",
+           "the name " + in_quotes(item.name) +
+               " begins with a digit, so no script"
+               " can use it as a variable");
   }
 }
 
@@ -51,20 +51,21 @@ static void check_reserved(const form &f, const form_item &item,
   const std::string name = lower(item.name);
   const form_line &line = *item.lines.front();
   if (reserved.count(name) != 0) {
-    tell(found, f, line, 0, "name-reserved",
-         in_quotes(item.name) + " has a meaning of its own for the page, so the"
-                                " value never reaches a script");
+    report(
+        found, f, line, 0, "name-reserved",
+        in_quotes(item.name) +
+            " is reserved for the page, so the value never reaches a script");
   } else if (name.size() > 1 && name[1] == '_' &&
              strchr("duco", name[0]) != nullptr) {
-    tell(found, f, line, 0, "name-prefix",
-         in_quotes(item.name) + " means one value of " +
-             in_quotes(item.name.substr(2)) + ", not a name of its own");
+    report(found, f, line, 0, "name-prefix",
+           in_quotes(item.name) + " means one value of " +
+               in_quotes(item.name.substr(2)) + ", not a name of its own");
   } else {
     for (const char *prefix : {"error_", "delete_", "select_"}) {
       if (starts_with(name, prefix)) {
-        tell(found, f, line, 0, "name-prefix",
-             in_quotes(item.name) + " begins with " + in_quotes(prefix) +
-                 ", which means messages, marked rows or entries of lists");
+        report(found, f, line, 0, "name-prefix",
+               in_quotes(item.name) + " begins with " + in_quotes(prefix) +
+                   ", which means messages, marked rows or entries of lists");
       }
     }
   }
@@ -75,10 +76,10 @@ static void check_digit(const form &f, const form_item &item, findings *found)
 {
   if (item.table >= 0 &&
       isdigit(static_cast<unsigned char>(item.name.back())) != 0) {
-    tell(found, f, *item.lines.front(), 0, "name-clash",
-         "the column " + in_quotes(item.name) +
-             " ends in a digit, and the row's number follows it: nobody can"
-             " take them apart");
+    report(found, f, *item.lines.front(), 0, "name-clash",
+           "the column " + in_quotes(item.name) +
+               " ends in a digit, so the row's number that follows cannot be "
+               "separated from it");
   }
 }
 
@@ -86,10 +87,10 @@ static void check_length(const form &f, const form_item &item, findings *found)
 {
   const size_t room = NAME_MAX_LENGTH - (item.table >= 0 ? ROW_DIGITS : 0);
   if (item.name.size() > room) {
-    tell(found, f, *item.lines.front(), room, "name-length",
-         "the name has " + std::to_string(item.name.size()) +
-             " characters; at most " + std::to_string(room) +
-             (item.table >= 0 ? " fit with a row's number behind" : " fit"));
+    report(found, f, *item.lines.front(), room, "name-length",
+           "the name has " + std::to_string(item.name.size()) +
+               " characters; at most " + std::to_string(room) +
+               (item.table >= 0 ? " fit with a row's number behind" : " fit"));
   }
 }
 
@@ -121,15 +122,15 @@ static void compare(const form &f, const form_item &first,
   const bool both_fixed =
       first.type == PT_TEXT_FIXED && second.type == PT_TEXT_FIXED;
   if (first.name != second.name) {
-    tell(found, f, line, 0, "name-case",
-         in_quotes(second.name) + " and " + in_quotes(first.name) +
-             " are the same name: the case of letters does not count",
-         first_use(f, first));
+    report(found, f, line, 0, "name-case",
+           in_quotes(second.name) + " and " + in_quotes(first.name) +
+               " are the same name: names are case-insensitive",
+           first_use(f, first));
   } else if (!both_fixed && !exclude_each_other(first, second)) {
-    tell(found, f, line, 0, "name-twice",
-         in_quotes(second.name) + " is the name of two items; the page posts"
-                                  " both and one value is lost",
-         first_use(f, first));
+    report(found, f, line, 0, "name-twice",
+           in_quotes(second.name) + " is the name of two items; the page posts"
+                                    " both and one value is lost",
+           first_use(f, first));
   }
 }
 
@@ -147,16 +148,16 @@ static void check_clashes(const form &f, const form_item &item,
     const auto column = columns.find(name.substr(0, length));
     if (column != columns.end()) {
       const form_item &other = *column->second.front();
-      tell(found, f, *item.lines.front(), 0, "name-clash",
-           in_quotes(item.name) + " is a cell of the column " +
-               in_quotes(other.name) +
-               (item.table >= 0 ? ", and so are its own cells" : ""),
-           first_use(f, other));
+      report(found, f, *item.lines.front(), 0, "name-clash",
+             in_quotes(item.name) + " is a cell of the column " +
+                 in_quotes(other.name) +
+                 (item.table >= 0 ? ", and so are its own cells" : ""),
+             first_use(f, other));
     }
   }
 }
 
-// A form that has more items of one name is told of the first ones.
+// Of more items of one name, only the first are compared.
 static constexpr size_t SAME_NAME_MAX = 20;
 
 static void check_form(const form &f, findings *found)
@@ -193,9 +194,9 @@ static void check_form_name(const form &f, findings *found)
   const size_t bad = f.name.find_first_not_of(
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.-");
   if (bad != std::string::npos || f.name[0] == '.' || f.name[0] == '-') {
-    tell(found, *f.file, 1, 1, "form-name",
-         "no page can show the form " + in_quotes(f.name) +
-             ": its name may hold letters, digits, \"_\", \".\" and \"-\"");
+    report(found, *f.file, 1, 1, "form-name",
+           "no page can show the form " + in_quotes(f.name) +
+               ": its name may hold letters, digits, \"_\", \".\" and \"-\"");
   }
 }
 

@@ -18,38 +18,36 @@ struct call_order {
 };
 
 static const call_order orders[] = {
-    {"orv_load", "orv_read", true, "takes back what the user entered"},
+    {"orv_load", "orv_read", true, "overwrites what the user entered"},
     {"orv_guard", "orv_store", true,
-     "keeps nothing to go back to: what was stored before is gone"},
+     "has nothing to go back to: the old settings are already gone"},
     {"orv_read", "orv_secret", false,
-     "finds nothing entered yet, so every secret counts as unchanged"},
-    {"orv_load", "orv_stamp", false,
-     "knows no state yet that it could compare"},
+     "finds no input yet, so every secret counts as unchanged"},
+    {"orv_load", "orv_stamp", false, "has no state to compare yet"},
     {"orv_error", "orv_store", true,
-     "comes too late: the values are stored already"},
+     "is too late: the values are already stored"},
 };
 
 // Here every call of the second stands before the first of the first.
 static const call_order late_orders[] = {
-    {"orv_read", "orv_tick", false, "has no values of the page yet"},
-    {"orv_read", "orv_take_hash", false, "has no values of the page yet"},
-    {"orv_read", "orv_number", false, "has no values of the page yet"},
-    {"orv_read", "orv_rows", false, "has no values of the page yet"},
-    {"orv_rows", "orv_pack", false, "knows no rows yet"},
-    {"orv_store", "orv_act", false,
-     "runs the action with what was stored before"},
-    {"orv_store", "orv_changes", false, "knows no change yet"},
-    {"orv_store", "orv_log_changes", false, "knows no change yet"},
+    {"orv_read", "orv_tick", false, "has no values from the page yet"},
+    {"orv_read", "orv_take_hash", false, "has no values from the page yet"},
+    {"orv_read", "orv_number", false, "has no values from the page yet"},
+    {"orv_read", "orv_rows", false, "has no values from the page yet"},
+    {"orv_rows", "orv_pack", false, "has no rows yet"},
+    {"orv_store", "orv_act", false, "runs the action with the old settings"},
+    {"orv_store", "orv_changes", false, "has no changes yet"},
+    {"orv_store", "orv_log_changes", false, "has no changes yet"},
 };
 
-static void tell_order(const task_run &run, const call_order &row, size_t first,
-                       size_t second, findings *found)
+static void report_order(const task_run &run, const call_order &row,
+                         size_t first, size_t second, findings *found)
 {
-  tell_step(found, run.steps[row.late ? first : second], "library-order",
-            row.late ? in_quotes(row.first) + " behind " +
-                           in_quotes(row.second) + " " + row.why
-                     : in_quotes(row.second) + " in front of " +
-                           in_quotes(row.first) + " " + row.why);
+  report_step(found, run.steps[row.late ? first : second], "library-order",
+              row.late ? in_quotes(row.first) + " after " +
+                             in_quotes(row.second) + " " + row.why
+                       : in_quotes(row.second) + " before " +
+                             in_quotes(row.first) + " " + row.why);
 }
 
 static void check_orders(const task_run &run, findings *found)
@@ -58,7 +56,7 @@ static void check_orders(const task_run &run, findings *found)
     const size_t first = find_call(run, row.first);
     const size_t second = find_call(run, row.second);
     if (first != NOWHERE && second != NOWHERE && first > second) {
-      tell_order(run, row, first, second, found);
+      report_order(run, row, first, second, found);
       break; // one mistake is one finding
     }
   }
@@ -66,7 +64,7 @@ static void check_orders(const task_run &run, findings *found)
     const size_t first = find_call(run, row.first);
     const size_t second = find_last(run, row.second);
     if (first != NOWHERE && second != NOWHERE && second < first) {
-      tell_order(run, row, first, second, found);
+      report_order(run, row, first, second, found);
       break;
     }
   }
@@ -85,9 +83,9 @@ static void check_success(const task_run &run, findings *found)
         first_word(
             step.s->code.commands[static_cast<size_t>(command.previous)]) ==
             "orv_store") {
-      tell_step(found, step, "library-order",
-                in_quotes(first_word(command)) +
-                    " runs here when nothing was stored; write &&");
+      report_step(found, step, "library-order",
+                  in_quotes(first_word(command)) +
+                      " runs here only when nothing was stored; use &&");
       return;
     }
   }
@@ -102,13 +100,13 @@ static void check_lock(const task_run &run, findings *found)
     return;
   }
   if (lock == NOWHERE) {
-    tell_step(found, run.steps[load], "library-missing",
-              "another save may come between this and \"orv_store\"; the write"
-              " script calls \"orv_lock\" first");
+    report_step(found, run.steps[load], "library-missing",
+                "another save may happen between this and \"orv_store\"; call "
+                "\"orv_lock\" first in the write script");
   } else {
-    tell_step(found, run.steps[lock], "library-order",
-              "\"orv_lock\" behind \"orv_load\" comes too late: another save"
-              " may have come between");
+    report_step(found, run.steps[lock], "library-order",
+                "\"orv_lock\" after \"orv_load\" is too late: another save may "
+                "have happened in between");
   }
 }
 
@@ -128,11 +126,12 @@ static void check_stamps(const task_run &read, const task_run &write,
   const size_t at =
       read_call != NOWHERE ? read_call : find_call(lacks, "orv_load");
   if (at != NOWHERE) {
-    tell_step(found, lacks.steps[at], "library-missing",
-              reported ? "the read script reports a stamp that nothing"
-                         " compares; call \"orv_stamp\" behind this as well"
-                       : "\"orv_stamp\" compares what the read script does not"
-                         " report; call it behind this as well");
+    report_step(found, lacks.steps[at], "library-missing",
+                reported
+                    ? "the read script reports a stamp that nothing compares; "
+                      "call \"orv_stamp\" after this as well"
+                    : "\"orv_stamp\" compares a stamp that the read script "
+                      "does not report; call it after this as well");
   }
 }
 
@@ -142,17 +141,17 @@ static void check_end(const task_run &check, findings *found)
   const size_t error = find_call(check, "orv_error");
   if (error != NOWHERE && !calls(check, "orv_end") &&
       !calls(check, "orv_msg")) {
-    tell_step(found, check.steps[error], "library-missing",
-              "a check that marks a field ends with \"orv_end\", or nothing is"
-              " said at the top of the page");
+    report_step(found, check.steps[error], "library-missing",
+                "a check that marks a field must end with \"orv_end\", or "
+                "there is no message at the top of the page");
   }
   const size_t end = find_last(check, "orv_end");
   const size_t last = find_last(check, "orv_error");
   if (end != NOWHERE && last != NOWHERE && end < last &&
       check.steps[end].certain) {
-    tell_step(found, check.steps[last], "library-order",
-              "\"orv_error\" behind \"orv_end\" is said nowhere at the top of"
-              " the page");
+    report_step(found, check.steps[last], "library-order",
+                "\"orv_error\" after \"orv_end\" gives no message at the top "
+                "of the page");
   }
 }
 
@@ -189,9 +188,9 @@ static void check_fatal(const task_run &run, findings *found)
     }
     if (next < run.steps.size() &&
         ends.count(first_word(*run.steps[next].command)) == 0) {
-      tell_step(found, fatal, "library-missing",
-                "\"orv_fatal\" does not end the script; what stands behind it"
-                " runs for a form that makes no sense");
+      report_step(found, fatal, "library-missing",
+                  "\"orv_fatal\" does not end the script; what follows runs "
+                  "for a form that makes no sense");
     }
   }
 }
@@ -240,15 +239,15 @@ static bool is_run_by_others(const device &dev, const script &of)
 static void check_asked(const device &dev, const asked_arguments &all,
                         findings *found)
 {
-  std::set<std::pair<const script *, std::string>> told;
+  std::set<std::pair<const script *, std::string>> reported;
   for (const auto &entry : all.absent) {
     const bash_expansion &e = *entry.first;
     const script &s = *entry.second;
     if (all.present.count(&e) == 0 && !is_run_by_others(dev, s) &&
-        told.insert({&s, e.name}).second) {
-      tell(found, *s.file, e.line, e.column, "script-argument",
-           in_quotes("$" + e.name) +
-               " is empty: no header gives this script so many arguments");
+        reported.insert({&s, e.name}).second) {
+      report(found, *s.file, e.line, e.column, "script-argument",
+             in_quotes("$" + e.name) +
+                 " is empty: no header gives this script so many arguments");
     }
   }
 }

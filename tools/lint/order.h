@@ -11,8 +11,8 @@ constexpr size_t NOWHERE = static_cast<size_t>(-1);
 size_t find_call(const task_run &run, const char *name, size_t start = 0);
 size_t find_last(const task_run &run, const char *name);
 bool calls(const task_run &run, const char *name);
-void tell_step(findings *found, const task_step &step, const char *rule,
-               const std::string &text);
+void report_step(findings *found, const task_step &step, const char *rule,
+                 const std::string &text);
 // The names that all calls of a function are given, "" for one that is not
 // written out.
 std::set<std::string> names_given(const task_run &run, const char *name);

@@ -98,9 +98,9 @@ static void check_error_name(const script &s, const literal_name &at,
 {
   const std::string name = lower(at.name);
   if (name.find_first_of("$%") == std::string::npos && known.count(name) == 0) {
-    tell(found, *s.file, at.line, at.column, "error-name",
-         "no form of this script shows a message for " + in_quotes(at.name) +
-             did_you_mean(name, known));
+    report(found, *s.file, at.line, at.column, "error-name",
+           "no form of this script shows a message for " + in_quotes(at.name) +
+               did_you_mean(name, known));
   }
 }
 
@@ -157,9 +157,9 @@ static void check_choice(const script &s, const literal_name &at,
   if (list != lists.end() && !value.empty() &&
       value.find_first_of("$`%") == std::string::npos &&
       list->second.count(value) == 0) {
-    tell(found, *s.file, at.line, at.column, "reported-choice",
-         in_quotes(value) + " is none of the choices of " + in_quotes(at.name) +
-             did_you_mean(value, list->second));
+    report(found, *s.file, at.line, at.column, "reported-choice",
+           in_quotes(value) + " is none of the choices of " +
+               in_quotes(at.name) + did_you_mean(value, list->second));
   }
 }
 
@@ -175,11 +175,11 @@ static void check_box(const script &s, const literal_name &at,
   }
   if (boxes.count(without_digits(name)) + boxes.count(name) != 0 &&
       is_other_truth(value)) {
-    tell(found, *s.file, at.line, at.column, "box-value",
-         "the box " + in_quotes(at.name) + " is reported as " +
-             in_quotes(value) +
-             " and comes back as \"True\" or \"False\", so the form looks"
-             " changed");
+    report(found, *s.file, at.line, at.column, "box-value",
+           "the box " + in_quotes(at.name) + " is reported as " +
+               in_quotes(value) +
+               " but comes back as \"True\" or \"False\", so the form looks "
+               "changed");
   }
 }
 
@@ -203,10 +203,9 @@ static void check_secret(const script &s, const literal_name &at,
 {
   if (is_secret(at.name) && !starts_with(at.name, "u_") &&
       !starts_with(at.name, "error_")) {
-    tell(found, *s.file, at.line, at.column, "secret",
-         in_quotes(at.name) +
-             " is a secret, and what a script reports stands in"
-             " the page");
+    report(found, *s.file, at.line, at.column, "secret",
+           in_quotes(at.name) + " is a secret, and everything that a script "
+                                "reports is in the page");
   }
 }
 

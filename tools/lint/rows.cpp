@@ -100,7 +100,7 @@ static bool may_be_first(const start &at, const std::string &name)
          (at.value[0] == '$' && !counts_on);
 }
 
-// Tells the place where it begins with 1 and nowhere with 0.
+// Reports where it begins with 1 and nowhere with 0.
 static bool check_start(const row_check &r, const std::string &function,
                         const std::string &name)
 {
@@ -114,9 +114,9 @@ static bool check_start(const row_check &r, const std::string &function,
                   [&](const start &at) { return may_be_first(at, name); })) {
     return false;
   }
-  tell(c.found, *c.s.file, one->line, one->column, "first-row",
-       "rows and entries of lists count from 0, and " + in_quotes("$" + name) +
-           " begins with 1: the first is left out");
+  report(c.found, *c.s.file, one->line, one->column, "first-row",
+         "rows and list entries are numbered from 0, and " +
+             in_quotes("$" + name) + " starts at 1: the first is left out");
   return true;
 }
 
@@ -168,9 +168,9 @@ static bool check_computed(const row_check &r, const bash_command &command,
                at.value == "${rows[@]}";
       });
   if (from_0) {
-    tell(r.c.found, *r.c.s.file, word.line, word.column, "first-row",
-         "rows and entries of lists count from 0, and these begin with 1:"
-         " nothing is drawn");
+    report(r.c.found, *r.c.s.file, word.line, word.column, "first-row",
+           "rows and list entries are numbered from 0, and these start at 1: "
+           "nothing is drawn");
   }
   return from_0;
 }
@@ -244,9 +244,9 @@ static bool check_written_out(const agree_check &c)
     if (name == stem + "1" &&
         c.columns.count(stem) + c.lists.count(stem) != 0 &&
         c.s.words.count(stem + "0") + c.s.stems.count(stem) == 0) {
-      tell(c.found, *c.s.file, word.line, word.column, "first-row",
-           "rows and entries of lists count from 0, and nothing reports " +
-               in_quotes(stem + "0"));
+      report(c.found, *c.s.file, word.line, word.column, "first-row",
+             "rows and list entries are numbered from 0, and nothing reports " +
+                 in_quotes(stem + "0"));
       return true;
     }
   }

@@ -20,7 +20,7 @@
 
 static constexpr long SLOW_MS = 1000;
 
-// Where what a script does is told.
+// Where findings about a script go.
 const source_file *script_file(const device_run &r, const script_line &line)
 {
   const auto s = r.dev.scripts.find(line.script);
@@ -41,27 +41,28 @@ static void check_end(const device_run &r, const form &f,
   const source_file *file = script_file(r, line);
   const std::vector<note> notes = in_form(f, line);
   if (result.stopped || result.ms > SLOW_MS) {
-    tell(r.found, *file, 1, 1, "run-slow",
-         "the page waits " + std::to_string(result.ms) + " ms for this script",
-         notes);
+    report(r.found, *file, 1, 1, "run-slow",
+           "the page waits " + std::to_string(result.ms) +
+               " ms for this script",
+           notes);
   }
   if (result.too_long) {
-    tell(r.found, *file, 1, 1, "run-long",
-         "Script output too long: a page takes " +
-             std::to_string(ORV_SCRIPT_OUTPUT_MAX >> 20) + " MiB",
-         notes);
+    report(r.found, *file, 1, 1, "run-long",
+           "Script output too long: a page takes " +
+               std::to_string(ORV_SCRIPT_OUTPUT_MAX >> 20) + " MiB",
+           notes);
   }
   if (result.held) {
-    tell(r.found, *file, 1, 1, "run-pipe",
-         "a process that this script leaves behind keeps its output open, and"
-         " the page waits for it",
-         notes);
+    report(r.found, *file, 1, 1, "run-pipe",
+           "a background process keeps this script's output open, and the page "
+           "waits for it",
+           notes);
   }
   if (!result.errors.empty()) {
-    tell(r.found, *file, 1, 1, "run-stderr",
-         "standard error counts as output: " +
-             in_quotes(split_lines(result.errors)[0]),
-         notes);
+    report(r.found, *file, 1, 1, "run-stderr",
+           "standard error counts as output: " +
+               in_quotes(split_lines(result.errors)[0]),
+           notes);
   }
 }
 
@@ -112,10 +113,10 @@ static bool run_read(device_run *r, const form &f, values *all)
   check_end(*r, f, line, result);
   *all = read_values(*r, f, line, result.output);
   if (result.status != 0) {
-    tell(r->found, *script_file(*r, line), 1, 1, "run-status",
-         "the read script ends with status " + std::to_string(result.status) +
-             ", so no page is shown",
-         in_form(f, line));
+    report(r->found, *script_file(*r, line), 1, 1, "run-status",
+           "the read script ends with status " + std::to_string(result.status) +
+               ", so no page is shown",
+           in_form(f, line));
   }
   return result.status == 0;
 }
@@ -125,27 +126,28 @@ static void check_entry(device_run *r, const source_file &file,
 {
   const size_t gap = text.find_first_of(" \t");
   if (gap == std::string::npos || gap + 1 == text.size()) {
-    tell(r->found, file, 1, 1, "nav-line",
-         std::string(gap == std::string::npos ? "navbar: Premature end of line"
-                                              : "navbar: Missing a label") +
-             ": " + in_quotes(text),
-         notes);
+    report(r->found, file, 1, 1, "nav-line",
+           std::string(gap == std::string::npos
+                           ? "navbar: Premature end of line"
+                           : "navbar: Missing a label") +
+               ": " + in_quotes(text),
+           notes);
     return;
   }
   const std::string target = text.substr(0, gap);
   const std::string form_name = target.substr(0, target.find('/', 1));
   keep_subitem(r, target);
   if (text.size() - gap - 1 > ORV_BAR_LABEL_MAX) {
-    tell(r->found, file, 1, 1, "nav-label",
-         "the label " + in_quotes(text.substr(gap + 1)) + " is cut after " +
-             std::to_string(ORV_BAR_LABEL_MAX) + " characters",
-         notes);
+    report(r->found, file, 1, 1, "nav-label",
+           "the label " + in_quotes(text.substr(gap + 1)) + " is cut after " +
+               std::to_string(ORV_BAR_LABEL_MAX) + " characters",
+           notes);
   }
   if (target != "-" && r->dev.forms.count(form_name) == 0) {
-    tell(r->found, file, 1, 1, "target",
-         "no template " + in_quotes(form_name + ".tpl") + " for the link " +
-             in_quotes(text),
-         notes);
+    report(r->found, file, 1, 1, "target",
+           "no template " + in_quotes(form_name + ".tpl") + " for the link " +
+               in_quotes(text),
+           notes);
   }
 }
 
@@ -176,10 +178,11 @@ static void run_bar(device_run *r, const form &f)
     first = false;
   }
   if (entries > ORV_BAR_MAX) {
-    tell(r->found, *file, 1, 1, "nav-full",
-         "the bar of " + in_quotes(f.name) + " has " + std::to_string(entries) +
-             " links, and " + std::to_string(ORV_BAR_MAX) + " fit",
-         in_form(f, line));
+    report(r->found, *file, 1, 1, "nav-full",
+           "the bar of " + in_quotes(f.name) + " has " +
+               std::to_string(entries) + " links, and " +
+               std::to_string(ORV_BAR_MAX) + " fit",
+           in_form(f, line));
   }
 }
 
@@ -203,7 +206,7 @@ static bool has_menu(const form &f)
   });
 }
 
-// Bars and menus first: they tell which sub-items there are.
+// Bars and menus first: they show which sub-items there are.
 static void run_all(device_run *r)
 {
   keep_choices(r);

@@ -10,7 +10,7 @@
 struct outcome {
   std::string output;
   std::string errors;
-  int status = 0;        // as a shell tells it
+  int status = 0;        // as a shell has it
   bool held = false;     // something else keeps the output open
   bool stopped = false;  // it took too long
   bool too_long = false; // its output was cut
@@ -30,10 +30,10 @@ typedef std::map<std::string, std::string> values;
 // Runs the line in the folder and takes in what it says.
 outcome run(const std::string &line, const std::string &dir);
 // The script line as the executable runs it, "" when a value in it cannot be
-// quoted; that is told by a rule of its own.
+// quoted; a rule of its own reports that.
 std::string command_of(const script_line &line, const form &f,
                        const std::string &subitem, const std::string &dir);
-// Where what a script does is told, NULL when it is none of the folder's.
+// Where findings about a script go, NULL when it is none of the folder's.
 const source_file *script_file(const device_run &r, const script_line &line);
 std::vector<note> in_form(const form &f, const script_line &line);
 // The values that the script has reported.

@@ -40,7 +40,7 @@ static constexpr char APART[] = "/.apart";
 static constexpr char STDERR[] = "/.stderr";
 
 // What the process that runs the script says of it.
-struct report {
+struct script_report {
   int status;
   bool held;
   bool too_long;
@@ -129,7 +129,7 @@ static std::string read_all(FILE *stream)
   set_environment();
   orv_fatal_no_exit = 1;
   orv_script_signals();
-  report said = {127, false, false, 0};
+  script_report said = {127, false, false, 0};
   std::string output;
   pid_t pid = 0;
   if (chdir(dir.c_str()) == 0) {
@@ -176,7 +176,7 @@ static void end_process(pid_t pid)
 
 static void take_report(int file, outcome *result)
 {
-  report said;
+  script_report said;
   if (pread(file, &said, sizeof said, 0) != sizeof said) {
     return; // it was ended before it could say anything
   }

@@ -22,8 +22,8 @@ static void store_line(const device_run &r, const source_file &file,
   }
   const size_t equals = line.find('=');
   if (equals == std::string::npos) {
-    tell(r.found, file, 1, 1, "run-format",
-         "Bad format script output " + in_quotes(line), notes);
+    report(r.found, file, 1, 1, "run-format",
+           "Bad format script output " + in_quotes(line), notes);
     return;
   }
   std::string name = lower(line.substr(0, equals));
@@ -38,10 +38,10 @@ static void store_line(const device_run &r, const source_file &file,
     name.erase(0, 2);
   }
   if (is_secret(name) && !value.empty() && !starts_with(name, "error_")) {
-    tell(r.found, file, 1, 1, "secret",
-         in_quotes(name) +
-             " is a secret, and the script reports it to the page",
-         notes);
+    report(r.found, file, 1, 1, "secret",
+           in_quotes(name) +
+               " is a secret, and the script reports it to the page",
+           notes);
   }
   (*into)[name] = value;
 }
@@ -55,11 +55,11 @@ values read_values(const device_run &r, const form &f, const script_line &line,
   const std::vector<note> notes = in_form(f, line);
   for (const std::string &text : split_lines(output)) {
     if (text.size() > ORV_LINE_MAX) {
-      tell(r.found, file, 1, 1, "run-long",
-           "a reported line has " + std::to_string(text.size()) +
-               " bytes, and a page reads " + std::to_string(ORV_LINE_MAX) +
-               " at a time: " + in_quotes(text.substr(0, 40) + "..."),
-           notes);
+      report(r.found, file, 1, 1, "run-long",
+             "a reported line has " + std::to_string(text.size()) +
+                 " bytes, and a page reads " + std::to_string(ORV_LINE_MAX) +
+                 " at a time: " + in_quotes(text.substr(0, 40) + "..."),
+             notes);
     }
     store_line(r, file, notes, text.substr(0, ORV_LINE_MAX), &all);
   }
@@ -120,9 +120,9 @@ static void check_item_reported(const device_run &r, const form &f,
   }
   if (!reported && item.type != PT_CHECKBOX && !is_kept_back(r, f, name) &&
       !is_conditional_on(item.conditions, name)) {
-    tell(r.found, f, *item.lines.front(), 0, "run-unreported",
-         "the read script does not report " + in_quotes(item.name) +
-             "; report what is empty, too, or it cannot be emptied");
+    report(r.found, f, *item.lines.front(), 0, "run-unreported",
+           "the read script does not report " + in_quotes(item.name) +
+               "; report what is empty, too, or it cannot be emptied");
   }
 }
 
@@ -137,8 +137,8 @@ static void check_text_reported(const device_run &r, const form &f,
         !has_cell(all, without_digits(name)) &&
         !is_conditional_on(line.conditions, name) &&
         !is_conditional_on(line.conditions, without_digits(name) + "0")) {
-      tell(r.found, f, line, part.offset, "run-unreported",
-           "the read script does not report " + in_quotes(part.name));
+      report(r.found, f, line, part.offset, "run-unreported",
+             "the read script does not report " + in_quotes(part.name));
     }
   }
 }
@@ -172,16 +172,16 @@ static void check_choice(const device_run &r, const form &f,
     }
     if (item.type == PT_CHECKBOX) {
       if (entry.second != "True" && entry.second != "False") {
-        tell(r.found, f, *item.lines.front(), 0, "run-choice",
-             in_quotes(entry.first) + " is reported as " +
-                 in_quotes(entry.second) +
-                 ", and a box is \"True\" or \"False\"");
+        report(r.found, f, *item.lines.front(), 0, "run-choice",
+               in_quotes(entry.first) + " is reported as " +
+                   in_quotes(entry.second) +
+                   ", and a box is \"True\" or \"False\"");
       }
     } else if (!choices.empty() && choices.count(entry.second) == 0) {
-      tell(r.found, f, *item.lines.front(), 0, "run-choice",
-           in_quotes(entry.first) + " is reported as " +
-               in_quotes(entry.second) + ", which is none of the choices" +
-               did_you_mean(entry.second, choices));
+      report(r.found, f, *item.lines.front(), 0, "run-choice",
+             in_quotes(entry.first) + " is reported as " +
+                 in_quotes(entry.second) + ", which is none of the choices" +
+                 did_you_mean(entry.second, choices));
     }
   }
 }
@@ -191,9 +191,9 @@ static void check_entries(const device_run &r, const form &f,
 {
   const std::string stem = "select_" + lower(item.selector);
   if (all.count(stem + "0") == 0) {
-    tell(r.found, f, *item.lines.front(), 0, "list-entries",
-         "the read script reports no " + in_quotes(stem + "0") +
-             ", so the list is empty");
+    report(r.found, f, *item.lines.front(), 0, "list-entries",
+           "the read script reports no " + in_quotes(stem + "0") +
+               ", so the list is empty");
     return;
   }
   int last = 0;
@@ -205,19 +205,19 @@ static void check_entries(const device_run &r, const form &f,
         entry.first.find_first_not_of("0123456789", stem.size()) ==
             std::string::npos &&
         atoi(entry.first.c_str() + stem.size()) > last) {
-      tell(r.found, f, *item.lines.front(), 0, "list-entries",
-           "the list ends before " + in_quotes(stem + std::to_string(last)) +
-               ", which is missing, though " + in_quotes(entry.first) +
-               " is reported");
+      report(r.found, f, *item.lines.front(), 0, "list-entries",
+             "the list ends before " + in_quotes(stem + std::to_string(last)) +
+                 ", which is missing, though " + in_quotes(entry.first) +
+                 " is reported");
       return;
     }
   }
 }
 
-// A page that only tells a fault has no values.
+// A page that only reports a fault has no values.
 void check_values(const device_run &r, const form &f, const values &all)
 {
-  // A script that tells a fault reports what it likes.
+  // A script that reports a fault may report anything else.
   if (all.count("error_msg") + all.count("error_fatal") != 0) {
     return;
   }

@@ -83,9 +83,9 @@ static void check_output(const script &s, const bash_command &command,
                        text.find_first_not_of(" -ne") != std::string::npos;
   if (first_word(command) == "echo" &&
       (no_line || begins_with_words(command))) {
-    tell(found, *s.file, command.line, command.column, "output-format",
-         "Bad format script output: a page reads lines NAME=VALUE, from"
-         " standard error, too");
+    report(found, *s.file, command.line, command.column, "output-format",
+           "Bad format script output: a page reads lines NAME=VALUE, from"
+           " standard error, too");
   }
 }
 
@@ -149,17 +149,17 @@ static void check_interpreter(const script &s, findings *found)
   std::string program = words.empty() ? "" : words[0];
   program.erase(0, program.rfind('/') + 1);
   if (!program.empty() && program.back() == '\r') {
-    return; // told already
+    return; // reported already
   }
   if (known.count(program) == 0) {
-    tell(found, *s.file, 1, 3, "interpreter",
-         "no program " + in_quotes(program) + " runs scripts" +
-             did_you_mean(program, known));
+    report(found, *s.file, 1, 3, "interpreter",
+           "no program " + in_quotes(program) + " runs scripts" +
+               did_you_mean(program, known));
   } else if (program != "bash" && known.count(program) != 0 &&
              ends_with(program, "sh") && needs_bash(s)) {
-    tell(found, *s.file, 1, 3, "interpreter",
-         in_quotes(program) + " does not know what this script uses ([[ ]],"
-                              " (( )), arrays); write #!/bin/bash");
+    report(found, *s.file, 1, 3, "interpreter",
+           in_quotes(program) + " does not know what this script uses ([[ ]],"
+                                " (( )), arrays); write #!/bin/bash");
   }
 }
 
@@ -175,9 +175,10 @@ static void check_trace(const script &s, findings *found)
         return;
       }
       if (command.words[0].plain == "set" && (option || word == "xtrace")) {
-        tell(found, *s.file, command.line, command.column, "output-format",
-             "this writes every command to standard error, which is output: it"
-             " fails the page");
+        report(
+            found, *s.file, command.line, command.column, "output-format",
+            "this writes every command to standard error, which is output: it"
+            " fails the page");
         return;
       }
     }
@@ -190,15 +191,16 @@ static void check_line_ends(const script &s, findings *found)
 {
   int number = 0;
   if (starts_with(s.file->text, BYTE_ORDER_MARK)) {
-    tell(found, *s.file, 1, 1, "byte-order-mark",
-         "the file begins with a byte order mark, so its first line names no"
-         " interpreter");
+    report(found, *s.file, 1, 1, "byte-order-mark",
+           "the file begins with a byte order mark, so its first line names no"
+           " interpreter");
   }
   for (const std::string &line : s.file->lines) {
     number++;
     if (!line.empty() && line.back() == '\r') {
-      tell(found, *s.file, number, static_cast<int>(line.size()), "crlf",
-           "lines end in CR LF; bash takes the CR for a part of the last word");
+      report(
+          found, *s.file, number, static_cast<int>(line.size()), "crlf",
+          "lines end in CR LF; bash takes the CR for a part of the last word");
       return;
     }
   }

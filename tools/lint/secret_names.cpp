@@ -53,12 +53,13 @@ void check_secret_names(const device &dev, findings *found)
       const bool taken = named.count(lower(item.name)) != 0;
       if (item.type == PT_TEXT_FIELD && !is_secret(item.name) &&
           (taken || is_labelled(item))) {
-        tell(found, f, *item.lines.front(), 0, "secret-name",
-             in_quotes(item.name) +
-                 (taken ? " is a secret to the script" : " asks for a secret") +
-                 ", and its name does not say so: the page shows what is"
-                 " typed; let it end in \"_password\", \"_passphrase\","
-                 " \"_pin\" or the like");
+        report(
+            found, f, *item.lines.front(), 0, "secret-name",
+            in_quotes(item.name) +
+                (taken ? " is a secret to the script" : " asks for a secret") +
+                ", and its name does not say so: the page shows what is"
+                " typed; let it end in \"_password\", \"_passphrase\","
+                " \"_pin\" or the like");
       }
     }
   }

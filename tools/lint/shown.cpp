@@ -70,9 +70,9 @@ static void check_loaded(const form_runs &runs)
   }
   const auto start = runs.read.steps.begin();
   if (std::none_of(start, start + static_cast<long>(show), is_value_set)) {
-    tell_step(runs.found, runs.read.steps[show], "library-order",
-              "\"orv_show\" shows what is at hand, and nothing is before"
-              " \"orv_load\"");
+    report_step(runs.found, runs.read.steps[show], "library-order",
+                "\"orv_show\" shows loaded values, and there are none before "
+                "\"orv_load\"");
   }
 }
 
@@ -90,10 +90,10 @@ void check_shown(const form_runs &runs)
     const std::string name = lower(item.name) + (item.table < 0 ? "" : "0");
     if (is_editable(item) && !is_secret(item.name) && read.count(name) != 0 &&
         shown.count(name) + shown.count("d_" + name) == 0) {
-      tell_step(runs.found, runs.read.steps[at], "unreported",
-                "the read script does not report " +
-                    in_quotes(item.table < 0 ? item.name : item.name + "0") +
-                    ": what is stored of it is not shown");
+      report_step(runs.found, runs.read.steps[at], "unreported",
+                  "the read script does not report " +
+                      in_quotes(item.table < 0 ? item.name : item.name + "0") +
+                      ": what is stored of it is not shown");
       return;
     }
   }

@@ -13,11 +13,11 @@ struct sink {
   findings *found;
 };
 
-void tell_at(const sink &at, const bash_expansion &expansion, const char *rule,
-             const std::string &text);
+void report_at(const sink &at, const bash_expansion &expansion,
+               const char *rule, const std::string &text);
 // A number of the page that may begin with 0, where bash computes with it.
 void check_octal(const sink &at, const bash_expansion &expansion);
-// The expansion as it is told.
+// The expansion as messages show it.
 std::string shown(const bash_expansion &expansion);
 
 // What of the command bash would run: programs, names, what eval is given.

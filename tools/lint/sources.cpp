@@ -47,10 +47,10 @@ static void check_lists(const form_runs &runs)
     const bool taken = read.count(name) + read.count(name + "#") != 0;
     if (item.type == PT_ISELECT && taken && store != NOWHERE &&
         !looks_at(runs.write, name)) {
-      tell_step(runs.found, runs.write.steps[at], "list-unchecked",
-                in_quotes(item.name) +
-                    " is stored unseen: only the script compares what comes"
-                    " back with the list's entries");
+      report_step(runs.found, runs.write.steps[at], "list-unchecked",
+                  in_quotes(item.name) +
+                      " is stored unchecked: only the script can compare it "
+                      "with the list's entries");
     }
   }
 }
@@ -108,9 +108,9 @@ static void check_filled(const form_runs &runs, const task_run &run)
       const task_step &step = run.steps[i];
       if (uses(*step.command, row.variable) &&
           !sets(runs.dev, runs.f.scripts[run.task].script, row.variable)) {
-        tell_step(runs.found, step, "library-missing",
-                  in_quotes(row.variable) +
-                      " is empty here: " + in_quotes(row.call) + " fills it");
+        report_step(runs.found, step, "library-missing",
+                    in_quotes(row.variable) +
+                        " is empty here: " + in_quotes(row.call) + " fills it");
         break;
       }
     }
@@ -125,9 +125,10 @@ static void check_stored_rows(const form_runs &runs)
       const std::string &name = first_word(*step.command);
       if ((name == "orv_store" || name == "orv_show") &&
           word.plain == "${rows[@]}") {
-        tell(runs.found, *step.s->file, word.line, word.column, "library-call",
-             "\"rows\" holds numbers; the names of the values are in"
-             " \"${cells[@]}\"");
+        report(runs.found, *step.s->file, word.line, word.column,
+               "library-call",
+               "\"rows\" holds numbers; the names of the values are in"
+               " \"${cells[@]}\"");
         return;
       }
     }
@@ -200,9 +201,9 @@ static void check_paths(const form_runs &runs)
     }
   }
   if (by_subitem && other != nullptr) {
-    tell(runs.found, *s->file, other->line, other->column, "store-file",
-         other->text + " is the same file for all sub-items; $" + subitem +
-             " is the sub-item");
+    report(runs.found, *s->file, other->line, other->column, "store-file",
+           other->text + " is the same file for all sub-items; $" + subitem +
+               " is the sub-item");
   }
 }
 

@@ -52,14 +52,14 @@ static void check_store_word(const form_runs &runs, const task_step &step,
     return; // it is the other that is misspelt
   }
   if (is_file && loaded.count(name) == 0 && (item || !loaded.empty())) {
-    tell(runs.found, *step.s->file, word.line, word.column, "store-file",
-         item ? in_quotes(name) +
-                    " is a name of the form; the file's name comes first"
-              : "no script loads the file " + in_quotes(name) +
-                    did_you_mean(name, loaded));
+    report(runs.found, *step.s->file, word.line, word.column, "store-file",
+           item ? in_quotes(name) +
+                      " is a name of the form; the file's name comes first"
+                : "no script loads the file " + in_quotes(name) +
+                      did_you_mean(name, loaded));
   } else if (!is_file && !item && loaded.count(name) != 0) {
-    tell(runs.found, *step.s->file, word.line, word.column, "store-file",
-         in_quotes(name) + " is a file; \"--\" comes before the next file");
+    report(runs.found, *step.s->file, word.line, word.column, "store-file",
+           in_quotes(name) + " is a file; \"--\" comes before the next file");
   }
 }
 
@@ -70,10 +70,10 @@ static void check_first_word(const form_runs &runs, const task_step &step)
   add_literals(*step.s, step.command->words[1], &names);
   if (!step.command->words[1].expansions.empty() && !names.empty() &&
       has_item(runs.f, names[0].name)) {
-    tell(runs.found, *step.s->file, step.command->words[1].line,
-         step.command->words[1].column, "store-file",
-         in_quotes(names[0].name) +
-             " is a name of the form; the file's name comes first");
+    report(runs.found, *step.s->file, step.command->words[1].line,
+           step.command->words[1].column, "store-file",
+           in_quotes(names[0].name) +
+               " is a name of the form; the file's name comes first");
   }
 }
 
@@ -91,9 +91,9 @@ static void check_made_file(const form_runs &runs, const task_step &step,
   const std::string near = nearest(word.plain, made);
   if (word.plain.find('$') != std::string::npos && !near.empty() &&
       made.count(word.plain) == 0) {
-    tell(runs.found, *step.s->file, word.line, word.column, "store-file",
-         "no script loads the file " + in_quotes(word.plain) +
-             did_you_mean(word.plain, made));
+    report(runs.found, *step.s->file, word.line, word.column, "store-file",
+           "no script loads the file " + in_quotes(word.plain) +
+               did_you_mean(word.plain, made));
   }
 }
 
@@ -127,10 +127,10 @@ static void check_made_name(const form_runs &runs, const task_step &step)
   const auto near = shipped.lower_bound(word.plain.substr(0, dollar));
   if (near != shipped.end() &&
       starts_with(*near, word.plain.substr(0, dollar))) {
-    tell(runs.found, *step.s->file, word.line, word.column, "store-file",
-         "this is always the file " + in_quotes(step.given[1]) +
-             ", and the device was shipped with " + in_quotes(*near) +
-             ": another argument is the sub-item");
+    report(runs.found, *step.s->file, word.line, word.column, "store-file",
+           "this is always the file " + in_quotes(step.given[1]) +
+               ", and the device was shipped with " + in_quotes(*near) +
+               ": another argument is the sub-item");
   }
 }
 
@@ -217,9 +217,9 @@ static void check_lost(const form_runs &runs)
                              : stored.names.count(name) != 0;
     if (is_editable(item) && read.count(column ? name + "#" : name) != 0 &&
         !kept && used.count(name) == 0) {
-      tell_step(runs.found, runs.write.steps[store], "not-stored",
-                in_quotes(item.name) +
-                    " is read from the page and neither used nor stored");
+      report_step(runs.found, runs.write.steps[store], "not-stored",
+                  in_quotes(item.name) +
+                      " is read from the page but neither used nor stored");
       return;
     }
   }
@@ -240,9 +240,9 @@ static void check_unread(const form_runs &runs)
         item.table >= 0 && cell != read.end() && without_digits(*cell) == name;
     if (is_editable(item) && !cells && read.count(name) == 0 &&
         read.count(name + "#") == 0) {
-      tell_step(runs.found, runs.write.steps[at], "not-stored",
-                "what is entered in " + in_quotes(item.name) +
-                    " is lost: nothing asks the page for it");
+      report_step(runs.found, runs.write.steps[at], "not-stored",
+                  "what the user enters in " + in_quotes(item.name) +
+                      " is lost: no script reads it");
       return;
     }
   }
@@ -266,18 +266,18 @@ static void check_secrets(const task_run &run, findings *found)
         item.type == PT_TEXT_FIELD && item.table < 0 && is_secret(item.name);
     if (secret && names.count(name) != 0 && secrets.count(name) == 0 &&
         (!stored.all || stored.names.count(name) != 0)) {
-      tell_step(found, run.steps[read], "library-missing",
-                "a blank " + in_quotes(item.name) +
-                    " would be stored; call \"orv_secret\" for it, so that"
-                    " blank means unchanged");
+      report_step(found, run.steps[read], "library-missing",
+                  "a blank " + in_quotes(item.name) +
+                      " would be stored; call \"orv_secret\" for it, so that"
+                      " blank means unchanged");
     }
     const form_line *check = attribute(item, "check");
     if (secret && secrets.count(name) != 0 && check != nullptr &&
         !starts_with(check->text, "nullok")) {
-      tell(found, *run.f, *check, 0, "secret-blank",
-           "a blank " + in_quotes(item.name) +
-               " means unchanged to the script, and this check refuses it; say"
-               " nullok");
+      report(found, *run.f, *check, 0, "secret-blank",
+             "a blank " + in_quotes(item.name) +
+                 " means unchanged to the script, but this check refuses it; "
+                 "use nullok");
     }
   }
 }
@@ -296,10 +296,11 @@ static void check_dump(const task_run &read, const task_run &write,
     const std::string name = lower(item.name);
     if (item.type == PT_TEXT_FIELD && kept.count(name) != 0 &&
         shown.count(name) == 0) {
-      tell(found, *read.f, *item.lines.front(), 0, "secret-dump",
-           "no backup has " + in_quotes(item.name) +
-               ": the read script shows it by neither \"orv_show_secrets\" nor"
-               " \"orv_show_hash\"");
+      report(
+          found, *read.f, *item.lines.front(), 0, "secret-dump",
+          "no backup has " + in_quotes(item.name) +
+              ": the read script shows it by neither \"orv_show_secrets\" nor"
+              " \"orv_show_hash\"");
     }
   }
 }

@@ -47,17 +47,17 @@ static files_aside collect_aside(const script &s)
 }
 
 // A file that is renamed afterwards, or was made aside, is no setting yet.
-static void tell_store(const files_aside &aside, const bash_word &target,
-                       findings *found)
+static void report_store(const files_aside &aside, const bash_word &target,
+                         findings *found)
 {
   if (is_passing(target.plain) || aside.renamed.count(target.plain) != 0 ||
       (!target.expansions.empty() &&
        aside.made.count(target.expansions.back().name) != 0)) {
     return;
   }
-  tell(found, *aside.s.file, target.line, target.column, "store",
-       target.text + " is written over in place: a reader, or a lost power"
-                     " supply, finds a part; write beside it, then rename");
+  report(found, *aside.s.file, target.line, target.column, "store",
+         target.text + " is written over in place: a reader, or a lost power"
+                       " supply, finds a part; write beside it, then rename");
 }
 
 // Appending is let out: a log is no setting.
@@ -71,7 +71,7 @@ static void check_stores(const files_aside &aside, const bash_command &command,
       break;
     }
     if (redirect.op == ">" || redirect.op == ">|" || redirect.op == "&>") {
-      tell_store(aside, redirect.target, found);
+      report_store(aside, redirect.target, found);
     }
   }
   if (first_word(command) == "tee") {
@@ -81,7 +81,7 @@ static void check_stores(const files_aside &aside, const bash_command &command,
         break;
       }
       if (word[0] != '-') {
-        tell_store(aside, command.words[i], found);
+        report_store(aside, command.words[i], found);
       }
     }
   }
@@ -94,9 +94,9 @@ static void check_background(const script &s, const bash_command &command,
 {
   if (command.background && !command.redirected_out &&
       !starts_with(first_word(command), "orv_")) {
-    tell(found, *s.file, command.line, command.column, "background",
-         "this process keeps the script's output open, and the page waits for"
-         " it; send its output elsewhere (>/dev/null 2>&1)");
+    report(found, *s.file, command.line, command.column, "background",
+           "this process keeps the script's output open, and the page waits for"
+           " it; send its output elsewhere (>/dev/null 2>&1)");
   }
 }
 

@@ -159,7 +159,7 @@ static void add_items(const repair &work, const pt_body_item *body, form *into)
 
 // A line that begins with a blank is more text or nothing at all; one that
 // begins with a keyword was meant to be something.
-static void tell_indented(const repair &work)
+static void report_indented(const repair &work)
 {
   std::string keyword;
   for (const copy_line &line : work.copy) {
@@ -173,18 +173,18 @@ static void tell_indented(const repair &work)
     }
     const std::string word = first_word(line.text.substr(start));
     if (word[0] != '#') {
-      tell(work.found, work.file, line.number, static_cast<int>(start) + 1,
-           "indented",
-           "this line means nothing, since it begins with a blank" +
-               (any_keyword(lower(word)) != nullptr
-                    ? std::string("; a keyword stands at the line's start")
-                    : " and " + in_quotes(keyword) + " has one line"));
+      report(work.found, work.file, line.number, static_cast<int>(start) + 1,
+             "indented",
+             "this line means nothing, since it begins with a blank" +
+                 (any_keyword(lower(word)) != nullptr
+                      ? std::string("; a keyword stands at the line's start")
+                      : " and " + in_quotes(keyword) + " has one line"));
     }
   }
 }
 
 // A "#" ends a text, which is easily forgotten.
-static void tell_cut(const repair &work)
+static void report_cut(const repair &work)
 {
   for (const copy_line &line : work.copy) {
     if (line.text.empty() || line.text[0] == '#') {
@@ -203,10 +203,10 @@ static void tell_cut(const repair &work)
     const bool number = comment != std::string::npos &&
                         isdigit(static_cast<unsigned char>(line.text[comment]));
     if (!apart || number) { // "Printer # 1"
-      tell(work.found, work.file, line.number, static_cast<int>(cut) + 1,
-           "cut-comment",
-           "the text ends here, since \"#\" begins a comment; write \"$#$\""
-           " for the sign");
+      report(work.found, work.file, line.number, static_cast<int>(cut) + 1,
+             "cut-comment",
+             "the text ends here, since \"#\" begins a comment; write \"$#$\" "
+             "for a \"#\"");
     }
   }
 }
@@ -217,10 +217,10 @@ void read_form(const source_file &file, const std::string &name, form *into,
   into->name = name;
   into->file = &file;
   repair work = {file, name, found, {}, {}};
-  tell_lines(work);
+  report_lines(work);
   copy_lines(&work);
-  tell_indented(work);
-  tell_cut(work);
+  report_indented(work);
+  report_cut(work);
   pt_body_item *body = parse_all(&work);
   add_lines(work, into);
   add_items(work, body, into);

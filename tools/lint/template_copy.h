@@ -47,8 +47,8 @@ struct refusal {
 // caller, orv_free_body).
 refusal parse(const std::string &text, const std::string &name,
               pt_body_item **body);
-// What makes the parser talk of something else is told by its own name.
-void tell_lines(const repair &work);
+// What makes the parser talk of something else is reported by its own name.
+void report_lines(const repair &work);
 // A line for each of the file's, so that numbers stay true.
 void copy_lines(repair *work);
 // Parses and mends until nothing is refused; the body's items, owned by the

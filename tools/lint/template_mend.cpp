@@ -1,9 +1,9 @@
 // Mending what the parser refuses.
 //
 // The parser stops at the first fault, and an author wants to know all of them.
-// So it is given a copy of the file; the line that it refuses is told in its
-// own words and mended in the copy as it was most likely meant, and it starts
-// again, until it is content.
+// So it is given a copy of the file; the line that it refuses is reported in
+// its own words and mended in the copy as it was most likely meant, and it
+// starts again, until it is content.
 
 #include "template_copy.h"
 
@@ -32,10 +32,10 @@ static line_place line_of(repair *work, const refusal &why)
              : work->copy.end() - (work->copy.empty() ? 0 : 1);
 }
 
-// Tells the message, its number being that of the file.
-static void tell_message(repair *work, const refusal &why, int line,
-                         const std::string &more,
-                         const std::vector<note> &notes = {})
+// Reports the message, its number being that of the file.
+static void report_message(repair *work, const refusal &why, int line,
+                           const std::string &more,
+                           const std::vector<note> &notes = {})
 {
   std::string message = why.message;
   const std::string number = "line " + std::to_string(why.line);
@@ -45,7 +45,7 @@ static void tell_message(repair *work, const refusal &why, int line,
   }
   message.erase(std::remove(message.begin(), message.end(), '\n'),
                 message.end());
-  tell(work->found, work->file, line, 1, "syntax", message + more, notes);
+  report(work->found, work->file, line, 1, "syntax", message + more, notes);
 }
 
 static void replace_keyword(copy_line *line, const std::string &keyword)
@@ -70,10 +70,10 @@ static void mend_header_keyword(repair *work, const refusal &why)
   if (item_keyword(keyword) != nullptr ||
       attribute_keyword(keyword) != nullptr) {
     const bool later = has_body(*work);
-    tell_message(work, why, at->number,
-                 later ? "; " + in_quotes(keyword) +
-                             " belongs behind the line \"body\""
-                       : "; the line \"body\" is missing before it");
+    report_message(work, why, at->number,
+                   later ? "; " + in_quotes(keyword) +
+                               " belongs behind the line \"body\""
+                         : "; the line \"body\" is missing before it");
     if (later) {
       at->text.clear();
     } else {
@@ -81,7 +81,8 @@ static void mend_header_keyword(repair *work, const refusal &why)
     }
     return;
   }
-  tell_message(work, why, at->number, did_you_mean(keyword, header_keywords()));
+  report_message(work, why, at->number,
+                 did_you_mean(keyword, header_keywords()));
   if (near.empty()) {
     at->text.clear();
   } else {
@@ -120,11 +121,11 @@ static void mend_body_keyword(repair *work, const refusal &why)
   const std::string keyword = keyword_of(at->text);
   const bool misplaced = header_keyword(keyword) != nullptr;
   const std::string near = misplaced ? "" : meant_keyword(keyword);
-  tell_message(work, why, at->number,
-               misplaced ? "; " + in_quotes(keyword) +
-                               " belongs before the line \"body\""
-               : near.empty() ? ""
-                              : " (did you mean " + in_quotes(near) + "?)");
+  report_message(work, why, at->number,
+                 misplaced ? "; " + in_quotes(keyword) +
+                                 " belongs before the line \"body\""
+                 : near.empty() ? ""
+                                : " (did you mean " + in_quotes(near) + "?)");
   if (!near.empty()) {
     replace_keyword(&*at, near);
   } else {
@@ -137,7 +138,7 @@ static void mend_body_keyword(repair *work, const refusal &why)
 static void mend_no_body(repair *work, const refusal &why)
 {
   const int last = static_cast<int>(work->file.lines.size());
-  tell_message(work, why, std::max(last, 1), "");
+  report_message(work, why, std::max(last, 1), "");
   work->copy.push_back({"body", std::max(last, 1)});
 }
 
@@ -150,14 +151,14 @@ static void mend_second(repair *work, const refusal &why)
       std::find_if(work->copy.begin(), second, [&](const copy_line &line) {
         return keyword_of(line.text) == keyword;
       });
-  tell_message(work, why, second->number, "",
-               {{{work->file.path, first->number, 1}, "the first is here"}});
+  report_message(work, why, second->number, "",
+                 {{{work->file.path, first->number, 1}, "the first is here"}});
   second->text.clear();
 }
 
 static void mend_no_title(repair *work, const refusal &why)
 {
-  tell_message(work, why, 1, "");
+  report_message(work, why, 1, "");
   work->copy.insert(work->copy.begin(), {"title Untitled", 1});
 }
 
@@ -207,11 +208,11 @@ static void mend_short_table(repair *work, const refusal &why)
   int cells;
   const line_place table = table_before(work, work->copy.end(), &cells);
   if (table == work->copy.end()) {
-    tell_message(work, why, 1, "");
+    report_message(work, why, 1, "");
     work->copy.clear();
     return;
   }
-  tell_message(work, why, table->number, "; " + lacks(*table, cells));
+  report_message(work, why, table->number, "; " + lacks(*table, cells));
   cut_table(table, cells);
 }
 
@@ -222,12 +223,12 @@ static void mend_broken_table(repair *work, const refusal &why)
   int cells;
   const line_place table = table_before(work, at, &cells);
   if (table == work->copy.end()) {
-    tell_message(work, why, at->number, "");
+    report_message(work, why, at->number, "");
     at->text.clear();
     return;
   }
-  tell_message(work, why, at->number, "",
-               {{{work->file.path, table->number, 1}, lacks(*table, cells)}});
+  report_message(work, why, at->number, "",
+                 {{{work->file.path, table->number, 1}, lacks(*table, cells)}});
   cut_table(table, cells);
 }
 
@@ -235,7 +236,7 @@ static void mend_broken_table(repair *work, const refusal &why)
 static void mend_name(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
-  tell_message(work, why, at->number, "");
+  report_message(work, why, at->number, "");
   const std::string keyword = keyword_of(at->text);
   at->text = keyword + " unnamed" + std::to_string(at->number) +
              (ends_with(keyword, "table") ? " 1" : "");
@@ -256,7 +257,7 @@ static void keep_words(copy_line *line, size_t count)
 static void mend_width(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
-  tell_message(work, why, at->number, "");
+  report_message(work, why, at->number, "");
   keep_words(&*at, 1);
 }
 
@@ -264,9 +265,9 @@ static void mend_width(repair *work, const refusal &why)
 static void mend_columns(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
-  tell_message(work, why, at->number,
-               "; a table has 1 to " + std::to_string(ORV_COLUMNS_MAX) +
-                   ", and their number stands behind its name");
+  report_message(work, why, at->number,
+                 "; a table has 1 to " + std::to_string(ORV_COLUMNS_MAX) +
+                     ", and their number stands behind its name");
   int cells = 0;
   for (line_place next = at + 1; next != work->copy.end(); ++next) {
     const std::string keyword = keyword_of(next->text);
@@ -287,7 +288,7 @@ static void mend_columns(repair *work, const refusal &why)
 static void mend_rows(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
-  tell_message(work, why, at->number, "");
+  report_message(work, why, at->number, "");
   keep_words(&*at, 2);
 }
 
@@ -296,12 +297,12 @@ static void mend_line(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
   if (at == work->copy.end()) {
-    tell_message(work, why, 1, "");
+    report_message(work, why, 1, "");
     work->copy.clear();
     return;
   }
   if (work->orphans.count(at->number) == 0) {
-    tell_message(work, why, at->number, "");
+    report_message(work, why, at->number, "");
   }
   at->text.clear();
 }

@@ -113,9 +113,9 @@ static std::vector<note> parser_note(const repair &work, const refusal &why,
   return {{{work.file.path, line, 1}, text}};
 }
 
-// What makes the parser talk of something else is told once, by its own
+// What makes the parser talk of something else is reported once, by its own
 // name.
-void tell_lines(const repair &work)
+void report_lines(const repair &work)
 {
   const source_file &file = work.file;
   const refusal why = parse(file.text, work.name, nullptr);
@@ -125,35 +125,35 @@ void tell_lines(const repair &work)
     number++;
     const std::vector<note> notes = parser_note(work, why, number);
     if (number == 1 && starts_with(line, BYTE_ORDER_MARK)) {
-      tell(work.found, file, 1, 1, "byte-order-mark",
-           "the file begins with a byte order mark, which counts as text",
-           notes);
+      report(work.found, file, 1, 1, "byte-order-mark",
+             "the file begins with a byte order mark, which counts as text",
+             notes);
     }
     if (!line.empty() && line.back() == '\r' && !told_cr) {
       told_cr = true;
-      tell(work.found, file, number, static_cast<int>(line.size()), "crlf",
-           "lines end in CR LF; the CR counts as text, so a keyword is not"
-           " known and a value is another one",
-           notes);
+      report(work.found, file, number, static_cast<int>(line.size()), "crlf",
+             "lines end in CR LF; the CR counts as text, so a keyword is not"
+             " known and a value is another one",
+             notes);
     }
     if (line.size() > LINE_TEXT) {
-      tell(work.found, file, number, ORV_LINE_MAX, "long-line",
-           "this line has " + std::to_string(line.size()) +
-               " characters; what stands behind the " +
-               std::to_string(ORV_LINE_MAX) +
-               "th is read as another"
-               " line",
-           notes);
+      report(work.found, file, number, ORV_LINE_MAX, "long-line",
+             "this line has " + std::to_string(line.size()) +
+                 " characters; what stands behind the " +
+                 std::to_string(ORV_LINE_MAX) +
+                 "th is read as another"
+                 " line",
+             notes);
     }
     if (line.find('\0') != std::string::npos) {
-      tell(work.found, file, number, static_cast<int>(line.find('\0')) + 1,
-           "nul-byte", "a NUL byte ends this line for the parser", notes);
+      report(work.found, file, number, static_cast<int>(line.find('\0')) + 1,
+             "nul-byte", "a NUL byte ends this line for the parser", notes);
     }
   }
   if (!file.text.empty() && file.text.back() != '\n') {
-    tell(work.found, file, number,
-         static_cast<int>(file.lines.back().size()) + 1, "last-line",
-         "the last line has no line end, so its keyword is not known",
-         parser_note(work, why, number));
+    report(work.found, file, number,
+           static_cast<int>(file.lines.back().size()) + 1, "last-line",
+           "the last line has no line end, so its keyword is not known",
+           parser_note(work, why, number));
   }
 }

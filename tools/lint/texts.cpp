@@ -52,7 +52,7 @@ static bool is_one_of(char c, const char *set)
   return c != '\0' && strchr(set, c) != nullptr;
 }
 
-// One text and what is told of it.
+// One text and where its findings go.
 struct text_check {
   findings *found;
   const form &f;
@@ -60,10 +60,10 @@ struct text_check {
   text_kind kind;
 };
 
-static void tell_at(const text_check &t, size_t at, const char *rule,
-                    const std::string &text)
+static void report_at(const text_check &t, size_t at, const char *rule,
+                      const std::string &text)
 {
-  tell(t.found, t.f, t.line, at, rule, text);
+  report(t.found, t.f, t.line, at, rule, text);
 }
 
 // A tag, one character between two dollars.
@@ -74,30 +74,31 @@ static void check_tag(const text_check &t, size_t at)
   const bool in_check_msg = t.line.keyword == "check_msg";
   if (is_one_of(tag, PARSER_TAGS) && !in_check_msg) {
     if (tag == 'T' && t.line.keyword == "title") {
-      tell_at(t, at, "text-place", written + " is nothing yet in the title");
+      report_at(t, at, "text-place", written + " is nothing yet in the title");
     }
     return;
   }
   const bool page = is_one_of(tag, PAGE_TAGS) || is_one_of(tag, ITEM_TAGS);
   if (page && t.kind == KIND_PLAIN) {
-    tell_at(t, at, "text-place",
-            written + " is shown as it stands in a " +
-                (t.line.keyword == "choice" ? "choice" : "column's label"));
+    report_at(t, at, "text-place",
+              written + " is shown as it stands in a " +
+                  (t.line.keyword == "choice" ? "choice" : "column's label"));
   } else if (is_one_of(tag, ITEM_TAGS) && t.kind != KIND_ITEM) {
-    tell_at(t, at, "text-place",
-            written + " is empty here; it means the item whose label or prompt"
-                      " it stands in");
+    report_at(t, at, "text-place",
+              written +
+                  " is empty here; it means the item whose label or prompt"
+                  " it stands in");
   } else if (is_one_of(tag, MARKUP) && t.kind != KIND_MARKED &&
              (tag != '$' || t.kind == KIND_PLAIN)) {
-    tell_at(t, at, "text-place",
-            written + " is markup, which only text, help, error and check_msg"
-                      " draw; here it is shown as it stands");
+    report_at(t, at, "text-place",
+              written + " is markup, which only text, help, error and check_msg"
+                        " draw; here it is shown as it stands");
   } else if (!page && !is_one_of(tag, MARKUP)) {
     const char other = static_cast<char>(tag ^ 0x20);
     const bool small = is_one_of(other, PARSER_TAGS) ||
                        is_one_of(other, PAGE_TAGS) ||
                        is_one_of(other, ITEM_TAGS) || is_one_of(other, MARKUP);
-    tell_at(
+    report_at(
         t, at, "unknown-tag",
         written + " means nothing and is shown as it stands" +
             (small ? std::string(" (did you mean \"$") + other + "$\"?)" : ""));
@@ -129,19 +130,19 @@ static void check_reference(const text_check &t, const text_part &part)
       in_quotes(t.line.text.substr(part.offset, part.length));
   const char other = static_cast<char>(part.type ^ 0x20);
   if (part.kind == PART_OPEN || !is_variable_name(part.name)) {
-    tell_at(t, part.offset, "reference",
-            in_quotes(beginning(t, part)) +
-                " is not closed: a \"$\" must stand right behind the name");
+    report_at(t, part.offset, "reference",
+              in_quotes(beginning(t, part)) +
+                  " is not closed: a \"$\" must stand right behind the name");
   } else if (!is_one_of(part.type, TYPES)) {
-    tell_at(t, part.offset, "reference",
-            written +
-                " means nothing: the letter must be one of C, D, E, N, O,"
-                " U, V" +
-                (is_one_of(other, TYPES) ? ", in capitals" : ""));
+    report_at(t, part.offset, "reference",
+              written +
+                  " means nothing: the letter must be one of C, D, E, N, O,"
+                  " U, V" +
+                  (is_one_of(other, TYPES) ? ", in capitals" : ""));
   } else if (t.kind == KIND_PLAIN) {
-    tell_at(t, part.offset, "text-place",
-            written + " is shown as it stands in a " +
-                (t.line.keyword == "choice" ? "choice" : "column's label"));
+    report_at(t, part.offset, "text-place",
+              written + " is shown as it stands in a " +
+                  (t.line.keyword == "choice" ? "choice" : "column's label"));
   }
 }
 
@@ -155,14 +156,14 @@ static void check_dollar(const text_check &t, size_t at)
     end++;
   }
   if (text.compare(at, 2, "$$") == 0) {
-    tell_at(t, at, "unknown-tag",
-            "\"$$\" means nothing and is shown as it stands; a dollar is"
-            " written $$$");
+    report_at(t, at, "unknown-tag",
+              "\"$$\" means nothing and is shown as it stands; a dollar is"
+              " written $$$");
   } else if (end < text.size() && text[end] == '$' && end > at + 2) {
-    tell_at(t, at, "unknown-tag",
-            in_quotes(text.substr(at, end - at + 1)) +
-                " means nothing and is shown as it stands; a value is written"
-                " $V:name$");
+    report_at(t, at, "unknown-tag",
+              in_quotes(text.substr(at, end - at + 1)) +
+                  " means nothing and is shown as it stands; a value is written"
+                  " $V:name$");
   }
 }
 

@@ -102,9 +102,10 @@ static void take_syntax_line(const device &dev, const std::string &line,
   if (file != dev.files.end() && text != std::string::npos) {
     const int lines = static_cast<int>(file->second.lines.size());
     const int number = atoi(line.c_str() + mark + strlen(": line "));
-    tell(found, file->second, std::min(number, lines), 1, "script-syntax",
-         "bash: " + line.substr(text + 2),
-         number > lines ? open_block(dev, file->second) : std::vector<note>());
+    report(found, file->second, std::min(number, lines), 1, "script-syntax",
+           "bash: " + line.substr(text + 2),
+           number > lines ? open_block(dev, file->second)
+                          : std::vector<note>());
   }
 }
 
@@ -121,13 +122,13 @@ static void begin_syntax(const device &dev, other_tools *tools)
 static void end_syntax(const device &dev, const other_tools &tools,
                        findings *found)
 {
-  std::set<std::string> told;
+  std::set<std::string> reported;
   if (tools.bash_pid <= 0) {
     return;
   }
   for (const std::string &line :
        split_lines(finish(tools.bash_pid, tools.bash))) {
-    if (told.insert(line.substr(0, line.find(": line "))).second) {
+    if (reported.insert(line.substr(0, line.find(": line "))).second) {
       take_syntax_line(dev, line, found);
     }
   }
@@ -192,12 +193,13 @@ other_tools begin_tools(const device &dev, bool shellcheck)
   return tools;
 }
 
-// The lines of which something is told.
-typedef std::set<std::pair<std::string, int>> told_lines;
+// The lines that have a finding.
+typedef std::set<std::pair<std::string, int>> reported_lines;
 
 // "FILE:LINE:COL: LEVEL: TEXT [SCnnnn]"
 static void take_shellcheck_line(const device &dev, const std::string &line,
-                                 const told_lines &told, findings *found)
+                                 const reported_lines &reported,
+                                 findings *found)
 {
   for (const auto &entry : dev.scripts) {
     const source_file &file = *entry.second.file;
@@ -216,10 +218,10 @@ static void take_shellcheck_line(const device &dev, const std::string &line,
     // What is sourced is used by others.
     const bool elsewhere = is_sourced_only(entry.second) &&
                            text.find("[SC2034]") != std::string::npos;
-    // What a rule of ours or bash has told of the line is not told twice.
+    // What a rule of ours or bash has reported is not reported twice.
     if (level != std::string::npos && !elsewhere &&
-        told.count({file.path, number}) == 0) {
-      tell(found, file, number, column, "shellcheck", text.substr(level + 2));
+        reported.count({file.path, number}) == 0) {
+      report(found, file, number, column, "shellcheck", text.substr(level + 2));
     }
   }
 }
@@ -228,13 +230,13 @@ void end_tools(const device &dev, other_tools *tools, findings *found)
 {
   end_syntax(dev, *tools, found);
   if (tools->pid > 0) {
-    told_lines told;
+    reported_lines reported;
     for (const finding &f : *found) {
-      told.insert({f.at.path, f.at.line});
+      reported.insert({f.at.path, f.at.line});
     }
     for (const std::string &line :
          split_lines(finish(tools->pid, tools->shellcheck))) {
-      take_shellcheck_line(dev, line, told, found);
+      take_shellcheck_line(dev, line, reported, found);
     }
   }
   drop_own_folder(&tools->stubs);

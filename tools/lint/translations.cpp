@@ -68,11 +68,11 @@ static void check_choices(const form &f, const form_item &own,
   for (const form_line *line : theirs.lines) {
     const std::string value = choice_value(other, *line);
     if (line->keyword == "choice" && choices.count(value) == 0) {
-      tell(found, f, *own.lines.front(), 0, "translation",
-           in_quotes(own.name) + " has no choice " + in_quotes(value) +
-               ", which it has in the other tree" +
-               did_you_mean(value, choices),
-           {seen_at(other, line->number)});
+      report(found, f, *own.lines.front(), 0, "translation",
+             in_quotes(own.name) + " has no choice " + in_quotes(value) +
+                 ", which it has in the other tree" +
+                 did_you_mean(value, choices),
+             {seen_at(other, line->number)});
     }
   }
 }
@@ -85,14 +85,14 @@ static void check_form(const form &f, const form &other, findings *found)
     }
     const form_item *own = find_item(f, theirs);
     if (own == nullptr) {
-      tell(found, *f.file, place_of(f, other, theirs), 1, "translation",
-           "this form has no " + in_quotes(theirs.name) +
-               ", which it has in the other tree",
-           {seen_at(other, theirs.line)});
+      report(found, *f.file, place_of(f, other, theirs), 1, "translation",
+             "this form has no " + in_quotes(theirs.name) +
+                 ", which it has in the other tree",
+             {seen_at(other, theirs.line)});
     } else if (own->type != theirs.type || own->columns != theirs.columns) {
-      tell(found, f, *own->lines.front(), 0, "translation",
-           in_quotes(own->name) + " is of another kind in the other tree",
-           {seen_at(other, theirs.line)});
+      report(found, f, *own->lines.front(), 0, "translation",
+             in_quotes(own->name) + " is of another kind in the other tree",
+             {seen_at(other, theirs.line)});
     } else if (own->type == PT_SELECT) {
       check_choices(f, *own, other, theirs, found);
     }
@@ -109,10 +109,10 @@ void check_translation(const device &dev, const device &other, findings *found)
     if (own != dev.forms.end()) {
       check_form(own->second, entry.second, found);
     } else {
-      tell(found, {dev.dir + "/templates/" + entry.first + ".tpl", "", {}}, 1,
-           1, "translation",
-           "the other tree has this form, and this one lacks it",
-           {seen_at(entry.second, 1)});
+      report(found, {dev.dir + "/templates/" + entry.first + ".tpl", "", {}}, 1,
+             1, "translation",
+             "the other tree has this form, and this one lacks it",
+             {seen_at(entry.second, 1)});
     }
   }
 }

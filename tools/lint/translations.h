@@ -5,7 +5,7 @@
 
 #include "device.h"
 
-// Tells what the forms of `dev` lack that those of `other` have; nothing when
+// Reports what the forms of `dev` lack that those of `other` have; nothing when
 // the two are not the same device.
 void check_translation(const device &dev, const device &other, findings *found);
 

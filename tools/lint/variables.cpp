@@ -80,9 +80,9 @@ static void check_variable(const variable_check &c, const bash_expansion &e)
   }
   const std::string near = nearest(e.name, c.set);
   if (!near.empty()) {
-    tell(c.found, *c.s.file, e.line, e.column, "script-name",
-         "nothing sets " + in_quotes("$" + e.name) +
-             did_you_mean(e.name, c.set));
+    report(c.found, *c.s.file, e.line, e.column, "script-name",
+           "nothing sets " + in_quotes("$" + e.name) +
+               did_you_mean(e.name, c.set));
   }
 }
 
@@ -99,9 +99,9 @@ static void check_cell(const variable_check &c, const bash_expansion &e)
   }
   const std::string near = nearest(stem, c.cells);
   if (!near.empty()) {
-    tell(c.found, *c.s.file, e.line, e.column, "script-name",
-         "no form of this script has the column " + in_quotes(stem) +
-             did_you_mean(stem, c.cells));
+    report(c.found, *c.s.file, e.line, e.column, "script-name",
+           "no form of this script has the column " + in_quotes(stem) +
+               did_you_mean(stem, c.cells));
   }
 }
 

@@ -29,7 +29,7 @@ static bool is_number(const std::string &text)
          text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-// "" when nothing is wrong with the line that tells the version.
+// "" when nothing is wrong with the line with the version.
 static std::string fault_of(const device &dev, const std::string &file,
                             const std::string &line, int number)
 {
@@ -37,17 +37,16 @@ static std::string fault_of(const device &dev, const std::string &file,
   const std::string program =
       dev.dir + "/migrate/" + file.substr(0, file.find('@'));
   if (number > 1) {
-    return "the version stands in the first line, or nobody sees it";
+    return "the version must be in the first line";
   }
   if (words.size() != 2 || words[0] != MARK || !is_number(words[1])) {
-    return "the version is a number: " + in_quotes("#version 2");
+    return "the version must be a number: " + in_quotes("#version 2");
   }
   return words[1] == "1" || is_program(program)
              ? ""
-             : "settings of an older version are used by nobody until the"
-               " program " +
+             : "settings of an older version are not used until the program " +
                    in_quotes("migrate/" + file.substr(0, file.find('@'))) +
-                   " has brought them over, and it is not there";
+                   " has migrated them, and there is no such program";
 }
 
 void check_versions(const device &dev, findings *found)
@@ -63,7 +62,7 @@ void check_versions(const device &dev, findings *found)
                                     ? fault_of(dev, entry.first, line, number)
                                     : "";
       if (!fault.empty()) {
-        tell(found, *entry.second, number, 1, "default-version", fault);
+        report(found, *entry.second, number, 1, "default-version", fault);
         break;
       }
     }
