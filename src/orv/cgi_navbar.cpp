@@ -185,8 +185,8 @@ static int read_entries(FILE *output, bool is_file)
   char buf[ORV_LINE_MAX + 1];
   bar list = {1, false};
   bool bare = false;
-  for (int line = 0; list.place < ORV_BAR_MAX &&
-                     fgets(buf, sizeof buf, output) != nullptr;
+  for (int line = 0;
+       list.place < ORV_BAR_MAX && fgets(buf, sizeof buf, output) != nullptr;
        line = 1) {
     const bool dashes = strcmp(buf, "--\n") == 0;
     if (!is_file || !(is_confirm(buf) || (bare && dashes))) {
@@ -200,14 +200,15 @@ static int read_entries(FILE *output, bool is_file)
   return list.place;
 }
 
-// --- a bar without a script ---------------------------------------------------
+// --- a bar without a script --------------------------------------------------
 
 // Opens a file beside the script; NULL with errno.
 static FILE *open_beside(const char *script, const char *file)
 {
   char name[PATH_MAX];
   const char *slash = strrchr(script, '/');
-  const int length = slash != nullptr ? static_cast<int>(slash + 1 - script) : 0;
+  const int length =
+      slash != nullptr ? static_cast<int>(slash + 1 - script) : 0;
   snprintf(name, sizeof name, "%.*s%s", length, script, file);
   return fopen(name, "re");
 }
@@ -219,8 +220,8 @@ static bool has_beside(const char *script, const char *file)
 }
 
 // The bar of forms without a script is a file, which orv-store prints as it
-// stands as long as no change waits to be kept: then it is read here.  NULL when
-// it is for orv-store to decide.
+// stands as long as no change waits to be kept: then it is read here.  NULL
+// when it is for orv-store to decide.
 static FILE *open_bar(const char *command)
 {
   for (const char *name : {"ORV_STATE", "ORV_TEMPLATES", "ORV_TRANSACTION"}) {

@@ -192,8 +192,8 @@ static bool make_plan(orv_exec_plan *plan)
     entries++;
   }
   const size_t pointers = (words + entries) * sizeof(char *);
-  plan->words.reset(
-      static_cast<char **>(malloc(pointers + length + 1 + length + sizeof "_=")));
+  plan->words.reset(static_cast<char **>(
+      malloc(pointers + length + 1 + length + sizeof "_=")));
   if (plan->words == nullptr) {
     return false;
   }

@@ -1,15 +1,15 @@
 // The script runner.
 //
-// A script is started in a process of its own, connected by pipes and waited for,
-// strictly one at a time, and only the state below is kept between calls.  What
-// goes through the pipes is up to the caller, when it goes is decided here. The
-// input is in the pipe before the script exists, and only what the pipe has no
-// room for is written while output is read; reading ends with the script even
-// if a background process that it left keeps its output open.  So this process
-// may die at any time: it has then started nothing, or a script that has its
-// whole input.  Only an input larger than the pipe can arrive in part; a script
-// that cannot be given the rest is ended before it could take the part for the
-// whole.
+// A script is started in a process of its own, connected by pipes and waited
+// for, strictly one at a time, and only the state below is kept between calls.
+// What goes through the pipes is up to the caller, when it goes is decided
+// here. The input is in the pipe before the script exists, and only what the
+// pipe has no room for is written while output is read; reading ends with the
+// script even if a background process that it left keeps its output open.  So
+// this process may die at any time: it has then started nothing, or a script
+// that has its whole input.  Only an input larger than the pipe can arrive in
+// part; a script that cannot be given the rest is ended before it could take
+// the part for the whole.
 //
 // A server that has waited too long ends this process, and nobody is left who
 // wants the script's output.  SIGTERM is passed on to the script's process
