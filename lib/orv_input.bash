@@ -49,7 +49,7 @@ orv__read_taken() {
         *) continue ;;
       esac
     fi
-    [[ $got != *" $name "* ]] || orv_msg 'The request says something twice.'
+    [[ $got != *" $name "* ]] || orv_msg 'The request contains a name twice.'
     line=${line#*=\"} got+="$name " orv[$name]=${line%\"}
   done
   [[ $* != *[A-Z]* ]] || orv__spell "$@"

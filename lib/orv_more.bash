@@ -82,7 +82,7 @@ orv__reload() {
     for file in "${orv__files[@]}"; do orv__load "$file"; done
     orv__look && return
   done
-  orv__unusable 'The settings change all the time. Please try again.'
+  orv__unusable 'The settings keep changing. Please try again.'
 }
 
 # --- values of a page that need a closer look -----------------------------------

@@ -103,7 +103,7 @@ orv_store() {
     esac
   done
   [[ $values != *[[:cntrl:]]* ]] ||
-    orv_msg 'Nothing was saved: no value may hold one of " $ \ `'
+    orv_msg 'Nothing was saved: no value may contain one of " $ \ `'
   ((!orv_failed)) || return 1
   if orv__is_served; then
     orv__tell "store ${#order}"$'\n'"$order"

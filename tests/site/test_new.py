@@ -56,13 +56,13 @@ def test_every_example_works_under_a_name_of_its_own(tmp_path):
 
 
 @pytest.mark.parametrize("arguments, status, told", [
-    (("--form", "clock", "--like", "fields"), 1, "\" is there already; choose"),
-    (("--form", "x", "--like", "fields"), 1, "state/x\" is there already"),
-    (("--form", "../x", "--like", "fields"), 1, "is no name of a form"),
-    (("--form", "-x", "--like", "fields"), 1, "is no name of a form"),
-    (("--form", "a/b", "--like", "fields"), 1, "is no name of a form"),
+    (("--form", "clock", "--like", "fields"), 1, "\" exists already; choose"),
+    (("--form", "x", "--like", "fields"), 1, "state/x\" exists already"),
+    (("--form", "../x", "--like", "fields"), 1, "is not a valid name of a form"),
+    (("--form", "-x", "--like", "fields"), 1, "is not a valid name of a form"),
+    (("--form", "a/b", "--like", "fields"), 1, "is not a valid name of a form"),
     (("--form", "y", "--like", "feilds"), 1, "there is conditions fields "),
-    (("--form", "y", "--like", "../first/clock"), 1, "there is no example"),
+    (("--form", "y", "--like", "../first/clock"), 1, "no example"),
     (("--form", "y"), 2, "needs --like EXAMPLE"), (("--like", "fields"), 2, "--form NAME"),
     (("--form",), 2, "Usage"), (("--from", "y"), 2, "unknown option"), ((), 1, "already"),
     (("other",), 2, "one folder"),
