@@ -78,7 +78,7 @@ def test_what_cannot_be_made_is_told_and_leaves_all_as_it_was(
     assert code == status and told in said and contents(tmp_path) == before
     (tmp_path / "empty").mkdir()
     code, said = new("--form", "y", "--like", "fields", tmp_path / "empty")
-    assert code == 1 and "no folder of forms" in said
+    assert code == 1 and "is not a folder of forms" in said
 
 
 def test_the_menu_gets_its_entry_wherever_it_can_stand(tmp_path):
