@@ -37,7 +37,8 @@ def test_every_example_works_under_a_name_of_its_own(tmp_path):
         assert changed == ({"templates/orvmenu.tpl"} if before else set())
         if before:
             assert {name for name in made if f"my-{example}" not in name} <= {
-                f"actions/{example}"} and f"scripts/my-{example}.1.sh" in made
+                f"actions/{example}", f"actions/{example}_login"
+            } and f"scripts/my-{example}.1.sh" in made
     # The old name stands nowhere where it means a form, a script or a file.
     names = "|".join(EXAMPLES)
     left = re.compile(rf"^(choice|open|imenu|expect (not )?(form|stored)) ({names})s?\b"
@@ -61,7 +62,7 @@ def test_every_example_works_under_a_name_of_its_own(tmp_path):
     (("--form", "../x", "--like", "fields"), 1, "is not a valid name of a form"),
     (("--form", "-x", "--like", "fields"), 1, "is not a valid name of a form"),
     (("--form", "a/b", "--like", "fields"), 1, "is not a valid name of a form"),
-    (("--form", "y", "--like", "feilds"), 1, "there is conditions fields "),
+    (("--form", "y", "--like", "feilds"), 1, "available: conditions fields "),
     (("--form", "y", "--like", "../first/clock"), 1, "no example"),
     (("--form", "y"), 2, "needs --like EXAMPLE"), (("--like", "fields"), 2, "--form NAME"),
     (("--form",), 2, "Usage"), (("--from", "y"), 2, "unknown option"), ((), 1, "already"),
