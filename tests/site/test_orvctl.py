@@ -337,6 +337,7 @@ def test_json_rows_and_wrong_use(site):
     assert json.loads(run(site, "--json", "set", "f", "n0=bad$", expect=1).stdout)["errors"]["n"]
     dumped = run(site, "dump", expect=1).stdout  # one page is gone
     assert "table t 3\nn0=one\n" in dumped and "password" not in dumped
+    assert dumped.count("table t ") == 1  # a line a table, not a cell
     assert "a_password=s" in run(site, "--secrets", "dump", "f", expect=0).stdout
     for words in (["nosuch"], ["get"], ["set", "f"], ["set", "f", "n0"], ["--x", "forms"],
                   ["rows", "f", "t", "delete", "9"], ["rows", "f", "t", "turn", "1"], ["apply", "nosuch"]):
