@@ -1,36 +1,52 @@
 // Tells how much memory a program needs for itself alone.
 //
-//   bench_peak PROGRAM [ARGUMENT]...
+//   bench_peak [FROM-TO] PROGRAM [ARGUMENT]...
 //
 // Stops the program at every system call, asks the kernel how much private
 // dirty memory it holds, swapped out or not, and prints the highest answer in
 // KiB on standard error.  Processes that the program starts are not counted.
+// With FROM and TO, in hexadecimal, the memory between is counted alone: what an
+// emulator keeps there for the program that it emulates.
 
-#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-static long private_dirty_kb(int rollup)
+struct window {
+  unsigned long from;
+  unsigned long to;
+};
+
+static long private_dirty_kb(FILE *maps, const window &counted)
 {
-  char text[4096];
-  const ssize_t length = pread(rollup, text, sizeof text - 1, 0);
-  text[length > 0 ? length : 0] = '\0';
+  char line[512];
   long sum = 0;
-  static const char *const lines[] = {"\nPrivate_Dirty:", "\nSwap:"};
-  for (const char *name : lines) {
-    const char *line = strstr(text, name);
-    sum += line != nullptr ? strtol(line + strlen(name), nullptr, 10) : 0;
+  bool counts = false;
+  rewind(maps);
+  while (fgets(line, sizeof line, maps) != nullptr) {
+    unsigned long start = 0;
+    unsigned long end = 0;
+    long kb = 0;
+    if (sscanf(line, "%lx-%lx ", &start, &end) == 2) {
+      counts = start >= counted.from && end <= counted.to;
+    } else if (counts && (sscanf(line, "Private_Dirty: %ld", &kb) == 1 ||
+                          sscanf(line, "Swap: %ld", &kb) == 1)) {
+      sum += kb;
+    }
   }
   return sum;
 }
 
 int main(int argc, char **argv)
 {
+  window counted = {0, ~0UL};
+  if (argc > 2 && sscanf(argv[1], "%lx-%lx", &counted.from, &counted.to) == 2) {
+    argv++;
+    argc--;
+  }
   if (argc < 2) {
     return EXIT_FAILURE;
   }
@@ -43,12 +59,15 @@ int main(int argc, char **argv)
   int status;
   waitpid(pid, &status, 0); // stopped by its exec
   char path[64];
-  snprintf(path, sizeof path, "/proc/%d/smaps_rollup", static_cast<int>(pid));
-  const int rollup = open(path, O_RDONLY | O_CLOEXEC);
+  snprintf(path, sizeof path, "/proc/%d/smaps", static_cast<int>(pid));
+  FILE *maps = fopen(path, "re");
+  if (maps == nullptr) {
+    return EXIT_FAILURE;
+  }
   ptrace(PTRACE_SETOPTIONS, pid, nullptr, PTRACE_O_TRACESYSGOOD);
   long peak = 0;
   while (WIFSTOPPED(status)) {
-    const long now = private_dirty_kb(rollup);
+    const long now = private_dirty_kb(maps, counted);
     peak = now > peak ? now : peak;
     // A stop that is neither a system call nor the exec is a signal to hand on.
     const int sig = WSTOPSIG(status);
@@ -57,5 +76,5 @@ int main(int argc, char **argv)
     waitpid(pid, &status, 0);
   }
   fprintf(stderr, "%ld\n", peak);
-  return rollup >= 0 && status == 0 && peak > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+  return status == 0 && peak > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -24,12 +24,13 @@ import orv_test.page  # noqa: E402  # pylint: disable=wrong-import-position
 
 ORV = os.environ["ORV"]
 SHIM = os.environ.get("ORV_SYSLOG_SHIM", "")
+PRELOAD = os.environ.get("ORV_PRELOAD", "LD_PRELOAD")  # what an emulator takes
 HTML = "{http://www.w3.org/1999/xhtml}"
 SECONDS = 120  # no request of a test may take longer, on a busy machine
 LONG = "LARKSPUR_LONG" in os.environ  # all cases, and times on an idle machine
 # What a request has around it; 99 is the exit status of a sanitizer's report.
 ENVIRONMENT = {
-    "PATH": os.environ["PATH"], "LD_PRELOAD": SHIM, "SCRIPT_NAME": "/cgi-bin/orv",
+    "PATH": os.environ["PATH"], PRELOAD: SHIM, "SCRIPT_NAME": "/cgi-bin/orv",
     "ORV_STORE": os.environ.get("ORV_STORE", ""),
     "ASAN_OPTIONS": "verify_asan_link_order=0:exitcode=99",
     "LSAN_OPTIONS": "exitcode=99", "UBSAN_OPTIONS": "print_stacktrace=1",

@@ -4,6 +4,14 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#ifdef OF_ANOTHER_PROCESSOR
+/* What is started from here, such as bash, cannot load it. */
+__attribute__((constructor)) static void keep_to_myself(void)
+{
+  unsetenv("LD_PRELOAD");
+}
+#endif
+
 void vsyslog(int priority, const char *format, va_list args)
 {
   FILE *log = fopen(getenv("SYSLOG_FILE"), "a");

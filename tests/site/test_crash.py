@@ -3,10 +3,12 @@
 import os
 import signal
 
+from conftest import PRELOAD
+
 
 def test_a_crash_of_any_kind_ends(site):
     site.template("f", "text x")
-    site.env["LD_PRELOAD"] = os.environ["ORV_CRASH_SHIM"]
+    site.env[PRELOAD] = os.environ["ORV_CRASH_SHIM"]
     for way, end in ("overflow", 1), ("locked", -signal.SIGALRM):
         site.env["SHIM_CRASH"] = way
         site.ends = [end]

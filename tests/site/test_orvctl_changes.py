@@ -8,7 +8,7 @@ import subprocess
 
 import pytest
 
-from conftest import LONG, SHIM, Site
+from conftest import LONG, PRELOAD, SHIM, Site
 from test_orvctl import ORVCTL, demo, run, stored
 
 TOLD = """
@@ -97,7 +97,7 @@ def ssh(site, command, given=""):
     log.write_text("")
     done = subprocess.run(
         ["env", "-i", "HOME=/", f"PATH={pathlib.Path(ORVCTL).parent}:{os.environ['PATH']}", "USER=root",
-         "SSH_CONNECTION=192.0.2.9 50022 192.0.2.1 22", f"LD_PRELOAD={SHIM}", f"SYSLOG_FILE={log}",
+         "SSH_CONNECTION=192.0.2.9 50022 192.0.2.1 22", f"{PRELOAD}={SHIM}", f"SYSLOG_FILE={log}",
          "ASAN_OPTIONS=verify_asan_link_order=0", "sh", "-c", command],
         cwd=site.folder, input=given, text=True, capture_output=True, timeout=120, check=False)
     return done, log.read_text()

@@ -11,7 +11,7 @@ import tempfile
 import time
 import urllib.parse
 
-from conftest import ENVIRONMENT, LONG, ORV, SECONDS, Site
+from conftest import ENVIRONMENT, LONG, ORV, PRELOAD, SECONDS, Site
 from test_orvctl import ORVCTL, demo, stored
 
 RACES = 200 if LONG else 20
@@ -60,7 +60,7 @@ def dump(site, value, forms="abc"):
 
 def run(site, *words, **env):
     log = site.folder / "log"
-    env = os.environ | WHO | {"LD_PRELOAD": ENVIRONMENT["LD_PRELOAD"], "SYSLOG_FILE": str(log)} | env
+    env = os.environ | WHO | {PRELOAD: ENVIRONMENT[PRELOAD], "SYSLOG_FILE": str(log)} | env
     env |= {key: ENVIRONMENT[key] for key in ENVIRONMENT if key.endswith("SAN_OPTIONS")}
     return subprocess.run([ORVCTL, *words], cwd=site.folder, capture_output=True, text=True,
                           timeout=SECONDS, check=False, env=env)
@@ -330,7 +330,7 @@ def test_root_becomes_the_user_of_the_settings():
         (site.folder / "dump").chmod(0o600)  # only root's to read
         assert call("apply", "dump").stdout.startswith("system: saved\n")
         assert {(f.lstat().st_uid, f.lstat().st_gid) for f in state.rglob("*")} == {(web, web)}
-        env = {"LD_PRELOAD": "", "ORV_STORE": f"{folder}/orv-store"}
+        env = {PRELOAD: "", "ORV_STORE": f"{folder}/orv-store"}
         with start_post(site, "a", "gw-3", orv=f"{folder}/orv", env=env, user=web, group=web, extra_groups=[]) as post:
             page = post.stdout.read().decode()
         assert "Text: gw-2 → gw-3" in page, page

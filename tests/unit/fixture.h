@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <errno.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -95,6 +96,14 @@ protected:
   static void write_script(const string &lines)
   {
     write_file("data/scripts/s.sh", "#!/bin/bash\n" + lines + "\n", 0755);
+  }
+
+  // In 2040: further on than 32 bits can tell.
+  static void date_late(const string &path)
+  {
+    const timespec late = {2208988800, 0};
+    const timespec times[] = {late, late};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
   }
 
   static string read_file(const string &path)

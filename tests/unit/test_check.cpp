@@ -154,6 +154,8 @@ TEST_F(Checks, FilesAndCommandsAreLookedUp)
   ASSERT_EQ(mknod("sock", S_IFSOCK | 0600, 0), 0);
   ASSERT_EQ(mkdir("sub", 0755), 0);
   ASSERT_EQ(symlink("sub", "link"), 0);
+  ASSERT_EQ(mknod("late", S_IFREG | 0755, 0), 0);
+  date_late("late");
 
   const string parent = "Parent directory does not exist";
   run({
@@ -161,7 +163,7 @@ TEST_F(Checks, FilesAndCommandsAreLookedUp)
     {"directory", {"@/link"}, {"@/run"}, "File is not a directory"},
     {"file", {}, {"/a/.x", "//."}, "/. not allowed in file name"},
     {"file", {}, {"/a//x"}, "Please remove // from file name"},
-    {"file x", {"@/run"}, {"@/groups", "@/sub"}, "File is not an executable"},
+    {"file x", {"@/run", "@/late"}, {"@/groups", "@/sub"}, "File is not an executable"},
     {"file S", {"@/sock"}, {"@/run"}, "File is not a socket"},
     {"file s", {"@/new"}, {"@/sock", "@/run"}, unknown},
     {"file", {"/"}, {"/no-such"}, "Missing / in file name"},

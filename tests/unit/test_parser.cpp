@@ -225,3 +225,11 @@ TEST_F(Parser, QuotesWhatARequestChoosesInScriptLinesAlone)
     EXPECT_EQ(hdr != nullptr ? hdr->read_script : message(), expected);
   }
 }
+
+TEST_F(Parser, ATemplateMayBeOfALaterCentury)
+{
+  write_file("form", "title T\nbody\n");
+  date_late("form");
+  EXPECT_NE(Header(orv_parse_header(text(dir + "/form"), nullptr)), nullptr)
+      << message();
+}

@@ -1,4 +1,4 @@
-// Conveniences: every page works without this script.
+// Help for the hand.  Every page works without it.
 "use strict";
 
 const ICON = "/css/orv.css"; // larkspur-brand puts a maker's own here
@@ -16,10 +16,10 @@ const create = (name, properties) =>
 const linkTo = (href, textContent) => create("a", {href, textContent});
 const on = addEventListener; // of the window
 
-// Browsers request an icon if no page names one.
+// Browsers ask for an icon that no page names.
 document.head.append(create("link", {rel: "icon", href: ICON}));
 
-// Screen readers announce text added to a status.
+// Screen readers tell what comes into a status later.
 function begin() {
   asked = null; // an answer that is late would hide that of the press
   notice = create("div", {className: "working", role: "status"});
@@ -34,10 +34,10 @@ function end() {
   notice = null;
 }
 
-// A redraw continues when the user stops the browser.
+// What is shown in place goes on when the browser stops.
 const stopped = () => notice?.isHere || end();
 
-// The returned page, or null.
+// The page that comes back, or null.
 const load = (url, body) =>
   fetch(url, {method: body ? "POST" : "GET", body,
               signal: AbortSignal.timeout?.(PATIENCE)})
@@ -51,7 +51,7 @@ const isThisForm = (page) => page?.forms.f1 &&
 const fieldsOf = (form) => new URLSearchParams(new FormData(form));
 const send = (form, fields) => load(form.getAttribute("action"), fields);
 
-// A second press would save twice; a disabled button is not sent.
+// A second press would save twice; a disabled button would not be sent.
 on("submit", (event) => {
   if (notice) {
     return event.preventDefault();
@@ -65,11 +65,11 @@ on("submit", (event) => {
   }
 });
 
-// The browser's Stop, where it sends an event, or Escape.
+// The browser's Stop, where we are told; Escape is its key.
 window.navigation?.addEventListener("navigate", ({signal}) =>
   signal.addEventListener("abort", stopped));
 
-// Enter presses Submit, not the form's first button, Home.
+// Enter would press the form's first button, Home; it means Submit.
 on("keydown", (event) => {
   if (event.key === "Escape") {
     stopped();
@@ -107,9 +107,9 @@ function addButtons(page) {
 on("click", ({target}) =>
   target.className === "show" && reveal(target, target.value === "Show"));
 
-// --- redrawing the form ---
-// The answer replaces the page and keeps input made meanwhile.  The focused
-// control is not replaced, so selection and on-screen keyboard stay.
+// --- the form drawn again ---
+// The answer takes the page's place and gets what was entered meanwhile.  The
+// focused control stays, and with it the selection and a phone's keyboard.
 
 const keyOf = ({localName, name, type, value}) =>
   localName + name + (type === "submit" ? value : "");
@@ -123,7 +123,7 @@ function copyEntry(from, to) {
   }
 }
 
-// Replaces everything around `kept` by what is around `twin`.
+// What stands around `twin` replaces what stands around `kept`.
 function replaceAround(kept, twin, root) {
   kept.getAttributeNames().forEach(
     (name) => twin.hasAttribute(name) || kept.removeAttribute(name));
@@ -137,11 +137,11 @@ function replaceAround(kept, twin, root) {
   }
 }
 
-// Names are case-insensitive.
+// Names differ by more than capitals.
 const isWatched = ({name, form}) => form?.dataset.conditions?.toLowerCase()
   .split(" ").includes(name.toLowerCase());
 
-// Keeps help texts and rows marked for deletion.
+// Help stays, and marks of rows stay marks.
 function question(form) {
   const fields = fieldsOf(form);
   all("input.multicol").forEach(({name}) => fields.delete(name));
@@ -151,8 +151,8 @@ function question(form) {
   return fields;
 }
 
-// A refused value that was not edited is still wrong.  Its message moves to
-// its place: a row after the field's, or after the table.
+// What was refused, and is as it was sent, is still wrong.  Messages move to
+// where they stood: in a row behind the field's, or behind the table.
 function keepMarks(pairs, main, fresh) {
   const count = (page) => all("[aria-invalid]", page).length;
   const wrong = count(main);
@@ -179,7 +179,7 @@ function keepMarks(pairs, main, fresh) {
   }
 }
 
-// Only the last answer is used; an error changes nothing.
+// The last question counts; a fault leaves all as it was.
 async function redraw(form) {
   const fields = asked = question(form);
   const page = await send(form, fields);
@@ -208,10 +208,10 @@ async function redraw(form) {
 on("change", ({target}) =>
   isWatched(target) && redraw(target.form));
 
-// --- status pages ---
-// With live_seconds reported and nothing to submit, values are refreshed; those
-// of the fields in live_tell are announced.  A sentence marks values that are
-// old because no new ones arrived.
+// --- pages of facts ---
+// With live_seconds reported, and nothing to submit, values are refreshed; new
+// ones of the fields that live_tell names are read out.  A sentence stands with
+// values that are old because no others came.
 
 
 function keepFresh() {
@@ -287,8 +287,7 @@ function keepFresh() {
   stop.click();
 }
 
-// --- waiting for the device ---
-// The page that follows a restart learns of it from its
+// --- a device that goes away ---
 // The page that confirms runs no scripts; where wait_restart (seconds) or
 // wait_address (the new one) is reported, this page shows it and waits, and
 // counts wait_confirm, the seconds after which a change goes back; so does the
@@ -304,7 +303,7 @@ function tellRestart() {
   }
 }
 
-// An address in bold on the confirmation becomes a link.
+// An address that the confirmation names in bold can be followed.
 function linkAddress(bold) {
   const text = bold.textContent;
   if (/^https?:\/\/\S+$/.test(text)) {
@@ -337,7 +336,7 @@ async function submitHere(form) {
   countDown(carried("o_wait_confirm"));
 }
 
-// Worded to stay true if somebody else has kept the change.
+// What it says stays true when somebody else has kept the change.
 function countDown(seconds) {
   if (!+seconds) {
     return;
@@ -375,7 +374,7 @@ async function waitForDevice() {
     worker.postMessage(url.origin + ICON);
     await new Promise((done) => { setTimeout(done, Math.min(pause, 15000)); });
     if (isBack && (wasAway || Date.now() - began > least)) {
-      // The "?" makes it another page, which the browser must load.
+      // By its "?" this is another page, which the browser has to load.
       location.assign(carried("o_wait_restart") ? `${url}?${RESTARTED}`
                                                      : url);
       return;
@@ -388,7 +387,7 @@ async function waitForDevice() {
     "Then open ", way);
 }
 
-// --- unsaved changes ---
+// --- changes that would be lost ---
 
 function isChanged(control) {
   if (control.options) {
@@ -407,7 +406,7 @@ function ask(event) {
   }
 }
 
-// Some browsers do not cache a page for Back that handles this.
+// Some browsers keep no page for Back that listens to this.
 const listen = () => on("beforeunload", ask);
 
 on("input", (event) => {
@@ -422,7 +421,7 @@ on("DOMContentLoaded", () => {
   countDown(carried("o_confirm_left"));
 });
 
-// A page restored by Back was submitted or abandoned.
+// What Back brings was sent or given up.
 on("pageshow", () => {
   end();
   edited.clear();

@@ -1,6 +1,6 @@
 #!/bin/bash
 . "${BASH_SOURCE%/*}/orv.bash"
-# Each entry is a value, then its text.
+# The value of an entry, then its text.
 ZONES=(
   'UTC Universal time'
   'Europe/Berlin Berlin, Paris, Rome'

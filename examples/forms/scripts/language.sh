@@ -1,5 +1,5 @@
 #!/bin/bash
-# The tree of templates in use; root's action `language` sets the link to it.
+# Which tree of templates is shown; root's action `language` sets the link to it.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 [[ $1 != --write ]] || orv_lock
