@@ -5,7 +5,7 @@
 // Stops the program at every system call, asks the kernel how much private
 // dirty memory it holds, swapped out or not, and prints the highest answer in
 // KiB on standard error.  Processes that the program starts are not counted.
-// With FROM and TO, in hexadecimal, the memory between is counted alone: what an
+// With FROM and TO, in hexadecimal, only the memory between is counted: what an
 // emulator keeps there for the program that it emulates.
 
 #include <signal.h>
