@@ -19,7 +19,7 @@ orv_load() {
   ((${#orv__files[@]} == 1)) || orv__look || orv__reload
   return $missing
 }
-orv__look() { # whether no save has come since the first look
+orv__look() { # whether nothing was saved since the first look
   local look=''
   read -r look <"$ORV_STATE/.generation"
   [[ ! -e $ORV_STATE/.commit ]] || look+=c
@@ -36,7 +36,7 @@ orv__load() {
     -e $ORV_DEFAULTS/$1 && ! -r $ORV_DEFAULTS/$1 ]]; then
     orv__find "$1" || return
   elif [[ -e $file ]]; then
-    stamp=${lines[0]:7} cut=${lines[1]:7} # a stored table is whole:
+    stamp=${lines[0]:7} cut=${lines[1]:7} # a stored table is complete:
     cut=${cut/#\*/+([!=])} cut="@(${cut// /|})+([0-9])=*" # no row comes back
   fi
   orv__stamps[$1]=$stamp
@@ -55,7 +55,7 @@ orv_put() {
   ((${#1} + ${#2} <= 246)) && [[ $2 != *[[:cntrl:]]* ]] || { orv__cut "$@"; return; }
   printf '%s="%s"\n' "$1" "$2"
 }
-orv_show() { # NAME...: reports values at hand, plain ones as one piece
+orv_show() { # NAME...: reports current values, plain ones in one write
   local name report=''
   for name; do
     case ${#orv[$name]}:${orv[$name]} in
@@ -65,7 +65,7 @@ orv_show() { # NAME...: reports values at hand, plain ones as one piece
   done
   printf %s "$report"
 }
-orv_tick() { # NAME...: a box not ticked or not drawn may have no value
+orv_tick() { # NAME...: a box that is not ticked or not drawn can have no value
   for REPLY; do
     [[ ${orv[$REPLY],,} == @(true|1) ]] && orv[$REPLY]=True || orv[$REPLY]=False
   done
@@ -86,4 +86,4 @@ printf -v REPLY 'orv_%s "$@"; }\n' {rows,pack}'() { orv__more table' \
   {lock,unlock,store,{,log_}changes,_ask,_tell}'() { orv__more store' \
   {reset,{show,take}_hash,show_secrets,history}'() { orv__more more' \
   {act,background,after_page,guard{,_boot},_{find,reload,watch,clean,spell,drop_quotes}}'() { orv__more more'
-eval "$REPLY" # of these names alone; each reads its file when it is called
+eval "$REPLY" # of these names only; each reads its file when it is called

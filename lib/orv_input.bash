@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # What check and write scripts need: the page's values, and messages about them.
 
-# Lists of orv.bash, which are no arrays by number, and patterns.
+# Associative arrays of orv.bash, and patterns.
 # shellcheck disable=SC2004,SC2034,SC2053,SC2153,SC2154,SC2015
 
 orv__input=() orv__taken='' orv__told=0 orv__beyond=''
@@ -49,7 +49,7 @@ orv__read_taken() {
         *) continue ;;
       esac
     fi
-    [[ $got != *" $name "* ]] || orv_msg 'The request says something twice.'
+    [[ $got != *" $name "* ]] || orv_msg 'The request contains a name twice.'
     line=${line#*=\"} got+="$name " orv[$name]=${line%\"}
   done
   [[ $* != *[A-Z]* ]] || orv__spell "$@"
@@ -74,7 +74,7 @@ orv__take() {
   orv__taken=here
   [[ -t 0 ]] || IFS='' read -r -N 9000000 text
   set -f
-  # shellcheck disable=SC2206  # split into lines, and nothing more
+  # shellcheck disable=SC2206  # split into lines only
   orv__input=($text)
   [[ ${#text} -le 60000 && $text != *=\"[$' \t']* &&
     "${orv__input[*]%%=*}" != *[A-Z]* ]] || orv__clean "$text"
@@ -114,8 +114,8 @@ orv_number() {
 
 # --- messages -------------------------------------------------------------------
 
-# In REPLY: TEXT as one line of at most BYTES, cut between characters.  With
-# SHOWN, "$" is written as pages want it, where it would insert values.
+# Sets REPLY to TEXT as one line of at most BYTES, cut between characters.  With
+# SHOWN, "$" is escaped for pages, where it would insert values.
 orv__line() { # TEXT BYTES [SHOWN]
   REPLY=${1:0:$2}
   [[ ${#1} -gt $2 && $REPLY == *[$'\x80'-$'\xff'] ]] &&

@@ -1,11 +1,11 @@
 # shellcheck shell=bash
 # What scripts seldom need, or only when something is wrong.
 
-# Lists of orv.bash, which are no arrays by number.
+# Associative arrays of orv.bash.
 # shellcheck disable=SC1091,SC2004,SC2034,SC2153,SC2154
 [[ $orv__program ]] || . "${BASH_SOURCE[0]%/*}/orv_store.bash"
 
-# --- loading what orv.bash does not ---------------------------------------------
+# --- loading in special cases -------------------------------------------------
 
 # orv__find FILE: for orv__load, whose `lines`, `stamp` and `cut` it sets: finds
 # the stored file during a save, one of an older library, or reports a faulty
@@ -82,10 +82,10 @@ orv__reload() {
     for file in "${orv__files[@]}"; do orv__load "$file"; done
     orv__look && return
   done
-  orv__unusable 'The settings change all the time. Please try again.'
+  orv__unusable 'The settings keep changing. Please try again.'
 }
 
-# --- values of a page that need a closer look -----------------------------------
+# --- unusual values of a page -------------------------------------------------
 
 # orv__clean TEXT: puts names in lower case and drops lines that are too long or
 # have another shape.
@@ -129,7 +129,8 @@ orv__drop_quotes() { # of orv_read, whose `wanted` says what is no cell
 
 # --- backups --------------------------------------------------------------------
 
-# A web server sets no ORV_SECRETS (orv removes it) and always REQUEST_METHOD.
+# Never true in a request: orv removes ORV_SECRETS, and a web server sets
+# REQUEST_METHOD.
 orv__is_backup() {
   [[ $ORV_SECRETS && -z $REQUEST_METHOD ]]
 }
@@ -171,7 +172,7 @@ orv_take_hash() {
   orv_secret "$1"
 }
 
-# --- the last saves, resets and actions -----------------------------------------
+# --- history, resets and actions ----------------------------------------------
 
 # orv_reset [FILE...]: resets the settings of these files, or all, to the
 # defaults.
@@ -215,7 +216,7 @@ orv_history() {
   done < <("$orv__program" history 2>/dev/null)
 }
 
-# --- while and after the page goes out ------------------------------------------
+# --- background commands ------------------------------------------------------
 
 # orv_background COMMAND...: runs a command that neither holds up the page nor
 # ends with the script.  Within a transaction it runs when that has been
@@ -247,7 +248,7 @@ orv__after() {
   sleep "$1" && "${@:2}"
 }
 
-# --- a change that goes back unless it is kept ----------------------------------
+# --- guarded changes ----------------------------------------------------------
 
 # orv_guard SECONDS [COMMAND...]: the next orv_store saves what it replaces, and
 # puts it back unless somebody keeps the change within that time, by a Submit of

@@ -2,7 +2,7 @@
 # How a script stores settings.  orv-store(8) does all the writing: it reads the
 # page's values, locks, and replaces files as one step.
 
-# Lists of orv.bash, which are no arrays by number.
+# Associative arrays of orv.bash.
 # shellcheck disable=SC1091,SC2004,SC2034,SC2153,SC2154
 export ORV_TEMPLATES=${ORV_TEMPLATES:-${BASH_SOURCE[0]%/*}/../templates}
 export ORV_MIGRATE=${ORV_MIGRATE:-${BASH_SOURCE[0]%/*}/../migrate}
@@ -22,7 +22,7 @@ orv__ask() {
 orv__take_answer() { # TEXT
   local - IFS=$'\n' text=$1
   set -f
-  # shellcheck disable=SC2206  # split into lines, and nothing more
+  # shellcheck disable=SC2206  # split into lines only
   orv__answer=($text)
   [[ ${orv__answer[0]} != ok ]] || return 0
   text=${orv__answer[0]#fault }
@@ -103,7 +103,7 @@ orv_store() {
     esac
   done
   [[ $values != *[[:cntrl:]]* ]] ||
-    orv_msg 'Nothing was saved: no value may hold one of " $ \ `'
+    orv_msg 'Nothing was saved: no value may contain one of " $ \ `'
   ((!orv_failed)) || return 1
   if orv__is_served; then
     orv__tell "store ${#order}"$'\n'"$order"

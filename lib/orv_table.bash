@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # The rows of a table.  `rows` are the numbers of the used ones, `cells` the
 # names of their values.
-# shellcheck disable=SC2004,SC2053  # `orv` is no array by number; a pattern
+# shellcheck disable=SC2004,SC2053  # `orv` is associative; a pattern
 rows=() cells=()
 
 # orv_rows COLUMN...: sets `rows` to the numbers of the rows with a value in one

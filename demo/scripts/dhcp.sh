@@ -29,7 +29,7 @@ check_range()
   if ! in_network "${orv[dh_last]}"; then
     orv_error dh_last 'Enter an address of the network above'
   elif ((REPLY < first)); then
-    orv_error dh_last 'The last address must not stand before the first'
+    orv_error dh_last 'The last address must not be before the first'
   elif ((own >= first && own <= REPLY)); then
     orv_error dh_first \
       "The device's own address must not be among those given away"
@@ -46,8 +46,8 @@ once()
   seen[$key]=$(($2 + 1))
 }
 
-# The page has checked the fields of an ordinary request; rows behind a gap
-# reach us unchecked, so formats are looked at once more.
+# The page has checked the fields of an ordinary request; rows after a gap
+# arrive unchecked, so formats are checked again.
 check_row()
 {
   local name=${orv[ls_name$1]} mac=${orv[ls_mac$1]}

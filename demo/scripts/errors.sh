@@ -1,18 +1,18 @@
 #!/bin/bash
-# Every way in which a form can fail, to be looked at.  Nothing is stored.
+# Shows every way in which a form can fail.  Nothing is stored.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(er_kind er_word er_number er_late)
 
 if [[ $1 == --read ]]; then
-  # Nothing need be changed here before something goes wrong.
+  # Submit must work without a change.
   printf '%s\n' 'always_submit="True"' 'er_kind="none"' 'er_word="One"' \
     'er_number="5"' 'er_late="7"' 'er_item0="Cable"' 'er_count0="2"' \
     'er_item1="Plug"' 'er_count1="4"'
   exit
 fi
 
-# What goes wrong before anything is saved.
+# Errors before anything is saved.
 check_kind()
 {
   case ${orv[er_kind]} in
@@ -22,8 +22,8 @@ check_kind()
       orv_error er_kind 'A list can have a message, too'
       ;;
     page) orv_msg 'This message belongs to the whole page.' ;;
-    column) orv_error er_count 'This message is about the whole column' ;;
-    cell) orv_error er_count 'This message is about the second row' 1 ;;
+    column) orv_error er_count 'This message is for the whole column' ;;
+    cell) orv_error er_count 'This message is for the second row' 1 ;;
     hidden) orv_error er_late 'This field shows in the expert view only' ;;
     fatal) orv_fatal 'This page cannot go on; only Home is of use now.' ;;
     check) exit 1 ;;

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Firewall rules: a table whose rows have an order.  The column "No." says it:
+# Firewall rules: a table whose rows have an order, given by the column "No.":
 # the rows are sorted by it when they are stored, and shown as 10, 20, 30, so
 # that a new one can be put between two others.
 . "${BASH_SOURCE%/*}/lib.sh"
@@ -28,8 +28,8 @@ is_source()
   ip_number "${1%%/*}" && { [[ $1 != */* ]] || orv_one_of "${1#*/}" {0..32}; }
 }
 
-# The page has checked the fields of an ordinary request; rows behind a gap
-# reach us unchecked, so formats are looked at once more.
+# The page has checked the fields of an ordinary request; rows after a gap
+# arrive unchecked, so formats are checked again.
 check_row()
 {
   local proto=${orv[fr_proto$1]} port=${orv[fr_port$1]}

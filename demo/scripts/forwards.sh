@@ -17,8 +17,8 @@ fi
 
 MAX_ROWS=32
 
-# The page has checked the fields of an ordinary request; rows behind a gap
-# reach us unchecked, so formats are looked at once more.
+# The page has checked the fields of an ordinary request; rows after a gap
+# arrive unchecked, so formats are checked again.
 check_row()
 {
   local i=$1 proto key

@@ -1,4 +1,4 @@
 #!/bin/bash
-# The last saves, which the store remembers; the page Log has the device's own.
+# The last saves, from the store; the page Log shows the device's own log.
 . "${BASH_SOURCE%/*}/lib.sh"
 [[ $1 != --read ]] || orv_history 40

@@ -1,13 +1,13 @@
 # shellcheck shell=bash
-# What the scripts of this device share beside orv.bash: its ports, its log, and
-# what they have to know of addresses.
+# Shared by the scripts of this device: its ports, its log, and functions for
+# addresses.
 #
-# Each script ends in the same way: all values are judged, by the check script
+# Each script ends in the same way: all values are checked, by the check script
 # for the user and once more by the write script, which holds the lock, since
-# another save may have come between the two.
+# another save can happen between the two.
 . "${BASH_SOURCE[0]%/*}/orv.bash"
 
-# The sockets of the device's case, and what is printed beside them.
+# The device's ports, as printed on its case.
 # shellcheck disable=SC2034  # read by the scripts of the ports
 PORTS=(wan lan1 lan2 lan3)
 # shellcheck disable=SC2034
@@ -15,14 +15,14 @@ declare -A PORT_LABEL=([wan]=WAN [lan1]='LAN 1' [lan2]='LAN 2' [lan3]='LAN 3')
 
 LOG=${ORV_STATE%/*}/log # beside the settings, which it is none of
 
-# The shell reads a script as it goes: what follows costs a shown page nothing.
+# The shell reads a script as it runs: the rest costs a shown page nothing.
 if [[ $1 == --read ]]; then
   return
 elif [[ $1 == --write ]]; then
   orv_lock # before anything is loaded
 fi
 
-# The log's lines: when it has grown to the first, the second are left.
+# The log's lines: at the first number it is cut to the second.
 LOG_MAX=200
 LOG_KEPT=100
 
@@ -44,13 +44,13 @@ note_by_user()
   note "$1${user:+ ($user)}"
 }
 
-# What nobody kept has gone back; this runs behind the page.
+# Called in the background when a change went back.
 orv_went_back()
 {
   note 'Nobody kept the change: the old settings are back'
 }
 
-# note TEXT...: lines more in the device's log.  It never makes a page fail.
+# note TEXT...: appends lines to the device's log.  It never makes a page fail.
 note()
 {
   local when lines=() new=$LOG.new.$$
@@ -80,7 +80,7 @@ ip_number()
     BASH_REMATCH[3] << 8 | BASH_REMATCH[4]))
 }
 
-# check_network NAME: judges the field NAME, an address with the size of its
+# check_network NAME: checks the field NAME, an address with the size of its
 # network, and sets the numbers `own`, `network` and `broadcast`.
 check_network()
 {
@@ -89,7 +89,7 @@ check_network()
   if [[ -z $value ]]; then
     orv_error "$1" 'Enter the address, for example 192.168.1.20/24'
   elif ! ip_number "${value%%/*}"; then
-    orv_error "$1" 'This is no address. Enter one such as 192.168.1.20/24'
+    orv_error "$1" 'This is not an address. Enter one such as 192.168.1.20/24'
   elif [[ $value != */* ]]; then
     orv_error "$1" 'Add the size of the network, for example /24'
   elif ! orv_one_of "$bits" {1..30}; then

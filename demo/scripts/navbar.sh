@@ -1,8 +1,8 @@
 #!/bin/sh
-# The navigation bar of the form $1: the forms of its group.  The page puts
-# "Configuration" in front, which leads to all of them; five more have room.
-# While a change waits to be kept, the way to it comes first, and the last of
-# them gives way.  This runs for every page, so it starts nothing.
+# The navigation bar of the form $1: the forms of its group.  The page begins
+# with "Configuration", which leads to all of them; five more fit.  While a
+# change waits to be kept, the link to it comes first, and the last entry is
+# dropped.  This runs for every page, so it starts no program.
 . "${0%/*}/orv_navbar.sh"
 case $1 in
   network | interfaces | wireless | dhcp)

@@ -30,13 +30,13 @@ if [[ $1 == --read ]]; then
   exit
 fi
 
-# Seconds in which somebody must keep a new address.
+# Seconds within which a new address must be kept.
 PATIENCE=120
 
 asked=0
 
-# ask KIND: fields that the page did not draw yet were not left out by anybody,
-# so they are asked for without a word of error.
+# ask KIND: the user could not fill in fields that were not drawn yet, so they
+# are requested without an error.
 ask()
 {
   asked=1
@@ -53,7 +53,7 @@ check_ip4()
     return
   fi
   if ! ip_number "${orv[gateway]}"; then
-    orv_error gateway 'This is no address. Enter one such as 192.168.1.1'
+    orv_error gateway 'This is not an address. Enter one such as 192.168.1.1'
   elif ((REPLY == own)); then
     orv_error gateway 'The gateway must be another device than this one'
   elif ! in_network "${orv[gateway]}"; then
@@ -61,7 +61,7 @@ check_ip4()
   fi
 }
 
-# ip6_digits ADDRESS: in REPLY, the IPv6 address as 32 hexadecimal digits.
+# ip6_digits ADDRESS: sets REPLY to the IPv6 address as 32 hexadecimal digits.
 ip6_digits()
 {
   local text=${1,,} left right group groups=() more=()
@@ -74,7 +74,7 @@ ip6_digits()
   if [[ $text == *::* ]]; then
     right=${text#*::}
     IFS=: read -ra more <<<"$right"
-    # The two colons stand for one group of zeros at least.
+    # The two colons stand for at least one group of zeros.
     groups+=(0)
     while ((${#groups[@]} + ${#more[@]} < 8)); do
       groups+=(0)
@@ -112,7 +112,7 @@ check_ip6()
     return
   elif ! ip6_digits "${value%%/*}"; then
     orv_error ip6_address \
-      'This is no address. Enter one such as 2001:db8::20/64'
+      'This is not an address. Enter one such as 2001:db8::20/64'
     return
   elif [[ $value != */* ]] || ! orv_one_of "$bits" {8..127}; then
     orv_error ip6_address \
@@ -125,7 +125,7 @@ check_ip6()
   elif [[ -z ${orv[ip6_gateway]} ]]; then
     return
   elif ! ip6_digits "${orv[ip6_gateway]}"; then
-    orv_error ip6_gateway 'This is no address. Enter one such as fe80::1'
+    orv_error ip6_gateway 'This is not an address. Enter one such as fe80::1'
   elif [[ $REPLY == "$address" ]]; then
     orv_error ip6_gateway 'The gateway must be another device than this one'
   elif [[ $REPLY != fe[89ab]* ]] && ! same_start "$REPLY" "$address" "$bits"
@@ -155,7 +155,7 @@ if ((asked)); then
   alone=$((!orv_failed))
   orv_error ask 'Now fill in the static address below, then press Submit again.'
   if ((alone)); then
-    orv_msg ' ' # the page's own message would call it an error
+    orv_msg ' ' # replaces the page's own message about an error
   fi
 fi
 orv_end
@@ -163,8 +163,9 @@ if [[ $1 != --write ]]; then
   exit
 fi
 
-# A wrong address must not lock anybody out: the change goes back unless somebody
-# keeps it in time.  This demo has no address to change, so no command follows.
+# A wrong address must not lock anybody out: the change goes back unless
+# somebody keeps it in time.  This demo has no address to change, so it passes
+# no command.
 moved=0
 for name in static_ip ip_address ip6_mode ip6_address; do
   if [[ ${orv[$name]} != "${orv_was[$name]}" ]]; then

@@ -38,7 +38,7 @@ other_port_on()
 orv_read "${NAMES[@]}"
 orv_stamp
 orv_tick port_on port_pause
-# Checks see no expert view: a blank field there reaches us unnoticed.
+# During checks the expert view is off: a blank field there was not reported.
 if [[ -z ${orv[port_mtu]} ]]; then
   orv_error port_mtu 'Enter a number from 576 to 9000, usually 1500'
 fi

@@ -1,7 +1,7 @@
 #!/bin/bash
-# Restart, which this demo only pretends, and the settings as shipped.
+# Restart, which this demo only simulates, and the settings as shipped.
 #
-# There is nothing to change on this page, so it asks to be submitted always:
+# There is nothing to change on this page, so it reports always_submit:
 # without that, the check of the box below would never run.
 . "${BASH_SOURCE%/*}/lib.sh"
 
@@ -14,7 +14,7 @@ fi
 orv_read rb_what rb_sure
 orv_tick rb_sure
 if [[ ${orv[rb_sure]} == False ]]; then
-  orv_error rb_sure 'Tick this box if you mean it'
+  orv_error rb_sure 'Tick this box to confirm'
 elif ! orv_one_of "${orv[rb_what]}" restart shipped; then
   orv_error rb_what 'Choose what to do'
 fi

@@ -1,5 +1,5 @@
 #!/bin/bash
-# What the device offers to others, and whom it tells what happens.
+# What the device offers to others, and who is notified of events.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(ssh_on ssh_port ssh_key_only mdns_on alert_on alert_mail log_level
@@ -20,7 +20,7 @@ orv_tick "${BOXES[@]}"
 if [[ ${orv[alert_on]} == True && -z ${orv[alert_mail]} ]]; then
   orv_error alert_mail 'Enter a mail address, or switch the alerts off'
 fi
-# Checks see no expert view: a blank field there reaches us unnoticed.
+# During checks the expert view is off: a blank field there was not reported.
 if [[ -z ${orv[ssh_port]} ]]; then
   orv_error ssh_port 'Enter a number from 1 to 65535, usually 22'
 fi

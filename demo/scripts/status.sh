@@ -1,10 +1,10 @@
 #!/bin/bash
-# Facts of the machine that this runs on, read from /proc and /sys.
+# Values of the machine that this runs on, read from /proc and /sys.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 MAX_INTERFACES=8
 
-# size BYTES: in REPLY, for people.
+# size BYTES: sets REPLY to a readable size.
 size()
 {
   local n=$1 unit
@@ -53,8 +53,8 @@ read_memory()
   orv[st_memory]="$((free / 1024)) MB free of $((total / 1024)) MB"
 }
 
-# The first router that leads everywhere; its address stands there as a number
-# in the machine's own order of bytes.
+# The first default route; the file has its address as a number
+# in the machine's byte order.
 read_gateway()
 {
   local interface target router
@@ -94,7 +94,7 @@ read_traffic()
 orv_load name
 orv_load system
 orv_load reboot
-# What a machine does not tell stays blank: its message must not reach the page.
+# Values that the machine does not have stay blank, without an error message.
 {
   read_clock
   read_uptime

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Where the device stands, and its clock.
+# The place of the device, and its clock.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(place contact time_zone ntp_on ntp_server ntp_server2 ntp_hours
@@ -49,12 +49,12 @@ check_system()
     ${orv[ntp_server],,} == "${orv[ntp_server2],,}" ]]; then
     orv_error ntp_server2 'Enter another server than the first, or none'
   fi
-  # Checks see no expert view: a blank field there reaches us unnoticed.
+  # During checks the expert view is off: a blank field there was not reported.
   if [[ -z ${orv[ntp_hours]} ]]; then
     orv_error ntp_hours 'Enter a number from 1 to 168, usually 12'
   fi
   if [[ ${orv[ntp_answer]} == True && ${orv[ntp_on]} == False ]]; then
-    orv_error ntp_answer 'A device whose clock nobody sets cannot tell the time'
+    orv_error ntp_answer 'To serve the time, the device must set its own clock'
   fi
   # The page does not compare a dynamic list's value with its entries.
   if ! orv_one_of "${orv[time_zone]}" "${ZONES[@]%% *}"; then

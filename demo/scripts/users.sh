@@ -1,13 +1,13 @@
 #!/bin/bash
 # Who may use these pages: a table of names and roles.
 #
-# What a password becomes is kept in a file of its own, which no page is told: a
-# random salt and the SHA-512 of salt and password.  That tool is on every device
-# and keeps what was typed out of the file; where a slow hash (what crypt makes)
-# is at hand, it belongs here instead.  A password belongs to a name, not to a
-# row: rows move when others are deleted.  The shipped users have passwords that
-# nobody knows: they were made at random and thrown away.  A backup (orvctl dump
-# --secrets) holds what is kept, and gives it back.
+# The password hashes are in a separate file and never reported to a page: a
+# random salt and the SHA-512 of salt and password.  That tool is on every
+# device and keeps what was typed out of the file; where a slow hash (what crypt
+# makes) is at hand, it belongs here instead.  A password belongs to a name, not
+# to a row: rows move when others are deleted.  The shipped users have passwords
+# that nobody knows: random ones that were discarded.  A backup (orvctl dump
+# --secrets) contains the hashes, and restores them.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 COLUMNS=(us_name us_role us_off)
@@ -31,8 +31,8 @@ fi
 MAX_ROWS=20
 HASH='[0-9a-f-]{36}:[0-9a-f]{128}' # what hash_password makes
 
-# The page has checked the fields of an ordinary request; rows behind a gap
-# reach us unchecked, so formats are looked at once more.
+# The page has checked the fields of an ordinary request; rows after a gap
+# arrive unchecked, so formats are checked again.
 check_row()
 {
   local name=${orv[us_name$1]} password=${orv[us_password$1]}
@@ -56,18 +56,18 @@ check_row()
   fi
 }
 
-# hash_password PASSWORD: in REPLY, salt and hash.
+# hash_password PASSWORD: sets REPLY to salt and hash.
 hash_password()
 {
   local salt hash
   read -r salt </proc/sys/kernel/random/uuid
-  # The password goes by a pipe: everybody may see a command's arguments.
+  # Through a pipe, since everybody can see a command's arguments.
   read -r hash _ < <(printf '%s' "$salt$1" | sha512sum)
   REPLY=$salt:$hash
   [[ ${#hash} == 128 && -n $salt ]]
 }
 
-# hash_all: in `keys`, the names of the hashes of the users in the table.
+# hash_all: sets `keys` to the names of the hashes of the users in the table.
 hash_all()
 {
   local row name
@@ -95,7 +95,7 @@ for row in "${rows[@]}"; do
   check_row "$row"
 done
 if ((!orv_failed && admins == 0)); then
-  orv_error us_role 'One administrator must stay, or nobody could set anything'
+  orv_error us_role 'One administrator must stay, or nobody can change anything'
 elif ((${#rows[@]} > MAX_ROWS)); then
   orv_msg "Nothing was saved yet: the device keeps $MAX_ROWS users."
 fi

@@ -37,7 +37,7 @@ check_wireless()
     orv_error wl_passphrase \
       'No passphrase is stored yet. Enter one of 8 to 63 characters'
   fi
-  # What belongs together is told at both fields: either may be the wrong one.
+  # An inconsistency is reported at both fields: either may be the wrong one.
   case ${orv[wl_band]}/${orv[wl_channel]} in
     */auto | 2/1 | 2/6 | 2/11 | 5/36 | 5/40 | 5/44 | 5/48) ;;
     both/*) orv_error wl_channel 'With both bands only Automatic is possible' ;;

@@ -3,7 +3,7 @@ read_script empty.sh
 navbar_script navbar.sh $F$
 body
 error $E$
-# A write script may have more to say.
+# A write script can report a text of its own.
 if $V:saved_title$
 heading $V:saved_title$
 endif
@@ -12,7 +12,7 @@ text $V:saved_note$
 else
 text Your changes are saved. The device uses them from now on. $V:after_save$
 endif
-# This change, or one before it, goes back unless somebody keeps it.
+# This change, or an earlier one, goes back unless somebody keeps it.
 if $V:saved_pending$
 text $B$$V:saved_pending$$R$
 if $V:saved_address$
@@ -23,7 +23,7 @@ endif
 fmenu
 choice confirm Keep the change?
 endif
-# Each value ends its own line.
+# Each value ends in a line break.
 if $V:saved_change0$
 heading2 What changed
 text $V:saved_change0$$V:saved_change1$$V:saved_change2$$V:saved_change3$

@@ -11,12 +11,12 @@ label Own address
 prompt Address and network size, for example 192.168.1.1/24
 check text
 check_msg dh_address Enter the address, for example 192.168.1.1/24
-help The address under which your own devices find this one. They lose it for a
+help Your own devices find this one at this address. They lose contact for a
   moment when it changes, and so do you.
 checkbox dh_on
 label Address server
 rlabel On
-help There must be one address server in a network, and not two.
+help A network must have exactly one address server.
 field dh_first 16
 label First address
 check nullok ipaddr ipv4
@@ -35,15 +35,15 @@ help A short time suits a place where many devices come and go.
 if $X$
 field dh_domain 30
 label Domain
-prompt Told to the devices, for example home.example.org; may stay blank
+prompt Sent to the devices, for example home.example.org; may stay blank
 check nullok ipaddr hostname
 check_msg dh_domain Enter a name such as home.example.org, or leave it blank
 field dh_dns 30
 label Name server
-prompt Told to the devices; blank means this device
+prompt Sent to the devices; blank means this device
 check nullok ipaddr ipv4
 check_msg dh_dns Enter an address such as 9.9.9.9, or leave it blank
-# A message for a field that is not shown must be seen all the same.
+# A message for a field that is not shown must still be visible.
 else
 if $E:dh_domain$
 error Domain (press Expert to see it): $E:dh_domain$
@@ -56,8 +56,8 @@ endif
 heading2 Always the same address
 text These devices always get the same address. To add one, fill in the last row
   and press Submit. To remove one, tick Delete in its row and press Submit twice.
-help The hardware address stands on the device or in its settings. An address in
-  this table may lie inside the range above or outside of it.
+help The hardware address is on the device or in its settings. An address in
+  this table may be inside or outside the range above.
 table leases 3
 field ls_name 16
 label Name

@@ -5,5 +5,5 @@ navbar_script navbar.sh $F$
 body
 error $E$
 text You changed something on the last page and have not saved it.
-  $L$$B$Return to changes$R$ brings that page back with all you typed.
-  $L$$B$Discard changes$R$ forgets what you typed. The device stays as it is.
+  $L$$B$Return to changes$R$ shows that page again with all you typed.
+  $L$$B$Discard changes$R$ drops what you typed. The device stays as it is.

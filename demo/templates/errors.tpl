@@ -4,13 +4,13 @@ help_mode
 expert_mode
 body
 error $E$
-text For authors of forms: choose what shall go wrong and press Submit. Nothing
+text For authors of forms: choose an error and press Submit. Nothing
   here is ever stored.
-help Three judge what was typed, one after the other: the checks of the template,
+help Your input is checked in three steps: by the checks of the template,
   which name a field's kind; the form's check script, which sees all fields
   together; and its write script, which may find the storage full.
 
-heading2 What the scripts say
+heading2 Messages of the scripts
 select er_kind
 label What goes wrong
 choice none Nothing
@@ -20,15 +20,15 @@ choice page A message for the whole page
 choice column A message for a column of a table
 choice cell A message for one cell of a table
 choice hidden A message for a field of the expert view
-choice fatal A message after which nothing works
+choice fatal A message that makes the form unusable
 choice check The check script fails
 choice write The write script fails
-choice full The write script finds no room
-choice killed The whole page, as the check script is killed
-choice nonsense The whole page, as the check script talks nonsense
+choice full The write script finds the storage full
+choice killed The whole page: the check script is killed
+choice nonsense The whole page: the check script prints nonsense
 choice slow Nothing, but it takes four seconds
 
-heading2 What the checks say
+heading2 Messages of the checks
 text These fields have no messages of their own, so the checks use theirs.
 field er_word 20
 label A word
@@ -43,7 +43,7 @@ field er_late 6
 label Another number
 prompt Try 0x10 or 1000; 1 to 100 is right
 check number 1 100
-# A message for a field that is not shown must be seen all the same.
+# A message for a field that is not shown must still be visible.
 else
 if $E:er_late$
 error Another number (press Expert to see it): $E:er_late$

@@ -4,23 +4,23 @@ help_mode
 expert_mode
 body
 error $E$
-text What may come in. The first rule that fits decides, from the lowest number to
-  the highest.
+text What may come in. The first matching rule decides, beginning with the lowest
+  number.
 
 select fr_policy
-label All the rest
+label Everything else
 choice drop Drop it without an answer
 choice reject Refuse it
 choice allow Let it pass
-prompt What happens when no rule fits
-help What your own devices asked for always comes in: it needs no rule.
+prompt What happens when no rule matches
+help Answers to your own devices always come in: they need no rule.
 checkbox fr_ping
 label Ping
 rlabel Answer pings from the Internet
 if $X$
 checkbox fr_log
 label Log
-rlabel Write down what was dropped or refused
+rlabel Log what was dropped or refused
 endif
 
 heading2 Rules
@@ -33,10 +33,10 @@ help $B$No.$R$ is the order. With 15 a rule moves between the rules 10 and 20;
   your own devices.
   $L$$B$Source$R$ is an address such as 203.0.113.7, or a network such as
   203.0.113.0/24. Blank means everybody.
-  $L$$B$Port$R$ is the port of this device that is asked for. Blank means all.
+  $L$$B$Port$R$ is the port of this device that is called. Blank means all.
   $L$A rule needs a number, a source or a port.
 
-# Every text may be blank here, since a row is dropped when all its texts are.
+# Every text may be blank here: a row is deleted when all its texts are blank.
 table rules 7
 field fr_pos 3
 label No.

@@ -12,8 +12,8 @@ help $B$Paused$R$ keeps a row without using it.
   $L$$B$Its port$R$ may stay blank when it is the same as the outside port.
   $L$To add several rows, submit one after the other.
 
-# Every text may be blank here, since a row is dropped when all its texts are;
-# the check script asks for what a row in use lacks.
+# Every text may be blank here: a row is deleted when all its texts are blank;
+# the check script requires what a row in use lacks.
 table forwards 6
 checkbox fw_off
 label Paused

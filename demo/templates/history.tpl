@@ -3,11 +3,11 @@ navbar_script navbar.sh $F$
 help_mode
 body
 error $E$
-text The last saves: who changed what, and when; the newest first.
-help A change that nobody kept in time stands here, too. The command
+text The last saves: who changed what, and when; newest first.
+help A change that nobody kept in time is listed, too. The command
   $B$orvctl restore$R$ brings the settings before a save back.
 
-# Each value ends its own line.
+# Each value ends in a line break.
 if $V:history0$
 text $V:history0$$V:history1$$V:history2$$V:history3$$V:history4$
   $V:history5$$V:history6$$V:history7$$V:history8$$V:history9$
@@ -18,5 +18,5 @@ text $V:history0$$V:history1$$V:history2$$V:history3$$V:history4$
   $V:history30$$V:history31$$V:history32$$V:history33$$V:history34$
   $V:history35$$V:history36$$V:history37$$V:history38$$V:history39$
 else
-text Nothing was changed so far.
+text Nothing has been changed so far.
 endif

@@ -3,11 +3,11 @@ navbar_script navbar.sh $F$
 help_mode
 body
 error $E$
-text What was changed on this device, and when; the newest first.
-help The page $B$Services$R$ says how much is written down, and whether another
+text What was changed on this device, and when; newest first.
+help The page $B$Services$R$ sets how much is logged, and whether another
   device gets it, too.
 
-# Each value ends its own line.
+# Each value ends in a line break.
 if $V:log0$
 text $V:log0$$V:log1$$V:log2$$V:log3$$V:log4$
   $V:log5$$V:log6$$V:log7$$V:log8$$V:log9$
@@ -20,7 +20,7 @@ text $V:log0$$V:log1$$V:log2$$V:log3$$V:log4$
 
 checkbox log_empty
 label Empty the log
-rlabel Forget all of this
+rlabel Delete all entries
 help Somebody who has to find a fault later may miss it.
 else
 text Nothing has happened so far.

@@ -4,8 +4,8 @@ help_mode
 body
 error $E$
 if $V:login_user$
-text The password that these pages ask $B$$V:login_user$$R$ for.
-help Everybody who knows the password can set everything here. Choose one that you
+text The password of $B$$V:login_user$$R$ for these pages.
+help Anyone who knows the password can change everything. Choose one that you
   use nowhere else. Nobody can tell you the one in use: who has lost it puts back
   the settings as shipped at the device.
 field old_password 40

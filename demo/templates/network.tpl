@@ -4,23 +4,23 @@ help_mode
 expert_mode
 body
 error $E$
-# Fields that nobody has seen yet are asked for, and no error is told.
+# Fields that the page has not shown yet are requested without an error.
 if $E:ask$
 text $B$$E:ask$$R$
 endif
-text How the device is called and how it is found in your network.
+text The device's name, and how it is found in your network.
 
 field host_name 24
 label Device name
 prompt For example gateway-1
 check regex ^[A-Za-z0-9]([A-Za-z0-9-]{0,61}[A-Za-z0-9])?$
 check_msg host_name Use letters, digits and hyphens, 63 at most, no blanks
-help A short name, by which others in your network find the device. A hyphen may
-  stand inside it, not at its ends.
+help A short name by which others in your network find the device. A hyphen may
+  be inside it, but not at its ends.
 
 heading2 Internet address (IPv4)
-# The condition below is decided when a page is drawn: at once where browsers run
-# scripts, elsewhere with the next press of any button.
+# The condition below is evaluated when a page is drawn: at once in a browser
+# with JavaScript, otherwise when a button is pressed.
 select static_ip
 label Address
 choice no Automatic (DHCP)
@@ -47,7 +47,7 @@ field gateway 20
 label Gateway
 prompt The router's address, for example 192.168.1.1
 check nullok text
-help Leave it blank if the device needs no way to the Internet. Otherwise it
+help Leave it blank if the device needs no Internet access. Otherwise it
   must be in the same network as the address above.
 else
 error $E:ip_address$ $E:gateway$
@@ -60,7 +60,7 @@ label IPv6
 choice no Automatic
 choice yes Static, set by hand
 choice off Off
-help Automatic takes what the network offers, and nothing where it offers none.
+help Automatic uses the address that the network offers, if any.
 if $V:ip6_mode$
 field ip6_address 40
 label Static IPv6 address
@@ -87,17 +87,17 @@ check_msg dns1 Enter an address such as 9.9.9.9, or leave it blank
 help A name server turns names such as example.org into addresses.
 field dns2 40
 label Second name server
-prompt Asked when the first does not answer; may stay blank
+prompt Used when the first does not answer; may stay blank
 check nullok ipaddr ipv4 ipv6
 check_msg dns2 Enter an address such as 9.9.9.9, or leave it blank
 # $X$ is true in the expert view, which the button Expert switches on.
 if $X$
 field dns_search 30
 label Search domain
-prompt Tried behind short names, for example example.org; may stay blank
+prompt Appended to short names, for example example.org; may stay blank
 check nullok ipaddr hostname
 check_msg dns_search Enter a name such as example.org, or leave it blank
-# A message for a field that is not shown must be seen all the same.
+# A message for a field that is not shown must still be visible.
 else
 if $E:dns_search$
 error Search domain (press Expert to see it): $E:dns_search$

@@ -6,7 +6,7 @@ body
 error $E$
 # A link may name a port that does not exist; then there is nothing to fill in.
 if $V:port_label$
-text What is plugged in here, and how fast it talks.
+text What is plugged in here, and at what speed.
 
 checkbox port_on
 label Port
@@ -25,8 +25,8 @@ choice auto Automatic
 choice 1000 1000 Mbit/s
 choice 100 100 Mbit/s
 choice 10 10 Mbit/s
-help Automatic fits nearly always. Choose a fixed speed only if the other end
-  is fixed, too: both ends must be the same.
+help Automatic is nearly always right. Choose a fixed speed only if the other
+  end is fixed, too: both ends must be the same.
 
 field port_vlan 6
 label VLAN
@@ -48,8 +48,8 @@ help Every device of a network must use the same number (its MTU).
 
 checkbox port_pause
 label Flow control
-rlabel Other end may pause us
-# A message for a field that is not shown must be seen all the same.
+rlabel The other end may pause this port
+# A message for a field that is not shown must still be visible.
 else
 if $E:port_mtu$
 error Largest packet (press Expert to see it): $E:port_mtu$

@@ -4,13 +4,13 @@ help_mode
 expert_mode
 body
 error $E$
-text What the device offers in your network, and whom it tells what happens.
+text What the device offers in your network, and who is notified of events.
 
 heading2 Remote access
 checkbox ssh_on
 label SSH login
 rlabel On
-help For administrators who work on a command line. Leave it off if you do
+help For administrators who use a command line. Leave it off if you do
   not know it.
 if $X$
 field ssh_port 6
@@ -21,7 +21,7 @@ check_msg ssh_port Enter a number from 1 to 65535, usually 22
 checkbox ssh_key_only
 label SSH keys
 rlabel Refuse passwords
-# A message for a field that is not shown must be seen all the same.
+# A message for a field that is not shown must still be visible.
 else
 if $E:ssh_port$
 error SSH port (press Expert to see it): $E:ssh_port$
@@ -44,12 +44,12 @@ check_msg alert_mail Enter an address such as anna@example.org
 
 heading2 Log
 select log_level
-label Write down
+label Log level
 choice error Errors only
 choice warning Errors and warnings
-choice info The usual events
+choice info Normal events
 choice debug Everything (slow)
-help More detail helps to find a fault and fills the log sooner.
+help More detail helps to find problems, but fills the log sooner.
 if $X$
 field log_server 30
 label Log server

@@ -4,10 +4,10 @@ navbar_script navbar.sh $F$
 help_mode
 body
 error $E$
-text How the device is doing right now: a $N:SYSTEM_TYPE$ with hardware
+text The current state of the device: a $N:SYSTEM_TYPE$ with hardware
   $N:HW_VERSION$ and software $N:SW_VERSION$. Choose Status above to look again,
   if the page does not do so by itself.
-help These are the facts of the machine that the demo runs on.
+help These are the values of the machine that the demo runs on.
   $L$$B$Load$R$ is the number of tasks that want to run. It should stay below
   the number of the machine's processors.
 
@@ -24,7 +24,7 @@ fixed st_uptime 40
 label Running for
 if $V:rb_last$
 fixed rb_last 40
-label Restart pretended
+label Last simulated restart
 endif
 
 heading2 Health
@@ -36,7 +36,7 @@ fixed st_kernel 40
 label Kernel
 if $V:st_gateway$
 fixed st_gateway 40
-label Way out
+label Route to the Internet
 endif
 
 heading2 Traffic since it was started

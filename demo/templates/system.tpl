@@ -34,7 +34,7 @@ check nullok ipaddr ipv4 ipv6 hostname
 check_msg ntp_server Enter a name such as pool.ntp.org or an address
 field ntp_server2 30
 label Second time server
-prompt Asked when the first does not answer; may stay blank
+prompt Used when the first does not answer; may stay blank
 check nullok ipaddr ipv4 ipv6 hostname
 check_msg ntp_server2 Enter a name or an address, or leave it blank
 if $X$
@@ -47,7 +47,7 @@ check_msg ntp_hours Enter a number from 1 to 168, usually 12
 checkbox ntp_answer
 label Tell others
 rlabel Answer when others in this network ask for the time
-# A message for a field that is not shown must be seen all the same.
+# A message for a field that is not shown must still be visible.
 else
 if $E:ntp_hours$
 error Ask again after (press Expert to see it): $E:ntp_hours$

@@ -5,14 +5,14 @@ body
 error $E$
 text Who may use these pages. To add somebody, fill in the last row and press
   Submit. To remove somebody, tick Delete in the row and press Submit twice.
-help $B$Role$R$: an administrator may set everything, an operator may restart
+help $B$Role$R$: an administrator may change everything, an operator may restart
   the device and see the log, a viewer may only look.
   $L$$B$New password$R$: leave it blank to keep the one that is stored, which no
   page shows. A new user needs one, and so does a user with a new name.
-  $L$$B$Locked out$R$ keeps a user who may not log in.
+  $L$$B$Locked out$R$ keeps the user, who cannot log in.
 
-# The texts may be blank here, since a row is dropped when both are; the check
-# script asks for what a row in use lacks.
+# The texts may be blank here: a row is deleted when both are blank; the check
+# script requires what a row in use lacks.
 table users 4
 field us_name 16
 label Name

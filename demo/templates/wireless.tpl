@@ -4,7 +4,7 @@ help_mode
 expert_mode
 body
 error $E$
-text The network that phones and computers find without a cable.
+text The wireless network for phones and computers.
 
 checkbox wl_on
 label Wireless
@@ -18,7 +18,7 @@ if $X$
 checkbox wl_hidden
 label Hidden
 rlabel Do not announce the name
-help A hidden name protects nothing: every device that knows it calls it out.
+help Hiding the name protects nothing: every device that knows it transmits it.
 endif
 
 heading2 Who may join
@@ -32,7 +32,7 @@ label Passphrase
 prompt $V:wl_hint$
 check nullok regex ^.{8,63}$
 check_msg wl_passphrase Use 8 to 63 letters, digits and signs, without " $ \ or `
-help Four words that have nothing to do with each other are easy to remember and
+help Four unrelated words are easy to remember and
   hard to guess.
 checkbox wl_apart
 label Guests
@@ -42,7 +42,7 @@ heading2 Radio
 select wl_band
 label Band
 choice both Both
-choice 2 2.4 GHz, farther
+choice 2 2.4 GHz, longer range
 choice 5 5 GHz, faster
 select wl_channel
 label Channel
@@ -54,7 +54,7 @@ choice 36 36 (5 GHz)
 choice 40 40 (5 GHz)
 choice 44 44 (5 GHz)
 choice 48 48 (5 GHz)
-help Automatic looks for the channel that the neighbours use least.
+help Automatic uses the channel that the neighbours use least.
 select wl_country
 label Country
 choice 00 Not chosen
@@ -63,17 +63,17 @@ choice FR France
 choice GB United Kingdom
 choice JP Japan
 choice US United States
-prompt The law of the country says how strong a sender may be
+prompt The law of the country limits the transmit power
 if $X$
 field wl_power 4
-label Sending power
+label Transmit power
 rlabel percent
 prompt 1 to 100, usually 100
 check decimal 1 100
 check_msg wl_power Enter a number from 1 to 100
-# A message for a field that is not shown must be seen all the same.
+# A message for a field that is not shown must still be visible.
 else
 if $E:wl_power$
-error Sending power (press Expert to see it): $E:wl_power$
+error Transmit power (press Expert to see it): $E:wl_power$
 endif
 endif

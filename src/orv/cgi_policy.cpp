@@ -249,10 +249,10 @@ const char *policy_field_fault(const policy_request *request, const char *name,
   const char *bare = name;
   orv_var **const list = orv_var_list(&bare);
   return
-    is(name, "form") && !form       ? "\"form\" is no name of a form" :
-    is(name, "return") && !form     ? "\"return\" is no name of a form" :
-    is(name, "continue") && !form   ? "\"continue\" is no name of a form" :
-    is(name, "subitem") && !subitem ? "\"subitem\" is no name of a sub-item" :
+    is(name, "form") && !form       ? "\"form\" is not a form name" :
+    is(name, "return") && !form     ? "\"return\" is not a form name" :
+    is(name, "continue") && !form   ? "\"continue\" is not a form name" :
+    is(name, "subitem") && !subitem ? "\"subitem\" is not a sub-item name" :
     list == &err_vars               ? "a field is a message" :
     list == &del_vars && !acts      ? "a deletion came without a page's state" :
     strchr(name, '=') != nullptr    ? "a field name holds \"=\"" :

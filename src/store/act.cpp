@@ -88,7 +88,7 @@ static bool cannot_ask(int error)
     return store_fault(UNUSED "too many actions are waiting");
   }
   errno = error;
-  return store_fault(UNUSED "nothing can be asked for in %.80s: %s",
+  return store_fault(UNUSED "nothing can be requested in %.80s: %s",
                      place("ORV_ACTS", ACTS_FOLDER), strerror(error));
 }
 
@@ -187,7 +187,7 @@ static bool ask_later(const char *name)
 static bool can_ask(const char *name)
 {
   if (!is_name(name)) {
-    return store_fault("%.50s is no name of an action", name);
+    return store_fault("%.50s is not a valid name of an action", name);
   }
   return act_exists(name) ||
          store_fault(UNUSED "this device has no action %s", name);
@@ -268,11 +268,11 @@ static bool judge_result(const char *name, const act_result *result)
     return true;
   }
   if (strcmp(result->state, "late") == 0) {
-    return store_fault(UNUSED "%s took too long and was ended", name);
+    return store_fault(UNUSED "%s took too long and was killed", name);
   }
   if (strcmp(result->state, "refused") == 0) {
-    return store_fault(UNUSED "%s is not run: others than root could change it",
-                       name);
+    return store_fault(
+        UNUSED "%s is not run: users other than root can change it", name);
   }
   const size_t line = strcspn(result->output, "\n");
   return store_fault(

@@ -322,7 +322,7 @@ bool stage_begin(store_stage *stage)
   char token[STORE_TOKEN_SIZE];
   *stage = {-1, "", next_number(), joined[0] != '\0'};
   if (is_over) {
-    return store_fault("Nothing was saved: what this belongs to has ended");
+    return store_fault("Nothing was saved: its transaction has ended");
   }
   if (stage->transaction) {
     snprintf(stage->name, sizeof stage->name, "%s", joined);

@@ -99,7 +99,7 @@ static bool become(const struct stat *file)
   }
   if (setgroups(1, &file->st_gid) != 0 || setgid(file->st_gid) != 0 ||
       setuid(file->st_uid) != 0) {
-    return store_fault_errno("Root cannot become the owner of the settings");
+    return store_fault_errno("Root cannot switch to the owner of the settings");
   }
   return true;
 }
@@ -257,7 +257,7 @@ char *store_read_file(int dir, const char *name, size_t *length)
   struct stat file;
   char *text = nullptr;
   if (fstat(fd, &file) != 0 || !S_ISREG(file.st_mode)) {
-    store_fault("The settings cannot be read: %s is no regular file", name);
+    store_fault("The settings cannot be read: %s is not a regular file", name);
   } else if (file.st_size > FILE_MAX) {
     store_fault("The settings cannot be read: %s is too large", name);
   } else {
@@ -330,7 +330,7 @@ char *store_migration(const char *name)
     return path;
   }
   if (errno != ENOENT && errno != ENOTDIR) {
-    store_fault_errno("The settings cannot be brought to their version");
+    store_fault_errno("The settings cannot be converted to their version");
   }
   free(path);
   return nullptr;

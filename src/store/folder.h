@@ -60,7 +60,7 @@ pid_t store_hold_lock(pid_t script);
 
 // Reads the file `name` of the folder `dir` whole: owned by the caller (free),
 // with a NUL byte behind it.  NULL without a fault when there is none, NULL
-// with a fault when it cannot be read, is no regular file or too large.
+// with a fault when it cannot be read, is not a regular file or too large.
 char *store_read_file(int dir, const char *name, size_t *length);
 
 // One of our folders within `dir`, not a link: its descriptor, or a stream of

@@ -332,8 +332,9 @@ static bool can_be_kept(const char *token)
                        "old settings are back.");
   }
   if (token != nullptr && !guard_is_pending(token)) {
-    return store_fault("Another change came meanwhile. Please open this page "
-                       "again, and look at it first.");
+    return store_fault(
+        "Another change was made meanwhile. Please open this page "
+        "again, and look at it first.");
   }
   if (!store_has(ARMED_FILE)) {
     return store_fault("The device does not use the change yet. Please try "

@@ -207,7 +207,7 @@ bool intake_is_clear(void)
   order_fields();
   for (size_t i = 1; i < count; i++) {
     if (strcmp(fields[i - 1].name, fields[i].name) == 0) {
-      return store_fault("The request says something twice.");
+      return store_fault("The request contains a name twice.");
     }
   }
   return true;

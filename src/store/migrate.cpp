@@ -100,7 +100,7 @@ static int open_input(const settings *old)
   if (got >= 0 && lseek(fd, 0, SEEK_SET) == 0) {
     return fd;
   }
-  store_fault_errno("the old settings cannot be handed on");
+  store_fault_errno("the old settings cannot be passed on");
   if (fd >= 0) {
     close(fd);
   }
@@ -158,8 +158,8 @@ static bool judge_status(int status)
     return true;
   }
   return WIFEXITED(status)
-             ? store_fault("it ended with status %d", WEXITSTATUS(status))
-             : store_fault("it was ended by signal %d", WTERMSIG(status));
+             ? store_fault("it exited with status %d", WEXITSTATUS(status))
+             : store_fault("it was killed by signal %d", WTERMSIG(status));
 }
 
 // What the program prints; owned by the caller, NULL with a fault.
@@ -219,7 +219,7 @@ static bool take_words(char *text, migration *one)
     if (tables == nullptr && secrets == nullptr &&
         (isalpha(static_cast<unsigned char>(line[0])) == 0 ||
          equals == nullptr || (blank != nullptr && blank < equals))) {
-      return store_fault("it printed a line that is no NAME=VALUE");
+      return store_fault("it printed a line that is not NAME=VALUE");
     }
   }
   return true;

@@ -45,24 +45,24 @@ static const char USAGE[] =
     "  load FILE...           print settings as lines NAME=VALUE\n"
     "  input PID|- FORM       take a page's values, then lock for PID\n"
     "  store HOLDER|- FORM [SUBITEM]\n"
-    "                         store what standard input orders\n"
+    "                         store the order on standard input\n"
     "  serve PID FORM [SUBITEM]\n"
     "                         the same for a script, as long as it runs\n"
-    "  arm TOKEN              the device uses the guarded change by now\n"
+    "  arm TOKEN              the device now uses the guarded change\n"
     "  confirm [TOKEN]        keep a guarded change that is in use\n"
-    "  pending                what waits to be kept\n"
-    "  watch TOKEN [--hold]   put a guarded change back that nobody kept\n"
-    "  expire                 put back what is overdue\n"
-    "  boot                   put back what nobody kept, end a save cut short\n"
-    "  migrate                bring settings to a new version of their forms\n"
-    "  history                the last saves, as they are kept\n"
+    "  pending                print the change that waits to be kept\n"
+    "  watch TOKEN [--hold]   revert a guarded change that nobody keeps\n"
+    "  expire                 revert overdue changes\n"
+    "  boot                   revert what nobody kept, clean up a save\n"
+    "  migrate                convert settings to new versions of their forms\n"
+    "  history                print the last saves, as stored\n"
     "  reset [FILE...]        settings as shipped, of all files or of these\n"
     "  wait FD                wait for the end of a transaction\n"
     "  act NAME [--wait SECONDS]\n"
-    "                         ask for an action, and wait for what it prints\n"
-    "  log                    lines of standard input to the system log\n"
+    "                         request an action, wait for its output\n"
+    "  log                    write lines of standard input to the system log\n"
     "\n"
-    "Exit status: 0 done, 1 not (standard output says why), 2 usage error.\n"
+    "Exit status: 0 success, 1 failure (reason on stdout), 2 usage error.\n"
     "orv-store(8) has the details.\n";
 
 // --- the lock ----------------------------------------------------------------
@@ -204,7 +204,7 @@ static bool read_at_once(char **names, settings *all)
     tries++;
   } while (!store_is_same_look(&before, &after) && tries < READ_TRIES);
   return store_is_same_look(&before, &after) ||
-         store_fault("The settings change all the time. Please try again");
+         store_fault("The settings keep changing. Please try again");
 }
 
 static bool load(char **names)
@@ -527,7 +527,7 @@ int main(int argc, char **argv)
     if (strcmp(row.name, argv[1]) == 0) {
       const int count = argc - 2;
       return count < row.least || count > row.most
-                 ? usage_error("wrong number of words behind", argv[1])
+                 ? usage_error("wrong number of arguments for", argv[1])
                  : run(&row, argv + 2);
     }
   }

@@ -213,7 +213,7 @@ static bool take_file(char **order)
   }
   *end = '\0';
   if (!store_is_name(name)) {
-    return store_fault("This is no name of a settings file.");
+    return store_fault("This is not a valid name of a settings file.");
   }
   if (file_count == FILES_MAX) {
     return store_fault("Nothing was saved: too many files at once");

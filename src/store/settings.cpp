@@ -219,7 +219,7 @@ bool settings_is_sound(const setting *one, bool is_secret)
     c++;
   }
   return *c == '\0' ||
-         store_fault("Nothing was saved: no value may hold one of "
+         store_fault("Nothing was saved: no value may contain one of "
                      "\" $ \\ `");
 }
 
@@ -437,7 +437,8 @@ bool settings_read_any(const char *name, settings *all)
   *all = {};
   settings_free(all);
   if (!store_is_name(name)) {
-    return store_fault("\"%.50s\" is no name of a settings file", name);
+    return store_fault("\"%.50s\" is not a valid name of a settings file",
+                       name);
   }
   return settings_imagine(name, store.fd >= 0 ? read_stored(name) : nullptr,
                           all);

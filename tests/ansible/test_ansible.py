@@ -190,9 +190,9 @@ def test_what_is_wanted_is_there_after_one_run_and_the_second_changes_nothing(de
     ({"forms": {"clock": {"server": "not a host"}}}, "server: Invalid address"),
     ({"forms": {"clock": {"serve": "a"}}}, "serve"),
     ({"forms": {"nothing": {"a": "b"}}}, "nothing"),
-    ({"forms": {"clock": {"server": "a\nform secret\nssid=x"}}}, "is one line of text"),
+    ({"forms": {"clock": {"server": "a\nform secret\nssid=x"}}}, "must be one line of text"),
     ({"forms": {"clock": {"server": "a\\x41"}}}, "not allowed"),  # no "aA"
-    ({"forms": {"clock": {"a=b": "x"}}}, "no name of a field"),
+    ({"forms": {"clock": {"a=b": "x"}}}, "not a valid name of a field"),
     ({"forms": ["clock"]}, "not a dictionary"),
     ({"froms": {}}, "unknown option"),
     ({"forms": {}, "reset": "all"}, "give one of"),

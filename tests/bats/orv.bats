@@ -86,7 +86,7 @@ port7=7
 port99=x
 0" && ! -e $ran ]]
   run -0 page 'orv_read a' < <(printf 'new_a="1"\nnew_A="2"\n')
-  [[ $output == 'error_msg="The request says something twice."' ]]
+  [[ $output == 'error_msg="The request contains a name twice."' ]]
   run -0 page 'orv_read port# box#; orv_rows port' <<<'new_port100="1"'
   [[ $output == 'error_msg="Nothing was saved: a table keeps 100 rows, and this one has more."' ]]
   run -0 page 'orv[b]=old; orv_read a b; orv_show b' <<<'new_b="x="y"'
@@ -260,7 +260,7 @@ u_saved_change9=""'*'log:Light: on -> off'* ]]
   REQUEST_METHOD=GET script 'orv_load net' </dev/null
   REQUEST_METHOD=GET ORV_POLICY=strict run -1 "$ORV_STORE" confirm "$before"
   run -1 "$ORV_STORE" confirm 1234
-  [[ $output == 'fault Another change came meanwhile'* ]]
+  [[ $output == 'fault Another change was made meanwhile'* ]]
   [[ $(<"$ORV_STATE/.pending/.token") == "$before" ]]
   REQUEST_METHOD=POST ORV_POLICY=strict "$ORV_STORE" confirm "$before"
   [[ ! -e $ORV_STATE/.pending ]] && script orv_guard_boot </dev/null

@@ -65,12 +65,12 @@ def test_a_face_outlives_updates_and_goes_without_a_trace(face):
 
 
 @pytest.mark.parametrize("name, text, told", [
-    ("brand.css", "p{background:url(https://example.org/x.png)}", "only pictures beside it are shown: 1:p{"),
-    ("brand.css", "\n@import 'x.css';", "only pictures beside it are shown: 2:@import"),
+    ("brand.css", "p{background:url(https://example.org/x.png)}", "only pictures beside it can be used: 1:p{"),
+    ("brand.css", "\n@import 'x.css';", "only pictures beside it can be used: 2:@import"),
     ("brand.css", "p{background:url( \"data:image/png;base64,AA==\")}", "only pictures beside it"),
     ("brand.css", "p{background:url('/etc/x.svg')}", "only pictures beside it"),
     ("brand.css", "/" * 65537, "has more than 65536 bytes"),
-    ("shipped.svg", "<svg/>", "www/css/shipped.svg is not the maker's"),
+    ("shipped.svg", "<svg/>", "www/css/shipped.svg is used already"),
 ])
 def test_what_no_page_could_show_is_refused_and_the_old_face_stays(face, name, text, told):
     (face.css / "shipped.svg").write_text("<svg>ours</svg>")

@@ -122,7 +122,7 @@ def test_a_change_is_kept_by_a_submit_of_its_page_and_by_no_other(device):
     assert "by somebody at 10.0.0.9, and" in page and "host: old -> new" in page
     save(device, "newer", "lan")
     refused = device.post(first, **OWN)  # it has not shown this change
-    assert refused.errors[0].startswith("Another change came meanwhile.")
+    assert refused.errors[0].startswith("Another change was made meanwhile.")
     kept = device.post(submit(device), **OWN)
     assert "The change is kept." in kept.texts("p", "plain") and not pending(device)
     assert not bar_leads_there(kept)

@@ -78,8 +78,8 @@ def test_a_new_password_takes_the_place_of_the_old(owned, tool):
         (OLD, "x" * 81, None, "Enter 10 to 80 letters, digits and signs"),
         (OLD, "pässwörter sind", None, "Enter 10 to 80 letters, digits and signs"),
         (OLD, "back`reboot`tick", None, "Enter 10 to 80 letters, digits and signs"),
-        (OLD, "my-ADMIN-word", None, "Choose one without the name admin in it"),
-        (OLD, NEW, NEW + "x", "This is not the same"), (OLD, NEW, "", "This is not the same"),
+        (OLD, "my-ADMIN-word", None, "It must not contain the name admin"),
+        (OLD, NEW, NEW + "x", "The two passwords differ"), (OLD, NEW, "", "The two passwords differ"),
     ]
     before = owned.login.read_bytes()
     for old, new, again, said in refused:
@@ -145,7 +145,7 @@ def test_the_settings_go_as_a_whole_and_the_login_if_that_is_asked_for(owned):
     for login in (False, True):
         assert owned.site.open("fields").press("Submit", name="Hall").title == "Saved"
         page = owned.site.open("reset").press("Submit", **({"reset_login": "True"} if login else {}))
-        assert page.errors[1:] == ["Tick this box if you mean it"] and (owned.state / "fields").exists()
+        assert page.errors[1:] == ["Tick this box to confirm"] and (owned.state / "fields").exists()
         page = owned.site.open("reset").press(
             "Submit", reset_sure="True", **({"reset_login": "True"} if login else {}))
         assert page.title == "Saved", page.errors

@@ -37,7 +37,8 @@ def test_every_example_works_under_a_name_of_its_own(tmp_path):
         assert changed == ({"templates/orvmenu.tpl"} if before else set())
         if before:
             assert {name for name in made if f"my-{example}" not in name} <= {
-                f"actions/{example}"} and f"scripts/my-{example}.1.sh" in made
+                f"actions/{example}", f"actions/{example}_login"
+            } and f"scripts/my-{example}.1.sh" in made
     # The old name stands nowhere where it means a form, a script or a file.
     names = "|".join(EXAMPLES)
     left = re.compile(rf"^(choice|open|imenu|expect (not )?(form|stored)) ({names})s?\b"
@@ -56,13 +57,13 @@ def test_every_example_works_under_a_name_of_its_own(tmp_path):
 
 
 @pytest.mark.parametrize("arguments, status, told", [
-    (("--form", "clock", "--like", "fields"), 1, "\" is there already; choose"),
-    (("--form", "x", "--like", "fields"), 1, "state/x\" is there already"),
-    (("--form", "../x", "--like", "fields"), 1, "is no name of a form"),
-    (("--form", "-x", "--like", "fields"), 1, "is no name of a form"),
-    (("--form", "a/b", "--like", "fields"), 1, "is no name of a form"),
-    (("--form", "y", "--like", "feilds"), 1, "there is conditions fields "),
-    (("--form", "y", "--like", "../first/clock"), 1, "there is no example"),
+    (("--form", "clock", "--like", "fields"), 1, "\" exists already; choose"),
+    (("--form", "x", "--like", "fields"), 1, "state/x\" exists already"),
+    (("--form", "../x", "--like", "fields"), 1, "is not a valid name of a form"),
+    (("--form", "-x", "--like", "fields"), 1, "is not a valid name of a form"),
+    (("--form", "a/b", "--like", "fields"), 1, "is not a valid name of a form"),
+    (("--form", "y", "--like", "feilds"), 1, "available: conditions fields "),
+    (("--form", "y", "--like", "../first/clock"), 1, "no example"),
     (("--form", "y"), 2, "needs --like EXAMPLE"), (("--like", "fields"), 2, "--form NAME"),
     (("--form",), 2, "Usage"), (("--from", "y"), 2, "unknown option"), ((), 1, "already"),
     (("other",), 2, "one folder"),
@@ -78,7 +79,7 @@ def test_what_cannot_be_made_is_told_and_leaves_all_as_it_was(
     assert code == status and told in said and contents(tmp_path) == before
     (tmp_path / "empty").mkdir()
     code, said = new("--form", "y", "--like", "fields", tmp_path / "empty")
-    assert code == 1 and "no folder of forms" in said
+    assert code == 1 and "is not a folder of forms" in said
 
 
 def test_the_menu_gets_its_entry_wherever_it_can_stand(tmp_path):

@@ -140,7 +140,7 @@ def test_a_change_from_a_terminal_reaches_the_scripts_as_that_of_a_page(site):
         changes = {name: rng.choice(values[name]) for name in names}
         results, page, done = both_ways(site, changes)
         if page is None:  # no such field, for either
-            assert done.returncode == 1 and "is no field" in done.stderr, (seed, changes)
+            assert done.returncode == 1 and "is not a field" in done.stderr, (seed, changes)
         else:
             assert results[0] == results[1], (seed, changes, page.title, done)
         outcome = page and page.title
@@ -260,10 +260,10 @@ def test_what_does_not_exist_is_answered_with_what_does(site):
             ("set Network/x a=b", 'Network/x: .*; there are: orvmenu network f$'),
             ("dump nettwork", 'nettwork: .*"network"'), ("get gone", r"gone: [^;]*gone\.tpl$"),
             ("get zz", "zz: [^(]*; there are: orvmenu network f$"),
-            ("get ../f", r"\.\./f: This is no name of a form"), ("get f/../x", "f/../x: This is no name of a sub-item"),
+            ("get ../f", r"\.\./f: This is not a valid name of a form"), ("get f/../x", "f/../x: This is not a valid name of a sub-item"),
             ("get network hostname", 'network: has no field "hostname" \\(did you mean "host_name"\\?\\); '
                                      "there are: host_name note s ls_name0 ls_on0$"),
-            ("set network ohst_name=1", 'network: "ohst_name" is no field .*"host_name"\\?'),
+            ("set network ohst_name=1", 'network: "ohst_name" is not a field .*"host_name"\\?'),
             ("get network behind", 'network: has no field "behind"$'),
             ("set network ls_nam0=1", 'mean "ls_name0"'),
             ("set network s=bth", '"s" has no such choice .* "both"\\?\\); it takes one of: both 2$'),
@@ -337,6 +337,7 @@ def test_json_rows_and_wrong_use(site):
     assert json.loads(run(site, "--json", "set", "f", "n0=bad$", expect=1).stdout)["errors"]["n"]
     dumped = run(site, "dump", expect=1).stdout  # one page is gone
     assert "table t 3\nn0=one\n" in dumped and "password" not in dumped
+    assert dumped.count("table t ") == 1  # a line a table, not a cell
     assert "a_password=s" in run(site, "--secrets", "dump", "f", expect=0).stdout
     for words in (["nosuch"], ["get"], ["set", "f"], ["set", "f", "n0"], ["--x", "forms"],
                   ["rows", "f", "t", "delete", "9"], ["rows", "f", "t", "turn", "1"], ["apply", "nosuch"]):

@@ -215,7 +215,7 @@ def test_a_reset_asks_at_a_terminal(site):
             said, asked = reset.communicate(timeout=SECONDS)
         os.close(ours)
         os.close(theirs)
-        assert reset.returncode == status and asked.startswith("Set a back to the settings as shipped? [y/N] ")
+        assert reset.returncode == status and asked.startswith("Reset a to the settings as shipped? [y/N] ")
         assert values(site)["a"][0] == value and ("nothing was saved" in asked) == (status == 1), (said, asked)
 
 
@@ -269,4 +269,4 @@ def test_a_page_shows_the_history_as_text(site):
     assert hostile in shown and "$R$ann at $B$, net$L$ went back" in shown and "é" * 90 in shown, shown
     assert page.errors == [] and "secret" not in shown and not (site.folder / "owned").exists() and "\ufffd" not in shown
     (site.folder / "data/state/.history").write_text("")
-    assert "Nothing was changed so far." in site.open("history").texts("p")
+    assert "Nothing has been changed so far." in site.open("history").texts("p")

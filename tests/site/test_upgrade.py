@@ -121,13 +121,13 @@ def test_what_the_makers_program_prints_takes_the_place_of_the_old(firmware):
 
 
 FAULTS = [  # what the program does, what is said of it
-    ("cat; exit 3", "it ended with status 3"), ("kill -9 $$", "it was ended by signal 9"),
-    ("echo 'sed: no such file'", "a line that is no NAME=VALUE"), ("echo 1a=2", "no NAME=VALUE"),
+    ("cat; exit 3", "it exited with status 3"), ("kill -9 $$", "it was killed by signal 9"),
+    ("echo 'sed: no such file'", "a line that is not NAME=VALUE"), ("echo 1a=2", "not NAME=VALUE"),
     (":", "it printed no values"), ("echo '#table x'", "it printed no values"),
     ("echo 'v=$(reboot)'", "a value of v that cannot be stored"), ("printf 'v=a\\tb\\n'", "of v that cannot"),
     ("printf 'v=1\\0\\n'", "a NUL byte"), (f"echo v={'x' * 250}", "of v that cannot"),
     ("cat; yes v=1", "it printed too much"), ("cat; sleep 999 & echo v=2", "longer than 1 seconds"),
-    ("trap '' TERM; sleep 999", "longer than 1 seconds"), ("exec /nowhere", "it ended with status 127"),
+    ("trap '' TERM; sleep 999", "longer than 1 seconds"), ("exec /nowhere", "it exited with status 127"),
 ]
 
 

@@ -100,11 +100,11 @@ TEST(Act, has_a_name_and_is_there)
       {"restart-2_x", is_there},
       {longest, is_there},
       {"none", "Saved, but not in use: this device has no action none"},
-      {"", " is no name of an action"},
-      {"UP", "UP is no name of an action"},
-      {"..", ".. is no name of an action"},
-      {"a/b", "a/b is no name of an action"},
-      {"a\nb", "a?b is no name of an action"},
+      {"", " is not a valid name of an action"},
+      {"UP", "UP is not a valid name of an action"},
+      {"..", ".. is not a valid name of an action"},
+      {"a/b", "a/b is not a valid name of an action"},
+      {"a\nb", "a?b is not a valid name of an action"},
       {longest + "a", nullptr},
   };
   for (const auto &row : rows) {
@@ -112,7 +112,7 @@ TEST(Act, has_a_name_and_is_there)
     EXPECT_FALSE(act_ask(row.first.c_str()));
     const string fault = row.second != nullptr
                              ? row.second
-                             : row.first + " is no name of an action";
+                             : row.first + " is not a valid name of an action";
     EXPECT_EQ(store_fault_text(), fault);
     EXPECT_EQ(act_exists(row.first.c_str()), row.second == is_there);
   }

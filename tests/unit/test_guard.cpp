@@ -57,7 +57,7 @@ TEST_F(Guard, OnlyAnActWithItsTokenKeepsAChangeThatIsInUse)
   EXPECT_EQ(settle(name.c_str()).substr(0, 39), "The device does not use the change yet.");
   EXPECT_EQ(locked([] { return guard_arm("other"); }), "no");
   EXPECT_EQ(locked([&] { return guard_arm(name.c_str()); }), "done");
-  EXPECT_EQ(settle("other").substr(0, 30), "Another change came meanwhile.");
+  EXPECT_EQ(settle("other").substr(0, 34), "Another change was made meanwhile.");
   const std::tuple<const char *, const char *, bool> requests[] = {
     // method, policy, keeps
     {"GET", "strict", false}, {"HEAD", "strict", false}, {"post", "strict", false},

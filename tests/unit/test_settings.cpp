@@ -1,5 +1,5 @@
-// Settings files: what a file says, what the defaults add to it, and which names
-// a file may have.
+// Settings files: what a file says, what the defaults add to it, and which
+// names a file may have.
 
 #include "settings.h"
 
@@ -84,8 +84,8 @@ TEST_F(Settings, WhatIsThereAndCannotBeReadIsAFault)
   write_file("defaults/f", "a=shipped\n");
   write_file("elsewhere", "a=other\n");
   const std::pair<const char *, const char *> rows[] = {
-    {"mkdir state/f", "The settings cannot be read: f is no regular file"},
-    {"mkfifo state/f", "The settings cannot be read: f is no regular file"},
+    {"mkdir state/f", "The settings cannot be read: f is not a regular file"},
+    {"mkfifo state/f", "The settings cannot be read: f is not a regular file"},
     {"ln -s ../elsewhere state/f", "The settings cannot be read: "},
     {"ln -s nowhere state/f", "The settings cannot be read: "},
     {"truncate -s 5M state/f", "The settings cannot be read: f is too large"},

@@ -39,7 +39,7 @@ fi
 
 
 class CannotRun(Exception):
-    """Nothing can be tested; the text says why."""
+    """Nothing can be tested; the text is the reason."""
 
 
 def is_device(folder):
@@ -51,18 +51,18 @@ def device_of(file):
     for folder in pathlib.Path(file).resolve().parents:
         if is_device(folder):
             return folder
-    raise CannotRun(f"{file}: no folder above it holds templates/ and scripts/;"
+    raise CannotRun(f"{file}: no folder above it has templates/ and scripts/;"
                     " name the device's folder with --device")
 
 
 def build():
-    """The demo's executable, built if need be."""
+    """The demo's executable, built if necessary."""
     folder = ROOT / "build/demo"
     if not (ROOT / "CMakeLists.txt").exists() or not shutil.which("cmake"):
         raise CannotRun("name the executable with --orv")
     cache = folder / "CMakeCache.txt"
     if cache.exists() and f"HOME_DIRECTORY:INTERNAL={ROOT}\n" not in cache.read_text():
-        shutil.rmtree(folder)  # it is that of a checkout in another place
+        shutil.rmtree(folder)  # it belongs to a checkout in another folder
     for command in (
             ["cmake", "-S", ROOT, "-B", folder, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=Release", "-DORV_DATA_DIR=..",
@@ -79,7 +79,7 @@ def executable(path):
     """The executable to test, from --orv or a build of our own."""
     path = pathlib.Path(path).resolve() if path else build()
     if not path.is_file() or not os.access(path, os.X_OK):
-        raise CannotRun(f"{path} is no executable; name one with --orv, or leave "
+        raise CannotRun(f"{path} is not executable; name one with --orv, or leave "
                         "--orv away: then it is built")
     with Device(None, path) as probe:
         (probe.root / "templates/probe.tpl").write_text(
@@ -90,7 +90,7 @@ def executable(path):
         script.chmod(0o755)
         if probe.request("form=probe").title != "found":
             raise CannotRun(
-                f"{path} does not look into the copy of the device's folder: "
+                f"{path} does not use the copy of the device's folder: "
                 "build it with -DORV_DATA_DIR=.. "
                 "-DORV_SYSTEM_TYPE_FILE=../system_type")
     return path
@@ -147,7 +147,7 @@ class Device:
                 copy_part(self.folder / part, self.root / part, self._store())
         for part in PARTS[:2] + ("state", "acts"):
             (self.root / part).mkdir(exist_ok=True)
-        # Actions are asked for, and none is run.
+        # Actions can be requested, but none is run.
         os.mkfifo(self.root / "acts/ask")
         self.asked = open(self.root / "acts/ask", "r+b", buffering=0)
         os.set_blocking(self.asked.fileno(), False)
@@ -194,7 +194,7 @@ class Device:
             raise CannotRun(f"no page after {SECONDS} seconds") from None
         head, _, page = run.stdout.partition(b"\r\n\r\n")
         if not 0 <= run.returncode < REPORT:
-            raise CannotRun(f"orv ended with status {run.returncode}: "
+            raise CannotRun(f"orv exited with status {run.returncode}: "
                             + run.stderr.decode("utf-8", "replace"))
         if not head.startswith(b"Status: "):  # a web server makes a page of it
             return Page(500, run.stderr)

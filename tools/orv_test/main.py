@@ -26,9 +26,9 @@ def listing(table, before=""):
 
 
 HELP = f"""\
-Tests forms: does what a person would do with a browser, on a copy of the
-device's folder, and compares the pages with what is expected.  A test file
-lies in the folder tests/ of the device, beside templates/ and scripts/:
+Tests forms: does what a user does in a browser, on a copy of the device's
+folder, and compares the pages with what is expected.  Test files are in the
+folder tests/ of the device, beside templates/ and scripts/:
 
   test A port takes another packet size
   open port/lan1
@@ -39,20 +39,19 @@ lies in the folder tests/ of the device, beside templates/ and scripts/:
   expect sent new_port_mtu="1400"
   expect stored port.lan1 port_mtu=1400
 
-Lines before the first "test" are done at the start of each.  "#" begins a
-comment line.  Every test has a copy of the device of its own.
+Steps before the first "test" are run at the start of every test.  "#" begins a
+comment line.  Every test has its own copy of the device.
 
-What is done:
+Steps:
 {listing(script.ACTIONS)}
 
-What is expected; "expect no ..." and "expect not ..." turn it round, and "..."
-in a text stands for anything:
+Expectations; "expect no ..." and "expect not ..." negate them, and "..." in a
+text matches anything:
 {listing(script.EXPECTATIONS, "expect ")}
 
 --record serves a copy of the device on this machine.  Click through its pages
-with your browser: what you type, tick, choose, delete, press and follow is
-written into FILE as the lines of a test, with what the pages then told.  A
-password is written as you typed it.
+with your browser: your input and clicks are written to FILE as the lines of a
+test, with the messages of the pages.  Passwords are written as you typed them.
 
 Exit status: 0 all passed, 1 a test failed, 2 the tests could not be run."""
 
@@ -85,8 +84,8 @@ def options(arguments):
     if bool(found.files) == bool(found.record):
         parser.error("name one or more test files, or --record FILE")
     if found.device and not is_device(found.device):
-        parser.error(f"{shown(found.device)} holds no templates/ and scripts/; name "
-                     "a folder that does (larkspur-new DIR makes one)")
+        parser.error(f"{shown(found.device)} has no templates/ and scripts/; name "
+                     "a folder that has them (larkspur-new DIR creates one)")
     return found
 
 
@@ -104,7 +103,7 @@ def cases_of(files, device):
                           "such as DIR/tests/clock.test")
         except UnicodeDecodeError as error:
             line = error.object[:error.start].count(b"\n") + 1
-            faults.append(f"{file}:{line}: this is no UTF-8; write it so")
+            faults.append(f"{file}:{line}: this is not UTF-8")
     if faults:
         raise CannotRun("\n".join(faults))
     return found
@@ -147,7 +146,7 @@ def main(arguments=None):
             except KeyboardInterrupt:
                 say(f"Recorded; try it: orv-test {found.record}")
             except CannotRun:
-                pathlib.Path(found.record).unlink()  # it would be in the way
+                pathlib.Path(found.record).unlink()  # lets the user try again
                 raise
     except (CannotRun, OSError) as error:
         say(str(error))

@@ -1,4 +1,4 @@
-"""The lines of a test carried out, by a person without a screen."""
+"""Runs the steps of a test."""
 
 import difflib
 import functools
@@ -11,7 +11,7 @@ from .page import DIGITS
 from .script import near
 
 MOST_FOUND = 6  # lines of what was found, shown with a failure
-CLOSE = 0.6  # how much two lines share that one was meant to be the other
+CLOSE = 0.6  # similarity from which a line is suggested for another
 ITEMS = {"field", "fixed", "checkbox", "select", "iselect"}
 SAFE = "/:,@=~"  # of a sub-item in an address
 # The lines for a field of each kind: to fill it in, to look at it.
@@ -21,7 +21,7 @@ LOOKS = {"text": "expect value {} VALUE", "checkbox": "expect ticked {}",
 
 
 class Failed(Exception):
-    """A line that did not come true: lines for the report."""
+    """A line that failed: lines for the report."""
 
     def __init__(self, *lines):
         super().__init__(*lines)
@@ -30,12 +30,12 @@ class Failed(Exception):
 
 @functools.lru_cache(None)
 def pattern(text):
-    """`...` in a text stands for anything."""
+    """`...` in a text matches anything."""
     return re.compile(".*".join(map(re.escape, text.split("..."))), re.S)
 
 
 def where(address):
-    """What `open` calls the form that a link leads to."""
+    """The argument of `open` for the form that a link leads to."""
     fields = dict(urllib.parse.parse_qsl(urllib.parse.urlsplit(address).query))
     return "/".join(fields[name] for name in ("form", "subitem") if name in fields)
 
@@ -45,7 +45,7 @@ def is_like(wanted, found):
 
 
 class Browser:
-    """The pages that were seen, the last one in front of us."""
+    """The pages that were visited; the last one is open."""
 
     def __init__(self, device):
         self.device, self.pages = device, []
@@ -86,7 +86,7 @@ class Browser:
     def _change(self, name, kind):
         field = self._field(name, kind)
         if field.is_disabled:
-            raise Failed(f"\"{name}\" can only be read; write: "
+            raise Failed(f"\"{name}\" is read-only; write: "
                          + LOOKS[kind].format(name))
         return field
 

@@ -1,53 +1,53 @@
-"""The lines of a test file: what they may say, and the cases that they make.
+"""The syntax of test files, and the cases that they contain.
 
-A file is judged as a whole before anything runs; its faults are told together,
-each with its line and what may have been meant.
+A file is checked completely before anything runs; its errors are reported
+together, each with its line and a suggestion.
 """
 
 import dataclasses
 import difflib
 
-# The last word stands for the rest of the line; [] may be left away.
+# The last argument is the rest of the line; [] is optional.
 ACTIONS = {
     "open": ("[FORM]", "follow a plain link to FORM or FORM/SUB-ITEM; without "
                        "one, to the start page"),
-    "follow": ("TEXT", "click the link that shows TEXT"),
+    "follow": ("TEXT", "click the link TEXT"),
     "set": ("NAME [VALUE]", "type VALUE into a text field, or empty it"),
     "tick": ("NAME", "tick a check box"),
-    "untick": ("NAME", "take its tick away"),
-    "choose": ("NAME VALUE", "choose the entry of a list that has, or shows, "
-                             "VALUE"),
-    "delete": ("TABLE ROW", "tick Delete in a table's row; ROW is the number "
-                            "in the names of its cells"),
+    "untick": ("NAME", "clear a check box"),
+    "choose": ("NAME VALUE", "choose the entry of a list with that value or "
+                             "text"),
+    "delete": ("TABLE ROW", "tick Delete in a table's row, numbered as in the "
+                            "names of its cells"),
     "press": ("LABEL", "press a button: Submit, Home, Help, Expert, ..."),
-    "back": ("", "go back a page, as the browser's button does"),
-    "redraw": ("", "draw the form again, as a browser does when a list or box "
-                   "changes that a condition asks for"),
-    "reset": ("", "put back the settings as shipped (nothing was ever stored)"),
+    "back": ("", "go back one page, as with the browser's button"),
+    "redraw": ("", "redraw the form, as a browser does when a list or check "
+                   "box in a condition changes"),
+    "reset": ("", "restore the settings as shipped"),
 }
 EXPECTATIONS = {
     "form": ("FORM", "the page shows FORM (with /SUB-ITEM: that one)"),
     "title": ("TEXT", "the page's title"),
     "text": ("TEXT", "the page shows TEXT somewhere"),
-    "anywhere": ("TEXT", "the page holds TEXT, its hidden fields included"),
-    "status": ("NUMBER", "the answer's status: 200, 403, 404, ..."),
-    "message": ("TEXT", "what the whole page is told"),
-    "error": ("NAME [TEXT]", "what is told at a field or a table's column; "
-                             "...PART... in place of both: what is told anywhere"),
-    "errors": ("", "the page tells that something is wrong"),
+    "anywhere": ("TEXT", "the page contains TEXT, possibly in a hidden field"),
+    "status": ("NUMBER", "the HTTP status: 200, 403, 404, ..."),
+    "message": ("TEXT", "the page's own message"),
+    "error": ("NAME [TEXT]", "the message at a field or a table's column; "
+                             "...PART... in place of both: any message"),
+    "errors": ("", "the page reports an error"),
     "field": ("NAME", "the page draws the field"),
-    "value": ("NAME [VALUE]", "what a field holds, or a list has chosen"),
+    "value": ("NAME [VALUE]", "the value of a field, or of a list's choice"),
     "ticked": ("NAME", "a check box is ticked"),
-    "choice": ("NAME VALUE", "a list has, or shows, an entry VALUE"),
+    "choice": ("NAME VALUE", "a list has an entry with that value or text"),
     "rows": ("TABLE NUMBER", "how many rows of a table are in use"),
     "button": ("LABEL", "the button can be pressed"),
-    "link": ("TEXT", "the page has a link that shows TEXT"),
-    "sent": ("[LINE]", "the line, e.g. new_mtu=\"1500\", was given to the write "
+    "link": ("TEXT", "the page has a link TEXT"),
+    "sent": ("[LINE]", "the line, e.g. new_mtu=\"1500\", was passed to the write "
                        "script (or to the check script that refused it)"),
-    "stored": ("FILE [LINE]", "the file of the state folder has the line, or "
-                              "is there"),
+    "stored": ("FILE [LINE]", "the file in the folder state contains the line, "
+                              "or exists"),
 }
-FREE = {"LINE", "VALUE", "TEXT", "LABEL"}  # may hold blanks
+FREE = {"LINE", "VALUE", "TEXT", "LABEL"}  # can contain blanks
 NOT = ("no", "not")
 
 
@@ -58,7 +58,7 @@ class Step:
     where: str  # FILE:LINE
     text: str
     command: str
-    is_wanted: bool  # False behind `expect no`
+    is_wanted: bool  # False after `expect no`
     arguments: list
 
 
@@ -70,12 +70,11 @@ class Case:
 
 
 class Fault(Exception):
-    """A line that no test can hold."""
+    """An invalid line."""
 
 
 def near(word, known):
-    """Asks whether one of these was meant, or says what there is; for the end
-    of a message."""
+    """The end of a message: suggests similar names, or lists the known ones."""
     known = [name for name in dict.fromkeys(known) if name]
     best = difflib.get_close_matches(word, known, 3, 0.55)
     if best:
@@ -94,14 +93,14 @@ def unquoted(text):
 
 
 def quoted(text):
-    """The text as a line of a test holds it."""
+    """The text as it is written in a line of a test."""
     if not text or text != text.strip() or text[0] == '"':
         return f'"{text}"'
     return text
 
 
 def arguments(usage, what, text):
-    """The words behind a command; None where one was left away."""
+    """The arguments of a command; None for one that is omitted."""
     found, names = [], usage.split()
     for index, name in enumerate(names):
         plain = name.strip("[]")
@@ -143,8 +142,8 @@ def step_of(where, text):
 
 
 def parse(path, lines, faults):
-    """The cases of a file.  What stands before the first one is done at the
-    start of each.  Faults are added to the list."""
+    """The cases of a file.  Steps before the first one are run at the start of
+    each.  Errors are added to the list."""
     cases, first = [], []
     for number, line in enumerate(lines, 1):
         where, text = f"{path}:{number}", line.strip()
@@ -156,7 +155,7 @@ def parse(path, lines, faults):
                 steps = cases[-1].steps if cases else first
                 steps.append(step_of(where, text))
             elif not rest.strip():
-                raise Fault("a test needs a sentence that says what is so; "
+                raise Fault("a test needs a sentence that describes it; "
                             "write: test SENTENCE")
             else:
                 cases.append(Case(rest.strip(), where, list(first)))

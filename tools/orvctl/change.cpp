@@ -146,7 +146,8 @@ static bool redraw(const char *form)
 static bool refuse_unknown(const char *form, const wanted_value *wanted)
 {
   report_at.line = wanted->line;
-  unknown_field(form, "\"%s\" is no field of the form as it is", wanted->name);
+  unknown_field(form, "\"%s\" is not a field of the page as shown",
+                wanted->name);
   return false;
 }
 

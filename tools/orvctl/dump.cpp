@@ -152,7 +152,7 @@ int dump_pages(char **names, int count, bool secrets)
 {
   dump_out = stdout;
   is_whole = false;
-  puts("# Settings of a device; \"orvctl apply FILE\" puts them back.");
+  puts("# Settings of a device; \"orvctl apply FILE\" restores them.");
   return write_pages(names, count, secrets);
 }
 
@@ -233,7 +233,7 @@ static bool put_secrets(const dump_part *part)
     const wanted_value *secret = part->secrets + i;
     const char *why = orv_is_secret_name(secret->name)
                           ? page_put_secret(secret->name, secret->value)
-                          : "is no secret's name";
+                          : "is not the name of a secret";
     if (why != nullptr) {
       char text[PLACE_SIZE];
       snprintf(text, sizeof text, "\"%.50s\" %s", secret->name, why);

@@ -97,7 +97,7 @@ static const char *take_table(dump_part *part, char *rest, int at)
 {
   char *number = strrchr(rest, ' ');
   if (number == nullptr || !isdigit(static_cast<unsigned char>(number[1]))) {
-    return "a \"table\" line has a name and a number of rows";
+    return "a \"table\" line needs a name and a number of rows";
   }
   *number = '\0';
   dump_table *table = grow(&part->tables, &part->table_count);
@@ -113,7 +113,7 @@ static const char *take_value(wanted_value **list, size_t *count, char *line,
 {
   char *equals = strchr(line, '=');
   if (equals == nullptr) {
-    return "neither \"form\", \"table\" nor NAME=VALUE";
+    return "expected \"form\", \"table\" or NAME=VALUE";
   }
   *equals = '\0';
   restore_value(equals + 1);

@@ -357,5 +357,5 @@ int table_rows(int count, char **words)
   if (strcmp(verb, "delete") == 0 && count > 3) {
     return delete_rows(form, table, count - 3, words + 3);
   }
-  return misuse("unknown use of rows", verb);
+  return misuse("unknown verb after rows", verb);
 }

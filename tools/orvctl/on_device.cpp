@@ -56,8 +56,8 @@ static const char *const FOLDERS[] = {ORV_DATA_DIR "/templates",
 static void report_unreadable(const char *folder, const char *file)
 {
   terminal_print(stderr,
-                 "orvctl: %s%s%s cannot be read by user %s, to whom the "
-                 "settings belong\n",
+                 "orvctl: %s%s%s cannot be read by user %s, who owns the "
+                 "settings\n",
                  folder, file[0] != '\0' ? "/" : "", file, user);
 }
 
@@ -138,7 +138,7 @@ bool device_lock(void)
   stage_join();
   return stage_folder() == nullptr
              ? store_lock_for("orvctl")
-             : store_fault("Not while orvctl saves several forms");
+             : store_fault("Not possible while orvctl saves several forms");
 }
 
 bool device_begin(void)
@@ -191,7 +191,7 @@ static bool begin_look()
     return false;
   }
   return begun || stage_folder() == nullptr ||
-         store_fault("Not while orvctl saves several forms");
+         store_fault("Not possible while orvctl saves several forms");
 }
 
 bool device_look_back(uint64_t number)

@@ -49,7 +49,7 @@ static const char USAGE[] =
     "  rows ... TABLE change ROW COLUMN=VALUE...\n"
     "  rows ... TABLE delete ROW...    rows are counted from 1\n"
     "  dump [FORM[/SUBITEM]...]        settings as text, for a backup\n"
-    "  apply FILE                      save what a dump holds (- : stdin)\n"
+    "  apply FILE                      save the settings of a dump (-: stdin)\n"
     "  confirm                         keep a change that would go back\n"
     "  history                         the last saves\n"
     "  restore NUMBER                  the settings as before that save\n"
@@ -58,16 +58,16 @@ static const char USAGE[] =
     "  --json      print one JSON value instead of lines\n"
     "  --dry-run   check everything, save nothing\n"
     "  --yes       reset without asking\n"
-    "  --secrets   dump and get: with passwords, where the scripts tell them\n"
+    "  --secrets   dump and get: with passwords, where scripts report them\n"
     "  --help      show this text\n"
     "  --version   show the version\n"
     "\n"
     "Exit status: 0 done or nothing to do, 1 refused (nothing was saved),\n"
-    "2 wrong use.  orvctl(8) tells more.\n";
+    "2 usage error.  orvctl(8) has the details.\n";
 
 int misuse(const char *text, const char *what)
 {
-  terminal_print(stderr, "orvctl: %s%s%s (orvctl --help tells more)\n", text,
+  terminal_print(stderr, "orvctl: %s%s%s (see orvctl --help)\n", text,
                  what[0] != '\0' ? ": " : "", what);
   return USAGE_STATUS;
 }
@@ -88,7 +88,7 @@ static int log_use(int status, const char *done, const char *failed)
 static int dump(int count, char **words)
 {
   if (report_json) {
-    return misuse("a dump is lines for \"apply\"", "--json");
+    return misuse("dump does not support", "--json");
   }
   return log_use(dump_pages(words, count, with_secrets),
                  with_secrets ? "Settings dumped, with secrets"
@@ -122,7 +122,7 @@ static int apply(int, char **words)
 
 static int confirm(int, char **)
 {
-  return dry_run ? misuse("confirm keeps a change or does not", "--dry-run")
+  return dry_run ? misuse("confirm does not support", "--dry-run")
                  : pending_confirm();
 }
 
@@ -145,7 +145,7 @@ static int restore(int, char **words)
 static bool ask(const char *form)
 {
   char answer[8] = "";
-  terminal_print(stderr, "Set %s back to the settings as shipped? [y/N] ",
+  terminal_print(stderr, "Reset %s to the settings as shipped? [y/N] ",
                  form != nullptr ? form : "every page of the device");
   return fgets(answer, sizeof answer, stdin) != nullptr &&
          strcasecmp(answer, "y\n") == 0;
@@ -158,7 +158,7 @@ static int reset(int count, char **words)
     return past_reset(form, dry_run);
   }
   if (isatty(STDIN_FILENO) == 0) {
-    return misuse("reset asks at a terminal; elsewhere it wants", "--yes");
+    return misuse("reset asks at a terminal; elsewhere it requires", "--yes");
   }
   if (ask(form)) {
     return past_reset(form, false);
@@ -232,7 +232,7 @@ static int run(int count, char **words)
       continue;
     }
     if (count - 1 < row.least || (row.most >= 0 && count - 1 > row.most)) {
-      return misuse("wrong number of words behind", row.name);
+      return misuse("wrong number of arguments for", row.name);
     }
     if (row.run == apply && !open_applied(words + 1)) {
       return misuse("cannot read", words[1]);

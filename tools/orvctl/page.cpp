@@ -112,8 +112,7 @@ static bool is_refused()
       orv_get_var(&err_vars, "fatal", o_undefined) == nullptr) {
     return false;
   }
-  take_told(msg != nullptr ? msg
-                           : "The read script says: there is no such page");
+  take_told(msg != nullptr ? msg : "The read script reports no such page");
   return true;
 }
 
@@ -159,11 +158,11 @@ bool page_open(const char *form, const char *subitem, bool with_links)
 {
   page_close();
   if (page_field_fault("form", form) != nullptr) {
-    message = "This is no name of a form";
+    message = "This is not a valid name of a form";
     return false;
   }
   if (subitem != nullptr && page_field_fault("subitem", subitem) != nullptr) {
-    message = "This is no name of a sub-item";
+    message = "This is not a valid name of a sub-item";
     return false;
   }
   if (!set_text(&orv_form, form) || !set_text(&orv_subitem, subitem)) {

@@ -82,7 +82,7 @@ static const char *choose_entry(page_field *field, const char *value)
 const char *page_choose(page_field *field, const char *value)
 {
   if (strpbrk(value, "\r\n") != nullptr) {
-    return "is one line of text";
+    return "must be one line of text";
   }
   const char *fault = page_field_fault(field->name, value);
   if (fault != nullptr) {
@@ -100,7 +100,7 @@ const char *page_choose(page_field *field, const char *value)
   case FIELD_FIXED:
   case FIELD_STATE:
   default:
-    return "is shown, and cannot be set";
+    return "is read-only";
   }
 }
 
@@ -114,12 +114,12 @@ const char *page_put_secret(const char *name, const char *value)
 {
   const char *fault = page_field_fault(name, value);
   if (fault != nullptr || strpbrk(value, "\r\n") != nullptr) {
-    return fault != nullptr ? fault : "is one line of text";
+    return fault != nullptr ? fault : "must be one line of text";
   }
   char state[ORV_NAME_SIZE];
   cgiout_state_name(state, 'u', name);
   if (strcmp(state + strlen("u_"), name) != 0) {
-    return "is too long a name";
+    return "is too long";
   }
   page_field *field = page_fields();
   while (field != nullptr && !is_state_of(field, state)) {

@@ -316,9 +316,8 @@ static void skipped_lines(const outcome *told)
       terminal_print(stderr, " %s%s", skipped->names[i],
                      i + 1 < skipped->count ? "," : "\n");
     } else {
-      terminal_print(
-          stderr, "orvctl: %s: skipped, since the dump does not have it: %s\n",
-          told->form, skipped->names[i]);
+      terminal_print(stderr, "orvctl: %s: skipped, not in the dump: %s\n",
+                     told->form, skipped->names[i]);
     }
   }
 }

@@ -64,7 +64,7 @@ bool input_values(const char *form, wanted_value *values, size_t count)
     }
     wanted->value = read_line();
     if (wanted->value == nullptr) {
-      report_fault(form, "\"%s\" lacks its line on standard input",
+      report_fault(form, "\"%s\" expects a line on standard input",
                    wanted->name);
       return false;
     }

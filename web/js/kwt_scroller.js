@@ -1,4 +1,4 @@
-// Help for the hand.  Every page works without it.
+// Conveniences: every page works without this script.
 "use strict";
 
 const ICON = "/css/orv.css"; // larkspur-brand puts a maker's own here
@@ -16,10 +16,10 @@ const create = (name, properties) =>
 const linkTo = (href, textContent) => create("a", {href, textContent});
 const on = addEventListener; // of the window
 
-// Browsers ask for an icon that no page names.
+// Browsers request an icon if no page names one.
 document.head.append(create("link", {rel: "icon", href: ICON}));
 
-// Screen readers tell what comes into a status later.
+// Screen readers announce text added to a status.
 function begin() {
   asked = null; // an answer that is late would hide that of the press
   notice = create("div", {className: "working", role: "status"});
@@ -34,10 +34,10 @@ function end() {
   notice = null;
 }
 
-// What is shown in place goes on when the browser stops.
+// A redraw continues when the user stops the browser.
 const stopped = () => notice?.isHere || end();
 
-// The page that comes back, or null.
+// The returned page, or null.
 const load = (url, body) =>
   fetch(url, {method: body ? "POST" : "GET", body,
               signal: AbortSignal.timeout?.(PATIENCE)})
@@ -51,7 +51,7 @@ const isThisForm = (page) => page?.forms.f1 &&
 const fieldsOf = (form) => new URLSearchParams(new FormData(form));
 const send = (form, fields) => load(form.getAttribute("action"), fields);
 
-// A second press would save twice; a disabled button would not be sent.
+// A second press would save twice; a disabled button is not sent.
 on("submit", (event) => {
   if (notice) {
     return event.preventDefault();
@@ -65,11 +65,11 @@ on("submit", (event) => {
   }
 });
 
-// The browser's Stop, where we are told; Escape is its key.
+// The browser's Stop, where it sends an event, or Escape.
 window.navigation?.addEventListener("navigate", ({signal}) =>
   signal.addEventListener("abort", stopped));
 
-// Enter would press the form's first button, Home; it means Submit.
+// Enter presses Submit, not the form's first button, Home.
 on("keydown", (event) => {
   if (event.key === "Escape") {
     stopped();
@@ -107,9 +107,9 @@ function addButtons(page) {
 on("click", ({target}) =>
   target.className === "show" && reveal(target, target.value === "Show"));
 
-// --- the form drawn again ---
-// The answer takes the page's place and gets what was entered meanwhile.  The
-// focused control stays, and with it the selection and a phone's keyboard.
+// --- redrawing the form ---
+// The answer replaces the page and keeps input made meanwhile.  The focused
+// control is not replaced, so selection and on-screen keyboard stay.
 
 const keyOf = ({localName, name, type, value}) =>
   localName + name + (type === "submit" ? value : "");
@@ -123,7 +123,7 @@ function copyEntry(from, to) {
   }
 }
 
-// What stands around `twin` replaces what stands around `kept`.
+// Replaces everything around `kept` by what is around `twin`.
 function replaceAround(kept, twin, root) {
   kept.getAttributeNames().forEach(
     (name) => twin.hasAttribute(name) || kept.removeAttribute(name));
@@ -137,11 +137,11 @@ function replaceAround(kept, twin, root) {
   }
 }
 
-// Names differ by more than capitals.
+// Names are case-insensitive.
 const isWatched = ({name, form}) => form?.dataset.conditions?.toLowerCase()
   .split(" ").includes(name.toLowerCase());
 
-// Help stays, and marks of rows stay marks.
+// Keeps help texts and rows marked for deletion.
 function question(form) {
   const fields = fieldsOf(form);
   all("input.multicol").forEach(({name}) => fields.delete(name));
@@ -151,8 +151,8 @@ function question(form) {
   return fields;
 }
 
-// What was refused, and is as it was sent, is still wrong.  Messages move to
-// where they stood: in a row behind the field's, or behind the table.
+// A refused value that was not edited is still wrong.  Its message moves to
+// its place: a row after the field's, or after the table.
 function keepMarks(pairs, main, fresh) {
   const count = (page) => all("[aria-invalid]", page).length;
   const wrong = count(main);
@@ -179,7 +179,7 @@ function keepMarks(pairs, main, fresh) {
   }
 }
 
-// The last question counts; a fault leaves all as it was.
+// Only the last answer is used; an error changes nothing.
 async function redraw(form) {
   const fields = asked = question(form);
   const page = await send(form, fields);
@@ -208,10 +208,10 @@ async function redraw(form) {
 on("change", ({target}) =>
   isWatched(target) && redraw(target.form));
 
-// --- pages of facts ---
-// With live_seconds reported, and nothing to submit, values are refreshed; new
-// ones of the fields that live_tell names are read out.  A sentence stands with
-// values that are old because no others came.
+// --- status pages ---
+// With live_seconds reported and nothing to submit, values are refreshed; those
+// of the fields in live_tell are announced.  A sentence marks values that are
+// old because no new ones arrived.
 
 
 function keepFresh() {
@@ -287,7 +287,8 @@ function keepFresh() {
   stop.click();
 }
 
-// --- a device that goes away ---
+// --- waiting for the device ---
+// The page that follows a restart learns of it from its
 // The page that confirms runs no scripts; where wait_restart (seconds) or
 // wait_address (the new one) is reported, this page shows it and waits, and
 // counts wait_confirm, the seconds after which a change goes back; so does the
@@ -303,7 +304,7 @@ function tellRestart() {
   }
 }
 
-// An address that the confirmation names in bold can be followed.
+// An address in bold on the confirmation becomes a link.
 function linkAddress(bold) {
   const text = bold.textContent;
   if (/^https?:\/\/\S+$/.test(text)) {
@@ -336,7 +337,7 @@ async function submitHere(form) {
   countDown(carried("o_wait_confirm"));
 }
 
-// What it says stays true when somebody else has kept the change.
+// Worded to stay true if somebody else has kept the change.
 function countDown(seconds) {
   if (!+seconds) {
     return;
@@ -374,7 +375,7 @@ async function waitForDevice() {
     worker.postMessage(url.origin + ICON);
     await new Promise((done) => { setTimeout(done, Math.min(pause, 15000)); });
     if (isBack && (wasAway || Date.now() - began > least)) {
-      // By its "?" this is another page, which the browser has to load.
+      // The "?" makes it another page, which the browser must load.
       location.assign(carried("o_wait_restart") ? `${url}?${RESTARTED}`
                                                      : url);
       return;
@@ -387,7 +388,7 @@ async function waitForDevice() {
     "Then open ", way);
 }
 
-// --- changes that would be lost ---
+// --- unsaved changes ---
 
 function isChanged(control) {
   if (control.options) {
@@ -406,7 +407,7 @@ function ask(event) {
   }
 }
 
-// Some browsers keep no page for Back that listens to this.
+// Some browsers do not cache a page for Back that handles this.
 const listen = () => on("beforeunload", ask);
 
 on("input", (event) => {
@@ -421,7 +422,7 @@ on("DOMContentLoaded", () => {
   countDown(carried("o_confirm_left"));
 });
 
-// What Back brings was sent or given up.
+// A page restored by Back was submitted or abandoned.
 on("pageshow", () => {
   end();
   edited.clear();

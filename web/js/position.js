@@ -1,15 +1,15 @@
-// Where the page stands: a press does not throw the reader back to the top.
+// The scroll position: pressing a button does not scroll to the top.
 "use strict";
 
 const find = (selector, page = document) => page.querySelector(selector);
 
-// The value of a hidden field of the page, "" where it has none.
+// The value of a hidden field of the page, or "".
 function carried(name, page = document) {
   const field = find(`[type=hidden][name="${name}"]`, page);
   return field ? field.value : "";
 }
 
-// The position travels on to other forms; this tells (and sets) its own.
+// The position is passed on to other forms; this identifies the form's own.
 function scrolledForm(form) {
   try {
     if (form) {
@@ -50,7 +50,7 @@ function scrollToCoordinates() {
   }
 }
 
-// As a worker this file asks any address, and tells but that it answers.
+// As a worker, this file polls any address, and reports only that it answers.
 if (!self.document) {
   onmessage = ({data}) => fetch(data, {mode: "no-cors", cache: "no-store"})
     .then(() => postMessage(""), () => {});

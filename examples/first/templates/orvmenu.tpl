@@ -1,4 +1,4 @@
-# The start page: the form that a request without a form's name gets.
+# The start page, shown for a request without a form's name.
 title $N:SYSTEM_TYPE$
 read_script /bin/true
 navbar_script navbar.sh --navbar

@@ -1,6 +1,6 @@
 #!/bin/bash
 . "${BASH_SOURCE%/*}/orv.bash"
-# The value of an entry, then its text.
+# Each entry is a value, then its text.
 ZONES=(
   'UTC Universal time'
   'Europe/Berlin Berlin, Paris, Rome'

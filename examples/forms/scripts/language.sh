@@ -1,5 +1,5 @@
 #!/bin/bash
-# Which tree of templates is shown; root's action `language` sets the link to it.
+# The tree of templates in use; root's action `language` sets the link to it.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 [[ $1 != --write ]] || orv_lock

@@ -1,13 +1,13 @@
 #!/bin/bash
-# The password that the web server asks for.  What is typed becomes a hash, which
-# root's action `login` brings to its place; neither is in any list of processes.
+# The password for the web server.  It is hashed, and root's action `login`
+# installs the hash; neither appears in the process list.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 LOGIN=${ORV_LOGIN:-/etc/larkspur/login} # lines USER:HASH
 HASH='[$]6[$][A-Za-z0-9./]{1,16}[$][A-Za-z0-9./]{86}'
 
-# find_user: in `user` and `in_use`, who is logged in, and the hash of that; where
-# nobody is, as at a terminal, the first.
+# find_user: sets `user` and `in_use`, the user who is logged in and the hash;
+# without a login, as at a terminal, the first user.
 find_user()
 {
   local name hash lines=()
@@ -21,7 +21,7 @@ find_user()
   done < <(printf '%s\n' "${lines[@]}")
 }
 
-# hash_line [SALT]: of the line on standard input, by what is there.
+# hash_line [SALT]: hashes the line on standard input with an available program.
 hash_line()
 {
   openssl passwd -6 ${1:+-salt "$1"} -stdin ||
@@ -49,11 +49,11 @@ judge()
   if [[ ! $typed =~ ^[\ -~]{10,80}$ || $typed == *[\"\$\\\`]* ]]; then
     orv_error new_password 'Enter 10 to 80 letters, digits and signs'
   elif [[ ${typed,,} == *"${user,,}"* ]]; then
-    orv_error new_password "Choose one without the name $user in it"
+    orv_error new_password "It must not contain the name $user"
   elif [[ ${orv[again_password]} != "$typed" ]]; then
-    orv_error again_password 'This is not the same'
+    orv_error again_password 'The two passwords differ'
   fi
-  # Who has a terminal may have forgotten it.
+  # At a terminal the old password is not needed: it may be forgotten.
   if [[ $REQUEST_METHOD ]] && ! is_in_use "${orv[old_password]}"; then
     orv_error old_password 'This is not the password in use'
   fi
@@ -84,5 +84,5 @@ if [[ $1 == --write ]] && ((!orv_failed)); then
   orv[login_user]=$user orv_label[login_password]="Password of $user"
   orv_secret login_password old_password new_password again_password
   orv_store login login_user login_password && orv_log_changes && orv_changes &&
-    orv_act login 30 && orv_put u_after_save 'Your browser asks for it now.'
+    orv_act login 30 && orv_put u_after_save 'Your browser will now ask for it.'
 fi

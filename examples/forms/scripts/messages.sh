@@ -1,5 +1,5 @@
 #!/bin/bash
-# A check script: what belongs together is judged together.
+# A check script: checks fields that depend on each other.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 [[ $1 != --write ]] || orv_lock

@@ -1,5 +1,5 @@
 #!/bin/bash
-# A password that is only compared: what was typed is stored nowhere.
+# A password that is only compared: only its hash is stored.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 [[ $1 != --write ]] || orv_lock

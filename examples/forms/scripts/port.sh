@@ -10,7 +10,7 @@ if [[ $1 == --list ]]; then
   exit
 fi
 
-# The sub-item comes with the request: it counts only as one of the list.
+# The sub-item comes from the request: only those in the list are accepted.
 if ! orv_one_of "$port" "${PORTS[@]}"; then
   orv_fatal 'This device has no such port.'
   exit

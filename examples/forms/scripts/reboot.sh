@@ -1,7 +1,7 @@
 #!/bin/bash
 . "${BASH_SOURCE%/*}/orv.bash"
 
-# A page on which nothing is changed is submitted all the same.
+# The page can be submitted without a change.
 if [[ $1 == --read ]]; then
   orv_put always_submit True
   orv_put sure False
@@ -12,7 +12,7 @@ fi
 orv_read sure
 orv_tick sure
 if [[ ${orv[sure]} != True ]]; then
-  orv_error sure 'Tick this box if you mean it'
+  orv_error sure 'Tick this box to confirm'
 fi
 orv_end
 if [[ $1 == --write ]] && ((!orv_failed)); then

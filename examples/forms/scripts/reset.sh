@@ -1,8 +1,8 @@
 #!/bin/bash
-# The settings as shipped, for who gives the device away or is lost in them.
+# The settings as shipped, for giving the device away or starting again.
 . "${BASH_SOURCE%/*}/orv.bash"
 
-# There is nothing to change on this page, so it asks to be submitted always.
+# There is nothing to change on this page, so it reports always_submit.
 if [[ $1 == --read ]]; then
   orv_put always_submit True
   orv_put reset_sure False
@@ -14,13 +14,13 @@ fi
 orv_read reset_sure reset_login
 orv_tick reset_sure reset_login
 if [[ ${orv[reset_sure]} != True ]]; then
-  orv_error reset_sure 'Tick this box if you mean it'
+  orv_error reset_sure 'Tick this box to confirm'
 fi
 orv_end
 if [[ $1 != --write ]] || ((orv_failed)) || ! orv_reset; then
   exit
 fi
-orv_put u_after_save 'They are those that it came with.'
+orv_put u_after_save 'These are the settings as shipped.'
 if [[ ${orv[reset_login]} != True ]] || orv_act reset_login 30; then
   orv_put wait_restart 90
   orv_after_page 2 logger -t reset 'here: reboot'

@@ -1,7 +1,7 @@
 #!/bin/bash
 . "${BASH_SOURCE%/*}/orv.bash"
 
-# restart: takes as long as it likes, and the page does not wait.
+# restart: can take any time, since the page does not wait.
 restart()
 {
   sleep 1 # stands for: /etc/init.d/printing restart

@@ -12,7 +12,7 @@ if [[ $1 == --read ]]; then
   exit
 fi
 
-# check_row ROW: all of it, since the page's checks end at a blank row.
+# check_row ROW: checks every cell, since the page's checks end at a blank row.
 check_row()
 {
   if [[ ! ${orv[route_to$1]} =~ ^[0-9.]{7,15}/[0-9]{1,2}$ ]]; then

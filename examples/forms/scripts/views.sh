@@ -11,7 +11,7 @@ fi
 
 orv_read country power
 orv_stamp
-# While values are checked there is no expert view, so blank passes there.
+# During checks the expert view is off, so a blank value was accepted.
 if [[ -z ${orv[power]} ]]; then
   orv_error power 'Transmit power (press Expert): enter 1 to 100'
 fi

@@ -8,13 +8,13 @@ text $V:saved_note$
 else
 text The device uses your settings from now on. $V:after_save$
 endif
-# This change, or one before it, goes back unless somebody keeps it.
+# This change, or an earlier one, goes back unless somebody keeps it.
 if $V:saved_pending$
 text $V:saved_pending$
 fmenu
 choice confirm Keep the change?
 endif
-# What orv_changes reports; each value ends its own line.
+# Reported by orv_changes; each value ends in a line break.
 if $V:saved_change0$
 heading2 What changed
 text $V:saved_change0$$V:saved_change1$$V:saved_change2$$V:saved_change3$

@@ -6,10 +6,10 @@ select static_ip
 label Address
 choice no Automatic (DHCP)
 choice yes Set by hand
-prompt The fields that belong to it appear here, at the latest with Submit
+prompt Its fields appear here, at the latest when you press Submit
 
-# Drawn for an address set by hand.  A value that is not drawn is checked all
-# the same, so its message needs a place of its own.
+# Drawn for a static address.  A field that is not drawn is still checked,
+# so its message needs another place.
 if $V:static_ip$
 field address 20
 label Address and network

@@ -13,8 +13,8 @@ text If nobody kept it by $V:confirm_clock$ ($V:confirm_left$ seconds after this
   page was made), the old settings are back. If this page is hard to reach since
   the change, wait for that.
 else
-text The device does not use the change yet. Submit can keep it some seconds from
-  now.
+text The device does not use the change yet. Submit can keep it in a few
+  seconds.
 endif
 if $V:confirm_change0$
 heading2 What changed
@@ -29,7 +29,7 @@ text Nobody kept the last change in time: the old settings are back.
 else
 text No change waits to be kept.
 endif
-# A page can be submitted when it has something to enter.  This is never drawn.
+# Submit needs an input item.  This one is never drawn.
 if $V:confirm_token$
 checkbox confirm_box
 label Keep the change

@@ -2,8 +2,8 @@ title History
 navbar_script navbar.sh
 body
 error $E$
-text Who changed what, and when; the newest first.
-# Each value ends its own line.
+text Who changed what, and when; newest first.
+# Each value ends in a line break.
 if $V:history0$
 text $V:history0$$V:history1$$V:history2$$V:history3$$V:history4$
   $V:history5$$V:history6$$V:history7$$V:history8$$V:history9$
@@ -14,5 +14,5 @@ text $V:history0$$V:history1$$V:history2$$V:history3$$V:history4$
   $V:history30$$V:history31$$V:history32$$V:history33$$V:history34$
   $V:history35$$V:history36$$V:history37$$V:history38$$V:history39$
 else
-text Nothing was changed so far.
+text Nothing has been changed so far.
 endif

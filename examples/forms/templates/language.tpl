@@ -2,8 +2,8 @@ title Language
 navbar_script navbar.sh
 body
 error $E$
-text The pages are in it at once. Screen readers are told which one it is from the
-  device's next start on.
+text The pages change at once. Screen readers learn the new language after the
+  device's next start.
 select language
 label Language of these pages
 choice en English

@@ -3,7 +3,7 @@ navbar_script navbar.sh
 body
 error $E$
 if $V:login_user$
-text The password that these pages ask $B$$V:login_user$$R$ for.
+text The password of $B$$V:login_user$$R$ for these pages.
 field old_password 40
 label Password in use
 check nullok regex ^.{1,80}$

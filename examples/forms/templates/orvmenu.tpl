@@ -3,7 +3,7 @@ read_script /bin/true
 navbar_script navbar.sh
 body
 error $E$
-text One small form for each thing that a form can do.
+text One small form for each feature.
 heading2 Values
 fmenu
 choice fields Text, box and list

@@ -29,7 +29,7 @@ def line(name, value):
     for sign, code in SIGNS.items():
         text = text.replace(sign, code)
     if "=" in name or "\n" in name or not name:
-        raise AnsibleActionFail(f"{name!r} is no name of a field")
+        raise AnsibleActionFail(f"{name!r} is not a valid name of a field")
     return f"{name}={text}\n"
 
 

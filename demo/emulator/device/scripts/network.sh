@@ -18,7 +18,7 @@ fi
 check_gateway()
 {
   if ! ip_number "${orv[gateway]}"; then
-    orv_error gateway 'This is no address. Enter one such as 192.168.1.1'
+    orv_error gateway 'This is not an address. Enter one such as 192.168.1.1'
   elif ((REPLY == own)); then
     orv_error gateway 'The gateway must be another device than this one'
   elif ! in_network "${orv[gateway]}"; then
