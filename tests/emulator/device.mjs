@@ -79,14 +79,14 @@ export class Device {
   }
 
   // Sends a request to its page, at another address where one is given.
-  request(path, { base = this.page, body } = {}) {
+  request(path, { base = this.page, body, timeout = 60000 } = {}) {
     return new Promise((resolve, reject) => {
       const request = https.request(new URL(path, base), {
         method: body ? "POST" : "GET",
         auth: `admin:${this.password}`,
         rejectUnauthorized: false, // it has signed its certificate by itself
         agent: false,
-        timeout: 60000,
+        timeout,
         headers: body &&
                  { "Content-Type": "application/x-www-form-urlencoded" },
       }, async (response) => {
@@ -106,8 +106,11 @@ export class Device {
     });
   }
 
+  // Who asks an address at which nobody is waits for all of the time.
   async answers(base = this.page) {
-    return (await this.request("/cgi-bin/orv", { base })).status === 200;
+    const { status } =
+      await this.request("/cgi-bin/orv", { base, timeout: 20000 });
+    return status === 200;
   }
 
   // Runs a command on the device, by the key that the page Administrator got.
