@@ -8,11 +8,12 @@
 #include "cgi_navbar.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <initializer_list>
-#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "cgi.h"
 #include "html.h"
@@ -173,26 +174,17 @@ static void drain(FILE *output)
   } while (got > 0 && dropped < DRAIN_MAX);
 }
 
-// The link to this form is shown only while a change waits to be kept.
-static bool is_confirm(const char *line)
-{
-  return strncmp(line, "confirm ", strlen("confirm ")) == 0;
-}
-
 // Reads the script's output, or the file in its place; the number of entries.
+// The entry of the form `confirm` is shown only while a change is pending.
 static int read_entries(FILE *output, bool is_file)
 {
   char buf[ORV_LINE_MAX + 1];
   bar list = {1, false};
-  bool bare = false;
-  for (int line = 0;
-       list.place < ORV_BAR_MAX && fgets(buf, sizeof buf, output) != nullptr;
-       line = 1) {
-    const bool dashes = strcmp(buf, "--\n") == 0;
-    if (!is_file || !(is_confirm(buf) || (bare && dashes))) {
+  while (list.place < ORV_BAR_MAX &&
+         fgets(buf, sizeof buf, output) != nullptr) {
+    if (!is_file || strncmp(buf, "confirm ", strlen("confirm ")) != 0) {
       take_line(&list, strip_line(buf));
     }
-    bare = bare || (line == 0 && dashes);
   }
   if (list.place == ORV_BAR_MAX) {
     drain(output);
@@ -202,40 +194,47 @@ static int read_entries(FILE *output, bool is_file)
 
 // --- a bar without a script --------------------------------------------------
 
-// Opens a file beside the script; NULL with errno.
-static FILE *open_beside(const char *script, const char *file)
+static bool lacks(int folder, const char *name)
 {
-  char name[PATH_MAX];
-  const char *slash = strrchr(script, '/');
-  const int length =
-      slash != nullptr ? static_cast<int>(slash + 1 - script) : 0;
-  snprintf(name, sizeof name, "%.*s%s", length, script, file);
-  return fopen(name, "re");
+  return faccessat(folder, name, F_OK, 0) != 0 && errno == ENOENT;
 }
 
-static bool has_beside(const char *script, const char *file)
+// Whether no change is pending in the settings, or about to be.  They lie
+// beside the folder of the scripts unless the environment says otherwise.
+static bool is_settled(int scripts)
 {
-  const owned_stream found(open_beside(script, file));
-  return found != nullptr || errno != ENOENT;
+  const char *given = getenv("ORV_STATE");
+  const bool elsewhere = given != nullptr && given[0] != '\0';
+  const int state = openat(elsewhere ? AT_FDCWD : scripts,
+                           elsewhere ? given : "../state", O_PATH | O_CLOEXEC);
+  if (state < 0) {
+    return errno == ENOENT;
+  }
+  const bool settled = lacks(state, ".pending") && lacks(state, ".commit");
+  close(state);
+  return settled;
 }
 
-// The bar of forms without a script is a file, which orv-store prints as it
-// stands as long as no change waits to be kept: then it is read here.  NULL
-// when it is for orv-store to decide.
+// The navigation bar of forms without a script is a file, which orv-store
+// prints unchanged while no change is pending: then it is read here, which
+// saves a process.  NULL when orv-store has to decide.
 static FILE *open_bar(const char *command)
 {
-  for (const char *name : {"ORV_STATE", "ORV_TEMPLATES", "ORV_TRANSACTION"}) {
-    if (getenv(name) != nullptr) {
-      return nullptr;
-    }
-  }
-  const owned_text script(orv_script_bar_link(command));
-  if (script == nullptr || has_beside(script.get(), "../state/.pending") ||
-      has_beside(script.get(), "../state/.commit")) {
+  const owned_text folder(orv_script_bar_link(command));
+  if (folder == nullptr || getenv("ORV_TEMPLATES") != nullptr) {
     return nullptr;
   }
-  FILE *bar = open_beside(script.get(), "../templates/navbar");
-  return bar != nullptr ? bar : open_beside(script.get(), "navbar");
+  *strrchr(folder.get(), '/') = '\0';
+  const int scripts = open(folder.get(), O_PATH | O_CLOEXEC);
+  int bar = -1;
+  if (scripts >= 0 && is_settled(scripts)) {
+    bar = openat(scripts, "../templates/navbar", O_RDONLY | O_CLOEXEC);
+    if (bar < 0) {
+      bar = openat(scripts, "navbar", O_RDONLY | O_CLOEXEC);
+    }
+  }
+  close(scripts);
+  return bar >= 0 ? fdopen(bar, "r") : nullptr;
 }
 
 constexpr int NO_BAR = -1;

@@ -7,8 +7,8 @@
 // as there is any doubt (a variable that bash obeys, a program that the kernel
 // does not take, no memory), the line goes to bash.
 //
-// All is prepared before there is a process for the script: until it has become
-// the script, it shares this one's memory.
+// Runs in the child alone, just before it becomes the script: what is allocated
+// here ends with it.
 
 #include "orv_exec.h"
 
@@ -18,6 +18,12 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+// Not must_malloc: lack of memory is no fault here, bash takes over.
+template <typename T> static T *new_list(size_t count)
+{
+  return static_cast<T *>(malloc(count * sizeof(T)));
+}
 
 // --- words -------------------------------------------------------------------
 
@@ -36,9 +42,14 @@ static bool is_plain_line(const char *line)
   return *line == '\0';
 }
 
-// Takes the text apart into words, NULL behind the last; false if it has none.
-static bool split_words(char *text, char **words)
+// The words of the line, NULL behind the last; NULL without memory.
+static char **split_words(const char *line)
 {
+  char *text = strdup(line);
+  char **words = new_list<char *>(strlen(line) / 2 + 2);
+  if (text == nullptr || words == nullptr) {
+    return nullptr;
+  }
   size_t count = 0;
   for (char *word = text + strspn(text, " "); *word != '\0';
        word += strspn(word, " ")) {
@@ -51,7 +62,7 @@ static bool split_words(char *text, char **words)
     }
   }
   words[count] = nullptr;
-  return count > 0;
+  return words;
 }
 
 // --- environment -------------------------------------------------------------
@@ -154,13 +165,31 @@ static char *level_entry()
   return entry;
 }
 
-constexpr size_t OWN_ENTRIES = 3;
-
-// Lists the environment that bash would give the script; false when that is not
-// known for certain.
-static bool list_environment(char *script, char **end)
+static char *script_entry(const char *path)
 {
-  char *const own[OWN_ENTRIES] = {folder_entry(), level_entry(), script};
+  const size_t size = strlen("_=") + strlen(path) + 1;
+  char *entry = new_list<char>(size);
+  if (entry != nullptr) {
+    snprintf(entry, size, "_=%s", path);
+  }
+  return entry;
+}
+
+// The environment that bash would give the script at `path`; NULL when that is
+// not known for certain.
+static char **script_environment(const char *path)
+{
+  char *const own[] = {folder_entry(), level_entry(), script_entry(path)};
+  size_t count = 0;
+  while (environ[count] != nullptr) {
+    count++;
+  }
+  char **entries = new_list<char *>(count + sizeof own / sizeof *own + 1);
+  if (entries == nullptr || own[0] == nullptr || own[1] == nullptr ||
+      own[2] == nullptr) {
+    return nullptr;
+  }
+  char **end = entries;
   for (char **entry = environ; *entry != nullptr; entry++) {
     if (value_of(*entry, "PWD") == nullptr &&
         value_of(*entry, "SHLVL") == nullptr &&
@@ -169,58 +198,35 @@ static bool list_environment(char *script, char **end)
       end++;
     }
   }
-  bool known = true;
   for (char *entry : own) {
-    known = known && entry != nullptr;
     *end = entry;
     end++;
   }
   *end = nullptr;
-  return known;
+  return entries;
 }
 
 // --- starting ----------------------------------------------------------------
 
-// Room for the words, the environment and their texts, in this order; false
-// without memory.  That is no fault here: bash takes over.
-static bool make_plan(orv_exec_plan *plan)
+// Returns when the line needs bash.
+static void exec_plain_line(const char *line)
 {
-  const size_t length = strlen(plan->line);
-  const size_t words = length / 2 + 2;
-  size_t entries = OWN_ENTRIES + 1;
-  while (environ[entries - OWN_ENTRIES - 1] != nullptr) {
-    entries++;
+  if (!is_plain_line(line) || is_changed_environment()) {
+    return;
   }
-  const size_t pointers = (words + entries) * sizeof(char *);
-  plan->words.reset(static_cast<char **>(
-      malloc(pointers + length + 1 + length + sizeof "_=")));
-  if (plan->words == nullptr) {
-    return false;
+  char **words = split_words(line);
+  if (words == nullptr || words[0] == nullptr) {
+    return;
   }
-  plan->entries = plan->words.get() + words;
-  char *text = reinterpret_cast<char *>(plan->entries + entries);
-  char *script = text + length + 1;
-  memcpy(text, plan->line, length + 1);
-  if (!split_words(text, plan->words.get())) {
-    return false;
-  }
-  snprintf(script, length + sizeof "_=", "_=%s", *plan->words);
-  return list_environment(script, plan->entries);
-}
-
-void orv_exec_prepare(const char *line, orv_exec_plan *plan)
-{
-  plan->line = line;
-  if (!is_plain_line(line) || is_changed_environment() || !make_plan(plan)) {
-    plan->words.reset();
+  char **entries = script_environment(words[0]);
+  if (entries != nullptr) {
+    execve(words[0], words, entries);
   }
 }
 
-void orv_exec(const orv_exec_plan *plan)
+void orv_exec_line(const char *line)
 {
-  if (plan->words != nullptr) {
-    execve(*plan->words, plan->words.get(), plan->entries);
-  }
-  const char *const argv[] = {"bash", "-c", plan->line, nullptr};
+  exec_plain_line(line);
+  const char *const argv[] = {"bash", "-c", line, nullptr};
   execv("/bin/bash", const_cast<char *const *>(argv));
 }

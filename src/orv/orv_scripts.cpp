@@ -1,15 +1,15 @@
 // The script runner.
 //
-// A script is started in a process of its own, connected by pipes and waited
-// for, strictly one at a time, and only the state below is kept between calls.
-// What goes through the pipes is up to the caller, when it goes is decided
-// here. The input is in the pipe before the script exists, and only what the
-// pipe has no room for is written while output is read; reading ends with the
-// script even if a background process that it left keeps its output open.  So
-// this process may die at any time: it has then started nothing, or a script
-// that has its whole input.  Only an input larger than the pipe can arrive in
-// part; a script that cannot be given the rest is ended before it could take
-// the part for the whole.
+// A script is started with fork and exec, connected by pipes and waited for,
+// strictly one at a time, and only the state below is kept between calls.  What
+// goes through the pipes is up to the caller, when it goes is decided here. The
+// input is in the pipe before the script exists, and only what the pipe has no
+// room for is written while output is read; reading ends with the script even
+// if a background process that it left keeps its output open.  So this process
+// may die at any time: it has then started nothing, or a script that has its
+// whole input.  Only an input larger than the pipe can arrive in part; a script
+// that cannot be given the rest is ended before it could take the part for the
+// whole.
 //
 // A server that has waited too long ends this process, and nobody is left who
 // wants the script's output.  SIGTERM is passed on to the script's process
@@ -23,14 +23,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <initializer_list>
-#include <sched.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include "kwtutil.h"
@@ -38,7 +36,6 @@
 #include "orv_error.h"
 #include "orv_exec.h"
 #include "orv_guard.h"
-#include "orv_limits.h"
 #include "orv_script_talk.h"
 
 #ifndef ORV_SCRIPT_DIR
@@ -60,8 +57,6 @@ constexpr int NO_MEMORY = -1;
 constexpr int NO_SCRIPT = -2;
 constexpr int NO_PIPE = -3;
 constexpr int NO_CHILD = -4;
-// What the child calls until it is the script.
-constexpr size_t CHILD_STACK_SIZE = 64UL * 1024;
 
 // A pipe between us and a script; -1: there is none, or no longer that end.  A
 // script without one has /dev/null there.
@@ -74,9 +69,6 @@ struct channel {
 struct launch {
   const char *command; // borrowed: as the caller has it
   owned_text line;     // the full command line
-  orv_exec_plan plan;  // how it is started
-  pid_t parent;
-  int fault; // why it could not be started; set by the child
   channel from_script;
   channel to_script;
 };
@@ -181,6 +173,26 @@ bool orv_script_does_nothing(const char *command)
   return strcmp(command, line) == 0 && access(line, X_OK) == 0;
 }
 
+char *orv_script_bar_link(const char *command)
+{
+  static const char option[] = " --navbar";
+  static const char store[] = "orv-store";
+  char target[sizeof store];
+  const char *blank = strchr(command, ' ');
+  if (blank == nullptr || strcmp(blank, option) != 0) {
+    return nullptr;
+  }
+  owned_text path(full_command(command));
+  if (path != nullptr) {
+    path.get()[strlen(path.get()) - strlen(option)] = '\0';
+  }
+  const bool leads_there =
+      path != nullptr &&
+      readlink(path.get(), target, sizeof target) == sizeof store - 1 &&
+      memcmp(target, store, sizeof store - 1) == 0;
+  return leads_there ? path.release() : nullptr;
+}
+
 static bool open_channel(channel *pipe, bool reads)
 {
   int fds[2];
@@ -197,30 +209,6 @@ static void close_end(int *fd)
     close(*fd);
     *fd = -1;
   }
-}
-
-static bool leads_to_store(const char *path)
-{
-  static const char store[] = "orv-store";
-  char target[sizeof store];
-  return access(path, X_OK) == 0 &&
-         readlink(path, target, sizeof target) == sizeof store - 1 &&
-         strncmp(target, store, sizeof store - 1) == 0;
-}
-
-char *orv_script_bar_link(const char *command)
-{
-  const owned_text line(full_command(command));
-  orv_exec_plan plan = {};
-  if (line == nullptr) {
-    return nullptr;
-  }
-  orv_exec_prepare(line.get(), &plan);
-  char **words = plan.words.get();
-  const bool found = words != nullptr && words[1] != nullptr &&
-                     strcmp(words[1], "--navbar") == 0 && words[2] == nullptr &&
-                     leads_to_store(words[0]);
-  return found ? strdup(words[0]) : nullptr;
 }
 
 // Closes what is left of both pipes.
@@ -252,11 +240,7 @@ static pid_t prepare(launch *start, const char *command, bool reads,
                      bool writes)
 {
   orv_script_signals();
-  *start = {};
-  start->command = command;
-  start->line.reset(full_command(command));
-  start->parent = getpid();
-  start->from_script = start->to_script = {-1, -1};
+  *start = {command, owned_text(full_command(command)), {-1, -1}, {-1, -1}};
   if (start->line == nullptr) {
     return NO_MEMORY;
   }
@@ -269,7 +253,6 @@ static pid_t prepare(launch *start, const char *command, bool reads,
   if (writes && !open_channel(&start->to_script, false)) {
     return no_output_pipe(start);
   }
-  orv_exec_prepare(start->line.get(), &start->plan);
   return 0;
 }
 
@@ -286,19 +269,18 @@ static void redirect(int fd, int flags, int place)
   }
 }
 
-// The child's part, which ends it when it returns.  Nothing of the parent's
-// signals or descriptors reaches the script.  The memory is the parent's, which
-// waits meanwhile: nothing may be left changed there, such as a log's socket.
-static int run_child(void *context)
+// The child's part: never returns.  Nothing of the parent's signals or
+// descriptors reaches the script, and _exit leaves the parent's unwritten
+// output alone.
+[[noreturn]] static void run_child(const launch *start, pid_t parent)
 {
-  launch *start = static_cast<launch *>(context);
   // A session, and so a group, of its own, without our terminal: who starts us
   // may be trusted with more than a script's user.
   setsid();
   if (let_finish == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != start->parent) {
-      return EXIT_FAILURE; // it died before it could be watched
+    if (getppid() != parent) {
+      _exit(EXIT_FAILURE); // it died before it could be watched
     }
   }
   redirect(start->to_script.theirs, O_RDONLY, STDIN_FILENO);
@@ -312,33 +294,16 @@ static int run_child(void *context)
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
 
-  orv_exec(&start->plan);
-  start->fault = errno;
-  return EXIT_FAILURE;
-}
-
-// Makes a process that runs `run_child`; -1 with errno.  To copy the memory, as
-// fork does, would cost as much as most of what a small script does.
-static pid_t make_process(launch *start)
-{
-  alignas(16) static char stack[CHILD_STACK_SIZE];
-  return clone(run_child, stack + sizeof stack,
-               CLONE_VM | CLONE_VFORK | SIGCHLD, start);
-}
-
-// A script that could not be started ends at once, with a line in the log.
-static void log_fault(const launch *start)
-{
-  char text[ORV_LINE_MAX];
-  snprintf(text, sizeof text, "Exec call for \"%s\" failed (%d)",
-           start->command, start->fault);
-  orv_log(LOG_ERR, text);
+  orv_exec_line(start->line.get());
+  orv_fatal("Exec call for \"%s\" failed (%d)", start->command, errno);
+  _exit(EXIT_FAILURE);
 }
 
 // Makes the script's process.  Its id, or NO_CHILD, reported, with both pipes
 // closed.
 static pid_t start_child(launch *start)
 {
+  const pid_t parent = getpid();
   sigset_t endings; // not all signals: a crash is handled here as well
   sigset_t before;
   sigemptyset(&endings);
@@ -346,7 +311,10 @@ static pid_t start_child(launch *start)
     sigaddset(&endings, sig);
   }
   sigprocmask(SIG_BLOCK, &endings, &before);
-  const pid_t pid = make_process(start);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    run_child(start, parent);
+  }
   if (pid > 0) {
     group = pid;
   }
@@ -358,9 +326,6 @@ static pid_t start_child(launch *start)
   }
   close_end(&start->from_script.theirs);
   close_end(&start->to_script.theirs);
-  if (start->fault != 0) {
-    log_fault(start);
-  }
   return pid;
 }
 

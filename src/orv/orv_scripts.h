@@ -55,9 +55,8 @@ FILE *orv_script_exchange(const char *command, const char *input, size_t length,
 // script: it reads and prints nothing, so it need not be started.
 bool orv_script_does_nothing(const char *command);
 
-// The path of the script when `command` asks orv-store, under the name of a
-// link to it, for the navigation bar; owned by the caller (free).  NULL for any
-// other command, and for one that needs a shell.
+// The path of the script when `command` is a link to orv-store with the task
+// --navbar; owned by the caller (free).  NULL for any other command.
 char *orv_script_bar_link(const char *command);
 
 // Waits for `pid`: its exit status, or minus the number of the signal that

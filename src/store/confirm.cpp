@@ -238,10 +238,12 @@ bool navbar_print(const char *path)
   if (pending) {
     print_confirm(bar.get());
   }
+  bool is_out = bare; // the line that follows
   while (bar != nullptr && fgets(line, sizeof line, bar.get()) != nullptr) {
-    if (!is_confirm(line) && !(bare && strcmp(line, "--\n") == 0)) {
+    if (!is_out && !is_confirm(line)) {
       fputs(line, stdout);
     }
+    is_out = false;
   }
   return true;
 }

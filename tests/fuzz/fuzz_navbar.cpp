@@ -8,7 +8,7 @@ void fuzz(std::string_view input)
 {
   FILE *output = fuzz_stream(input);
   ents[0] = {"Configuration", "/"};
-  const int count = read_entries(output);
+  const int count = read_entries(output, input.size() % 2 != 0);
   fclose(output);
   assert(count >= 0 && count <= ORV_BAR_MAX);
   ents[count].label = nullptr;

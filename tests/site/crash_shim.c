@@ -8,7 +8,6 @@
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <pthread.h>
-#include <sched.h>
 #include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -40,9 +39,8 @@ static bool is_way(const char *way)
   return strcmp(getenv("SHIM_CRASH"), way) == 0;
 }
 
-int clone(int (*run)(void *), void *stack, int flags, void *context, ...)
+pid_t fork(void)
 {
-  (void)run, (void)stack, (void)flags, (void)context;
   pthread_t holder;
   if (is_way("locked") && pthread_create(&holder, NULL, hold_page, NULL) == 0) {
     while (!locked) {

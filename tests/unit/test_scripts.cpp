@@ -230,16 +230,6 @@ TEST_F(Scripts, LackOfProcessesOrDescriptorsIsReported)
     fputs(message().c_str(), stderr);
     _exit(0);
   }, testing::ExitedWithCode(0), "^orv_script_run: Cannot fork. Errno 38$");
-  EXPECT_EXIT({ // what the script's process does to itself is not done to us
-    deny(SYS_execve);
-    EXPECT_EQ(run("/bin/true"), EXIT_FAILURE);
-    struct sigaction on_term;
-    sigaction(SIGTERM, nullptr, &on_term);
-    EXPECT_NE(on_term.sa_handler, SIG_DFL);
-    EXPECT_NE(getsid(0), getpid());
-    fprintf(stderr, "%d%s", fcntl(STDERR_FILENO, F_GETFD), message().c_str());
-    _exit(HasFailure());
-  }, testing::ExitedWithCode(0), "^0$");
   EXPECT_EXIT({ // what does nothing takes no process
     deny(SYS_clone);
     deny(SYS_clone3);
