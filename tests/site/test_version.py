@@ -16,7 +16,8 @@ def test_every_program_tells_the_number_of_the_page(site):
     assert number == (ROOT / "VERSION").read_text().strip() != ""
     built = (ORVCTL, os.environ["ORV_STORE"], os.environ["ORV_LINT"])
     scripts = ("tools/orv-test", "tools/larkspur-new", "tools/memcheck", "tools/mutate", "demo/run", "packaging/servers/start",
-               "packaging/act/larkspur-acts", "packaging/brand/larkspur-brand", "packaging/boot/larkspur-language", "packaging/boot/larkspur-first-start")
+               "packaging/act/larkspur-acts", "packaging/brand/larkspur-brand", "packaging/boot/larkspur-language", "packaging/boot/larkspur-first-start",
+               "packaging/boot/larkspur-setup")
     for program in (*built, *(ROOT / script for script in scripts)):
         name = "demo/run" if str(program).endswith("demo/run") else pathlib.Path(program).name
         done = subprocess.run([program, "--version"], cwd=site.folder, capture_output=True, text=True, check=True)

@@ -77,6 +77,9 @@ def build():
 
 def executable(path):
     """The executable to test, from --orv or a build of our own."""
+    installed = ROOT.parents[1] / "libexec/larkspur/orv"  # beside share/larkspur
+    if not path and installed.is_file():
+        path = installed
     path = pathlib.Path(path).resolve() if path else build()
     if not path.is_file() or not os.access(path, os.X_OK):
         raise CannotRun(f"{path} is not executable; name one with --orv, or leave "
