@@ -110,7 +110,7 @@ def test_an_action_is_run_as_it_is_named_in_an_environment_of_its_own(acts):
                                 "no luck")
     assert acts.run("other") == ("fault Saved, but not in use: this device has no "
                                  "action other")
-    assert acts.store("act", "../count").startswith("fault ../count is no name")
+    assert acts.store("act", "../count").startswith("fault ../count is not a valid name")
     assert acts.store("act", "count", "--wait", "0").startswith("fault An action is")
     assert acts.state("quiet") == "0" and acts.state("fail") == "3"
 
@@ -186,7 +186,7 @@ def test_what_takes_too_long_is_ended_with_all_that_it_started(acts):
     acts.action("daemon", "sleep 4 & echo started")
     acts.start("-l", "3")
     assert acts.run("slow") == ("fault Saved, but not in use: slow took too long and "
-                                "was ended")
+                                "was killed")
     assert acts.state("slow") == "late"
     with (acts.folder / "lock").open("a") as lock:
         until(lambda: can_lock(lock))
@@ -235,8 +235,8 @@ def test_no_action_is_run_that_others_could_have_made_or_changed(acts):
     until(lambda: acts.state(names[-1]))
     for name in names:
         assert acts.state(name) == "refused", name
-    assert acts.run("link") == ("fault Saved, but not in use: link is not run: others "
-                                "than root could change it")
+    assert acts.run("link") == ("fault Saved, but not in use: link is not run: users "
+                                "other than root can change it")
     for folder, mode in (acts.actions, 0o775), (acts.actions, 0o757), (acts.folder, 0o777):
         old = stat.S_IMODE(folder.stat().st_mode)
         folder.chmod(mode)

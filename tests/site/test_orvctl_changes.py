@@ -28,7 +28,7 @@ set wireless wl_on=True wl_name=Larch wl_passphrase=correct-horse wl_band=2 wl_h
   Network name: Larkspur → Larch
   Hidden: off → on
   Passphrase: changed
-  Band: Both → 2.4 GHz, farther
+  Band: Both → 2.4 GHz, longer range
 set network ip6_mode=off dns1=9.9.9.9
   IPv6: Automatic → Off
   Name server: blank → 9.9.9.9
@@ -88,7 +88,7 @@ def test_a_backup_holds_hashes_and_no_page_can_bring_one(site):
     (site.folder / "dump").write_text(dump.replace("password=", "password=$(id)"))
     assert "cannot use a password" in run(site, "apply", "dump", expect=1).stderr
     (site.folder / "dump").write_text("form users\nsecret us_role0=x\n")
-    assert "no secret's name" in run(site, "apply", "dump", expect=1).stderr
+    assert "not the name of a secret" in run(site, "apply", "dump", expect=1).stderr
 
 
 def ssh(site, command, given=""):
