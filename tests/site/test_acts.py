@@ -326,7 +326,7 @@ def test_a_result_is_one_of_the_reader(acts):
 def test_the_reader_comes_back_and_who_asks_meanwhile_is_told(acts):
     acts.start()
     acts.ask.unlink()
-    assert acts.store("act", "count") == f"fault {NOBODY}"
+    assert acts.store("act", "count") in ("ok", f"fault {NOBODY}")  # made again already, or not
     until(lambda: acts.run("count") == "ok")  # made, and then opened
     acts.stop()
     assert acts.store("act", "count") == f"fault {NOBODY}"
