@@ -206,7 +206,7 @@ lay_out_larkspur()
     rm -rf -- "$tree/usr/share/"{man,bash-completion} &&
     rm -f -- "$data/servers/"{nginx.conf,apache.conf,busybox*,README.md} \
       "$data/boot/"*.service &&
-    mkdir -p -- "$tree/etc/larkspur" &&
+    mkdir -p -- "$tree/etc/larkspur" "$tree/etc/default" &&
     cp -- "$data/boot/larkspur.default" "$tree/etc/default/larkspur" &&
     install -m 755 -- "$data/boot/larkspur-acts.init" \
       "$tree/etc/init.d/S45larkspur"
