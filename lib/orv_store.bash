@@ -46,7 +46,9 @@ orv__is_served() { # by one that has not ended, which could be read
   [[ $orv__server && $orv__home == "$BASHPID" ]] && ! read -rt 0 -u "$orv__from"
 } 2>/dev/null
 orv__tell() { # TEXT: `orv__answer` is what it comes to
+  trap '' PIPE # one that was killed just now is a message, not the script's end
   printf %s "$1" >&"$orv__to"
+  trap - PIPE
   orv__hear
 } 2>/dev/null
 orv__hear() {

@@ -245,7 +245,10 @@ def test_one_program_serves_a_script_for_its_life(device):
             ("orv_read a; orv_lock; orv_read b; orv[a]+=${orv[b]}; " + store, "0", "ab"),
             ("orv_lock; LC_ALL=C.UTF-8; orv[a]='\u00e4 \u2192'; " + store, "0", "\u00e4 \u2192"),
             ("orv_lock; orv_read PORT#; orv[a]=${orv[PORT7]}${orv__beyond// }; " + store, "0", "Port7PORT"),
-            ("orv_lock; kill -9 $orv__server; orv_msg() { echo msg; }; " + store, "msg\n1", None)):
+            ("orv_lock; kill -9 $orv__server; orv_msg() { echo msg; }; " + store, "msg\n1", None),
+            # It dies after the library looked and before it asks.
+            ("orv_lock; kill -9 $orv__server; sleep 0.1; orv__is_served() { true; }; "
+             "orv_msg() { echo msg; }; " + store, "msg\n1", None)):
         device.store("reset")
         status, told = device.script(text, given=given)
         assert (status, told) == (0, f"{said}\n"), text
