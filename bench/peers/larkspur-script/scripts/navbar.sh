@@ -1,3 +1,1 @@
-#!/bin/sh
-printf '%s\n' 'gateway Gateway' 'status Status' 'users Users' 'log Log' \
-  'system System'
+orv-store
