@@ -2,8 +2,8 @@
 //
 // Keeps no state between calls.  The reader of the FIFO does not trust its
 // writers, so only a name goes through it, and nothing is created or replaced
-// in a folder of the privileged side.  What is found there is still checked,
-// since on a device that was not set up anybody may have left anything.
+// in a folder of the privileged side.  The files there are checked all the
+// same: on a device that was never set up, anybody may have put anything there.
 
 #include "act.h"
 
@@ -35,7 +35,7 @@ static const char ASK_FIFO[] = "ask";
 static const char RUNNING[] = "running";
 constexpr size_t NAME_MAX_LENGTH = 40; // of an action; the reader takes no more
 constexpr size_t OUTPUT_MAX = 4096;    // of an action, as the reader keeps it
-constexpr size_t WORD_SIZE = 48;       // of what stands in front of the output
+constexpr size_t WORD_SIZE = 48;       // of the line before the output
 constexpr size_t FIRST_LINE_MAX = 120; // of an output, in a message
 constexpr int FULL_MILLISECONDS =
     5000; // the reader empties the FIFO once a second
@@ -130,7 +130,7 @@ static int open_fifo(int acts)
 }
 
 // One write of less than PIPE_BUF, so lines never mix.  A line end goes first,
-// so that half a line of another writer is no part of this one.
+// in case another writer has left half a line.
 static bool write_name(int acts, const char *name)
 {
   char line[NAME_MAX_LENGTH + 3];
@@ -227,7 +227,7 @@ static void read_result(int acts, const char *name, act_result *result)
   const size_t rest = static_cast<size_t>(text + got - (end + 1));
   result->length = rest < OUTPUT_MAX ? rest : OUTPUT_MAX;
   memcpy(result->output, end + 1, result->length);
-  // To who reads it, it is text of one line or several.
+  // The reader treats it as text of one or more lines.
   for (char *c = result->output; c < result->output + result->length; c++) {
     const unsigned char byte = static_cast<unsigned char>(*c);
     *c =

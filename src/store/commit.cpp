@@ -1,10 +1,10 @@
 // Several files that change as one step.
 //
-// Readers hold no lock.  They find a file in the committed folder or at its
-// place, and read several of them anew when the generation has changed
-// meanwhile: it changes before the commit, and once all files are at their
-// places, while the committed folder still stands.  So between two looks that
-// show the same generation and the same folder, no file has changed.
+// Readers hold no lock.  They find a file in the committed folder or in its
+// final place, and read a group of files again when the generation has changed
+// meanwhile: it changes before the commit, and again once all files are in
+// place, while the committed folder still exists.  So if the generation and the
+// folder are the same before and after, no file has changed in between.
 //
 // Owns the joined transaction, for the life of the process.
 
@@ -45,7 +45,7 @@ constexpr int DEPTH_MAX = 3;       // of our own folders
 constexpr size_t PLACE_DIGITS = 8; // of a token, which identify the folder
 
 static char joined[sizeof STAGE_PREFIX + STORE_TOKEN_SIZE]; // "": none
-static bool is_over;     // the transaction named is: nothing can join it
+static bool is_over;     // the named transaction has ended: it cannot be joined
 static int outcome = -1; // of the transaction that this process began
 
 static bool cannot_store()
@@ -125,13 +125,13 @@ bool store_is_same_look(const store_look *a, const store_look *b)
          strcmp(a->generation, b->generation) == 0;
 }
 
-static uint64_t highest; // number of a commit that a file carries
+static uint64_t highest; // commit number found in a file
 
 static bool note_number(int dir, const char *name, void *)
 {
   const int fd = openat(dir, name, O_RDONLY | OPEN_FLAGS);
   if (fd < 0) {
-    return true; // who reads it next reports that
+    return true; // whoever reads it next reports that
   }
   static const char mark[] = "#orv 2 ";
   char head[HEAD_SIZE] = "";
@@ -144,7 +144,8 @@ static bool note_number(int dir, const char *name, void *)
   return true;
 }
 
-// The number of the next commit: needs no clock, which could be set back.
+// The number of the next commit.  It does not come from the clock, which could
+// be set back.
 static uint64_t next_number()
 {
   highest = 0;
@@ -187,8 +188,8 @@ static bool move_files()
   return true;
 }
 
-// Moves what is committed to its places.  Can be repeated at will: each step
-// may have been done before.
+// Moves the committed files to their places.  Can be repeated at any time: any
+// of the steps may have been done already.
 static bool move_committed()
 {
   static const char pending[] = COMMIT_FOLDER "/" PENDING_FOLDER;
@@ -204,7 +205,7 @@ static bool move_committed()
   }
   const bool replaced = store_has(pending);
   if (replaced || store_has(settled)) {
-    // Whole: a part of it must never be put back.
+    // All of it or nothing: a part must never be put back.
     if (renameat(store.fd, PENDING_FOLDER, store.fd, old) != 0 &&
         errno != ENOENT) {
       return false;
@@ -355,7 +356,7 @@ bool stage_write(const store_stage *stage, const char *name, const char *text,
   }
   const bool written = write_all(fd, text, length);
   const int error = errno;
-  // A disk may report here what it could not write.
+  // A disk may report only here that a write failed.
   const bool closed = close(fd) == 0;
   if (!written) {
     errno = error;
@@ -377,7 +378,7 @@ bool stage_make_folder(const store_stage *stage, const char *name)
          cannot_store();
 }
 
-// The one step: before it the old settings count, after it the new.
+// The atomic step: before it the old settings count, after it the new.
 static bool commit_folder(const store_stage *stage)
 {
   sync_folder(stage->fd, PENDING_FOLDER);
@@ -403,7 +404,7 @@ static bool commit(store_stage *stage)
   }
   fsync(store.fd);
   close_stage(stage);
-  move_committed(); // what fails here is left to the next save
+  move_committed(); // the next save repeats what fails here
   return true;
 }
 
@@ -473,8 +474,8 @@ void stage_drop(store_stage *stage)
 }
 
 // --- a transaction -----------------------------------------------------------
-// A process that has work to do when the transaction is over waits for the lock
-// of the outcome file, whose content is the result.
+// A process with work to do after the transaction waits for the lock of the
+// outcome file, whose content is the result.
 
 static void tell_outcome(const char *word)
 {

@@ -1,7 +1,7 @@
 // The form that keeps a guarded change.
 //
-// It has no fields, and its Submit keeps the change: the page carries the
-// change's token, so that no other change is kept in its place.
+// It has no fields; its Submit keeps the change.  The page carries the change's
+// token, so that no other change is kept in its place.
 
 #include "confirm.h"
 
@@ -56,7 +56,7 @@ static void take_who(const char *info, char (&text)[LINE_SIZE])
   store_write_who(&who, text, sizeof text);
 }
 
-// The clock time at which the change goes back; "" as long as it is not known.
+// The clock time at which the change goes back; "" while it is not known.
 static void take_clock(const pending_change *pending, char (&text)[LINE_SIZE])
 {
   const time_t clock = static_cast<time_t>(pending->clock);
@@ -143,7 +143,7 @@ bool confirm_read(void)
   if (store.fd < 0 || !guard_read(&pending)) {
     return read_nothing();
   }
-  // This page is meant to be submitted without an entry.
+  // This page is to be submitted although it has no fields.
   report_value("always_submit", "True");
   report_value("confirm_token", pending.token);
   char who[LINE_SIZE];
@@ -167,7 +167,7 @@ bool confirm_write(void)
     return false;
   }
   report_value("u_saved_note", "The change is kept.");
-  report_value("u_saved_navbar", "True"); // whose link here is gone now
+  report_value("u_saved_navbar", "True"); // its link to this page is gone now
   return true;
 }
 
@@ -185,7 +185,7 @@ static FILE *open_bar(const char *folder, int length)
   return fopen(name, "re");
 }
 
-// That of the templates is in their language.
+// The file of the templates is in their language.
 static FILE *find_bar(const char *path)
 {
   const char *slash = strrchr(path, '/');
@@ -196,7 +196,7 @@ static FILE *find_bar(const char *path)
                             : open_bar(".", 1);
 }
 
-// A line for that form is its entry, which is shown when it leads somewhere.
+// A line for that form is its entry, shown only while a change is pending.
 static bool is_confirm(const char *line)
 {
   static const char key[] = CONFIRM_FORM " ";
@@ -223,7 +223,7 @@ bool navbar_print(const char *path)
 {
   const bool pending =
       store_open(false) && store.fd >= 0 && guard_is_pending(nullptr);
-  store_forget_fault(); // a navigation bar cannot show it
+  store_forget_fault(); // a navigation bar cannot show a fault
   const owned_stream bar(find_bar(path));
   char line[LINE_SIZE];
   const bool bare = bar != nullptr &&

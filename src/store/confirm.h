@@ -1,4 +1,4 @@
-// The form that keeps a guarded change, and the way to it.
+// The form that keeps a guarded change, and the link to it.
 
 #ifndef STORE_CONFIRM_H
 #define STORE_CONFIRM_H
@@ -9,7 +9,8 @@
 
 constexpr size_t CONFIRM_SENTENCE_SIZE = 200;
 
-// The tasks of that form: show what is pending, keep it.  False with a fault.
+// The tasks of that form: show the pending change, keep it.  False with a
+// fault.
 bool confirm_read(void);
 bool confirm_write(void);
 

@@ -11,7 +11,7 @@
 
 #include "folder.h"
 
-// As long as a message that a page takes.
+// The length of a message that a page accepts.
 constexpr size_t TEXT_SIZE = 240;
 
 static char text[TEXT_SIZE]; // "": none yet

@@ -7,7 +7,7 @@
 bool store_fault(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 // The same for a system call that failed on the state folder: what could not be
-// done, where, as which user, and the reason by errno.
+// done, where, as which user, and the reason from errno.
 bool store_fault_errno(const char *what);
 
 // The text kept, one line without control characters; NULL when there is none.

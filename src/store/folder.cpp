@@ -34,9 +34,9 @@
 #endif
 
 // A settings file is never larger: a table of 100 rows and 20 columns has a
-// tenth.
+// tenth of this.
 constexpr off_t FILE_MAX = off_t{4} * 1024 * 1024;
-// How long a save waits for others, in seconds: a user still waits, too.
+// How long a save waits for others, in seconds: no longer than its user would.
 #ifndef STORE_LOCK_SECONDS
 #define STORE_LOCK_SECONDS 30
 #endif
@@ -55,8 +55,8 @@ static const char *place(const char *variable, const char *otherwise)
 
 // --- root --------------------------------------------------------------------
 
-// Whether nobody but root can put something else at `path`, or at a folder or
-// link that leads there.  `path` is absolute; it is cut down.
+// Whether only root can replace `path`, or a folder or link that leads there.
+// `path` is absolute; it is shortened in place.
 static bool is_roots(char *path)
 {
   for (char *slash = strrchr(path, '/'); slash != nullptr;
@@ -104,8 +104,8 @@ static bool become(const struct stat *file)
   return true;
 }
 
-// Gives up root's rights for those of the folder's owner, so that root creates
-// nothing that the web server cannot change, and trusts none of its files.
+// Switches from root to the folder's owner, so that root creates nothing that
+// the web server cannot change, and trusts none of its files.
 static bool become_owner()
 {
   struct stat folder;
@@ -119,14 +119,15 @@ static bool become_owner()
   }
   if (!S_ISDIR(folder.st_mode) || !is_roots(named.get()) ||
       !is_roots(real.get())) {
-    return store_fault("Root does not use the folder %s: others could put "
-                       "another one in its place",
+    return store_fault("Root does not use the folder %s: others could replace "
+                       "it",
                        store.path);
   }
   return become(&folder);
 }
 
-// The owner of the folder above `path` that exists; it is restored.
+// The owner of the nearest existing folder above `path`, which is changed
+// meanwhile and restored.
 static bool become_owner_above(char *path)
 {
   struct stat above = {};
@@ -358,7 +359,7 @@ bool store_has(const char *path)
 static const char LOCK_FILE[] = ".lock";
 static int lock_file = -1; // open for the life of the process
 
-// A wait that takes too long is interrupted by a signal.
+// A signal interrupts a wait that takes too long.
 static void be_late(int)
 {
 }
@@ -371,7 +372,7 @@ static bool wait_for_lock(int fd)
   struct sigaction late = {};
   late.sa_handler = be_late;
   sigaction(SIGALRM, &late, nullptr);
-  // Repeatedly, since a signal before the wait begins interrupts nothing.
+  // It repeats, since a signal before the wait begins interrupts nothing.
   const struct itimerval time = {{1, 0}, {LOCK_SECONDS, 0}};
   const struct itimerval never = {};
   setitimer(ITIMER_REAL, &time, nullptr);
@@ -382,8 +383,8 @@ static bool wait_for_lock(int fd)
   return locked;
 }
 
-// For those who wait; a failure does no harm.  The file keeps its length, which
-// costs less than to cut it.
+// Names the holder to those who wait; a failure does no harm.  The file keeps
+// its length, since truncating it costs more.
 static void write_holder(const char *what)
 {
   char holder[HOLDER_SIZE] = "";
@@ -395,8 +396,8 @@ static bool report_holder()
 {
   char holder[HOLDER_SIZE] = "";
   static_cast<void>(pread(lock_file, holder, sizeof holder - 1, 0) > 0);
-  return store_fault("The settings are in use by %s for more than %u seconds. "
-                     "Please try again",
+  return store_fault("The settings have been in use by %s for more than %u "
+                     "seconds. Please try again",
                      holder[0] != '\0' ? holder : "another save", LOCK_SECONDS);
 }
 
@@ -432,7 +433,7 @@ void store_unlock(void)
 
 // --- holding it for a script -------------------------------------------------
 
-// An old kernel cannot report the end of a process: then it is polled for.
+// An old kernel cannot report the end of a process: then we poll.
 bool store_await(pid_t pid, int fd)
 {
   const int process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
@@ -457,7 +458,7 @@ pid_t store_hold_lock(pid_t script)
   if (holder == 0) {
     setpgid(0, 0);
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
-      close(fd); // the page waits for who holds its pipe
+      close(fd); // the page waits for every process that holds its pipe
     }
     store_await(script, -1);
     _exit(EXIT_SUCCESS);

@@ -29,10 +29,9 @@ extern store_folder store; // the one in use; made by store_open
 // that programs started from now on use the same folder.
 void store_find(void);
 
-// The same, and opens the folder.  Started as root,
-// the process first becomes the folder's owner, and the folder must be one that
-// root alone can replace.  With `create`, a missing folder is made.  False with
-// a fault.
+// The same, and opens the folder.  Started as root, the process first becomes
+// the folder's owner, and only root may be able to replace the folder.  With
+// `create`, a missing folder is made.  False with a fault.
 bool store_open(bool create);
 
 // Whether `name` can be that of a settings file: a letter or digit, then
@@ -42,15 +41,15 @@ bool store_is_name(const char *name);
 
 // Locks the settings until this process ends, unless the process `holder` (0:
 // none) holds the lock for the calling script.  Waits as long as a person
-// would; false with a fault that says for what, or when that process has lost
-// the lock. `what` describes this holder to those who wait.
+// would; false with a fault that names the holder, or when that process has
+// lost the lock.  `what` describes this holder to those who wait.
 bool store_lock(const char *what, pid_t holder);
 
 // Unlocks.
 void store_unlock(void);
 
-// Waits until the process `pid` has ended, or until there is something to be
-// read from `fd` (-1: nothing), or its end.  Whether there is.
+// Waits until the process `pid` has ended, or until `fd` (-1: none) has input
+// or its end.  True for the latter.
 bool store_await(pid_t pid, int fd);
 
 // Passes the lock to a new process, which keeps it until the process `script`
@@ -58,7 +57,7 @@ bool store_await(pid_t pid, int fd);
 // unlocks.  The holder's id, -1 with a fault.
 pid_t store_hold_lock(pid_t script);
 
-// Reads the file `name` of the folder `dir` whole: owned by the caller (free),
+// Reads all of the file `name` of the folder `dir`: owned by the caller (free),
 // with a NUL byte behind it.  NULL without a fault when there is none, NULL
 // with a fault when it cannot be read, is not a regular file or too large.
 char *store_read_file(int dir, const char *name, size_t *length);
@@ -73,7 +72,8 @@ dirent *store_next_entry(DIR *list);
 using store_list = std::unique_ptr<DIR, orv_releaser<closedir>>;
 
 // Calls `act` for every settings file of the folder `name` within `dir`; false
-// with errno when a call gives that, or the folder cannot be read to its end.
+// with errno when a call returns false, or the folder cannot be read to its
+// end.
 using store_act = bool (*)(int folder, const char *file, void *data);
 bool store_each_file(int dir, const char *name, store_act act, void *data);
 

@@ -25,7 +25,7 @@ static pt_header *header;
 static pt_body_item *items;
 static void *names; // of the items and of lists' entries; a search tree
 
-// A name as it is searched for: without its row number.
+// A name as the search needs it: without its row number.
 struct stem {
   const char *name;
   size_t length;

@@ -10,12 +10,11 @@
 void form_set_subitem(const char *subitem);
 
 // Parses the template of `form` in the folder of templates.  False when there
-// is none, with a fault when there is one that cannot be read as a whole:
-// without it, it is unknown which rows a save has deleted.  Kept until the
-// process ends.
+// is none; also false, with a fault, when a part of it cannot be read: then it
+// would be unknown which rows a save has deleted.  Kept until the process ends.
 bool form_open(const char *form);
 
-// The items of that template; NULL as long as none is open.
+// The items of that template; NULL while none is open.
 pt_body_item *form_items(void);
 
 // Whether an item of it, or a list's entry, has that name, with or without the

@@ -30,7 +30,8 @@
 #define INFO_FILE PENDING_FOLDER "/.info"   // who made it, and until when
 #define TOKEN_FILE PENDING_FOLDER "/.token" // which change it is
 #define ARMED_FILE PENDING_FOLDER "/.armed" // the device uses it by now
-// Until a device uses a change: the process that should see to it may be gone.
+// How long a device may take to use a change: the process in charge of that may
+// have died.
 constexpr unsigned START_SECONDS = 60;
 constexpr size_t BOOT_SIZE = 37;  // of a boot's name
 constexpr size_t FORM_SIZE = 512; // FORM/SUBITEM
@@ -45,7 +46,7 @@ static int64_t now_seconds()
   return now.tv_sec;
 }
 
-// The id of this boot: seconds since another one mean nothing.
+// The id of this boot: times since another boot cannot be compared.
 static void read_boot(char (&boot)[BOOT_SIZE])
 {
   boot[0] = '\0';
@@ -78,7 +79,7 @@ static bool keep_file(const store_stage *stage, const char *from,
   if (text == nullptr && store_fault_text() != nullptr) {
     return false;
   }
-  // Nobody had saved it: all of it came from the defaults.
+  // It was never saved: all its values came from the defaults.
   static const char none[] = "#orv 2 0 -\n";
   return text != nullptr ? stage_write(stage, kept, text.get(), length)
                          : stage_write(stage, kept, none, sizeof none - 1);
@@ -96,8 +97,9 @@ static bool begins_with(const char *line, const char *key)
   return strncmp(line, key, strlen(key)) == 0;
 }
 
-// The information left by an older change; owned, NULL when there is none.  One
-// in the same transaction has taken over that of those before it.
+// The information left by an older change; owned, NULL when there is none.  An
+// older change of the same transaction has already taken over that of those
+// before it.
 static char *read_older(const store_stage *stage)
 {
   size_t length;
@@ -107,7 +109,7 @@ static char *read_older(const store_stage *stage)
              : store_read_file(store.fd, INFO_FILE, &length);
 }
 
-// Its lines that stay: several forms may go back together.
+// The lines of it that stay: several forms may go back together.
 static void copy_changes(FILE *out, const char *line)
 {
   for (; line[0] != '\0'; line += strcspn(line, "\n") + 1) {
@@ -133,7 +135,7 @@ static void write_end(FILE *out, unsigned seconds)
           static_cast<int64_t>(time(nullptr)) + seconds);
 }
 
-// Whether the device then uses all that is pending.
+// Whether the device then uses everything that is pending.
 static bool write_steps(FILE *out, const store_stage *stage,
                         const guarded_change *change, const char *older)
 {
@@ -222,7 +224,8 @@ static int64_t info_number(const char *text, const char *name)
   return value != nullptr ? strtoll(value, nullptr, 10) : 0;
 }
 
-// From another boot, or from an older library, whose watcher knows the time.
+// From another boot, or from an older library, where only the watcher knows the
+// time.
 static int64_t seconds_left(const char *info, int64_t more = 0)
 {
   char boot[BOOT_SIZE];
@@ -231,7 +234,7 @@ static int64_t seconds_left(const char *info, int64_t more = 0)
   if (of_boot == nullptr || strncmp(of_boot, boot, strlen(boot)) != 0) {
     return 0;
   }
-  // Whatever the number is, only a positive difference is used.
+  // The number may be anything: only a positive difference is used.
   const int64_t until = info_number(info, "until");
   const int64_t now = now_seconds() - more;
   return until > now ? until - now : 0;
@@ -315,7 +318,7 @@ bool guard_arm(const char *token)
          (!used || replace_file(ARMED_FILE, "", 0));
 }
 
-// Under the open policy a link, or a page of another site, can submit.
+// Under the open policy a link or another site's page can submit.
 static bool is_act()
 {
   const char *method = getenv("REQUEST_METHOD");
@@ -415,8 +418,8 @@ static void tell_others(const char *info)
   }
 }
 
-// Notes in the history which watchers have to do their steps, and for the
-// caller which actions are left to it.
+// Notes in the history which watchers have to do their steps, and lists for the
+// caller the actions that it must request.
 static void tell_steps(const char *info, guard_actor actor, FILE *acts)
 {
   guard_step step;

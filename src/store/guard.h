@@ -1,9 +1,9 @@
 // A change that goes back unless it is kept.
 //
-// What a guarded save replaces is kept beside the settings, in the pending
-// folder, in the same step as the save.  It is put back when nobody keeps the
-// change in time, or at the next boot.  All functions need the lock, except
-// that a watcher may read without it.
+// The files that a guarded save replaces are kept beside the settings, in the
+// pending folder, in the same step as the save.  They are put back when nobody
+// keeps the change in time, or at the next boot.  All functions need the lock,
+// except that a watcher may read without it.
 
 #ifndef STORE_GUARD_H
 #define STORE_GUARD_H
@@ -17,27 +17,28 @@
 
 // A save that goes back unless it is kept; all texts borrowed.
 struct guarded_change {
-  const char *token;         // its name
+  const char *token;         // identifies it
   const char *form;          // that made it
   const char *subitem;       // NULL: none
   const orv_change *changes; // what it changes
-  unsigned seconds;          // from when the device uses it
-  const char *command;       // that makes it do so, in words; "" for none
-  const char *act;           // an action in place of a command, NULL for none
+  unsigned seconds;          // to keep it, once the device uses it
+  const char *command;       // makes the device use it; "" for none
+  const char *act;           // an action instead of a command, NULL for none
 };
 
 // What is known about the pending change.
 struct pending_change {
   char token[STORE_TOKEN_SIZE];
   bool armed;    // the device uses it, so it can be kept
-  int64_t left;  // seconds until it goes back, not below 0
-  int64_t clock; // when that is, by the clock; 0 as long as it is not armed
+  int64_t left;  // seconds until it goes back, at least 0
+  int64_t clock; // that time by the clock; 0 while it is not armed
   unsigned seconds;
-  char *text; // owned (free): lines of who made it and what it is
+  char *text; // owned (free): lines about its author and its content
 };
 
-// Saves the present content of `files` within the stage, and what a change that
-// is still pending has saved before: that is older.  False with a fault.
+// Saves the present content of `files` within the stage; files that a pending
+// change has saved before stay as they are, since they are older.  False with a
+// fault.
 bool guard_keep(const store_stage *stage, const char *const *files,
                 size_t count, const guarded_change *change);
 
@@ -55,28 +56,28 @@ bool guard_arm(const char *token);
 
 // Keeps the change `token` (NULL: whichever is pending) on a deliberate act: a
 // command on the device or, where no link can post, a submitted page.  False
-// with a fault: nothing, or another change, is pending, the device does not use
+// with a fault: nothing or another change is pending, the device does not use
 // it yet, or it was no such act.
 bool guard_settle(const char *token);
 
-// Who puts the change back, and so does the steps.
+// Who puts the change back, and so carries out the steps.
 enum guard_actor {
   GUARD_BOOT,      // nobody: the device has not begun to use anything
   GUARD_WATCHER,   // each change's own watcher, in its turn
-  GUARD_PRIVILEGED // actions: who calls; commands: their watchers
+  GUARD_PRIVILEGED // actions: the caller; commands: their watchers
 };
 
-// Puts back what the change has replaced, as one step, and records that in the
-// log and the history.  Lines act=NAME go to `acts` (NULL: nowhere), the
-// actions that the caller must request: as GUARD_WATCHER those whose watchers
-// have died. False with a fault.
+// Puts back the files that the change has replaced, as one step, and records
+// that in the log and the history.  `acts` (NULL: none) receives a line
+// act=NAME for each action that the caller must request: as GUARD_WATCHER,
+// those whose watchers have died.  False with a fault.
 bool guard_put_back(guard_actor actor, FILE *acts);
 
-// Whether the time to keep the change is over, or the device has not begun to
-// use it for so long that it never will.
+// Whether the time to keep the change is over, or so long has passed without
+// the device using it that it never will.
 bool guard_is_over(void);
 
-// Whether that has been so for longer than these seconds.
+// Whether that has been so for more than this many seconds.
 bool guard_is_overdue(int64_t seconds);
 
 // Whether the change `token` is pending, alone or with others.

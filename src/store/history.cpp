@@ -19,23 +19,23 @@
 #include "who.h"
 
 constexpr int ENTRIES_MAX = 10;
-// A device has little flash: older entries go, and a save that would fill the
-// history alone can be read there, but not undone.
+// A device has little flash: older entries are dropped, and a save that alone
+// would fill the history is listed there, but cannot be undone.
 constexpr size_t BYTES_MAX = 64UL * 1024;
 constexpr size_t ENTRY_MAX = 24UL * 1024;
 constexpr size_t TOLD_MAX = 8UL * 1024;
 constexpr size_t SHOWN_MAX = 200; // no form or sub-item has a longer name
 
-static store_text told;  // the entry's head and what changed
+static store_text told;  // the entry's head and its changes
 static FILE *telling;    // writes it; NULL: no entry is begun
 static store_text noted; // how to undo it
 static FILE *noting;
 static size_t told_size; // of the lines that describe the changes
-static size_t untold;    // lines that had no room
+static size_t untold;    // lines that did not fit
 
 // --- writing -----------------------------------------------------------------
 
-// Writes a name as part of a word; it may come from a request.
+// Writes a name so that it stays one word; it may come from a request.
 static void put_name(const char *name)
 {
   const char *end = name + strnlen(name, SHOWN_MAX);
@@ -149,7 +149,7 @@ static size_t save_length(const char *entries)
 }
 
 // The length of as many saves as fit behind an entry of `used` bytes.  `*whole`
-// becomes false when entries of the save `number` itself do not.
+// becomes false when an entry of the save `number` itself does not fit.
 static size_t kept_length(const char *entries, size_t used, uint64_t number,
                           bool *whole)
 {
@@ -168,8 +168,8 @@ static size_t kept_length(const char *entries, size_t used, uint64_t number,
   return length;
 }
 
-// The history as it will be with the saves of the stage at hand; owned by the
-// caller, NULL when there is none or with a fault.
+// The history with the saves of this stage; owned by the caller, NULL when
+// there is none or with a fault.
 static char *read_history(const store_stage *stage)
 {
   size_t length;
@@ -308,11 +308,11 @@ const char *history_line(char **lines, char kind)
 
 // --- going back --------------------------------------------------------------
 
-// The new content of one file: lines met later, which are older, replace those
-// met before.
+// The new content of one file: later lines of the history, which are older,
+// replace earlier ones.
 struct old_file {
   char name[STORE_NAME_MAX + 1];
-  settings now;  // a value is NULL where there was none
+  settings now;  // a value is NULL if there was none
   setting *gone; // owned: what the file no longer has; as long as a history
   size_t count;
   size_t room;
@@ -364,7 +364,7 @@ static bool set_old(old_file *file, const char *name, const char *value)
   return true;
 }
 
-// The file as it is now, taken in at its first line.
+// The file as it is now, read when its first line is met.
 static old_file *find_old(const char *name)
 {
   for (size_t i = 0; i < old_count; i++) {
@@ -382,7 +382,7 @@ static old_file *find_old(const char *name)
   return settings_read(name, &file->now) ? file : nullptr;
 }
 
-// Goes back over one line of an entry, taken apart in place.
+// Undoes one line of an entry, which is split in place.
 static bool undo_line(char *line, uint64_t number)
 {
   if (line[0] == '-') {
@@ -425,7 +425,7 @@ static bool undo_entry(history_entry *entry)
   return true;
 }
 
-// Goes back over the entries from the newest to that of the save `number`.
+// Undoes the entries from the newest to that of the save `number`.
 static bool undo_entries(char *text, uint64_t number)
 {
   history_entry entry = {};
@@ -450,7 +450,7 @@ static void write_list(FILE *out, const setting *list, size_t count)
   }
 }
 
-// All values stand in it, so no row comes from the defaults.
+// The file holds all values, so no row comes from the defaults.
 static bool write_old(const store_stage *stage, const old_file *file)
 {
   store_text content;

@@ -1,14 +1,14 @@
 // The last saves: who, when, what, and how to undo them.
 //
-// The file .history holds an entry a save, the newest first:
+// The file .history holds one entry for each save, the newest first:
 //
 //   @ NUMBER SECONDS USER ADDRESS FORM[/SUBITEM] KIND
 //   = what changed, a line as logs have it
 //   & FORM[/SUBITEM]     another form that was changed
 //   < FILE NAME=VALUE    the value before
-//   + FILE NAME          there was none before
-//   ! FILE               nobody had stored the file before
-//   -                    the values before were too many to be kept
+//   + FILE NAME          there was no value before
+//   ! FILE               the file had never been stored before
+//   -                    there were too many values before to keep them
 //
 // No entry holds a secret, so restoring keeps today's.
 
@@ -23,9 +23,9 @@
 // The kind of a save that migrated settings to a new version of their forms.
 #define HISTORY_MIGRATED "migrated"
 
-// Begins the entry of a save that `stage` holds; `kind` is that, "saved",
-// "back" (a change that nobody kept) or "reset".  Written to memory until
-// history_end. False with a fault.
+// Begins the entry of a save that `stage` holds; `kind` is HISTORY_MIGRATED,
+// "saved", "back" (a change that nobody kept) or "reset".  Written to memory
+// until history_end.  False with a fault.
 bool history_begin(const store_stage *stage, const char *form,
                    const char *subitem, const char *kind);
 
@@ -72,10 +72,10 @@ bool history_next(char **text, history_entry *entry);
 // text, NULL at the end.
 const char *history_line(char **lines, char kind);
 
-// Writes all files that have changed since into the stage as they were before
-// the save `number`, with today's secrets and with all values, to be read from
-// there.  False with a fault: there is no such save, the values before it are
-// unknown, or the files cannot be written.
+// Writes all files that have changed since the save `number` into the stage, as
+// they were before it, with today's secrets and with all values.  False with a
+// fault: there is no such save, the values before it are unknown, or the files
+// cannot be written.
 bool history_stage(const store_stage *stage, uint64_t number);
 
 #endif

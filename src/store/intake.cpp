@@ -1,8 +1,8 @@
-// What a form's page gives its script.
+// The values that a form's page passes to its script.
 //
 // Owns the input, which is read once and lives as long as the process.  A value
 // of the request is only text here: names are checked letter by letter, and
-// lines of another shape than a page's are skipped.
+// lines that no page would write are skipped.
 
 #include "intake.h"
 
@@ -19,11 +19,11 @@
 #include "settings.h"
 #include "store_text.h"
 
-// A request has 4 MiB at most, and each of its values some bytes around it.
+// A request has 4 MiB at most; the lines add some bytes to each value.
 constexpr size_t INPUT_MAX = 8UL * 1024 * 1024;
 constexpr size_t CHUNK = 64UL * 1024;
-// Fields that the page carries along though its template has none of their
-// names, such as those that a read script reports for itself.
+// Fields that the page carries although its template has none of those names,
+// such as values that a read script reports for its own use.
 constexpr size_t OTHERS_MAX = 1000;
 constexpr int ROWS_MAX = 100;          // of a table that is stored,
 constexpr size_t ROW_DIGITS = 2;       // 0 to 99
@@ -93,7 +93,7 @@ static bool take_name(char *name, const char *end)
   return true;
 }
 
-// Splits a line without its end; false when it has another shape.
+// Splits a line without its end; false when it has another format.
 static bool take_line(char *line, char *end, posted_field *one)
 {
   static const char start[] = "new_";
@@ -110,7 +110,7 @@ static bool take_line(char *line, char *end, posted_field *one)
   end[-1] = '\0';
   *one = {line + START, equals + 2};
   if (one->value[strspn(one->value, " \t")] == '\0') {
-    one->value[0] = '\0'; // a blank text passes the checks as it was typed
+    one->value[0] = '\0'; // the checks pass a blank text as typed
   } else if (static_cast<size_t>(end - one->value) > VALUE_MAX) {
     one->value[VALUE_MAX] = '\0';
   }
@@ -140,7 +140,7 @@ static void take_lines()
   }
 }
 
-// Only a large request is compared with its form, so that most cost nothing.
+// Only a large request is compared with its form, so most are not slowed down.
 static bool is_of_form(const char *form)
 {
   if (count <= OTHERS_MAX) {
@@ -168,7 +168,7 @@ bool intake_read(const char *form)
   return is_of_form(form);
 }
 
-// --- giving ------------------------------------------------------------------
+// --- printing ----------------------------------------------------------------
 
 static int compare_names(const void *a, const void *b)
 {
@@ -224,7 +224,7 @@ bool intake_write(FILE *out)
   return true;
 }
 
-// --- giving what a script wants ----------------------------------------------
+// --- printing selected values ------------------------------------------------
 
 // Takes the next word off, without the "#" of a column at its end; NULL after
 // the last one.
@@ -240,7 +240,7 @@ static const char *next_word(char **words, bool *is_column)
 }
 
 // Writes the value of `name`, "" for none; when it has a quotation mark, the
-// name goes to those that are left out.
+// name is added to those left out.
 static void write_value(FILE *out, FILE *left_out, const char *name)
 {
   const char *value = intake_get(name);
@@ -261,7 +261,7 @@ static void write_cells(FILE *out, FILE *left_out, const char *column)
   }
 }
 
-// Whether a row beyond the last one that is stored has a value of the column.
+// Whether a row beyond those that can be stored has a value in the column.
 static bool goes_beyond(const char *column)
 {
   const size_t length = strlen(column);

@@ -1,21 +1,21 @@
-// What a form's page gives its script: lines new_NAME="VALUE".
+// The values that a form's page passes to its script: lines new_NAME="VALUE".
 
 #ifndef STORE_INTAKE_H
 #define STORE_INTAKE_H
 
 #include <stdio.h>
 
-// Reads the whole of standard input, so that the lock never waits for it, and
-// checks its size against what the page of `form` can have (NULL: the form is
-// unknown).  False with a fault.  Kept until the process ends.
+// Reads standard input to its end, so that nobody holds the lock while waiting
+// for it, and checks its size against the fields of the page of `form` (NULL:
+// the form is unknown).  False with a fault.  Kept until the process ends.
 bool intake_read(const char *form);
 
-// The page's value of that name, letter case ignored: borrowed, NULL when there
-// is none.  Any of them when a name occurs twice.
+// The page's value of that name, ignoring letter case: borrowed, NULL when
+// there is none.  When a name occurs twice, either of its values.
 const char *intake_get(const char *name);
 
 // Writes the input as lines NAME=VALUE: names in lower case, blank values
-// empty, long ones cut, lines of other shapes left out.  False with a fault
+// empty, long ones cut, lines of other formats left out.  False with a fault
 // when a name occurs twice.
 bool intake_write(FILE *out);
 
@@ -24,9 +24,9 @@ bool intake_is_clear(void);
 
 // Writes lines NAME=VALUE for the words of `names`, which is split in place, in
 // their order: names, or "port#" for the cells of a column, rows 0 to 99.
-// Before these, a line of the columns with a value beyond these rows, and one
-// of the names whose values hold a quotation mark, which are left out.  False
-// with a fault.
+// Two lines come first: the columns with a value beyond these rows, and the
+// names left out because their values hold a quotation mark.  False with a
+// fault.
 bool intake_write_wanted(FILE *out, char *names);
 
 // Clears the input, to read another one.

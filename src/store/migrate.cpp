@@ -1,12 +1,12 @@
 // Migration of settings that belong to an older version of their form.
 //
 // Only the device's maker knows what the values mean: the maker's program gets
-// the stored ones as lines and prints those of the new version.  It runs with
+// the stored values as lines and prints those of the new version.  It runs with
 // the rights of the settings' owner, under the lock, one file at a time, and
 // its output is checked like a save.  Nothing is stored until all are done.
 //
-// Does not guess: without such a program, older values count as they are, and
-// missing ones come from the defaults.
+// Does not guess: without such a program, older values are used as they are,
+// and missing ones come from the defaults.
 
 #include "migrate.h"
 
@@ -34,27 +34,27 @@
 #include "settings.h"
 #include "store_text.h"
 
-// The boot waits for it.
+// Short, since the boot waits for it.
 #ifndef MIGRATE_SECONDS
 #define MIGRATE_SECONDS 60
 #endif
 constexpr size_t OUTPUT_MAX = 3UL * 1024 * 1024; // a file has 4 MiB at most
 constexpr size_t FAULT_SIZE = 300;
-constexpr int CANNOT_RUN = 127; // as a shell says it
+constexpr int CANNOT_RUN = 127; // as in a shell
 
 // The migration of one file.
 struct migration {
   const char *name;
   const settings *old;
-  const char *tables;  // of the new text, a blank before each: borrowed, as are
-  const char *secrets; // the next
+  const char *tables;  // of the new text, a blank before each: borrowed, like
+  const char *secrets; // these
 };
 
 static store_stage stage; // begun for the first file that has changed
 static bool begun;
-static bool broken;                  // it holds a part of a file
+static bool broken;                  // a file in it is incomplete
 static char first_fault[FAULT_SIZE]; // "": none
-static store_text done_lines;        // what is said once it is stored
+static store_text done_lines;        // printed once it is stored
 static FILE *done;
 
 // --- the maker's program -----------------------------------------------------
@@ -66,7 +66,7 @@ static void put_words(FILE *out, const char *key, const char *words)
   }
 }
 
-// What the program is given; false with a fault, else owned by the caller.
+// The program's input; false with a fault, else owned by the caller.
 static bool make_input(const settings *old, store_text *text)
 {
   FILE *out = store_open_text(text);
@@ -162,7 +162,7 @@ static bool judge_status(int status)
              : store_fault("it was killed by signal %d", WTERMSIG(status));
 }
 
-// What the program prints; owned by the caller, NULL with a fault.
+// The program's output; owned by the caller, NULL with a fault.
 static char *run_program(const char *path, const migration *one, int input)
 {
   int ends[2];
@@ -192,7 +192,7 @@ static char *run_program(const char *path, const migration *one, int input)
 
 // --- what it printed ---------------------------------------------------------
 
-// The words of a line "#KEY WORD...", a blank before each; NULL of another
+// The words of a line "#KEY WORD...", a blank before each; NULL for any other
 // line.
 static const char *words_of(const char *line, const char *key)
 {
@@ -203,8 +203,7 @@ static const char *words_of(const char *line, const char *key)
              : nullptr;
 }
 
-// Splits the lines, in place: header lines that are missing are taken over from
-// the old file.
+// Splits the lines, in place; missing header lines are taken from the old file.
 static bool take_words(char *text, migration *one)
 {
   char *rest = text;
@@ -279,11 +278,12 @@ static void tell(const migration *one)
   fprintf(done, "line %s\n", line);
 }
 
-// The text of the new version; false with a fault that says why, in words that
-// follow the program's name.
+// The text of the new version; false with a fault, worded to follow the
+// program's name.
 static bool convert(const char *path, migration *one, settings *values)
 {
-  // What a pending change has replaced is older still, and may come back.
+  // The values that a pending change has replaced are older still, and may
+  // come back.
   if (guard_is_pending(nullptr)) {
     return store_fault("a change waits to be kept or to go back");
   }
@@ -297,12 +297,12 @@ static bool convert(const char *path, migration *one, settings *values)
       !take_words(text.get(), one) || !judge_values(one, values)) {
     return false;
   }
-  // A file that is half written is never stored.
+  // An incomplete file is never stored.
   broken = !begin() || !write_new(one, values);
   return !broken;
 }
 
-// An older library did not record which tables it stored: all of them.
+// An older library did not record which tables it stored; "*" stands for all.
 static const char *old_tables(const settings *old)
 {
   return old->format < STORE_FORMAT ? " *" : old->tables;
@@ -332,8 +332,8 @@ static bool bring_up(const char *name, const settings *old)
   snprintf(why, sizeof why, "%s",
            store_fault_text() != nullptr ? store_fault_text() : "no memory");
   store_forget_fault();
-  return store_fault("The settings %s stay at version %u: %s was to bring them "
-                     "to %u, and %s",
+  return store_fault("The settings %s stay at version %u: %s should convert "
+                     "them to %u, but %s",
                      name, old->version, path.get(), known, why);
 }
 
@@ -357,7 +357,7 @@ static bool migrate_file(int, const char *name, void *)
   return true;
 }
 
-// --- all ---------------------------------------------------------------------
+// --- all files ---------------------------------------------------------------
 
 static bool commit_all()
 {

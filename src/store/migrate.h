@@ -8,8 +8,8 @@
 // Runs the maker's program for every stored file whose version is older than
 // that of its defaults, and stores the results as one commit.  A file whose
 // program fails stays as it was; the others are migrated.  Writes "ok" and a
-// line for each migrated file.  False with the first fault; false without one
-// when there was nothing to do.  Needs the lock.
+// line for each migrated file.  False with the first fault; false without a
+// fault when there was nothing to do.  Needs the lock.
 bool migrate_all(FILE *out);
 
 #endif

@@ -1,9 +1,9 @@
-// orv-store: the one program that writes a device's settings.
+// orv-store: the only program that writes a device's settings.
 //
-// One command a call, one row of a table for each command.  The result goes to
-// standard output: "ok" and what was asked for, or "fault" and a text for the
-// user; the exit status says the same.  This file decides which command needs
-// the folder and the lock, and what it prints; the work is done elsewhere.
+// One command per call; each command is a row of a table.  The result goes to
+// standard output: "ok" and the requested data, or "fault" and a text for the
+// user; the exit status agrees.  This file decides which command needs the
+// folder and the lock, and what it prints; the work is done elsewhere.
 
 #include <errno.h>
 #include <inttypes.h>
@@ -53,7 +53,7 @@ static const char USAGE[] =
     "  pending                print the change that waits to be kept\n"
     "  watch TOKEN [--hold]   revert a guarded change that nobody keeps\n"
     "  expire                 revert overdue changes\n"
-    "  boot                   revert what nobody kept, clean up a save\n"
+    "  boot                   revert unkept changes, clean up after a save\n"
     "  migrate                convert settings to new versions of their forms\n"
     "  history                print the last saves, as stored\n"
     "  reset [FILE...]        settings as shipped, of all files or of these\n"
@@ -67,13 +67,13 @@ static const char USAGE[] =
 
 // --- the lock ----------------------------------------------------------------
 
-// The transaction's lock covers those who take part in it.
+// Members of a transaction are covered by its lock.
 static bool lock(const char *what)
 {
   return stage_folder() != nullptr || (store_lock(what, 0) && store_finish());
 }
 
-// The process that `word` names, 0 for none.
+// The process id in `word`, 0 for none.
 static pid_t take_pid(const char *word)
 {
   char *end;
@@ -93,7 +93,7 @@ static bool open_and_join(bool create)
 }
 
 // --- commands ----------------------------------------------------------------
-// Each returns whether it succeeded; a fault says why not.
+// Each returns whether it succeeded; otherwise a fault gives the reason.
 
 // Locks for the calling script; the holder's id, 0 in a transaction, -1 with a
 // fault.
@@ -109,7 +109,7 @@ static bool take_input(char **words)
 {
   const pid_t script = take_pid(words[0]);
   store_text lines;
-  store_find(); // of the form; the folder is opened once the input is there
+  store_find(); // for the form; the folder is opened after the input is read
   FILE *out = intake_read(words[1]) ? store_open_text(&lines) : nullptr;
   if (out == nullptr) {
     return false;
@@ -131,7 +131,7 @@ static bool serve_script(char **words)
 {
   const pid_t script = take_pid(words[0]);
   return script > 0 ? serve(script, words[1], words[2])
-                    : store_fault("A script is served by its process's number");
+                    : store_fault("serve needs the id of the script's process");
 }
 
 // The order on standard input, owned by the caller; NULL with a fault.
@@ -189,7 +189,7 @@ static bool read_all(char **names, settings *all)
   return true;
 }
 
-// Files that belong together are read as the same commit left them.
+// Reads files that belong together as one commit left them.
 static bool read_at_once(char **names, settings *all)
 {
   store_look before;
@@ -239,7 +239,7 @@ static bool arm(char **words)
   return guard_arm(words[0]);
 }
 
-// Keeps the change that is pending, or the one named.
+// Keeps the pending change, or only the one named.
 static bool confirm(char **words)
 {
   if (!open_and_join(false) || !lock("a guarded change") ||
@@ -265,7 +265,7 @@ static bool print_pending(char **)
 }
 
 // Waits until nobody reads the output of this process, so that its turn lasts
-// as long as the work that is done in it.
+// until the caller has done the step.
 static void hold_turn()
 {
   struct pollfd reader = {STDOUT_FILENO, 0, 0};
@@ -273,13 +273,13 @@ static void hold_turn()
   }
 }
 
-// Outlives the process that has started it.
+// Survives the process that started it.
 static bool watch(char **words)
 {
   signal(SIGHUP, SIG_IGN);
   const bool holds = words[1] != nullptr;
   if (holds && strcmp(words[1], "--hold") != 0) {
-    return store_fault("A change is watched with its token, and --hold");
+    return store_fault("watch accepts only --hold after the token");
   }
   if (!open_and_join(false) || store.fd < 0 || !watch_change(words[0])) {
     return false;
@@ -328,8 +328,8 @@ static bool note_reset(const char *name)
   return read;
 }
 
-// An unreadable file, such as one of a newer format, is removed as well: a
-// reset is the way out.
+// An unreadable file, such as one in a newer format, is removed as well: a
+// reset is the only cure for it.
 static bool blank_file(int, const char *name, void *stage)
 {
   if (!note_reset(name)) {
@@ -341,14 +341,14 @@ static bool blank_file(int, const char *name, void *stage)
   return stage_blank(static_cast<const store_stage *>(stage), name);
 }
 
-// A mistyped name would create a file for ever: a valid one is stored, shipped
-// with the device, or that of a form.
+// A mistyped name would leave a useless file for ever, so a name must have
+// stored settings, defaults or a form.
 static bool is_known(const char *name)
 {
   char path[STORE_PATH_SIZE];
   const char *stage = stage_folder();
   snprintf(path, sizeof path, "%s/%.99s", stage != nullptr ? stage : ".", name);
-  return !store_is_name(name) || // which is another fault
+  return !store_is_name(name) || // reported as another fault
          store_has_file(name) || store_has_file(path) ||
          store_has_defaults(name) || form_open(name) ||
          store_fault("There are no settings \"%.99s\"", name);
@@ -375,7 +375,7 @@ static void log_with_who(const char *line)
   }
 }
 
-// Without a name, all files; that also ends a pending change.
+// Without a name it resets all files, and so ends a pending change.
 static bool reset(char **names)
 {
   store_stage stage = {-1, "", 0, false};
@@ -428,8 +428,7 @@ static bool ask_action(char **words)
       words[2] != nullptr ? strtoul(words[2], &end, 10) : 0;
   if (strcmp(words[1], "--wait") != 0 || seconds == 0 ||
       seconds > ACT_SECONDS_MAX || *end != '\0') {
-    return store_fault("An action is waited for with --wait and 1 to %lu "
-                       "seconds",
+    return store_fault("act accepts --wait and 1 to %lu seconds",
                        ACT_SECONDS_MAX);
   }
   return act_run(words[0], static_cast<unsigned>(seconds), stdout);
@@ -440,7 +439,7 @@ static bool log_lines(char **)
   char *line = nullptr;
   size_t size = 0;
   if (!open_and_join(false)) {
-    store_forget_fault(); // that must not keep lines from the log
+    store_forget_fault(); // the lines must be logged all the same
   }
   for (ssize_t got = getline(&line, &size, stdin); got > 0;
        got = getline(&line, &size, stdin)) {
@@ -498,7 +497,7 @@ static int run(const command *row, char **words)
   return told && done ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-// Called by another name, it is a form's script.
+// Under any other name, it is a form's script.
 static bool is_own_name(const char *path)
 {
   const char *slash = strrchr(path, '/');
@@ -509,7 +508,7 @@ int main(int argc, char **argv)
 {
   orv_fatal_no_exit = 1;
   openlog("orv", 0, LOG_USER);
-  // An output that cannot be written is a fault, not a signal.
+  // Output that cannot be written is a fault; it must not kill the process.
   signal(SIGXFSZ, SIG_IGN);
   signal(SIGPIPE, SIG_IGN);
   if (argc > 0 && !is_own_name(argv[0])) {

@@ -1,9 +1,9 @@
 // A form whose script is this program.
 //
-// The page has checked the values; here all of them are checked once more, by
-// the same checks, and under the lock when they are stored.  Only the
-// template's text fields, boxes and lists are stored: neither read-only items,
-// nor other names in a request.  A value that is not in the request, because
+// The page has checked the values; here all of them are checked again, by the
+// same checks, and under the lock when they are stored.  Only the template's
+// text fields, check boxes and lists are stored, neither read-only items nor
+// other names in a request.  A value that is missing in the request, because
 // its field was not drawn, stays as it is.
 //
 // Owns the form's settings for the life of the process.
@@ -42,8 +42,8 @@ constexpr size_t NAME_SIZE = 53;
 constexpr size_t FILE_SIZE = STORE_NAME_MAX + 1;
 static const char CLEAR[] = "_clear"; // ends the name of a box beside a secret
 
-static char file[FILE_SIZE]; // of the settings: FORM or FORM@SUBITEM
-static settings now;         // what it holds, with the defaults
+static char file[FILE_SIZE]; // settings file: FORM or FORM@SUBITEM
+static settings now;         // its values, with the defaults
 
 // --- items -------------------------------------------------------------------
 
@@ -94,7 +94,7 @@ static bool is_stored(const pt_body_item *item)
   return takes_input(item) && cleared_by(item) == nullptr;
 }
 
-// By hand, since a save asks for over a thousand of these names.
+// Without snprintf, since a save looks up over a thousand of these names.
 static void cell_name(char (&name)[NAME_SIZE], const pt_body_item *column,
                       int row)
 {
@@ -118,7 +118,7 @@ static const char *as_box(const char *value)
   return value != nullptr && orv_string_is_true(value) != 0 ? "True" : "False";
 }
 
-// The item of the value, by its own name or as a table's cell.
+// The item of the value, found by its own name or as a table's cell.
 static const pt_body_item *item_of(const char *name)
 {
   const size_t column = settings_column(name);
@@ -174,8 +174,8 @@ static bool has_no_secret_cell()
   return true;
 }
 
-// Only sub-items that the device ships with exist; their files cannot be
-// another form's, since no form's name contains "@".
+// Only sub-items with shipped defaults exist.  Their files cannot be another
+// form's, since no form's name contains "@".
 static bool open_settings(const char *form, const char *subitem)
 {
   if (strchr(form, '@') != nullptr || !form_open(form)) {
@@ -208,7 +208,8 @@ static void read_setting(const setting *one)
   }
 }
 
-// Items without a stored value, so that they can be changed and emptied.
+// Reports items without a stored value, too, so that they can be changed and
+// cleared.
 static void read_missing(const pt_body_item *item)
 {
   if (item->column >= 0 || !takes_input(item) ||
@@ -233,7 +234,7 @@ static bool read_form()
   return true;
 }
 
-// --- what the page has sent --------------------------------------------------
+// --- the page's values -------------------------------------------------------
 
 static void set_value(const char *name, v_origin origin, const char *value)
 {
@@ -265,7 +266,7 @@ static bool has_text_column(const pt_body_item *table)
 }
 
 // Whether the value makes the row exist.  A list always has a value, so texts
-// decide, or boxes where there are no texts.
+// decide, or check boxes where there are no texts.
 static bool makes_row(const pt_body_item *cell, bool by_text, const char *value)
 {
   return by_text ? cell->type == PT_TEXT_FIELD && value[0] != '\0'
@@ -301,7 +302,7 @@ static bool row_holds(const pt_body_item *table, int row,
   return false;
 }
 
-// Takes the row `from` of the page as the row `to`.
+// Stores the page's row `from` as the row `to`.
 static void take_row(const pt_body_item *table, int from, int to)
 {
   const pt_body_item *cell = table->next;
@@ -328,7 +329,8 @@ static void blank_row(const pt_body_item *table, int row)
   }
 }
 
-// Rows that hold something close up; a table of a fixed number keeps its rows.
+// Closes the gaps between rows that hold something; a table with a fixed number
+// of rows keeps them in place.
 static bool take_table(const pt_body_item *table)
 {
   if (!row_was_sent(table, 0)) {
@@ -354,7 +356,7 @@ static bool take_table(const pt_body_item *table)
   return true;
 }
 
-// A ticked box overrides what a browser has filled in by itself.
+// A ticked box overrides a value that the browser has filled in.
 static void clear_secrets()
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
@@ -389,7 +391,7 @@ static bool take_items()
   return true;
 }
 
-// Fills the variables: stored values as reported, sent ones as the user's.
+// Fills the variables: stored values count as reported, sent ones as entered.
 static bool take_page()
 {
   for (size_t i = 0; i < now.count; i++) {
@@ -400,7 +402,7 @@ static bool take_page()
 
 // --- judging -----------------------------------------------------------------
 
-// The choices of such a list are settings, so those in a request are ignored.
+// The choices of such a list are settings: any in a request are ignored.
 static bool is_choice(const pt_body_item *item, const char *value)
 {
   for (int i = 0;; i++) {
@@ -448,7 +450,7 @@ static void judge_stamp()
 {
   const char *page = intake_get("orv_stamp");
   if (page == nullptr || page[0] == '\0') {
-    return; // a command, which has opened no page
+    return; // a command, which has read no page
   }
   char *rest = nullptr;
   const uint64_t number = strtoull(page, &rest, 10);
@@ -459,7 +461,7 @@ static void judge_stamp()
   }
 }
 
-// Whether all values are valid; messages have been reported for the others.
+// Whether all values are valid; messages are reported for those that are not.
 static bool judge()
 {
   judge_stamp();
@@ -565,8 +567,8 @@ static char *make_order()
   return store_close_text(out, &order) ? order.bytes : nullptr;
 }
 
-// The confirmation page must carry neither a secret nor that it is to be
-// cleared.
+// The confirmation page must carry neither a secret nor the tick that clears
+// it.
 static void forget_secrets()
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
@@ -580,7 +582,7 @@ static void forget_secrets()
   }
 }
 
-// An action of the form's name makes the device use what was saved.
+// An action with the form's name makes the device use the saved values.
 static void ask_action(const char *form)
 {
   if (act_exists(form) && !act_ask(form)) {
@@ -612,7 +614,7 @@ static bool write_form(const char *form, const char *subitem)
 
 // --- tasks -------------------------------------------------------------------
 
-// Beside the folder in the program's name, not beside the link's target.
+// The folders are beside that of the link, not beside that of its target.
 static bool set_places(const char *path)
 {
   const char *slash = strrchr(path, '/');
@@ -640,7 +642,7 @@ static bool run_task(const char *task, const char *form, const char *subitem)
   const bool writes = strcmp(task, "--write") == 0;
   const bool reads = strcmp(task, "--read") == 0;
   form_set_subitem(subitem);
-  store_find(); // a large request is compared with its form before the lock
+  store_find(); // finds the form of a large request before the lock is taken
   if ((!reads && !intake_read(form)) || !store_open(writes)) {
     return false;
   }
@@ -665,7 +667,7 @@ int own_form_run(const char *path, int count, char **words)
   static const char *const tasks[] = {"--read", "--check", "--write",
                                       "--navbar"};
   const char *task = count > 0 ? words[0] : "";
-  const bool bar = strcmp(task, "--navbar") == 0; // whatever the page
+  const bool bar = strcmp(task, "--navbar") == 0; // the same for every page
   bool known = false;
   for (const char *one : tasks) {
     known |= strcmp(one, task) == 0;
@@ -679,7 +681,7 @@ int own_form_run(const char *path, int count, char **words)
   const bool done =
       set_places(path) &&
       (bar ? navbar_print(path) : run_task(task, words[1], subitem));
-  // A form shown without its values must not be saved.
+  // A page without its values must not be saved.
   const bool failed = !done && strcmp(task, "--read") == 0;
   if (!done && store_fault_text() != nullptr) {
     report_fault(store_fault_text(), failed);

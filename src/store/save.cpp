@@ -2,7 +2,7 @@
 //
 // Owns the order for the life of the process.  All of it is checked before the
 // first byte is written.  The changes are computed from the files themselves,
-// so they are what the device really had and has.
+// so they show what the device really had and has.
 
 #include "save.h"
 
@@ -29,7 +29,7 @@
 constexpr size_t FILES_MAX = 64;  // of one save
 constexpr size_t WORDS_MAX = 256; // secrets, labels and columns of one save
 constexpr size_t OWNER_MAX = 40;
-constexpr size_t PAGE_LINE_MAX = 210; // bytes of one, dollars three times
+constexpr size_t PAGE_LINE_MAX = 210; // bytes of one, a dollar counting three
 constexpr size_t LABEL_TEXT_MAX = 50;
 constexpr size_t VALUE_TEXT_MAX = 60;
 
@@ -40,7 +40,7 @@ struct save_file {
   settings after; // number and owner are not used
 };
 
-// A name and, of a label, its text.
+// A name and, for a label, its text.
 struct word {
   const char *name;
   const char *text;
@@ -51,7 +51,7 @@ struct word_list {
   size_t count;
 };
 
-// A change as pages and as logs have it; both texts owned.
+// A change as worded for pages and for logs; both texts owned.
 struct told_change {
   char *page;
   char *log;
@@ -66,10 +66,10 @@ static save_file files[FILES_MAX];
 static size_t file_count;
 static word_list secrets;
 static word_list labels;
-static word_list columns; // of tables, without their rows' numbers
+static word_list columns; // of tables, without row numbers
 static const char *owner = "-";
 static unsigned guard_seconds;         // 0: the change stays
-static const char *guard_command = ""; // makes the device use it
+static const char *guard_command = ""; // makes the device use the change
 static const char *guard_act_name;     // an action instead; NULL: none
 
 // --- the order ---------------------------------------------------------------
@@ -115,7 +115,7 @@ static bool take_column(char *name)
   return add_word(&columns, name, nullptr);
 }
 
-// A page's own token, so that its user may go Back and save again.
+// The token of the page itself, so that its user may go Back and save again.
 static bool take_owner(char *page)
 {
   const size_t length = strlen(page);
@@ -126,8 +126,8 @@ static bool take_owner(char *page)
   return true;
 }
 
-// "SECONDS", and a command behind it where the device must first be made to use
-// the change, or "act NAME".
+// "SECONDS", followed by the command that makes the device use the change, if
+// there is one, or by "act NAME".
 static bool take_guard(char *line)
 {
   char *rest;
@@ -168,7 +168,7 @@ static bool take_word_line(char *line)
   return refuse_order();
 }
 
-// Takes the lines in front of the first file; `*order` is then that file's.
+// Takes the lines before the first file; `*order` then points to that file.
 static bool take_words(char **order)
 {
   while (**order == '@') {
@@ -186,8 +186,8 @@ static bool take_words(char **order)
   return true;
 }
 
-// Whether all lines are values.  Any other would be lost without a message; a
-// secret declared too late would be shown.
+// Whether all lines are values.  Any other line would be lost without a
+// message, and a secret declared too late would be shown.
 static bool are_values(const char *line)
 {
   while (*line != '\0') {
@@ -251,7 +251,7 @@ static bool take_order(char *order)
   return true;
 }
 
-// --- judging -----------------------------------------------------------------
+// --- secrets -----------------------------------------------------------------
 
 // Declared by the script that saves, or by one that saved before.
 static bool is_secret(const char *name, void *)
@@ -281,7 +281,7 @@ static bool judge()
   return true;
 }
 
-// --- what changes ------------------------------------------------------------
+// --- the changes -------------------------------------------------------------
 
 static const char *value_before(const char *name, void *)
 {
@@ -310,7 +310,7 @@ static bool is_of_table(const char *name)
   return find_word(&columns, name, length) != nullptr;
 }
 
-// Values that are not stored come from the defaults as before, except rows.
+// Values that are not stored come from the defaults as before, except in rows.
 static const char *value_after(const char *name, void *)
 {
   const char *shipped = nullptr;
@@ -337,7 +337,7 @@ static const orv_change_source SOURCE = {value_before, value_after, label_of,
                                          is_secret, nullptr};
 
 // A value without a field is shown under its name.  `*end` is the end of the
-// list, which is not searched for each time.
+// list, kept so that it need not be searched for each time.
 static bool find_others(const settings *all, orv_change ***end)
 {
   for (size_t i = 0; i < all->count; i++) {
@@ -398,7 +398,7 @@ static bool tell_changes()
 
 // --- writing -----------------------------------------------------------------
 
-// The columns whose rows the file holds as a whole: those that the script took
+// The columns whose rows the file holds completely: those that the script took
 // from the page, and those of the form.
 static void write_tables(FILE *out)
 {
@@ -417,8 +417,8 @@ static void write_tables(FILE *out)
   putc('\n', out);
 }
 
-// The secrets of the file that are not secrets by their names, a blank before
-// each: owned by the caller, NULL when memory ran out.
+// The names of the file's secrets that do not show in the names themselves, a
+// blank before each: owned by the caller, NULL when memory ran out.
 static char *secret_names(const save_file *file)
 {
   size_t size = 1;
@@ -511,7 +511,7 @@ static bool write_stage(const store_stage *stage, const char *form,
          (guard_seconds == 0 || keep_old(stage, form, subitem));
 }
 
-// --- telling -----------------------------------------------------------------
+// --- reporting ---------------------------------------------------------------
 
 // Writes a text with each "$" as "$$$", which a page shows as "$".
 static void write_shown(FILE *out, const char *line)
@@ -539,7 +539,7 @@ bool save_order(char *order, const char *form, const char *subitem)
   if (!form_open(form) && store_fault_text() != nullptr) {
     return false;
   }
-  // Without memory for the report a save is refused, too, before it begins.
+  // Before the save begins, so that it is refused if its report lacks memory.
   if (!find_changes() || !tell_changes()) {
     return store_fault("Out of memory");
   }

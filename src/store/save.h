@@ -6,16 +6,16 @@
 #include <stddef.h>
 #include <stdio.h>
 
-// The resulting file can always be read again: it may have 4 MiB.
+// Below the 4 MiB that a file may have, so the result can always be read again.
 constexpr size_t SAVE_ORDER_MAX = 3UL * 1024 * 1024;
 
-// Lines of changes on the confirmation page.
+// At most that many changes appear on the confirmation page.
 constexpr size_t SAVE_PAGE_LINES = 12;
 
 // Carries out `order`, lines as orv-store(8) describes them, as one step.  The
 // text is taken; `form` and `subitem` (NULL: none) name the save in the log and
-// the history.  False with a fault, and nothing is stored.  Needs the lock;
-// once for each process, or after save_forget.
+// the history.  False with a fault, and nothing is stored.  Needs the lock.  To
+// be called once per process, or again after save_forget.
 bool save_order(char *order, const char *form, const char *subitem);
 
 // Clears the order and its result.

@@ -1,6 +1,6 @@
-// What a script says to its page.
+// A script's lines for its page.
 //
-// Owns whether there was a message.
+// Remembers whether there was a message.
 
 #include "script_lines.h"
 
@@ -21,7 +21,7 @@ static void write_text(const char *text, size_t room, bool shown)
   const size_t length = orv_cut_length(text, room);
   for (size_t i = 0; i < length && room >= 3; i++) {
     const unsigned char c = static_cast<unsigned char>(text[i]);
-    if (shown && c == '$') { // where it would insert values
+    if (shown && c == '$') { // a single one would insert a value
       fputs("$$$", stdout);
       room -= 3;
     } else {

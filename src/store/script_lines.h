@@ -1,14 +1,14 @@
-// What a script says to its page: lines NAME="VALUE" and messages.
+// A script's lines for its page: NAME="VALUE" and messages.
 
 #ifndef STORE_SCRIPT_LINES_H
 #define STORE_SCRIPT_LINES_H
 
-// Reports a value, cut to what a page's line can hold, with control characters
-// as blanks.
+// Reports a value, cut to the length of a page's line, with control characters
+// replaced by blanks.
 void report_value(const char *name, const char *value);
 
-// The same for a line of a list that a page shows, its end added; dollars are
-// written as pages want them.
+// The same for a line of a list that a page shows, with its end added; dollars
+// are escaped.
 void report_shown_line(const char *name, const char *value);
 
 // A message beside a field.
@@ -17,7 +17,8 @@ void report_error(const char *name, const char *text);
 // The page's message, of which the first counts.
 void report_message(const char *text);
 
-// A fault of the store; with `fatal` the form makes no sense without it.
+// The store's fault; `fatal` when the form makes no sense without the failed
+// step.
 void report_fault(const char *text, bool fatal);
 
 // Whether a message was reported.

@@ -1,8 +1,8 @@
 // A conversation with one script.
 //
-// Starting a program costs a script more than most of what the program does for
-// it.  So a script that saves starts a single one, which holds the lock and
-// serves it: it ends with the script, and ending it unlocks.
+// Starting a program costs a script more than most of the program's work.  So a
+// script that saves starts a single process, which holds the lock and serves
+// it: it ends with the script, and ending it unlocks.
 //
 // Owns nothing: the page's values belong to the intake, an order to the save.
 
@@ -42,7 +42,7 @@ static bool say(char *text)
   return fflush(stdout) == 0 && ferror(stdout) == 0;
 }
 
-// The text that `write` writes; owned by the caller, NULL with a fault.
+// The output of `write`; owned by the caller, NULL with a fault.
 static char *make_answer(bool (*write)(FILE *out, char *words), char *words)
 {
   store_text answer;
@@ -144,9 +144,9 @@ static bool answer_next(FILE *requests, const char *form, const char *subitem)
          store_one(requests, line + strlen("store "), form, subitem);
 }
 
-// Continues in a new process, which is not a child of the script that a wait
-// there would wait for, and prints where it takes requests.  False with a
-// fault.
+// Continues in a new process and prints where it takes requests.  The process
+// is not a child of the script, or a `wait` there would wait for it.  False
+// with a fault.
 static bool go_on(int *requests)
 {
   int ends[2];
@@ -171,7 +171,7 @@ static bool go_on(int *requests)
 
 bool serve(pid_t script, const char *form, const char *subitem)
 {
-  store_find(); // of the form; the folder is opened once the input is there
+  store_find(); // for the form; the folder is opened after the input is read
   int fd = -1;
   bool ready = intake_read(form) && intake_is_clear() && store_open(true);
   if (ready) {

@@ -13,11 +13,11 @@
 //
 //   read NAME...    the page's values of these names, "port#" for a column's
 //   store LENGTH    an order of that many bytes, which follow
-//   unlock, lock    let other saves proceed, or not any longer
+//   unlock, lock    let other saves proceed; stop them again
 //
-// Every answer, to standard output, is a line with its length in bytes, and
-// these bytes.  `subitem` may be NULL.  False after a fault, which has been
-// answered.
+// Every answer goes to standard output: a line with its length in bytes, then
+// these bytes.  `subitem` may be NULL.  False after a fault, which was the
+// answer.
 bool serve(pid_t script, const char *form, const char *subitem);
 
 #endif

@@ -23,7 +23,7 @@
 #include "orv_limits.h"
 #include "orv_secret.h"
 
-static settings_speller spell_name; // NULL: names stay as they are
+static settings_speller spell_name; // NULL: names keep their spelling
 
 void settings_spell_by(settings_speller spell)
 {
@@ -62,7 +62,7 @@ size_t settings_column(const char *name)
   return length;
 }
 
-// --- taking apart ------------------------------------------------------------
+// --- parsing -----------------------------------------------------------------
 
 // Takes the head "2 NUMBER OWNER" or "TOKEN OWNER" of a line "#orv ...".
 static bool take_head(const char *name, char *head, settings *all)
@@ -112,7 +112,7 @@ static char *next_line(char **text)
   return line;
 }
 
-// Takes the line that follows a head.
+// Takes a line that follows the head.
 static void take_tables(char *line, settings *all)
 {
   static const char key[] = "#table ";
@@ -137,9 +137,9 @@ static bool take_version(const char *line, settings *all)
   return true;
 }
 
-// Of several lines of one name the last counts, and stored ones count before
-// shipped ones.  Those of one file point into one text, so their addresses give
-// their order.
+// Of several lines with one name the last counts, and stored ones take
+// precedence over shipped ones.  Those of one file point into one text, so
+// their addresses give their order.
 static int compare_settings(const void *a, const void *b)
 {
   const setting *left = static_cast<const setting *>(a);
@@ -223,7 +223,7 @@ bool settings_is_sound(const setting *one, bool is_secret)
                      "\" $ \\ `");
 }
 
-// --- putting together --------------------------------------------------------
+// --- merging -----------------------------------------------------------------
 
 const setting *settings_find(const settings *all, const char *name)
 {
@@ -286,7 +286,7 @@ static bool has_table_of(const settings *stored, const char *name)
           has_word(stored->tables, name, length));
 }
 
-// Adds to `all` what it lacks of the defaults.
+// Adds the defaults that `all` lacks.
 static bool add_defaults(settings *all, settings *defaults)
 {
   settings both = *all;
@@ -314,7 +314,8 @@ static bool add_defaults(settings *all, settings *defaults)
   return true;
 }
 
-// The text of the stored file, from where it counts; NULL as store_read_file.
+// The text of the stored file, from the folder that counts; NULL like
+// store_read_file.
 static char *read_stored(const char *name)
 {
   const char *const folders[] = {stage_folder(), COMMIT_FOLDER, "."};
@@ -405,8 +406,8 @@ bool settings_has_stored(const settings *all)
   return one < all->list + all->count;
 }
 
-// Values of another version could have another meaning.  Those of an older one
-// have the same where the maker ships no program that migrates them.
+// Values of another version could have another meaning.  For an older version
+// the meaning is the same if the maker ships no program to migrate them.
 static bool judge_version(const char *name, const settings *all)
 {
   const unsigned known = all->shipped_version;

@@ -6,8 +6,8 @@
 //   #secret NAME...          values that are secret though no name says so
 //   NAME=VALUE
 //
-// An older head is "#orv TOKEN OWNER"; a file without one was made by hand, and
-// has the version in its first line, as a file of defaults has.
+// An older head is "#orv TOKEN OWNER".  A file without a head was made by hand,
+// and has the version in its first line, like a file of defaults.
 
 #ifndef STORE_SETTINGS_H
 #define STORE_SETTINGS_H
@@ -24,53 +24,51 @@ struct setting {
   bool shipped; // it comes from the defaults
 };
 
-// A file taken apart, or two put together.
+// One parsed file, or two merged ones.
 struct settings {
-  char *texts[2]; // owned: what the names and values point into
+  char *texts[2]; // owned: names and values point into these
   setting *list;  // owned, ordered by name; a name occurs once
   size_t count;
-  bool stored;              // somebody has saved it
+  bool stored;              // it was saved at least once
   int format;               // 0: by hand
   uint64_t number;          // of the commit; 0: none
   unsigned version;         // of the form that stored it
-  unsigned shipped_version; // of the form that the device has, by the defaults
+  unsigned shipped_version; // of the device's form, from the defaults
   const char *owner;
   const char *tables;          // columns with a blank before each, "" for none
   const char *secrets;         // names, likewise
-  const char *shipped_secrets; // those that the defaults name
+  const char *shipped_secrets; // those named by the defaults
 };
 
-// How the form at hand spells a name, of the same length: borrowed, and valid
-// until the next call; NULL when it has no such item.  Where this is set, what
-// is put together from here on is spelled so: letter case makes no other name.
+// How the form spells a name, of the same length: borrowed, and valid until the
+// next call; NULL when it has no such item.  Once this is set, merged settings
+// use that spelling, since names that differ only in letter case are the same.
 using settings_speller = const char *(*)(const char *name);
 void settings_spell_by(settings_speller spell);
 
-// Reads what is in force of the file `name`: what was stored, and of the
-// defaults all that the stored file does not have.  A table that was stored is
-// whole as it was stored.  False with a fault, also when they are of another
-// version of the form than the device's; owned by the caller (settings_free) in
-// either case.
+// Reads the values in force of the file `name`: those stored, and the defaults
+// of all others.  A stored table gets no rows from the defaults.  False with a
+// fault, also when the file is of another version of the form than the
+// device's; owned by the caller (settings_free) in either case.
 bool settings_read(const char *name, settings *all);
 
-// The same of whatever version: to be looked at, not to be used.
+// The same for any version: the values can be inspected, but not used.
 bool settings_read_any(const char *name, settings *all);
 
-// Takes one file's text apart, which is taken.  False with a fault that names
-// it: a newer format, or no memory.
+// Parses the text of one file, which is taken.  False with a fault that names
+// the file: a newer format, or no memory.
 bool settings_parse(const char *name, char *text, settings *all);
 
-// What would be in force of the file if `text`, which is taken, were stored.
-// False and owned as above.
+// The values that would be in force if `text`, which is taken, were stored as
+// the file.  False and owned as above.
 bool settings_imagine(const char *name, char *text, settings *all);
 
 void settings_free(settings *all);
 
-// Whether a value was stored.  Settings without one are of every version.
+// Whether any value was stored.  Without one, settings fit every version.
 bool settings_has_stored(const settings *all);
 
-// The value of that name, NULL when there is none: alone, and with where it
-// comes from.
+// The value of that name, NULL when there is none: alone, and with its origin.
 const setting *settings_find(const settings *all, const char *name);
 const char *settings_get(const settings *all, const char *name);
 
@@ -80,8 +78,8 @@ bool settings_names_secret(const settings *all, const char *name);
 // Whether the value is a secret, by its name or by what the file says.
 bool settings_is_secret(const settings *all, const char *name);
 
-// Whether a page could show the value again; else there is a fault.  A secret,
-// which no page holds, may be a hash.
+// Whether a page could show the value again; otherwise there is a fault.  A
+// secret, which no page holds, may be a hash.
 bool settings_is_sound(const setting *one, bool is_secret);
 
 // The length of `name` without its row number.

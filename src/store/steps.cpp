@@ -1,4 +1,4 @@
-// What is to be done when a guarded change goes back, and in which order.
+// The steps to carry out when a guarded change goes back, and their order.
 //
 // A turn is a lock of one byte, at the step's offset, in a file that always
 // exists and that nothing else locks: it ends with its process, however that
@@ -18,7 +18,7 @@
 static const char LINE[] = "step=";
 static const char NO_STEP[] = "-";
 static const char ACT[] = "act ";
-// A command may run for as long as an action does; then the next one starts.
+// A command may run as long as an action may; then the next one starts.
 constexpr int TURN_SECONDS = 60;
 constexpr long LOOK_NANOSECONDS = 50'000'000;
 constexpr int LOOKS_A_SECOND = 20;
@@ -28,8 +28,8 @@ static int turns = -1;
 
 // --- lines -------------------------------------------------------------------
 
-// FNV-1a: it distinguishes commands, and keeps their text out of a file that is
-// shown.
+// FNV-1a: it distinguishes commands, and keeps their text out of a file that
+// users can see.
 static uint64_t add_text(uint64_t sum, const char *text)
 {
   for (; *text != '\0'; text++) {
@@ -153,7 +153,7 @@ void turn_take(const guard_step *step)
 static bool is_taken(uint64_t start, uint64_t length)
 {
   struct flock lock = range(start, length);
-  // A range of no length would reach to the end.
+  // A range of length 0 would reach to the end of the file.
   return lock.l_len > 0 && open_turns() &&
          fcntl(turns, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }

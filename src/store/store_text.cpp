@@ -60,7 +60,7 @@ char *store_clean(char *text)
   for (char *c = text; *c != '\0'; c++) {
     const unsigned char byte = static_cast<unsigned char>(*c);
     const unsigned char next = static_cast<unsigned char>(c[1]);
-    // Those beyond ASCII are two bytes of UTF-8.
+    // Control characters beyond ASCII are two bytes of UTF-8.
     const bool is_wide = byte == 0xc2 && next >= 0x80 && next < 0xa0;
     if ((byte < ' ' && byte != '\n') || byte == 0x7f || is_wide) {
       *c = '?';

@@ -15,11 +15,12 @@ struct store_text {
 // A stream into an empty text, which must outlive it; NULL with a fault.
 FILE *store_open_text(store_text *text);
 
-// Closes the stream (NULL: none).  False with a fault when a byte of it is
-// lost, and then the text holds nothing.
+// Closes the stream (NULL: none).  False with a fault when a byte was lost; the
+// text is then empty.
 bool store_close_text(FILE *out, store_text *text);
 
-// Makes control characters of lines for a terminal "?", in place; `text`.
+// Replaces control characters in lines for a terminal by "?", in place; returns
+// `text`.
 char *store_clean(char *text);
 
 #endif

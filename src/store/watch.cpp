@@ -1,9 +1,9 @@
 // The watchers that wait until a guarded change is kept or goes back.
 //
-// Each change that has a step of its own has a watcher, which knows its
-// command; any of them puts back what is overdue, and then all do their steps
+// Each change with a step of its own has a watcher, which knows its command;
+// any of them puts back an overdue change, and then all carry out their steps
 // in the order of their turns.  Watchers look without the lock, but decide
-// under it, when no file is being moved.  Own no state.
+// under it, when no file is being moved.  They keep no state.
 
 #include "watch.h"
 
@@ -22,7 +22,7 @@
 #include "steps.h"
 #include "store_text.h"
 
-// How often a watcher looks, and how long the others leave it to a live one.
+// How often a watcher looks, and how long others leave the work to a live one.
 constexpr long WATCH_SECONDS = 1;
 constexpr int64_t GRACE_SECONDS = 3;
 static const char WHAT[] = "a guarded change";
@@ -38,8 +38,8 @@ static bool lock()
   return stage_folder() != nullptr || (store_lock(WHAT, 0) && store_finish());
 }
 
-// A save may take long, but the promise to go back must be kept all the same.
-// False when the folder itself is gone.
+// Retries, since a save may hold the lock for long, and the change must go back
+// all the same.  False when the folder itself is gone.
 static bool lock_at_last()
 {
   struct stat folder = {};
@@ -70,8 +70,8 @@ static void ask_actions(char *acts)
   }
 }
 
-// Puts the change back as `actor`; `acts`, owned by the caller, receives what
-// is left to do.
+// Puts the change back as `actor`; `acts`, owned by the caller, receives the
+// remaining actions.
 static bool put_back(guard_actor actor, owned_text *acts)
 {
   store_text text;
@@ -85,7 +85,7 @@ static bool put_back(guard_actor actor, owned_text *acts)
   return back && made;
 }
 
-// Under the lock, when files that were being moved have reached their places.
+// Decides under the lock, when no file is still being moved.
 static change_state judge(const char *token, owned_text *acts)
 {
   if (!guard_waits(token)) {
@@ -135,7 +135,7 @@ bool watch_change(const char *token)
 
 // --- beside the watchers -----------------------------------------------------
 
-// Whether no watcher will do it: a live one looks every second.
+// Whether no watcher is left to do it: a live one looks every second.
 static bool is_left_to_us()
 {
   guard_step step;

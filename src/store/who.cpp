@@ -1,4 +1,4 @@
-// Who a request or a command comes from.
+// The origin of a request or a command: its user and address.
 
 #include "who.h"
 

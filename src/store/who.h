@@ -1,4 +1,4 @@
-// Who a request or a command comes from, as far as the environment says.
+// The origin of a request or a command, as far as the environment names it.
 
 #ifndef STORE_WHO_H
 #define STORE_WHO_H
@@ -8,8 +8,8 @@
 constexpr size_t WHO_USER_SIZE = 51;
 constexpr size_t WHO_ADDRESS_SIZE = 41;
 
-// Words without blanks: characters that say nothing there become "_", nothing
-// known is "-".
+// Words without blanks: other characters than those of names become "_", and an
+// unknown value is "-".
 struct store_who {
   char user[WHO_USER_SIZE];       // REMOTE_USER
   char address[WHO_ADDRESS_SIZE]; // REMOTE_ADDR
@@ -17,10 +17,10 @@ struct store_who {
 
 void store_ask_who(store_who *who);
 
-// "admin at 192.168.1.7", or what is known of it; "somebody" when nothing is.
+// "admin at 192.168.1.7", or the part that is known; "somebody" if none is.
 void store_write_who(const store_who *who, char *text, size_t size);
 
-// Whether a request is being served, rather than a command of the device's own.
+// Whether a request is being served, rather than a command run on the device.
 bool store_serves_request(void);
 
 #endif

@@ -216,7 +216,7 @@ def test_who_waits_too_long_is_told_for_what(device):
     with locked(device, "net", REMOTE_USER="eve", REMOTE_ADDR="192.0.2.7"):
         for words in (["store", "-", "form"], ["reset"]):
             assert device.run(HASTY, *words, given="> f\nv=1\n") == (
-                1, "fault The settings are in use by net by eve at 192.0.2.7 for "
+                1, "fault The settings have been in use by net by eve at 192.0.2.7 for "
                    "more than 1 seconds. Please try again\n")
     assert device.save("> f\nv=1\n", HASTY)[0] == 0  # it is free with its script
 

@@ -340,8 +340,8 @@ def test_root_becomes_the_user_of_the_settings():
         (data / "scripts/orv.bash").chmod(0o644)
         # What the web server's user cannot read, and what it could have put there.
         for change, message in ((lambda: (data / "scripts").chmod(0o700), "data/scripts cannot be read by user "),
-                                (lambda: data.chmod(0o777), "others could put"),
-                                (lambda: os.chown(data, web, web), "others could put"),
+                                (lambda: data.chmod(0o777), "others could replace"),
+                                (lambda: os.chown(data, web, web), "others could replace"),
                                 (lambda: state.rename(data / "real") and state.symlink_to("real"), "others could")):
             change()
             for words in (["get", "f"], ["set", "f", "z=2"], ["apply", "dump"], ["forms"], ["complete", "get", ""]):

@@ -140,7 +140,7 @@ def test_a_program_that_fails_leaves_the_old_settings_and_says_so(firmware):
         firmware.ship("f", "#version 2\n", program)
         firmware.ship("g", "#version 2\n", "cat")
         status, told = firmware.upgrade(HASTY)
-        word = f"The settings f stay at version 1: {firmware.migrate}/f was to bring them to 2, and "
+        word = f"The settings f stay at version 1: {firmware.migrate}/f should convert them to 2, but "
         assert status == 1 and word in told and fault in told, (program, told)
         assert word in firmware.log.read_text() and "g: version 1 -> 2" in firmware.log.read_text()
         assert firmware.stored("f") == old and firmware.load("g") == ["v=1"], program
