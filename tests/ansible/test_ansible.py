@@ -1,4 +1,4 @@
-"""Ten devices, reached by ssh, with nothing on them but a shell and orvctl."""
+"""Ten devices, reached over ssh, with nothing but a shell and orvctl."""
 
 import json
 import os
@@ -19,7 +19,8 @@ HERE = pathlib.Path(__file__).resolve().parent
 ANSIBLE = ROOT / "packaging/ansible"
 DEVICES = 10
 SECRET = "correct horse battery"
-# What the scripts of a device start, and a shell for ansible; no Python.
+# The programs that a device's scripts start, and a shell for Ansible; no
+# Python.
 PROGRAMS = ("sh", "bash", "env", "sleep", "cat", "rm")
 SSHD = """\
 ListenAddress 127.0.0.1
@@ -121,7 +122,7 @@ class Devices:
         self.folder, self.names = folder, names
 
     def play(self, *tasks, options=(), hosts="all"):
-        """Runs tasks; to each host, the result of the last one."""
+        """Runs tasks; returns each host's result of the last one."""
         playbook = self.folder / "play.json"
         playbook.write_text(json.dumps([{
             "hosts": hosts, "gather_facts": False,
@@ -148,7 +149,7 @@ class Devices:
         return dict(map(json.loads, found.splitlines()))
 
     def all(self, results, **members):
-        """Every device answered, and each with these members."""
+        """Asserts that every device answered with these members."""
         assert sorted(results) == sorted(self.names)
         for name, result in results.items():
             for member, value in members.items():
@@ -168,7 +169,7 @@ WANTED = {"forms": {
 }}
 
 
-def test_what_is_wanted_is_there_after_one_run_and_the_second_changes_nothing(devices):
+def test_one_run_reaches_the_wanted_state_and_the_second_changes_nothing(devices):
     judged = devices.all(devices.play(WANTED, options=("--check", "--diff")), changed=True)
     assert judged["changes"]["clock"] and judged["diff"]
     assert devices.settings(devices.names[0], "clock") == "", "--check stores nothing"
@@ -199,10 +200,10 @@ def test_what_is_wanted_is_there_after_one_run_and_the_second_changes_nothing(de
     ({"restore": 999}, "999"),
     ({"forms": {"clock": {}}, "command": "orvctl-is-not-here"}, "not found"),
 ])
-def test_what_is_refused_says_why_and_stores_nothing(devices, task, message):
+def test_a_refusal_gives_the_reason_and_stores_nothing(devices, task, message):
     name = devices.names[0]
     before = devices.settings(name, "clock")
-    # A right form beside the wrong one is not stored either.
+    # A valid form beside the invalid one is not stored either.
     if "forms" in task and isinstance(task["forms"], dict):
         task["forms"] = {"fields": {"name": "other"}, **task["forms"]}
     result = devices.play(task, hosts=name)[name]
@@ -256,7 +257,7 @@ def test_a_guarded_change_is_kept_by_a_second_connection_or_goes_back(devices):
     assert "address=192.0.2.8/24\n" in devices.settings(name, "guard")
 
 
-def test_a_device_that_cannot_be_reached_any_more_goes_back(devices):
+def test_a_device_that_became_unreachable_goes_back(devices):
     name = devices.names[6]
     script = devices.folder / name / "data/scripts/guard.sh"
     script.write_text(script.read_text().replace("orv_guard 120 apply", "orv_guard 5 apply"))

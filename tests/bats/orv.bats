@@ -1,7 +1,7 @@
 #!/usr/bin/env bats
 # shellcheck disable=SC2016  # expanded by the scripts
-# orv.bash as scripts use it: small scripts, each test's in a folder of its own,
-# against what pages, other saves and power cuts can do to them.
+# orv.bash as scripts use it: small scripts, each in a folder of its own, and
+# what pages, other saves and power cuts can do to them.
 
 bats_require_minimum_version 1.5.0
 
@@ -10,14 +10,14 @@ setup() {
   export ORV_STATE=$BATS_TEST_TMPDIR/the\ \$state
   export ORV_DEFAULTS=$BATS_TEST_TMPDIR/d ORV_TEMPLATES=$BATS_TEST_TMPDIR
   mkdir -p "$ORV_STATE" "$ORV_DEFAULTS"
-  # The store on a disk that takes nothing more.
+  # The store on a full disk.
   printf '#!/bin/bash\nulimit -f 0\nexec %q "$@"\n' "$ORV_STORE" \
     >"$BATS_TEST_TMPDIR/full"
   chmod +x "$BATS_TEST_TMPDIR/full"
 }
 
-# script TEXT [VALUE]: runs it behind the library, with the input of the caller;
-# VALUE is $3 there.
+# script TEXT [VALUE]: runs it after loading the library, with the caller's
+# input; VALUE is its $3.
 script() {
   bash -c ". '$LIB/orv.bash'; $1" script.sh --task form "${2-}"
 }
@@ -27,7 +27,7 @@ saves() {
   script "orv[v]=\$3; orv_store $1 v" "$2" </dev/null
 }
 
-stored() { # FILE: what is stored, without the stamp
+stored() { # FILE: its stored lines, without the stamp
   grep -v '^#' "$ORV_STATE/$1" | xargs
 }
 
@@ -41,7 +41,7 @@ waits() { # CONDITION...: until the command succeeds
   false
 }
 
-page() { # TEXT: what a script reports, the lines that a page cannot take first
+page() { # TEXT: a script's report; lines that no page accepts go to stderr
   script "$@" >"$BATS_TEST_TMPDIR/out" 2>&1 || true
   ! grep -avP '^(?=.{0,249}$)[A-Za-z][A-Za-z0-9_]*=(".*"|[^"]*)$' \
     "$BATS_TEST_TMPDIR/out" >&2
@@ -49,7 +49,7 @@ page() { # TEXT: what a script reports, the lines that a page cannot take first
 }
 
 @test "the library is short and needs no command to report values" {
-  (($(wc -l <"$LIB/orv.bash") < 90)) # what a shown page reads
+  (($(wc -l <"$LIB/orv.bash") < 90)) # a page that is shown reads this file
   shellcheck -x "$LIB"/orv*.bash
   run -0 script 'PATH=/nowhere; orv_load x; orv_rows a; orv_pack a; orv_stamp
     orv_show a; orv_msg m' </dev/null
@@ -58,7 +58,7 @@ page() { # TEXT: what a script reports, the lines that a page cannot take first
   [[ $output == 'error_msg="Nothing can be stored: the program orv-store'* ]]
 }
 
-@test "only values of the names asked for are read, each as it was typed" {
+@test "only the requested values are read, each as it was typed" {
   local ran=$BATS_TEST_TMPDIR/ran long
   printf -v long '%099999d' 0
   printf '%s\n' 'new_Host_NAME="Café  a=b"' 'new_port7="7"' 'new_PORT99="x"' \
@@ -75,7 +75,7 @@ page() { # TEXT: what a script reports, the lines that a page cannot take first
     orv_read host_Name port# blank last a c long run
     for n in "${!orv[@]}"; do printf "%s=%s\n" "$n" "${orv[$n]}"; done | sort
     echo $orv_failed' <"$BATS_TEST_TMPDIR/in"
-  ((SECONDS < 5)) # all of them took a millisecond once
+  ((SECONDS < 5)) # each value once took a millisecond
   [[ $output == "a=stored
 blank=
 c=\$(touch $ran)\`touch $ran\`'\\
@@ -120,7 +120,7 @@ error_msg="x error_msg=forged $$$V:a$$$"' ]]
   [[ $output == end=0 ]]
 }
 
-@test "rows are found and numbered anew whatever gaps they have" {
+@test "rows are found and renumbered whatever their gaps" {
   run -0 page 'orv_read a# b# box#; orv_rows a b; echo "rows=${rows[*]}"
     orv_tick "${rows[@]/#/box}"; orv_pack a box; orv_show "${cells[@]}" a90' \
     < <(printf 'new_%s="%s"\n' a90 z b7 y box7 true a0 x box3 1 a08 n)
@@ -136,7 +136,7 @@ a90=""' ]]
     ! orv_one_of "a b" a b && ! orv_one_of "*" a b'
 }
 
-@test "nothing is stored before all of it is known to fit" {
+@test "nothing is stored unless all of it fits" {
   saves one old && saves two old
   for bad in $'a\nb' 'a"b' 'a$b' 'a\b' 'a`b' $'a\x7f' "$(printf '%0250d' 0)"; do
     run -1 script 'orv[v]=new orv[w]=$3; orv_store one v -- two v w' "$bad"
@@ -154,9 +154,9 @@ a90=""' ]]
   [[ $(ls -A "$ORV_STATE") != *.new* && $(stored one) != v= ]]
 }
 
-@test "several files are one step, also where the power fails between them" {
+@test "several files are one step, even if the power fails between them" {
   saves one old && saves two old
-  # Power that fails once the save is committed, and before that.
+  # The power fails after the save is committed, and before that.
   mkdir "$ORV_STATE/.commit"
   printf '%s\n' '#orv 2 9 -' '#table' v=new | tee "$ORV_STATE"/.commit/{one,two}
   for read in one two; do
@@ -177,7 +177,7 @@ a90=""' ]]
   done
   wait
   [[ $(stored count) == v=20 ]]
-  # A daemon that a save started does not hold the lock on.
+  # A daemon started by a save does not keep the lock.
   daemon=$(script 'orv_lock; sleep 60 >/dev/null & echo $!' 3>&-)
   run -0 timeout 20 bash -c ". '$LIB/orv.bash'; orv_lock"
   kill "$daemon"
@@ -199,11 +199,11 @@ a90=""' ]]
     run -0 script "$form" < <(printf 'new_v="4"\nnew_%s\n' "$old")
     [[ $output == *older* && $(stored one) == v=3 ]]
   done
-  run -0 script "$form" <<<'new_v="5"' # a program that opened no page
+  run -0 script "$form" <<<'new_v="5"' # a program that read no page
   [[ $(stored one) == v=5 ]]
 }
 
-@test "what changed is told by labels and choices, secrets only as changed" {
+@test "changes are reported by labels and choices, secrets only as changed" {
   printf '%s\n' 'title T' body 'field host 20' 'label Device name' 'select mode' \
     'label Mode' 'choice a Auto matic' 'choice s By hand' 'checkbox on' \
     'label Light' 'checkbox ask_pin' 'table t 1' 'field to' 'label Port' \
@@ -248,12 +248,12 @@ u_saved_change9=""'*'log:Light: on -> off'* ]]
   [[ $output == 'u_saved_pending="A change by somebody waits to be kept. If '* ]]
   shows new && waits shows shipped
   guarded 900 && [[ -e $ORV_STATE/.pending/net ]]
-  guarded 800 # again, still not kept: the first state is
+  guarded 800 # not kept either: the state before the first change comes back
   [[ $(<"$ORV_STATE/.pending/net") != *new* ]]
   script "orv_went_back() { touch $ran.told; }
     orv_guard_boot touch $ran" </dev/null
   shows shipped && [[ -e $ran && -e $ran.told && ! -e $ORV_STATE/.pending ]]
-  # No page that is opened keeps it, nor a save that fails, nor another's token.
+  # Opening a page does not keep it, nor a save that fails, nor another token.
   guarded 900
   before=$(<"$ORV_STATE/.pending/.token")
   ORV_STORE=$BATS_TEST_TMPDIR/full run -1 script 'orv_guard 9 :; orv_store net v'
@@ -265,7 +265,7 @@ u_saved_change9=""'*'log:Light: on -> off'* ]]
   REQUEST_METHOD=POST ORV_POLICY=strict "$ORV_STORE" confirm "$before"
   [[ ! -e $ORV_STATE/.pending ]] && script orv_guard_boot </dev/null
   [[ $(stored net) == 'v=new w=1' ]]
-  # With a command, it cannot be kept before that ran.
+  # With a command, it cannot be kept before the command has run.
   guarded 1 "eval 'cat \"\$ORV_STATE/net\" >>$ran'"
   run -1 "$ORV_STORE" confirm
   [[ $output == 'fault The device does not use the change yet'* ]]
@@ -273,11 +273,11 @@ u_saved_change9=""'*'log:Light: on -> off'* ]]
   waits test ! -e "$ORV_STATE/.pending"
 }
 
-@test "what runs in the background holds neither page nor lock" {
+@test "a background process holds neither page nor lock" {
   run -0 script 'orv_lock; touches() { touch "$1"; }
     orv_background bash -c "echo \$\$ >\"\$1\"; exec sleep 60" "" "$3"
     orv_after_page 0 touches "$3.done"' "$ORV_STATE/pid" </dev/null 3>&-
   run -0 timeout 20 bash -c ". '$LIB/orv.bash'; orv_lock"
   waits test -e "$ORV_STATE/pid.done" -a -s "$ORV_STATE/pid"
-  kill "$(<"$ORV_STATE/pid")" # it runs still
+  kill "$(<"$ORV_STATE/pid")" # it is still running
 }

@@ -1,4 +1,4 @@
-// A person at the demo device: `node --test` in this folder, after `npm ci`.
+// A user at the demo device: `node --test` in this folder, after `npm ci`.
 
 import "./roundtrips.mjs";
 import "./looks.mjs";

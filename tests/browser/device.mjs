@@ -1,8 +1,8 @@
-// The demo device through its web server, and people in front of it.
+// The demo device behind its web server, and its users.
 //
-// One device and one browser serve all tests; the device is put back between
-// them.  What a browser complains about (scripts, policy, answers that are
-// errors) is collected in `complaints` and fails the test.
+// All tests share one device and one browser; the device is reset between them.
+// Whatever a browser complains about (scripts, policy, answers that are errors)
+// is collected in `complaints` and fails the test.
 
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
@@ -45,7 +45,7 @@ before(async () => {
                     `${folder}/data/templates/own.tpl`);
   browser = await chromium.launch({
     executablePath: "/usr/bin/chromium",
-    // People's browsers keep a page for Back as it is; so does this one.
+    // Like a user's browser, this one keeps pages for Back as they are.
     ignoreDefaultArgs: ["--disable-back-forward-cache"],
     args: ["--disable-gpu"],
   });
@@ -70,8 +70,8 @@ afterEach(() => assert.deepEqual(complaints, []));
 
 export const address = (form) => `${base}/cgi-bin/orv?form=${form}`;
 
-// The only page, of these options and with nothing in its cache.  `page.asked`
-// counts the questions whether to leave, which are answered by staying.
+// The only page, with these options and an empty cache.  `page.asked` counts
+// the questions whether to leave the page, which are answered with "stay".
 export async function newPage(options) {
   await Promise.all(browser.contexts().map((one) => one.close()));
   const context = await browser.newContext({ reducedMotion: "reduce",
@@ -99,12 +99,12 @@ export async function visit(form, options) {
 }
 
 export const field = (page, name) => page.locator(`[name="${name}"]:visible`);
-// What a press leads to: the next page.
+// Presses the button and waits for the next page.
 export const pageAfter = (page, press) =>
   Promise.all([page.waitForNavigation(), press]);
 export const button = (page, label) =>
   page.locator(`input[type="submit"][value="${label}"]`);
-// The same where the answer may be shown in place.
+// The same where the answer may be shown without a new page.
 export async function press(page, label) {
   await page.evaluate(() => { document.body.dataset.old = "yes"; });
   await button(page, label).click();
@@ -116,7 +116,7 @@ const isSentInPlace = async (page) => page.hasScripts &&
 export const heading = (page) => page.locator("h1").innerText();
 export const valueOf = (page, name) => field(page, name).inputValue();
 
-// Types, chooses or ticks; null puts back what the page came with.
+// Types, chooses or ticks; null restores the value that the page came with.
 async function enter(control, value) {
   if (typeof value === "boolean") {
     await control.setChecked(value);
@@ -144,7 +144,7 @@ export async function act(page, ...steps) {
   }
 }
 
-// All forms that menus and navigation bars lead to.
+// All forms that menus and navigation bars link to.
 export async function allForms() {
   const page = await newPage();
   const found = new Set(["orvmenu"]);
@@ -158,7 +158,7 @@ export async function allForms() {
   return found;
 }
 
-// Waits for a busy machine, too.
+// Waits long enough for a busy machine.
 export async function until(condition) {
   for (let tries = 3000; tries > 0 && !await condition(); tries--) {
     await setTimeout(20);
@@ -166,16 +166,16 @@ export async function until(condition) {
   assert.ok(await condition(), String(condition));
 }
 
-// What the device keeps in a file, "" where nobody saved.
+// The settings file's content, "" if it was never saved.
 export const kept = (file) =>
   fs.readFile(`${folder}/data/state/${file}`, "utf8").catch(() => "");
 
-// The demo's script, with a part of it changed while `during` runs.
+// Changes a part of a demo script while `during` runs.
 export async function withScript(name, from, to, during) {
   const file = `${folder}/data/scripts/${name}`;
   const text = await fs.readFile(file, "utf8");
   assert.ok(text.includes(from));
-  await fs.rm(file); // a link to the demo's own
+  await fs.rm(file); // a link into the demo
   await fs.writeFile(file, text.replaceAll(from, to), { mode: 0o755 });
   try {
     await during();
@@ -187,7 +187,7 @@ export async function withScript(name, from, to, during) {
 
 export const phone = { width: 360, height: 640 };
 
-// Nothing is wider than a phone, and axe finds no fault in either look.
+// Nothing is wider than a phone, and axe finds no fault in light or dark.
 export async function assertLooks(page, where) {
   await page.evaluate(axe.source);
   for (const [colorScheme, size] of [["light", { width: 1280, height: 800 }],

@@ -1,4 +1,4 @@
-// What a page does without a new one, and what remains of it without scripts.
+// What a page does without loading a new one, and what works without scripts.
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
@@ -45,7 +45,7 @@ test("a choice shows its fields at once, and nothing typed is lost",
   assert.ok(await field(page, "delete_own_0").isChecked());
   assert.equal(await page.locator("p.help").count(), 1);
 
-  // What was typed into a field that goes is there when it comes back.
+  // A field that disappears has its text again when it comes back.
   await act(page, { own_mode: "no" });
   await until(() => asked.length === 2);
   await act(page, { own_more: "kept" });
@@ -67,7 +67,7 @@ test("a choice shows its fields at once, and nothing typed is lost",
   assert.equal(await valueOf(page, "own_more"), "kept", "no answer, no change");
 });
 
-test("a choice keeps what is said of entries that are still wrong",
+test("a choice keeps the messages of fields that are still wrong",
      async () => {
   const page = await visit("own", phone);
   await act(page, { own_passphrase: "short", own_name1: "b b", own_pin0: "x" });
@@ -94,7 +94,7 @@ test("a choice keeps what is said of entries that are still wrong",
         "td:has([name=own_name1]) > [data-text]")), `"${texts[2]}"`);
       await assertLooks(page, "drawn again with faults");
     }
-    // What was typed anew is no longer known to be wrong.
+    // A value typed again is no longer marked as wrong.
     await act(page, count === 4 ? { own_pin0: "7" } :
       mode === "yes" ? { own_passphrase: "long enough", own_name1: "bb" } : {});
   }
@@ -103,7 +103,7 @@ test("a choice keeps what is said of entries that are still wrong",
 for (const javaScriptEnabled of [true, false]) {
   const how = javaScriptEnabled ? "" : " without JavaScript";
 
-  test(`a secret is not shown, and is carried${how}`, async () => {
+  test(`a secret is carried but not shown${how}`, async () => {
     const page = await visit("own", { javaScriptEnabled, ...phone });
     const secret = field(page, "own_passphrase");
     await act(page, { own_passphrase: "a word of mine", own_pin1: "x" });
@@ -160,7 +160,7 @@ for (const javaScriptEnabled of [true, false]) {
     assert.equal(await page.locator("p.error[role=status]").count(), 1);
   });
 
-  test(`only what can be sent has a Submit${how}`, async () => {
+  test(`only forms that can be sent have a Submit${how}`, async () => {
     const page = await newPage({ javaScriptEnabled });
     for (const [form, seen] of [["status", false], ["orvmenu", false],
                                 ["reboot", true], ["own", true]]) {
@@ -170,7 +170,7 @@ for (const javaScriptEnabled of [true, false]) {
   });
 }
 
-test("a fact of any length is seen whole on a phone", async () => {
+test("a fact of any length is fully visible on a phone", async () => {
   await withScript("status.sh", "read -r 'orv[st_kernel]' <",
                    "printf -v 'orv[st_kernel]' '%0230d' 7; : <", async () => {
     const page = await visit("status", { javaScriptEnabled: false, ...phone });
@@ -239,7 +239,7 @@ test("facts stay fresh, until Stop or the tab is hidden", async () => {
   await assertLooks(page, "live");
 });
 
-test("a device that goes away is waited for, where it will be", async () => {
+test("the page waits for a device that goes away, at its new address", async () => {
   const page = await visit("own", phone);
   const here = new URL(page.url());
   await act(page, { own_address: `localhost:${here.port}` });
@@ -247,7 +247,7 @@ test("a device that goes away is waited for, where it will be", async () => {
   await page.waitForURL(`http://localhost:${here.port}/cgi-bin/orv`);
   assert.equal(page.asked, 0);
 
-  await page.goto(address("own")); // and where it does not come back
+  await page.goto(address("own")); // an address that never answers
   await act(page, { own_address: "localhost:1" });
   await press(page, "Submit");
   assert.equal(await heading(page), "Saved");
@@ -260,7 +260,7 @@ test("a device that goes away is waited for, where it will be", async () => {
   await assertLooks(page, "given up");
   complaints.length = 0;
 
-  await page.goto(address("reboot")); // a refusal is shown in place as well
+  await page.goto(address("reboot")); // a refusal needs no new page either
   await press(page, "Submit");
   assert.equal(await focused(page), "rb_sure");
   await act(page, { rb_sure: true });
@@ -270,7 +270,7 @@ test("a device that goes away is waited for, where it will be", async () => {
   assert.equal(await page.title(), await heading(page));
 });
 
-test("a save under way is not let go by Escape", async () => {
+test("Escape does not abandon a save in progress", async () => {
   const page = await visit("own", phone);
   let answer = () => {};
   let posts = 0;
@@ -284,13 +284,13 @@ test("a save under way is not let go by Escape", async () => {
   await until(() => posts);
   await page.keyboard.press("Escape");
   await button(page, "Submit").click();
-  await page.evaluate(() => fetch("/css/orv.css")); // behind any other
+  await page.evaluate(() => fetch("/css/orv.css")); // after every other request
   answer();
   await until(async () => await heading(page) === "Saved");
   assert.equal(posts, 1);
 });
 
-test("an answer that is no page, or late, takes nothing away", async () => {
+test("an answer that is late or not a page loses nothing", async () => {
   const page = await visit("own", phone);
   await act(page, { own_passphrase: "typed and kept" });
   for (const [status, body, said] of [
@@ -333,7 +333,7 @@ test("without JavaScript a restart is confirmed by a page", async () => {
 
 const ADDRESS = { ip_address: "192.0.2.7/24", gateway: "192.0.2.1" };
 
-// Without scripts a Submit asks for the address, without a word of error.
+// Without scripts a Submit asks for the address, without an error message.
 async function changeAddress(options) {
   const page = await visit("network", { ...phone, ...options });
   await act(page, { static_ip: "yes" }, ...page.hasScripts ? [] : ["Submit"]);
@@ -344,7 +344,7 @@ async function changeAddress(options) {
   return page;
 }
 
-test("an address that nobody keeps goes back by itself", async () => {
+test("an address that nobody keeps goes back", async () => {
   await withScript("network.sh", "PATIENCE=120", "PATIENCE=1", async () => {
     const page = await changeAddress();
     const timer = page.locator("[role=timer]");
@@ -374,7 +374,7 @@ for (const javaScriptEnabled of [true, false]) {
                  /If nobody kept it by \d\d:\d\d:\d\d, the old settings/);
     await act(page, "Continue");
     await page.goto(address("network"));
-    assert.notEqual(await kept(".pending/.token"), ""); // no page keeps it
+    assert.notEqual(await kept(".pending/.token"), ""); // opening keeps nothing
     await pageAfter(page, page.locator("nav a >> nth=1").click());
     assert.equal(await heading(page), "Keep the change?");
     assert.match(await page.locator("main").innerText(),

@@ -1,4 +1,4 @@
-// What every form looks like, and what it costs.
+// How every form looks, and what it costs.
 
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
@@ -51,7 +51,7 @@ test("so are questions, confirmations and error pages", async () => {
   assert.match(complaints.splice(0).join(), /^[^,]*404[^,]*$/);
 });
 
-// What comes over the wire until the page is at rest, not out of the cache.
+// The bytes transferred until the page is idle, without those from the cache.
 async function wireOf(page, form) {
   const wire = { bytes: 0, requests: 0 };
   const browser = await page.context().newCDPSession(page);
@@ -97,7 +97,7 @@ everyForm("is light, quick and steady", async (form, t) => {
   }
 });
 
-test("style and scripts are small as they are served", () => {
+test("style and scripts are small as served", () => {
   const sizeOf = (name) =>
     execFileSync("sh", [`${root}web/slim`, `${root}web/${name}`]).length;
   assert.ok(sizeOf("css/orv.css") < 12 * 1024);
@@ -105,7 +105,7 @@ test("style and scripts are small as they are served", () => {
             12 * 1024);
 });
 
-// The shipped face, as a device gets it.
+// The shipped style sheet, as a device installs it.
 async function wearing(does) {
   const folder = await fs.mkdtemp("/tmp/larkspur-brand-");
   try {
@@ -121,7 +121,7 @@ async function wearing(does) {
   }
 }
 
-test("a maker's face is legible in every state, and has logo and icon",
+test("a maker's brand is legible in every state, and has logo and icon",
      () => wearing(async (www) => {
   const page = await newPage();
   const asked = [];

@@ -1,5 +1,5 @@
 #!/bin/bash
-# A form of the browser tests: everything that its own pages can change.
+# A form of the browser tests that uses everything a page can change.
 if [[ $1 == --read ]]; then
   printf '%s\n' own_passphrase= own_mode=no own_more= own_address= \
     own_name0=a own_pin0=1 own_name1=b own_pin1=2 wait_restart= wait_address=

@@ -1,4 +1,4 @@
-// What people do with a form, from its page to what the device keeps.
+// What users do with a form, from its page to the stored settings.
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
@@ -10,7 +10,7 @@ const phone = { viewport: { width: 360, height: 560 } };
 const main = (page) => page.locator("main").innerText();
 const scrollY = (page) => page.evaluate(() => window.scrollY);
 
-// Whether it is in view and nothing is in front of it.
+// Whether it is visible and nothing covers it.
 const isInView = (control) => control.evaluate((e) => {
   const box = e.getBoundingClientRect();
   return [box.top + 2, box.bottom - 2].every(
@@ -34,7 +34,7 @@ for (const javaScriptEnabled of [true, false]) {
     assert.equal(await valueOf(page, "host_name"), "gate-7");
   });
 
-  test(`two faults are told beside their fields${how}`, async () => {
+  test(`two faults are reported beside their fields${how}`, async () => {
     const page = await visit("network", { javaScriptEnabled, ...phone });
     await act(page, { dns1: "one", dns2: "two" });
     await page.evaluate(() => window.scrollTo(0, 0));
@@ -69,7 +69,7 @@ for (const javaScriptEnabled of [true, false]) {
   });
 }
 
-test("Home asks, and only a return is to the place that was left", async () => {
+test("Home asks, and only Return goes back to the same place", async () => {
   const page = await visit("services", phone);
   await act(page, { alert_mail: "time.example.org" });
   await page.evaluate(() => window.scrollTo(0, 120));
@@ -85,7 +85,7 @@ test("Home asks, and only a return is to the place that was left", async () => {
   assert.notEqual(await valueOf(page, "alert_mail"), "time.example.org");
 });
 
-test("Help and Expert show more and lose nothing that was typed", async () => {
+test("Help and Expert show more and lose no typed text", async () => {
   const page = await visit("services", phone);
   await act(page, { alert_mail: "time.example.org" });
   await page.evaluate(() => window.scrollTo(0, 150));
@@ -97,8 +97,8 @@ test("Help and Expert show more and lose nothing that was typed", async () => {
   assert.equal(await valueOf(page, "alert_mail"), "time.example.org");
 });
 
-// Lets answers to posts wait; tells how many there were, and what the status
-// says (and how many animations it has) while a page waits for the next one.
+// Delays the answers to posts; returns how many there were, and the text of the
+// status (and its number of animations) while a page waits for the next one.
 async function holdAnswers(page, milliseconds) {
   const seen = { posts: 0, told: [] };
   page.on("console", (message) => seen.told.push(message.text()));
@@ -111,7 +111,7 @@ async function holdAnswers(page, milliseconds) {
   await page.route("**/cgi-bin/orv", async (route) => {
     seen.posts++;
     await setTimeout(milliseconds);
-    await route.continue().catch(() => {}); // it was stopped
+    await route.continue().catch(() => {}); // the request may have been stopped
   });
   return seen;
 }
@@ -156,11 +156,11 @@ for (const isTold of [true, false]) {
 }
 
 for (const isKept of [true, false]) {
-  const how = isKept ? "kept" : "drawn anew";
+  const how = isKept ? "kept" : "drawn again";
 
   test(`Back brings a form (${how}) to be submitted again`, async () => {
     const page = await newPage(phone);
-    if (!isKept) { // a held lock keeps pages out of the browser's memory
+    if (!isKept) { // a lock keeps a page out of the Back cache
       await page.addInitScript(() => {
         navigator.locks.request("held", () => new Promise(() => {}));
       });
@@ -206,7 +206,7 @@ for (const [asks, why, form, ...steps] of [
   });
 }
 
-test("a keyboard reaches everything, and shows where it is", async () => {
+test("the keyboard reaches everything, and the focus is visible", async () => {
   const page = await visit("services", phone);
   await act(page, "Expert");
   const all = page.locator("a:visible, select:visible, input:visible:enabled");

@@ -1,5 +1,5 @@
-// An emulated device as demo/emulator/run starts it: its page, its SSH, and its
-// plug.
+// An emulated device as demo/emulator/run starts it: its pages, its SSH server
+// and its power plug.
 
 import assert from "node:assert/strict";
 import { execFile, spawn } from "node:child_process";
@@ -14,12 +14,11 @@ import { promisify } from "node:util";
 export const root = fileURLToPath(new URL("../..", import.meta.url));
 export const command = `${root}demo/emulator/run`;
 export const run = promisify(execFile);
-// Long enough for a machine with other things to do; nobody waits for them when
-// all is well.
+// Long enough for a busy machine; when all is well, nobody waits that long.
 export const PATIENCE = 400;
 
-// Waits until `look` gives something, and says what was waited for if it never
-// does.
+// Waits until `look` returns something true; if it never does, the error names
+// `what`.
 export async function until(what, look, seconds = PATIENCE) {
   const end = Date.now() + 1000 * seconds;
   let last;
@@ -44,7 +43,7 @@ export class Device {
     this.key = `${folder}/key`;
   }
 
-  // Boots what lies in the folder; `options` are the command's.
+  // Boots the device in the folder; `options` are the command's.
   async start(...options) {
     this.process = spawn(command, ["--run", "--dir", this.folder, ...options],
                          { stdio: ["ignore", "ignore", "pipe"] });
@@ -64,7 +63,7 @@ export class Device {
     assert.fail(`the device did not start: ${said}`);
   }
 
-  // Switches it off as a person does who has no patience.
+  // Switches it off without shutting it down.
   async pullPlug() {
     process.kill(Number(await fs.readFile(`${this.folder}/qemu.pid`, "utf8")),
                  "SIGKILL");
@@ -78,13 +77,13 @@ export class Device {
     }
   }
 
-  // Sends a request to its page, at another address where one is given.
+  // Sends a request to its pages, or to another address if one is given.
   request(path, { base = this.page, body, timeout = 60000 } = {}) {
     return new Promise((resolve, reject) => {
       const request = https.request(new URL(path, base), {
         method: body ? "POST" : "GET",
         auth: `admin:${this.password}`,
-        rejectUnauthorized: false, // it has signed its certificate by itself
+        rejectUnauthorized: false, // its certificate is self-signed
         agent: false,
         timeout,
         headers: body &&
@@ -106,14 +105,15 @@ export class Device {
     });
   }
 
-  // Who asks an address at which nobody is waits for all of the time.
+  // A request to an unused address takes all of the time.
   async answers(base = this.page) {
     const { status } =
       await this.request("/cgi-bin/orv", { base, timeout: 20000 });
     return status === 200;
   }
 
-  // Runs a command on the device, by the key that the page Administrator got.
+  // Runs a command on the device, with the key entered on the page
+  // Administrator.
   async shell(text) {
     const { stdout } = await run("dbclient", this.#login(text),
                                  { timeout: 60000 });
@@ -129,7 +129,7 @@ export class Device {
     return ["-y", "-y", "-i", this.key, "-p", this.ssh, "root@127.0.0.1", text];
   }
 
-  // Makes a key of its own, once, and gives the line for that page.
+  // Makes a key once, and returns the line for that page.
   async publicKey() {
     await fs.access(this.key).catch(() =>
       run("dropbearkey", ["-t", "ed25519", "-f", this.key]));

@@ -1,8 +1,8 @@
-// What happens to a device in its life, with the emulated one: people at its
-// pages, an administrator at its SSH, power cuts, an upgrade.
+// The life of a device, on the emulated one: users at its pages, an
+// administrator over SSH, power cuts, an upgrade.
 //
-// Two devices of one image run beside each other: the first in the hands of
-// people, one test after the other, the second of which the plug is pulled.
+// Two devices with the same image run side by side: users use the first, one
+// test after the other; the power of the second is cut.
 
 import assert from "node:assert/strict";
 import fs from "node:fs/promises";
@@ -17,13 +17,13 @@ const { chromium } =
   createRequire(new URL("../browser/", import.meta.url))("playwright-core");
 const CUTS = 10;
 let folder, browser, page;
-let built; // what the building of the image has told
-let home; // in people's hands
+let built; // the output of the image's build
+let home; // the device that users use
 let cut;
 
-// --- a person at the pages ---------------------------------------------------
+// --- a user at the pages -----------------------------------------------------
 
-// Fills in a form and presses Submit; gives the text of the page that follows.
+// Fills in a form and presses Submit; returns the text of the next page.
 async function save(device, form, values, base = device.page) {
   await page.goto(`${base}cgi-bin/orv?form=${form}`);
   for (const [name, value] of Object.entries(values)) {
@@ -76,7 +76,7 @@ after(async () => {
 });
 
 describe("a device", { concurrency: true }, () => {
-  describe("in people's hands", { concurrency: false }, () => {
+  describe("in use", { concurrency: false }, () => {
     before(async () => {
       await home.start("--forward", "10.0.2.77");
       const context = await browser.newContext({
@@ -87,7 +87,7 @@ describe("a device", { concurrency: true }, () => {
       page.setDefaultTimeout(60000);
     });
 
-    test("nobody is served without the password of its first start",
+    test("without the password of its first start nobody gets a page",
          async () => {
       const { password } = home;
       assert.match(password, /^\S{12,}$/);
@@ -97,7 +97,7 @@ describe("a device", { concurrency: true }, () => {
       assert.equal((await home.request("/cgi-bin/orv")).status, 200);
     });
 
-    test("its forms set this system", async () => {
+    test("its forms configure the system", async () => {
       assert.ok(await isRefused(home));
       await save(home, "users", { root_key: await home.publicKey() });
       assert.equal(await until("SSH", () => home.shell("hostname")),
@@ -125,7 +125,7 @@ describe("a device", { concurrency: true }, () => {
                    /SSH: off -> on \(admin at 10\.0\.2\.2\)/);
     });
 
-    test("the sizes that its building tells are those on the device",
+    test("the sizes that the build prints are those on the device",
          async (t) => {
       for (const path of ["/usr/lib/cgi-bin/orv", "/usr/sbin/orv-store",
                           "/usr/sbin/orvctl"]) {
@@ -137,7 +137,7 @@ describe("a device", { concurrency: true }, () => {
       built.trim().split("\n").forEach((line) => t.diagnostic(line));
     });
 
-    test("a password lets root in where the services say so", async () => {
+    test("root can log in with a password if the services allow it", async () => {
       const password = "a b 4711 c d";
       const env = { ...process.env, DROPBEAR_PASSWORD: password };
       const login = () => run("dbclient",
@@ -150,7 +150,7 @@ describe("a device", { concurrency: true }, () => {
       await until("the login", async () => await login() === "root");
     });
 
-    test("what was stored by somebody else is judged again", async () => {
+    test("values stored without a page are checked again", async () => {
       for (const [form, name, value, what] of [
         ["name", "host_name", "a b; reboot", "hostname"],
         ["network", "ip_address", "10.0.2.0.1/24", "ip addr show eth0"],
@@ -199,7 +199,7 @@ describe("a device", { concurrency: true }, () => {
       assert.match(await page.locator("main").innerText(), /went back/);
     });
 
-    test("a kept address stays over a restart", async () => {
+    test("a kept address survives a restart", async () => {
       await save(home, "network",
                  { static_ip: "yes", ip_address: "10.0.2.77/24" });
       await until("the new address", () => home.answers(home.forward));
@@ -242,7 +242,7 @@ describe("a device", { concurrency: true }, () => {
       assert.equal(await home.shell("hostname"), "gate-7");
     });
 
-    test("as shipped again, with its password", async () => {
+    test("a reset brings back the settings as shipped", async () => {
       await save(home, "restart", { re_what: "shipped", re_sure: true });
       await until("the restart", () =>
         home.answers().then(() => false, () => true));
@@ -252,16 +252,16 @@ describe("a device", { concurrency: true }, () => {
     });
   });
 
-  // Three files are replaced by each save, over and over, so every cut comes in
-  // the middle of one or close to it.  What is simulated: qemu is killed, which
-  // ends the computer between two of its writes; a write that the disk has said
-  // to be done is kept, and they are done in order.
+  // Each save replaces three files, over and over, so every cut comes in the
+  // middle of a save or close to it.  The cut is simulated: killing qemu stops
+  // the computer between two writes.  Writes that the disk has confirmed are
+  // kept, and all are done in order.
   test(`${CUTS} power cuts during saves leave old or new`, async (t) => {
     await cut.start();
     let half = 0;
     await submit(cut, "users", { root_key: await cut.publicKey() });
     await until("SSH", () => cut.shell("sync; echo done"));
-    assert.ok(!await isHalfDone(cut)); // or the count below says nothing
+    assert.ok(!await isHalfDone(cut)); // or the count below would mean nothing
     for (let round = 0, least = 0; round < CUTS; round++) {
       least = await saveUntilCut(cut, least, 500 + 350 * round);
       half += await isHalfDone(cut);
@@ -280,9 +280,9 @@ describe("a device", { concurrency: true }, () => {
   });
 });
 
-// Saves numbers, in three files of one step each, beginning behind `from`, and
-// pulls the plug so many milliseconds behind the first: the last number that
-// the device has told to be saved.
+// Saves increasing numbers after `from`, each in three files as one step, and
+// cuts the power `wait` milliseconds after the first.  Returns the last number
+// that the device reported as saved.
 async function saveUntilCut(device, from, wait) {
   const saving = device.spawnShell(`n=${from}
     while n=$((n + 1)) && printf '%s\\n' '> name' host_name=n$n \\
@@ -299,8 +299,8 @@ async function saveUntilCut(device, from, wait) {
   return last;
 }
 
-// Whether a save is left half done on the disk, which is looked at as the
-// device will see it, behind its journal.
+// Whether a save is left half done on the disk, as the device will see it once
+// it has replayed the journal.
 async function isHalfDone(device) {
   const copy = `${device.folder}/copy.img`;
   await fs.copyFile(`${device.folder}/settings.img`, copy);
@@ -310,7 +310,7 @@ async function isHalfDone(device) {
   return /\/\.(commit|new|stage)/.test(stdout);
 }
 
-// A form's page sent back with other values, without a browser.
+// Posts a form's page with other values, without a browser.
 async function submit(device, form, values) {
   const path = `/cgi-bin/orv?form=${form}`;
   const { text } = await device.request(path);

@@ -1,19 +1,20 @@
-/* Preloaded into the executable under test: lets the n-th call of one kind
- * fail, in that process alone and not in the scripts it starts.
+/* Preloaded into the executable under test: makes the n-th call of one kind
+ * fail, in that process only and not in the scripts that it starts.
  *
  * FAULT="KIND NUMBER ONWARD": what fails, see below; the number of the call;
- * whether all behind it fail, too (1 or 0).  The file "report" in the folder at
- * hand takes up struct report, which tells what has been done.
+ * whether all later ones fail, too (1 or 0).  The file "report" in the current
+ * folder holds struct report, which counts what has happened.
  *
- * Memory and streams fail in functions that stand before the C library's own,
- * whoever calls them, the C library included.  System calls fail in a second
- * process that traces the first, so that those of a stream are met, too.  Not
- * seen: the loader's work, mmap, and stacks.  Under AddressSanitizer the traced
- * process goes free at exit, before it writes a page that is still in the
- * buffer: the search for leaks traces as well.
+ * Memory and streams fail in functions that replace the C library's own, for
+ * every caller, including the C library.  System calls fail through a second
+ * process that traces the first, so that those of streams fail, too.  Not
+ * covered: the loader, mmap, and stacks.  Under AddressSanitizer the traced
+ * process is released at exit, before it writes a page that is still in the
+ * buffer, since the search for leaks needs to trace it as well.
  *
- * The kind "kill" is no fault: the process dies before the n-th system call that
- * others can notice.  Between two of them it might as well die anywhere.
+ * The kind "kill" is not a fault: the process dies before the n-th system call
+ * that others can notice.  Where exactly it dies between two such calls makes
+ * no difference.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -36,7 +37,7 @@ struct report {
   int faults;    /* calls that failed */
   int on_stdout; /* of these, writes of the page itself */
   int traced;    /* the second process has begun */
-  int leaving;   /* it must let the first one go */
+  int leaving;   /* it must release the first one */
 };
 
 static struct report *report;
@@ -83,7 +84,7 @@ FAILING("stream", FILE *, fopencookie,
         (cookie, mode, functions))
 /* clang-format on */
 
-/* Thousands of faults are no news for this machine's log. */
+/* Keeps thousands of faults out of this machine's log. */
 void syslog()
 {
 }
@@ -151,8 +152,8 @@ static bool is_noticed(const struct user_regs_struct *regs)
   }
 }
 
-/* Before a call: whether it is to fail.  It then becomes one that the kernel
- * does not know, but a close that fails has closed. */
+/* Before a call: whether it is to fail.  If so, it is replaced by a call that
+ * the kernel does not know; a close that fails closes all the same. */
 static bool start_fault(const struct calls *row, struct user_regs_struct *regs)
 {
   unsigned long long call = regs->orig_rax;
@@ -164,8 +165,8 @@ static bool start_fault(const struct calls *row, struct user_regs_struct *regs)
   return true;
 }
 
-/* The second process: until the first ends, or is let go.  Each system call
- * stops the first one twice, before and after. */
+/* The second process: runs until the first ends, or is released.  Each system
+ * call stops the first one twice, before and after. */
 static void trace(const struct calls *row, pid_t pid)
 {
   struct user_regs_struct regs;

@@ -1,6 +1,6 @@
-"""Kills orvctl at each of its system calls that others can notice while it goes
-back behind a save: all forms are as they were or all as they shall be, nothing
-is left over once somebody else has held the lock, and the history fits.
+"""Kills orvctl at each of its system calls that others can notice while it
+undoes a save: all forms are unchanged or all are restored, the next holder of
+the lock leaves no remains, and the history is consistent.
 """
 
 import json
@@ -17,7 +17,7 @@ def numbers(site):
     return sorted({save["number"] for save in json.loads(run(site, "--json", "history").stdout)})
 
 
-def test_a_restore_that_is_killed_was_none_or_is_whole(site):
+def test_a_killed_restore_has_done_nothing_or_everything(site):
     device(site)
     for value in ("old", "new"):
         dump(site, value)
@@ -43,4 +43,4 @@ def test_a_restore_that_is_killed_was_none_or_is_whole(site):
             assert numbers(site) == [1, 2] + [3] * (found == back), (words, at)
             ends[found == back] += 1
             shutil.rmtree(state)
-        assert min(ends.values()) > 1, ends  # one of the new is the run that nobody killed
+        assert min(ends.values()) > 1, ends  # one restored end is the run that nobody killed

@@ -1,14 +1,14 @@
-"""Kills orv-store at each system call that others notice, and lets each call
-that can fail do so, once each, in all that it does to the folder of settings.
+"""Kills orv-store at each system call that others can notice, and makes each
+call that can fail do so once, in everything it does to the settings folder.
 
-Whatever happens, readers find all files as they were or all as they shall be,
-nothing is left over once somebody else has held the lock, and the answer says
-which of the two it is.
+Whatever happens, readers find all files unchanged or all files new, the next
+holder of the lock leaves no remains, and the answer says which of the two it is.
 
     ORV_STORE=... ORV_TAKE_PART=... ORV_SYSLOG_SHIM=fault_shim.so \
       store.py [STRIDE [KIND...]]
 
-A stride tries only every so manieth allocation, of which there are most.
+With a stride of N it tries only every Nth allocation, since these are most of
+the calls.
 """
 
 import collections
@@ -26,16 +26,16 @@ import tempfile
 STORE, PART = os.environ["ORV_STORE"], os.environ["ORV_TAKE_PART"]
 LIBRARY = pathlib.Path(__file__).parents[2] / "lib" / "orv.bash"
 STRIDE = int(sys.argv[1]) if len(sys.argv) > 1 else 1
-# Of the other kinds every third, and with LARKSPUR_LONG each.
+# Of the other kinds, every third call; with LARKSPUR_LONG, each.
 STEP = 1 if "LARKSPUR_LONG" in os.environ else 3
 KINDS = sys.argv[2:] or ("kill memory stream fork open read write close look mark"
                          " sync name mkdir list lock unlink random").split()
-ENOUGH = 20  # bad ends of one job
+ENOUGH = 20  # stop a job after so many bad ends
 SECONDS = 60
 FILES = ["a", "b", "c"]
-# More than one read takes, and more than the first buffer of any stream.
+# More than one read returns, and than the first buffer of any stream holds.
 LONG = "".join(f"long{i}={'x' * 190}\n" for i in range(60))
-NOBODY = 2 ** 22 + 1  # no process has that number
+NOBODY = 2 ** 22 + 1  # no process has that id
 
 # --- the folder before --------------------------------------------------------
 
@@ -47,7 +47,7 @@ def order(word, *lines):
 
 
 class Device:
-    """The folders of a device, and what a program does to them."""
+    """The folders of a device, and programs that run on them."""
 
     def __init__(self, folder):
         self.folder = pathlib.Path(folder)
@@ -66,7 +66,7 @@ class Device:
             cwd=self.folder, env=self.env | env, check=False)
 
     def values(self, both=True):
-        """What readers find; program and library agree about it."""
+        """The values that readers find; program and library must agree."""
         if (self.folder / "migrate").exists():  # each of them is old or new
             return [self.run(STORE, "load", name).stdout for name in FILES]
         read = self.run(STORE, "load", *FILES)
@@ -80,7 +80,7 @@ class Device:
         return lines
 
     def names(self):
-        """Every file and folder, but for those that are always there."""
+        """Every file and folder, except those that always exist."""
         return sorted(str(p.relative_to(self.state))
                       for p in self.state.rglob("*")
                       if p.name not in (".generation", ".lock"))
@@ -111,7 +111,7 @@ def pending(device):
 
 
 def waiting(device):
-    """The same, whose command has not run yet, behind one whose command has."""
+    """The same, with a command that has not run yet, after one whose command has."""
     saved(device, "@guard 60 first")
     done = device.run(STORE, "store", "-", "form",
                       given=order("tried", "@guard 60 second"))
@@ -131,7 +131,7 @@ def info(device):
 
 
 def left_by_older(device):
-    """A guarded save of the library before this program, cut short while it
+    """A guarded save by a library older than orv-store, interrupted while it
     moved its files, beside one that was never committed."""
     shipped(device)
     for folder in (".commit/.pending", ".pending", ".new.1764090000.7.1"):
@@ -158,7 +158,7 @@ def of_older_firmware(device):
         program.chmod(0o755)
 
 
-CASES = {  # what stands there, the command, its input
+CASES = {  # what exists already, the command, its input
     "first save": (shipped, [STORE, "store", "-", "form"], order("new")),
     "save": (saved, [STORE, "store", "-", "form"], order("new")),
     "guarded": (saved, [STORE, "store", "-", "form"], order("new", "@guard 60")),
@@ -180,7 +180,7 @@ CASES = {  # what stands there, the command, its input
     "load": (saved, [STORE, "load", *FILES], ""),
 }
 
-# Of these, what the others do not show.
+# Of these, only the cases that the others do not cover.
 FEW = {name: "kill open write sync name".split()
        for name in ("confirm, by its page", "arm", "expire")}
 
@@ -188,7 +188,7 @@ FEW = {name: "kill open write sync name".split()
 
 
 class Clean:
-    """What a run without a fault leads to."""
+    """The result of a run without a fault."""
 
     def __init__(self, name, folder):
         build, words, given = CASES[name]
@@ -215,19 +215,19 @@ class Clean:
 
 
 def answer(text):
-    """Without what is another one each time, and what is told of a change that
-    is not at its place yet."""
+    """The text without parts that differ each time, and without reports about a
+    change that is not in place yet."""
     text = re.sub("(?m)^(pending|confirm_).*\n", "", text)
     return re.sub(r"(?m)^(guard|holder) .*", r"\1", text)
 
 
 def judge(clean, device, done, killed, lost_output):
-    """How the run ended; an assertion when it ended badly."""
+    """How the run ended; an assertion fails if it ended badly."""
     assert done.stderr == "", done.stderr
     device.state.mkdir(exist_ok=True)
     found = device.values(killed)
     text = done.stdout
-    # Where a file cannot be brought to its version, the others do not wait.
+    # A file that cannot be migrated does not stop the others.
     halves = zip(found, clean.old, clean.new)
     assert found in (clean.old, clean.new) or (
         "migrate" in clean.words and text.startswith("fault ") and
@@ -298,7 +298,8 @@ def sweep(job):
 def main():
     table = {kind: collections.Counter() for kind in KINDS}
     failed = []
-    # What fails once and works again leads to more ends than what fails on.
+    # A call that fails once has more different ends than one that keeps
+    # failing.
     jobs = [job for job in itertools.product(CASES, KINDS, (False, True))
             if (not job[2] or job[1] in ("open", "write", "mark"))
             and job[1] in FEW.get(job[0], KINDS)]

@@ -1,13 +1,14 @@
-"""Lets every call that can fail do so, once each, in typical requests.
+"""Makes every call that can fail do so once in typical requests.
 
 Each request is repeated with the first, second, ... call of a kind failing
-(that one, or all from it on) until a run meets no fault.  However a run ends,
-it ends by itself, with a whole page or a clean error, and a device is changed
-only by a write script that got all of what every check has passed.
+(only that one, or it and all later ones) until a run meets no fault.  Every run
+must end by itself, with a complete page or a clean error, and only a write
+script that got all the values which passed every check may change the device.
 
     ORV=... ORV_SYSLOG_SHIM=fault_shim.so sweep.py [STRIDE [KIND...]]
 
-A stride tries only every so manieth allocation, of which there are most.
+With a stride of N it tries only every Nth allocation, since these are most of
+the calls.
 """
 
 import collections
@@ -29,7 +30,7 @@ STRIDE = int(sys.argv[1]) if len(sys.argv) > 1 else 1
 KINDS = sys.argv[2:] or (
     "memory stream fork pipe open read write close poll wait".split())
 CGI_ERRORS = (4, 6)  # a body that ended early, no memory
-ENOUGH = 20  # bad ends of one job
+ENOUGH = 20  # stop a job after so many bad ends
 
 # --- the device ---------------------------------------------------------------
 
@@ -37,8 +38,8 @@ READ = r"""printf '%s\n' host=gate mask=24 on=1 mode=b 'list=x 1' fast=1 \
   select_list0='x One' select_list1='y Two' \
   addr0=10.0.0.1 port0=80 addr1=10.0.0.2 port1=81"""
 NAVBAR = "echo net Network; echo sub/item Item; echo - here"
-# The only fault of a request can be in the last field, which stands behind
-# what one read of the template takes.
+# The only fault of a request can be in the last field, which is beyond the
+# first read of the template.
 NET = [
     "help Help.", "error $E$", "field host 20", "label Host", "check word",
     "checkbox on", "label On", "select mode", "choice a First",
@@ -67,7 +68,7 @@ def make_device(folder):
     return site
 
 
-REQUESTS = {  # the query, or what a person changes on the form's page
+REQUESTS = {  # the query, or what a user changes on the form's page
     "menu": "",
     "form": "form=net&subitem=eth0",
     "error page": "form=broken",
@@ -78,7 +79,7 @@ REQUESTS = {  # the query, or what a person changes on the form's page
 
 
 def make_request(site, request):
-    """What sends the request."""
+    """The function that sends the request."""
     if isinstance(request, str):
         return functools.partial(site.get, request)
     fields = dict(site.open("net", subitem="eth0").fields())
@@ -90,7 +91,7 @@ def make_request(site, request):
 
 
 def run(site, send, *fault):
-    """What one request with one fault has led to."""
+    """The result of one request with one fault."""
     for task in ("check", "passed", "write"):
         (site.folder / f"net.{task}").unlink(missing_ok=True)
     report = site.folder / "report"
@@ -103,7 +104,7 @@ def run(site, send, *fault):
 
 
 def judge(page, clean):
-    """How the run ended; an assertion when it ended badly."""
+    """How the run ended; an assertion fails if it ended badly."""
     if page.write is not None:
         assert page.passed is not None, "saved before the check was over"
         assert page.check == clean.check, "saved what was checked in part"
@@ -127,7 +128,7 @@ def judge(page, clean):
     hidden = dict(page.hidden())
     form = dict(clean.hidden()).get("form")
     if "cgi_vars_loaded" in hidden and hidden.get("form") == form:
-        # The variables that the next request will be made of.
+        # The variables that the next request will carry.
         state, whole = ([pair for pair in one.hidden()
                          if pair[0][:2] in ("o_", "c_", "u_")]
                         for one in (page, clean))

@@ -1,6 +1,6 @@
-// A transaction of one save: what a program that stores many forms does.
-// `take_part STORE` begins it, hands its standard input to `STORE store`, and
-// commits when that was done.
+// A transaction of one save, as in a program that stores many forms.
+// `take_part STORE` begins it, passes its standard input to `STORE store`, and
+// commits if that succeeded.
 
 #include <fcntl.h>
 #include <stdio.h>

@@ -1,11 +1,12 @@
-// What libFuzzer, or the replay of files, calls for each input of an entry.
+// The function that libFuzzer, or the replay, calls for each input of an entry.
 
 #include "fuzz.h"
 #include "orv_vars.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
-// Reports return, and none leaves the process.  No variable is left behind.
+// Error reports return and stay within the process.  No variable is left
+// behind.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
   orv_fatal_no_exit = 1;

@@ -1,6 +1,6 @@
-// What the fuzz entries share: inputs made of parts, promises that are checked,
-// and a quiet process.  A seed is a text that can be read: its parts are
-// separated by a line "%%".
+// Shared by the fuzz entries: inputs with several parts, promises that are
+// checked, and a process without output.  Seeds are readable text: a line "%%"
+// separates the parts.
 
 #ifndef FUZZ_H
 #define FUZZ_H
@@ -20,10 +20,11 @@
 #include "cgi.h"
 #include "orv_error.h"
 
-// What an entry does with an input; entry.cpp calls it.
+// An entry's test of one input; entry.cpp calls it.
 void fuzz(std::string_view input);
 
-// Takes the first part off the input; empty when the rest is the last one.
+// Takes the first part off the input; the rest is then empty if it was the
+// last.
 inline std::string_view fuzz_part(std::string_view *input)
 {
   static const std::string_view separator = "\n%%\n";
@@ -47,7 +48,8 @@ inline FILE *fuzz_stream(std::string_view text)
   return fmemopen(const_cast<char *>(text.data()), text.size(), "r");
 }
 
-// A descriptor at the start of a file of that content; the next call reuses it.
+// A descriptor at the start of a file with that content; the next call reuses
+// it.
 inline int fuzz_file(std::string_view content)
 {
   static const int fd = memfd_create("input", 0);
@@ -56,7 +58,7 @@ inline int fuzz_file(std::string_view content)
   return fd;
 }
 
-// setenv would keep every value that it has ever seen.
+// setenv would leak every value it has ever set.
 inline void fuzz_environment(const std::string &name, const std::string &value)
 {
   static std::map<std::string, std::string> entries;

@@ -1,4 +1,5 @@
-// A script as orv-lint reads it: whatever it is, each part has its place in it.
+// A script as orv-lint reads it: whatever it contains, each part found has a
+// place in it.
 
 #include "bash.h"
 #include "fuzz.h"

@@ -1,11 +1,11 @@
-// A check with its options, and the value that it judges.
+// A check with its options, and a value to check.
 
 #include "fuzz.h"
 #include "orv_vars.h"
 #include "orv_check.h"
 #include "orv_parser.h"
 
-// What passes is normalised and can be handled by a script without quoting.
+// A value that passes is normalised, and a script needs no quotes for it.
 static bool is_normal(const std::string &after, std::string value)
 {
   std::replace(value.begin(), value.end(), '\t', ' ');
@@ -21,7 +21,7 @@ void fuzz(std::string_view rest)
 {
   std::string check = fuzz_text(fuzz_part(&rest));
   std::string value = fuzz_text(rest);
-  // What a pattern of the author's costs is libc's matter.
+  // The cost of an author's pattern is up to libc.
   if (strcasestr(check.c_str(), "regex") != nullptr &&
       (check.size() > 32 || check.find_first_of("{\\") != check.npos)) {
     return;

@@ -1,4 +1,4 @@
-// A dump: whatever stands in one, what was read can be written and read again.
+// A dump: whatever it contains, the values read can be written and read again.
 
 #include "change.h"
 #include "dump_file.h"

@@ -1,4 +1,4 @@
-// A text with substitutions, and the value that its references find.
+// A text with references, and the value that they refer to.
 
 #include "fuzz.h"
 #include "orv_output.h"
@@ -19,7 +19,7 @@ void fuzz(std::string_view rest)
   assert(dollar != std::string::npos || expansion == text.data());
   assert(strncmp(expansion, text.c_str(), dollar) == 0);
 
-  // The buffer serves again, for a longer text.
+  // The buffer is used again, for a longer text.
   const std::string first = expansion;
   text = "." + text;
   assert("." + first == orv_out_expand(text.data()));

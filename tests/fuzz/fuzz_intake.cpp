@@ -1,4 +1,4 @@
-// What a page posts, as its script takes it.
+// A page's posted values, as its script reads them.
 
 #include <regex>
 #include <set>
@@ -31,7 +31,7 @@ void fuzz(std::string_view input)
     line = end + 1;
   }
   free(text);
-  // Of the names that a script asks for it gets no other, each at most once.
+  // A script gets only the names that it asks for, each at most once.
   char names[] = "a b# c1 orv_stamp";
   out = open_memstream(&text, &length);
   const bool wrote = intake_is_clear() && intake_write_wanted(out, names);

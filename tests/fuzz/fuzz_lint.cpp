@@ -1,5 +1,5 @@
-// A template as orv-lint reads and mends it: each finding has a place in it,
-// and an item stands at a line of its own.
+// A template as orv-lint reads and repairs it: each finding has a place in it,
+// and each item has a line of its own.
 
 #include "device.h"
 #include "fuzz.h"

@@ -1,4 +1,4 @@
-// The order of a save: what is stored can be read again, and shown in a page.
+// The order of a save: stored values can be read again, and shown in a page.
 
 #include "commit.h"
 #include "save.h"

@@ -1,12 +1,12 @@
-// A command line with a value wherever it has an "@", and that value: it stands
-// as it is where it means nothing to a shell, else in quotes or is refused.
+// A command line with a value in place of each "@": the value stays as it is
+// where a shell takes it literally; otherwise it is quoted or refused.
 
 #include "fuzz.h"
 #include "orv_quote.h"
 #include <wordexp.h>
 
-// The line with its values quoted, or "" when one is refused.  It is marked
-// where it has an "@": everywhere, or only at `at`.
+// The line with its values quoted, or "" when one is refused.  The values are
+// marked at each "@", or only at `at`.
 static std::string quoted(const std::string &line, const std::string &value,
                           size_t at)
 {
@@ -25,8 +25,8 @@ static std::string quoted(const std::string &line, const std::string &value,
   return out.substr(0, length);
 }
 
-// The quotes that the author has around what begins by leaving them.  Two of
-// them begin a value's own "'" as well, which is escaped behind them.
+// The author's quotes around a text that begins by closing them.  Two of them
+// also begin the form in which a value's own "'" is escaped.
 static std::string quotes_around(const std::string &text, char first)
 {
   if (text[0] == '"') {
@@ -36,12 +36,13 @@ static std::string quotes_around(const std::string &text, char first)
   return leaves ? "'" : "";
 }
 
-// Whether the shell reads `text` as the value, inside of quotes like these.
+// Whether the shell reads `text` as the value inside such quotes.
 static bool means(const std::string &around, const std::string &text,
                   const std::string &value)
 {
   wordexp_t words = {};
-  // Behind a letter: the C library takes '' before a word for one more.
+  // After a letter, since the C library counts '' before a word as another
+  // word.
   const std::string whole = "x" + around + text + around;
   const int error = wordexp(whole.c_str(), &words, WRDE_NOCMD);
   const bool same =
@@ -76,7 +77,7 @@ void fuzz(std::string_view rest)
       assert(plain);
       continue;
     }
-    // What is safe for a stranger's value is safe for any.
+    // If it is safe for an untrusted value, it is safe for any.
     assert(!quoted(line, "X", at).empty());
     assert(!std::all_of(value.begin(), value.end(), isascii) ||
            means(quotes_around(text, value[0]), text, value));

@@ -1,5 +1,5 @@
-// A request: content type, announced length ("": the real one), and fields
-// that come once as a body and once as a query string.
+// A request: content type, announced length ("": the real one), and fields,
+// sent once as a body and once as a query string.
 
 #include "fuzz.h"
 

@@ -1,4 +1,4 @@
-// A stored file and its defaults, put together.
+// A stored file merged with its defaults.
 
 #include "store.h"
 
@@ -16,7 +16,7 @@ void fuzz(std::string_view input)
     const setting *one = all.list + i;
     assert(i == 0 || strcmp(one[-1].name, one->name) < 0);
     assert(settings_get(&all, one->name) == one->value);
-    // Each is a line of one of the two, and of the stored one where it can be.
+    // Each is a line of one of the two; the stored one takes precedence.
     const std::string line = one->name + std::string("=") + one->value;
     assert(("\n" + (one->shipped ? defaults : stored) + "\n")
                .find("\n" + line + "\n") != std::string::npos);

@@ -5,7 +5,7 @@
 #include "page.h"
 #include "orv_vars.h"
 
-// The size of a table is no fault, and the author's patterns are libc's matter.
+// A large table is not a fault, and the cost of a pattern is up to libc.
 static void tame(pt_body_item *item)
 {
   for (; item != nullptr; item = item->next) {

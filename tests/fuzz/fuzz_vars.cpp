@@ -5,7 +5,7 @@
 
 void fuzz(std::string_view input)
 {
-  // Half of the inputs meet a list that is long enough for an index.
+  // Half of the inputs use a list that is long enough for an index.
   for (int i = 0; i < 130 && input.size() % 2 != 0; i++) {
     orv_find_var(&cfg_vars, std::to_string(i).c_str(), 1);
   }

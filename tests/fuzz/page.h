@@ -1,6 +1,5 @@
-// Draws a piece of page and judges it by its structure alone: data that gets
-// out of its place shows as an element, an attribute or a comment that does not
-// fit.
+// Draws a part of a page and checks only its structure: data that breaks out of
+// its place appears as an unexpected element, attribute or comment.
 
 #ifndef PAGE_H
 #define PAGE_H
@@ -11,11 +10,11 @@
 #include "fuzz.h"
 #include "orv_parser.h"
 
-// The page frame's, which is not linked.
+// Belongs to the page frame, which is not linked.
 char *scroll_y;
 char *anchor_target;
 
-// Collects what `work` writes on the response stream.
+// Collects the output of `work` on the response stream.
 template <typename Work> std::string page_of(Work work)
 {
   static char *text;
@@ -29,8 +28,8 @@ template <typename Work> std::string page_of(Work work)
   return {text, size};
 }
 
-// Draws a body as a page of its own, and then what makes the renderer forget
-// it: a real process draws one page.
+// Draws a body as a page of its own, then resets the renderer: a real process
+// draws only one page.
 inline std::string form_page(pt_body_item *body, char *title, const char *error)
 {
   const std::string page = page_of([&] {
@@ -51,8 +50,8 @@ inline std::string form_page(pt_body_item *body, char *title, const char *error)
 }
 
 // Every tag ends before the next begins, its quotes are paired, its element is
-// one of ours, and the elements are nested.  Of emphasis a text may end more
-// than it has begun, and what it leaves open ends with its paragraph.
+// one of ours, and the elements are nested.  A text may end more emphasis than
+// it begins; emphasis left open ends with its paragraph.
 inline bool page_is_whole(const std::string &page)
 {
   static const std::string blocks =

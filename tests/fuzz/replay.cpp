@@ -1,5 +1,5 @@
-// Gives every file of the folders named to one fuzz entry: what a compiler
-// without a fuzzer, and a measurement of coverage, need of it.
+// Passes every file of the given folders to one fuzz entry, for compilers
+// without a fuzzer and for measuring coverage.
 
 #include <filesystem>
 #include <fstream>

@@ -1,5 +1,5 @@
-// What the entries of the store share: a folder of settings and one of
-// defaults, in memory, and faults that are one line.
+// Shared by the store's entries: a settings folder and a defaults folder, in
+// memory, and a check that faults are one line.
 
 #ifndef FUZZ_STORE_H
 #define FUZZ_STORE_H
@@ -23,7 +23,7 @@ inline void fuzz_write(const std::string &path, std::string_view content)
   close(fd);
 }
 
-// The folder, which is made once a process and removed with it.
+// The folder, made once per process and removed with it.
 inline const std::string &fuzz_folder()
 {
   static struct folder {
@@ -47,7 +47,7 @@ inline const std::string &fuzz_folder()
   return folder.path;
 }
 
-// Whether the last call has left a fault, which is then forgotten.
+// Whether the last call has left a fault, which is then cleared.
 inline bool fuzz_fault()
 {
   const char *text = store_fault_text();

@@ -1,4 +1,4 @@
-"""The demo is clean, and what is broken in it is told with its file and line."""
+"""The demo is clean, and mistakes put into it are reported with file and line."""
 import json
 import os
 import pathlib
@@ -20,9 +20,9 @@ import orv_test.device  # noqa: E402  # pylint: disable=wrong-import-position
 
 DEVICES = [p.parent for p in [*ROOT.glob("demo/**/templates"),
                               *ROOT.glob("examples/*/templates")]]
-# The file, its rule, and what stands there before and after; "" before: a line
-# more at the end.  The line is that of the change, unless another's text or
-# number is given (-1: the last).
+# The file, its rule, and the text before and after; "" before: one more line at
+# the end.  The line is that of the change, unless another line's text or number
+# is given (-1: the last).
 BROKEN = [
     ("network.tpl", "syntax", "title ", "titel "),
     ("network.tpl", "syntax", "help_mode\n", "title Again\n"),
@@ -114,8 +114,8 @@ BROKEN = [
     ("wireless.sh", "secret", "", "echo \"wl_passphrase=$key\""),
 ]
 
-# A script that does to a request's values what must not be done; behind a line
-# the rule that tells it.
+# A script that misuses a request's values; after a line, the rule that reports
+# it.
 CARELESS = """#!/bin/bash
 while IFS== read -r name value; do
   declare "$name=$value" # eval
@@ -180,7 +180,7 @@ def path_of(device, name):
 
 
 def broken_line(text, change):
-    """The text as it is changed, and the line that must be told."""
+    """The changed text, and the line that must be reported."""
     before, after, *rest = change
     if not before:
         text, before, after = text + "\0", "\0", after + "\n"
@@ -206,7 +206,7 @@ def test_what_we_ship_is_clean(folder):
     assert subprocess.run([LINT, "--run", "--no-shellcheck", folder], capture_output=True, text=True).stdout == ""
 
 
-def test_what_is_broken_is_told(device):
+def test_mistakes_are_reported(device):
     missed = []
     for name, rule, *change in BROKEN:
         path = path_of(device, name)
@@ -220,7 +220,7 @@ def test_what_is_broken_is_told(device):
     assert not missed, missed
 
 
-def test_what_becomes_of_a_requests_values_is_told(device):
+def test_uses_of_a_request_s_values_are_reported(device):
     (device / "scripts/log.sh").write_text(CARELESS)
     lines = enumerate(CARELESS.splitlines(), 1)
     expected = {(i, line.rpartition("# ")[2]) for i, line in lines if line[:1] != "#" and " # " in line}
@@ -229,7 +229,7 @@ def test_what_becomes_of_a_requests_values_is_told(device):
         - {(6, "eval")} == expected
 
 
-def test_files_that_are_not_there_or_not_executable_are_told(device):
+def test_missing_or_not_executable_files_are_reported(device):
     (device / "scripts/log.sh").chmod(0o644)
     (device / "templates/no_changes.tpl").unlink()
     (device / "scripts/users.sh").unlink()
@@ -239,7 +239,7 @@ def test_files_that_are_not_there_or_not_executable_are_told(device):
             ("users.tpl", 1, "script-missing"), ("lonely.tpl", 1, "unreachable")} <= set(told)
 
 
-def test_forms_without_a_script_are_judged_by_what_they_have_instead(tmp_path):
+def test_forms_without_a_script_are_checked_by_their_template(tmp_path):
     first = tmp_path / "first"
     shutil.copytree(ROOT / "examples/first", first, symlinks=True)
     for library in (first / "scripts").glob("*.bash"):
@@ -247,7 +247,7 @@ def test_forms_without_a_script_are_judged_by_what_they_have_instead(tmp_path):
     for path, text, told in (
             ("scripts/navbar", "--\norvmenu Start\nclock\nclok Clock\n",
              [("navbar", 3, "nav-line"), ("navbar", 4, "target")]),
-            ("templates/orvmenu.tpl", None, []),  # the bar alone leads there
+            ("templates/orvmenu.tpl", None, []),  # only the bar links there
             ("scripts/navbar", "--\norvmenu Start\n", [("clock.tpl", 1, "unreachable")]),
             ("defaults/clock", "server=-x\nsevrer=a\n",
              [("clock", 1, "default-value"), ("clock", 2, "default-name")]),
@@ -267,7 +267,7 @@ IDLE = pytest.mark.skipif("LARKSPUR_LONG" not in os.environ, reason="measures ti
 
 
 def spent(*command):
-    """The processor's time that a command takes, its children's included."""
+    """The CPU time of a command and its children."""
     def used():
         usage = resource.getrusage(resource.RUSAGE_CHILDREN)
         return usage.ru_utime + usage.ru_stime
@@ -277,7 +277,7 @@ def spent(*command):
 
 
 @IDLE
-def test_two_hundred_forms_take_little_more_than_bash_takes_for_their_scripts(device):
+def test_two_hundred_forms_take_little_longer_than_bash_for_their_scripts(device):
     text = (device / "templates/network.tpl").read_text()
     for i in range(200):
         (device / f"templates/form{i}.tpl").write_text(text)
@@ -320,7 +320,7 @@ def test_a_run_ends_whatever_its_scripts_do(device, monkeypatch):
         assert (rule in told) if rule else told <= {"run-unreported"}, (script, told)
 
 
-def test_nothing_is_left_of_a_run_that_is_ended(device, tmp_path_factory):
+def test_nothing_is_left_of_a_killed_run(device, tmp_path_factory):
     place = tmp_path_factory.mktemp("copies")
     os.mkfifo(place.parent / (pipe := f"{place.name}.fifo"))
     (device / "scripts/log.sh").write_text(f"#!/bin/bash\necho started >'{place.parent / pipe}'\nsleep 1000\n")

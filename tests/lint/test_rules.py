@@ -1,5 +1,5 @@
-"""Every rule's own examples: the bad one is told at its marked lines and at no
-other, the good one is not told."""
+"""Every rule's own examples: the bad one is reported at its marked lines and no
+others, the good one is not reported."""
 import json
 import os
 import pathlib
@@ -32,7 +32,7 @@ def examples(text, kind):
 
 
 def spelled(line):
-    """What an example writes for characters that cannot be seen."""
+    """Replaces an example's codes for invisible characters."""
     line = re.sub(r"\{(\d{2,})\}", lambda m: "x" * int(m[1]), line)
     return line.replace("\\r", "\r").replace("\\0", "\0").replace("\\b", "\ufeff").replace("\\xdf", "\udcdf")
 
@@ -59,7 +59,7 @@ def lint(folder, *options):
 
 @pytest.mark.parametrize("kind", ["bad", "good"])
 @pytest.mark.parametrize("rule", RULES)
-def test_an_example_is_told_exactly(rule, kind, tmp_path):
+def test_an_example_is_reported_exactly(rule, kind, tmp_path):
     files, expected = dict(BASE), set()
     found_any = False
     for name, lines, marked in examples(RULES[rule], kind):

@@ -1,4 +1,4 @@
-"""Mistakes that an author can make, each alone in a folder without any."""
+"""Mistakes that an author can make, each alone in a folder without others."""
 import json
 import os
 import pathlib
@@ -17,8 +17,8 @@ def lint(folder, *options):
 
 
 def mistakes(table):
-    """Of each line of the table: its number, the file, what stands there before
-    and after, and another place where the finding is due as well."""
+    """For each line of the table: its number, the file, the text before and after,
+    and another place where the finding is right as well."""
     for number, line in enumerate((SEEDED / table).read_text().splitlines(), 1):
         if line and line[0] != "#":
             name, _, change = line.replace("\\n", "\n").partition(": ")
@@ -28,7 +28,7 @@ def mistakes(table):
 
 
 def places(device, name, old, new, elsewhere):
-    """Makes the mistake; the places where it may be told."""
+    """Makes the mistake; returns the places where it may be reported."""
     path = device / name
     text = path.read_text()
     assert text.count(old) == 1, (name, old)
@@ -43,7 +43,7 @@ def places(device, name, old, new, elsewhere):
 
 
 def told_of(device, name, old, new, elsewhere):
-    """What is told of the mistake alone, and where it may be."""
+    """The findings of that mistake alone, and the places where it may be reported."""
     text, due = places(device, name, old, new, elsewhere)
     told = lint(device)
     (device / name).write_text(text)
@@ -56,7 +56,7 @@ def device(tmp_path):
     return tmp_path
 
 
-def test_nine_mistakes_in_ten_are_told_with_their_place(device):
+def test_nine_mistakes_in_ten_are_reported_with_their_place(device):
     assert lint(device) == []
     missed, count = [], 0
     for number, *change in mistakes("mistakes.txt"):
@@ -67,7 +67,7 @@ def test_nine_mistakes_in_ten_are_told_with_their_place(device):
     assert len(missed) * 20 <= count, "\n".join(map(str, missed))
 
 
-def test_what_is_right_is_not_told(device):
+def test_correct_forms_are_not_reported(device):
     alarms = []
     for number, *change in mistakes("fine.txt"):
         told, _ = told_of(device, *change)

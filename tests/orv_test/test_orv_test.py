@@ -1,5 +1,5 @@
-"""orv-test on a small device: every line can pass and fail, faults are told
-with their place, and what was recorded passes."""
+"""orv-test on a small device: every line can pass and fail, faults are reported
+with their place, and recorded tests pass."""
 
 import os
 import pathlib
@@ -29,8 +29,8 @@ FORMS = {
     "changes_saved": "title Saved\nbody\ntext Saved.",
     "no_changes": "title Same\nbody\ntext Same.",
     "discard_or_return": "title Leave\nbody\ntext Leave?"}
-# A line of the settings for each value; the input is read in two ways, and what
-# was noted of it must not show.
+# Stores each value as a line; the input is read in two ways, and the noted
+# input must not show.
 SCRIPT = r"""#!/bin/bash
 cd "${BASH_SOURCE%/*}/.." || exit
 case $1/$2 in
@@ -48,7 +48,7 @@ SETTINGS = ("mtu=40\nkind=small\non=False\nmode=a\nextra=\nsecret=hush\n"
 
 @pytest.fixture
 def device(tmp_path):
-    """The device's folder, which nothing changes but a test's own files."""
+    """The device's folder, in which only a test's own files change."""
     for name in ("templates", "scripts", "defaults", "state", "tests"):
         (tmp_path / name).mkdir()
     for name, text in FORMS.items():
@@ -69,7 +69,7 @@ def contents(folder):
 
 
 def run(device, text, status):
-    """What the command says of a test file of that text."""
+    """The command's output for a test file with that text."""
     file = device / "tests/x.test"
     file.write_text(text)
     done = subprocess.run([*COMMAND, "tests/x.test"], capture_output=True,
@@ -81,7 +81,7 @@ def run(device, text, status):
 OPEN = "open net/eth0"
 BAD = f"{OPEN};set mtu 200;press Submit"
 NEW = f'{OPEN};set mtu 50;set src2 " a b";press Submit'
-TRUE = [  # what is done, what is so then
+TRUE = [  # the steps, and what must hold after them
     (OPEN, "form net", "form net/eth0", "title Net eth0", "text Hello small.",
      "text He...all", "status 200", "field mtu", "value mtu 40", "value mode a",
      "value mode Automatic", "value src2", "ticked off0", "choice mode By hand",
@@ -175,7 +175,7 @@ delete_acl_0, src1, off1, delete_acl_1, src2, off2
 #   found   changes_saved/eth0""".splitlines()
 
 
-def test_a_failure_names_its_line_and_what_was_found_instead(device):
+def test_a_failure_names_its_line_and_the_value_found(device):
     said = run(device, FAILS, 1)
     assert said[-1] == "# 4 of 4 tests failed"
     told = [line for line in said if line[0] == "#" and "#   page " not in line]
@@ -196,7 +196,7 @@ def test_a_file_with_a_faulty_line_is_not_run(device, text, line, told):
     assert f"x.test:{line}: " in said and told in said
 
 
-REFUSALS = [  # what cannot be done, and the line to write instead
+REFUSALS = [  # steps that are impossible, and the line to write instead
     ("set mtu 1", 'no page is open; begin with a line "open FORM"'),
     (f"{OPEN};set on 1", "write: tick on"), (f"{OPEN};tick mode", "write: choose mode VALUE"),
     (f"{OPEN};choose mtu 1", "write: set mtu VALUE"),
@@ -225,7 +225,7 @@ def test_every_refusal_says_what_to_write(device):
 
 
 class Recording:
-    """A recording under way: what a browser sends, and what was written."""
+    """A recording in progress: it sends a browser's requests and shows the file."""
 
     def __init__(self, device, recorder):
         self.device, self.recorder = device, recorder
@@ -265,7 +265,7 @@ def recording(device):
         recorder.terminate()
 
 
-def test_what_somebody_clicked_is_recorded_and_passes(device, recording):
+def test_clicks_are_recorded_and_the_test_passes(device, recording):
     recording.ask()
     form = recording.ask("form=net&subitem=eth0")
     recording.press(form, "Submit", mtu="200")
@@ -283,7 +283,7 @@ def test_what_somebody_clicked_is_recorded_and_passes(device, recording):
     run(device, text, 0)
 
 
-def test_what_comes_from_elsewhere_leaves_no_line(recording):
+def test_requests_from_other_sites_are_not_recorded(recording):
     form = recording.ask("form=net&subitem=eth0")
     fields = dict(form.posted())
     for headers in (dict(Sec_Fetch_Site="cross-site"), dict(Sec_Fetch_Site="same-site"),
@@ -294,7 +294,7 @@ def test_what_comes_from_elsewhere_leaves_no_line(recording):
     recording.ask("form=net&cgi_vars_loaded=True&action=Evil&mtu=5")
     recording.ask("form=evil%0Aopen+evil")
     recording.ask("form=net&subitem=eth0&mtu=evil&form=evil", Sec_Fetch_Mode="cors")
-    # Line ends of values, as no text field sends them.
+    # Values with line ends, which no text field sends.
     recording.ask("form=net&subitem=eth0&subitem=eth0%0Aopen+evil")
     recording.ask(fields=fields | {"action": "Submit", "src2": "a\ropen evil\r"})
     recording.ask(fields=fields | {

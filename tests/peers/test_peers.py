@@ -1,5 +1,5 @@
 """The comparison of bench/peers: it notices a peer that does not do what is
-measured, counts what is there, and comes to its end with what is installed."""
+measured, counts what exists, and finishes with the peers that are installed."""
 import json
 import os
 import pathlib
@@ -16,7 +16,7 @@ import answers  # noqa: E402
 import peers  # noqa: E402
 
 ORV = os.environ["ORV"]
-TREE = os.environ.get("BENCH_TREE")  # not under sanitizers, which it disturbs
+TREE = os.environ.get("BENCH_TREE")  # not under the sanitizers, which it disturbs
 PYTHON = next(p for p in peers.PEERS if p.name == "python")
 
 
@@ -26,7 +26,7 @@ def run(*arguments):
          *arguments], capture_output=True, text=True, check=True)
 
 
-def test_every_installed_peer_answers_rightly():
+def test_every_installed_peer_answers_correctly():
     done = run("--check")
     titles = re.findall(r"^(.*): answers rightly$", done.stdout, re.M)
     assert {"Larkspur", "bash", "Perl", "Python"} <= set(titles)

@@ -1,5 +1,5 @@
-"""A device in a folder of its own, served by a web server with the settings
-that we ship: moved to that folder and to free ports, and else as they are."""
+"""A device in a folder of its own, served by a web server with the configuration
+that we ship; only its paths and ports are changed to that folder and free ones."""
 
 import base64
 import http.client
@@ -21,7 +21,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 WEB = pathlib.Path(os.environ.get("WEB", ROOT / "build/test/web"))
 PROGRAMS = {"lighttpd": "lighttpd", "nginx": "nginx", "apache": "apache2",
             "busybox": "busybox"}
-# What stands for places of the device in what we ship; README.md lists them.
+# The placeholders for a device's paths in our configurations; README.md lists them.
 PLACES = re.compile(r"(?<![\w./])/((usr/share|etc|etc/default|run|var/lib)/larkspur"
                     r"|usr/lib/cgi-bin|dev/log)\b")
 PICTURES = {"logo.svg": "image/svg+xml", "icon.png": "image/png",
@@ -31,7 +31,7 @@ LOGS = {"server.errorlog-use-syslog = \"enable\"": "",
         "accesslog.use-syslog = \"enable\"": "accesslog.filename = \"{}\"",
         "syslog:daemon:apache": "{}",
         "/usr/bin/logger -t apache -p daemon.info": "/usr/bin/tee -a {}"}
-# What bounds the programs that run at once where `limited` does not.
+# What limits the number of running programs where `limited` does not.
 ONE_PROGRAM = re.compile(r"(server.max-connections =|ServerLimit|ThreadsPerChild"
                          r"|MaxRequestWorkers|MaxSpareThreads|MinSpareThreads) \d+")
 URL = "/cgi-bin/orv"
@@ -40,7 +40,7 @@ HOSTS = "pages.example.com"
 
 
 def web_user():
-    """Who the server is; root gives its rights up."""
+    """The server's user; root drops its rights."""
     return "www-data" if os.getuid() == 0 else pwd.getpwuid(os.getuid()).pw_name
 
 
@@ -60,14 +60,14 @@ class Answer:
 
 
 class Server:
-    """`name` serves `root`; `start` and `stop` may be called again."""
+    """`name` serves `root`; `start` and `stop` may be called repeatedly."""
 
     def __init__(self, name):
         self.name, self.tls = name, name != "busybox"
         self.root = pathlib.Path(tempfile.mkdtemp(prefix=f"servers-{name}-"))
         self.root.chmod(0o755)
         self.process, self.errors = None, self.root / "errors"
-        self.log = self.root / "log" # what it would send to the system log
+        self.log = self.root / "log" # in place of the system log
         self.log.touch()
         self.log.chmod(0o666)
         self.etc = self.root / "etc/larkspur"
@@ -78,7 +78,7 @@ class Server:
             self.listen_to_log()
 
     def listen_to_log(self):
-        """It sends its log to a socket."""
+        """Receives its system log messages on a socket."""
         to = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         to.bind(str(self.root / "dev/log"))
         (self.root / "dev/log").chmod(0o666)
@@ -90,7 +90,7 @@ class Server:
         threading.Thread(target=listen, daemon=True).start()
 
     def said(self):
-        """All that it said: the log, and standard error."""
+        """All its output: the log, and standard error."""
         return self.log.read_bytes() + self.errors.read_bytes()
 
     # --- the device -----------------------------------------------------------
@@ -111,7 +111,7 @@ class Server:
             f"WEB_USER={web_user()}\nGROUP={group or os.getgid()}\n")
 
     def move(self):
-        """Copies what we ship to this folder and to free ports."""
+        """Copies our configuration, changed to this folder and to free ports."""
         self.port, self.plain_port = free_port(), free_port()
         ports = {"443": self.port, "80": self.port if not self.tls else self.plain_port}
         to = self.root / "usr/share/larkspur"
@@ -133,7 +133,7 @@ class Server:
     # --- the server -----------------------------------------------------------
 
     def start(self):
-        """Serves, at other ports when somebody was faster."""
+        """Starts it, on other ports if another process took one."""
         assert shutil.which(PROGRAMS[self.name], path=os.environ["PATH"] + ":/usr/sbin"), \
             f"{PROGRAMS[self.name]} is not installed"
         for _ in range(5):
@@ -145,7 +145,7 @@ class Server:
         raise AssertionError(f"{self.name} finds no free port")
 
     def try_start(self):
-        """Whether it answers; else it has ended."""
+        """Starts it once; False if it has ended without an answer."""
         self.process = subprocess.Popen(
             [self.root / "usr/share/larkspur/servers/start", self.name],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
@@ -155,7 +155,7 @@ class Server:
             try:
                 return self.ask("/css/orv.css", login=None).status == 200
             except (OSError, http.client.HTTPException):
-                pass  # not yet; or it takes its port up once more
+                pass  # not yet; or it opens its port again
             time.sleep(0.02)
         return False
 
@@ -165,7 +165,7 @@ class Server:
                 "LARKSPUR_CONSOLE": str(self.root / "console")}
 
     def stop(self):
-        """Ends it; nothing that it has started outlives it."""
+        """Stops it; nothing that it has started may be left."""
         if self.process is not None:
             self.process.terminate()
             self.process.wait(SECONDS)
@@ -176,7 +176,7 @@ class Server:
             assert self.running() == []
 
     def running(self):
-        """The command lines of the processes that name this folder or are in it."""
+        """The command lines of processes that mention this folder or run in it."""
         found, root = [], os.fsencode(self.root)
         for path in pathlib.Path("/proc").glob("[0-9]*"):
             try:
@@ -184,7 +184,7 @@ class Server:
                 if root in line or root in os.readlink(os.fsencode(path / "cwd")):
                     found.append(line)
             except OSError:
-                pass  # it has ended, or is somebody else's
+                pass  # it has ended, or belongs to another user
         return found
 
     def close(self):
@@ -207,7 +207,7 @@ class Server:
 
     def ask(self, path=URL, method="GET", body=None, login=(USER, PASSWORD), host=None,
             plain=False, **headers):
-        """The answer; a header Sec-Fetch-Site is given as Sec_Fetch_Site."""
+        """Returns the answer; the argument Sec_Fetch_Site is the header Sec-Fetch-Site."""
         to = http.client.HTTPConnection("127.0.0.1", self.port)
         to.sock = self.connect(plain)
         to.putrequest(method, path, skip_host=True, skip_accept_encoding=True)
@@ -226,7 +226,7 @@ class Server:
             if body is not None:
                 to.send(body)
         except (BrokenPipeError, ConnectionResetError, ssl.SSLError):
-            pass  # it has heard enough; what it says may be there all the same
+            pass  # the server reads no more; its answer may have arrived all the same
         answer = to.getresponse()
         body = answer.read()
         to.close()

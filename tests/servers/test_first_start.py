@@ -1,4 +1,4 @@
-"""What a device has of its own before its pages are served."""
+"""The device's own certificate and login, made before its pages are served."""
 
 import json
 import os
@@ -18,7 +18,7 @@ TOOLS = ("id", "chmod", "chown", "sync", "mv", "mkdir", "find", "uname", "date",
 
 
 def fits(password, stored):
-    """Whether the hash is that of the password."""
+    """Whether the hash belongs to the password."""
     _, kind, salt, _ = stored.split("$")
     made = subprocess.run(["openssl", "passwd", f"-{kind}", "-salt", salt, "-stdin"],
                           input=password, capture_output=True, text=True, check=True)
@@ -34,7 +34,7 @@ class Device:
         (folder / "default").write_text(f"ORV_STATE={self.state}\n")
 
     def start(self, shell="sh", script=FIRST_START, path=PLACES):
-        """What it says on standard error."""
+        """Runs it; returns its output on standard error."""
         run = subprocess.run(
             [*shell.split(), script], capture_output=True, text=True, check=False,
             stdin=subprocess.DEVNULL,
@@ -49,7 +49,7 @@ class Device:
                 for p in [*self.etc.iterdir(), self.state]}
 
     def password(self):
-        """The first password, which is the one that logs in."""
+        """The first password, after checking that it logs in."""
         password = (self.etc / "first-password").read_text().strip()
         name, stored = (self.etc / "login").read_text().strip().split(":")
         assert name == "admin" and fits(password, stored)
@@ -83,7 +83,7 @@ def test_a_device_gets_a_certificate_and_a_password_of_its_own_once(device, shel
 
 @pytest.mark.parametrize("left", ["first-password", "first-password.new login.new",
                                   "first-password tls.pem.new"])
-def test_what_a_power_cut_left_is_made_anew(device, left):
+def test_remains_of_a_power_cut_are_replaced(device, left):
     device.etc.mkdir(parents=True)
     for name in left.split():
         (device.etc / name).write_text("x\n")
@@ -105,7 +105,7 @@ def test_without_openssl_there_is_a_login_and_no_certificate(device):
 
 
 def test_pages_terminal_and_actions_keep_settings_in_one_folder():
-    """Of another one, a backup would be empty, and a reset would forget nothing."""
+    """With different folders, a backup would be empty, and a reset would reset nothing."""
     presets = json.loads((ROOT / "CMakePresets.json").read_text())["configurePresets"]
     (built,) = [p["cacheVariables"]["ORV_STATE_DIR"] for p in presets if p["name"] == "release"]
     for file in ("boot/larkspur.default", "boot/larkspur-first-start", "servers/start",

@@ -1,7 +1,7 @@
-"""One table of requests for each web server, with the settings that we ship.
+"""One table of requests for each web server, with the configuration that we ship.
 
-The servers run side by side from the start, so that what waits for a limit of
-time waits meanwhile.
+The servers run side by side from the start, so that tests of a time limit wait
+at the same time.
 """
 
 import concurrent.futures
@@ -25,7 +25,7 @@ CLIENTS, TIMES = 8, 25
 SHARED = "abcdefgh"  # a field for each client
 CSS = "/css/orv.css"
 FORM = "application/x-www-form-urlencoded"
-# What the environment of a form's script must and must not hold.
+# What the environment of a form's script must and must not contain.
 SEEN = ("ORV_POLICY", "ORV_HOSTS", "ORV_LANG", "HTTP_PROXY", "HTTP_AUTHORIZATION",
         "REMOTE_USER", "REMOTE_ADDR", "SCRIPT_NAME", "REQUEST_METHOD", "PATH_INFO")
 
@@ -47,7 +47,7 @@ def make_forms(site):
     site.form_script("slow", write="""cat >"$ORV_STATE/new"; : >"$ORV_STATE/begun"
         for i in {1..1200}; do [[ -e $ORV_STATE/go ]] && break; sleep 0.05; done
         mv "$ORV_STATE/new" "$ORV_STATE/done" """)
-    # What scripts are given is of no use here, and the folder is root's.
+    # The script's input does not matter here, and the folder belongs to root.
     for script in site.scripts.glob("*.sh"):
         if not script.is_symlink():
             script.write_text(re.sub(r"cat >\S+\.(check|write);|echo \"\$\*\" >>runs",
@@ -67,7 +67,7 @@ def set_password(server):
 
 @pytest.fixture(scope="module", name="servers")
 def all_servers():
-    """Each server by its name, with a device of its own."""
+    """All servers by name, each with its own device."""
     made = {}
     try:
         for name in NAMES:
@@ -88,7 +88,7 @@ def server(request, servers):
 
 
 def fields_of(answer):
-    """What the page posts when nothing was touched."""
+    """The fields that the untouched page posts."""
     return dict(Page(answer.status, answer.body).posted())
 
 
@@ -111,8 +111,8 @@ def wait_for(what, seconds=SECONDS):
 # --- slow clients -----------------------------------------------------------------
 
 class SlowClients:
-    """Connections that are opened at the start and say nothing more, or ever a
-    little more."""
+    """Connections that are opened at the start and then stay silent, or send a
+    little from time to time."""
 
     def __init__(self, server):
         head = b"GET / HTTP/1.1\r\nHost: x\r\n"
@@ -128,7 +128,7 @@ class SlowClients:
 
     @staticmethod
     def is_open(to, text):
-        """Says a little more, and whether the server still listens."""
+        """Sends a little more; whether the server still listens."""
         try:
             to.send(text)
             while to.recv(4096):
@@ -152,8 +152,8 @@ class SlowClients:
 
 
 # --- the table --------------------------------------------------------------------
-# Why, how the server is asked, and what it must answer: a status (or several),
-# and a text of the page or a header.
+# The reason, the request, and the answer: a status (or several), and a text of
+# the page or a header.
 
 def rows(server):
     other = {"Origin": "https://elsewhere.example", "method": "POST"}
@@ -188,7 +188,7 @@ def rows(server):
          200 if server.name == "busybox" else (400, 405, 501), ""),
         ("a long address", {"path": f"{URL}?x={'y' * 9000}"}, (400, 404, 414, 431), ""),
         ("a long header", {"X": "y" * 9000}, 200 if server.name == "busybox" else (400, 431), ""),
-        # Another site's page, by what browsers say of it.
+        # Another site's page, as browsers describe it.
         ("a post of this site", {**post, "Origin": own}, 200, "changes_saved"),
         ("that says nothing", post, 200, ""),
         ("to a host without a port", {**post, "Origin": own, "host": "127.0.0.1"},
@@ -217,7 +217,7 @@ def rows(server):
         ("a key", {"path": "/../etc/larkspur/tls.pem"}, (400, 404), ""),
         ("an error's page", {"path": "/errors/404.html", "login": None},
          (401, 403, 404), ""),
-        # The program has nothing behind its name.
+        # No path may follow the program's name.
         ("something behind the program", {"path": URL + "/x"}, 404, "Not found"),
         ("a slash behind it", {"path": URL + "/"}, 404, "Not found"),
         ("an encoded one", {"path": URL + "%2fx"}, (400, 404), "Not "),
@@ -246,7 +246,7 @@ def test_each_row_of_the_table_is_answered(server):
 
 @pytest.mark.parametrize("server", [n for n in NAMES if n == "nginx"], indirect=True)
 def test_passwords_are_guessed_slowly(server):
-    """Twenty a second, whoever guesses; a busy machine takes longer by itself."""
+    """Twenty per second for all clients; a busy machine takes longer anyway."""
     guess = (f"GET {URL} HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Basic "
              f"{server.basic((USER, 'wrong'))}\r\n")
     began = time.monotonic()
@@ -257,7 +257,7 @@ def test_passwords_are_guessed_slowly(server):
     assert time.monotonic() - began > 1
 
 
-# --- addresses that mean another --------------------------------------------------
+# --- other spellings of addresses -------------------------------------------------
 
 TRICKS = (
     "//cgi-bin/orv", "/cgi-bin//orv", "///cgi-bin/orv", "/./cgi-bin/orv", "/CGI-BIN/orv",
@@ -276,7 +276,7 @@ TRICKS = (
     "/cgi-bin/orv%0d%0aX:%20y")
 
 
-def test_no_spelling_of_an_address_goes_around_the_login(server):
+def test_no_spelling_of_an_address_bypasses_the_login(server):
     bad = []
     for path in TRICKS:
         for login in (None, (USER, PASSWORD)):
@@ -285,15 +285,15 @@ def test_no_spelling_of_an_address_goes_around_the_login(server):
             good = (answer.status in (400, 401, 403, 404) if login is None or not actions
                     else actions == [URL])
             if login and "function" in answer.text:
-                good = True  # the script itself, by another name
+                good = True  # the script itself, under another name
             if not good or re.search("root:|#!/bin|Index of|choice note", answer.text):
                 bad.append((path, login, answer.status, answer.text[:80]))
     assert not bad
 
 
-# --- what the program is told -----------------------------------------------------
+# --- the program's environment ----------------------------------------------------
 
-def test_the_program_is_told_what_the_device_and_not_what_a_header_says(server):
+def test_the_program_s_environment_comes_from_the_device_and_not_from_headers(server):
     answer = server.ask(URL + "?form=look", Proxy="http://elsewhere.example",
                         ORV_POLICY="open", Orv_Hosts="elsewhere.example")
     seen = {name: fields_of(answer).get(name.lower(), "") for name in SEEN}
@@ -310,7 +310,7 @@ STATIC_HEADERS = {
     "Referrer-Policy": "same-origin", "Cross-Origin-Resource-Policy": "same-origin"}
 
 
-def test_a_static_file_is_kept_asked_for_again_and_compressed(server):
+def test_a_static_file_is_cached_revalidated_and_compressed(server):
     plain = server.ask(CSS, login=None)
     assert plain["ETag"] and plain["Content-Type"].startswith("text/css")
     for encoding in ("", "gzip"):
@@ -324,11 +324,11 @@ def test_a_static_file_is_kept_asked_for_again_and_compressed(server):
     assert server.ask("/js/position.js", Accept_Encoding="gzip")["Content-Encoding"] == "gzip"
     other = server.ask(CSS, login=None, If_None_Match='"other"')
     assert (other.status, other.body) == (200, plain.body)
-    # Pages never: they show what was typed beside secrets.
+    # Pages never: they show values entered next to secrets.
     assert server.ask(Accept_Encoding="gzip, deflate, br")["Content-Encoding"] == ""
     for name, kind in PICTURES.items():
         assert server.ask(f"/css/{name}", login=None)["Content-Type"] == kind
-    if server.name != "busybox":  # which sets no headers
+    if server.name != "busybox":  # it sets no headers
         for path, login in ((CSS, None), ("/js/position.js", (USER, PASSWORD)),
                             ("/nosuch", (USER, PASSWORD))):
             answer = server.ask(path, login=login)
@@ -341,7 +341,7 @@ def test_a_static_file_is_kept_asked_for_again_and_compressed(server):
 
 
 @pytest.mark.filterwarnings("ignore:ssl.TLSVersion")
-def test_whoever_comes_without_tls_is_led_to_it(server):
+def test_clients_without_tls_are_redirected_to_it(server):
     if not server.tls:
         assert "url=/cgi-bin/orv" in server.ask("/", login=None).text
         return
@@ -360,7 +360,7 @@ def test_whoever_comes_without_tls_is_led_to_it(server):
 # --- saving -----------------------------------------------------------------------
 
 def save(server, form, text):
-    """A person's round trip; what the form shows afterwards."""
+    """A user's round trip; returns the value that the form shows afterwards."""
     path = f"{URL}?form={form}"
     saved = press(server, server.ask(path), "Submit", text=text)
     assert title(saved) == "changes_saved", (saved.status, saved.text)
@@ -372,7 +372,7 @@ def stored(server, form):
 
 
 def save_shared(server, name, text):
-    """Again where somebody else was faster, which the page says."""
+    """Tries again when the page says that somebody else has saved meanwhile."""
     for _ in range(100):
         page = server.ask(f"{URL}?form=shared")
         saved = press(server, page, "Submit", **{name: text})
@@ -394,7 +394,7 @@ def test_saves_of_one_form_at_once_never_undo_each_other(server):
 
 
 def test_two_hundred_requests_by_eight_clients_at_once_lose_nothing(server):
-    """Each saves in a form of its own; the store lets one in at a time."""
+    """Each client saves its own form; the store admits one at a time."""
     def client(number):
         shown = []
         for i in range(TIMES // 3 - 1):
@@ -424,7 +424,7 @@ def broken_requests(server):
         head + b"Content-Length: 1x\r\n\r\n" + save,
         head.replace(b"/orv", b"/orv?" + b"x" * (1 << 17)) + length + b"\r\n" + save]
     if server.name == "busybox":
-        return broken  # it cuts a long header, and takes the last of two lengths
+        return broken  # it cuts a long header, and uses the last of two lengths
     return broken + [head + b"Content-Length: 3\r\n" + length + b"\r\n" + save,
                      head + length + b"X: " + b"x" * (1 << 17) + b"\r\n\r\n" + save]
 
@@ -439,7 +439,7 @@ def test_a_broken_request_is_refused_and_saves_nothing(server):
             except OSError:
                 answer = b""
         assert not re.match(rb"HTTP/\S+ [23]", answer), (request[:300], answer[:300])
-    if server.tls:  # who forgets it is told, or hung up on
+    if server.tls:  # a client without TLS gets an error or is disconnected
         with socket.create_connection(("127.0.0.1", server.port), SECONDS) as to:
             to.sendall(b"GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
             assert not re.match(rb"HTTP/\S+ 2", to.recv(4096))
@@ -475,14 +475,14 @@ def test_a_save_is_finished_when_its_client_has_gone(server):
     assert 'new_text="new"' in (server.state / "done").read_text()
 
 
-# --- what goes wrong ----------------------------------------------------------------
+# --- failures -----------------------------------------------------------------------
 
 def test_slow_clients_are_closed_and_hold_nobody_up(server):
     assert title(server.ask()) == "Menu"
     if server.name in ("lighttpd", "busybox"):
-        server.slow.leave(server.slow.slow)  # they bound silence alone
+        server.slow.leave(server.slow.slow)  # these limit only silence
     if server.name == "busybox":
-        server.slow.leave(server.slow.silent)  # by a minute, which nothing changes
+        server.slow.leave(server.slow.silent)  # a fixed limit of a minute
     assert wait_for(server.slow.are_gone, 120)
 
 
@@ -496,7 +496,7 @@ def test_the_log_has_requests_and_no_password(server):
 
 @pytest.fixture
 def restarted(server):
-    """For a test that ends and changes the server."""
+    """A server that the test stops and changes."""
     login = (server.etc / "login").read_bytes()
     server.stop()
     yield server
@@ -506,7 +506,7 @@ def restarted(server):
     server.start()
 
 
-def test_a_page_that_never_comes_is_ended(restarted):
+def test_a_page_that_takes_too_long_is_ended(restarted):
     stuck, answers = restarted.state / "stuck", []
     stuck.unlink(missing_ok=True)
     restarted.page_seconds = 2
@@ -520,7 +520,7 @@ def test_a_page_that_never_comes_is_ended(restarted):
     assert wait_for(lambda: not os.path.exists(f"/proc/{script}"))
 
 
-def test_no_more_programs_run_than_the_settings_say(restarted):
+def test_no_more_programs_run_than_configured(restarted):
     stuck = restarted.state / "stuck"
     stuck.unlink(missing_ok=True)
     restarted.slots = 1
@@ -533,7 +533,7 @@ def test_no_more_programs_run_than_the_settings_say(restarted):
             assert (second.result().status, title(second.result())) == (503, "Busy")
         else:
             assert not concurrent.futures.wait([second], timeout=1).done
-        # One address has no more connections than nginx is told.
+        # nginx limits the connections of one address.
         more = [pool.submit(restarted.ask) for _ in range(30 * (restarted.name == "nginx"))]
         assert not more or wait_for(lambda: any(one.done() for one in more))
         os.kill(int(stuck.read_text()), signal.SIGKILL)
@@ -544,7 +544,7 @@ def test_no_more_programs_run_than_the_settings_say(restarted):
     assert title(restarted.ask()) == "Menu"
 
 
-def test_a_program_that_is_not_there_is_a_page_of_the_device(server):
+def test_a_missing_program_gives_a_page_of_the_device(server):
     program = server.root / "usr/lib/cgi-bin/orv"
     program.rename(f"{program}.away")
     answer = server.ask()
@@ -553,8 +553,8 @@ def test_a_program_that_is_not_there_is_a_page_of_the_device(server):
     assert title(server.ask()) == "Menu"
 
 
-def test_without_a_sound_login_nothing_is_served(restarted):
-    """In a line without a hash, one server or another would see a password."""
+def test_without_a_valid_login_nothing_is_served(restarted):
+    """Some server would take a line without a hash for a password."""
     (restarted.root / "usr/share/larkspur/boot/larkspur-first-start").write_text(
         "#!/bin/sh\n")
     for login in ("", "admin\n", "admin:\n", "admin:right:horse\n", "*:*\n",
@@ -564,9 +564,9 @@ def test_without_a_sound_login_nothing_is_served(restarted):
         assert b"etc/larkspur/login" in restarted.said(), login
 
 
-def test_a_login_that_is_taken_away_lets_nobody_in(server):
+def test_a_removed_login_lets_nobody_in(server):
     if server.name == "busybox":
-        return  # it knows them from its start on
+        return  # it reads them only at its start
     login = server.etc / "login"
     login.rename(f"{login}.away")
     assert wait_for(lambda: server.ask().status in (401, 403, 500), 60)

@@ -1,5 +1,5 @@
-"""What an update has brought is in use once the web server starts: settings at the
-version of their forms, the language that somebody has chosen, and the maker's face."""
+"""An update is in effect once the web server starts: settings at the version of
+their forms, the chosen language, and the maker's brand."""
 
 import os
 
@@ -9,7 +9,7 @@ from test_servers import make_forms, set_password
 STORE = os.environ["ORV_STORE"]
 
 
-def test_a_start_behind_an_update_takes_it_into_use():
+def test_a_start_after_an_update_puts_it_into_effect():
     server = Server("busybox")
     share = server.root / "usr/share/larkspur"
     try:

@@ -24,18 +24,18 @@ import orv_test.page  # noqa: E402  # pylint: disable=wrong-import-position
 
 ORV = os.environ["ORV"]
 SHIM = os.environ.get("ORV_SYSLOG_SHIM", "")
-PRELOAD = os.environ.get("ORV_PRELOAD", "LD_PRELOAD")  # what an emulator takes
+PRELOAD = os.environ.get("ORV_PRELOAD", "LD_PRELOAD")  # an emulator has its own
 HTML = "{http://www.w3.org/1999/xhtml}"
-SECONDS = 120  # no request of a test may take longer, on a busy machine
-LONG = "LARKSPUR_LONG" in os.environ  # all cases, and times on an idle machine
-# What a request has around it; 99 is the exit status of a sanitizer's report.
+SECONDS = 120  # the limit for a test's request, even on a busy machine
+LONG = "LARKSPUR_LONG" in os.environ  # run all cases, and measure times
+# The environment of each request; 99 is the exit status of a sanitizer's report.
 ENVIRONMENT = {
     "PATH": os.environ["PATH"], PRELOAD: SHIM, "SCRIPT_NAME": "/cgi-bin/orv",
     "ORV_STORE": os.environ.get("ORV_STORE", ""),
     "ASAN_OPTIONS": "verify_asan_link_order=0:exitcode=99",
     "LSAN_OPTIONS": "exitcode=99", "UBSAN_OPTIONS": "print_stacktrace=1",
 }
-# Run in the background or under nohup, everything would ignore these for good.
+# In the background or under nohup these are ignored, and every child would inherit that.
 signal.signal(signal.SIGHUP, signal.SIG_DFL)
 signal.signal(signal.SIGINT, signal.default_int_handler)
 
@@ -56,7 +56,7 @@ class Page:
         return html5lib.parse(self.bytes, treebuilder="etree")
 
     def all(self, tag, css_class=None):
-        """Every element of that name (and class), in document order."""
+        """All elements of that name (and class), in document order."""
         return [e for e in self.tree.iter(HTML + tag)
                 if css_class is None or css_class in e.get("class", "").split()]
 
@@ -83,12 +83,12 @@ class Page:
         return [(e.get("name"), e.get("value")) for e in self.inputs("hidden")]
 
     def buttons(self):
-        """The labels of the buttons that can be pressed."""
+        """The labels of the enabled buttons."""
         return [e.get("value") for e in self.inputs("submit")
                 if e.get("disabled") is None]
 
     def fields(self):
-        """What the page posts when nothing was touched, in document order."""
+        """The fields that the untouched page posts, in document order."""
         return orv_test.page.Page(200, self.bytes).posted()
 
     def press(self, label, **changes):
@@ -108,7 +108,7 @@ class Site:
         self.ends = range(99)  # the exit statuses that pass
 
     def template(self, name, *lines, title="Test form", header=()):
-        """A form with the body lines given, and a script that does nothing."""
+        """Makes a form with these body lines, and a script that does nothing."""
         text = "\n".join([f"title {title}", *header, "body", *lines, ""])
         (self.templates / f"{name}.tpl").write_text(text)
         if not (self.scripts / f"{name}.sh").exists():
@@ -120,9 +120,9 @@ class Site:
         path.chmod(mode)
 
     def form_script(self, name, read="", check="", write="", navbar=""):
-        """One script for a form: shell text for each of its four tasks.  What
-        check and write are given is kept in NAME.check and NAME.write, the
-        arguments in `runs`."""
+        """One script for a form: shell text for each of its four tasks.  The input of
+        check and write is kept in NAME.check and NAME.write, the arguments in
+        `runs`."""
         self.script(
             f"{name}.sh", 'echo "$*" >>runs', "case $1 in",
             f"--read) {read or ':'} ;;",
@@ -131,8 +131,8 @@ class Site:
             f"--navbar) {navbar or ':'} ;;", "esac")
 
     def given(self, form, task):
-        """The lines that the form's check or write script was given, or None
-        when it was not run."""
+        """The input lines of the form's check or write script, or None if it was not
+        run."""
         path = self.folder / f"{form}.{task}"
         return path.read_text(errors="replace").splitlines() if path.exists() else None
 
@@ -173,7 +173,7 @@ class Site:
 
 @pytest.fixture
 def site(tmp_path):
-    """A fresh device with a menu and the confirmation forms."""
+    """A new device with a menu and the confirmation forms."""
     device = Site(tmp_path)
     device.template("orvmenu", "fmenu", "choice net Network", title="Menu")
     for form in ("discard_or_return", "no_changes", "changes_saved"):

@@ -1,8 +1,8 @@
 /* Preloaded into the executable under test: crashes it where it starts its
- * first script, in the way that SHIM_CRASH names.  From then on whatever asks
- * for memory is aborted (but AddressSanitizer, which does at exit).
+ * first script, in the way that SHIM_CRASH names.  From then on any request for
+ * memory aborts (except by AddressSanitizer, which makes some at exit).
  *
- * overflow  the stack grows until it ends
+ * overflow  the stack overflows
  * locked    as if in the C library, while the page's stream is locked
  */
 #define _GNU_SOURCE

@@ -1,11 +1,11 @@
-/* Preloaded into the executable under test: what it sends to the system log
- * is appended to the file named by SYSLOG_FILE, a line "PRIORITY TEXT" each. */
+/* Preloaded into the executable under test: its system log messages are appended
+ * to the file named by SYSLOG_FILE, each as a line "PRIORITY TEXT". */
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 
 #ifdef OF_ANOTHER_PROCESSOR
-/* What is started from here, such as bash, cannot load it. */
+/* Children such as bash must not load this library. */
 __attribute__((constructor)) static void keep_to_myself(void)
 {
   unsetenv("LD_PRELOAD");

@@ -1,5 +1,5 @@
-"""Every button's way: the page that follows, the values that it carries, and
-which scripts ran with which input."""
+"""What every button does: the next page, the values that it carries, and which
+scripts run with which input."""
 
 import pytest
 
@@ -43,7 +43,7 @@ MENU_READ = ["--read orvmenu eth0", "--navbar orvmenu eth0"]
 
 
 def assert_confirmation(page, form, *buttons):
-    """The page asks only that, runs no scripts and shows the bar of net."""
+    """The page asks only this, runs no scripts and shows the bar of net."""
     assert (page.title, page.buttons()) == (form, [*buttons])
     assert "<script" not in page.body and "onclick" not in page.body
     assert [a.get("href") for a in page.all("a")][:2] == [URL, URL + "?form=net"]
@@ -69,7 +69,7 @@ def test_views_and_unknown_buttons_show_the_form_with_the_values_sent(device):
         assert (state(page), device.ran()) == (NET_SENT, NET_BAR), button
 
 
-def test_home_without_changes_is_the_menu_read_afresh(device):
+def test_home_without_changes_reads_the_menu_again(device):
     page = open_net(device).press("Home")
     for _ in range(2):  # from the menu itself, too
         assert (state(page), device.ran()) == (MENU, MENU_READ)
@@ -89,7 +89,7 @@ def test_home_with_changes_asks_and_both_answers_are_kept(device):
 
 
 def test_submit_without_changes_saves_nothing_unless_the_form_insists(device):
-    # what the read script adds, the scripts that run, the form that follows
+    # the read script's additional lines, the scripts that run, the next form
     table = [
         ("echo always_submit=off", ["navbar"], "no_changes"),
         ("echo d_always_submit=yes", ["navbar", "check", "write"], "changes_saved"),
@@ -129,7 +129,7 @@ def test_a_refused_submit_keeps_the_values_for_the_next(
     assert page.press("Submit", host="ok").title == "changes_saved"
 
 
-def test_the_way_out_of_a_confirmation_is_what_the_request_says(device):
+def test_a_confirmation_leads_where_the_request_says(device):
     # button, return and continue fields, place after it, variables after it
     table = [
         ("Continue", "&return=x", ["orvmenu"], {}),

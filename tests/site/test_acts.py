@@ -1,5 +1,5 @@
-"""Actions: what a form asks for, who runs it, and what a stranger at the FIFO or
-in the folders around it can do."""
+"""Actions: how a form requests them, how they are run, and what an attacker can do
+at the FIFO or in the folders around it."""
 
 import fcntl
 import os
@@ -18,12 +18,12 @@ import pytest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 STORE = os.environ["ORV_STORE"]
 READER = ROOT / "packaging/act/larkspur-acts"
-PATIENCE = 60  # seconds, of a slow machine
+PATIENCE = 60  # seconds, for a slow machine
 NOBODY = "Saved, but not in use: the service larkspur-acts does not run"
 
 
 def until(found):
-    """The first result of `found` that is true; the machine may take its time."""
+    """The first true result of `found`; the machine may be slow."""
     end = time.monotonic() + PATIENCE
     while not (result := found()):
         assert time.monotonic() < end
@@ -32,7 +32,7 @@ def until(found):
 
 
 class Acts:
-    """A folder of actions, the service that runs them, and who asks."""
+    """A folder of actions, the service that runs them, and a client."""
 
     def __init__(self, folder, shell):
         self.folder, self.shell, self.process = folder, shell, None
@@ -51,7 +51,7 @@ class Acts:
         path.chmod(mode)
 
     def start(self, *options):
-        self.ask.unlink(missing_ok=True)  # of a reader that was killed
+        self.ask.unlink(missing_ok=True)  # left by a reader that was killed
         self.process = subprocess.Popen(
             [*self.shell, READER, *options], env=self.env, pass_fds=(),
             stdin=subprocess.DEVNULL, stderr=(self.folder / "log").open("a"))
@@ -68,7 +68,7 @@ class Acts:
         return run.stdout.removesuffix("\n")
 
     def run(self, name):
-        """Asks for the action and waits: what it printed, or the fault."""
+        """Requests the action and waits; returns its output, or the fault."""
         return self.store("act", name, "--wait", str(PATIENCE - 1))
 
     def counted(self):
@@ -93,7 +93,7 @@ def acts(request, tmp_path):
         made.stop()
 
 
-def test_an_action_is_run_as_it_is_named_in_an_environment_of_its_own(acts):
+def test_an_action_runs_by_its_name_in_a_clean_environment(acts):
     acts.action("show", 'echo "$# $(cat) $PWD $(umask)"; env | sort; exec '
                 "/usr/bin/python3 -c 'import os; print(os.listdir(\"/proc/self/fd\"))'")
     acts.action("fail", "echo no luck; echo at all; exit 3")
@@ -111,11 +111,11 @@ def test_an_action_is_run_as_it_is_named_in_an_environment_of_its_own(acts):
     assert acts.run("other") == ("fault Saved, but not in use: this device has no "
                                  "action other")
     assert acts.store("act", "../count").startswith("fault ../count is not a valid name")
-    assert acts.store("act", "count", "--wait", "0").startswith("fault An action is")
+    assert acts.store("act", "count", "--wait", "0").startswith("fault act accepts")
     assert acts.state("quiet") == "0" and acts.state("fail") == "3"
 
 
-# What is written into the FIFO, each on its own; a line end follows later.
+# Texts written into the FIFO, each alone; a line end follows later.
 HOSTILE = [
     b"other\n", b"../actions/count\n", b"/bin/sh\n", b"count now\n", b" count\n",
     b"count \n", b"count;count\n", b"$(count)\n", b"`count`\n", b"count\0\n",
@@ -128,17 +128,17 @@ HOSTILE = [
 ]
 
 
-def test_nothing_but_names_comes_through_the_fifo(acts):
+def test_only_names_pass_through_the_fifo(acts):
     acts.action("n0", "echo x >>$D/counted")
     acts.start()
-    keeper = acts.ask.open("wb", buffering=0)  # never closed, never ended
+    keeper = acts.ask.open("wb", buffering=0)  # stays open, without a line end
     for line in HOSTILE:
         acts.write(line)
     acts.write(b"\nn0\n")
     until(lambda: acts.state("n0") == "0")
     assert acts.counted() == 1 and os.listdir(acts.done) == ["n0"]
     assert acts.run("count") == "ok" and acts.counted() == 2
-    keeper.write(b"cou")  # what was left half is no part of another's line
+    keeper.write(b"cou")  # half a line does not become part of another writer's
     assert acts.run("count") == "ok" and acts.counted() == 3
     os.set_blocking(keeper.fileno(), False)
     while keeper.write(4096 * b"x"):
@@ -148,7 +148,7 @@ def test_nothing_but_names_comes_through_the_fifo(acts):
     assert log.count("dropped") <= 5 and acts.process.poll() is None
 
 
-def test_asking_for_it_again_meanwhile_is_joined_and_one_runs_at_a_time(acts):
+def test_requests_during_a_run_are_merged_and_one_runs_at_a_time(acts):
     acts.action("block", "echo x >>$D/blocked",
                 "while [ ! -e $D/go ]; do sleep 0.05; done; rm $D/go")
     acts.start()
@@ -156,7 +156,7 @@ def test_asking_for_it_again_meanwhile_is_joined_and_one_runs_at_a_time(acts):
     until(lambda: acts.state("block") == "running")
     for _ in range(50):
         assert acts.store("act", "count") == "ok"
-    # A run under way may have read the old settings: it is not waited for.
+    # A run in progress may have read the old settings, so its end is not enough.
     waiter = subprocess.Popen([STORE, "act", "block", "--wait", str(PATIENCE)],
                               env=acts.env, stdout=subprocess.PIPE)
     first = (acts.done / "block").read_text()
@@ -179,7 +179,7 @@ def acts_pending(acts):
         return int.from_bytes(fcntl.ioctl(pipe, 0x541B, bytes(4)), "little")
 
 
-def test_what_takes_too_long_is_ended_with_all_that_it_started(acts):
+def test_a_run_that_takes_too_long_is_killed_with_its_children(acts):
     hold = "exec 9>$D/lock; flock 9; trap '' TERM; echo begun; touch $D/held"
     acts.action("slow", f"({hold}; sleep 300; sleep 300) &",
                 "sleep 300")
@@ -190,7 +190,7 @@ def test_what_takes_too_long_is_ended_with_all_that_it_started(acts):
     assert acts.state("slow") == "late"
     with (acts.folder / "lock").open("a") as lock:
         until(lambda: can_lock(lock))
-    # What it leaves behind on purpose holds nobody up, nor is it ended.
+    # A process left behind on purpose delays nobody, and is not killed.
     assert acts.run("daemon") == "ok\nline started"
     assert acts.run("count") == "ok"
 
@@ -203,7 +203,7 @@ def can_lock(file):
     return True
 
 
-def test_of_the_output_4096_bytes_are_kept_and_the_action_runs_on(acts):
+def test_4096_bytes_of_output_are_kept_and_the_action_continues(acts):
     acts.action("talk", "head -c 300000 /dev/zero | tr '\\0' y || exit",
                 "echo x >>$D/counted")
     acts.action("odd", r"printf 'a\033[2J\001\n\377b\0c'")
@@ -273,7 +273,7 @@ def test_the_reader_uses_no_folder_that_others_could_change(acts):
             acts.acts.unlink()
 
 
-def test_what_lies_in_the_place_of_the_fifo_is_not_written_into(acts):
+def test_a_file_in_place_of_the_fifo_is_not_written(acts):
     victim = acts.folder / "victim"
     victim.touch()
     acts.acts.mkdir()
@@ -303,7 +303,7 @@ def test_what_lies_in_the_place_of_the_fifo_is_not_written_into(acts):
             "fault Saved, but not in use: too many actions are waiting")
 
 
-def test_a_result_is_one_of_the_reader(acts):
+def test_only_the_reader_writes_results(acts):
     acts.done.mkdir(parents=True)
     os.mkfifo(acts.ask)
     result, victim = acts.done / "count", acts.folder / "victim"
@@ -323,16 +323,16 @@ def test_a_result_is_one_of_the_reader(acts):
                 result.unlink()
 
 
-def test_the_reader_comes_back_and_who_asks_meanwhile_is_told(acts):
+def test_the_reader_restarts_and_requests_meanwhile_get_a_fault(acts):
     acts.start()
-    acts.process.send_signal(signal.SIGSTOP)  # or it might be made again already
+    acts.process.send_signal(signal.SIGSTOP)  # or it could already make a new FIFO
     acts.ask.unlink()
     assert acts.store("act", "count") == f"fault {NOBODY}"
     acts.process.send_signal(signal.SIGCONT)
-    until(lambda: acts.run("count") == "ok")  # made, and then opened
+    until(lambda: acts.run("count") == "ok")  # first made, later opened
     acts.stop()
     assert acts.store("act", "count") == f"fault {NOBODY}"
-    for _ in range(2):  # what a reader that was killed has left is in no way
+    for _ in range(2):  # the remains of a killed reader do no harm
         acts.start()
         assert acts.run("count") == "ok"
         acts.stop(signal.SIGKILL)
@@ -360,13 +360,13 @@ def test_a_page_says_that_it_is_saved_but_not_in_use(acts, site):
         "orv_act hostname 50 && orv_put u_after_save \"${orv_acted[*]}.\"")))
     page = site.open("hostname").press("Submit", hostname="gate-3")
     assert "The host name is gate-3." in page.texts("p")[0]
-    # To the action, what is stored is a stranger's.
+    # The action does not trust the stored values.
     stored = site.folder / "data/state/hostname"
     stored.write_text(re.sub("gate-3", "-x;reboot", stored.read_text()))
     assert acts.run("hostname").endswith("(status 1): This is no host name.")
 
 
-def test_what_nobody_kept_goes_back_without_the_scripts_that_watched(acts):
+def test_an_unkept_change_goes_back_without_its_watchers(acts):
     for name in ("show", "tell"):
         acts.action(name, f"echo {name} >>$D/order", "${ORV_STORE:-orv-store} load net")
     state = acts.folder / "state"
@@ -378,7 +378,7 @@ def test_what_nobody_kept_goes_back_without_the_scripts_that_watched(acts):
         (token,) = re.findall("^guard (.*)$", run.stdout, re.M)
         acts.store("arm", token)
 
-    for name in ("tell", "show", "tell", "count"):  # the first gives way to the third
+    for name in ("tell", "show", "tell", "count"):  # the third replaces the first
         guard(name)
     assert "v=count" in acts.store("load", "net")
     acts.start()
@@ -386,7 +386,7 @@ def test_what_nobody_kept_goes_back_without_the_scripts_that_watched(acts):
     assert (acts.folder / "order").read_text() == "show\ntell\n" and acts.counted() == 1
     assert not re.search("^v=", (acts.done / "show").read_text(), re.M)
     assert not (state / ".pending").exists()
-    acts.ask.unlink()  # so does what comes behind a new FIFO
+    acts.ask.unlink()  # so do requests through a new FIFO
     until(lambda: acts.run("count") == "ok")
     guard("show")
     until(lambda: not (state / ".pending").exists())

@@ -1,4 +1,4 @@
-"""Backup and restore from elsewhere, by the commands that orv(8) tells, over ssh."""
+"""Remote backup and restore over ssh, with the commands of orv(8)."""
 
 import os
 import pathlib
@@ -31,7 +31,7 @@ SetEnv PATH={folder}/bin:/usr/bin:/bin
 
 
 def sshd():
-    """As root it needs a folder of its own, in a /run that nobody else sees."""
+    """As root it needs its own folder, in a /run that no other process sees."""
     serve = [shutil.which("sshd", path=SBIN), "-D", "-e"]
     if os.geteuid() != 0:
         return serve
@@ -40,7 +40,7 @@ def sshd():
 
 
 class Device:
-    """The first form behind an ssh server of their own."""
+    """The first form on a device with its own ssh server."""
 
     def __init__(self, folder):
         self.folder, self.data, self.server = folder, folder / "data", None
@@ -56,7 +56,7 @@ class Device:
                            check=True)
 
     def start(self):
-        """At another port when somebody was faster."""
+        """Uses another port if the first is taken."""
         until = time.monotonic() + SECONDS
         while time.monotonic() < until:
             with socket.socket() as one:
@@ -71,7 +71,7 @@ class Device:
         raise AssertionError("sshd does not answer")
 
     def run(self, command, **given):
-        """A command as the manual has it, which speaks of root@device."""
+        """Runs a command of the manual, where the device is root@device."""
         options = (f"-p {self.port} -i {self.folder}/client -o BatchMode=yes -o LogLevel=ERROR"
                    f" -F none -o StrictHostKeyChecking=no -o UserKnownHostsFile={self.folder}/known"
                    " 127.0.0.1")
@@ -107,7 +107,7 @@ def test_a_device_takes_the_place_of_another_by_the_commands_of_the_manual(devic
     assert not (new.data / "state/clock").exists()
     assert new.run(restore, cwd=tmp_path).returncode == 0
     assert new.stored() == old.stored() == {"clock": "#table\nserver=hall.example\n"}
-    # Half a backup, as a line that broke leaves it, changes nothing.
+    # Half a backup, as after a lost connection, changes nothing.
     text = (tmp_path / "device.txt").read_text()
     (tmp_path / "device.txt").write_text(text.replace("hall", "other") + "form nosuch\nx=1\n")
     assert new.run(restore, cwd=tmp_path).returncode == 1 and new.stored() == old.stored()

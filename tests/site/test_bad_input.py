@@ -1,5 +1,5 @@
-"""What is wrong in templates, scripts and requests gets its message, its error
-page or a clean refusal: nothing crashes, hangs or is saved by it."""
+"""Mistakes in templates, scripts and requests get a message, an error page or a
+clean refusal: nothing crashes, hangs or is saved."""
 
 import os
 import re
@@ -20,7 +20,7 @@ def assert_error_page(page, status, text, log, title="Configuration system error
     assert page.all("body")[0].get("class") == "error"
     assert not page.all("form") + page.all("nav") + page.all("script")
     assert page.body.rstrip().endswith("</html>")
-    # a message may hold a line end, as the log's text then does
+    # a message may contain a line end, and so does the log's text then
     assert page.log == "".join(f"3 {message}\n" for message in log).splitlines()
 
 
@@ -29,7 +29,7 @@ FILE = "Cannot find/read file "
 BODY = "orv_parse_body: unknown keyword line 4 "
 EMPTY = "The form is empty."
 TEMPLATES = [
-    # form, its template or what makes it, the error
+    # form, its template or the function that makes it, the error
     ("f" * 300, None, (FILE + "data/templates/" + "f" * 300)[:249]),
     ("f", os.mkdir, FILE + "data/templates/f.tpl"),
     ("f", os.mkfifo, FILE + "data/templates/f.tpl"),
@@ -42,7 +42,7 @@ TEMPLATES = [
 
 
 @pytest.mark.parametrize("form, template, message", TEMPLATES)
-def test_a_template_that_cannot_be_used_is_an_error_page(
+def test_an_unusable_template_gives_an_error_page(
         site, form, template, message):
     path = site.templates / f"{form}.tpl"
     site.form_script("f")
@@ -78,7 +78,7 @@ def test_a_script_that_cannot_run_is_reported(site, task, script, message):
     assert (page.exit, page.status) == (0, "200 OK")
     assert page.log == (["3 " + message] if task == "navbar" else [])
     assert bool(page.all("nav")) == (task != "navbar" or script == "killed.sh")
-    # on Submit it is not, though a bar's script does not hold up the save
+    # on Submit it is an error, but a bar's script does not block the save
     assert_error_page(site.get(SUBMIT), NOT_FOUND, message, [message])
     assert (site.given("f", "check") is None) == (task == "check")
     assert (site.given("f", "write") is None) == (task != "navbar")
@@ -89,7 +89,7 @@ OOPS = 'Bad format script output "oops"'
 LONG = "Script output too long"
 
 
-def test_what_is_wrong_with_a_read_script_is_told(site):
+def test_faults_of_a_read_script_are_reported(site):
     site.template("f", "text x")
     for read, message, log in (("exit 3", "The form's read script failed.", []),
                                ("echo error_msg=; exit 3", "The form's read script failed.", []),
@@ -100,9 +100,9 @@ def test_what_is_wrong_with_a_read_script_is_told(site):
         assert_error_page(site.open("f"), NOT_FOUND, message, log)
 
 
-def test_a_script_that_reads_nothing_or_says_much_does_not_hold_a_save(site):
+def test_a_script_that_reads_nothing_or_prints_much_does_not_block_a_save(site):
     site.template("f", "error $E$")
-    value = 2 * MB * "y"  # more than a pipe can hold
+    value = 2 * MB * "y"  # more than a pipe holds
     for check, title in (("exec </dev/null", "Test form"), (NOISE, "changes_saved")):
         site.script("f.sh", f"[[ $1 = --navbar ]] || {{ {check}; cat >$1; }}")
         page = site.post(SUBMIT.replace("x=1", f"x={value}").encode())
@@ -112,7 +112,7 @@ def test_a_script_that_reads_nothing_or_says_much_does_not_hold_a_save(site):
     assert_error_page(site.get(SUBMIT), NOT_FOUND, OOPS, [OOPS])
 
 
-def test_a_crash_becomes_an_error_page_behind_what_was_written(site):
+def test_a_crash_becomes_an_error_page_after_the_text_already_written(site):
     site.template("f", "text x")
     crash = re.compile(r"SegV\(11\): addr \S+ locn 0x[0-9a-f]+")
     title = "Configuration System Error SegV"
@@ -129,7 +129,7 @@ def test_a_crash_becomes_an_error_page_behind_what_was_written(site):
 
 
 REQUESTS = [
-    # body, what differs in the environment, exit status (0: a page)
+    # body, changes of the environment, exit status (0: a page)
     (b"form=f&form=gone", {"CONTENT_LENGTH": "0006"}, 0),
     (b"form=gone", {"REQUEST_METHOD": "post", "QUERY_STRING": "form=f"}, 0),
     (b"&&=&%=%4&u_x=%zz%0&form=f&%00=1&\xff=%ff%fe", {}, 0),
@@ -156,20 +156,20 @@ def test_head_gives_the_header_lines_alone(site):
 
 
 @pytest.mark.parametrize("redirections, seen", [
-    # what the web server left of the descriptors, whether the page can be seen
+    # descriptors as the web server left them, whether the page can be seen
     ("<&-", True), (">&-", False), ("2>&-", True), (">&- 2>&-", False),
-    (">/dev/full", False), (">&9 2>&9", False),  # 9: a pipe that nobody reads
+    (">/dev/full", False), (">&9 2>&9", False),  # 9: a pipe without a reader
 ])
 def test_closed_descriptors_end_neither_page_nor_save(
         site, monkeypatch, redirections, seen):
     site.script("wrapper", "mkfifo p; exec 8<>p 9>p 8>&-; rm p",
                 f"exec '{conftest.ORV}' {redirections}")
     monkeypatch.setattr(conftest, "ORV", site.scripts / "wrapper")
-    site.template("f", *(f"field x{n}" for n in range(2000)))  # many buffers long
+    site.template("f", *(f"field x{n}" for n in range(2000)))  # fills many buffers
     site.form_script("f", read="cat; echo x0=1")
     assert site.open("gone").exit == 1
     page = site.open("f")
     assert (page.exit, page.log, "</html>" in page.body) == (0, [], seen)
     page = site.post(SUBMIT.encode())
-    assert page.exit == (4 if redirections == "<&-" else 0)  # its body is gone
+    assert page.exit == (4 if redirections == "<&-" else 0)  # without its body
     assert site.given("f", "write") == (None if page.exit else ['new_x="1"'])

@@ -1,5 +1,5 @@
-"""A maker's colours and pictures beside the pages' style sheet, which updates
-replace and the maker's own folder outlives."""
+"""A maker's colours and pictures: updates replace the pages' style sheet, but not
+the maker's own folder."""
 
 import pathlib
 import shutil
@@ -23,7 +23,7 @@ class Face:
         self.update()
 
     def update(self, more=b""):
-        """A package's files take the place of those that are there."""
+        """Replaces the files as a package does."""
         style = subprocess.run([ROOT / "web/slim", ROOT / "web/css/orv.css"], stdout=subprocess.PIPE, check=True)
         (self.css / "orv.css").write_bytes(style.stdout + more)
 
@@ -43,16 +43,16 @@ def face(request, tmp_path):
     return Face(tmp_path, request.param.split())
 
 
-def test_a_face_outlives_updates_and_goes_without_a_trace(face):
+def test_a_brand_survives_updates_and_is_removed_without_a_trace(face):
     shipped, before_icon = face.style(), face.script.read_text()
     shutil.copytree(ROOT / "examples/brand", face.brand, dirs_exist_ok=True)
     assert face.wear() == (0, "")
     rules = (face.brand / "brand.css").read_text()
-    assert face.style() == f"{shipped.strip()}\n/* brand */\n{rules}"  # it wins
+    assert face.style() == f"{shipped.strip()}\n/* brand */\n{rules}"  # later rules win
     assert 'ICON = "/css/icon.png";' in face.script.read_text() and before_icon != face.script.read_text()
     assert all((face.css / p).read_bytes() == (face.brand / p).read_bytes() for p in PICTURES)
     before = face.files()
-    assert face.wear() == (0, "") and face.files() == before  # browsers keep what they have
+    assert face.wear() == (0, "") and face.files() == before  # browser caches stay valid
     face.update(b"p{top:0}")
     assert face.wear() == (0, "") and face.style() == f"{shipped.strip()}p{{top:0}}\n/* brand */\n{rules}"
     (face.brand / "logo.svg").unlink()
@@ -72,7 +72,7 @@ def test_a_face_outlives_updates_and_goes_without_a_trace(face):
     ("brand.css", "/" * 65537, "has more than 65536 bytes"),
     ("shipped.svg", "<svg/>", "www/css/shipped.svg is used already"),
 ])
-def test_what_no_page_could_show_is_refused_and_the_old_face_stays(face, name, text, told):
+def test_an_unusable_brand_is_refused_and_the_old_one_stays(face, name, text, told):
     (face.css / "shipped.svg").write_text("<svg>ours</svg>")
     (face.brand / "brand.css").write_text(":root{--bar:#111}\n")
     assert face.wear()[0] == 0
@@ -81,7 +81,7 @@ def test_what_no_page_could_show_is_refused_and_the_old_face_stays(face, name, t
     status, said = face.wear()
     assert status == 1 and told in said
     assert {n: f for n, f in face.files().items() if not n.endswith(".new")} == before
-    (face.css / ".brand").unlink()  # as where the power fails before it is written
+    (face.css / ".brand").unlink()  # as if the power failed before it was written
     (face.brand / name).unlink()
     (face.brand / "a.svg").write_text("<svg/>")
     (face.css / "a.svg").write_text("<svg/>")

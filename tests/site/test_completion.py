@@ -1,5 +1,5 @@
-"""TAB at a real terminal: what orvctl's completion offers, and that it runs
-nothing of what a device's scripts took from anywhere."""
+"""TAB at a real terminal: the words that orvctl's completion offers, and that it
+never runs text from a device's scripts."""
 
 import os
 import pathlib
@@ -38,7 +38,7 @@ class Terminal:
         os.write(self.fd, text.encode())
 
     def wait(self, pattern):
-        """What matched, as soon as the terminal has shown it."""
+        """Waits until the terminal shows a match, and returns it."""
         end = time.monotonic() + SECONDS
         while True:
             found = re.search(pattern, self.seen, re.S)
@@ -49,8 +49,8 @@ class Terminal:
             self.seen += os.read(self.fd, 65536)
 
     def complete(self, typed):
-        """The command line that TAB makes of what was typed.  Home, and it is
-        an argument, which is expanded: what was offered unquoted would run."""
+        """The command line after TAB.  Home makes it an argument, which bash expands:
+        words offered without quotes would run."""
         self.keys(f"{typed}\t\x01printf '{{%s}}' \x05 END\n")
         shown = self.wait(rb"\r\n(\{[^\r]*\{END\})").group(1).decode()
         return re.findall("{(.*?)}", shown)[:-1]
@@ -69,7 +69,7 @@ def terminal(site):
 
 
 def hostile_device(site):
-    """Every name and value that a script can give is a trap but one."""
+    """Every name and value from a script, except one, is a trap."""
     names = [*HOSTILE, "sane-1"]
     quoted = [n.replace("'", "'\\''") for n in names]
     choices = [f"choice {n} X" for n in names]
@@ -83,7 +83,7 @@ def hostile_device(site):
     site.template("orvmenu", "fmenu", *choices, "choice f Form")
 
 
-def test_tab_runs_nothing_and_offers_plain_words_alone(site, terminal):
+def test_tab_runs_nothing_and_offers_only_plain_words(site, terminal):
     hostile_device(site)
     for name in ("sane-file", "sa$(>owned)", "sane`>owned`", "sane;>owned"):
         (site.folder / name).touch()
@@ -108,7 +108,7 @@ def test_tab_runs_nothing_and_offers_plain_words_alone(site, terminal):
         shown = terminal.complete(f"orvctl {typed}")
         assert shown == ["orvctl", *made.split()], (typed, shown)
         assert not (site.folder / "owned").exists(), typed
-    # All that there is, as TAB TAB lists it; without `=` among the breaks too.
+    # All words, as TAB TAB lists them; also when `=` does not separate words.
     terminal.keys("orvctl set f s=sa\t\t\x15COMP_WORDBREAKS=${COMP_WORDBREAKS//=}\n")
     assert terminal.complete("orvctl set f s=")[-1] == "s=sane-1"
     assert not (site.folder / "owned").exists()

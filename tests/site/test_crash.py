@@ -1,4 +1,4 @@
-"""A crash ends in a page where that can be, and in an end in any case."""
+"""After a crash the process ends, with an error page where possible."""
 
 import os
 import signal

@@ -1,5 +1,5 @@
-"""A server ends a request, or a terminal goes away: what becomes of the script
-that runs meanwhile."""
+"""A server ends a request, or a terminal goes away: what happens to the script
+that is running."""
 
 import os
 import pty
@@ -11,15 +11,15 @@ import urllib.parse
 import conftest
 import pytest
 
-# Is up when it has stopped, and says when it is told to end; it and its command
-# hold `alive` for as long as they live.
+# It stops itself when it is ready, and says when it gets SIGTERM; it and its
+# command hold `alive` as long as they live.
 STUBBORN = """exec 9>alive; trap 'echo told >&9; exit' TERM
 { until [[ $(</proc/$$/stat) == *") T "* ]]; do :; done; echo up >&9; HOLD sleep 40; } &
 disown; kill -STOP $$; sleep 40"""
-# Waits for a word and says whether there is still somebody to answer.
+# Waits for a line and says whether its output still has a reader.
 WRITER = """exec 9>alive 7<go 2>/dev/null; echo up >&9; read -u 7
 [[ $(</proc/$PPID/stat) == *") "[DRS]" "* ]] && echo heard >&9; echo saved >&9"""
-# The same, before it has taken its input, all of which the pipe may hold.
+# The same, before it reads its input, which may all be in the pipe.
 LISTENER = ("[[ $1 = --write ]] || exec cat >f.check",
             WRITER.replace("[[", "cat >f.write; [[", 1))
 SAVE = {"form": "f", "cgi_vars_loaded": "1", "x": "1", "action": "Submit"}
@@ -39,13 +39,13 @@ def start(site, fields):
 
 
 def heard(alive):
-    """The next that the script says; b"" when all of it has ended."""
+    """The script's next output; b"" when all its processes have ended."""
     assert select.select([alive], [], [], conftest.SECONDS)[0], "goes on"
     return alive.readline()
 
 
 def open_pipes(site):
-    """What the script says, and where it waits for a word."""
+    """The script's output, and the pipe on which it waits for a line."""
     os.mkfifo(site.folder / "alive")
     os.mkfifo(site.folder / "go")
     return (open(os.open(site.folder / "alive", os.O_NONBLOCK), "rb", buffering=0),
@@ -57,7 +57,7 @@ def open_pipes(site):
 def test_a_script_ends_with_its_request_unless_it_writes(site, task, sig):
     alive, go = open_pipes(site)
     site.template("f", "field x")
-    # Killed, the request takes only the script's own process with it.
+    # If the request is killed, only the script's own process dies with it.
     stubborn = STUBBORN.replace("HOLD", "exec 9>&-;" if sig == signal.SIGKILL else "")
     site.form_script("f", **{task: WRITER if task == "write" else stubborn})
     orv = start(site, {"form": "f"} if task in ("read", "navbar") else SAVE)
@@ -73,8 +73,8 @@ def test_a_script_ends_with_its_request_unless_it_writes(site, task, sig):
     assert orv.wait(conftest.SECONDS) == -sig
 
 
-# What a pipe holds, and may be enlarged to; beyond, a request that is only told
-# to end still gives the script all.
+# A pipe's size, also enlarged; beyond that, a request that gets only SIGTERM
+# still passes all of the input to the script.
 @pytest.mark.parametrize("size, sig", [
     (65535, signal.SIGKILL), (65536, signal.SIGKILL), (65537, signal.SIGKILL),
     (1048575, signal.SIGKILL), (1048576, signal.SIGKILL), (1048577, signal.SIGTERM),
@@ -96,7 +96,7 @@ def test_a_write_script_takes_its_whole_input_whatever_becomes_of_the_request(
     assert orv.wait(conftest.SECONDS) == -sig
 
 
-# How a terminal ends its program: it goes away, or a key is pressed.
+# The ways a terminal ends its program: it goes away, or a key is pressed.
 @pytest.mark.parametrize("end, sig", [
     (None, signal.SIGHUP), (b"\x03", signal.SIGINT), (signal.SIGTERM, signal.SIGTERM)])
 @pytest.mark.parametrize("task", ["read", "check", "write"])

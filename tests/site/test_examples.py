@@ -1,4 +1,4 @@
-"""What the manual shows is what the examples' files hold, and it works."""
+"""The manual's examples are the files' content, and they work."""
 
 import os
 import pathlib
@@ -91,7 +91,7 @@ def test_every_check_passes_and_fails_as_the_manual_says(device):
     device.template("f", *(f"field {name}\ncheck {row[0]}"
                            for name, row in zip(names, rows)))
     device.form_script("f", read=f"printf '%s=old\\n' {' '.join(names)}")
-    # No system has a socket for sure; the bound name outlives its maker.
+    # No system is sure to have a socket; the bound name outlives its process.
     socket.socket(socket.AF_UNIX).bind(str(device.folder / "app.sock"))
     real = {"/run/app.sock": "app.sock", "(blank)": ""}
     for column, errors in (1, []), (2, [row[3] for row in rows]):

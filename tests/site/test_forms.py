@@ -1,19 +1,18 @@
-"""How a form is drawn, and what comes back when its page is posted again, rows
-of tables among it."""
+"""How a form is drawn, and what its page posts back, including table rows."""
 
 import re
 
 import pytest
 from conftest import HTML
 
-# Keeps what the read script says.
+# Stores the read script's output.
 WRITE = 'while IFS== read -r k v; do echo "${k#new_}=$v"; done <f.write >f.vars'
 
 
 @pytest.fixture
 def form(site):
-    """Makes the form f: the lines of its body and what its read script says,
-    joined by ";"."""
+    """Makes the form f from its body's lines and its read script's output, both
+    separated by ";"."""
 
     def make(body, read="", **more):
         site.template("f", *body.split(";"), **more)
@@ -68,7 +67,7 @@ expert_mode=True cgi_vars_loaded=True scroll_y=12 anchor_target=a"""
 
 
 def main_of(page):
-    """The text of the page behind its bar, without line ends between tags."""
+    """The text of the page after its bar, without line ends between tags."""
     return re.sub("> <", "><", " ".join(page.body[page.body.index("<main>"):].split()))
 
 
@@ -98,7 +97,7 @@ def test_paragraphs_and_markup_codes_become_elements(form):
     assert re.findall("<p>(.*?)</p>", text) == expected
 
 
-def test_the_page_heading_stands_once_above_everything_or_gives_way(form):
+def test_the_page_heading_is_first_and_unique_or_left_out(form):
     title = "<h1>Port 7</h1>"
     cases = [
         ("table a 1;field a", [title]), ("if 0;heading X;endif", [title]),
@@ -178,7 +177,7 @@ def test_every_control_has_a_name_of_its_own_and_its_error(form):
     assert (alert.get("role"), alert.text) == ("alert", "M")
     told = {e.get("id"): e.text for e in rest}
     labels = {e.get("for"): "".join(e.itertext()) for e in page.all("label")}
-    # its name, its error, whether the value is known to be wrong, and the cursor
+    # its name, its error, whether the value is known to be wrong, the focus
     expected = dict(
         a=["A 7", "No A", "true", None], b=["B", "No B", "true", "autofocus"],
         c=["C", "No C", "true", None], i=["I"], d=["D"], e=["E"], f=["f"], g=["g"],
@@ -199,7 +198,7 @@ def test_a_script_marks_cells_by_their_rows_or_a_whole_column(form):
     site = form("table t 2;field p;label P;check email;field q",
                 "p0=a@x;p1=b@x;p2=c@x;q0=x;q1=y;q2=z")
     both = ["p1 described invalid focus", "p2 described invalid"]
-    # what the check script says, messages shown, marked cells
+    # the check script's output, messages shown, marked cells
     table = [
         ("p1=No", ["No"], both[:1]),
         ("p2=Two;p1=One", ["One"], both),
@@ -224,7 +223,7 @@ def test_a_script_marks_cells_by_their_rows_or_a_whole_column(form):
                 assert cell.get("aria-describedby") in ids | {None: ""}
                 found += [" ".join([name, *words])] * bool(words)
         assert found == marks, said
-        if said == "p1=No":  # a control with all that it can have
+        if said == "p1=No":  # a control with every possible attribute
             assert list(page.control("p1").attrib) == [
                 "type", "name", "value", "aria-label", "aria-invalid",
                 "aria-describedby", "autofocus", "inputmode", "autocomplete",
@@ -238,13 +237,13 @@ def test_a_page_with_an_unsaved_secret_is_not_stored_by_the_browser(form):
     page = site.open("f")
     assert (page.control("a_psk").get("type"), page.header_lines[2]) == (
         "password", "Cache-Control: private, no-cache")
-    # what is changed, the button, whether browsers may store the page
+    # the changes, the button, whether browsers may store the page
     table = [
-        ({"a_psk": "typed"}, "Submit", False),  # the page of what was saved
+        ({"a_psk": "typed"}, "Submit", False),  # the confirmation page
         ({"a_psk": "typed", "host": "a b"}, "Submit", False),
         ({"a_psk": "typed"}, "Home", False),
         ({"b_token2": "typed"}, "Home", False),
-        ({"delete_t_0": "True"}, "Submit", False),  # row 2 moves, as the user's
+        ({"delete_t_0": "True"}, "Submit", False),  # row 2 moves, as the user's value
         ({"a_psk": "", "host": "y"}, "Submit", True),
         ({"ask_pin": "True", "host": "a b"}, "Submit", True),
         ({"c0": "typed"}, "Home", True),
@@ -258,7 +257,7 @@ def test_a_page_with_an_unsaved_secret_is_not_stored_by_the_browser(form):
 def test_messages_and_facts_have_a_copy_for_narrow_screens(form):
     site = form("fixed fact;fixed none;table t 1;field p;label P;ftable u 1;fixed cell",
                 'p0=a;p1=b;p2=c;cell0=<c>;fact=f&"')
-    # what the check script says, copies of it in cells
+    # the check script's output, copies of it in cells
     table = [
         ("p1=Two", ["Two"]),
         ("p2=$B$No$R$$L$$$$1$I$x;p1= ", ["No $1 x"]),
@@ -276,7 +275,7 @@ def test_messages_and_facts_have_a_copy_for_narrow_screens(form):
                           (None, "<c>")], said
 
 
-def test_messages_in_cells_tell_no_problem_again_and_end(form):
+def test_messages_in_cells_repeat_no_problem_and_end(form):
     long = 60_000 * "x"
     # the message, how it reads, copies in eight cells, comments on problems
     table = [
@@ -294,15 +293,15 @@ def test_messages_in_cells_tell_no_problem_again_and_end(form):
         assert len(told) == problems
 
 
-def test_a_form_names_once_what_its_conditions_read(form):
-    # conditions, what the form names
+def test_a_form_lists_each_name_in_its_conditions_once(form):
+    # conditions, the names that the form lists
     table = [
         (["$V:mode$", "a $U:Lan$$V:wan$", "$V:MODE$"], "mode Lan wan "),
         (["$X$V:no$", "$E:a$V:no$", "$C:a$$D:a$$N:a$$O:a$", "$V:$V:no$",
           "$V:no", "$", "$V", "yes"], None),
         (["$v:a$V:b$"], "b "),
         (60 * ["$V:long_name$"] + ["$V:last$"], "long_name last "),
-        ([f"$V:name{n}$" for n in range(100, 170)],  # what has room
+        ([f"$V:name{n}$" for n in range(100, 170)],  # as many as fit
          "".join(f"name{n} " for n in range(100, 162))),
     ]
     for conditions, names in table:
@@ -313,8 +312,8 @@ def test_a_form_names_once_what_its_conditions_read(form):
 
 
 def rows(page):
-    """The body rows: what each cell posts, the name of a deletion box, None
-    for a cell without a control."""
+    """The body rows: each cell's posted value, the name of a deletion box, None for
+    a cell without a control."""
     posted = dict(page.fields())
     names = [[next((e.get("name") for e in td if e.get("type") != "hidden"), None)
               for td in tr] for tr in page.all("tr", "multicol")[1:]]
@@ -336,7 +335,7 @@ def test_rows_are_added_edited_and_deleted_and_what_is_shown_is_saved(form):
     assert rows(page) == [["bb", "deny", box[0]], ["d", "allow", box[1]], blank]
     assert not [n for n, _ in page.hidden() if n.startswith("delete_")]
 
-    # Without a Submit in between, rows go on being closed up.
+    # Without a Submit in between, gaps are still closed.
     page = site.post([*page.fields(), ("src9", "far")])
     page = site.post(dict(page.fields()) | {"src2": "e", "delete_acl_0": "True"})
     left = [["d", "allow", box[0]], ["e", "allow", box[1]], blank]

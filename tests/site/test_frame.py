@@ -1,4 +1,4 @@
-"""The frame of a page: header lines, head, bars, and what a request may say."""
+"""The frame of a page: header lines, head, bars, and a request's part in them."""
 
 import base64
 import hashlib
@@ -33,7 +33,7 @@ def hidden(page):
 
 
 def bar(page):
-    """The buttons of the button bar, a disabled one behind "-"."""
+    """The buttons of the button bar, disabled ones with a "-" in front."""
     (div,) = page.all("div", "bottombar")
     for button in div:  # a disabled one keeps its handler
         assert (button.get("name"), bool(button.get("onclick"))) == ("action", True)
@@ -89,10 +89,10 @@ def test_a_request_s_fields_go_where_their_names_say(site):
     table = [
         ("subitem=eth0", "form=orvmenu"),
         ("cgi_vars_loaded=&subitem=a&u_x=1", "u_x=1&form=orvmenu"),
-        # only a page's own state acts or is kept
+        # only a page's own state takes effect or is kept
         ("form=net&action=Submit&host=new&u_y=1", "o_host=gate&form=net"),
         (loaded + "&FORM=y&Action=z", "u_Action=z&u_FORM=y&form=net"),
-        # what the page was made of counts first, wherever it stands
+        # the page's own state takes precedence, wherever it is
         (loaded + "&host=b&o_host=a", "o_host=a&u_host=b&form=net"),
         (loaded + "&c_x=1&d_x=2&x=1", "d_x=2&c_x=1&form=net"),
         (loaded + "&v_x=1&delete_t_0=1", "u_v_x=1&form=net"),
@@ -105,7 +105,7 @@ def test_a_request_s_fields_go_where_their_names_say(site):
     assert site.given("net", "check") is site.given("net", "write") is None
 
 
-def test_scripts_and_texts_know_the_device(site):
+def test_scripts_and_texts_get_the_device(site):
     site.template("f", "text $N:SYSTEM_TYPE$ $V:seen$")
     seen = "$SYSTEM_TYPE,${HW_VERSION-unset},${SW_VERSION-unset}"
     site.form_script("f", read=f'echo "seen={seen}"')
@@ -113,7 +113,7 @@ def test_scripts_and_texts_know_the_device(site):
     file = site.folder / "data" / "system_type"
     file.write_text("SYSTEM_TYPE=L\nHW_VERSION 3\nSW_VERSION='1 b'\n")
     assert site.open("f").texts("p") == ["L L,3,1 b"]
-    # the server's word is all there is, and it may give no PATH
+    # only the server's variables exist, and PATH may be missing
     site.env = {"SYSTEM_TYPE": "", "PATH": None}
     assert site.open("f").texts("p") == [" ,unset,unset"]
 
@@ -128,7 +128,7 @@ NAVBARS = [
     ("--\n-- A\nb B", ["A=--", "B=b"], 0),
     ("--\n--\na A\n", ["A=a"], 1),
     ("a A\n--\nword\n-\n", [HOME, "A=a"], 3),
-    # more than a pipe holds, and all of what is read behind the last entry
+    # more than a pipe holds, and everything read after the last entry
     ("--\n" + SEVEN + 16_380 * "6 A\n", [f"A={n}" for n in range(6)], 0),
     (f"a {30 * 'm'}\n{82 * 'g'} B\n", [HOME, 29 * "m" + "=a", "B=" + 81 * "g"], 0),
     # lines of 248, 249 and 250 characters: the last one's end is a line

@@ -1,5 +1,5 @@
-"""A change that goes back unless an act keeps it: what is such an act, and that
-nothing keeps it from going back."""
+"""A change that goes back unless a deliberate act keeps it: which acts count, and
+that nothing stops it from going back."""
 
 import concurrent.futures
 import contextlib
@@ -35,7 +35,7 @@ orv_stamp
 
 
 def equip(site, guard="900"):
-    """A device that keeps settings: the guarded form `net` and one like it, the
+    """A device that stores settings: the guarded form `net` and one like it, the
     form that keeps a change, and a bar that leads to it."""
     for file in (ROOT / "lib").iterdir():
         (site.scripts / file.name).symlink_to(file)
@@ -55,7 +55,7 @@ def equip(site, guard="900"):
 
 
 def run(site, *command, text="", **env):
-    """What a command on the device says."""
+    """Runs a command on the device; returns its output."""
     env = os.environ | {
         "ORV_STATE": str(site.state), "ORV_DEFAULTS": "/nowhere", "ORV_POLICY": "strict",
         "ORV_TEMPLATES": str(site.templates), "ORVCTL_ORV": conftest.ORV} | env
@@ -75,13 +75,13 @@ def save(site, value, form="net"):
 
 
 def pending(site):
-    """What waits to be kept, {} for nothing."""
+    """The change that waits to be kept, {} for none."""
     lines = run(site, STORE, "pending").splitlines()[1:]
     return dict(line.split("=", 1) for line in lines)
 
 
 def until(condition, seconds=120):
-    """Waits for what must come, however slow the machine is."""
+    """Waits for an event that must come, however slow the machine is."""
     end = time.monotonic() + seconds
     while not condition():
         assert time.monotonic() < end, "it never came"
@@ -89,13 +89,13 @@ def until(condition, seconds=120):
 
 
 def bar_leads_there(page):
-    """Whether the first entry of the page's bar leads to what waits to be kept."""
+    """Whether the first entry of the page's bar links to the waiting change."""
     (bar,) = page.all("nav")
     return next(bar.iter(f"{conftest.HTML}a")).get("href").endswith("?form=confirm")
 
 
 def submit(site):
-    """The fields of a Submit of the form that keeps what is pending."""
+    """The fields of a Submit of the form that keeps the pending change."""
     return dict(site.open("confirm").fields()) | {"action": "Submit"}
 
 
@@ -121,7 +121,7 @@ def test_a_change_is_kept_by_a_submit_of_its_page_and_by_no_other(device):
     page = " ".join(device.open("confirm").texts("p", "plain"))
     assert "by somebody at 10.0.0.9, and" in page and "host: old -> new" in page
     save(device, "newer", "lan")
-    refused = device.post(first, **OWN)  # it has not shown this change
+    refused = device.post(first, **OWN)  # that page shows another change
     assert refused.errors[0].startswith("Another change was made meanwhile.")
     kept = device.post(submit(device), **OWN)
     assert "The change is kept." in kept.texts("p", "plain") and not pending(device)
@@ -132,13 +132,13 @@ def test_a_change_is_kept_by_a_submit_of_its_page_and_by_no_other(device):
     assert again.errors[0].startswith("No change waits to be kept")
 
 
-def test_the_bar_leads_to_the_change_first_wherever_the_page_puts_an_entry(device):
+def test_the_bar_links_to_the_change_first_wherever_its_entry_is(device):
     device.script("other.sh", '. "${0%/*}/orv_navbar.sh"', 'echo "net Net $1"')
     (device.scripts / "own.sh").symlink_to("orv-store")
     bars = {"navbar.sh": "--", "other.sh": "", "own.sh": "--"}
     (device.scripts / "navbar").write_text("--\nnet Net\n")
     def printed():
-        # Settings are found beside the script, and where ORV_STATE says.
+        # Settings are found beside the script, and in the folder ORV_STATE.
         command = [["sh", "-c", f"{device.scripts}/{name} --navbar x"] for name in bars]
         return [subprocess.run(c, capture_output=True, text=True, check=True).stdout
                 for c in command]
@@ -157,7 +157,7 @@ def test_the_bar_leads_to_the_change_first_wherever_the_page_puts_an_entry(devic
     shutil.rmtree(device.state / ".commit")
 
 
-def test_nothing_but_such_an_act_keeps_a_change(device, monkeypatch):
+def test_only_such_an_act_keeps_a_change(device, monkeypatch):
     device.template("facts", "fixed host", "if $V:x$", "field x", "endif")
     device.script("facts.sh", FORM % 1)
     save(device, "new")
@@ -182,13 +182,13 @@ def test_nothing_but_such_an_act_keeps_a_change(device, monkeypatch):
         page = device.post(fields | {"o_confirm_token": token}, **OWN)
         assert page.title != "Saved"
     for form in ("orvmenu", "net", "lan", "confirm", "facts", "changes_saved"):
-        device.open(form)  # a second browser's
+        device.open(form)  # from a second browser
     device.post(dict(device.open("confirm").fields()) | {"action": "Home"}, **OWN)
     for words in (["get", "net"], ["get", "confirm"], ["dump"]):
         run(device, ORVCTL, "--data", str(device.folder / "data"), *words)
     run(device, LINT, "--run", str(device.folder / "data"))
     monkeypatch.setattr(conftest, "ORV", os.environ["ORV"])
-    device.env |= {"ORV_POLICY": None}  # where a link can submit
+    device.env |= {"ORV_POLICY": None}  # under which a link can submit
     for page in (device.get(query), device.post(fields), device.post(fields, **OWN)):
         assert page.errors[0].startswith("A page cannot keep a change here: use")
     assert pending(device)["armed"] == "True" and host(device) == "new"
@@ -210,7 +210,7 @@ def test_a_change_is_not_kept_before_the_device_uses_it(device):
     assert device.post(submit(device), **OWN).title == "Saved" and not pending(device)
 
 
-def test_what_nobody_kept_is_put_back_by_a_boot_and_told(device):
+def test_a_boot_reverts_an_unkept_change_and_reports_it(device):
     save(device, "new")
     info = device.state / ".pending/.info"
     text, count = re.subn("(?m)^boot=.*", "boot=of-another-boot", info.read_text())
@@ -230,7 +230,7 @@ def test_what_nobody_kept_is_put_back_by_a_boot_and_told(device):
 
 
 def watchers(site, pids=False):
-    """The watchers of this device, by the words that they were started with."""
+    """This device's watchers, with the arguments that they were started with."""
     found = []
     for process in pathlib.Path("/proc").glob("[0-9]*"):
         try:
@@ -256,7 +256,7 @@ def test_many_changes_in_a_row_leave_one_watcher(device, guard):
 
 
 def make_overdue(site):
-    """Nobody has kept what is pending, and its time is over."""
+    """Lets the time of the pending change run out."""
     until(lambda: pending(site)["armed"] == "True")
     info = site.state / ".pending/.info"
     text, count = re.subn("(?m)^until=.*", "until=1", info.read_text())
@@ -266,7 +266,7 @@ def make_overdue(site):
     assert count
 
 
-def test_what_each_change_needs_is_done_once_and_in_order_when_all_go_back(device):
+def test_each_change_s_command_runs_once_and_in_order_when_all_go_back(device):
     ran = device.folder / "ran"
     def guard(form, word, before=""):
         line = f"900 bash -c '{before} echo {word} $(grep host= {device.state}/{form}) >>{ran}'"
@@ -277,13 +277,13 @@ def test_what_each_change_needs_is_done_once_and_in_order_when_all_go_back(devic
     guard("net", "first", "sleep 0.5;")
     guard("lan", "second")
     guard("net", "third")
-    guard("lan", "second")  # the same as before: its watcher has this one's place
+    guard("lan", "second")  # the same as before: its watcher takes this one's turn
     until(lambda: len(watchers(device)) == 3)
     make_overdue(device)
     until(lambda: ran.read_text().count("\n") >= 7 and not watchers(device))
     assert ran.read_text().splitlines()[4:] == [
         "first host=old", "third host=old", "second host=old"]
-    # A watcher that has died holds nobody up.
+    # A watcher that has died delays nobody.
     ran.unlink()
     guard("net", "first")
     guard("lan", "second")
@@ -298,7 +298,7 @@ def test_what_each_change_needs_is_done_once_and_in_order_when_all_go_back(devic
 
 
 class Served(conftest.Site):
-    """A device behind the demo's web server, all of which can be killed."""
+    """A device behind the demo's web server; all its processes can be killed."""
 
     def __init__(self, folder):
         super().__init__(folder / "cgi-bin")
@@ -307,7 +307,7 @@ class Served(conftest.Site):
         self.server = None
 
     def start(self):
-        while self.server is None:  # somebody may take the port first
+        while self.server is None:  # another process may take the port first
             with socket.socket() as free:
                 free.bind(("127.0.0.1", 0))
                 self.port = free.getsockname()[1]
@@ -324,7 +324,7 @@ class Served(conftest.Site):
                 time.sleep(0.01)
 
     def kill(self):
-        with contextlib.suppress(ProcessLookupError):  # others may have come first
+        with contextlib.suppress(ProcessLookupError):  # it may have ended already
             os.killpg(self.server.pid, signal.SIGKILL)
         self.server.wait(conftest.SECONDS)
         self.server = None
@@ -341,8 +341,8 @@ class Served(conftest.Site):
 
 
 def kill_all(folder, spare=0):
-    """Ends all that runs for the device, as a reboot does; or all but what is of
-    the session `spare`, as who restarts a service may do."""
+    """Kills all processes of the device, as a reboot does; or all except those of
+    the session `spare`, as a service restart may do."""
     mark, found = os.fsencode(f"{folder}/"), True
     while found:
         found = False
@@ -358,8 +358,8 @@ def kill_all(folder, spare=0):
 
 
 def restart(folder):
-    """A guarded save whose web server is killed, and comes back: alone, or with
-    all it started, which the privileged side then stands in for."""
+    """A guarded save whose web server is killed and started again: alone, or with
+    all its processes; then the privileged side takes over."""
     device = equip(Served(folder), "3 true")
     (folder / "actions").mkdir()
     reader = subprocess.Popen(
@@ -369,7 +369,7 @@ def restart(folder):
     device.start()
     save(device, "new")
     if int(folder.name) % 2:
-        until(lambda: pending(device).get("armed") != "False")  # else it has a minute more
+        until(lambda: pending(device).get("armed") != "False")  # until then it has a minute more
         kill_all(folder, spare=reader.pid)
     device.kill()
     device.start()
@@ -381,7 +381,7 @@ def restart(folder):
 
 
 def hang_up(folder):
-    """The same by a command whose terminal hangs up at the first word of it."""
+    """The same with a command whose terminal hangs up at its first output."""
     device = equip(conftest.Site(folder), "1 true")
     pid, terminal = pty.fork()
     if pid == 0:
@@ -398,8 +398,8 @@ def hang_up(folder):
 
 
 def reboot(folder):
-    """A device that reboots while a save is under way, while its command runs, or
-    while it waits to be kept."""
+    """A device that reboots during a save, while its command runs, or while the
+    change waits to be kept."""
     used = folder / "used"
     device = equip(Served(folder), f"900 touch {used}")
     state = device.state
@@ -412,7 +412,7 @@ def reboot(folder):
         save_under_way = pool.submit(device.post, fields)
         until(moments[int(folder.name) % len(moments)])
         kill_all(folder)
-        save_under_way.exception()  # the server has gone, or had answered
+        save_under_way.exception()  # the server is gone, or has already answered
     device.kill()
     run(device, STORE, "boot")
     assert host(device) == "old" and not pending(device)

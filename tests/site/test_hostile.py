@@ -1,20 +1,20 @@
 """No text breaks out of its place: whatever a template, a script or a request
-says, a page has the elements and attributes that it has with plain words, every
-text comes back from a parser as it was, and a script gets it as one argument."""
+contains, a page has the same elements and attributes as with plain words, every
+text survives a parser unchanged, and a script gets it as one argument."""
 
 import itertools
 import re
 import urllib.parse
 
-# At most 29 bytes, where a bar's labels are cut; "#" begins a template's comment,
-# and a second "$" may end a code.
+# At most 29 bytes, the limit of a bar's labels; "#" would begin a template's
+# comment, and a second "$" may end a code.
 HOSTILE = [
     b"!\"%&'()*+,-./:;<=>?@", b"[\\]^_`{|}~", b"</title></textarea></form>", b"$",
     b"\"><img/src='x'/onerror=\"x", b"'><b/c='", b"--><!-->", b"--!><script>",
     b"->-", b"<![CDATA[]]>-", b"<?x?><!x>&lt;&quot&amp;lt", b"\r<\r\r",
     b"\x01\x08\x0b\x0c\x0e\x1b\x1f\x7f<\x7f", b"\xff\xfe<\xc3\xe2\x82<\x80",
     "é€😀\u2028\u202e".encode()]
-# A word between "@" is a place.
+# A word between "@" is a placeholder.
 TEMPLATE = b"""\
 title @title@
 help_mode
@@ -60,7 +60,7 @@ PLACES = set(re.findall(r"@(\w+)@", f"{TEMPLATE} {STATE} {NAVBAR} @gone@"))
 
 
 def pages(site, text_of):
-    """A form with help, one left with changes and an error page, with the
+    """A form with help, a form left with changes, and an error page, with the
     text of each place in it."""
 
     def fill(text):
@@ -77,13 +77,13 @@ def pages(site, text_of):
 
 
 def structure(page):
-    """What a browser makes of it: elements, comments and attributes."""
+    """The parsed page: elements, comments and attributes."""
     return [(e.tag, sorted(e.keys())) for e in page.tree.iter()]
 
 
 def texts(page, change=lambda text: text):
-    """Every text and attribute value.  A comment keeps its dashes apart, and a
-    parser makes line ends of all CR but those in attributes."""
+    """Every text and attribute value.  Comments have their dashes separated, and a
+    parser turns every CR into a line end, except in attributes."""
     found = []
     for e in page.tree.iter():
         own = change(e.text or "")
@@ -103,7 +103,7 @@ def test_hostile_text_stays_in_its_place_on_every_page(site):
         word = s.decode("utf-8", "replace")
         for page, pattern in zip(pages(site, lambda _: s), plain):
             assert structure(page) == structure(pattern), s
-            if s != b"$":  # a column's label that holds one names no cell
+            if s != b"$":  # a column label that contains one is used for no cell
                 assert texts(page) == texts(pattern, lambda text: re.sub(
                     "Q[a-z]+Q", lambda _: word, text)), s
 

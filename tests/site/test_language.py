@@ -1,4 +1,4 @@
-"""One tree of templates a language: which one is shown, and the shipped German."""
+"""One tree of templates per language: which one is shown, and the German one."""
 
 import os
 import pathlib
@@ -12,7 +12,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 STORE = os.environ["ORV_STORE"]
 TOOL = ROOT / "packaging/boot/larkspur-language"
 
-NAMES = [  # what the environment says, what the page says of itself
+NAMES = [  # the environment's language, the page's lang attribute
     (None, "en"), ("", "en"), ("d", "en"), ("de", "de"), ("pt-BR", "pt-BR"), ("x" * 20, "x" * 20),
     ("x" * 21, "en"), ('de"><script>', "en"), ("de_DE", "en"), ("de DE", "en"), ("d\xe9", "en"), ("../de", "en"),
 ]
@@ -45,7 +45,7 @@ class Spoken:
         return run.returncode, run.stdout + run.stderr
 
     def boot(self, **env):
-        """What a power cut leaves of /run."""
+        """Empties /run, as a power cut does."""
         shutil.rmtree(self.run, ignore_errors=True)
         assert self.choose(**env)[0] == 0
         return (self.share / "templates").resolve().parent.name
@@ -56,7 +56,7 @@ def spoken(request, site):
     return Spoken(site, request.param.split())
 
 
-def test_a_language_is_chosen_once_and_stays_over_a_boot(spoken):
+def test_a_language_is_chosen_once_and_survives_a_boot(spoken):
     assert spoken.choose("--list") == (0, "de\nen\n")
     assert spoken.boot() == "en"
     spoken.default.write_text("ORV_STATE=/x\nORV_LANG=de\n")
@@ -67,13 +67,13 @@ def test_a_language_is_chosen_once_and_stays_over_a_boot(spoken):
         status, said = spoken.choose(name)
         assert (status > 0 and "lang" in said) or name == "", name
     assert spoken.boot() == "en" and before == {"templates", "language"}
-    # A firmware that has dropped the language that was chosen.
+    # A firmware that no longer has the chosen language.
     assert spoken.choose("de")[0] == 0
     shutil.rmtree(spoken.share / "de")
     assert spoken.boot() == "en" and "no language \"de\"" in spoken.choose()[1]
 
 
-def test_templates_that_lie_at_the_one_place_are_left_alone(spoken):
+def test_templates_installed_without_a_language_are_left_alone(spoken):
     (spoken.share / "templates").mkdir()
     (spoken.share / "templates/orvmenu.tpl").write_text("title Mine\nbody\n")
     status, said = spoken.choose("de")
@@ -99,7 +99,7 @@ def test_the_german_pages_show_and_store_what_the_english_ones_do(spoken):
     assert page.press("Submit", server="zeit.example").title == "Gespeichert"
     assert "server=zeit.example\n" in (spoken.share / "state/clock").read_text()
     assert site.open("clock").press("Submit").title == "Nichts zu speichern"
-    # The way to a change that waits, in the bar's own words, and only then.
+    # The link to a waiting change, in the bar's own words, and only then.
     env = os.environ | {f"ORV_{n.upper()}": str(spoken.share / n) for n in ("state", "defaults", "templates")}
     subprocess.run([STORE, "store", "-", "clock"], input="@guard 900\n> clock\nserver=a.example\n", text=True, env=env,
                    check=True, capture_output=True)
@@ -111,7 +111,7 @@ def test_the_german_pages_show_and_store_what_the_english_ones_do(spoken):
     assert site.open("confirm").texts("a") == ["Keep the change?", "Start", "Clock"]
 
 
-def test_a_form_chooses_and_what_a_stranger_stores_is_no_language(spoken):
+def test_a_form_chooses_and_an_attacker_s_value_is_no_language(spoken):
     programs, state = spoken.site.folder / "sbin", spoken.share / "state"
     programs.mkdir()
     (programs / "larkspur-language").symlink_to(TOOL)
@@ -129,7 +129,7 @@ def test_a_form_chooses_and_what_a_stranger_stores_is_no_language(spoken):
         assert (spoken.etc / "language").read_text() == (f"{stored}\n" if fine else before)
 
 
-def test_the_tree_is_a_whole_translation():
+def test_the_tree_is_a_complete_translation():
     lint = subprocess.run([os.environ["ORV_LINT"], ROOT / "examples/first", ROOT / "examples/german"], text=True,
                           capture_output=True, check=False)
     assert (lint.returncode, lint.stdout) == (0, ""), lint.stdout

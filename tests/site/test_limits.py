@@ -1,4 +1,4 @@
-"""What texts and the scripts' library say of limits and secret names is what the code holds."""
+"""Limits and secret names in texts and in the script library agree with the code."""
 
 import pathlib
 import re
@@ -7,7 +7,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 TEMPLATE, SCRIPT = "docs/man/larkspur-template.5", "docs/man/larkspur-script.7"
 RULE = "tools/lint/rules/{}.txt"
 WORDS = {"Six": 6}
-# limit, what is said of it (the number in brackets), where
+# limit, the text that gives it (the number in brackets), where
 SAID = (
     ("ORV_LINE_MAX", r"a line Ta (\d+) bytes", TEMPLATE),
     ("ORV_LINE_MAX", r"A line ends at (\d+) bytes", SCRIPT),
@@ -43,7 +43,7 @@ def limits():
     return found
 
 
-def test_what_is_said_of_a_limit_is_the_limit():
+def test_every_text_gives_the_actual_limit():
     held, wrong = limits(), []
     for name, pattern, path in SAID:
         said = re.findall(pattern, (ROOT / path).read_text())

@@ -1,5 +1,5 @@
-"""The shipped forms of who owns the device: its password, and the way back to the
-settings that it came with."""
+"""The example forms for a device's owner: the password, and the reset to the
+settings as shipped."""
 
 import os
 import pathlib
@@ -23,7 +23,7 @@ def hash_of(password, salt="abcdefgh"):
 
 
 class Owned:
-    """A device with a login, and root's side of it."""
+    """A device with a login, and its privileged side."""
 
     def __init__(self, site, acts):
         self.site, self.acts, self.state = site, acts, site.folder / "data/state"
@@ -51,7 +51,7 @@ class Owned:
             "Submit", old_password=old, new_password=new, again_password=new if again is None else again)
 
     def admits(self, user, password):
-        """Whether a web server would, by the file alone."""
+        """Whether a web server would let the user in, judging by the file alone."""
         held = dict(line.split(":") for line in self.login.read_text().splitlines())
         return user in held and held[user] == hash_of(password, held[user].split("$")[2])
 
@@ -71,7 +71,7 @@ def owned(site, tmp_path):
 @pytest.mark.parametrize("tool", TOOLS)
 def test_a_new_password_takes_the_place_of_the_old(owned, tool):
     owned.site.env |= TOOLS[tool]
-    refused = [  # old, new, again, what is said
+    refused = [  # old, new, again, the message
         ("wrong horse battery", NEW, None, "This is not the password in use"),
         ("", NEW, None, "This is not the password in use"),
         (OLD, "too short", None, "Enter 10 to 80 letters, digits and signs"),
@@ -92,7 +92,7 @@ def test_a_new_password_takes_the_place_of_the_old(owned, tool):
     assert owned.admits("guest", "of a guest")
     assert stat.S_IMODE(owned.login.stat().st_mode) == 0o640 and not owned.first.exists()
     assert sorted(os.listdir(owned.etc)) == ["login"]
-    # What was typed and what is stored stand in no page, log or history.
+    # Neither the typed nor the stored text is in a page, the log or the history.
     stored = (owned.state / "login").read_text()
     seen = page.body + owned.site.open("login").body + "".join(page.log) + (owned.state / ".history").read_text()
     assert "login_password=$6$" in stored and NEW not in stored + seen and "$6$" not in seen
@@ -112,14 +112,14 @@ def test_no_password_is_in_the_list_of_processes(owned):
     assert "openssl" in calls and not any(word in calls for word in (OLD, NEW, "$6$abcdefgh$"))
 
 
-HOSTILE = [  # what a stranger may store: user, hash
+HOSTILE = [  # what an attacker may store: user, hash
     ("admin", "$6$x$short"), ("admin", ""), ("admin", NEW), ("admin", f"$1$x${'a' * 22}"), ("nobody", hash_of(NEW)),
     ("root", hash_of(NEW)), ("", hash_of(NEW)), ("admin:x", hash_of(NEW)), ("*", hash_of(NEW)),
     ("admin", hash_of(NEW) + " "), ("admin", hash_of(NEW) + ":0:0"), (".*", hash_of(NEW)), ("adm", hash_of(NEW)),
 ]
 
 
-def test_root_brings_nothing_but_a_hash_of_a_user_that_is_there(owned):
+def test_root_accepts_only_a_hash_for_an_existing_user(owned):
     before = owned.login.read_bytes()
     for user, value in HOSTILE:
         order = f"@secret login_password\n> login\nlogin_user={user}\nlogin_password={value}\n"
@@ -130,9 +130,9 @@ def test_root_brings_nothing_but_a_hash_of_a_user_that_is_there(owned):
         assert owned.login.read_bytes() == before and sorted(os.listdir(owned.etc)) == ["first-password", "login"]
 
 
-def test_who_has_a_terminal_needs_no_old_password_and_a_backup_has_the_hash(owned):
+def test_orvctl_needs_no_old_password_and_a_backup_has_the_hash(owned):
     kept = owned.ctl("--secrets", "dump", "login")
-    assert hash_of(OLD) not in owned.ctl("dump", "login").stdout  # of who is first in the file: guest
+    assert hash_of(OLD) not in owned.ctl("dump", "login").stdout  # guest, the first in the file
     assert "secret stored_login_password=$6$g$" in kept.stdout, kept
     done = owned.ctl("set", "login", "new_password=-", "again_password=-", given="nobody is one\n" * 2)
     assert done.returncode == 0 and owned.admits("guest", "nobody is one"), done
@@ -141,7 +141,7 @@ def test_who_has_a_terminal_needs_no_old_password_and_a_backup_has_the_hash(owne
     until(lambda: owned.admits("guest", "of a guest"))
 
 
-def test_the_settings_go_as_a_whole_and_the_login_if_that_is_asked_for(owned):
+def test_all_settings_are_reset_and_the_login_on_request(owned):
     for login in (False, True):
         assert owned.site.open("fields").press("Submit", name="Hall").title == "Saved"
         page = owned.site.open("reset").press("Submit", **({"reset_login": "True"} if login else {}))
@@ -151,7 +151,7 @@ def test_the_settings_go_as_a_whole_and_the_login_if_that_is_asked_for(owned):
         assert page.title == "Saved", page.errors
         assert "Hall" not in owned.site.open("fields").body and owned.login.exists() != login
         assert "Settings as shipped (admin)" in "".join(page.log)
-    assert os.listdir(owned.etc) == []  # the next start makes a login, and its first password
+    assert os.listdir(owned.etc) == []  # the next start makes a login with a first password
     owned.login.write_text(f"admin:{hash_of(OLD)}\n")
     assert owned.ctl("set", "reset", "reset_login=True").returncode == 1 and owned.login.exists()
     assert owned.ctl("set", "reset", "reset_sure=True", "reset_login=True").returncode == 0

@@ -1,5 +1,5 @@
-"""larkspur-new: a form of an author's own begins as any of the examples, and
-nothing that is there is written over."""
+"""larkspur-new: a new form can start from any of the examples, and no existing file
+is overwritten."""
 
 import os
 import pathlib
@@ -13,7 +13,7 @@ EXAMPLES = sorted(p.stem for p in (ROOT / "examples/forms/tests").glob("*.test")
 
 
 def new(*arguments):
-    """The status, and what is said on standard output or error."""
+    """The status, and the text on standard output or error."""
     run = subprocess.run([ROOT / "tools/larkspur-new", *arguments], text=True,
                          capture_output=True, check=False)
     assert not (run.stdout and run.stderr)
@@ -39,7 +39,7 @@ def test_every_example_works_under_a_name_of_its_own(tmp_path):
             assert {name for name in made if f"my-{example}" not in name} <= {
                 f"actions/{example}", f"actions/{example}_login"
             } and f"scripts/my-{example}.1.sh" in made
-    # The old name stands nowhere where it means a form, a script or a file.
+    # The old name is left nowhere where it means a form, a script or a file.
     names = "|".join(EXAMPLES)
     left = re.compile(rf"^(choice|open|imenu|expect (not )?(form|stored)) ({names})s?\b"
                       rf"|\b({names})\.sh|orv_(load|store) \"?({names})\b", re.M)
@@ -68,7 +68,7 @@ def test_every_example_works_under_a_name_of_its_own(tmp_path):
     (("--form",), 2, "Usage"), (("--from", "y"), 2, "unknown option"), ((), 1, "already"),
     (("other",), 2, "one folder"),
 ])
-def test_what_cannot_be_made_is_told_and_leaves_all_as_it_was(
+def test_what_cannot_be_created_is_reported_and_changes_nothing(
         arguments, status, told, tmp_path):
     device = tmp_path / "device"
     assert new(device)[0] == 0

@@ -1,7 +1,7 @@
 """The forms from a terminal: the same device, changed by a page and by orvctl.
 
-Whatever a device's forms look like, both give the scripts the same bytes and
-the user the same messages.
+Whatever a device's forms look like, both pass the same bytes to the scripts and
+the same messages to the user.
 """
 
 import json
@@ -34,7 +34,7 @@ def run(site, *words, expect=None, given=""):
 
 
 def item(rng, kind, name):
-    """The lines of one input item, and the values that a person may give it."""
+    """The lines of one input item, and values that a user may enter."""
     lines, values = [f"{kind} {name}", f"label The {name}"], WORDS
     if kind == "field":
         lines.append(rng.choice(CHECKS))
@@ -47,7 +47,7 @@ def item(rng, kind, name):
 
 
 def device(rng, site):
-    """A random form; the values that may be given to each of its fields."""
+    """A random form; the values that may be entered in each of its fields."""
     lines, state, values, depth = ["error $E$"], [], {}, 0
     names = [f"v{i}" for i in range(rng.randint(2, 6))]
     for name in names:
@@ -82,24 +82,24 @@ def device(rng, site):
 
 
 def shown_on(page):
-    """The names of the controls that a person sees."""
+    """The names of the controls that a user sees."""
     return {e.get("name") for e in page.all("input") + page.all("select")
             if e.get("type") != "hidden"}
 
 
 def by_page(site, changes):
-    """The same as a person does it: what is not shown yet shows with a redraw."""
+    """The same as a user does it: a field not shown yet appears with a redraw."""
     page, wanted = site.open("f"), dict(changes)
     while True:
         fields = {}
         for name, value in page.fields():
-            fields.setdefault(name, value)  # of two the first counts
+            fields.setdefault(name, value)  # the first of two counts
         found = [name for name in wanted if name in shown_on(page)]
         for name in found:
             fields[name] = wanted.pop(name)
             if page.control(name).get("type") == "checkbox" and fields[name] == "False":
                 del fields[name]
-        place = {}  # in which a browser posts a box that has been ticked
+        place = {}  # where a browser posts a ticked box
         for element in page.tree.iter():
             place.setdefault(element.get("name"), len(place))
         fields = dict(sorted(fields.items(), key=lambda pair: place[pair[0]]))
@@ -111,8 +111,8 @@ def by_page(site, changes):
 
 
 def both_ways(site, changes):
-    """What the scripts were given and the user was told, by a page and by a
-    terminal; that page, and that run."""
+    """The scripts' input and the user's messages, from a page and from a terminal;
+    that page, and that run."""
     results = []
     for way in ("page", "terminal"):
         for task in ("check", "write"):
@@ -123,7 +123,7 @@ def both_ways(site, changes):
         else:
             done = run(site, "set", "f", *(f"{n}={v}" for n, v in changes.items()))
             lines = re.findall(r"^(?:orvctl: )?(\w+): (.*)$", done.stderr, re.M)
-            # A field that no condition shows has no place for its message.
+            # A field hidden by every condition has no place for its message.
             said = sorted(text for name, text in lines if page is None or name in
                           {"f"} | {re.sub(r"(?<=t[nkb])\d$", "", n) for n in shown_on(page)})
         results.append(([site.given("f", t) for t in ("check", "write")], said))
@@ -139,7 +139,7 @@ def test_a_change_from_a_terminal_reaches_the_scripts_as_that_of_a_page(site):
         names = rng.sample(sorted(values), min(len(values), rng.randint(1, 4)))
         changes = {name: rng.choice(values[name]) for name in names}
         results, page, done = both_ways(site, changes)
-        if page is None:  # no such field, for either
+        if page is None:  # neither has such a field
             assert done.returncode == 1 and "is not a field" in done.stderr, (seed, changes)
         else:
             assert results[0] == results[1], (seed, changes, page.title, done)
@@ -149,7 +149,7 @@ def test_a_change_from_a_terminal_reaches_the_scripts_as_that_of_a_page(site):
 
 
 def test_a_blank_field_of_the_expert_view_runs_the_same_scripts(site):
-    """A Submit's checks see nothing of the view that was shown: no $X$, $N$."""
+    """A Submit's checks do not depend on the view: no $X$, $N$."""
     site.template("f", "error $E$", "field a", "check word", "if $X$", "field b", "check word", "endif", "if $N$",
                   "field c", "check word", "endif", "if $X$", "table t 2 1", "field tn", "check nullok word",
                   "checkbox tb", "endif", "field d", header=["expert_mode"])
@@ -177,13 +177,13 @@ def test_a_page_that_its_read_script_refuses_is_refused(site):
             assert "x=" not in done.stdout
         assert message in json.loads(run(site, "--json", "get", "f", expect=1).stdout)["message"]
         assert "--write" not in " ".join(site.ran())
-    # A message beside a field is no refusal.
+    # A message beside a field is not a refusal.
     site.form_script("f", read="echo error_x=Odd; echo x=5")
     assert run(site, "get", "f", "x", expect=0).stdout == "x=5\n"
 
 
-# A title is set, a reply is asked for, the screen is emptied; C1 in UTF-8 and
-# as a byte; DEL.  "é" and the dollar sign are none of that.
+# Set a title, request a reply, clear the screen; C1 in UTF-8 and as a byte; DEL.
+# "é" and the dollar sign are harmless.
 TRAPS = "\x1b]0;x\x07\x1b[c\x1b[2J\x9b2J\x7fé"
 SEEN = r"\x1b]0;x\x07\x1b[c\x1b[2J\xc2\x9b2J\x7fé"
 RAW = TRAPS.encode() + b"\x9b\\x41"
@@ -208,14 +208,14 @@ def test_no_control_character_reaches_a_terminal(site):
             said = (done.stdout + done.stderr).decode("utf-8")
             assert not re.search("[\0-\x08\x0b-\x1f\x7f-\x9f]", said), (words, said)
             assert option or shown in said, (words, said)
-    # Back comes what was there, though not what no check would take.
+    # The old values are restored, except those that no check accepts.
     dump = re.sub(r"(?m)^n.*\n|(?<=^v=).*", "", run(site, "dump", "f").stdout)
     (site.folder / "dump").write_text(dump)
     run(site, "apply", "dump", expect=0)
     assert b'new_i="' + RAW + b'"\n' in (site.folder / "f.write").read_bytes()
 
 
-def test_a_value_may_stand_on_standard_input(site):
+def test_a_value_may_come_from_standard_input(site):
     site.template("f", "field a_secret", "field b", "checkbox box", "select s", "choice - None", "choice x X",
                   "table t 2 2", "field tn", "checkbox tb")
     site.form_script("f", read="echo a_secret=1; echo b=2; echo s=x; echo tn0=1")
@@ -238,7 +238,7 @@ def test_a_value_may_stand_on_standard_input(site):
     assert "--write" not in " ".join(site.ran())
 
 
-def test_scripts_are_told_where_the_settings_are(site, monkeypatch):
+def test_scripts_learn_where_the_settings_are(site, monkeypatch):
     site.template("f", "fixed v")
     site.form_script("f", 'echo "v=$ORV_STATE"')
     for place, told in ((None, "data/state"), ("", "data/state"), ("else/where", "else/where")):
@@ -249,7 +249,7 @@ def test_scripts_are_told_where_the_settings_are(site, monkeypatch):
         assert run(site, "get", "f", "v", expect=0).stdout == f"v={told}\n"
 
 
-def test_what_does_not_exist_is_answered_with_what_does(site):
+def test_unknown_names_are_answered_with_existing_ones(site):
     site.template("network", "field host_name", "fixed note", "select s", "choice both B", "choice 2 B", "if $V:s$",
                   "field behind", "endif", "table leases 2 1", "field ls_name", "checkbox ls_on")
     site.template("f", *(f"field n{i}x" for i in range(210)), title="F")
@@ -279,7 +279,7 @@ def test_what_does_not_exist_is_answered_with_what_does(site):
     assert "did you mean" in json.loads(run(site, "--json", "get", "netwrok", expect=1).stdout)["message"]
 
 
-def test_each_fault_of_a_dump_tells_its_line(site):
+def test_each_fault_of_a_dump_names_its_line(site):
     site.template("f", "error $E$", "field a", "check word", "field b", "select s", "choice x X", "table t 2 2",
                   "field tn", "check nullok number 1 9", "checkbox tb")
     site.form_script("f", read='[[ $3 ]] && echo "error_msg=No $3"; echo a=1; echo tn0=1; echo tn1=2; echo tn2=3',
@@ -306,7 +306,7 @@ def test_each_fault_of_a_dump_tells_its_line(site):
     assert "line" not in run(site, "set", "f", "a=$", expect=1).stderr
 
 
-def test_json_rows_and_wrong_use(site):
+def test_json_rows_and_usage_errors(site):
     site.template("f", "field a_password", "label Key", "fixed note", "table t 2 2", "field n", "checkbox b",
                   "if $X$", "table x 1", "field xn", "endif", "ftable u 1 3", "field un", title="Table $B$bold$R$",
                   header=["expert_mode"])
@@ -320,10 +320,10 @@ def test_json_rows_and_wrong_use(site):
     assert json.loads(run(site, "--json", "rows", "f", "t", expect=0).stdout) == [
         {"n": "one", "b": True}, {"n": "", "b": False}, {"n": "two", "b": False}]
     assert json.loads(run(site, "--json", "rows", "f", "u", expect=0).stdout) == [
-        {"un": "u"}, {"un": ""}, {"un": ""}]  # a fixed table has all of its rows
+        {"un": "u"}, {"un": ""}, {"un": ""}]  # a fixed table always has all its rows
     run(site, "rows", "f", "t", "delete", "1", expect=0)
     assert 'new_n1="two"' in site.given("f", "write") and 'new_n2=""' in site.given("f", "write")
-    for table, cell in (("t", "n"), ("x", "xn")):  # behind a gap, and of the expert view
+    for table, cell in (("t", "n"), ("x", "xn")):  # after a gap, and in the expert view
         run(site, "rows", "f", table, "add", f"{cell}=three", expect=0)
         assert f'new_{cell}1="three"' in site.given("f", "write")
     assert 'new_xn0="x"' in site.given("f", "write")
@@ -335,9 +335,9 @@ def test_json_rows_and_wrong_use(site):
         (site.folder / "bad").write_text(text)
         assert json.loads(run(site, "--json", "apply", "bad", expect=1).stdout)["form"] == "bad"
     assert json.loads(run(site, "--json", "set", "f", "n0=bad$", expect=1).stdout)["errors"]["n"]
-    dumped = run(site, "dump", expect=1).stdout  # one page is gone
+    dumped = run(site, "dump", expect=1).stdout  # one page is missing
     assert "table t 3\nn0=one\n" in dumped and "password" not in dumped
-    assert dumped.count("table t ") == 1  # a line a table, not a cell
+    assert dumped.count("table t ") == 1  # one line per table, not per cell
     assert "a_password=s" in run(site, "--secrets", "dump", "f", expect=0).stdout
     for words in (["nosuch"], ["get"], ["set", "f"], ["set", "f", "n0"], ["--x", "forms"],
                   ["rows", "f", "t", "delete", "9"], ["rows", "f", "t", "turn", "1"], ["apply", "nosuch"]):
@@ -357,7 +357,7 @@ def demo(site):
 
 
 def stored(site):
-    """What the device keeps; a first line tells only when it was saved."""
+    """The stored settings; a first line only says when they were saved."""
     files = (site.folder / "data/state").glob("*")
     return {f.name: re.sub("^#orv .*\n", "", f.read_text())
             for f in files if f.is_file() and f.name[0] != "."}
@@ -381,7 +381,7 @@ set port/lan3 port_use=Printer port_mtu=9000
 
 
 def hear_acts(site, monkeypatch):
-    """What forms ask for goes into a FIFO that this test holds open."""
+    """Sends the forms' requests into a FIFO that this test keeps open."""
     shutil.copytree(DEMO / "actions", site.folder / "data/actions", dirs_exist_ok=True)
     (site.folder / "acts").mkdir()
     os.mkfifo(site.folder / "acts/ask")
@@ -420,7 +420,7 @@ def test_a_dump_puts_every_form_of_the_demo_back(site, monkeypatch):
 TOGETHER = 60
 
 
-def test_of_two_saves_at_once_each_counts_as_a_whole_or_says_why_not(site):
+def test_two_saves_at_once_each_succeed_completely_or_say_why_not(site):
     demo(site)
     page = site.open("network")
     state = site.folder / "data/state"

@@ -1,4 +1,4 @@
-"""What orvctl says of a change, and what a backup holds and puts back."""
+"""How orvctl reports a change, and what a backup contains and restores."""
 
 import json
 import os
@@ -37,12 +37,12 @@ rows users users change 1 us_password=correct-horse
 """
 
 
-def test_what_changed_is_told_in_the_words_of_the_page(site):
+def test_changes_are_reported_in_the_words_of_the_page(site):
     for block in TOLD.strip().replace("\n  ", "\t").split("\n"):
         words, *lines = block.split("\t")
         words = words.split(" ")
         for way in (["--dry-run"], ["--dry-run", "--json"], ["--json"], []):
-            if way != ["--dry-run", "--json"]:  # the same device for each
+            if way != ["--dry-run", "--json"]:  # start with the same settings
                 subprocess.run(["rm", "-rf", site.folder / "data"], check=True)
                 demo(site)
             done = run(site, *way, *words, expect=0).stdout
@@ -77,7 +77,7 @@ def test_a_backup_holds_hashes_and_no_page_can_bring_one(site):
     told = run(site, "apply", "dump", expect=0).stdout
     assert told.split("\n")[:2] == ["users: saved", "hash_admin_password: changed"]
     assert keys.read_text().splitlines()[2:] == kept
-    # What the page posts under that name reaches nobody, whatever the environment says.
+    # A page's field of that name has no effect, whatever the environment says.
     fields = dict(site.open("users").fields()) | {
         "u_stored_hash_admin_password": kept[0].split("=")[1].replace("a", "b"), "us_off2": "True", "action": "Submit"}
     assert not any("stored" in name for name in dict(site.open("users").fields()))
@@ -92,7 +92,7 @@ def test_a_backup_holds_hashes_and_no_page_can_bring_one(site):
 
 
 def ssh(site, command, given=""):
-    """A remote shell, as a server starts it, and what the system log is told."""
+    """A remote shell, as a server starts it; the command's output and its log messages."""
     log = site.folder / "log"
     log.write_text("")
     done = subprocess.run(
@@ -125,7 +125,7 @@ def test_a_device_is_replaced_by_two_command_lines(site, tmp_path):
     assert "Settings dumped, without secrets (" in ssh(other, "orvctl dump")[1]
 
 
-def test_what_a_script_keeps_to_itself_is_named_and_skipped(site):
+def test_values_that_a_script_does_not_report_are_named_and_skipped(site):
     site.template("f", "field a", "field a_password", "field b_password")
     site.form_script("f", read="echo a=1; [[ -z $ORV_SECRETS ]] || echo 'b_password=$6$x'")
     dump = run(site, "--secrets", "dump", "f", expect=0).stdout
@@ -144,7 +144,7 @@ orv_read n# k#; orv_rows n; orv_pack n k; orv_end
 [[ $1 != --write ]] || orv_store t "${cells[@]}" """
 
 
-def test_a_row_too_many_is_a_message(site):
+def test_one_row_too_many_gives_a_message(site):
     demo(site)
     site.template("t", "table t 2 3", "field n", "check nullok text", "select k", "choice a A")
     script = site.scripts / "t.sh"
@@ -160,8 +160,8 @@ def test_a_row_too_many_is_a_message(site):
 
 
 @pytest.mark.skipif(not LONG, reason="measures time")
-def test_rows_take_as_long_as_their_number(site):
-    """As a factor of the processor time: twice the rows, and half of them deleted again."""
+def test_time_grows_with_the_number_of_rows(site):
+    """As a factor of the CPU time: twice the rows, and half of them deleted again."""
     site.template("f", "table t 2", "field n", "field m")
     site.form_script("f", read="cat state 2>/dev/null; exit 0")
 

@@ -1,5 +1,5 @@
-"""A form without a script: orv-store, called by a form's name, keeps what the
-template has, judges it once more and keeps nothing else."""
+"""A form without a script: orv-store, called under a form's name, stores the
+template's values, checks them again and stores nothing else."""
 
 import os
 import re
@@ -22,7 +22,7 @@ LOOK = "Nothing was saved yet. Please look at the marked fields."
 
 
 def keep(site, form, *lines, shipped=None, files=()):
-    """A form whose script is a link; `files` of defaults are empty ones."""
+    """A form whose script is a link; `files` are empty files of defaults."""
     for name, target in (("orv-store", STORE), (f"{form}.sh", "orv-store")):
         if not (site.scripts / name).is_symlink():
             (site.scripts / name).symlink_to(target)
@@ -36,14 +36,14 @@ def keep(site, form, *lines, shipped=None, files=()):
 
 
 def stored(site, name="f", folder="data/state"):
-    """The lines of the settings, None when nobody has saved any."""
+    """The lines of the settings, None if they were never saved."""
     path = site.folder / folder / name
     return path.exists() and [line for line in path.read_bytes().decode().splitlines()
                               if line[0] != "#"] or None
 
 
 def task(site, *words, script="data/scripts/f.sh", given=(), **env):
-    """What the form's script prints for a task, by name; `given` is its input."""
+    """The values that the form's script prints for a task; `given` is its input."""
     run = subprocess.run(
         [script, *words], cwd=site.folder, capture_output=True, timeout=SECONDS, check=False,
         input="".join(f'new_{n}="{v}"\n' for n, v in dict(given).items()).encode(),
@@ -58,7 +58,7 @@ def device(site, request):
     return site
 
 
-def test_what_the_template_has_is_kept_and_nothing_else(device):
+def test_the_template_s_values_are_stored_and_nothing_else(device):
     keep(device, "f", *ITEMS, shipped=SHIPPED)
     forged = {"model": "X9", "extra": "1", "select_zones2": "mars Mars", "total": "7"}
     page = device.open("f").press("Submit", name="wan", on="", mode="b", zone="cet", **forged)
@@ -70,7 +70,7 @@ def test_what_the_template_has_is_kept_and_nothing_else(device):
     assert sorted(stored(device)) == [k.replace("wan", "lan") for k in kept]
     again = device.open("f")
     assert again.control("name").get("value") == "lan" and "X1" in again.body
-    # Entries of the device's own, stored by its hand, stay; what is fixed goes.
+    # Entries that the device has stored stay; values of read-only items go.
     with (device.folder / "data/state/f").open("a") as file:
         file.write("select_zones2=est Eastern\nmodel=X2\n")
     assert device.open("f").press("Submit", zone="est").title == "changes_saved"
@@ -86,7 +86,7 @@ def test_what_the_template_has_is_kept_and_nothing_else(device):
     ({"zone": "ut"}, "zone", "Choose one of the entries"),
     ({"zone": "utc Universal"}, "zone", "Choose one of the entries"),
 ])
-def test_what_no_page_would_send_is_judged_where_it_is_stored(site, given, field, message):
+def test_values_that_no_page_sends_are_checked_when_stored(site, given, field, message):
     keep(site, "f", *ITEMS, shipped=SHIPPED)
     for name in ("--check", "--write"):
         said = task(site, name, "f", given=given)
@@ -119,7 +119,7 @@ def test_rows_close_up_and_deleted_ones_stay_deleted(site):
     assert not stored(site) and site.open("f").control("to0").get("value") is None
 
 
-def test_the_largest_table_is_kept_and_what_is_no_field_of_it_is_refused(site):
+def test_the_largest_table_is_stored_and_other_fields_are_refused(site):
     columns = [f"c{c}" for c in "abcdefghijklmnopqrst"]
     keep(site, "f", "error $E$", f"table t {len(columns)}",
          *(line for c in columns for line in (f"field {c}", f"label {c}", "check nullok word")))
@@ -130,7 +130,7 @@ def test_the_largest_table_is_kept_and_what_is_no_field_of_it_is_refused(site):
     assert "more fields than any page" in said["error_msg"] and len(stored(site)) == len(given)
 
 
-def test_rows_of_a_fixed_number_and_of_boxes_alone_are_kept(site):
+def test_fixed_rows_and_rows_of_boxes_only_are_kept(site):
     keep(site, "f", *(s.format("ftable rules 2 3") for s in TABLE))
     task(site, "--write", "f", given=rows("", "10.0.0.7", "") | {"to3": "10.0.0.9"})
     assert stored(site) == ["to0=", "to1=10.0.0.7", "to2=",
@@ -141,7 +141,7 @@ def test_rows_of_a_fixed_number_and_of_boxes_alone_are_kept(site):
     assert stored(site, "g") == ["in0=True", "in1=False", "out0=False", "out1=True"]
 
 
-def test_a_sub_item_is_one_that_the_device_ships_with(device):
+def test_only_shipped_sub_items_exist(device):
     keep(device, "f", "error $E$", "if $S$ = lan1", "field extra", "check word", "endif",
          "field name", "check word", files=("f@lan1", "f@lan2", "g"))
     for name in ("lan1", "lan2"):
@@ -155,7 +155,7 @@ def test_a_sub_item_is_one_that_the_device_ships_with(device):
         assert page.errors[-1] in ("There is no such page here.", "The request was refused."), name
         said = task(device, "--write", "f", name, given={"name": "x"})
         assert said["error_msg"] == "There is no such page here.", name
-    # A template of such a name has no file that is another form's.
+    # A template of such a name never uses another form's file.
     keep(device, "f@lan1", "field name")
     said = task(device, "--write", "f@lan1", script="data/scripts/f@lan1.sh", given={"name": "x"})
     assert said["error_msg"] == "There is no such page."
@@ -164,7 +164,7 @@ def test_a_sub_item_is_one_that_the_device_ships_with(device):
     assert stored(device, "f@lan1") == ["extra=e", "name=lan1"]
 
 
-def test_what_is_not_drawn_may_be_blank_wherever_it_is_judged(device):
+def test_fields_not_drawn_may_be_blank_in_every_check(device):
     hidden = ("field port", "check decimal 1 99", "select m", "choice a A", "iselect z zs", "endif")
     for condition, title in (("if $X$", "changes_saved"), ("if $V:on$", "changes_saved"),
                              ("ifnot $X$", "Test form")):
@@ -177,7 +177,7 @@ def test_what_is_not_drawn_may_be_blank_wherever_it_is_judged(device):
         assert ("error_msg" in said) == (title == "Test form"), (condition, said)
 
 
-def test_letter_case_makes_no_other_name(site):
+def test_names_ignore_letter_case(site):
     keep(site, "f", "error $E$", "field code", "check word", "field My_Pin", "check nullok word",
          "checkbox my_PIN_clear", *(s.format("table t 2") for s in TABLE[1:]),
          shipped=("Code=old", "MY_PIN=1234", "TO0=10.0.0.1", "To1=10.0.0.2", "USE0=True"))
@@ -194,7 +194,7 @@ def test_letter_case_makes_no_other_name(site):
     assert sorted(stored(site)) == ["My_Pin=", *kept[1:]]
 
 
-def test_a_secret_is_kept_unseen_and_emptied_by_its_box_alone(device):
+def test_a_secret_is_never_shown_and_cleared_only_by_its_box(device):
     keep(device, "f", "error $E$", "field wifi_passphrase", "check nullok text",
          "checkbox wifi_passphrase_clear", "field name", "check nullok text",
          "checkbox tidy_clear", shipped=("name=a",))
@@ -220,7 +220,7 @@ def test_a_secret_is_kept_unseen_and_emptied_by_its_box_alone(device):
 
 
 @pytest.mark.parametrize("place", ["state", "defaults"])
-def test_what_a_script_has_kept_secret_stays_so_without_one(device, place):
+def test_a_script_s_secret_stays_secret_without_the_script(device, place):
     keep(device, "f", "error $E$", "field code 20", "check nullok text",
          "field name 20", "check word", shipped=("name=x",))
     path = device.folder / "data" / place / "f"
@@ -253,7 +253,7 @@ def test_of_two_pages_the_older_one_saves_nothing(site):
     assert second.press("Submit", name="b").title == "changes_saved"
     assert first.press("Submit", name="c").errors[:1] == [
         "This page is older than the last save. Please open it again."]
-    assert second.press("Submit", name="d").title == "changes_saved"  # by Back
+    assert second.press("Submit", name="d").title == "changes_saved"  # after Back
     for stamp in ("1", "0 none", "x y", "-1 x"):
         task(site, "--write", "f", given={"name": "e", "orv_stamp": stamp})
     assert stored(site) == ["name=d"]
@@ -273,7 +273,7 @@ def test_a_hostile_value_is_text_or_is_refused(site, value, kept, policy):
     assert (page.title == "changes_saved") == (lines is not None)
     if kept:
         assert lines == [f"name={value}"]
-    elif lines is not None:  # cut by the page, or a blank in place of it
+    elif lines is not None:  # cut by the page, or replaced by a blank
         assert len(lines) == 1 and not re.search(r'["$\\`\x00-\x1f\x7f]', lines[0])
     assert not os.path.exists(site.folder / "data/state/g")
 
@@ -328,7 +328,7 @@ def test_the_page_and_the_log_say_what_changed_and_by_whom(site):
     (site.scripts / "navbar").write_text("--\nf First\norvmenu Start\n")
     links = [a.get("href").partition("?")[2] for a in site.open("f").all("a")]
     assert links == ["form=f", "form=orvmenu"]
-    assert task(site, "--navbar") == {}  # no form is needed for a bar
+    assert task(site, "--navbar") == {}  # a bar needs no form
 
 
 @pytest.mark.parametrize("bar", [
@@ -357,7 +357,7 @@ def test_a_page_shows_the_bar_that_the_form_prints(site, bar, place):
     assert "Keep" not in site.open("f").body
 
 
-def test_an_action_of_its_name_is_asked_for_behind_the_save(site):
+def test_an_action_with_the_form_s_name_is_requested_after_the_save(site):
     keep(site, "f", "field name", "check word")
     site.template("changes_saved", "text Note: $V:saved_note$.", title="changes_saved")
     acts, actions = site.folder / "acts", site.folder / "data/actions"
@@ -372,7 +372,7 @@ def test_an_action_of_its_name_is_asked_for_behind_the_save(site):
     reader = os.open(acts / "ask", os.O_RDWR | os.O_NONBLOCK)
     assert "Note: ." in site.open("f").press("Submit", name="c").body
     assert os.read(reader, 100).split() == [b"f"]
-    site.open("f").press("Submit", name="a b")  # what is refused asks for nothing
+    site.open("f").press("Submit", name="a b")  # a refused save requests nothing
     with pytest.raises(BlockingIOError):
         os.read(reader, 100)
     os.close(reader)

@@ -1,4 +1,4 @@
-"""The last saves, the ways back behind them, and keeping a change, at a terminal."""
+"""The last saves, undoing them, and keeping a change, at a terminal."""
 
 import json
 import os
@@ -15,14 +15,14 @@ SECRETS = ["correct-horse", "battery-staple", "tr0ub4dor-and-3", "k3y-of-a-scrip
 
 
 def saves(site):
-    """The history as a program reads it, the newest first."""
+    """The history as programs read it, the newest first."""
     done = run(site, "--json", "history")
     assert done.returncode == 0 and done.stderr == "", done
     return json.loads(done.stdout)
 
 
 def store(site, form_name, order, *more, **env):
-    """What a script of that form would order."""
+    """Stores an order as a script of that form would."""
     folders = {"ORV_STATE": str(site.folder / "data/state"), "ORV_DEFAULTS": str(site.folder / "data/defaults"),
                "ORV_TEMPLATES": str(site.folder / "data/templates")}
     done = subprocess.run([STORE, "store", "-", form_name, *more], input=order, text=True, capture_output=True,
@@ -31,14 +31,14 @@ def store(site, form_name, order, *more, **env):
     return done.stdout
 
 
-def test_the_last_ten_saves_are_told(site):
-    """Who, from where, which form, and what, of a page and of a terminal alike; a
-    step of several forms is one save."""
+def test_the_last_ten_saves_are_listed(site):
+    """User, address, form and changes, for a page and for a terminal alike; a step of
+    several forms is one save."""
     device(site)
     assert saves(site) == [] and run(site, "history").stdout == ""
     site.post({"cgi_vars_loaded": "1", "form": "a", "action": "Submit", "x": "$L$<b>\x1b[31m", "y": "é"},
               REMOTE_USER="web user", REMOTE_ADDR="192.0.2.7")
-    assert not saves(site)  # a value that nothing can hold was no save
+    assert not saves(site)  # a value that cannot be stored is no save
     site.post({"cgi_vars_loaded": "1", "form": "a", "action": "Submit", "x": "<b>", "y": ""},
               REMOTE_USER="web user", REMOTE_ADDR="192.0.2.7")
     run(site, "set", "port/lan3", "port_use=Desk")
@@ -60,14 +60,15 @@ def test_the_last_ten_saves_are_told(site):
 
 
 def test_no_secret_is_in_the_history(site):
-    """Not by its name, not by a script's word, and neither the old one nor the new."""
+    """Whether its name or a script makes it secret, and neither the old value nor the
+    new."""
     device(site)
     folder = site.folder / "data/state"
     for value in SECRETS[:2]:
         run(site, "set", "wireless", "wl_on=True", "wl_name=L", f"wl_passphrase={value}")
     for value in SECRETS:
         store(site, "k", f"@guard 900\n@secret code\n> k\ncode={value}\ncode_hint=x{len(value)}\nadmin_pin={value}\n")
-    store(site, "k", "@secret code\n> k\nplain=1\n")  # gone, and still a secret
+    store(site, "k", "@secret code\n> k\nplain=1\n")  # removed, and still a secret
     kept = "".join(p.read_text() for p in [folder / ".history", folder / ".pending/.info", *folder.glob("wireless")])
     told = run(site, "history").stdout + run(site, "--json", "history").stdout
     assert "code: changed" in kept and "Passphrase: changed" in told and "code_hint=x" in kept
@@ -75,7 +76,7 @@ def test_no_secret_is_in_the_history(site):
         assert value not in kept + told, value
 
 
-BACK = [  # what was changed since the device was shipped, in this order
+BACK = [  # the changes since the device was shipped, in this order
     ["set", "network", "host_name=gw-2", "ip6_mode=off", "dns_search=lan.example"],
     ["set", "wireless", "wl_on=True", "wl_name=Larch", "wl_passphrase=correct-horse", "wl_band=2", "wl_channel=6"],
     ["rows", "firewall", "rules", "delete", "1"],
@@ -88,8 +89,8 @@ BACK = [  # what was changed since the device was shipped, in this order
 
 
 def test_every_save_can_be_undone_by_its_number(site):
-    """From the end, the way back behind each save shows what the device showed then;
-    the way back is a save itself, and has a way back."""
+    """Undoing the saves from the last to the first brings back the state before each;
+    undoing is a save itself, and can be undone."""
     demo(site)
     states = []
     for words in BACK:
@@ -109,7 +110,7 @@ def test_every_save_can_be_undone_by_its_number(site):
         last += 1
         if number == 1:
             break
-        assert run(site, "restore", str(last)).returncode == 0  # and back again
+        assert run(site, "restore", str(last)).returncode == 0  # undoes the restore
         assert run(site, "dump").stdout == states[-1]
         last += 1
         if len({s["number"] for s in saves(site)}) == 10:  # room for the older ones
@@ -120,9 +121,9 @@ def test_every_save_can_be_undone_by_its_number(site):
     assert not leftovers(site)
 
 
-def test_who_goes_back_is_judged_like_who_saves(site):
-    """What a script refuses now is not saved, and nothing is then; what a form computes,
-    it computes anew; what is unknown is said."""
+def test_a_restore_is_checked_like_a_save(site):
+    """If a script now refuses a value, nothing is saved; a form's computed values are
+    computed again; unknown numbers are reported."""
     device(site, a={"before": "echo a >>wrote"}, c={"judge": "[[ ${orv[x]} != old || ! -e strict ]] || orv_msg 'No longer'",
                                                     "before": "orv[y]=${orv[x]}-made"})
     for value in ("old", "new"):
@@ -149,9 +150,9 @@ def test_who_goes_back_is_judged_like_who_saves(site):
     assert done.returncode == 1 and "orvctl: b: " in done.stderr and stored(site) == before
 
 
-def test_what_is_too_much_to_keep_is_told_and_not_undone(site):
-    """A large save leaves the history small, and a way back behind it is refused rather than
-    taken by half."""
+def test_a_save_too_large_for_the_history_is_listed_and_not_undone(site):
+    """The history stays small after a large save, which cannot be undone rather than
+    undone by half."""
     device(site)
     history = site.folder / "data/state/.history"
     run(site, "set", "a", "x=1")
@@ -165,10 +166,10 @@ def test_what_is_too_much_to_keep_is_told_and_not_undone(site):
         before = stored(site)
         done = run(site, "restore", number)
         assert done.returncode == 1 and "has changed too much to be undone" in done.stderr and stored(site) == before
-    for i in range(15):  # each with a way back that is nearly too long
+    for i in range(15):  # the old values of each nearly fill the history
         store(site, "big", "> big\n" + "".join(f"p{n}={i}{'v' * 200}\n" for n in range(90)))
     assert history.stat().st_size < 66_000 and 2 <= len(saves(site)) < 10
-    # Nor is a step taken by half whose first saves have gone.
+    # A step is not undone by half either when its first saves are gone.
     for name in ("f", "g", "h", "i"):
         form(site, name, before=f"for n in {{0..99}}; do orv[{name}$n]=$RANDOM${{orv[x]}}{'w' * 200}; done",
              after=f"orv_store big{name} {name}{{0..99}}")
@@ -181,8 +182,8 @@ def test_what_is_too_much_to_keep_is_told_and_not_undone(site):
 
 
 def test_a_reset_is_the_form_over_nothing(site):
-    """It is what the device shows when nothing was ever stored, saved with its checks; it
-    asks first, and secrets stay."""
+    """It saves the form as shown when nothing was ever stored, with its checks; it asks
+    first, and secrets stay."""
     demo(site)
     shipped = run(site, "dump").stdout
     for words in BACK[:7]:
@@ -219,9 +220,9 @@ def test_a_reset_asks_at_a_terminal(site):
         assert values(site)["a"][0] == value and ("nothing was saved" in asked) == (status == 1), (said, asked)
 
 
-def test_a_terminal_says_how_to_keep_a_change(site):
-    """set, rows, apply, restore and reset say that it goes back, when, and how to keep it;
-    confirm keeps it, once, and says what it was."""
+def test_orvctl_says_how_to_keep_a_change(site):
+    """set, rows, apply, restore and reset say when it goes back, and how to keep it;
+    confirm keeps it, once, and describes it."""
     device(site, a={"before": "orv_guard 900"}, b={"before": "orv_guard 900 sleep 1000"})
     line = r"orvctl: this goes back at \d\d:\d\d:\d\d, in (900|89\d) seconds, unless it is kept by then: orvctl confirm\n"
     none = run(site, "confirm")
@@ -232,19 +233,19 @@ def test_a_terminal_says_how_to_keep_a_change(site):
             run(site, "set", "a", "x=again")
         done = run(site, *words)
         assert done.returncode == 0 and len(re.findall(line, done.stderr)) == 1, (words, done)
-        assert "goes back" not in run(site, *words).stderr  # nothing differs, or not to save
+        assert "goes back" not in run(site, *words).stderr  # no change, or a dry run
         kept = run(site, "confirm")
         assert kept.returncode == 0 and kept.stdout.startswith("The change is kept.\nText: "), (words, kept)
         assert run(site, "confirm").returncode == 1
     told = json.loads(run(site, "--json", "set", "a", "x=j").stdout)["pending"]
     assert re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4}", told.pop("until")) and 890 < told.pop("left") <= 900
     assert told == {"seconds": 900, "in_use": True, "keep": "orvctl confirm"}
-    assert "goes back" not in run(site, "set", "c", "x=1").stderr  # it is another's
+    assert "goes back" not in run(site, "set", "c", "x=1").stderr  # another form's change
     assert json.loads(run(site, "--json", "confirm").stdout) == {"result": "kept", "changes": ["Text: blank -> j"]}
     dump(site, "k", "a")
     assert json.loads(run(site, "--json", "apply", "dump").stdout)[-1]["pending"]["keep"] == "orvctl confirm"
     assert run(site, "--dry-run", "confirm").returncode == 2 and run(site, "confirm").returncode == 0
-    # What the device does not use yet cannot be kept.
+    # A change that the device does not use yet cannot be kept.
     done = run(site, "set", "b", "x=1")
     assert "orvctl: this goes back 900 seconds after the device uses it, unless it is kept by then" in done.stderr, done
     done = run(site, "confirm")
@@ -252,7 +253,7 @@ def test_a_terminal_says_how_to_keep_a_change(site):
 
 
 def test_a_page_shows_the_history_as_text(site):
-    """Whatever stands in it: no value, end of a line or element comes of it."""
+    """Whatever it contains, it adds no value, line end or element."""
     demo(site)
     run(site, "set", "system", "place=Cellar")
     page = site.open("history")

@@ -1,7 +1,7 @@
-"""Random requests: whatever is sent, only a good Submit reaches the scripts.
+"""Random requests: whatever is sent, only a valid Submit reaches the scripts.
 
-Nothing here knows how the executable keeps values: a request is judged by what
-was sent first of each name, and by what the scripts were given.
+Nothing here depends on how the executable stores values: a request is judged by
+the first value of each name, and by the scripts' input.
 """
 
 import collections
@@ -14,7 +14,7 @@ REQUESTS = 2200 if LONG else 330
 FORM = """\
 error $E$;field name 20;check word;field port;check nullok number 1 100;checkbox on
 select mode;choice a A;choice b B;if $V:on$;field extra;check word;endif"""
-# The check script refuses one name and one port in its own ways.
+# The check script refuses one name and one port, each in a different way.
 CHECK = r"""! grep -qax 'new_name="refuse"' f.check || echo error_name=No
 ! grep -qax 'new_port="13"' f.check"""
 REFUSED = re.compile(rb'^(new_name="refuse"|new_port="13")$', re.M)
@@ -25,18 +25,18 @@ TRUTH = {b"true": True, b"1": True, b"false": False, b"0": False, b"": False}
 
 
 def assert_submit(fields):
-    """The request asks for a save, as far as fields of the page's own go."""
+    """The request asks for a save, judging by the page's own fields."""
     first = {}
     for name, value in fields:
         first.setdefault(name.partition(b"\0")[0], value.partition(b"\0")[0])
     assert (first[b"form"], first[b"action"]) == (b"f", b"Submit")
     assert b"cgi_vars_loaded" in first
-    # names that would choose an origin are dropped
+    # names with the prefix of an origin are dropped
     assert not [name for name in first if re.match(rb"delete_(?![duco]_)", name)]
 
 
 def assert_checked(given):
-    """Every value has passed the checks of the form."""
+    """Every value passes the form's checks."""
     values = {name.lower(): value for name, value in FIELD.findall(given)}
     assert WORD.fullmatch(values[b"name"]) and values[b"mode"] in (b"a", b"b")
     port = values.get(b"port") or b"1"
@@ -113,7 +113,7 @@ table rules 3 2;field name;checkbox on;select mode;choice a A;choice b B;help He
 
 
 def rows_of(page):
-    """What the user sees of each row, and whether it can be deleted."""
+    """Each row as the user sees it, and whether it can be deleted."""
     names = {e.get("name") for e in page.inputs("checkbox")}
     posted, rows = dict(page.fields()), []
     while f"on{len(rows)}" in names:
@@ -124,7 +124,7 @@ def rows_of(page):
 
 
 def edit(rng, rows):
-    """Has the user mark some rows for deletion and change some; the marks."""
+    """Marks some rows for deletion and changes some, as a user; returns the marks."""
     marks = [k for k, row in enumerate(rows) if row[3] and rng.random() < 0.2]
     for row in rng.sample(rows, rng.randint(0, len(rows))):
         place = rng.randrange(3)
@@ -145,7 +145,7 @@ def press(page, label, rows, marks):
 
 
 def saved_rows(site, count):
-    """The rows that the write script was given, and the entries behind them."""
+    """The rows in the write script's input, and the entries after them."""
     given = dict(re.findall('new_(.+)="(.*)"', "\n".join(site.given("t", "write") or [])))
     rows = [[given.get(f"name{k}", ""), given.get(f"on{k}") not in (None, "", "False"),
              given.get(f"mode{k}")] for k in range(count)]
@@ -155,8 +155,8 @@ def saved_rows(site, count):
 
 
 def session(site, rng):
-    """One user's way through the table; False where the page or what is saved
-    is not what the user saw and did."""
+    """One user's edits of the table; False if the page or the saved rows differ from
+    what the user saw and did."""
     device = [[rng.choice("xyz"), rng.choice(["True", "False", "", None]),
                rng.choice("ab")] for _ in range(rng.randrange(5))]
     (site.folder / "device").write_text("always_submit=1\n" + "".join(

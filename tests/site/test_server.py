@@ -22,7 +22,7 @@ cgi.assign = ("/cgi-bin/orv" => "")
 
 
 class ServedSite(Site):
-    """A device whose requests go to a web server at the socket `server`."""
+    """A device whose requests go to a web server on the socket `server`."""
 
     def run(self, env, body=b""):
         to = http.client.HTTPConnection("device")

@@ -1,5 +1,5 @@
-"""The folder of the settings: what readers, savers and administrators see of it
-while others write, and what its files may look like.
+"""The settings folder: what readers, savers and administrators see while others
+write, and which content its files may have.
 """
 
 import contextlib
@@ -52,7 +52,7 @@ class Device:
         return self.run("bash", "-c", text, "script", "--task", "form", **more)
 
     def load(self, *files):
-        """What both readers find, who agree about it: values, or a fault."""
+        """The values or the fault that both readers find; they must agree."""
         status, text = self.store("load", *files)
         found = sorted(text.split("\n")[1:-1]) if status == 0 else "fault"
         _, told = self.script(f"""orv_load {' '.join(files)}
@@ -72,7 +72,7 @@ def device(tmp_path):
 
 @contextlib.contextmanager
 def locked(device, form="net", **env):
-    """Somebody else holds the lock meanwhile."""
+    """Holds the lock as another process meanwhile."""
     with device.start("sleep", "999") as script:
         status, text = device.store("input", str(script.pid), form, env=env)
         assert status == 0 and text.startswith("ok\nholder "), text
@@ -92,8 +92,8 @@ READERS = {
 
 
 def test_readers_never_see_half_of_a_save(device):
-    """While files, a put back and a reset are committed, every reader finds two
-    equal counters."""
+    """While saves, a reverted change and a reset are committed, every reader finds
+    two equal counters."""
     for name in "ab":
         (device.defaults / name).write_text(f"{name}=0\n")
     over = threading.Event()
@@ -131,7 +131,7 @@ def random_file(rng, heads):
              for _ in range(rng.randrange(9))]
     lines += rng.choices(["# a=b", "", "no line", " a=1", "1a=2"], k=rng.randrange(3))
     rng.shuffle(lines)
-    # Further down they are no heads.
+    # Later lines like that are not heads.
     more = rng.choices(["", "#orv 3 1 -", "#table B"]) if heads + lines else []
     return "\n".join([*heads, *lines, *more]) + rng.choice(["", "\n"])
 
@@ -150,7 +150,7 @@ def test_program_and_library_read_files_alike(device):
         if rng.random() < 0.2:
             (device.state / "f").unlink()
         assert device.load("f") != "fault" or stored > known
-    # Rows that were deleted stay so; what an upgrade brought is there.
+    # Deleted rows stay deleted; new values of an upgrade exist.
     (device.defaults / "f").write_text("new=1\nport0=80\nport1=81\nvia0=x\nold=2\n")
     for head, rows in ((["#orv 2 7 -", "#table port via"], []),
                        (["#orv 1764090000.12.7 1.2"], []), ([], []),
@@ -163,7 +163,7 @@ def test_program_and_library_read_files_alike(device):
         assert device.load("f") == "fault", head
         assert re.search("The settings f are of a newer version",
                          device.store("load", "f")[1])
-        assert device.save("> f\nold=4\n")[0] == 1  # nor is it replaced
+        assert device.save("> f\nold=4\n")[0] == 1  # it is not replaced either
 
 
 @pytest.mark.parametrize("order, text", [
@@ -178,7 +178,7 @@ def test_program_and_library_read_files_alike(device):
     ("> f\nv=2\n" + "".join(f"> f{i}\nv=2\n" for i in range(64)), "too many files"),
     ("@secret s\n" * 257 + "> f\nv=2\n", "too many values"), ("", "cannot be read"),
 ])
-def test_an_order_is_stored_as_it_stands_or_refused(device, order, text):
+def test_an_order_is_stored_unchanged_or_refused(device, order, text):
     assert device.save("> f\nv=1\n\n")[0] == 0
     status, told = device.save(order)
     assert status == 1 and told.startswith("fault ") and text in told
@@ -196,7 +196,7 @@ def test_nobody_waits_for_a_request_that_is_still_coming(device):
 
 
 def test_fields_that_no_form_has_never_cost_the_lock(device):
-    """Whoever brings them is refused while somebody else holds it."""
+    """Such a request is refused even while another process holds the lock."""
     (device.folder / "form.tpl").write_text(
         "title T\nbody\ntable t 2\nfield port 9\nlabel Port\nfield via 9\nlabel Via\n")
     with locked(device):
@@ -204,7 +204,7 @@ def test_fields_that_no_form_has_never_cost_the_lock(device):
             lines = "".join(f'new_{name.format(i)}="1"\n' for i in range(99000))
             assert device.run(HASTY, "input", str(os.getpid()), "form", given=lines) == (
                 1, "fault The request has more fields than any page of this device\n")
-    # The page itself may have all its rows, and some that scripts report.
+    # The page may have all its rows, and some values that scripts report.
     (device.folder / "form.tpl").write_text("title T\nbody\ntable t 12\n" + "".join(
         f"field {column} 9\nlabel L\n" for column in "abcdefghijkl"))
     lines = "".join(f'new_{name}{i}="1"\n' for name in [*"abcdefghijkl", "x", "y_"]
@@ -212,21 +212,21 @@ def test_fields_that_no_form_has_never_cost_the_lock(device):
     assert device.store("input", "-", "form", given=lines)[0] == 0
 
 
-def test_who_waits_too_long_is_told_for_what(device):
+def test_waiting_too_long_names_the_holder(device):
     with locked(device, "net", REMOTE_USER="eve", REMOTE_ADDR="192.0.2.7"):
         for words in (["store", "-", "form"], ["reset"]):
             assert device.run(HASTY, *words, given="> f\nv=1\n") == (
                 1, "fault The settings have been in use by net by eve at 192.0.2.7 for "
                    "more than 1 seconds. Please try again\n")
-    assert device.save("> f\nv=1\n", HASTY)[0] == 0  # it is free with its script
+    assert device.save("> f\nv=1\n", HASTY)[0] == 0  # the lock ends with its script
 
 
 def test_a_lock_ends_with_its_script_and_is_never_taken_for_held(device):
-    # A daemon that it leaves behind has all its descriptors.
+    # A daemon left behind inherits all descriptors.
     status, pid = device.script("orv_lock; sleep 60 >/dev/null 2>&1 & echo $!")
     assert status == 0 and device.save("> f\nv=1\n", HASTY)[0] == 0
     os.kill(int(pid), 9)
-    # Somebody has killed the holder: others may have been there since.
+    # The holder was killed: others may have saved since.
     status, text = device.script(
         'orv_lock; orv_load f; kill -9 "$orv__lock"; tail --pid="$orv__lock" -f '
         '/dev/null; orv[v]=2; orv_store f v')
@@ -246,14 +246,14 @@ def test_one_program_serves_a_script_for_its_life(device):
             ("orv_lock; LC_ALL=C.UTF-8; orv[a]='\u00e4 \u2192'; " + store, "0", "\u00e4 \u2192"),
             ("orv_lock; orv_read PORT#; orv[a]=${orv[PORT7]}${orv__beyond// }; " + store, "0", "Port7PORT"),
             ("orv_lock; kill -9 $orv__server; orv_msg() { echo msg; }; " + store, "msg\n1", None),
-            # It dies after the library looked and before it asks.
+            # It dies after the library has checked and before the request.
             ("orv_lock; kill -9 $orv__server; sleep 0.1; orv__is_served() { true; }; "
              "orv_msg() { echo msg; }; " + store, "msg\n1", None)):
         device.store("reset")
         status, told = device.script(text, given=given)
         assert (status, told) == (0, f"{said}\n"), text
         assert device.load("f") == ([f"a={stored}"] if stored else []), text
-    # It may go on as another program, which has the lock until it ends.
+    # It may continue as another program, which has the lock until it ends.
     with device.start("bash", "-c", f". {LIBRARY}/orv.bash; orv_lock </dev/null; echo; exec sleep 999") as script:
         assert script.stdout.readline() == "\n"
         assert "in use by" in device.save("> f\nv=1\n", HASTY)[1]
@@ -262,8 +262,8 @@ def test_one_program_serves_a_script_for_its_life(device):
 
 
 def test_many_fields_cost_the_lock_at_most_two_ordinary_saves(device):
-    """As many as any page may have that its form does not know, all this while
-    the lock is held; of a busy machine, the best runs count."""
+    """As many unknown fields as any page may have, measured while the lock is held;
+    only the best runs count, for a busy machine."""
     names = [f"field{i}" for i in range(12)]
     cells = [f"{c}{i}" for c in ("port", "to", "note", "proto") for i in range(8)]
     (device.folder / "form.tpl").write_text("title T\nbody\n" + "".join(
@@ -273,7 +273,7 @@ def test_many_fields_cost_the_lock_at_most_two_ordinary_saves(device):
         orv_pack port to note proto; orv_store f {' '.join(names)} "${{cells[@]}}"
         to=$EPOCHREALTIME; echo $((${{to/./}} - ${{from/./}}))"""
     ordinary = "".join(f'new_{n}="value"\n' for n in [*names, *cells])
-    # The largest that is let in: values as long as a page's line.
+    # The largest request accepted: values as long as a page's line.
     many = ordinary + "".join(f'new_other{i}x="{"y" * 200}"\n' for i in range(950))
     best = {ordinary: 1e9, many: 1e9}
     for _ in range(40):
@@ -286,7 +286,7 @@ def test_many_fields_cost_the_lock_at_most_two_ordinary_saves(device):
     raise AssertionError(best.values())
 
 
-def test_savers_are_never_in_at_the_same_time(device):
+def test_savers_never_hold_the_lock_together(device):
     savers = [device.start("bash", "-c", f"""for i in {{1..10}}; do
         bash -c '. {LIBRARY}/orv.bash; orv_lock; orv_load f
           orv[n]=$((orv[n] + 1)); orv_store f n' </dev/null; done""")
@@ -317,8 +317,8 @@ def test_a_table_keeps_a_hundred_rows(device):
     assert "port99=99" in device.load("f")
 
 
-def test_an_order_of_any_size_is_never_written_to_a_file_that_others_have(device):
-    """It may hold secrets: it goes through a pipe."""
+def test_an_order_of_any_size_is_never_written_to_a_file_others_can_read(device):
+    """It may contain secrets, so it goes through a pipe."""
     program = device.folder / "program"
     program.write_text(f"""#!/bin/bash
         [[ $1 != store || -p /dev/stdin ]] || {{ echo 'fault a file'; exit 1; }}
@@ -340,7 +340,7 @@ clock={{0}}
 
 
 @pytest.mark.parametrize("number, left", [(-2**63, 0), (-1, 0), ("x", 0), (10**30, None)])
-def test_no_planted_number_is_out_of_reach(device, number, left):
+def test_planted_numbers_do_no_harm(device, number, left):
     pending = device.state / ".pending"
     pending.mkdir()
     for name, text in ((".token", "t"), (".armed", ""), (".info", PLANTED.format(number))):
@@ -352,7 +352,7 @@ def test_no_planted_number_is_out_of_reach(device, number, left):
 
 
 @pytest.mark.parametrize("path", [".generation", ".pending/.new", ".lock", ".history", "f"])
-def test_nobody_waits_for_what_is_no_file(device, path):
+def test_nobody_waits_for_something_that_is_not_a_file(device, path):
     (device.state / ".pending").mkdir()
     (device.state / ".pending/.token").write_text("t")
     os.mkfifo(device.state / path)
@@ -366,7 +366,7 @@ def test_nobody_waits_for_what_is_no_file(device, path):
 
 # --- whose files they are -----------------------------------------------------
 
-def test_a_disk_that_nobody_may_write_to_is_named(device):
+def test_a_folder_that_cannot_be_written_is_named(device):
     script = f"""printf '> a\nv=old\n' | {STORE} store - form >/dev/null
         mount --bind "$ORV_STATE" "$ORV_STATE" && mount -o remount,bind,ro "$ORV_STATE"
         printf '> a\nv=new\n' | {STORE} store - form; {STORE} reset a
@@ -391,7 +391,7 @@ def test_a_reset_makes_no_file_of_a_name_by_mistake(device):
     assert device.names() == before
 
 
-def test_nothing_that_a_terminal_obeys_is_printed(device):
+def test_no_terminal_control_sequence_is_printed(device):
     (device.state / ".history").write_text(
         "@ 1 0 a - f saved\n= a\x1b[2Jb\tc\x7f\u009bd\u00e4\n")
     (device.state / ".pending").mkdir()
@@ -416,8 +416,8 @@ def test_a_full_disk_leaves_the_old_settings_and_nothing_else(device):
 
 
 def owned_device(folder):
-    """A device of the user that the web server has, where root may make one,
-    and what makes a process that user's."""
+    """A device of the web server's user, if root can make one, and the function that
+    switches a process to that user."""
     device = Device(folder)
     user = {}
     if os.geteuid() == 0:
@@ -429,13 +429,13 @@ def owned_device(folder):
 
 @pytest.fixture
 def open_folder():
-    """One that every user reaches."""
+    """A folder that every user can reach."""
     with tempfile.TemporaryDirectory() as folder:
         os.chmod(folder, 0o755)
         yield pathlib.Path(folder)
 
 
-def test_an_administrator_locks_no_web_server_out(open_folder):
+def test_an_administrator_does_not_lock_the_web_server_out(open_folder):
     device, user = owned_device(open_folder)
     assert device.save("> f\nv=1\n")[0] == 0
     assert device.script("orv[v]=2; orv_store f v") == (0, "")
@@ -448,7 +448,7 @@ def test_an_administrator_locks_no_web_server_out(open_folder):
     device.state.chmod(0o700)
     if not user:
         return
-    # What others can replace is not trusted: a link, a folder of somebody's.
+    # Nothing that others can replace is trusted: a link, another user's folder.
     (open_folder / "link").symlink_to(device.state)
     os.chmod(open_folder / "defaults", 0o777)
     shutil.copytree(device.state, open_folder / "defaults" / "state")
@@ -477,8 +477,8 @@ FAULTY = {
 
 @pytest.mark.parametrize("where", ["file", "folder", "above", "defaults"])
 @pytest.mark.parametrize("with_script", [True, False])
-def test_what_cannot_be_read_is_an_error_page(open_folder, where, with_script):
-    """Never the shipped value, nor a form without one, which could be saved."""
+def test_an_unreadable_file_gives_an_error_page(open_folder, where, with_script):
+    """Never the shipped value, nor a form without values that could be saved."""
     device, user = owned_device(open_folder)
     data = open_folder / "data"
     for name in ("templates", "scripts"):

@@ -1,5 +1,5 @@
-"""What the strict policy refuses, and that nothing it lets through forges a
-script's input or is run by one."""
+"""What the strict policy refuses, and that nothing it accepts forges a script's
+input or runs as a command."""
 
 import os
 import pathlib
@@ -41,7 +41,7 @@ HOST = "the host asked is not in ORV_HOSTS"
 LINK = {"REQUEST_METHOD": "GET"}
 FORM = [("form", "f")]
 REQUESTS = [
-    # fields, what differs from a post without headers, the fault
+    # fields, changes to a post without headers, the fault
     (FORM, LINK, None),
     ([*FORM, ("action", "Submit")], {"HTTP_ORIGIN": "null"}, None),
     (SUBMIT, {}, None),
@@ -56,14 +56,14 @@ REQUESTS = [
     (SUBMIT, LINK, "a page's state was not posted"),
     (SUBMIT, OWN | {"HTTP_HOST": "gate"}, FOREIGN),
     (SUBMIT, OWN | {"HTTP_SEC_FETCH_SITE": "cross-site"}, FOREIGN),
-    # a page that another program of the machine serves
+    # a page served by another program on the machine
     (SUBMIT, OWN | {"HTTP_ORIGIN": "http://gw:81", "SERVER_PORT": "80"}, FOREIGN),
     (SUBMIT, OWN | {"HTTP_ORIGIN": "http://gw:81", "SERVER_PORT": "81"}, None),
-    # somebody's name that means the device's address by now
+    # an attacker's name that now resolves to the device
     (FORM, LINK | {"HTTP_HOST": "evil.com:80"}, HOST),
     (SUBMIT, {"HTTP_HOST": "evil.com", "HTTP_ORIGIN": "http://evil.com"}, HOST),
     (FORM, LINK | {"HTTP_HOST": "my.com", "ORV_HOSTS": "evil.org my.com"}, None),
-    # links that put text and deletions of their own into a page
+    # links that put their own text and deletions into a page
     ([*FORM, ("error_x", "$N:HTTP_AUTHORIZATION$")], LINK, "a field is a message"),
     ([*SUBMIT, ("error_u_x", "")], OWN, "a field is a message"),
     ([*FORM, ("delete_t_0", "True")], LINK, "a deletion came without a page's state"),
@@ -75,7 +75,7 @@ REQUESTS = [
 ]
 
 
-def test_a_refusal_is_a_page_of_its_own_before_anything_runs(strict):
+def test_a_refusal_is_a_separate_page_before_anything_runs(strict):
     for fields, env, fault in REQUESTS:
         if env.get("REQUEST_METHOD") == "GET":
             env = env | {"QUERY_STRING": urllib.parse.urlencode(fields)}
@@ -93,7 +93,7 @@ def test_the_build_decides_and_the_environment_can_only_be_stricter(
         strict, monkeypatch):
     strict.form_script("f", read='echo "x=${HTTP_PROXY-none}"')
     builds = [conftest.ORV, os.environ["ORV_STRICT"]]
-    # whether the build is strict, the environment, whether the policy is
+    # whether the build is strict, the environment, whether the policy is strict
     table = [(0, None, 0), (0, "strict", 1), (0, "Strict", 0), (0, "", 0),
              (1, None, 1), (1, "open", 1), (1, "", 1)]
     for build, policy, expected in table:
@@ -104,7 +104,7 @@ def test_the_build_decides_and_the_environment_can_only_be_stricter(
         assert strict.open("f").control("x").get("value") == proxy
 
 
-def test_no_form_opens_what_is_outside_the_templates(strict):
+def test_no_form_opens_a_file_outside_the_templates(strict):
     secret = strict.folder / "secret"
     secret.write_text("root:x\n")
     (strict.templates / "own.tpl").symlink_to(secret)
@@ -150,7 +150,7 @@ HOSTILE = ["a[$(>R)]", "; >R;$(>R)`>R`'; >R; '", '"; >R; "', "*", "../R", "x" * 
            "\u00e9" * 120, "\x1b[0m\\\udcff", "a\r>R", "a\r\n>R\r\n", "a\n>R"]
 KEPT = {"form", "subitem", "cgi_vars_loaded"}
 INPUT = re.compile("^(?:field|i?select|checkbox) ([^ ]+)", re.M)
-STATE = re.compile(rb'(#orv [0-9. -]+\n(#table[a-z0-9_ *]*\n)?)?(#version \d+\n)?'  # no page shows a secret again
+STATE = re.compile(rb'(#orv [0-9. -]+\n(#table[a-z0-9_ *]*\n)?)?(#version \d+\n)?'  # a secret, which no page shows
                    rb'([a-z0-9_]+=[^"$\\`]*\n|\w+_pass(word|phrase)=[^"\n]*\n)*')
 REPORT = re.compile(rb'((?=.{0,249}\n)[a-z][a-z0-9_]*=(".*"|[^"\']*)\n)*')
 JUNK = b'new_x=x="1"\nnew_="\nnew_PATH=""\nnew_orv="1"\nnew_%s="1"\nnew_a[$(>R)]="1"\n' % (
@@ -162,7 +162,7 @@ def files(folder):
 
 
 def script(site, form, task, lines=b""):
-    """What the form's script says to lines that no page let through."""
+    """The output of the form's script for lines that no page would pass on."""
     command = [site.scripts / f"{form}.sh", f"--{task}", form, "lan1"]
     if "--write \"$S$" in (site.templates / f"{form}.tpl").read_text():
         del command[2]
@@ -173,8 +173,8 @@ def script(site, form, task, lines=b""):
 
 
 def saves(site, form, columns, hostile):
-    """Hostile values in all fields of the page; then past it, as cells behind a
-    gap, too, and in one after another.  Yields what the page held before."""
+    """Hostile values in all fields of the page; then without the page, in cells after
+    a gap, too, and in one field after another.  Yields the page's values before."""
     fields = site.open(form, "lan1").fields()
     yield {value.encode("utf-8", "surrogateescape") for _, value in fields}
     names = {name for name, _ in fields} - KEPT
@@ -203,7 +203,7 @@ def test_nothing_that_is_posted_runs_or_escapes_its_check(site, monkeypatch, fol
     data, ran = site.folder / "data", site.folder / "R"
     for part in (p for p in orv_test.device.PARTS if (DEMO.parent / folder / p).exists()):
         orv_test.device.copy_part(DEMO.parent / folder / part, data / part, STORE)
-    for name in ("network", "guard"):  # without what goes back by itself
+    for name in ("network", "guard"):  # without changes that go back
         if (file := site.scripts / f"{name}.sh").exists():
             file.write_text(file.read_text().replace("orv_guard", ":"))
     state = data / "state"
@@ -219,12 +219,12 @@ def test_nothing_that_is_posted_runs_or_escapes_its_check(site, monkeypatch, fol
             known |= own
             assert not ran.exists()
             for file, text in files(state).items():
-                if file.name.startswith("."):  # the store's own
+                if file.name.startswith("."):  # the store's own files
                     continue
                 assert STATE.fullmatch(text), text
                 assert file.name in ("log", "users.keys") or known.issuperset(
                     s for s in re.findall(b"=(.*)", text)
                     if not re.fullmatch(rb"[0-9]*|True|False|\$6\$[./\w$]*", s)), text
-    (data / "log").unlink(missing_ok=True)  # the demo tells there who saved
+    (data / "log").unlink(missing_ok=True)  # the demo logs saves there
     assert {p: t for p, t in files(data).items() if state not in p.parents} == {
         p: t for p, t in device.items() if state not in p.parents}

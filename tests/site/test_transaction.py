@@ -1,4 +1,4 @@
-"""What orvctl applies is stored as one step, and belongs to the web server's user."""
+"""orvctl applies a dump as one step, and the files belong to the web server's user."""
 
 import json
 import os
@@ -17,7 +17,7 @@ from test_orvctl import ORVCTL, demo, stored
 RACES = 200 if LONG else 20
 STORE = os.environ["ORV_STORE"]
 WHO = {"SUDO_USER": "ann", "SSH_CONNECTION": "192.0.2.9 1234 192.0.2.1 22"}
-# A form of two files; `JUDGE` and `BEFORE`, `AFTER` its save are a test's.
+# A form with two files; each test replaces `JUDGE`, and `BEFORE` and `AFTER` its save.
 SCRIPT = """#!/bin/bash
 . "${BASH_SOURCE%/*}/orv.bash"
 [[ $1 != --write ]] || orv_lock
@@ -46,7 +46,7 @@ def form(site, name, judge=":", before=":", after=":"):
 
 
 def device(site, **forms):
-    """The library and three forms, with what a test wants of them."""
+    """The library and three forms, with the test's replacements."""
     demo(site)
     for name in "abc":
         form(site, name, **forms.get(name, {}))
@@ -76,7 +76,7 @@ def all_of(value):
 
 
 def settle(site):
-    """Waits until nothing that was started in the site's folder runs any more."""
+    """Waits until no process started in the site's folder is left."""
     def runs(process):
         try:
             return os.readlink(process / "cwd") == str(site.folder)
@@ -108,8 +108,8 @@ def start_post(site, name, value, orv=ORV, env=(), **more):
     return post
 
 
-def test_a_dump_is_stored_as_a_whole_or_not_at_all_beside_pages(site):
-    """The last form refuses a dump that finds the page's save there already."""
+def test_a_dump_is_stored_completely_or_not_at_all_while_pages_save(site):
+    """The last form refuses a dump if the page's save came first."""
     device(site, c={"judge": '[[ ${orv[x]} != file* || ${orv_was[x]} != "page${orv[x]#file}" ]] || orv_msg Kept',
                     "before": 'echo "${orv_was[x]} ${orv[x]}" >>saves'})
     state, ends = site.folder / "data/state", set()
@@ -120,7 +120,7 @@ def test_a_dump_is_stored_as_a_whole_or_not_at_all_beside_pages(site):
         with subprocess.Popen([ORVCTL, "apply", "dump"], cwd=site.folder, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, text=True) as apply:
             while i % 2 and apply.poll() is None and not list(state.glob(".stage.*")):
-                time.sleep(0.001)  # half of the pages come in the middle of it
+                time.sleep(0.001)  # half of the pages come during the dump
             posts = [start_post(site, name, page) for name in "cab"]
             told, said = apply.communicate(timeout=SECONDS)
         for post in posts:
@@ -145,8 +145,8 @@ LATE = {"c": {"judge": """orv_load b
   orv_read x y"""}}
 
 
-def test_a_form_that_another_one_makes_wrong_takes_all_back(site):
-    """The check of c reads what the same dump has set in b; d has no script of its own."""
+def test_a_form_made_invalid_by_another_undoes_everything(site):
+    """The check of c reads the value that the same dump has set in b; d has no script."""
     device(site, **LATE)
     form(site, "d")
     (site.scripts / "d.sh").unlink()
@@ -154,7 +154,7 @@ def test_a_form_that_another_one_makes_wrong_takes_all_back(site):
     dump(site, "good", "abdc")
     assert run(site, "apply", "dump").stdout.startswith("a: saved\nText: blank → good\n")
     settle(site)
-    assert sorted(lines(site, "ran")) == ["a", "b", "c"]  # once it was stored
+    assert sorted(lines(site, "ran")) == ["a", "b", "c"]  # after it was stored
     log = lines(site, "log")
     assert log.pop() == "5 Settings of a dump applied (ann at 192.0.2.9)"
     assert len(log) == 8 and all(line.endswith("(ann at 192.0.2.9)") for line in log), log
@@ -174,14 +174,14 @@ def test_a_form_that_another_one_makes_wrong_takes_all_back(site):
     assert len(lines(site, "ran")) == 3 and lines(site, "log")[9:] == refusals
 
 
-def test_who_ends_an_apply_ends_all_of_it(site):
+def test_ending_an_apply_ends_all_of_it(site):
     device(site)
     dump(site, "old")
     run(site, "apply", "dump")
     settle(site)
     ran = lines(site, "ran")
     dump(site, "new")
-    # The script goes on, perhaps after somebody else has cleared up.
+    # The script continues, perhaps after another process has cleaned up.
     other = f"env -u ORV_TRANSACTION {ORVCTL} set b x=older >/dev/null"
     for place, more in (("before", ":"), ("after", ":"), ("before", other)):
         form(site, "c", **{place: f"kill -9 $PPID; {more}"})
@@ -200,15 +200,15 @@ def test_who_ends_an_apply_ends_all_of_it(site):
 
 
 def test_scripts_of_any_kind_may_take_part(site):
-    """One form is saved by another's script, two share a file, one fails unheard, one stores by
-    itself, and one is guarded."""
+    """One form is saved by another's script, two share a file, one ignores a failure,
+    one stores by itself, and one is guarded."""
     device(site, a={"before": f"{ORVCTL} set other x=${{orv[x]}}-too y=1 >/dev/null"}, **LATE)
     form(site, "other")
     dump(site, "bad")
     assert run(site, "apply", "dump").returncode == 1 and run(site, "get", "other").stdout == "x=\ny=\n"
     dump(site, "yes")
     assert run(site, "apply", "dump").returncode == 0 and run(site, "get", "other").stdout == "x=yes-too\ny=1\n"
-    # A save that was cut short counts, whatever its script makes of that.
+    # A failed save counts as failed, whatever its script does then.
     device(site)
     form(site, "b", before="(ulimit -f 0; orv_store b x y) >/dev/null; exit 0")
     dump(site, "half")
@@ -216,7 +216,7 @@ def test_scripts_of_any_kind_may_take_part(site):
     assert done.returncode == 1 and done.stdout == "" and "could not be stored\norvctl: nothing was" in done.stderr
     settle(site)
     assert values(site) == all_of("yes") and not leftovers(site)
-    # Two forms of one file: the second knows what the first has set.
+    # Two forms with one file: the second sees the values of the first.
     for name, own in (("b", "x"), ("c", "y")):
         script = site.scripts / f"{name}.sh"
         script.write_text(f"""#!/bin/bash
@@ -228,7 +228,7 @@ def test_scripts_of_any_kind_may_take_part(site):
     (site.folder / "dump").write_text("form b\nx=1\nform c\ny=2\n")
     assert run(site, "apply", "dump").returncode == 0
     assert sorted(stored(site)["both"].split()[-2:]) == ["x=1", "y=2"]
-    # What a script stores by itself is stored, and told.
+    # Values that a script stores by itself are stored and reported.
     site.template("own", "field z")
     site.form_script("own", write="cp own.write kept")
     form(site, "c", before="orv_msg Full; exit 0")
@@ -236,7 +236,7 @@ def test_scripts_of_any_kind_may_take_part(site):
     done = run(site, "apply", "dump")
     assert (done.returncode, done.stdout) == (1, "own: saved\nz: blank → 1\n")
     assert "line 5: Full\n" in done.stderr and "nothing else was saved" in done.stderr and lines(site, "kept")
-    # What is guarded goes back to what was stored before all of it.
+    # A guarded change goes back to the settings before the whole transaction.
     form(site, "c", before='orv_guard 900; [[ ${orv[x]} != 7* ]] || orv_msg Full')
     for value, status in (("70", 1), ("8", 0)):
         dump(site, value, "ac")
@@ -249,8 +249,8 @@ def test_scripts_of_any_kind_may_take_part(site):
     settle(site)
 
 
-def test_no_request_takes_part_and_nobody_who_comes_late(site):
-    """What a transaction has staged shows in no page, and its name is of no use afterwards."""
+def test_no_request_and_no_latecomer_joins(site):
+    """A transaction's staged values appear in no page, and its token is useless afterwards."""
     seen = f"REQUEST_METHOD=GET QUERY_STRING=form=a SCRIPT_NAME=/ SYSLOG_FILE=/dev/null {ORV} >seen"
     looks = [f'{by} {STORE} load a >>looks' for by in ("", "REQUEST_METHOD=GET", "GATEWAY_INTERFACE=CGI/1.1")]
     device(site, c={"before": "; ".join(["echo $ORV_TRANSACTION >>names", seen, *looks])})
@@ -274,7 +274,7 @@ def test_no_request_takes_part_and_nobody_who_comes_late(site):
                               text=True, capture_output=True, check=False)
         assert (done.returncode, "has ended" in done.stdout) == (status, status == 1), done
     assert values(site) == all_of("2nd")
-    # A device without a place for settings has scripts that need none.
+    # A device without a settings folder has scripts that need none.
     site.form_script("f", write="cp f.write kept")
     site.template("f", "field z")
     (site.folder / "dump").write_text("form f\nz=1\n")
@@ -297,9 +297,9 @@ def test_the_log_says_who_changed_what_from_where(site):
         settle(site)
 
 
-def test_root_becomes_the_user_of_the_settings():
-    """What an administrator stores, the web server can change; no file or folder of its user
-    leads root astray."""
+def test_root_switches_to_the_owner_of_the_settings():
+    """The web server can change an administrator's settings; no file or folder of its
+    user misleads root."""
     web, root = 65534, os.geteuid() == 0
     with tempfile.TemporaryDirectory() as folder:
         site = demo(Site(folder))
@@ -316,7 +316,7 @@ def test_root_becomes_the_user_of_the_settings():
         def call(*words):
             return subprocess.run([f"{folder}/orvctl", *words], cwd=folder, capture_output=True, text=True, check=False,
                                   env={"PATH": os.environ["PATH"], "ORV_STORE": f"{folder}/orv-store", "HOME": "/root"})
-        # As long as there is no such folder, nothing changes.
+        # Without such a folder nothing changes.
         assert call("get", "f", "who").stdout.split()[0] == f"who={os.geteuid()}"
         if not root:
             return
@@ -327,7 +327,7 @@ def test_root_becomes_the_user_of_the_settings():
         assert call("set", "a", "x=gw-2").returncode == 0
         assert call("set", "f", "z=1").returncode == 0 and (state / "by").read_text() == f"{web}\n"
         (site.folder / "dump").write_text("form system\nplace=Cellar\n")
-        (site.folder / "dump").chmod(0o600)  # only root's to read
+        (site.folder / "dump").chmod(0o600)  # only root can read it
         assert call("apply", "dump").stdout.startswith("system: saved\n")
         assert {(f.lstat().st_uid, f.lstat().st_gid) for f in state.rglob("*")} == {(web, web)}
         env = {PRELOAD: "", "ORV_STORE": f"{folder}/orv-store"}
@@ -338,7 +338,7 @@ def test_root_becomes_the_user_of_the_settings():
         (data / "scripts/orv.bash").chmod(0o600)
         assert "data/scripts/orv.bash cannot be read by user " in call("get", "a").stderr
         (data / "scripts/orv.bash").chmod(0o644)
-        # What the web server's user cannot read, and what it could have put there.
+        # Files that the web server's user cannot read, or could have put there.
         for change, message in ((lambda: (data / "scripts").chmod(0o700), "data/scripts cannot be read by user "),
                                 (lambda: data.chmod(0o777), "others could replace"),
                                 (lambda: os.chown(data, web, web), "others could replace"),
@@ -353,7 +353,7 @@ def test_root_becomes_the_user_of_the_settings():
         assert "z=2" not in (state / "by").read_text()
 
 
-def test_forms_of_one_step_go_back_with_what_each_of_them_needs(site):
+def test_forms_saved_as_one_step_go_back_each_with_its_own_command(site):
     device(site, **{name: {"before": f"orv_guard 900 eval 'echo {name} >>applied'"} for name in "ab"})
     dump(site, "new", "ab")
     done = run(site, "apply", "dump")

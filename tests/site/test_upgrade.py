@@ -1,5 +1,5 @@
-"""The life of the settings: a firmware with another version of a form, the
-maker's program that brings them over, and the ways back."""
+"""Settings over upgrades: a firmware with another version of a form, the maker's
+program that migrates them, and the ways back."""
 
 import os
 import pathlib
@@ -19,7 +19,7 @@ NEW = "newer version"
 
 
 class Firmware(Device):
-    """A device whose maker ships versions of forms and programs between them."""
+    """A device whose maker ships new versions of forms and programs to migrate them."""
 
     def __init__(self, folder):
         super().__init__(folder)
@@ -39,7 +39,7 @@ class Firmware(Device):
         return (self.state / name).read_text()
 
     def upgrade(self, program=STORE):
-        """What the boot script is told."""
+        """The output that the boot script gets."""
         self.log.write_text("")
         return self.run(program, "migrate", env={
             PRELOAD: SHIM, "SYSLOG_FILE": str(self.log),
@@ -51,7 +51,7 @@ def firmware(tmp_path):
     return Firmware(tmp_path)
 
 
-VERSIONS = [  # stored, shipped, whether there is a program, what a page finds
+VERSIONS = [  # stored, shipped, whether there is a program, the values of a page
     ("#orv 2 7 -\n#table\nv=1\n", "new=1\n", True, None),
     ("#orv 2 7 -\n#table\nv=1\n", "#version 1\nnew=1\n", True, None),
     ("#orv 2 7 -\n#table\n#version 3\nv=1\n", "#version 3\nnew=1\n", True, None),
@@ -72,7 +72,7 @@ VERSIONS = [  # stored, shipped, whether there is a program, what a page finds
 ]
 
 
-def test_settings_of_another_version_are_used_by_nobody(firmware):
+def test_settings_of_another_version_are_never_used(firmware):
     """Program, library and page agree, and none of them writes."""
     for stored, shipped, program, fault in VERSIONS:
         why = (stored, shipped)
@@ -87,7 +87,7 @@ def test_settings_of_another_version_are_used_by_nobody(firmware):
             assert fault is None or f"settings f are of a{'n' * (fault == OLD)} {fault} (" in told, why
         if fault:
             assert fault in firmware.save("> f\nv=2\n")[1] and firmware.stored("f") == stored
-            assert firmware.store("reset", "f") == (0, "ok\n")  # the way out
+            assert firmware.store("reset", "f") == (0, "ok\n")  # the only cure
             assert firmware.load("f") == (["new=1"] if shipped else [])
         else:
             assert firmware.save("> f\nv=2\n")[0] == 0 and "v=2" in firmware.load("f")
@@ -95,8 +95,8 @@ def test_settings_of_another_version_are_used_by_nobody(firmware):
             assert f"\n#version {told}\n" in firmware.stored("f") or told == "1", why
 
 
-def test_what_the_makers_program_prints_takes_the_place_of_the_old(firmware):
-    """One save of all, told in log and history, done once."""
+def test_the_maker_s_program_s_output_replaces_the_old_values(firmware):
+    """One save of all, reported in log and history, done once."""
     firmware.ship("net", "host=gw\n")
     firmware.ship("keys", "#version 2\nb=1\n")
     assert firmware.save("@table port\n@secret psk\n> net\nhost=a b\nport0=80\npsk=$6$x\n> keys\nk=1\n"
@@ -104,8 +104,8 @@ def test_what_the_makers_program_prints_takes_the_place_of_the_old(firmware):
     firmware.ship("net", "#version 12\nname=gw\nnew=1\nnumber0=1\nnumber1=2\n",
                   f'echo "$*" >{firmware.folder}/given; tee -a {firmware.folder}/given | sed '
                   '"s/^port/number/; s/^host=/name=/; /^#table/s/port/number/"; echo x >&2')
-    firmware.ship("keys", "#version 2\nb=1\n", "exit 9")  # it is of that version
-    firmware.ship("none", "#version 2\nb=1\n", "exit 9")  # nobody has stored it
+    firmware.ship("keys", "#version 2\nb=1\n", "exit 9")  # already of that version
+    firmware.ship("none", "#version 2\nb=1\n", "exit 9")  # never stored
     assert firmware.load("net") == "fault"
     status, told = firmware.upgrade()
     assert (status, sorted(told.splitlines())) == (0, ["line net: version 1 -> 12", "ok", "x"])
@@ -120,7 +120,7 @@ def test_what_the_makers_program_prints_takes_the_place_of_the_old(firmware):
     assert before == {p.name: p.read_bytes() for p in firmware.state.iterdir() if p.name != ".lock"}
 
 
-FAULTS = [  # what the program does, what is said of it
+FAULTS = [  # the program, the message about it
     ("cat; exit 3", "it exited with status 3"), ("kill -9 $$", "it was killed by signal 9"),
     ("echo 'sed: no such file'", "a line that is not NAME=VALUE"), ("echo 1a=2", "not NAME=VALUE"),
     (":", "it printed no values"), ("echo '#table x'", "it printed no values"),
@@ -151,7 +151,7 @@ def test_a_program_that_fails_leaves_the_old_settings_and_says_so(firmware):
     firmware.ship("f", "#version 2\n", "cat")
     (firmware.migrate / "f").chmod(0o755)
     assert firmware.upgrade() == (0, "ok\nline f: version 1 -> 2\n")
-    # Downgraded: told at the boot, nothing runs.
+    # A downgrade is reported at the boot, and no program runs.
     firmware.ship("f", "v=0\n", f"touch {firmware.folder}/ran")
     status, told = firmware.upgrade()
     assert (status, NEW in told, NEW in firmware.log.read_text()) == (1, True, True)
@@ -159,7 +159,7 @@ def test_a_program_that_fails_leaves_the_old_settings_and_says_so(firmware):
 
 
 def test_an_upgrade_that_is_killed_has_not_begun(firmware):
-    """While a program runs nothing is stored, and the next boot does it again."""
+    """While a program runs nothing is stored, and the next boot starts over."""
     here = firmware.folder / "here"
     firmware.ship("a", "#version 2\n", "cat")
     firmware.ship("b", "#version 2\n", f"cat; echo $$ >{firmware.folder}/here; exec sleep 999")
@@ -179,7 +179,7 @@ def test_an_upgrade_that_is_killed_has_not_begun(firmware):
     assert sorted(firmware.names()) == [".generation", ".history", ".lock", "a", "b"]
 
 
-def test_a_change_that_waits_goes_back_before_the_upgrade(firmware):
+def test_a_pending_change_goes_back_before_the_upgrade(firmware):
     firmware.ship("f", "v=0\n", "sed s/v=/w=/")
     assert firmware.save("> f\nv=1\n")[0] == 0 and firmware.save("@guard 900\n> f\nv=2\n")[0] == 0
     firmware.ship("f", "#version 2\nw=0\n")
@@ -188,8 +188,8 @@ def test_a_change_that_waits_goes_back_before_the_upgrade(firmware):
     assert firmware.load("f") == ["w=1"]
 
 
-def test_a_whole_device_is_upgraded_and_no_restore_goes_behind_it(site):
-    """The shipped example, from pages that its older firmware has saved."""
+def test_a_device_is_upgraded_and_no_restore_goes_back_beyond_it(site):
+    """The shipped example, with settings saved by pages of its older firmware."""
     for part in (EXAMPLES / "forms").iterdir():
         copy_part(part, site.folder / "data" / part.name, STORE)
     state, defaults = site.folder / "data/state", site.folder / "data/defaults/upgrade"
@@ -204,7 +204,7 @@ def test_a_whole_device_is_upgraded_and_no_restore_goes_behind_it(site):
     assert done.stdout == "ok\nline upgrade: version 1 -> 2\n"
     page = site.open("upgrade")
     assert page.errors == [] and page.control("minutes").get("value") == "61"
-    for name in ("fields", "table"):  # of which the firmware has no other version
+    for name in ("fields", "table"):  # unchanged in the new firmware
         assert (state / name).read_bytes() == before[name]
     defaults.write_text("#version 2\nminutes=10\nwarn=True\nadded=1\n")
     assert site.open("upgrade").press("Submit", minutes="5").title == "Saved"
@@ -217,7 +217,7 @@ def test_a_whole_device_is_upgraded_and_no_restore_goes_behind_it(site):
     assert done.returncode == 1 and f"Save {migrated} brought the settings to a new version" in done.stderr
     assert subprocess.run([*ctl, numbers[0][0]], check=False, **run).returncode == 0
     assert "minutes=61\n" in (state / "upgrade").read_text() and "#version 2\n" in (state / "upgrade").read_text()
-    # An older firmware again: a clear word, and nothing is written.
+    # An older firmware again: a clear message, and nothing is written.
     kept = (state / "upgrade").read_bytes()
     defaults.write_text("seconds=600\n")
     shown = " ".join(site.open("upgrade").tree.itertext())

@@ -1,4 +1,4 @@
-"""The version's number stands in one place, and every program knows it."""
+"""The version number is in one file, and every program reports it."""
 
 import os
 import pathlib
@@ -9,7 +9,7 @@ from test_orvctl import ORVCTL
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
-def test_every_program_tells_the_number_of_the_page(site):
+def test_every_program_reports_the_version_of_the_page(site):
     site.template("orvmenu", "text Hello")
     (generator,) = [e for e in site.get().all("meta") if e.get("name") == "generator"]
     number = generator.get("content").removeprefix("ORV ")
@@ -22,7 +22,7 @@ def test_every_program_tells_the_number_of_the_page(site):
         name = "demo/run" if str(program).endswith("demo/run") else pathlib.Path(program).name
         done = subprocess.run([program, "--version"], cwd=site.folder, capture_output=True, text=True, check=True)
         assert (done.stdout, done.stderr) == (f"{name} {number}\n", "")
-    # A server may turn a query into arguments: a page it is all the same.
+    # A server may turn a query into arguments: the result is a page all the same.
     asked = subprocess.run([os.environ["ORV"], "--version"], cwd=site.folder, capture_output=True,
                            env={"REQUEST_METHOD": "GET"}, check=True)
     assert asked.stdout.startswith(b"Status: 200 OK")

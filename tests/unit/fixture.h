@@ -1,5 +1,5 @@
-// What the unit tests share: a scratch folder to run in and the system log as
-// text.  Little is included: what is changed here is compiled by all of them.
+// Shared by the unit tests: a scratch folder to run in and the system log as
+// text.  It includes little, since every change here recompiles all of them.
 
 #ifndef FIXTURE_H
 #define FIXTURE_H
@@ -32,7 +32,7 @@ inline char *text(const string &words)
   return const_cast<char *>(words.c_str());
 }
 
-// The last message reported, which is then forgotten.
+// The last message reported, which is then cleared.
 inline string message()
 {
   const string last = orv_error_msg != nullptr ? orv_error_msg : "";
@@ -40,7 +40,8 @@ inline string message()
   return last;
 }
 
-// What `work` sends to the system log at `priority`, a line "log: TEXT" each.
+// The messages that `work` sends to the system log at `priority`, each as a
+// line "log: TEXT".
 template <typename Work> string logged(int priority, Work work)
 {
   openlog("log", LOG_PERROR, LOG_USER);
@@ -50,7 +51,7 @@ template <typename Work> string logged(int priority, Work work)
   return testing::internal::GetCapturedStderr();
 }
 
-// Makes a system call fail, as it would in an old kernel or without /proc.
+// Makes a system call fail, as in an old kernel or without /proc.
 inline void deny(long call)
 {
   sock_filter filter[] = {
@@ -98,7 +99,7 @@ protected:
     write_file("data/scripts/s.sh", "#!/bin/bash\n" + lines + "\n", 0755);
   }
 
-  // In 2040: further on than 32 bits can tell.
+  // In 2040: later than 32 bits can express.
   static void date_late(const string &path)
   {
     const timespec late = {2208988800, 0};

@@ -1,4 +1,4 @@
-// For tests of forms: templates, and the variable lists as text.
+// For tests of forms: templates, and variable lists as text.
 
 #ifndef FORM_FIXTURE_H
 #define FORM_FIXTURE_H
@@ -12,7 +12,7 @@
 using Header = std::unique_ptr<pt_header, orv_releaser<orv_free_header>>;
 using Items = std::unique_ptr<pt_body_item, orv_releaser<orv_free_body>>;
 
-// All variables as "NAME{d=.. u=.. c=.. o=..}", without what is not set.
+// All variables as "NAME{d=.. u=.. c=.. o=..}", without slots that are not set.
 inline string stored()
 {
   string all;
@@ -60,7 +60,7 @@ protected:
     orv_output_cleanup();
   }
 
-  // The header of the template with that text, whose name is "DIR/form".
+  // The header of a template with that text, in the file "DIR/form".
   Header parse(const string &content, const string &form = "form",
                const char *subitem = nullptr) const
   {

@@ -1,5 +1,5 @@
-// A state folder of the test's own, and work on it in processes of their own, as
-// every call of the store is one.
+// A state folder for each test, and work on it in separate processes, like
+// calls of the store.
 
 #ifndef STORE_FIXTURE_H
 #define STORE_FIXTURE_H
@@ -24,7 +24,8 @@ protected:
     setenv("ORV_TEMPLATES", "nowhere", 1);
   }
 
-  // What `work` came to under the lock: "done", its fault, or "no" without one.
+  // The result of `work` under the lock: "done", its fault, or "no" without
+  // one.
   template <typename Work> static string locked(Work work)
   {
     fflush(stdout);

@@ -1,4 +1,4 @@
-// What a script asks for within a transaction waits for that.
+// A script's request within a transaction waits for the commit.
 
 #include "form_fixture.h"
 
@@ -13,9 +13,9 @@
 namespace
 {
 
-constexpr int PATIENCE = 60'000; // milliseconds, of a slow machine
+constexpr int PATIENCE = 60'000; // milliseconds, for a slow machine
 
-// What was asked for within `milliseconds`.
+// The actions requested within `milliseconds`.
 string asked(int fifo, int milliseconds)
 {
   char line[64] = "";
@@ -26,12 +26,12 @@ string asked(int fifo, int milliseconds)
   return line;
 }
 
-// A script that asks for the action in the transaction, and has ended.
+// A script that requests the action in the transaction, and has ended.
 int script_status(const char *token)
 {
   const pid_t script = fork();
   if (script == 0) {
-    // A program of its own would not have the lock of who began it.
+    // A separate process would not share the lock of the one that began it.
     for (int fd = 3; fd < 64; fd++) {
       if (fd != store.fd) {
         close(fd);
@@ -48,7 +48,7 @@ int script_status(const char *token)
 
 } // namespace
 
-TEST(Act, is_asked_for_behind_the_commit_alone)
+TEST(Act, is_requested_only_after_the_commit)
 {
   std::filesystem::remove_all("act");
   std::filesystem::create_directories("act/actions");
@@ -70,7 +70,7 @@ TEST(Act, is_asked_for_behind_the_commit_alone)
   EXPECT_EQ(asked(fifo, 200), "");
   transaction_drop(&stage);
 
-  // The one that was dropped has nothing to say any more.
+  // The dropped one must not request anything any more.
   ASSERT_TRUE(transaction_begin(&stage, token));
   EXPECT_EQ(script_status(token), 0);
   EXPECT_EQ(asked(fifo, 0), "");
@@ -83,7 +83,7 @@ TEST(Act, is_asked_for_behind_the_commit_alone)
   close(fifo);
 }
 
-TEST(Act, has_a_name_and_is_there)
+TEST(Act, has_a_name_and_exists)
 {
   std::filesystem::create_directories("known");
   std::ofstream("known/restart-2_x") << "";

@@ -1,4 +1,4 @@
-// The reader of bash: what of a script is a command, a word and an expansion.
+// The reader of bash: which parts of a script are commands, words, expansions.
 
 #include "bash.h"
 #include <gtest/gtest.h>
@@ -20,8 +20,9 @@ static string shown(const bash_word &word)
   return text;
 }
 
-// Line, function, assignments, words, redirections, patterns, then how the
-// command stands: ? decides, & behind, | into and out of a pipe, $ in $( ).
+// Line, function, assignments, words, redirections, patterns, then the
+// command's context: ? its status decides, & in the background, | into and out
+// of a pipe, $ in $( ).
 static string shown(const bash_command &c)
 {
   string text = std::to_string(c.line) + (c.function.empty() ? "" : " " + c.function + "()");
@@ -83,7 +84,7 @@ TEST(Bash, ReadsCommandsWithWhatTheyExpand)
   }
 }
 
-TEST(Bash, TellsWhatIsLeftOpenAndWhatStandsInDocuments)
+TEST(Bash, ReportsOpenConstructsAndReadsHereDocuments)
 {
   const bash_script left = read_bash("if a; then\n while b; do\n");
   ASSERT_EQ(left.open.size(), 2U);

@@ -1,5 +1,5 @@
-// Requests as rows of (environment, body) and the fields, or the fault and its
-// line in the system log, that they give.
+// Requests as rows of (environment, body) with the resulting fields, or the
+// fault and its line in the system log.
 
 #include "cgi.h"
 

@@ -1,4 +1,4 @@
-// What a change comes to in the words of a page.
+// Changes described in the words of a page.
 
 #include "orv_changes.h"
 
@@ -66,18 +66,18 @@ static const char FORM[] =
   "if $V:never$;field Name;label Twice;field own;endif;fixed state;"
   "iselect net;label Net";
 
-TEST_F(Changes, AreToldInTheWordsOfThePage)
+TEST_F(Changes, AreReportedInTheWordsOfThePage)
 {
   const Items body = items(FORM);
   orv_set_var("who", o_orig, text("ours"), 0);
-  const char *const rows[][3] = { // before, after, what is told
+  const char *const rows[][3] = { // before, after, the report
     {"name=a;on=True", "name=a;on=yes;mode=", ""}, {"", "name=;on=False", ""},
     {"name=a", "name=b", "Device name of ours: a -> b"},
     {"name=a", "", "Device name of ours: a -> blank"},
     {"a_pin=1;own=2", "a_pin=3;own=4", "PIN: changed | A label: changed"},
     {"mode=a", "mode=b;on=1", "Lit: off -> on | mode: First -> Second"},
     {"mode=a", "mode=c", "mode: First -> c"}, {"state=x", "state=y", "state: x -> y"},
-    {"net=x", "net=y;zz=1", "Net: x -> y"}, // its choices are made by a page
+    {"net=x", "net=y;zz=1", "Net: x -> y"}, // a page makes its choices
     {"hash=x;hash_ann_password=x", "hash_ann_password=y",
      "hash: x -> blank | hash_ann_password: changed"},
     {"name=$B$x", "name=$V:who$", "Device name of ours: $B$x -> $V:who$"},
@@ -89,7 +89,7 @@ TEST_F(Changes, AreToldInTheWordsOfThePage)
   forget();
 }
 
-TEST_F(Changes, RowsAreToldAsRows)
+TEST_F(Changes, RowsAreReportedAsRows)
 {
   const Items body = items("table t 5;field p;label Port;field ip;select k;label Kind;"
                            "choice u UDP;choice t TCP;checkbox off;label Off;field a_secret");
@@ -131,9 +131,9 @@ TEST_F(Changes, TextsAreCutBetweenCharacters)
   EXPECT_EQ(told(body.get(), &sides).size(), strlen("L\xc3\xa9on: 12\xc3\xa9 -> x | Row deleted: ") + 399);
 }
 
-// As a factor, far from both that of the number and that of its square: rows
-// that all moved, rows that all changed, rows turned round.
-TEST_F(Changes, OfManyRowsTakeAsLongAsTheirNumber)
+// The limit is far from both the factor of the number and that of its square:
+// rows that all moved, rows that all changed, rows in reverse order.
+TEST_F(Changes, OfManyRowsTakeTimeProportionalToTheirNumber)
 {
   const Items body = items("table t 4;field a;field b;field c;field d");
   const auto row = [](Values *values, int at, int number) {
@@ -150,7 +150,7 @@ TEST_F(Changes, OfManyRowsTakeAsLongAsTheirNumber)
         row(&sides.before, i, i);
         row(&sides.after, i, kind == 0 ? i + 1 : kind == 1 ? -i - 1 : count - i);
       }
-      const clock_t start = clock(); // of the processor, whatever else it does
+      const clock_t start = clock(); // CPU time, so a busy machine does not matter
       const string lines = told(body.get(), &sides);
       times[round % 2] = std::min(times[round % 2], static_cast<double>(clock() - start));
       EXPECT_EQ(lines.substr(0, 12), kind == 0 ? "Row deleted:" : "a, row 1: a0") << kind;

@@ -1,5 +1,5 @@
-// The check driver and every named check: a template, the values of a request,
-// and the messages that err_vars then holds.
+// The check driver and every named check: a template, a request's values, and
+// the resulting messages in err_vars.
 
 #include "orv_check.h"
 
@@ -8,7 +8,7 @@
 
 #include "form_fixture.h"
 
-// Faults of the template, whose messages it cannot replace.
+// Faults of the template, whose messages the template cannot replace.
 static const string bad_name = "Bad check name in template";
 static const string bad_regex = "Bad regular expression in check options";
 static const string extras = "Extras after template range options ?";
@@ -19,7 +19,7 @@ static const auto own = {bad_name, bad_regex, extras, no_type, unknown};
 class Checks : public Forms
 {
 protected:
-  // The messages that the variables get, the last record first.
+  // The messages for these variables, the last record first.
   string errors(const string &body)
   {
     load("error_stale=of the request before");
@@ -45,8 +45,8 @@ protected:
     EXPECT_STREQ(orv_get_var(&cfg_vars, "f", o_best), value.c_str());
   }
 
-  // Values that pass, and values that get the message.  "@/" at a value's start
-  // is the test's folder.
+  // Values that pass, and values that get the message.  "@/" at the start of a
+  // value is the test's folder.
   using Row =
       std::tuple<string, std::vector<string>, std::vector<string>, string>;
 
@@ -92,7 +92,7 @@ TEST_F(Checks, TextFieldsFollowTheRulesThatHoldForEveryValue)
   EXPECT_EQ(stored(), "f{o=x y}") << "normalised where it lies";
 }
 
-TEST_F(Checks, ValuesHaveTheFormThatIsAskedFor)
+TEST_F(Checks, ValuesHaveTheRequestedForm)
 {
   const string range = "Number out of range ";
   run({
@@ -149,7 +149,7 @@ TEST_F(Checks, FilesAndCommandsAreLookedUp)
 {
   umask(0);
   ASSERT_EQ(mknod("plain", S_IFREG | 0644, 0), 0);
-  ASSERT_EQ(mknod("groups", S_IFREG | 0655, 0), 0); // not the owner's to run
+  ASSERT_EQ(mknod("groups", S_IFREG | 0655, 0), 0); // its owner cannot run it
   ASSERT_EQ(mknod("run", S_IFREG | 0755, 0), 0);
   ASSERT_EQ(mknod("sock", S_IFSOCK | 0600, 0), 0);
   ASSERT_EQ(mkdir("sub", 0755), 0);
@@ -186,7 +186,7 @@ TEST_F(Checks, FilesAndCommandsAreLookedUp)
   });
 }
 
-TEST_F(Checks, BoxesAndSelectionsAreHeldToTheirValues)
+TEST_F(Checks, BoxesAndSelectionsAcceptOnlyTheirValues)
 {
   const string select = "select f;choice a A;choice b B";
   run({
@@ -203,7 +203,7 @@ TEST_F(Checks, MessagesGoToTheRecordOfTheirField)
 {
   load("port=x");
   string body;
-  const char *const steps[][2] = { // items that are added, all messages then
+  const char *const steps[][2] = { // items added, all messages then
     {"field port;check number;check_msg portErr Use a number;field free;",
      "msg=1 errors found; portErr=Use a number"},
     // the last message stays
@@ -262,11 +262,12 @@ TEST_F(Checks, TablesAreCheckedRowByRow)
     {"port0=1;port1=x", "1;" + port, ""},
     {"port0=1;port1=x;port2=-1", "0;" + port,
      "msg=2 errors found; port=Port: Number is not allowed to be signed"},
-    // Any value makes a row but that of a selection.
+    // Any value makes a row, except a selection's.
     {"port0=1;box1=on;port2=x", "0;" + port, "msg=3 errors found; "
      "box=Checkbox must be True or False; port=Port: Badly formed number"},
     {"port1=1", "3;" + port, "msg=2 errors found; port=Port: " + empty},
-    // A long label leaves no room for the message, a long name none for a row.
+    // A long label leaves no room for the message, a long name none for a row
+    // number.
     {stem + "10=a.b", "11;field " + stem + ";label " + label +
      ";check nullok word;checkbox a;checkbox b;field behind;check word",
      "msg=2 errors found; behind=" + empty + "; " + stem + "=" + label + ": "},
@@ -276,7 +277,7 @@ TEST_F(Checks, TablesAreCheckedRowByRow)
     load("pick0=a;pick1=a;pick2=a;" + values);
     EXPECT_EQ(errors("ftable t 3 " + table), expected) << values;
   }
-  // The row's number is cut off the name, so that every row has a value.
+  // The long name loses its row number, so every row has a value.
   const string name(52, 'n');
   load(name + "=a.b");
   const Items endless = items("table t 1;field " + name + ";check word");
@@ -312,7 +313,7 @@ TEST_F(Checks, CellsThatFailAreKeptBesideTheVariables)
   EXPECT_EQ(stored(), before);
   forget();
   load("a0=x;c0=1");
-  orv_find_var(&failed_cells, "a0", 1); // of the walk before
+  orv_find_var(&failed_cells, "a0", 1); // from the walk before
   EXPECT_EQ(errors("table t 2" + columns), "");
   EXPECT_EQ(marked(), "");
 }
@@ -321,8 +322,8 @@ TEST_F(Checks, AScriptMarksACellByAMessageUnderItsName)
 {
   const string last = std::to_string(ORV_ROWS_MAX - 1);
   const string past = std::to_string(ORV_ROWS_MAX);
-  // What the script says, the marked cells, the message of the column "port"
-  // and whether it is about those cells alone.
+  // The script's output, the marked cells, the message of the column "port" and
+  // whether it is only about those cells.
   const std::tuple<string, string, string, bool> rows[] = {
     {"error_port3=Taken", "port3", "Taken", true},
     {"error_port10=Ten;error_PORT9=Nine;error_port12=Dozen",
@@ -348,7 +349,7 @@ TEST_F(Checks, AScriptMarksACellByAMessageUnderItsName)
     EXPECT_EQ(text != nullptr ? text : "", told) << said;
     EXPECT_EQ(orv_column_is_marked(column), alone) << said;
   }
-  // A check's record may have any name, which is no cell's then.
+  // A check's record may have any name; then it does not belong to a cell.
   forget();
   errors("field f;check word;check_msg port1 No");
   orv_mark_cells(body.get());

@@ -1,5 +1,5 @@
-// Several files that change as one step: what a save leaves, what is cleared up
-// behind one that was cut short, and steps of several processes.
+// Several files that change as one step: what a save leaves, cleaning up after
+// an interrupted one, and steps of several processes.
 
 #include "commit.h"
 
@@ -46,7 +46,7 @@ TEST_F(Commit, ALookChangesWithEachSaveAndWithNothingElse)
   EXPECT_FALSE(store_is_same_look(&first, &second));
 }
 
-TEST_F(Commit, WhatASaveThatWasCutShortLeftIsEndedOrGoes)
+TEST_F(Commit, AnInterruptedSaveIsCompletedOrRemoved)
 {
   ASSERT_EQ(save("> a\nx=old\n> b\ny=old\n"), "done");
   std::filesystem::create_directories("state/.commit/.pending");
@@ -64,7 +64,7 @@ TEST_F(Commit, WhatASaveThatWasCutShortLeftIsEndedOrGoes)
   EXPECT_EQ(read_file("state/b").substr(0, 9), "#orv 2 9 ") << "numbers only grow";
 }
 
-TEST_F(Commit, ATransactionCountsAsAWholeOrNotAtAll)
+TEST_F(Commit, ATransactionCountsCompletelyOrNotAtAll)
 {
   ASSERT_EQ(save("> a\nx=old\n> b\ny=old\n"), "done");
   for (const bool commits : {false, true}) {
@@ -78,7 +78,7 @@ TEST_F(Commit, ATransactionCountsAsAWholeOrNotAtAll)
       int ended = 0;
       for (const char *order : {"> a\nx=new\n", "> b\ny=new\n"}) {
         const pid_t pid = fork();
-        if (pid == 0) { // a script's own call, which takes no lock
+        if (pid == 0) { // a call by a script, which takes no lock
           stage_join();
           _exit(store_lock_for("f") && save_order(strdup(order), "f", nullptr) ? 0 : 1);
         }

@@ -1,5 +1,5 @@
-// A script's command line as a program: one that is started without a shell
-// sees what bash would have shown it.
+// A script's command line as a program: a script started without a shell sees
+// the same as one started by bash.
 
 #include <signal.h>
 
@@ -9,8 +9,8 @@
 class Exec : public Forms
 {
 protected:
-  // A developer's own shell may export these; below a shell that counts itself,
-  // bash takes no login for a remote one.
+  // A developer's own shell may export these, which decide whether bash
+  // believes that a remote login has started it.
   void SetUp() override
   {
     Forms::SetUp();
@@ -19,7 +19,7 @@ protected:
     }
   }
 
-  // Output, status and report of a script's line.
+  // Output, status and report of a script line.
   static string run(const string &line)
   {
     pid_t pid;
@@ -35,14 +35,14 @@ protected:
     return seen + " " + message();
   }
 
-  // A tab is no plain character, so that this line goes to bash.
+  // A tab is not a plain character, so this line goes to bash.
   static string run_by_bash(const string &line)
   {
     return run(line + " \t");
   }
 
-  // Bash drops the name of a folder that does not exist: only a script that is
-  // started without it sees it.
+  // Bash drops the name of a folder that does not exist, so only a script
+  // started without bash would see it.
   static bool is_direct(const string &line)
   {
     setenv("OLDPWD", "/nowhere", 1);

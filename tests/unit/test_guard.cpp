@@ -1,5 +1,5 @@
-// A guarded change: what is kept of the old settings, what ends it, and what is
-// told of it meanwhile.
+// A guarded change: which old settings are kept, what ends it, and what is
+// reported meanwhile.
 
 #include "guard.h"
 
@@ -35,7 +35,7 @@ protected:
 
 // clang-format off
 
-TEST_F(Guard, PutsBackWhatWasThereBeforeTheFirstOfSeveralChanges)
+TEST_F(Guard, RestoresTheSettingsBeforeTheFirstOfSeveralChanges)
 {
   ASSERT_EQ(save("@guard 900\n> a\nx=new\n"), "done");
   const string first = token();
@@ -90,7 +90,7 @@ TEST_F(Guard, ItsTimeBeginsWhenTheDeviceUsesItAndEndsWithTheBoot)
            pending.left > 60 && pending.clock > 0 && !guard_is_over();
   }), "done");
   string info = read_file("state/.pending/.info");
-  info.replace(info.find("boot=") + 5, 1, "?"); // of another boot
+  info.replace(info.find("boot=") + 5, 1, "?"); // from another boot
   write_file("state/.pending/.info", info);
   EXPECT_EQ(locked(guard_is_over), "done");
 }
@@ -98,7 +98,7 @@ TEST_F(Guard, ItsTimeBeginsWhenTheDeviceUsesItAndEndsWithTheBoot)
 TEST_F(Guard, StepsOfSeveralChangesRemainEachOnceInTheirOrder)
 {
   const std::tuple<const char *, const char *, const char *> saves[] = {
-    // form, order, the steps' keys then: a command by its place here
+    // form, order, the steps' keys then: commands by their row here
     {"net", "@guard 9 run a", "0"},         {"lan", "@guard 9 run a", "0 1"},
     {"net", "@guard 9", "0 1 -"},           {"net", "@guard 9 run b", "0 1 3"},
     {"net", "@guard 9 act tell", "0 1 3 4"}, {"lan", "@guard 9 act tell", "0 1 3 4"},
@@ -139,7 +139,7 @@ TEST_F(Guard, StepsOfSeveralChangesRemainEachOnceInTheirOrder)
   }
 }
 
-TEST_F(Guard, SaysWhoMadeItAndWhatItIsWithoutSecretsOrForgedLines)
+TEST_F(Guard, NamesUserAndChangesWithoutSecretsOrForgedLines)
 {
   setenv("REMOTE_USER", "eve\nchange=forged\ntoken=1", 1);
   setenv("REMOTE_ADDR", "::1", 1);

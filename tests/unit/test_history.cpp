@@ -1,4 +1,4 @@
-// The last saves: how many are kept, what is left out, and the way back.
+// The last saves: how many are kept, what is left out, and undoing them.
 
 #include "history.h"
 
@@ -20,7 +20,7 @@ protected:
            "done";
   }
 
-  // The file as it was before that save, or the fault.
+  // The file as it was before that save, or a fault.
   static string before(unsigned number)
   {
     const string outcome = locked([&] {
@@ -43,7 +43,7 @@ protected:
 
 // clang-format off
 
-TEST_F(History, EachSaveCanBeGoneBackBehind)
+TEST_F(History, EachSaveCanBeUndone)
 {
   ASSERT_TRUE(save("> a\nx=1\n> b\ny=1\n"));
   ASSERT_TRUE(save("> a\nx=2\nz=new\n"));
@@ -59,7 +59,7 @@ TEST_F(History, EachSaveCanBeGoneBackBehind)
   EXPECT_EQ(before(1), "") << "nobody had stored it";
 }
 
-TEST_F(History, TellsWhoWhenAndWhatButNoSecret)
+TEST_F(History, ListsUserTimeAndChangesButNoSecret)
 {
   ASSERT_TRUE(save("@secret key\n> a\nhost=gw\nkey=hidden1\nwl_passphrase=hidden2\n"));
   ASSERT_TRUE(save("> a\nhost=gw2\nkey=hidden3\n"));

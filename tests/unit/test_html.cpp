@@ -1,10 +1,11 @@
-// What calls write, and a proof by trying that no text ends a comment early.
+// The output of calls, and an exhaustive test that no text ends a comment
+// early.
 
 #include "html.h"
 
 #include "fixture.h"
 
-// What `call` writes.
+// The output of `call`.
 template <typename Call> static string written(Call call)
 {
   testing::internal::CaptureStdout();
@@ -34,7 +35,7 @@ TEST(Text, IsEscapedForItsPlace)
 
 TEST(Comment, CannotBeEndedByItsText)
 {
-  const char letters[] = "-!><"; // and the end, for the shorter texts
+  const char letters[] = "-!><"; // and the NUL, for shorter texts
   for (int word = 0; word < 5 * 5 * 5 * 5 * 5; word++) {
     string text;
     for (int place = 1; place < 5 * 5 * 5 * 5 * 5; place *= 5) {

@@ -1,5 +1,5 @@
-// Tuple files as rows of (bytes, name, value), and the closing of descriptors
-// with ever fewer system calls to do it by.
+// Tuple files as rows of (bytes, name, value), and closing descriptors with
+// fewer and fewer system calls available.
 
 #include "kwtutil.h"
 
@@ -13,7 +13,7 @@ using namespace std::string_literals;
 
 TEST(TupleFile, GivesTheFirstValueOfAName)
 {
-  string sixteen; // as many as there is room for at first
+  string sixteen; // as many as the first allocation holds
   for (char name = 'a'; name <= 'p'; name++) {
     sixteen += name + "=1\n"s;
   }

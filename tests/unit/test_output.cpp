@@ -15,7 +15,7 @@ static void say(const string &call)
   calls += "; " + call;
 }
 
-// With what the item's own tags stand for: the value, and always its name.
+// With the meaning of the item's own tags: its value, and always its name.
 static void say_value(const string &call, const char *name)
 {
   EXPECT_STREQ(orv_out_expand(text("$N$")), name);
@@ -47,12 +47,12 @@ static void comment(const char *format, ...)
   va_start(args, format);
   vsnprintf(line, sizeof line, format, args);
   va_end(args);
-  if (strncmp(line, "Line ", 5) != 0) { // where an item begins
+  if (strncmp(line, "Line ", 5) != 0) { // the start of an item
     say(string("# ") + line);
   }
 }
 
-// How the head of a table and its rows end.
+// The ends of a table's head and rows.
 static void step(pt_body_item *, mcol_trans type)
 {
   const char *const names[] = {"", "BODY", "BODY_DEL", "",
@@ -104,7 +104,7 @@ TEST_F(Output, TextIsExpandedOnce)
   draw("", 0, "Oops $H$");
   const string unknown = "; # Bad format variable subs. Unknown type";
   const string missing = "; # Bad format variable name missing $";
-  const string rows[][3] = { // the problem is told in both passes
+  const string rows[][3] = { // both passes report the problem
     {"a$", "a$", ""}, {"$V", "$V", ""}, {"$V:mode", "$V:mode", missing},
     {"$v:mode$", "$v:mode$", unknown}, {"$::x$", "$::x$", unknown},
     {"$$$", "$$$", ""}, {"$Q$$e$", "$Q$$e$", ""}, {"$$V$", "$", ""},
@@ -134,7 +134,7 @@ TEST_F(Output, AnExpansionEndsAtAMebibyte)
 {
   orv_set_var("kib", o_orig, text(string(1024, 'k')), 0);
   draw("");
-  const std::pair<string, bool> rows[] = { // behind 1023 KiB, is it whole
+  const std::pair<string, bool> rows[] = { // after 1023 KiB, is it complete
     {string(1023, 'x'), true}, {string(1024, 'x'), true},
     {string(1025, 'x'), false}, {"x$V:kib$", false},
     {times(9, "$V:kib$"), false},
@@ -147,8 +147,8 @@ TEST_F(Output, AnExpansionEndsAtAMebibyte)
   }
 }
 
-// A lookup that fails is reported in both passes wherever it stands, one behind
-// the cut included.
+// A failed lookup is reported in both passes wherever it is, even after the
+// cut.
 TEST_F(Output, EveryReferenceIsLookedUpForTheSizeAndForTheBytes)
 {
   orv_set_var("kib", o_orig, text(string(1024, 'k')), 0);
@@ -206,7 +206,7 @@ TEST_F(Output, ConditionsDecideWhichItemsAreDrawnAndHow)
 
 TEST_F(Output, DeletedRowsAreClosedUpAndBlankOnesOffered)
 {
-  const string rows[][3] = { // variables, table, calls and what is stored
+  const string rows[][3] = { // variables, table, calls and stored values
     {"a0=A;a1=B;a2=C;delete_t_1=", "table t 1;field a",
      "BODY_DEL; T a0<a0=A; DEL; T a1<a2=C; DEL; T a2<a3=; BLANK; "
      "# DEBUG: in_row 4 out_row 3 | "
@@ -253,7 +253,7 @@ TEST_F(Output, DeletedRowsAreEmptiedUpToALimit)
 
 TEST_F(Output, RowsAndEntriesEndAtTheirLimit)
 {
-  const string cut(52, 'n'); // of longer names that are then all the same
+  const string cut(52, 'n'); // longer names, cut, are all the same
   const std::tuple<string, string, int, int, bool> rows[] = {
     {"ftable t 1 50001;field a", "", 0, 50000, false},
     {"table t 1;field a", "a", 49999, 50000, true},

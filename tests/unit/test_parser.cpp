@@ -1,12 +1,12 @@
-// The template parser: a text literal as template, and the items that it gives
-// or the message that it must give.
+// The template parser: a template as text, and the items or the message that it
+// must give.
 
 #include "orv_keywords.h"
 #include "orv_parser.h"
 
 #include "form_fixture.h"
 
-// What is set of an item, with line ends made visible.
+// The fields set in an item, with visible line ends.
 static string shown(const pt_body_item &itm)
 {
   static const char *const names[] = {
@@ -48,7 +48,7 @@ static string shown(const pt_body_item &itm)
   return out;
 }
 
-// The whole body, or the message that took its place.
+// All items of the body, or the message in their place.
 static string shown(const Items &items)
 {
   string out;
@@ -62,10 +62,10 @@ using Parser = Forms;
 
 // clang-format off
 
-TEST_F(Parser, ReadsAHeaderOrTellsWhatIsWrongWithIt)
+TEST_F(Parser, ReadsAHeaderOrReportsItsFault)
 {
   const string x248(248 - strlen("title "), 'x');
-  const std::pair<string, string> cases[] = { // title and body's line, or fault
+  const std::pair<string, string> cases[] = { // title and line of body, or fault
     {"TITLE Network\nbody\n", "Network 2"},
     {"no_footer\ntitle\tPorts\nbody x\n", "Ports 3"},
     {"title Port setup # main\nbody#\n", "Port setup 2"},
@@ -79,7 +79,7 @@ TEST_F(Parser, ReadsAHeaderOrTellsWhatIsWrongWithIt)
     {"title t\nbody", "!unknown keyword line 2 \"body\""},
     {"title t\n", "!no body keyword found"},
     {"read_script $S$x '$\nbody\n", "!" + dir + "/form contains no title"},
-    // a long line goes on as one of its own
+    // the rest of a long line counts as a line of its own
     {"title " + x248 + "\nbody\n", x248 + " 2"},
     {"title " + x248 + "x\nbody\n", x248 + "x 3"},
     {"title " + x248 + "xy\nbody\n", "!unknown keyword line 2 \"y\n\""},
@@ -131,7 +131,7 @@ TEST_F(Parser, ReadsABody)
   }
 }
 
-// What the parser says of an item's keyword.
+// The parser's message about an item's keyword.
 static pt_keyword keyword(const string &name)
 {
   pt_keyword row;
@@ -144,7 +144,7 @@ static pt_keyword keyword(const string &name)
 
 TEST_F(Parser, TakesEachItemWhereItBelongs)
 {
-  // item, whether a table takes it, it may have a label, it can be submitted
+  // item, whether it is allowed in a table, may have a label, can be submitted
   const std::tuple<const char *, bool, bool, int> rows[] = {
     {"text a",     false, false, 0}, {"help a",     false, false, 0},
     {"error a",    false, false, 0}, {"center a",   false, false, 0},
@@ -173,7 +173,7 @@ TEST_F(Parser, TakesEachItemWhereItBelongs)
     items(item + string(";label b"));
     EXPECT_EQ(message() != at + "Attribute label not allowed", labelled) << item;
   }
-  // The body is found from the start, too.
+  // The body is also found from the start.
   const Header hdr = parse("title t\nread_script r\n# body\nbody\ntext a\n");
   rewind(hdr->fp);
   hdr->start_body.line_number = 0;
@@ -182,7 +182,7 @@ TEST_F(Parser, TakesEachItemWhereItBelongs)
   EXPECT_STREQ(found->text.txt, "a");
 }
 
-TEST_F(Parser, TellsWhatIsWrongWithABodysLastLine)
+TEST_F(Parser, ReportsTheFaultOfABodysLastLine)
 {
   const std::tuple<pt_fault_code, const char *, std::vector<string>> faults[] = {
     {PT_BAD_WIDTH, "Bad field width", {"field x\tnone", ";;fixed x 0"}},
@@ -215,7 +215,7 @@ TEST_F(Parser, QuotesWhatARequestChoosesInScriptLinesAlone)
     {"net", nullptr, "title t\n", net + ".sh --read " + net + " "},
     {"n$(x)", "a b", "title t\n", quoted + ".sh --read " + quoted + " 'a b'"},
     {"f", ";", "title a; $|$\nread_script x $T$$#$$|$ $Q$\n", "x a; # $Q$"},
-    // a title that shows a value is a value
+    // a title that shows a value is quoted like one
     {"f", "e", "title Port $S$\nread_script x $T$\n", "x 'Port e'"},
     {"f", ";", "title $S$\nread_script x \"$(y $S$)\" # c\n",
      "Cannot quote a value in script command \"x \"$(y $S$)\"\""},

@@ -1,4 +1,4 @@
-// Expressions that are walked through here mean what the C library says.
+// Expressions matched by our own code mean the same as in the C library.
 
 #include <random>
 #include <regex.h>
@@ -17,7 +17,7 @@ static pattern_answer library(const string &pattern, const string &text)
   return fits ? PATTERN_FITS : PATTERN_FITS_NOT;
 }
 
-// One of these pieces after the other, none to `most` of them.
+// Sequences of these pieces, from none to `most`.
 static string pick(std::mt19937 *random, const std::vector<string> &pieces,
                    size_t most)
 {
@@ -70,7 +70,7 @@ TEST(Pattern, TheLibraryDecidesOnTheRest)
       << "a text that takes too many attempts";
 }
 
-TEST(Pattern, NoneMeansSomethingElseThanTheLibrarySays)
+TEST(Pattern, EachMeansTheSameAsInTheLibrary)
 {
   const std::vector<string> pieces = {
       "a", "b", "-", ".", "]", "[ab]", "[^a]", "[a-c-]", "[]-]", "[^]b-]",

@@ -1,4 +1,4 @@
-// The strict policy: which requests, and which of their fields, pass.
+// The strict policy: which requests pass, and which of their fields.
 
 #include "cgi_policy.h"
 
@@ -17,12 +17,12 @@ static bool takes(bool with_state, const string &name, const string &value)
 
 // clang-format off
 
-TEST(StrictPolicy, LetsAPagesStateInByPostFromItsOwnHostOnly)
+TEST(StrictPolicy, AcceptsAPagesStateOnlyByPostFromItsOwnHost)
 {
   const std::tuple<bool, const char *, const char *, const char *> senders[] = {
     {true,  "POST", "", ""}, // a command line
     {true,  "POST", "none", "null"}, // the user's own act
-    {true,  "POST", "same-origin", "http://a"}, // it is asked first
+    {true,  "POST", "same-origin", "http://a"}, // this header takes precedence
     {false, "GET",  "", ""},            {false, "post", "same-origin", ""},
     {false, "POST", "same-site", "http://gw"},
     {false, "POST", "cross-site", ""}, {false, "POST", "Same-Origin", ""},
@@ -37,7 +37,7 @@ TEST(StrictPolicy, LetsAPagesStateInByPostFromItsOwnHostOnly)
     {true,  "http://gw", "gw", ""},  {true,  "https://GW.Lan", "gw.lAN", "80"},
     {true,  "http://gw:8080", "gw:8080", "80"}, {true, "https://gw", "gw:443", ""},
     {true,  "http://[::1]", "[::1]:80", ""}, {true, "http://[::1]:81", "[::1]:81", ""},
-    // servers that do not tell the host's port, one of them its own
+    // servers that pass the host without its port, one of them with its own
     {true,  "https://gw:443", "gw", ""}, {true, "https://gw:8443", "gw", "8443"},
     {false, "https://gw:8443", "gw", ""}, {false, "http://gw:81", "gw", "80"},
     {false, "http://gw:443", "gw", "80"}, {false, "http://gw:80", "gw:81", "80"},
@@ -63,7 +63,7 @@ TEST(StrictPolicy, AnswersForNamesThatNobodyElseCanPointAtTheDevice)
     {false, "", {"evil.com", "evil.com.", "evil.com:80", "10.0.0.1.evil.com", "1.2.3",
                  "1.2.3.256", "10.0.0.1:80:80", "lan.evil", "notlocal.x", "x.notlan",
                  "home.arpa", "gw.local.evil", "[::1].evil", "[::1.2.3]", "[evil.com]",
-                 "gw.lan..", "x::1.2.3.4]", // the next one fits into no address
+                 "gw.lan..", "x::1.2.3.4]", // the next one is too long for an address
                  "a.long.name.of.somebody.else.which.goes.on.and.on.evil.com",
                  "2001:db8:0:0:0:0:0:0:1.2.3.4:80"}},
     {true,  "gw.example.com \tBox.example.net. ", {"gw.example.com", "GW.example.com.:80",
@@ -78,7 +78,7 @@ TEST(StrictPolicy, AnswersForNamesThatNobodyElseCanPointAtTheDevice)
   }
 }
 
-TEST(StrictPolicy, TakesNoFieldThatNoPageOfTheDeviceSends)
+TEST(StrictPolicy, AcceptsNoFieldThatNoPageOfTheDeviceSends)
 {
   const string name(255, 'n');
   const string value(64UL * 1024, 'v');
@@ -88,7 +88,7 @@ TEST(StrictPolicy, TakesNoFieldThatNoPageOfTheDeviceSends)
     {false, false, "error_O_x", ""},  {false, false, "error_delete_x", ""},
     {false, true,  "delete_", ""},    {false, true,  "delete_u_x", ""},
     {false, true,  "delete_error_x", ""},
-    // variables whose names only look so
+    // variables whose names only look similar
     {true,  true,  "u_error_x", ""},  {true,  true,  "O_delete_x_0", ""},
     {true,  true,  "Error_x", ""},    {true,  true,  "DELETE_x_0", ""},
     {true,  true,  "error", ""},      {true,  true,  "u_u_error_x", ""},
@@ -102,7 +102,7 @@ TEST(StrictPolicy, TakesNoFieldThatNoPageOfTheDeviceSends)
   }
 }
 
-TEST(StrictPolicy, LetsOnlyHarmlessNamesIn)
+TEST(StrictPolicy, AcceptsOnlyHarmlessNames)
 {
   const std::tuple<bool, bool, std::vector<string>> rows[] = {
     // as a form's name, as a sub-item

@@ -17,7 +17,7 @@ static string with(const string &line, const string &value,
   return out;
 }
 
-// The line as a template has it, with its sub-item for each "@".
+// The line as a template has it, with the sub-item's code for each "@".
 static string in_template(const string &line)
 {
   return with(line, "$S$", "$#$");
@@ -26,10 +26,10 @@ static string in_template(const string &line)
 class Quote : public Forms
 {
 protected:
-  // The script line, or the message that the header fails with.
+  // The script line, or the header's error message.
   string insert(const string &line, const string &value) const
   {
-    std::filesystem::remove(dir + "/" + FORM); // new ones are written faster
+    std::filesystem::remove(dir + "/" + FORM); // a new file is written faster
     const Header hdr =
         parse("title t $S$\nread_script " + in_template(line) + "\nbody\n",
               FORM, value.c_str());
@@ -39,7 +39,7 @@ protected:
 
 // clang-format off
 
-TEST_F(Quote, LetsTheShellHandOverExactlyTheValueWhereverItStands)
+TEST_F(Quote, MakesTheShellPassExactlyTheValueInEveryPlace)
 {
   const string form = dir + "/" + FORM;
   const std::pair<const char *, std::vector<string>> places[] = {
@@ -50,7 +50,7 @@ TEST_F(Quote, LetsTheShellHandOverExactlyTheValueWhereverItStands)
     {"y=@; (p \"$y\"; p @) && p 2>&1 @ 2>&1;IFS= read -rd '' y <<<@;"
      "p \"$y\" @ $F$\"$T$\" '$F$' $T$",
      {"@", "@", "@", "@\n", "@", form + "t @", form, "t @"}},
-    // next to text that would swallow the value, or mean more with it
+    // next to text that would swallow the value, or change its meaning with it
     {"p $TZ@ \"$TZ@\" \"$TZ/@\" $TZ/@ ${TZ}@ @$TZ \"@${TZ}\" @@ @/@",
      {"z@", "z@", "z/@", "z/@", "z@", "@z", "@z", "@@", "@/@"}},
     {"p ~@ @~ a@:~ @=~ y=@:~ :@\"\":~ @\\~; y=@~; p \"$y\"",
@@ -60,7 +60,7 @@ TEST_F(Quote, LetsTheShellHandOverExactlyTheValueWhereverItStands)
      {"*@", "@*", "@ b", "!@", "^@", "{x", "@", "{}", "@", "@=x", "y[1]@"}},
     {":;>&1 x@=2 y;x=1 x=2@ x@+=3;y=@:@;p \"$y\" 2>&1",
      {"command", "x@=2", "y", "command", "x@+=3", "@:@"}},
-    // behind what has plainly ended
+    // after a construct that has clearly ended
     {"p --match=^[a-z]+ @ x[1] @ [!a]* @ x[1]@",
      {"--match=^[a-z]+", "@", "x[1]", "@", "[!a]*", "@", "x[1]@"}},
     {"p $((1+1)) @ $[2+3] \"$((1<<2))@\"; ((1<2)) && [[ a < b ]] && p @",
@@ -88,7 +88,7 @@ TEST_F(Quote, LetsTheShellHandOverExactlyTheValueWhereverItStands)
   }
   string script = "p() { printf '%s\\0' \"$@\"; }\ncd empty\n"
                   "command_not_found_handle() { p command \"$@\"; }\n";
-  std::vector<std::pair<string, string>> expected; // of each line
+  std::vector<std::pair<string, string>> expected; // for each line
   for (size_t i = 0; i < values.size(); i++) {
     for (size_t j = 0; j < std::size(places); j++) {
       const auto &[place, words] = places[j];
@@ -116,10 +116,10 @@ TEST_F(Quote, LetsTheShellHandOverExactlyTheValueWhereverItStands)
   EXPECT_TRUE(std::filesystem::is_empty("empty")); // nothing ran
 }
 
-TEST_F(Quote, IsRefusedWhereNoneIsSafeAndLeftOutWhereNoneIsNeeded)
+TEST_F(Quote, IsRefusedWhereUnsafeAndLeftOutWhereNotNeeded)
 {
   const string message = "Cannot quote a value in script command \"";
-  const char *const unsafe[] = { // inside, or behind an end that is not plain
+  const char *const unsafe[] = { // inside, or where the end is not clear
     "x \"\\@", "x $'a@'", "x $'\\'' @", "x $(y @)", "x \"$(y '@')\"", "x `y @`",
     "x \"`y @`\"", "x ${y:-@}", "x \"${y:-@}\"", "x \"$(y \"$z/@\")\"",
     "x \"$(y \"${z%.*}/@\" b)\" @", "x `y 'a'` @", "x <(y @)", "x >(y @)",
@@ -143,7 +143,7 @@ TEST_F(Quote, IsRefusedWhereNoneIsSafeAndLeftOutWhereNoneIsNeeded)
       EXPECT_EQ(insert(line, value), with(line, value));
     }
   }
-  const char *const never[] = { // it would be part of more than a word
+  const char *const never[] = { // it would be more than part of a word
     "x \\@", "x $@", "x \"$@", "x ${!@:2}", "x ${y%@}", "x $((y@))",
     "x $((1@))", "x y[\"a\"]@>z", "x y[\"a\"]<@", "x $(y ~@)", "x $(y $zz@)",
     "x $(y 2@>z)", "x $( @)", "x $(y;@ z)", "x $(if @ z)", "x `@`", "x $(>y @)",
@@ -159,7 +159,7 @@ TEST_F(Quote, IsRefusedWhereNoneIsSafeAndLeftOutWhereNoneIsNeeded)
     {"x @ '@' \\@'@ca@se <@<y $@'", "", "x  '' \\'case <<y $'"},
     {"@.sh[1] @; y.sh @/@; if @", "if", "'if'.sh[1] if; y.sh if/if; if 'if'"},
     {"@ x; @ y; z @", "A=b", "'A=b' x; 'A=b' y; z A=b"},
-    // in some charsets the byte would swallow what stands behind it
+    // in some charsets the byte would swallow the next one
     {"x @", "\x81\";'\\", "x $'\\201\";\\'\\\\'"},
     {"x \"@\"", "\x81\"", "x \"\"$'\\201\"'\"\""},
     {"x <<<@ <@ >>@ >&1y @", "*", "x <<<'*' <'*' >>'*' >&1y '*'"},

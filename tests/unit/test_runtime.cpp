@@ -1,4 +1,4 @@
-// Reports, truth values, and memory that there is not.
+// Reports, truth values, and lack of memory.
 
 #include "orv.h"
 
@@ -36,7 +36,7 @@ TEST_F(Runtime, TheSystemLogGetsAHundredMessagesOfARequest)
       orv_log(LOG_INFO, "a");
       expected += "log: a\n";
     }
-    orv_out_expand(text("$q:$$r:$")); // each is told twice
+    orv_out_expand(text("$q:$$r:$")); // each is reported twice
   });
   EXPECT_EQ(log, expected + "log: Bad format variable subs. Unknown type\n"
                             "log: Further messages of this request are left "
@@ -45,7 +45,7 @@ TEST_F(Runtime, TheSystemLogGetsAHundredMessagesOfARequest)
   EXPECT_EQ(message(), "b");
 }
 
-TEST_F(Runtime, MemoryThatThereIsNotIsReported)
+TEST_F(Runtime, LackOfMemoryIsReported)
 {
   EXPECT_EQ(must_malloc(SIZE_MAX - 99), nullptr);
   EXPECT_EQ(message(), "orv: out of memory");

@@ -1,4 +1,4 @@
-// The script runner: how scripts are started, talked to and waited for.
+// The script runner: starting scripts, their input and output, their end.
 
 #include "orv_scripts.h"
 
@@ -41,7 +41,7 @@ protected:
     waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
   }
 
-  // The exit status, or what the start gave.  With `late` nothing is read
+  // The exit status, or the result of the start.  With `late` nothing is read
   // before the script's end.
   int run(const string &command, const string &input = "", bool late = false)
   {
@@ -65,12 +65,13 @@ protected:
     return orv_script_wait(pid);
   }
 
-  // As a user who has so many pipes that new ones hold little.
+  // As a user with so many pipes that new ones hold little.
   static void become_busy()
   {
     rlimit limit = {8192, 8192};
     setrlimit(RLIMIT_NOFILE, &limit);
-    // A user's pipes are counted together: one whom no other run is.
+    // The kernel counts a user's pipes together, so this user has no other
+    // process.
     const auto user = static_cast<uid_t>(20000 + getpid() % 40000);
     ASSERT_EQ(geteuid() == 0 ? setuid(user) : 0, 0);
     int fds[2] = {};
@@ -118,7 +119,7 @@ TEST_F(Scripts, TheCommandLineIsBashsAndTheStatusIsTheScripts)
   }
 }
 
-TEST_F(Scripts, AScriptThatRunsAloneIsToldAndHeardThroughStreams)
+TEST_F(Scripts, AScriptThatRunsAloneIsConnectedThroughStreams)
 {
   write_script("echo begun; read -r word; echo \"$word\"; exit 4");
   FILE *inp;
@@ -136,7 +137,7 @@ TEST_F(Scripts, AScriptThatRunsAloneIsToldAndHeardThroughStreams)
 
 TEST_F(Scripts, NeitherSideBlocksTheOtherWhateverTheSizes)
 {
-  // script, input, whether all is said late, whether it is whole, output
+  // script, input, whether all output is late, whether it is complete, output
   const std::tuple<const char *, size_t, bool, bool, size_t, int> rows[] = {
     {"head -c 300000 /dev/zero; cat",     300000, false, true,  600000,   0},
     {"exec >&-; [[ $(wc -c) = 300000 ]]", 300000, false, true,  0,        0},
@@ -182,8 +183,8 @@ TEST_F(Scripts, ASmallPipeTakesAnyInput)
 
 TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
 {
-  // Least seconds; a page that was held would take all of the script's.  What is
-  // silent for a moment ends early, as a script on a busy machine may be.
+  // The reading lasts at least so many seconds.  On a busy machine a script may
+  // be silent for long enough to end it early.
   const double busy = getenv("LARKSPUR_LONG") != nullptr ? 1.9 : 0.2;
   const std::tuple<const char *, string, double> rows[] = {
     {"echo a; sleep 300 & echo $! >pid", "a\n", 0.2},
@@ -203,7 +204,7 @@ TEST_F(Scripts, WhatAScriptLeavesBehindDoesNotHoldThePage)
   EXPECT_EQ(kill(std::stoi(read_file("pid")), SIGKILL), 0) << "went on";
 }
 
-TEST_F(Scripts, AReaderThatIsHeldUpGetsAllOfTheScriptAndLittleElse)
+TEST_F(Scripts, ADelayedReaderGetsAllOfTheScriptAndLittleElse)
 {
   write_script("head -c 60000 /dev/zero; yes &");
   pid_t pid;
@@ -230,7 +231,7 @@ TEST_F(Scripts, LackOfProcessesOrDescriptorsIsReported)
     fputs(message().c_str(), stderr);
     _exit(0);
   }, testing::ExitedWithCode(0), "^orv_script_run: Cannot fork. Errno 38$");
-  EXPECT_EXIT({ // what does nothing takes no process
+  EXPECT_EXIT({ // a command that does nothing needs no process
     deny(SYS_clone);
     deny(SYS_clone3);
     load("x=1;error_x=stale");
@@ -252,8 +253,8 @@ TEST_F(Scripts, LackOfProcessesOrDescriptorsIsReported)
   EXPECT_EQ(reports, "Cannot create input pipe from script. Errno 24\n"
                      "Cannot create output pipe to script. Errno 24\n");
 
-  // Nothing can be waited for with no descriptor allowed: what is read then is
-  // a failure, not the end.
+  // Without any descriptors the script cannot be waited for: the result is a
+  // failure, not the end of the output.
   write_script("echo a");
   pid_t pid;
   FILE *all = orv_script_exchange("s.sh", nullptr, 0, &pid);
@@ -261,13 +262,14 @@ TEST_F(Scripts, LackOfProcessesOrDescriptorsIsReported)
   setrlimit(RLIMIT_NOFILE, &limit);
   EXPECT_EQ(fgetc(all), EOF);
   EXPECT_NE(ferror(all), 0);
-  limit.rlim_cur = limit.rlim_max; // the test's end opens files again
+  limit.rlim_cur = limit.rlim_max; // the end of the test opens files
   setrlimit(RLIMIT_NOFILE, &limit);
   fclose(all);
   orv_script_wait(pid);
 }
 
-// Who starts us from a terminal may be trusted with more than a script's user.
+// A user who starts us from a terminal may have more rights than a script's
+// user.
 TEST_F(Scripts, AScriptHasNoTerminalOfOurs)
 {
   write_script("read -r _ _ _ _ group session tty _ </proc/$$/stat\n"

@@ -1,4 +1,4 @@
-// What is secret, for pages, tools and the store.
+// Which values are secret, for pages, tools and the store.
 
 #include "orv_secret.h"
 
@@ -25,7 +25,7 @@ static const secret_name names[] = {
 
 using Secret = Forms;
 
-TEST_F(Secret, IsToldByTheName)
+TEST_F(Secret, IsRecognisedByTheName)
 {
   for (const auto &[name, is_secret] : names) {
     EXPECT_EQ(orv_is_secret_name(name), is_secret) << name;

@@ -1,5 +1,5 @@
-// Settings files: what a file says, what the defaults add to it, and which
-// names a file may have.
+// Settings files: a file's values, those that the defaults add, and valid names
+// of files.
 
 #include "settings.h"
 
@@ -22,8 +22,8 @@ protected:
     ASSERT_TRUE(store_open(false));
   }
 
-  // The values in force as "NAME=VALUE ", "+" behind what was shipped, or the
-  // fault, which is then forgotten.
+  // The values in force as "NAME=VALUE ", with "+" after shipped ones, or the
+  // fault, which is then cleared.
   static string in_force(const char *name = "f")
   {
     settings all;
@@ -44,7 +44,7 @@ protected:
 
 // clang-format off
 
-TEST_F(Settings, DefaultsFillWhatNobodyStoredAndNoRowComesBack)
+TEST_F(Settings, DefaultsFillMissingValuesAndNoRowComesBack)
 {
   write_file("defaults/f", "host=gw\nnew=1\nport0=80\nport1=81\ndns1=9\n");
   const std::tuple<const char *, const char *, const char *> rows[] = {
@@ -79,7 +79,7 @@ TEST_F(Settings, DefaultsFillWhatNobodyStoredAndNoRowComesBack)
   EXPECT_EQ(in_force("g"), "") << "neither stored nor shipped";
 }
 
-TEST_F(Settings, WhatIsThereAndCannotBeReadIsAFault)
+TEST_F(Settings, AFileThatExistsButCannotBeReadIsAFault)
 {
   write_file("defaults/f", "a=shipped\n");
   write_file("elsewhere", "a=other\n");
@@ -97,7 +97,7 @@ TEST_F(Settings, WhatIsThereAndCannotBeReadIsAFault)
   }
 }
 
-TEST_F(Settings, ACommittedFileCountsBeforeThatAtItsPlace)
+TEST_F(Settings, ACommittedFileTakesPrecedenceOverTheOneInPlace)
 {
   write_file("state/f", "#orv 2 1 -\n#table\na=old\n");
   std::filesystem::create_directory("state/.commit");
@@ -105,7 +105,7 @@ TEST_F(Settings, ACommittedFileCountsBeforeThatAtItsPlace)
   EXPECT_EQ(in_force(), "a=new ");
 }
 
-TEST_F(Settings, SecretsAreToldByTheirNamesOrByTheFile)
+TEST_F(Settings, SecretsAreRecognisedByTheirNamesOrByTheFile)
 {
   write_file("state/f", "#orv 2 1 -\n#table\n#secret key other\nkey=1\n");
   settings all;

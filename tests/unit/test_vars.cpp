@@ -8,7 +8,7 @@ using Vars = Forms;
 
 // clang-format off
 
-TEST_F(Vars, ANameTellsTheListTheSlotAndTheRecord)
+TEST_F(Vars, ANameSelectsTheListTheSlotAndTheRecord)
 {
   constexpr v_origin none = o_undefined;
   const std::tuple<const char *, v_origin, const char *> rows[] = {
@@ -47,7 +47,7 @@ TEST_F(Vars, AContradictingOriginIsRefusedOnWritingAndCorrectedOnReading)
 
 TEST_F(Vars, TheBestValueIsReadAndOnlyADifferenceFromItBecomesTheUsers)
 {
-  const char *const rows[][4] = { // "*": that is a change of the page's values
+  const char *const rows[][4] = { // "*": counts as a change of the page's values
     {"", nullptr, "5", "*x{u=5}"}, {"", nullptr, "", "x{u=}"},
     {"d_x=1", "1", "1", "x{d=1}"}, {"d_x=1", "1", "", "x{d=1 u=}"},
     {"d_x=1", "1", "5", "*x{d=1 u=5}"}, {"u_x=1;d_x=1", "1", "1", "x{d=1 u=1}"},

@@ -1,4 +1,4 @@
-"""Writes what each host's task came to, as a line of JSON, into $RESULTS."""
+"""Writes each host's result of a task as a line of JSON into $RESULTS."""
 import json
 import os
 

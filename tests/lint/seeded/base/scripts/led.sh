@@ -1,5 +1,5 @@
 #!/bin/sh
-# Lights: a file of our own, which the daemon of the lights reads.
+# Lights: a file of our own, which the lights' daemon reads.
 FILE=/var/lib/lights/lights.conf
 
 case $1 in

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Reads and writes without the library, one file a port.
+# Reads and writes without the library, one file per port.
 dir=${BASH_SOURCE%/*}/../state
 
 case $3 in

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# One VLAN; the sub-item says which.
+# One VLAN, named by the sub-item.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 readonly -a ALL=(office guests phones)

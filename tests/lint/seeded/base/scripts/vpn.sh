@@ -1,7 +1,7 @@
 #!/bin/bash
 . "${BASH_SOURCE%/*}/orv.bash"
 
-# A name, then what it is called.
+# A name, then its label.
 servers=("ams Amsterdam" "fra Frankfurt")
 
 is_server()
