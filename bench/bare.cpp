@@ -1,12 +1,12 @@
-// What a page's scripts cost without the page.
+// The cost of a page's scripts without the page.
 //
 //   bench_bare LINE INPUT [LINE INPUT]...
 //
-// Starts each shell line as the executable starts a script, by the same runner,
-// one after the other: its input written, its output read to the end, its end
-// waited for.  INPUT is a file, "" for no input.  It does nothing else: nothing
-// decoded, parsed, kept or printed, so that what the executable costs more is
-// all its own.  Exit status 1 when a script failed.
+// Starts each shell line as the executable starts a script, with the same
+// runner, one after the other: writes its input, reads its output to the end,
+// and waits for it.  INPUT is a file, "" for no input.  It does nothing else:
+// it decodes, parses, stores and prints nothing, so any additional cost of the
+// executable is its own.  Exit status 1 when a script failed.
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -42,7 +42,8 @@ static bool run_script(const char *line, const char *input)
 
 int main(int argc, char **argv)
 {
-  // What the executable tells its scripts; the device's system_type says it.
+  // The variables that the executable sets for its scripts, as the device's
+// system_type has them.
   static char device[][16] = {"SYSTEM_TYPE=LKS", "HW_VERSION=2",
                               "SW_VERSION=1.1"};
   for (char *variable : device) {

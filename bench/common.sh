@@ -1,8 +1,8 @@
 # shellcheck shell=bash disable=SC2034
-# What the benchmarks share.  Sourcing it takes --report-only (exit status 0
+# Shared by the benchmarks.  Sourcing it takes --report-only (exit status 0
 # whatever was measured) from the arguments, builds the release executable with
-# a relative data folder and enters a scratch folder, removed at the end, that
-# holds data/, a copy of the device to measure.
+# a relative data folder and changes to a scratch folder, removed at the end,
+# with data/, a copy of the device to measure.
 
 BENCH=$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")
 BUILD=$BENCH/../build/bench
@@ -31,8 +31,8 @@ cd "$scratch" || exit 1
   cmake --build "$BUILD" --target orv orv-store bench_bare bench_runner bench_peak
 } >log 2>&1 || die "the build failed: $(<log)"
 
-# request BODY FORM: in REQUEST, the environment of a request that posts the
-# file, or asks for the form when BODY is /dev/null.
+# request BODY FORM: sets REQUEST to the environment of a request that posts the
+# file, or opens the form when BODY is /dev/null.
 request()
 {
   REQUEST=(PATH=/usr/bin:/bin SCRIPT_NAME=/cgi-bin/orv SERVER_NAME=localhost
@@ -46,7 +46,7 @@ request()
   fi
 }
 
-# page BODY FORM EXPECTED: prints the page, which must hold the text.
+# page BODY FORM EXPECTED: prints the page, which must contain the text.
 page()
 {
   request "$1" "$2"
@@ -57,8 +57,8 @@ page()
   cat page.html
 }
 
-# grow KIND N: a form KIND_N with N things of a kind, and a variable `first`.
-# Its scripts cost next to nothing whatever its size.
+# grow KIND N: makes a form KIND_N with N things of a kind, and a variable
+# `first`.  Its scripts cost next to nothing whatever its size.
 grow()
 {
   local kind=$1 form=$1_$2 item='' output=''
@@ -86,8 +86,8 @@ grow()
   } >"data/$form"
 }
 
-# subject LABEL BODY FORM PROGRAM [ARGUMENT]...: adds a program, run in the
-# environment and with the input of the request, to what `measure` times.
+# subject LABEL BODY FORM PROGRAM [ARGUMENT]...: adds a program, run with the
+# environment and the input of the request, to those that `measure` times.
 SUBJECTS=()
 subject()
 {
@@ -96,14 +96,14 @@ subject()
 }
 
 # compare NAME BODY FORM [LINE INPUT]...: adds the request as NAME.page, and
-# the scripts that it starts, alone, as NAME.scripts.
+# only the scripts that it starts as NAME.scripts.
 compare()
 {
   subject "$1.page" "$2" "$3" "$ORV"
   subject "$1.scripts" "$2" "$3" "$BARE" "${@:4}"
 }
 
-# measure ROUNDS: in MEDIAN, MIN and CPU, the microseconds of all that was
+# measure ROUNDS: sets MEDIAN, MIN and CPU to the microseconds of each program
 # added.
 declare -A MEDIAN MIN CPU
 measure()
@@ -116,13 +116,13 @@ measure()
   read -r load _ </proc/loadavg
 }
 
-# ratio A B: A / B in REPLY, as 1.234.
+# ratio A B: sets REPLY to A / B, as 1.234.
 ratio()
 {
   printf -v REPLY '%d.%03d' $(($1 / $2)) $(($1 % $2 * 1000 / $2))
 }
 
-# verdict MEASURED TARGET: "ok" or "MISSED" in REPLY.  Both are whole numbers,
+# verdict MEASURED TARGET: sets REPLY to "ok" or "MISSED".  Both are integers,
 # or both have three decimals.
 verdict()
 {

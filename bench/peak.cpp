@@ -1,12 +1,12 @@
-// Tells how much memory a program needs for itself alone.
+// Prints how much private memory a program needs.
 //
 //   bench_peak [FROM-TO] PROGRAM [ARGUMENT]...
 //
 // Stops the program at every system call, asks the kernel how much private
-// dirty memory it holds, swapped out or not, and prints the highest answer in
-// KiB on standard error.  Processes that the program starts are not counted.
-// With FROM and TO, in hexadecimal, only the memory between is counted: what an
-// emulator keeps there for the program that it emulates.
+// dirty memory it holds, swapped out or not, and prints the maximum in KiB on
+// standard error.  Processes that the program starts are not counted.  With
+// FROM and TO, in hexadecimal, only the memory between them is counted: there
+// an emulator keeps the memory of the emulated program.
 
 #include <signal.h>
 #include <stdio.h>
@@ -69,7 +69,7 @@ int main(int argc, char **argv)
   while (WIFSTOPPED(status)) {
     const long now = private_dirty_kb(maps, counted);
     peak = now > peak ? now : peak;
-    // A stop that is neither a system call nor the exec is a signal to hand on.
+    // A stop that is neither a system call nor the exec is a signal to pass on.
     const int sig = WSTOPSIG(status);
     const bool ours = sig == (SIGTRAP | 0x80) || sig == SIGTRAP;
     ptrace(PTRACE_SYSCALL, pid, nullptr, ours ? 0L : long{sig});

@@ -2,14 +2,14 @@
 //
 //   bench_runner ROUNDS [-- LABEL INPUT [NAME=VALUE]... PROGRAM [ARG]...]...
 //
-// Runs every program once a round, one process at a time, in turns forwards
-// and backwards, so that whatever else the machine does meets all of them
-// alike.  A run counts from the start of the process until its output has been
-// read to the end and it has been waited for; its standard input is the file
-// INPUT, its environment the given one alone.  Prints a line for each: label,
-// median and minimum, and the median of the processor time that it and its
-// children took (which a busy machine hardly changes), all in microseconds.  A
-// run that fails ends it all.
+// Runs every program once per round, one process at a time, alternating
+// forwards and backwards, so that other load on the machine affects all of them
+// equally.  A run is timed from the start of the process until its output has
+// been read to the end and it has been waited for; its standard input is the
+// file INPUT, its environment only the given one.  Prints a line for each:
+// label, median and minimum, and the median CPU time of it and its children
+// (which a busy machine hardly changes), all in microseconds.  A failing run
+// ends the measurement.
 
 #include <algorithm>
 #include <errno.h>

@@ -1,11 +1,11 @@
-// Tells how much memory a program and all that it starts need at a time.
+// Measures how much memory a program and its children need at the same time.
 //
 //   bench_tree FILE PROGRAM [ARGUMENT]...
 //
 // Stops each of the processes at every system call, asks the kernel how much
 // private dirty memory it holds, and writes into FILE: the highest sum in KiB
 // over the processes alive at that time, how many programs were started, and
-// how many processes.  What the program itself prints is left alone.
+// how many processes.  The program's own output is not touched.
 
 #include <fcntl.h>
 #include <map>
@@ -46,7 +46,7 @@ static void look(tree &all, pid_t pid)
   all.peak = sum > all.peak ? sum : all.peak;
 }
 
-// The signal that the stopped process is to be handed, or 0.
+// The signal to pass to the stopped process, or 0.
 static long signal_of(int status, bool is_new)
 {
   const int sig = WSTOPSIG(status);

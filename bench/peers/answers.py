@@ -1,7 +1,7 @@
-"""What every peer must answer before it is measured.
+"""The answers that every peer must give before it is measured.
 
-The form is the same for all: twelve fields, of which three are shown with a
-static address alone, and a table of eight rows of four columns.
+The form is the same for all: twelve fields, three of which are shown only with a
+static address, and a table of eight rows and four columns.
 """
 import html.parser
 import urllib.parse
@@ -29,13 +29,13 @@ NASTY = "\"><script>'&"
 
 
 class Page(html.parser.HTMLParser):
-    """The controls of a page and what is written behind each of them."""
+    """The controls of a page and the text after each of them."""
 
     def __init__(self, text):
         super().__init__()
-        self.fields = []   # name, value: what a browser posts
+        self.fields = []   # name, value: as a browser posts them
         self.shown = {}    # of the visible controls; None: a box not ticked
-        self.marked = set()  # those said to be wrong
+        self.marked = set()  # those marked as wrong
         self.behind = {}   # the text up to the next control
         self.text = ""
         self.control = ""
@@ -69,7 +69,7 @@ class Page(html.parser.HTMLParser):
             self.behind[self.control] += data
 
     def post(self, **changes):
-        """A request as a browser makes it when Submit is pressed."""
+        """A browser's request when Submit is pressed."""
         shown = {**self.shown, **changes}
         fields = self.fields + [
             (n, v) for n, v in shown.items() if v is not None]
@@ -77,7 +77,7 @@ class Page(html.parser.HTMLParser):
 
 
 class Talk:
-    """Requests to one site, each with what must be true of its answer."""
+    """Requests to one site, each with assertions about its answer."""
 
     def __init__(self, site):
         self.site = site
@@ -95,8 +95,8 @@ class Talk:
         return Page(self.ask())
 
     def stored(self):
-        """The stored files: another inode is another file, so one that was
-        written in place shows."""
+        """The stored files with their inodes: a new inode is a new file, so a file
+        written in place is noticed."""
         return {p.name: (p.stat().st_ino, p.read_bytes())
                 for p in self.site.state.iterdir()
                 if not p.name.startswith(".") and p.is_file()}
@@ -139,7 +139,7 @@ class Talk:
 
 
 def check(site):
-    """Fills the site with VALUES and has it prove what it can do."""
+    """Fills the site with VALUES and tests everything that it must do."""
     talk = Talk(site)
     talk.saves(talk.page().post(**VALUES))
     talk.shows(VALUES)
@@ -147,7 +147,7 @@ def check(site):
     talk.saves(talk.page().post(host_name="gateway-2", ssh=None))
     talk.shows({**VALUES, "host_name": "gateway-2", "ssh": None})
 
-    # What is refused comes back as it was typed, with its reason beside it.
+    # A refused value comes back as typed, with the reason beside it.
     page, text = talk.refuses(talk.page().post(host_name=NASTY), 200,
                               HOST_MESSAGE)
     talk.shows({"host_name": NASTY}, text)
@@ -161,7 +161,7 @@ def check(site):
         ({"ntp": "-x"}, "Enter a host name or an address"),
         ({"location": "x" * 61}, "Use 60 characters at most"),
         ({"log_level": "nothing"}, ""))
-    # What fields have to do with each other takes a script.
+    # Rules between fields need a script.
     together = (
         ({"fw_port5": "8002", "fw_proto5": "tcp"}, "has this port already"),
         ({"gateway": "192.168.1.20"}, "must be another device"),
@@ -179,13 +179,13 @@ def check(site):
         request.headers = headers
         talk.refuses(request, 403, "The request was refused.")
 
-    # The static address is shown with its choice alone.
+    # The static address is shown only with its choice.
     talk.saves(talk.page().post(addressing="no"))
     if set(STATIC) & set(talk.page().shown):
         talk.fail("an automatic address shows the fields of a static one")
     talk.saves(talk.page().post(**{"addressing": "yes", **{
         n: VALUES[n] for n in STATIC}}))
-    # A row that is emptied goes, and the others move up.
+    # An emptied row is removed, and the others move up.
     talk.saves(talk.page().post(
         fw_port2="", fw_to2="", fw_note2="", fw_proto2="tcp"))
     shown = talk.page().shown
@@ -196,9 +196,9 @@ def check(site):
 
 
 def measured(site):
-    """The requests that are measured: to each name, those that take turns."""
+    """The measured requests: for each name, those that take turns."""
     page = Talk(site).page()
-    # Neither is what the page shows, and each changes what the other stored.
+    # Both differ from the page's values, and each changes the other's.
     names = {"gateway-1", "gateway-2", "gateway-3"} - {page.shown["host_name"]}
     return {
         "page": [Request()],
@@ -208,6 +208,6 @@ def measured(site):
 
 
 def right(kind, answer):
-    """Whether an answer of that kind is what it should be."""
+    """Whether an answer of that kind is as it should be."""
     expected = {"page": "gateway-", "save": SAVED, "refused": HOST_MESSAGE}
     return answer.status == 200 and expected[kind] in answer.page

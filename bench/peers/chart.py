@@ -1,8 +1,8 @@
-"""Pictures of the processor time of a page, a save and a refused save."""
+"""Charts of the CPU time of a page, a save and a refused save."""
 from xml.sax.saxutils import escape
 
 KINDS = {"page": "a page", "save": "a save", "refused": "a refused save"}
-# Background, text, quiet text, ours, theirs.
+# Background, text, muted text, our bars, the others' bars.
 COLOURS = {"light": ("#ffffff", "#1f2328", "#59636e", "#1a7f37", "#9aa4b0"),
            "dark": ("#0d1117", "#e6edf3", "#9198a1", "#3fb950", "#59636e")}
 NAMES, COLUMN, GAP = 150, 200, 24  # widths

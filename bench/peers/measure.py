@@ -1,4 +1,4 @@
-"""What a request costs: time, memory, programs, files."""
+"""The cost of a request: time, memory, programs, files."""
 import os
 import pathlib
 import re
@@ -11,7 +11,7 @@ from peers import HERE, Failure
 
 KINDS = ("page", "save", "refused")
 CLIENTS = (1, 8)
-# Loaded by every program alike, or no part of a system.
+# Loaded by every program, or not part of a system.
 COMMON = re.compile(r"/(ld-linux|libc\.so|libc-|locale|gconv)"
                     r"|^/(etc|proc|sys|dev|run)/")
 FIRST = re.compile(r'(?:execve|openat)\((?:AT_FDCWD, )?"([^"]+)"')
@@ -21,14 +21,14 @@ WARM_UP = 2  # rounds that do not count
 
 
 def times(sites, rounds, say):
-    """To each (peer, kind, clients), the median seconds of a request: of the
-    processor and of the clock.  All peers take turns, forwards and backwards,
-    so that whatever else the machine does meets all of them alike."""
+    """For each (peer, kind, clients), the median seconds of a request: CPU time and
+    wall-clock time.  All peers take turns, forwards and backwards, so that other
+    load on the machine affects all of them equally."""
     requests = {s.peer.name: answers.measured(s) for s in sites}
     samples = {}
     for turn in range(-WARM_UP, rounds):
         say(f"round {turn + 1} of {rounds}")
-        # What comes first after another peer finds the caches cold.
+        # The first request after another peer's finds the caches cold.
         first = turn % len(KINDS)
         for site in sites:
             for clients in CLIENTS:
@@ -51,8 +51,8 @@ def times(sites, rounds, say):
 
 
 def weigh(site, tree):
-    """To each kind: KiB of private memory, programs and processes started,
-    bytes of the answer without its header."""
+    """For each kind: KiB of private memory, programs and processes started, bytes of
+    the answer without its header."""
     found = {}
     report = site.folder / "report"
     for kind, requests in answers.measured(site).items():
@@ -67,7 +67,7 @@ def weigh(site, tree):
 
 
 def resident(site):
-    """KiB of the server's first process and of one that answers."""
+    """KiB of the server's first process and of one that serves requests."""
     def private(pid):
         text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
         return int(re.search(r"Private_Dirty:\s*(\d+)", text)[1])
@@ -76,8 +76,8 @@ def resident(site):
 
 
 def files(site):
-    """KiB of the files that the three requests read, but for libc and what the
-    form's author has written."""
+    """KiB of the files that the three requests read, except libc and the form
+    author's own files."""
     trace = site.folder / "trace"
     wrapper = (shutil.which("strace"), "-f", "-qq", "-s", "4096",
                "-e", "trace=execve,openat", "-o", str(trace))
@@ -109,7 +109,7 @@ def opened(site, trace):
 
 
 def interpreter(script):
-    """Who runs it: a trace does not name the program behind "#!"."""
+    """The interpreter in its "#!" line, which a trace does not name."""
     if not script.is_file():
         return script
     with script.open("rb") as file:
@@ -119,14 +119,14 @@ def interpreter(script):
 
 
 def is_system(site, path):
-    """No part of the form, nor what every program has."""
+    """Neither part of the form nor loaded by every program."""
     if site.folder in path.parents:
         return path.name in OURS
     return not COMMON.search(str(path))
 
 
 def lines(peer):
-    """Of what the form's author writes."""
+    """Of the files that the form's author writes."""
     folder = HERE / (peer.folder or peer.name)
     return sum(len(f.read_text().splitlines()) for f in folder.rglob("*")
                if f.is_file() and not f.is_symlink())

@@ -1,8 +1,8 @@
-"""The systems that are compared, and how a web server starts each of them.
+"""The systems compared, and how a web server starts each of them.
 
-A peer has a folder beside this file.  What it serves is copied to a folder of
-its own: cgi-bin/, where the server starts it, and state/ beside it, where it
-keeps its settings.
+A peer has a folder beside this file.  Its files are copied to a folder of their
+own: cgi-bin/, where the server starts it, and state/ beside it, where it stores
+its settings.
 """
 import contextlib
 import ctypes
@@ -40,29 +40,29 @@ def store_of(orv):
 
 
 class Failure(Exception):
-    """What ends a run, in the user's words."""
+    """An error that ends a run, with a message for the user."""
 
 
 @dataclasses.dataclass(frozen=True)
 class Peer:
     name: str
     title: str
-    packages: tuple   # Debian's, that it needs
+    packages: tuple   # Debian packages that it needs
     program: tuple    # the arguments in front of the script
     script: str = "gateway.cgi"
-    folder: str = ""  # where its files are, if not in one of its own name
+    folder: str = ""  # of its files, if it has another name
     kind: str = "cgi"  # "orv", "cgi" or "fpm"
-    has_script: bool = True  # none: each field is judged alone
+    has_script: bool = True  # without one, only single fields are checked
 
 
-# Ours: with a script for what fields have to do with each other, with none, and
-# with one that reads and stores by itself.  Then the others as they are usually
-# started on a small device.
+# Ours: with a script for rules between fields, without one, and with one that
+# also reads and stores.  Then the others, as they are usually started on a small
+# device.
 PEERS = (
     Peer("larkspur", "Larkspur", (), (), "orv", kind="orv"),
     Peer("larkspur-plain", "Larkspur, no script", (), (), "orv", kind="orv",
          has_script=False),
-    Peer("larkspur-script", "Larkspur, all by script", (), (), "orv",
+    Peer("larkspur-script", "Larkspur, full script", (), (), "orv",
          kind="orv"),
     Peer("haserl", "haserl (dash)", ("haserl",), ("/usr/bin/haserl",)),
     Peer("bash", "bash", ("bash", "coreutils"), ("/bin/bash",)),
@@ -85,7 +85,7 @@ class Request:
 class Answer:
     text: bytes   # header and body
     wall: float   # seconds
-    cpu: float    # seconds of the processes that it took, 0 if not known
+    cpu: float    # seconds of its processes, 0 if unknown
 
     @property
     def status(self):
@@ -98,7 +98,7 @@ class Answer:
 
 
 def usable(peer):
-    """Whether the peer is there and its programs are installed."""
+    """Whether the peer exists and its programs are installed."""
     programs = peer.program[:1]
     if peer.kind == "fpm":
         programs = (fpm_program(),)
@@ -111,27 +111,27 @@ def fpm_program():
     return str(found[-1]) if found else None
 
 
-SERVERS = set()  # children of ours that no request has started
+SERVERS = set()  # our children that no request has started
 PR_SET_CHILD_SUBREAPER = 36
 
 
 def adopt():
-    """From now on, what outlives its request becomes a child of ours."""
+    """From now on, processes that outlive their request become our children."""
     ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
 
 
 def children_of_all_threads():
     pids = set()
     for task in pathlib.Path("/proc/self/task").iterdir():
-        # A client's thread may be gone a little later than it is joined.
+        # A client's thread may end a little after it is joined.
         with contextlib.suppress(FileNotFoundError):
             pids |= set(map(int, (task / "children").read_text().split()))
     return pids
 
 
 def outlived():
-    """The processor's seconds of what outlived its request, such as who holds a
-    lock for a script; waits for it."""
+    """The CPU seconds of processes that outlived their request, such as one that
+    holds the lock for a script; waits for them."""
     seconds = 0
     while True:
         pids = children_of_all_threads() - SERVERS
@@ -157,7 +157,7 @@ class Site:
         self.query = ""
         if peer.kind == "orv":
             device = self.cgi_bin / data
-            # A form without a script leads to the program that is put there.
+            # A form without a script is a link to the program installed there.
             shutil.copytree(source, device, dirs_exist_ok=True, symlinks=True)
             for library in (ROOT / "lib").iterdir():
                 if (device / "scripts" / library.name).is_symlink():
@@ -198,7 +198,7 @@ class Site:
         arguments = [*wrapper, *self.arguments]
         body, body_end = os.pipe()
         out, out_end = os.pipe()
-        os.write(body_end, request.body or b"")  # fits into the pipe
+        os.write(body_end, request.body or b"")  # small enough for the pipe
         os.close(body_end)
         start = time.perf_counter()
         pid = os.posix_spawn(arguments[0], arguments, env, file_actions=[
@@ -214,8 +214,8 @@ class Site:
         return Answer(text, wall, usage.ru_utime + usage.ru_stime)
 
     def batch(self, requests, clients):
-        """The answers of so many clients, each with every request in turn;
-        the seconds that all took, and the processor's seconds."""
+        """The answers to that many clients, each sending every request in turn; the
+        seconds of wall-clock time and of CPU time for all."""
         os.chdir(self.cgi_bin)
         answers, faults = [], []
 
@@ -240,11 +240,11 @@ class Site:
                                + sum(a.cpu for a in answers))
 
     def cpu(self):
-        """Seconds taken so far by processes that outlive a request."""
+        """CPU seconds used so far by processes that outlive a request."""
         return 0
 
 
-# What FastCGI calls its records.
+# Types of FastCGI records.
 BEGIN, END, PARAMS, STDIN, STDOUT = 1, 3, 4, 5, 6
 
 
@@ -330,7 +330,7 @@ class FpmSite(Site):
         return [pid, *map(int, children.split())]
 
     def cpu(self):
-        """What a process does behind its answer counts, too."""
+        """Work that a process does after its answer counts, too."""
         last = None
         while True:
             now = sum(int(pathlib.Path(f"/proc/{p}/schedstat").read_text()

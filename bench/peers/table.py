@@ -1,4 +1,4 @@
-"""Results as tables of Markdown."""
+"""The results as Markdown tables."""
 KINDS = ("page", "save", "refused")
 
 
@@ -32,7 +32,7 @@ def row(peer, ours):
 
 
 HEADING = (
-    "", "CPU, ms", "ours to it", "time, ms", "CPU, 8 clients", "ours to it",
+    "", "CPU, ms", "ours ÷ this", "time, ms", "CPU, 8 clients", "ours ÷ this",
     "time, 8 clients", "memory, KiB", "programs", "processes", "bytes",
     "size, KiB", "lines",
 )
@@ -54,10 +54,10 @@ def whole(results):
 
 
 def short(results):
-    """For those who want to know which of them to take."""
+    """The details, for choosing one of them."""
     peers = results["peers"]
     return markdown(
-        ("a page / a save / a refused save", "CPU, ms", "Larkspur to it",
+        ("a page / a save / a refused save", "CPU, ms", "Larkspur ÷ this system",
          "memory, KiB", "on the device, KiB"),
         [[p["title"], three(lambda k, p=p: f"{p['cpu']['1'][k]:.1f}"),
           three(lambda k, p=p: ratio(peers[0]["cpu"]["1"][k],

@@ -1,18 +1,19 @@
 # shellcheck shell=bash disable=SC2154  # the command's own: ROOT, HERE, folder
-# Builds the image: Debian's packages, fetched and unpacked below
-# build/emulator, and Larkspur as the preset "release" makes it.  Nothing of this
-# machine's own system gets into the image, and no package is installed for it.
+# Builds the image from Debian packages, downloaded and unpacked below
+# build/emulator, and from Larkspur, built with the preset "release".  Nothing
+# of this machine's system gets into the image, and no package is installed for
+# it.
 #
-# What comes out is three files: kernel, initramfs (the modules that the disks
-# need, and what mounts them), image.squashfs (the rest).
+# The result is three files: kernel, initramfs (the modules that the disks need,
+# and the script that mounts them), image.squashfs (the rest).
 
 PARTS=$ROOT/build/emulator
-# The kernel's package depends on that of the day.
+# This package depends on that of the current kernel.
 PACKAGES=(busybox-static bash lighttpd lighttpd-mod-openssl lighttpd-mod-deflate
   dropbear-bin openssl openntpd)
-# Each with what it needs, in the order in which they are loaded.
+# Loaded in this order, each after the modules that it needs.
 MODULES=(virtio_pci virtio_blk virtio_net virtio_rng squashfs ext4)
-# What the image has of them, beside the busybox of busybox-static.
+# The programs from these packages, besides the busybox of busybox-static.
 PROGRAMS=(/bin/bash /usr/bin/openssl /usr/sbin/lighttpd /usr/sbin/dropbear
   /usr/bin/dropbearkey /usr/sbin/ntpd /usr/sbin/ntpctl)
 
@@ -21,7 +22,7 @@ build_image()
   [[ $(dpkg --print-architecture) == amd64 ]] ||
     die 'the image is built from packages for amd64, on such a Debian only'
   mkdir -p -- "$PARTS/packages" || die "cannot make the folder \"$PARTS\""
-  # Another one may be at work in the same folder.
+  # Another build may be running in the same folder.
   exec 9>"$PARTS/.lock" && flock 9
   build_larkspur
   fetch_packages
@@ -58,7 +59,7 @@ build_larkspur()
 
 # --- Debian's packages --------------------------------------------------------
 
-# In `names`: the packages, the kernel's, and the libraries that they need.
+# Sets `names` to the packages, the kernel's, and the libraries that they need.
 find_packages()
 {
   mapfile -t names < <(
@@ -84,12 +85,12 @@ find_packages()
     die 'apt knows no package linux-image-cloud-amd64 (apt-get update?)'
 }
 
-# Fetches what is not there yet in that version, and unpacks it.
+# Downloads and unpacks packages that do not exist yet in that version.
 fetch_packages()
 {
   local names=() file
   local -A current=()
-  # Nothing has changed that says which ones they are.
+  # Neither the package lists nor our choice of packages have changed.
   if [[ $PARTS/packages/done -nt /var/lib/apt/lists &&
     $(<"$PARTS/packages/done") == "${PACKAGES[*]}" ]]; then
     return
@@ -98,7 +99,7 @@ fetch_packages()
   find_packages
   rm -f -- "$PARTS/packages/done"
   (
-    # Names of files, which are asked for where none of them is.
+    # Only the files' names; apt saves them in the current folder.
     cd -- "$PARTS" && apt-get -qq download --print-uris "${names[@]}" |
       cut -d ' ' -f 2 >packages/list && cd -- packages || exit
     apt-get -qq -o APT::Sandbox::User=root download "${names[@]}" \
@@ -124,8 +125,8 @@ unpack()
   fi
 }
 
-# find_file PATTERN...: the first of these that a package has, in REPLY; whether
-# it begins with /usr does not matter, since Debian has moved files there.
+# find_file PATTERN...: sets REPLY to the first of these that a package
+# contains, with or without /usr in front, since Debian has moved files there.
 find_file()
 {
   local path
@@ -169,14 +170,15 @@ lay_out_system()
   ln -s ../bin/busybox "$tree/sbin/init"
 }
 
-# libraries FILE...: what these programs and libraries name as needed.
+# libraries FILE...: prints the libraries that these programs and libraries
+# need.
 libraries()
 {
   readelf -d -- "$@" 2>/dev/null | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
     sort -u
 }
 
-# The libraries of all programs in the tree, and their own.
+# Copies the libraries of all programs in the tree, and the libraries of these.
 add_libraries()
 {
   local name added=1
@@ -197,8 +199,8 @@ add_libraries()
 
 # --- Larkspur and the device's forms ------------------------------------------
 
-# Of what is installed, all but the manuals, a shell's convenience and the other
-# web servers.
+# Everything that is installed, except the manuals, the completion for shells
+# and the other web servers.
 lay_out_larkspur()
 {
   local data=$tree/usr/share/larkspur
@@ -212,7 +214,7 @@ lay_out_larkspur()
       "$tree/etc/init.d/S45larkspur"
 }
 
-# The device's forms, and what the command was told to put on top.
+# The device's forms, then the layers given on the command line.
 lay_out_device()
 {
   local to=$tree/usr/share/larkspur layer
@@ -226,8 +228,8 @@ lay_out_device()
     chmod -R go-w,a+rX -- "$tree"
 }
 
-# copy_layer FOLDER TO: a link to a file elsewhere becomes that file; one to
-# orv-store, beside it, stays.
+# copy_layer FOLDER TO: links to files elsewhere become these files; links to
+# orv-store in the same folder stay.
 copy_layer()
 {
   local link
@@ -239,8 +241,8 @@ copy_layer()
 
 # --- packing ------------------------------------------------------------------
 
-# module NAME: that module behind those that it needs, as paths; nothing when
-# the kernel has it built in.
+# module NAME: prints the paths of the modules that it needs, then its own;
+# nothing if it is built into the kernel.
 module()
 {
   local file name
@@ -296,7 +298,7 @@ pack_system()
 
 # --- sizes --------------------------------------------------------------------
 
-# size NAME PATH...: of files as they are, in KiB.
+# size NAME PATH...: prints the size of uncompressed files, in KiB.
 size()
 {
   local name=$1 paths=() path

@@ -1,6 +1,6 @@
 #!/bin/bash
-# The local network: the device's own address in it, and the addresses that it
-# hands out, some of them always to the same device (a table).
+# The local network: the device's own address, and the addresses that it
+# assigns, some of them always to the same device (a table).
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(dh_address dh_on dh_first dh_last dh_lease dh_domain dh_dns)
@@ -36,7 +36,8 @@ check_range()
   fi
 }
 
-# once COLUMN ROW VALUE WHAT: marks the cell when an earlier row holds the same.
+# once COLUMN ROW VALUE WHAT: marks the cell if an earlier row has the same
+# value.
 once()
 {
   local key=$1.${3,,}

@@ -70,7 +70,7 @@ sort_rows()
     if [[ ! $number =~ ^[0-9]{1,4}$ ]]; then
       number=10000
     fi
-    # A sparse array gives its values in the order of their indices.
+    # A sparse array returns its values in the order of their indices.
     by_number[10#$number * 100 + row]=$row
   done
   rows=("${by_number[@]}")

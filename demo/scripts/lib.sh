@@ -3,7 +3,7 @@
 # addresses.
 #
 # Each script ends in the same way: all values are checked, by the check script
-# for the user and once more by the write script, which holds the lock, since
+# for the user and again by the write script, which holds the lock, since
 # another save can happen between the two.
 . "${BASH_SOURCE[0]%/*}/orv.bash"
 
@@ -13,20 +13,20 @@ PORTS=(wan lan1 lan2 lan3)
 # shellcheck disable=SC2034
 declare -A PORT_LABEL=([wan]=WAN [lan1]='LAN 1' [lan2]='LAN 2' [lan3]='LAN 3')
 
-LOG=${ORV_STATE%/*}/log # beside the settings, which it is none of
+LOG=${ORV_STATE%/*}/log # beside the settings, since it is not one of them
 
-# The shell reads a script as it runs: the rest costs a shown page nothing.
+# The shell reads a script as it runs, so the rest costs a shown page nothing.
 if [[ $1 == --read ]]; then
   return
 elif [[ $1 == --write ]]; then
   orv_lock # before anything is loaded
 fi
 
-# The log's lines: at the first number it is cut to the second.
+# The log's lines: when it has the first number, it is cut to the second.
 LOG_MAX=200
 LOG_KEPT=100
 
-# saved TEXT: what was changed, for the page that confirms and for both logs.
+# saved TEXT: reports the changes on the confirmation page and in both logs.
 saved()
 {
   orv_log_changes
@@ -35,7 +35,7 @@ saved()
   orv_changes
 }
 
-# note_by_user TEXT: with who did it, and from where.
+# note_by_user TEXT: the same as note, with the user and the address.
 note_by_user()
 {
   local user=${REMOTE_USER:0:50} from=${REMOTE_ADDR//[!0-9a-fA-F.:]/}
@@ -44,13 +44,14 @@ note_by_user()
   note "$1${user:+ ($user)}"
 }
 
-# Called in the background when a change went back.
+# Called in the background when a change has gone back.
 orv_went_back()
 {
   note 'Nobody kept the change: the old settings are back'
 }
 
-# note TEXT...: appends lines to the device's log.  It never makes a page fail.
+# note TEXT...: appends lines to the device's log.  A failure is ignored, so
+# that the page works.
 note()
 {
   local when lines=() new=$LOG.new.$$
@@ -69,7 +70,7 @@ is_port()
   [[ $1 =~ ^0{0,9}[1-9][0-9]{0,4}$ ]] && ((10#$1 <= 65535))
 }
 
-# ip_number ADDRESS: the IPv4 address as one number, in REPLY.
+# ip_number ADDRESS: sets REPLY to the IPv4 address as a number.
 ip_number()
 {
   local byte='([0-9]|[1-9][0-9]|1[0-9][0-9]|2[0-4][0-9]|25[0-5])'
@@ -109,7 +110,7 @@ check_network()
   return 1
 }
 
-# in_network ADDRESS: whether it is one for a device of that network.
+# in_network ADDRESS: whether a device of that network can have it.
 in_network()
 {
   ip_number "$1" && ((REPLY > network && REPLY < broadcast))

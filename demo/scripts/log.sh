@@ -11,8 +11,8 @@ if [[ $1 == --read ]]; then
   fi
   mapfile -t lines <"$log"
   lines=("${lines[@]#event=}")
-  # A line is its date, its time and what happened.  The page draws the marks:
-  # emphasis and its end, the end of a line.
+  # A line has a date, a time and an event.  The codes are the page's: emphasis,
+  # its end, the end of a line.
   for ((i = 0; i < SHOWN && i < ${#lines[@]}; i++)); do
     line=${lines[-1 - i]//\$/}
     orv_put "log$i" "\$B\$${line:0:19}\$R\$ ${line:20:190}\$L\$"

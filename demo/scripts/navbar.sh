@@ -10,7 +10,7 @@ case $1 in
       'dhcp Address server' 'status Status'
     ;;
   port)
-    # The ports of lib.sh.
+    # The ports, as in lib.sh.
     printf '%s\n' 'interfaces Ports' 'port/wan WAN' 'port/lan1 LAN 1' \
       'port/lan2 LAN 2' 'port/lan3 LAN 3'
     ;;

@@ -2,8 +2,8 @@
 # Host name, addresses and name servers.
 #
 # With an automatic address the fields of the static one are not drawn.  They
-# are reported empty then, so that nobody stores an address unseen by switching
-# over; the last one is kept in the file and shown as a hint.
+# are reported empty then, so that nobody stores an unseen address by switching
+# to a static one; the last one is kept in the file and shown as a hint.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(static_ip ip_address gateway ip6_mode ip6_address ip6_gateway dns1 dns2
@@ -26,7 +26,7 @@ if [[ $1 == --read ]]; then
   fi
   orv_show host_name "${NAMES[@]}" last_ip_address last_ip6_address drawn_ip4 \
     drawn_ip6
-  orv_put wait_confirm '' # the page counts down where scripts run
+  orv_put wait_confirm '' # the page counts down if the browser runs scripts
   exit
 fi
 
@@ -92,7 +92,7 @@ ip6_digits()
   ((${#REPLY} == 32))
 }
 
-# same_start A B BITS: whether two such addresses begin with the same bits.
+# same_start A B BITS: whether two such addresses have the same first bits.
 same_start()
 {
   local whole=$(($3 / 4)) rest=$(($3 % 4))

@@ -1,5 +1,5 @@
 #!/bin/bash
-# The start page: it only shows which device this is.
+# The start page only shows which device this is.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 orv_load name

@@ -1,5 +1,5 @@
 #!/bin/bash
-# One network port; the sub-item says which.
+# One network port, named by the sub-item.
 # shellcheck disable=SC2030,SC2031  # a subshell looks at the other ports
 . "${BASH_SOURCE%/*}/lib.sh"
 
@@ -21,8 +21,8 @@ if [[ $1 == --read ]]; then
   exit
 fi
 
-# Whether a port but this one is switched on.  A shell of its own, since the
-# others' values have the same names.
+# Whether another port is switched on.  It runs in a subshell, since the other
+# ports' values have the same names.
 other_port_on()
 (
   for other in "${PORTS[@]}"; do

@@ -1,5 +1,5 @@
 #!/bin/bash
-# What the device offers to others, and who is notified of events.
+# The device's services, and who is notified of events.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(ssh_on ssh_port ssh_key_only mdns_on alert_on alert_mail log_level

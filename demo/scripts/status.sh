@@ -106,6 +106,6 @@ orv_load reboot
     st_gateway st_kernel
   read_traffic
 } 2>/dev/null
-# The page shows fresh values, and reads out the way out when it changes.
+# The page shows fresh values, and a screen reader announces a new gateway.
 printf '%s\n' live_seconds=5 live_tell=st_gateway
 exit 0

@@ -1,5 +1,5 @@
 #!/bin/bash
-# The place of the device, and its clock.
+# The device's location, and its clock.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(place contact time_zone ntp_on ntp_server ntp_server2 ntp_hours

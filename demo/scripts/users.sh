@@ -2,11 +2,11 @@
 # Who may use these pages: a table of names and roles.
 #
 # The password hashes are in a separate file and never reported to a page: a
-# random salt and the SHA-512 of salt and password.  That tool is on every
-# device and keeps what was typed out of the file; where a slow hash (what crypt
-# makes) is at hand, it belongs here instead.  A password belongs to a name, not
-# to a row: rows move when others are deleted.  The shipped users have passwords
-# that nobody knows: random ones that were discarded.  A backup (orvctl dump
+# random salt and the SHA-512 of salt and password.  Every device has that tool,
+# and it keeps the password itself out of the file; if a slow hash (as from
+# crypt) is available, use that instead.  A password belongs to a name, not to a
+# row: rows move when others are deleted.  The shipped users have passwords that
+# nobody knows: random ones that were discarded.  A backup (orvctl dump
 # --secrets) contains the hashes, and restores them.
 . "${BASH_SOURCE%/*}/lib.sh"
 
@@ -29,7 +29,7 @@ if [[ $1 == --read ]]; then
 fi
 
 MAX_ROWS=20
-HASH='[0-9a-f-]{36}:[0-9a-f]{128}' # what hash_password makes
+HASH='[0-9a-f-]{36}:[0-9a-f]{128}' # the result of hash_password
 
 # The page has checked the fields of an ordinary request; rows after a gap
 # arrive unchecked, so formats are checked again.

@@ -1,11 +1,11 @@
 #!/bin/bash
 # The wireless network.
 #
-# The passphrase has a file of its own, which nothing reads but the radio and
-# nothing here reports: a page that shows it would show it to whoever looks over
-# a shoulder or into a browser's cache.  It stands there as it was typed, since
-# the radio's program must be able to read it; the file is its owner's alone, as
-# every settings file.
+# The passphrase has its own file, which only the radio's program reads.  It is
+# never reported: a page that shows it would show it to anybody who looks over a
+# shoulder or into a browser's cache.  It is stored as typed, since the radio's
+# program must be able to use it; only its owner can read the file, like every
+# settings file.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(wl_on wl_name wl_hidden wl_security wl_band wl_channel wl_country

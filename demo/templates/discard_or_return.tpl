@@ -1,4 +1,4 @@
-# Home was pressed while a form held changes that are not saved.
+# Home was pressed while a form had unsaved changes.
 title Leave without saving?
 read_script empty.sh
 navbar_script navbar.sh $F$

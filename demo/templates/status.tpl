@@ -1,4 +1,5 @@
-# Fixed fields only: there is nothing to save here, and no Submit to see.
+# Only read-only (fixed) fields: there is nothing to save, so Submit is not
+# shown.
 title Status
 navbar_script navbar.sh $F$
 help_mode

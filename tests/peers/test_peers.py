@@ -28,7 +28,7 @@ def run(*arguments):
 
 def test_every_installed_peer_answers_correctly():
     done = run("--check")
-    titles = re.findall(r"^(.*): answers rightly$", done.stdout, re.M)
+    titles = re.findall(r"^(.*): answers correctly$", done.stdout, re.M)
     assert {"Larkspur", "bash", "Perl", "Python"} <= set(titles)
     for peer in peers.PEERS:
         if peer.kind != "orv" and peer.title not in titles:

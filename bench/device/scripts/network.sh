@@ -1,6 +1,6 @@
 #!/bin/bash
-# The settings of the measured form, by what the shell can do itself, so that
-# the scripts are as quick as scripts can be.
+# The settings of the measured form, with shell builtins only, so that the
+# scripts are as fast as scripts can be.
 STATE=${BASH_SOURCE%/*}/../state/network
 
 case $1 in

@@ -1,6 +1,6 @@
 #!/bin/bash
-# The form of the gateway's settings, kept as lines NAME=VALUE.  Nothing but the
-# last step of a save starts a program, and nothing forks.
+# The form of the gateway's settings, stored as lines NAME=VALUE.  Only the last
+# step of a save starts a program, and nothing else forks.
 set -f
 shopt -u patsub_replacement 2>/dev/null # "&" in a replacement means itself
 export PATH=/usr/bin:/bin LC_ALL=C
@@ -31,7 +31,7 @@ declare -A CHOICES=([addressing]='no Automatic yes Static'
 declare -A HINTS=([host_name]='For example gateway-1' [contact]='A mail address'
   [ip_address]='For example 192.168.1.20' [prefix]='1 to 30, usually 24'
   [ntp]='A host name or an address')
-# What judges a value; a name with "?" may be blank.
+# The check of each value; a name with "?" may be blank.
 declare -A CHECKS=([host_name]=is_label [location?]='is_text 60'
   [contact?]=is_mail [addressing]='is_one_of no yes' [ip_address]=is_ip
   [prefix]='is_number 30' [gateway?]=is_ip [dns1?]=is_ip [dns2?]=is_ip
@@ -52,7 +52,7 @@ declare -A MESSAGES=([addressing]=$CHOOSE [log_level]=$CHOOSE [fw_proto]=$CHOOSE
 declare -A value=() got=() errors=()
 rows=0 page='' note=''
 
-esc() { # TEXT: in REPLY, as HTML
+esc() { # TEXT: sets REPLY to it as HTML
   REPLY=$1
   if [[ $1 == *[\&\<\>\"\']* ]]; then
     REPLY=${REPLY//&/&amp;} REPLY=${REPLY//</&lt;} REPLY=${REPLY//>/&gt;}
@@ -90,7 +90,7 @@ control() { # NAME KEY [ARIA]
   fi
 }
 
-is_drawn() { # NAME: those of a static address only with one
+is_drawn() { # NAME: fields of a static address only with such an address
   [[ ${value[addressing]} == yes || $1 != @(ip_address|prefix|gateway) ]]
 }
 
@@ -170,7 +170,7 @@ load() {
   rows=${value[rows]:-0}
 }
 
-decode() { # TEXT: in REPLY; blanks at both ends go
+decode() { # TEXT: sets REPLY, without blanks at both ends
   REPLY=${1//+/ }
   if [[ $REPLY == *%* ]]; then
     REPLY=${REPLY//\\/\\\\}
@@ -180,7 +180,7 @@ decode() { # TEXT: in REPLY; blanks at both ends go
   REPLY=${REPLY%"${REPLY##*[![:space:]]}"}
 }
 
-# What was posted, in place of what was stored; rows in use move together.
+# Replaces the stored values by the posted ones; rows in use move together.
 take() {
   local body pair name i IFS='&'
   IFS= read -r -d '' -N "$CONTENT_LENGTH" body
@@ -206,7 +206,8 @@ take() {
   done
 }
 
-# Checks of a TEXT.  Patterns, since an expression costs ten times as much.
+# Checks of a TEXT.  They are patterns, since a regular expression costs ten
+# times as much.
 is_label() {
   [[ ${#1} -le 63 && $1 == [A-Za-z0-9]* && $1 != *[!A-Za-z0-9-]* && $1 != *- ]]
 }
@@ -284,7 +285,7 @@ check() {
   ((!${#errors[@]} && rows <= MAX_ROWS))
 }
 
-# Replaces the file as a whole: a reader sees the old one or the new.
+# Replaces the whole file: a reader sees the old one or the new.
 store() {
   local text="rows=$rows"$'\n' name i new=$STORE.$$
   for name in "${FIELDS[@]}"; do text+=$name=${value[$name]}$'\n'; done

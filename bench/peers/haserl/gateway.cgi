@@ -66,8 +66,8 @@ is_one_of() { # TEXT ALLOWED...
   return 1
 }
 
-# refuse_unless NAME MESSAGE CHECK...: of the value NAME, and with "?" in front
-# of the name a blank one passes.
+# refuse_unless NAME MESSAGE CHECK...: checks the value NAME; with "?" in front
+# of the name a blank value passes.
 refuse_unless() {
   local name=${1#\?} message=$2 check=$3 text
   eval "text=\$v_$name"
@@ -128,7 +128,7 @@ check() {
 
 # --- the page ---
 
-esc() { # TEXT: in REPLY, as HTML
+esc() { # TEXT: sets REPLY to it as HTML
   local rest=$1 head
   REPLY=''
   while :; do
@@ -146,7 +146,7 @@ esc() { # TEXT: in REPLY, as HTML
   done
 }
 
-# begin KEY ARIA: in `text`, `message` and `more`, what a control shows.
+# begin KEY ARIA: sets `text`, `message` and `more` to the parts of a control.
 begin() {
   eval "text=\$v_$1 message=\$msg_$1"
   more=" id=\"$1\"${2:+ aria-label=\"$2\"}"
@@ -239,7 +239,7 @@ from_here() {
   fi
 }
 
-# What was posted, in place of what was stored; rows in use move together.
+# Replaces the stored values by the posted ones; rows in use move together.
 take() {
   local name i=0 used
   v_addressing=$POST_addressing
@@ -261,7 +261,7 @@ take() {
   done
 }
 
-trim() { # NAME POSTED: the value without blanks at both ends
+trim() { # NAME POSTED: sets the value without blanks at both ends
   local text
   eval "text=\$POST_$2"
   text=${text#"${text%%[! ]*}"}
@@ -269,7 +269,7 @@ trim() { # NAME POSTED: the value without blanks at both ends
   eval "v_$1=\$text"
 }
 
-# Replaces the file as a whole: a reader sees the old one or the new.
+# Replaces the whole file: a reader sees the old one or the new.
 store() {
   local out="rows=$rows$NL" name i=0 names=$FIELDS text new=$STORE.$$
   while [ $i -lt $rows ]; do
@@ -288,7 +288,7 @@ store() {
   return 1
 }
 
-quote() { # TEXT: in REPLY, every ' left and taken up again
+quote() { # TEXT: sets REPLY; each ' closes the quotes and opens them again
   local rest=$1
   REPLY=''
   while :; do

@@ -1,5 +1,5 @@
 #!/usr/bin/lua5.4
--- The form of the gateway's settings, kept as a table that Lua reads.
+-- The form of the gateway's settings, stored as a table that Lua reads.
 local STORE <const> = "../state/gateway.lua"
 local MAX_BODY <const> = 65536
 local MAX_ROWS <const> = 32
@@ -278,10 +278,10 @@ local function quoted(record)
   return "{" .. concat(items, ",") .. "}"
 end
 
--- Replaces the file as a whole: a reader sees the old one or the new.
+-- Replaces the whole file: a reader sees the old one or the new.
 local function store(values, rows)
   local stat <close> = assert(io.open("/proc/self/stat"))
-  local new = STORE .. "." .. stat:read("n") -- this process's number
+  local new = STORE .. "." .. stat:read("n") -- this process's id
   local items = {}
   for i, row in ipairs(rows) do items[i] = quoted(row) end
   local file = io.open(new, "w")
@@ -292,7 +292,7 @@ local function store(values, rows)
   return done
 end
 
--- The file can name values and nothing else: it is given no environment.
+-- The file can only name values, since it gets an empty environment.
 local load_stored = loadfile(STORE, "t", {})
 local stored = load_stored and load_stored() or { values = {}, rows = {} }
 local length = tonumber(getenv("CONTENT_LENGTH") or "") or 0

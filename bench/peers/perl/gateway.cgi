@@ -1,5 +1,5 @@
 #!/usr/bin/perl -T
-# The form of the gateway's settings, kept as lines NAME=VALUE.
+# The form of the gateway's settings, stored as lines NAME=VALUE.
 use strict;
 use warnings;
 
@@ -13,8 +13,8 @@ my $LABEL  = qr/[A-Za-z0-9](?:[A-Za-z0-9-]{0,61}[A-Za-z0-9])?/;
 my $CHOOSE = 'Choose one of the entries';
 my $NUMBER = 'Enter a number from 1 to 30';
 
-# Name, label, size of a text or its choices, what it must match, may it be
-# blank, the message otherwise, a hint.
+# Name, label, size of a text or its choices, its pattern, may it be blank, the
+# message otherwise, a hint.
 my @FIELDS = (
   ['host_name', 'Device name', 24, $LABEL, 0,
     'Use letters, digits and hyphens, 63 at most', 'For example gateway-1'],
@@ -159,7 +159,7 @@ sub load {
   $rows = $value{rows} // 0;
 }
 
-# What was posted, in place of what was stored; rows in use move together.
+# Replaces the stored values by the posted ones; rows in use move together.
 sub take {
   my ($body) = @_;
   my %got;
@@ -215,13 +215,13 @@ sub check {
   return !%error && $rows <= MAX_ROWS;
 }
 
-# Replaces the file as a whole: a reader sees the old one or the new.
+# Replaces the whole file: a reader sees the old one or the new.
 sub store {
   my $new  = STORE . ".$$";
   my $text = join '', map { "$_=" . ($value{$_} // '') . "\n" }
     map({ $_->[0] } @FIELDS),
     map { my $i = $_; map { "$_->[0]$i" } @COLUMNS } 0 .. $rows - 1;
-  require Fcntl; # here, since a page that stores nothing does without
+  require Fcntl; # here, since a page that stores nothing does not need it
   require IO::Handle;
   sysopen my $file, $new,
     Fcntl::O_WRONLY() | Fcntl::O_CREAT() | Fcntl::O_EXCL(), 0600 or return 0;

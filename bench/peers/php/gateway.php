@@ -1,5 +1,5 @@
 <?php
-// The form of the gateway's settings, kept as JSON.
+// The form of the gateway's settings, stored as JSON.
 declare(strict_types=1);
 
 const STORE = __DIR__ . '/../state/gateway.json';
@@ -173,7 +173,7 @@ function check(array $values, array $rows): array
     return $errors;
 }
 
-/** Replaces the file as a whole: a reader sees the old one or the new. */
+/** Replaces the whole file: a reader sees the old one or the new. */
 function store(array $values, array $rows): bool
 {
     $new = STORE . '.' . bin2hex(random_bytes(8));

@@ -1,5 +1,5 @@
 #!/usr/bin/python3 -I
-"""The form of the gateway's settings, kept as JSON."""
+"""The form of the gateway's settings, stored as JSON."""
 import html
 import json
 import os
@@ -15,8 +15,8 @@ LABEL = r"[A-Za-z0-9](?:[A-Za-z0-9-]{0,61}[A-Za-z0-9])?"
 CHOOSE = "Choose one of the entries"
 NUMBER = "Enter a number from 1 to 30"
 
-# name, label, size of a text or its choices, what it must match, may it be
-# blank, the message otherwise, a hint
+# name, label, size of a text or its choices, its pattern, may it be blank, the
+# message otherwise, a hint
 FIELDS = (
     ("host_name", "Device name", 24, LABEL + "$", False,
      "Use letters, digits and hyphens, 63 at most", "For example gateway-1"),
@@ -137,7 +137,7 @@ def from_here(env=os.environ):
 
 def posted():
     """The values and the rows in use of the request."""
-    from urllib.parse import parse_qsl  # here, for a page does without
+    from urllib.parse import parse_qsl  # here, since a page does not need it
     body = sys.stdin.buffer.read(int(os.environ["CONTENT_LENGTH"]))
     got = dict(parse_qsl(body.decode("ascii"), keep_blank_values=True))
     values = {f[0]: got.get(f[0], "").strip() for f in FIELDS}
@@ -188,7 +188,7 @@ def check(values, rows):
 
 
 def store(values, rows):
-    """Replaces the file as a whole: a reader sees the old one or the new."""
+    """Replaces the whole file: a reader sees the old one or the new."""
     new = f"{STORE}.{os.getpid()}"
     try:
         fd = os.open(new, os.O_WRONLY | os.O_CREAT | os.O_EXCL, 0o600)

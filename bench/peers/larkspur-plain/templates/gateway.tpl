@@ -1,5 +1,5 @@
 title Gateway
-# All is judged once, under the lock.
+# All values are checked once, under the lock.
 check_script /bin/true
 navbar_script navbar.sh --navbar
 body
@@ -65,7 +65,7 @@ checkbox ssh
 label Remote login
 
 heading2 Port forwards
-# Every column may stay blank: rows without a text are left out.
+# Every column may be blank: rows without a text are left out.
 table forwards 4
 select fw_proto
 label Protocol

@@ -1,6 +1,6 @@
 #!/bin/bash
-# The settings of the gateway.  The page judges single fields; what is left is
-# what rows lack and what fields have to do with each other.
+# The settings of the gateway.  The page checks single fields; the script checks
+# incomplete rows and rules between fields.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 NAMES=(host_name location contact addressing ip_address prefix gateway dns1 dns2
@@ -23,7 +23,7 @@ fi
 
 MAX_ROWS=32
 
-# Rows behind a gap come unchecked, so formats are looked at once more.
+# Rows after a gap arrive unchecked, so formats are checked again.
 check_row()
 {
   local i=$1 proto key
@@ -52,7 +52,7 @@ check_row()
   done
 }
 
-# Patterns, since an expression costs ten times as much.
+# Patterns, since a regular expression costs ten times as much.
 is_port()
 {
   [[ ${#1} -le 5 && $1 == [0-9]* && $1 != *[!0-9]* ]] &&

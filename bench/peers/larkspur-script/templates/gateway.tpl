@@ -1,5 +1,5 @@
 title Gateway
-# What fields have to do with each other is judged once, under the lock.
+# Rules between fields are checked once, under the lock.
 check_script /bin/true
 navbar_script navbar.sh --navbar
 body
@@ -65,7 +65,7 @@ checkbox ssh
 label Remote login
 
 heading2 Port forwards
-# Every column may stay blank here: the script asks for what a row in use lacks.
+# Every column may be blank here: the script requires what a row in use lacks.
 table forwards 4
 select fw_proto
 label Protocol

@@ -1,11 +1,11 @@
 #!/bin/bash
-# What fields have to do with each other, and what rows lack.  Each field alone
-# is judged by the page, and where it is stored.
+# Rules between fields, and incomplete rows.  Each single field is checked by
+# the page, and again when it is stored.
 . "${BASH_SOURCE%/*}/orv.bash"
 NAMES=(addressing ip_address prefix gateway dns1 dns2)
 orv_read "${NAMES[@]}" fw_proto# fw_port# fw_to#
 
-for name in "${NAMES[@]}"; do # every page has them; they stay as they are
+for name in "${NAMES[@]}"; do # every page sends them; they stay unchanged
   [[ ${orv[$name]+there} ]] || orv_fatal "The request lacks $name."
 done
 

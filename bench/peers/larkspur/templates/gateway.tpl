@@ -1,6 +1,5 @@
 title Gateway
-# Each field is judged where it is stored; what they have to do with each other
-# takes a script.
+# Each field is checked when it is stored; rules between them need a script.
 check_script rules.sh --check $F$
 navbar_script navbar.sh --navbar
 body
@@ -66,7 +65,7 @@ checkbox ssh
 label Remote login
 
 heading2 Port forwards
-# Every column may stay blank here: the script asks for what a row in use lacks.
+# Every column may be blank here: the script requires what a row in use lacks.
 table forwards 4
 select fw_proto
 label Protocol

@@ -1,17 +1,17 @@
 #!/bin/bash
-# The device's address.  A wrong one must lock nobody out: the change goes back
-# unless somebody keeps it in time, at the new address.
+# The device's address.  A wrong one must not lock anybody out: the change goes
+# back unless somebody keeps it in time, at the new address.
 . "${BASH_SOURCE%/*}/lib.sh"
 
 NAMES=(static_ip ip_address gateway dns)
-PATIENCE=90 # seconds in which somebody must keep a new address
-APPLYING=30 # seconds that its use may take
+PATIENCE=90 # seconds within which a new address must be kept
+APPLYING=30 # seconds that setting it may take
 
 orv_load network
 if [[ $1 == --read ]]; then
   orv_stamp
   orv_show "${NAMES[@]}"
-  orv_put wait_confirm '' # the page counts down where scripts run
+  orv_put wait_confirm '' # the page counts down if the browser runs scripts
   exit
 fi
 

@@ -1,6 +1,6 @@
 #!/bin/bash
 # Restarts the device, with its settings or as shipped.  There is nothing to
-# change on this page, so it asks to be submitted always.
+# change on this page, so it reports always_submit.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 if [[ $1 == --read ]]; then

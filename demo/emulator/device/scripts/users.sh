@@ -1,6 +1,6 @@
 #!/bin/bash
-# How root logs in over SSH.  Of the password a hash is kept, which no page is
-# told.
+# How root logs in over SSH.  The password is stored as a hash, which is never
+# reported to a page.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 HASH='[$]6[$][A-Za-z0-9./]{1,16}[$][A-Za-z0-9./]{86}'
@@ -23,7 +23,7 @@ if [[ $typed && ! $typed =~ ^[[:print:]]{10,80}$ ]]; then
 fi
 orv_end
 if [[ $1 == --write ]] && ((!orv_failed)); then
-  if [[ $typed ]]; then # as input: everybody sees a command's arguments
+  if [[ $typed ]]; then # as input: everybody can see a command's arguments
     orv[hash_root_password]=$(openssl passwd -6 -stdin <<<"$typed") ||
       orv_msg 'The password could not be stored.'
     orv_secret root_password

@@ -14,7 +14,7 @@ endif
 if $V:after_save$
 text $V:after_save$
 endif
-# This change, or one before it, goes back unless somebody keeps it.
+# This change, or an earlier one, goes back unless somebody keeps it.
 if $V:saved_pending$
 text $B$$V:saved_pending$$R$
 if $V:saved_address$
@@ -24,7 +24,7 @@ endif
 fmenu
 choice confirm Keep the change?
 endif
-# Each value ends its own line.
+# Each value ends in a line break.
 if $V:saved_change0$
 heading2 What changed
 text $V:saved_change0$$V:saved_change1$$V:saved_change2$$V:saved_change3$

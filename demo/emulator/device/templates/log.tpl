@@ -5,7 +5,7 @@ error $E$
 text What happened on this device; the newest first. It begins anew with each
   start.
 
-# Each value ends its own line.
+# Each value ends in a line break.
 if $V:log0$
 text $V:log0$$V:log1$$V:log2$$V:log3$$V:log4$
   $V:log5$$V:log6$$V:log7$$V:log8$$V:log9$

@@ -1,8 +1,8 @@
 # shellcheck shell=sh
-# What the device's actions and boot scripts share.  Stored values are a
-# stranger's: whoever reads one judges it.
+# Shared by the device's actions and boot scripts.  Stored values cannot be
+# trusted: every reader checks them.
 
-# load FILE: the values in force of these settings.
+# load FILE: loads the values in force of these settings.
 load()
 {
   settings=$(orv-store load "$1") || exit
@@ -11,7 +11,7 @@ $settings
 "
 }
 
-# value NAME: of what was loaded, in REPLY.
+# value NAME: sets REPLY to the loaded value.
 value()
 {
   REPLY=${settings#*"
@@ -30,7 +30,7 @@ is_on()
   [ "$REPLY" = True ]
 }
 
-# is_host TEXT: a name or an address, such as no program takes for an option.
+# is_host TEXT: a name or an address that no program takes for an option.
 is_host()
 {
   case $1 in
@@ -39,8 +39,8 @@ is_host()
   [ "${#1}" -le 253 ]
 }
 
-# end PROGRAM: ends the process whose number stands in its file, and waits until
-# it is gone.
+# end PROGRAM: ends the process whose id is in the program's file, and waits
+# until it is gone.
 end()
 {
   tries=0
@@ -52,7 +52,7 @@ end()
   rm -f "/run/$1.pid"
 }
 
-# start_log [SERVER]: writes to memory, where logread(1) finds it, and to that
+# start_log [SERVER]: logs to memory, where logread(1) finds it, and to that
 # server as well.
 start_log()
 {
