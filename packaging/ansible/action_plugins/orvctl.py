@@ -1,9 +1,9 @@
 """The settings of a device with Larkspur, over any connection with a shell.
 
-Everything is one or two commands: what is wanted goes to "orvctl --json apply -"
-as the text of a dump, on its standard input, so that no value stands in a list
-of processes.  orvctl judges it, stores all of it or nothing, and says what
-changed.  The device needs no Python, and this keeps nothing there.
+A task takes one or two commands: the wanted settings go to "orvctl --json apply
+-" as a dump on standard input, so that no value appears in a process list.
+orvctl checks them, stores all or nothing, and reports the changes.  The device
+needs no Python, and no file is left there.
 """
 import json
 import os
@@ -14,15 +14,15 @@ from ansible.module_utils.parsing.convert_bool import boolean
 from ansible.plugins.action import ActionBase
 
 SHELL = "/bin/sh"
-KEEP_PAUSE = 2  # seconds between two tries to keep a change
+KEEP_PAUSE = 2  # seconds between attempts to keep a change
 ACTIONS = ("forms", "apply", "dump", "restore", "reset")
 OPTIONS = {*ACTIONS, "keep", "keep_host", "secrets", "pages", "command"}
 SIGNS = {"\\x": "\\x5cx", "\r": "\\x0d", "\n": "\\x0a"}
 
 
 def line(name, value):
-    """One line of a dump.  What would end it is refused by the device, by
-    name, so it is handed on as a code."""
+    """One line of a dump.  A line end is passed on as a code: the device refuses it
+    and names the value."""
     if isinstance(value, bool):
         value = "True" if value else "False"
     text = "" if value is None else str(value)
@@ -34,7 +34,7 @@ def line(name, value):
 
 
 def table(name, rows):
-    """The rows that the table shall have, and no other."""
+    """The lines that give the table exactly these rows."""
     text = f"table {name} {len(rows)}\n"
     for number, row in enumerate(rows):
         if not isinstance(row, dict):
@@ -45,7 +45,7 @@ def table(name, rows):
 
 
 def dump_text(forms):
-    """The dump that says what is wanted of each form."""
+    """The dump with the wanted settings of each form."""
     if not isinstance(forms, dict):
         raise AnsibleActionFail("forms is not a dictionary of forms")
     text = ""
@@ -53,7 +53,7 @@ def dump_text(forms):
         if not isinstance(fields, dict):
             raise AnsibleActionFail(f"the form {form} is not a dictionary")
         text += f"form {form}\n"
-        # The fields first: one of them may bring a table into the page.
+        # The fields first: one of them may make a table appear.
         for name, value in fields.items():
             if not isinstance(value, list):
                 text += line(name, value)
@@ -64,7 +64,7 @@ def dump_text(forms):
 
 
 def told(result):
-    """What orvctl has against a form, in one line."""
+    """orvctl's messages about a form, in one line."""
     parts = [result.get("message", "")]
     parts += [f"{name}: {text}" for name, text in
               result.get("errors", {}).items()]
@@ -96,18 +96,18 @@ class ActionModule(ActionBase):
     # --- the device -----------------------------------------------------------
 
     def orvctl(self, *words, text=None):
-        """Runs orvctl; its status, output and messages."""
+        """Runs orvctl; returns its status, output and messages."""
         shell = self._connection._shell
         command = " ".join([self.command, *map(shell.quote, words)])
-        # The shell is named, or "sleep 0" would have to be on the device; there
-        # is always an input, or ssh would give the command a terminal.
+        # With a shell named, Ansible does not need "sleep" on the device; the
+        # input is never empty, or ssh would give the command a terminal.
         done = self._low_level_execute_command(
             command, executable=SHELL,
             in_data=(text or "\n").encode("utf-8", "replace"))
         return done["rc"], done["stdout"], done["stderr"].strip()
 
     def ask(self, *words, text=None):
-        """What "orvctl --json" answers."""
+        """The answer of "orvctl --json"."""
         status, output, messages = self.orvctl("--json", *words, text=text)
         try:
             return status, json.loads(output), messages
@@ -120,7 +120,7 @@ class ActionModule(ActionBase):
         return ["--dry-run"] if self._play_context.check_mode else []
 
     def outcome(self, status, results, messages):
-        """The task's result of what a save came to."""
+        """The task's result, from that of a save."""
         results = results if isinstance(results, list) else [results]
         forms = [r for r in results if "form" in r]
         lines = {r["form"]: [c["text"] for c in r.get("changes", [])]
@@ -148,8 +148,8 @@ class ActionModule(ActionBase):
     # --- a change that goes back ----------------------------------------------
 
     def keep(self, pending):
-        """Keeps the change by a connection of its own: that it comes about
-        shows that the device can still be reached."""
+        """Keeps the change through a new connection, which proves that the device
+        can still be reached."""
         if not boolean(self._task.args.get("keep", False)):
             return {"warnings": [
                 f"this goes back in {pending['seconds']} seconds unless"
@@ -213,7 +213,7 @@ class ActionModule(ActionBase):
 
 
 def replace(path, text):
-    """Whole or not at all, and readable by its owner alone: it may hold
+    """Completely or not at all, and readable only by its owner: it may contain
     secrets."""
     folder = os.path.dirname(path)
     os.makedirs(folder, exist_ok=True)

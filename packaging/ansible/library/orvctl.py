@@ -1,6 +1,6 @@
 # The documentation of the action plugin of the same name, which does the work:
-# "ansible-doc -M packaging/ansible/library orvctl".  Nothing of it is copied to
-# a device.
+# "ansible-doc -M packaging/ansible/library orvctl".  It is never copied to a
+# device.
 DOCUMENTATION = r"""
 module: orvctl
 short_description: Settings of a device with Larkspur
