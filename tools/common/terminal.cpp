@@ -1,4 +1,4 @@
-// Foreign text on a terminal.  Keeps nothing.
+// Untrusted text on a terminal.  Keeps no state.
 
 #include "terminal.h"
 
@@ -10,7 +10,7 @@ size_t terminal_utf8_length(const char *text)
   // clang-format off
   static const struct {
     unsigned char first, last; // of the lead byte
-    unsigned char low, high;   // of the byte behind it
+    unsigned char low, high;   // of the next byte
     size_t length;
   } forms[] = {
     {0x00, 0x7f, 0x00, 0x00, 1},

@@ -1,12 +1,12 @@
-"""The executable at work on a copy of a device's folder.
+"""Runs the executable on a copy of a device's folder.
 
-The copy lies in a temporary folder; the executable is started in `cgi-bin`
-there, as a web server would, so that a build with the data folder ".." (the
-demo's) or "data" (the tests') finds templates and scripts.
+The copy is in a temporary folder; the executable is started in its `cgi-bin`, as
+by a web server, so that a build with the data folder ".." (the demo's) or "data"
+(the tests') finds templates and scripts.
 
-What the check and write scripts are given is noted by a file that the shell
-reads before it runs a script's command line (BASH_ENV); it keeps the input,
-hands it on and takes itself out of the environment, so the script runs as ever.
+The input of check and write scripts is recorded by a file that bash reads before
+it runs a script's command line (BASH_ENV): it stores the input, passes it on and
+removes itself from the environment, so the script runs as usual.
 """
 
 import os
@@ -23,8 +23,8 @@ PARTS = ("templates", "scripts", "defaults", "actions", "migrate", "system_type"
 STORE = "orv-store"
 URL = "/cgi-bin/orv"
 HOST = "device.local"
-SECONDS = 60  # that one page may take
-REPORT = 99  # the status of a sanitizer's report; a refused request has less
+SECONDS = 60  # timeout of one page
+REPORT = 99  # the exit status of a sanitizer's report; refusals have lower ones
 
 NOTE_INPUT = """\
 unset BASH_ENV
@@ -47,7 +47,7 @@ def is_device(folder):
 
 
 def device_of(file):
-    """The folder of the device that a test file lies in."""
+    """The folder of the device that a test file belongs to."""
     for folder in pathlib.Path(file).resolve().parents:
         if is_device(folder):
             return folder
@@ -62,7 +62,7 @@ def build():
         raise CannotRun("name the executable with --orv")
     cache = folder / "CMakeCache.txt"
     if cache.exists() and f"HOME_DIRECTORY:INTERNAL={ROOT}\n" not in cache.read_text():
-        shutil.rmtree(folder)  # it belongs to a checkout in another folder
+        shutil.rmtree(folder)  # built from a checkout in another folder
     for command in (
             ["cmake", "-S", ROOT, "-B", folder, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=Release", "-DORV_DATA_DIR=..",
@@ -76,7 +76,7 @@ def build():
 
 
 def executable(path):
-    """The executable to test, from --orv or a build of our own."""
+    """The executable to test, from --orv or our own build."""
     installed = ROOT.parents[1] / "libexec/larkspur/orv"  # beside share/larkspur
     if not path and installed.is_file():
         path = installed
@@ -100,8 +100,8 @@ def executable(path):
 
 
 def leads_to_store(path):
-    """Whether it is the link that makes orv-store a form's script, or the one
-    that leads on to the program."""
+    """Whether it is the link that makes orv-store a form's script, or the link to
+    the program itself."""
     return path.is_symlink() and (
         path.name == STORE or os.path.basename(os.readlink(path)) == STORE)
 
@@ -121,7 +121,7 @@ def copy_part(source, target, store):
 
 
 def lines_of(path):
-    """As scripts read them: LF alone ends a line."""
+    """The lines as scripts read them: only LF ends a line."""
     return path.read_bytes().decode("utf-8", "replace").removesuffix("\n").split("\n")
 
 
@@ -156,17 +156,17 @@ class Device:
         os.set_blocking(self.asked.fileno(), False)
 
     def _store(self):
-        """The program that stores, beside the executable."""
+        """The program orv-store beside the executable."""
         return self.orv.parent / STORE
 
     def reset(self):
-        """The settings as the device was shipped: nothing was ever stored."""
+        """Restores the settings as shipped, as if nothing was ever stored."""
         shutil.rmtree(self.root / "state")
         (self.root / "state").mkdir(mode=0o700)
 
     def request(self, query="", fields=None, **headers):
-        """The page for a link's query or, with fields (pairs or the bytes of a
-        body), for a post."""
+        """The page for a link's query or, with fields (pairs or the bytes of a body),
+        for a post."""
         for noted in (self.root / ".sent").iterdir():
             noted.unlink()
         self.asked.read(65536)
@@ -199,15 +199,15 @@ class Device:
         if not 0 <= run.returncode < REPORT:
             raise CannotRun(f"orv exited with status {run.returncode}: "
                             + run.stderr.decode("utf-8", "replace"))
-        if not head.startswith(b"Status: "):  # a web server makes a page of it
+        if not head.startswith(b"Status: "):  # a web server would send an error page
             return Page(500, run.stderr)
         found = Page(int(head[8:11]), page)
         found.head = head
         return found
 
     def sent(self):
-        """The lines that the last request gave to the write script or, where
-        none ran, to the check script; None when neither ran."""
+        """The last request's input lines for the write script or, if that did not
+        run, for the check script; None if neither ran."""
         for script in ("write", "check"):
             path = self.root / ".sent" / script
             if path.exists():
@@ -215,8 +215,8 @@ class Device:
         return None
 
     def stored(self, name):
-        """The values of a file of the state folder, a line each; None when it
-        has none: those are the settings as shipped."""
+        """The values of a file of the state folder, one per line; None without such a
+        file: then the settings are as shipped."""
         path = self.root / "state" / name
         if not path.is_file():
             return None

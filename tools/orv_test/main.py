@@ -12,7 +12,7 @@ from .terminal import shown
 
 VERSION = pathlib.Path(__file__).resolve().parents[2] / "VERSION"
 PASSED, FAILED, CANNOT_RUN = 0, 1, 2
-WIDTH = 30  # of the column of commands in the help
+WIDTH = 30  # of the help's column of commands
 
 
 def listing(table, before=""):
@@ -90,8 +90,8 @@ def options(arguments):
 
 
 def cases_of(files, device):
-    """Pairs of a case and its device's folder; raises CannotRun with all the
-    faults of the files."""
+    """Pairs of a case and its device's folder; raises CannotRun with all faults of
+    the files."""
     found, faults = [], []
     for file in files:
         try:
@@ -110,7 +110,7 @@ def cases_of(files, device):
 
 
 def test(cases, orv):
-    """Runs the cases; the exit status."""
+    """Runs the cases; returns the exit status."""
     print(f"1..{len(cases)}", flush=True)
     failed = 0
     for number, (case, folder) in enumerate(cases, 1):
@@ -146,7 +146,7 @@ def main(arguments=None):
             except KeyboardInterrupt:
                 say(f"Recorded; try it: orv-test {found.record}")
             except CannotRun:
-                pathlib.Path(found.record).unlink()  # lets the user try again
+                pathlib.Path(found.record).unlink()  # so that the user can try again
                 raise
     except (CannotRun, OSError) as error:
         say(str(error))

@@ -19,7 +19,7 @@ def squeeze(text):
 
 @dataclasses.dataclass
 class Control:
-    """An input or a list of the page, and what a person made of it."""
+    """An input or a list of the page, with the user's changes."""
 
     name: str
     kind: str  # hidden, text, checkbox, select or submit
@@ -28,24 +28,24 @@ class Control:
     is_disabled: bool
     options: list  # of a list: values and the texts shown for them
     label: str
-    error_ids: list  # of the paragraphs that tell what is wrong with it
+    error_ids: list  # of the paragraphs with its messages
     is_wrong: bool
 
     def shown_value(self):
-        """The value, and the text that a list shows for it."""
+        """The value, and a list's text for it."""
         return [self.value, *(t for v, t in self.options if v == self.value)]
 
     def entry(self):
         return self.value, self.is_ticked
 
     def enter(self, other):
-        """The entry of another one; a list without it keeps its own."""
+        """Takes another control's entry; a list that lacks it keeps its own."""
         self.is_ticked = other.is_ticked
         if not self.options or other.value in dict(self.options):
             self.value = other.value
 
     def is_posted(self, pressed):
-        """Whether a browser counts it as successful."""
+        """Whether a browser sends it (a "successful" control)."""
         if self.is_disabled or not self.name:
             return False
         if self.kind == "submit":
@@ -56,7 +56,7 @@ class Control:
 
 
 def inner_text(element):
-    """The visible text of an element, a line for each block in it."""
+    """The visible text of an element, with one line per block."""
     if not isinstance(element.tag, str):
         return ""  # a comment
     tag = element.tag.removeprefix(HTML)
@@ -91,7 +91,7 @@ class Page:
     @staticmethod
     def _control(e, labels):
         kind, value, options = e.get("type", "text"), e.get("value", ""), []
-        if kind == "password":  # a text that is not shown
+        if kind == "password":  # a text shown as dots
             kind = "text"
         if e.tag == HTML + "select":
             kind, entries = "select", list(e.iter(HTML + "option"))
@@ -100,7 +100,7 @@ class Page:
             chosen = [o for o in entries if o.get("selected") is not None]
             value = (chosen or entries)[0].get("value", "") if entries else ""
         elif kind != "hidden":
-            value = re.sub("[\r\n]", "", value)  # no text field holds them
+            value = re.sub("[\r\n]", "", value)  # no text field contains them
         return Control(
             e.get("name", ""), kind, value, e.get("checked") is not None,
             e.get("disabled") is not None, options,
@@ -109,8 +109,8 @@ class Page:
             e.get("aria-invalid") is not None)
 
     def _told(self):
-        """For each message whether it is the whole page's, the names of the
-        fields that it belongs to, and its text."""
+        """For each message: whether it is about the whole page, the names of its
+        fields, and its text."""
         for e in self.tree.iter(HTML + "p"):
             text = squeeze("".join(e.itertext()))
             if text and "error" in e.get("class", "").split():
@@ -122,7 +122,7 @@ class Page:
         return [c for c in self.controls if c.kind in kinds]
 
     def by_name(self, *kinds):
-        """Of several of one name the first, which is the one that counts."""
+        """The first control of that name, which is the one that counts."""
         found = {}
         for control in self.controls_of(*kinds):
             found.setdefault(control.name, control)
@@ -130,7 +130,7 @@ class Page:
 
     @property
     def fields(self):
-        """The controls that a person sees and fills in, by their names."""
+        """The controls that a user sees and fills in, by name."""
         return self.by_name("text", "checkbox", "select")
 
     @property
@@ -145,9 +145,9 @@ class Page:
 
     @property
     def errors(self):
-        """What the page says is wrong: pairs of a field's name and the text;
-        instead of the name a column with "#" behind it for all of its cells,
-        "page" for the whole page, "" for a text without a field."""
+        """The page's error messages: pairs of a field's name and the text; in place of
+        the name, a column followed by "#" for all its cells, "page" for the whole
+        page, "" for a text without a field."""
         return [("page" if is_page else names[0].rstrip(DIGITS) + "#"
                  if len(names) > 1 else "".join(names), text)
                 for is_page, names, text in self.told]
@@ -158,8 +158,8 @@ class Page:
                    for e in self.tree.iter(HTML + "p"))
 
     def take_over(self, before):
-        """Takes the place of the page before, whose form it is, drawn again:
-        what was entered stays, and messages at what is as it was sent."""
+        """Replaces the page before, which is the same form: entered values stay, and so
+        do the messages of values that are still as sent."""
         drawn, old, fields = Page(200, before.body).fields, before.fields, self.fields
         same = {name for name in old.keys() & fields.keys()
                 if old[name].entry() == drawn[name].entry()}
@@ -183,7 +183,7 @@ class Page:
         return [int(match[1]) for match in found if match]
 
     def posted(self, button=None):
-        """The fields that go out with that button, in the page's order."""
+        """The fields that this button posts, in the page's order."""
         return [(c.name, "True" if c.kind == "checkbox" and not c.value
                  else re.sub("\r\n?|\n", "\r\n", c.value))
                 for c in self.controls if c.is_posted(button)]

@@ -1,11 +1,11 @@
-"""Writes a test while a person clicks: a small web server on loopback serves a
-copy of the device, and notes as lines of a test what each request did.
+"""Writes a test while a user clicks: a small web server on loopback serves a copy
+of the device, and records each request as lines of a test.
 
-A post is compared with the page that it came from, which is found again by its
-hidden fields, so that going back in the browser is understood.  What the page
-itself asks for (a form drawn again, fresh values) is told from what the person
-does.  Any page of the browser can send requests here: what comes from another
-site, or is refused, is answered as on the device and leaves no line.
+A post is compared with the page that it came from, which is found by its hidden
+fields, so that Back in the browser works.  Requests by the page itself (a form
+drawn again, fresh values) are distinguished from the user's.  Any page in the
+browser can send requests here: those from another site, and refused ones, are
+answered as on the device and leave no line.
 """
 
 import http.server
@@ -20,22 +20,22 @@ from .script import quoted
 FILES = {"/css/orv.css": "text/css; charset=utf-8",
          "/js/position.js": "text/javascript; charset=utf-8",
          "/js/kwt_scroller.js": "text/javascript; charset=utf-8"}
-MOVED = {"/": URL, "/favicon.ico": "/css/orv.css"}  # a browser asks for an icon
-ENDS = re.compile("[\r\n]+")  # of lines; no text field of a page holds one
+MOVED = {"/": URL, "/favicon.ico": "/css/orv.css"}  # browsers request an icon
+ENDS = re.compile("[\r\n]+")  # of lines; no text field contains one
 MOVING = {"scroll_y", "anchor_target"}  # hidden fields that scripts set
 PASSED_ON = {"Host": "HTTP_HOST", "Origin": "HTTP_ORIGIN",
              "Sec-Fetch-Site": "HTTP_SEC_FETCH_SITE",
              "Content-Type": "CONTENT_TYPE", "User-Agent": "HTTP_USER_AGENT"}
 LARGEST = 4 << 20
-REFUSED = 403  # by the policy: no page of the device sends such a request
+REFUSED = 403  # by the policy; no page of the device sends such a request
 
 
 class Recorder:
-    """The session: its pages, and the file that its lines go to."""
+    """The session: its pages, and the file for its lines."""
 
     def __init__(self, device, out):
         self.device, self.out, self.pages = device, out, []
-        self.redrawn = []  # of the pages those that took another one's place
+        self.redrawn = []  # pages that have replaced another one
         self.one_at_a_time = threading.Lock()
         self.write("# Recorded; name the test, and remove what does not matter.",
                    "", time.strftime("test Recorded on %Y-%m-%d at %H:%M"))
@@ -45,8 +45,7 @@ class Recorder:
         self.out.flush()
 
     def show(self, page):
-        """A page that answers what was written last, and what there is to
-        expect of it."""
+        """Notes the answer to the last line written, with expectations about it."""
         self.pages.append(page)
         lines = ([f"expect form {page.form.partition('/')[0]}"] if page.form
                  else [f"expect status {page.status}"])
@@ -61,7 +60,7 @@ class Recorder:
         page = self.device.request(query, **environment)
         if is_from_elsewhere(headers) or page.status == REFUSED:
             return page
-        if not is_navigation(headers):  # fresh values, which take a page's place
+        if not is_navigation(headers):  # fresh values, which replace a page
             self.replace(page)
             return page
         links = self.pages[-1].links if self.pages else []
@@ -78,12 +77,12 @@ class Recorder:
         return page
 
     def replace(self, page):
-        """A page that takes the place of the last: Back does not lead there."""
+        """Notes a page that replaces the last one: Back does not return to that."""
         self.redrawn.append(page)
         self.pages.append(page)
 
     def post(self, body, environment, headers):
-        """A button was pressed, or the page asks how it is drawn now."""
+        """A button was pressed, or the page requests itself drawn again."""
         fields = first_fields(body.decode("ascii", "replace"))
         page = self.device.request(fields=body, **environment)
         if is_from_elsewhere(headers) or page.status == REFUSED:
@@ -102,8 +101,7 @@ class Recorder:
         return page
 
     def entries(self, fields):
-        """The lines for what was typed, ticked and chosen since the page
-        came."""
+        """The lines for the user's input since the page arrived."""
         state = {n: v for n, v in fields.items() if n not in MOVING}
 
         def is_origin(page):
@@ -126,7 +124,7 @@ class Recorder:
 
 
 def first_fields(text):
-    """The fields of a query or a body; of several of a name the first counts."""
+    """The fields of a query or a body; the first of each name counts."""
     fields = {}
     for name, value in urllib.parse.parse_qsl(text, keep_blank_values=True):
         fields.setdefault(name, value)
@@ -134,19 +132,19 @@ def first_fields(text):
 
 
 def asks_for_redraw(fields, headers):
-    """A page of ours that shows help asks for it again with its form; only the
-    browser says then that nobody pressed the button."""
+    """A page with help requests it again with its form; only the browser's headers
+    show then that nobody has pressed the button."""
     action = fields.get("action")
     return action is None or (action == "Help" and not is_navigation(headers))
 
 
 def is_navigation(headers):
-    """Whether the browser itself opens the page, and no script of a page."""
+    """Whether the browser itself opens the page, rather than a script."""
     return headers.get("Sec-Fetch-Mode", "navigate") == "navigate"
 
 
 def is_from_elsewhere(headers):
-    """Whether another site's page made the browser send this."""
+    """Whether another site's page has caused this request."""
     site = headers.get("Sec-Fetch-Site")
     source = headers.get("Origin") or headers.get("Referer")
     if site:
@@ -155,16 +153,16 @@ def is_from_elsewhere(headers):
 
 
 def is_changed(line, fields):
-    """Whether a line that the write script was given says another value than
-    the read script had reported, as the fields of the page remember."""
+    """Whether a line of the write script's input differs from the value that the
+    read script had reported, which the page's fields remember."""
     name, _, value = line.removeprefix("new_").partition("=")
     old = (fields[mark + name] for mark in ("o_", "d_") if mark + name in fields)
     return value[1:-1] != next(old, "")
 
 
 def entry(control, posted):
-    """The line that makes the control post that value (None: nothing), or None
-    where it would anyhow."""
+    """The line that makes the control post that value (None: nothing), or None if
+    it would anyway."""
     row = re.fullmatch(r"delete_(.+)_(\d+)", control.name)
     if control.is_disabled or (control.kind == "select" and not control.options):
         return None
@@ -181,7 +179,7 @@ def entry(control, posted):
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
-    """The web server's side; `recorder` is set by `serve`."""
+    """The web server's handler; `serve` sets `recorder`."""
 
     recorder = None
 

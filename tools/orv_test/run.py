@@ -1,4 +1,4 @@
-"""Runs the steps of a test."""
+"""Executes the steps of a test."""
 
 import difflib
 import functools
@@ -10,11 +10,11 @@ from .device import CannotRun
 from .page import DIGITS
 from .script import near
 
-MOST_FOUND = 6  # lines of what was found, shown with a failure
+MOST_FOUND = 6  # lines found that are shown with a failure
 CLOSE = 0.6  # similarity from which a line is suggested for another
 ITEMS = {"field", "fixed", "checkbox", "select", "iselect"}
-SAFE = "/:,@=~"  # of a sub-item in an address
-# The lines for a field of each kind: to fill it in, to look at it.
+SAFE = "/:,@=~"  # not encoded in an address's sub-item
+# The commands for a field of each kind: to fill it in, to check it.
 WAYS = {"text": "set {} VALUE", "checkbox": "tick {}", "select": "choose {} VALUE"}
 LOOKS = {"text": "expect value {} VALUE", "checkbox": "expect ticked {}",
          "select": "expect value {} VALUE"}
@@ -35,7 +35,7 @@ def pattern(text):
 
 
 def where(address):
-    """The argument of `open` for the form that a link leads to."""
+    """The argument of `open` for a link's form."""
     fields = dict(urllib.parse.parse_qsl(urllib.parse.urlsplit(address).query))
     return "/".join(fields[name] for name in ("form", "subitem") if name in fields)
 
@@ -45,7 +45,7 @@ def is_like(wanted, found):
 
 
 class Browser:
-    """The pages that were visited; the last one is open."""
+    """The pages visited; the last one is open."""
 
     def __init__(self, device):
         self.device, self.pages = device, []
@@ -90,7 +90,7 @@ class Browser:
                          + LOOKS[kind].format(name))
         return field
 
-    # --- what a person does ---------------------------------------------------
+    # --- the user's actions ---------------------------------------------------
 
     def open(self, form):
         query = ""
@@ -168,7 +168,7 @@ class Browser:
         self.pages.pop()
 
     def redraw(self):
-        """What is marked for deletion stays so, and is not sent; help stays."""
+        """Marked rows stay marked, but are not sent; help stays."""
         page = self.page
         fields = [(name, value) for name, value in page.posted()
                   if not re.fullmatch(r"delete_.+_\d+", name)]
@@ -186,7 +186,7 @@ class Browser:
         self.device.reset()
         self.pages.clear()
 
-    # --- what is expected: whether it is so, and what is there -----------------
+    # --- expectations: whether each is met, and what was found -----------------
 
     def expect_form(self, form):
         found = self.page.form
@@ -276,19 +276,19 @@ class Browser:
 # --- reports -----------------------------------------------------------------
 
 def shortened(lines, more):
-    """The first lines; `more` is how many findings the others stand for."""
+    """The first lines; `more` is the number of findings in the others."""
     return lines if more <= 0 else [*lines, f"        ... and {more} more"]
 
 
 def listed(found):
-    """What is there, line by line."""
+    """The lines found."""
     return shortened([f"found   {line}" for line in found[:MOST_FOUND]]
                      or ["found   nothing"], len(found) - MOST_FOUND)
 
 
 def difference(wanted, found):
-    """What was wanted above what is there: the lines of the same name, or that
-    are nearly so, the first difference marked, or else all of them."""
+    """The wanted line above those found: lines of the same name, or similar ones,
+    with the first difference marked, or else all of them."""
     name, equals, _ = wanted.partition("=")
     close = [line for line in found if equals and line.startswith(name + equals)]
     if not close:
@@ -313,7 +313,7 @@ def difference(wanted, found):
 
 
 def check(step, browser):
-    """Carries an expectation out."""
+    """Checks an expectation."""
     find = getattr(browser, step.command.replace(" ", "_"))
     is_so, found = find(*step.arguments)
     if is_so == step.is_wanted:
@@ -328,7 +328,7 @@ def check(step, browser):
 
 
 def place(browser):
-    """Where we are, for the end of a failure's report."""
+    """The open page, for the end of a failure's report."""
     return place_of(browser.page) if browser.pages else []
 
 
@@ -340,8 +340,8 @@ def place_of(page):
 
 
 def run(case, device):
-    """The report of a case: no lines when all came true.  After a failure, what
-    else is expected of the same page is still looked at."""
+    """The report of a case: no lines if all expectations are met.  After a failure,
+    the other expectations about the same page are still checked."""
     browser, report = Browser(device), []
     for step in case.steps:
         is_check = step.command.startswith("expect")

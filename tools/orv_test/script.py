@@ -47,7 +47,7 @@ EXPECTATIONS = {
     "stored": ("FILE [LINE]", "the file in the folder state contains the line, "
                               "or exists"),
 }
-FREE = {"LINE", "VALUE", "TEXT", "LABEL"}  # can contain blanks
+FREE = {"LINE", "VALUE", "TEXT", "LABEL"}  # may contain blanks
 NOT = ("no", "not")
 
 
@@ -134,7 +134,7 @@ def step_of(where, text):
         kind = "expectation" if known is EXPECTATIONS else "command"
         raise Fault(f"unknown {kind} \"{word}\"" + near(word, [*known, *more]))
     if what.endswith(" error") and rest.startswith("..."):
-        found = ["", rest]  # of no field
+        found = ["", rest]  # without a field
     else:
         found = arguments(known[word][0], what, rest)
     name = word if known is ACTIONS else f"expect {word}"

@@ -1,9 +1,9 @@
-"""Foreign text on a terminal, which obeys control characters: what files,
-scripts and pages say is shown through here."""
+"""Untrusted text on a terminal, which obeys control characters: texts of files,
+scripts and pages are shown through this."""
 
 import re
 
-OBEYED = re.compile("[\0-\x1f\x7f-\x9f\udc80-\udcff]")  # the last: no UTF-8
+OBEYED = re.compile("[\0-\x1f\x7f-\x9f\udc80-\udcff]")  # the last: not UTF-8
 
 
 def shown(text):

@@ -14,7 +14,7 @@ fi
 orv_read "${NAMES[@]}"
 orv_stamp
 if [[ ${orv[static_ip]} == yes ]]; then
-  # Drawn or not, it must be there: an undrawn field may be blank.
+  # The page does not require a field that was not drawn, so the script does.
   if [[ -z ${orv[address]} ]]; then
     orv_error address 'Enter the address, for example 192.168.1.20/24'
   elif [[ ${orv[gateway]} == "${orv[address]%/*}" ]]; then

@@ -1,5 +1,5 @@
 #!/bin/bash
-# The shortest form of a script: what the page checks needs no check here.
+# The shortest kind of script: the page's checks need not be repeated here.
 . "${BASH_SOURCE%/*}/orv.bash"
 NAMES=(name lease sharing paper)
 

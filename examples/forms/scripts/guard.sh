@@ -1,8 +1,8 @@
 #!/bin/bash
 . "${BASH_SOURCE%/*}/orv.bash"
 
-# apply: makes the device use what is stored.  It runs after the page has gone
-# out, and once more when the old address comes back.
+# apply: makes the device use the stored settings.  It runs after the page has
+# been sent, and again if the old address comes back.
 apply()
 {
   orv_load guard
@@ -29,6 +29,6 @@ if [[ $1 == --write ]]; then
     new=${orv[address]%/*}
     orv_put u_after_save "Now open http://$new/ and keep the change there."
     orv_put wait_address "$new" # browsers with scripts open it by themselves
-    orv_put wait_confirm 120    # and count
+    orv_put wait_confirm 120    # and count down
   fi
 fi

@@ -20,7 +20,7 @@ fi
 
 orv_read zone
 orv_stamp
-# Nothing else compares the value with the entries.
+# The page does not compare the value with the entries.
 if ! orv_one_of "${orv[zone]}" "${ZONES[@]%% *}"; then
   orv_error zone 'Choose a time zone from the list'
 fi

@@ -1,5 +1,6 @@
 #!/bin/bash
-# The tree of templates in use; root's action `language` sets the link to it.
+# The tree of templates in use; the action `language` sets the link to it as
+# root.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 [[ $1 != --write ]] || orv_lock

@@ -1,6 +1,6 @@
 #!/bin/bash
-# The password for the web server.  It is hashed, and root's action `login`
-# installs the hash; neither appears in the process list.
+# The password for the web server.  It is hashed, and the action `login`
+# installs the hash as root; neither appears in the process list.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 LOGIN=${ORV_LOGIN:-/etc/larkspur/login} # lines USER:HASH
@@ -29,7 +29,7 @@ hash_line()
     mkpasswd -m sha-512 -P 0 ${1:+-S "$1"}
 } 2>/dev/null
 
-# hash_of PASSWORD [SALT]: in REPLY.
+# hash_of PASSWORD [SALT]: sets REPLY to the hash.
 hash_of()
 {
   IFS= read -r REPLY < <(printf '%s\n' "$1" | hash_line "$2")
@@ -53,7 +53,7 @@ judge()
   elif [[ ${orv[again_password]} != "$typed" ]]; then
     orv_error again_password 'The two passwords differ'
   fi
-  # At a terminal the old password is not needed: it may be forgotten.
+  # At a terminal the old password is not needed: it may have been forgotten.
   if [[ $REQUEST_METHOD ]] && ! is_in_use "${orv[old_password]}"; then
     orv_error old_password 'This is not the password in use'
   fi

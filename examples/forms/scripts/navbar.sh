@@ -1,5 +1,5 @@
 #!/bin/sh
-# The bar of links, the same on every page.
+# The navigation bar, the same on every page.
 echo --
 . "${0%/*}/orv_navbar.sh"
 printf '%s\n' 'orvmenu Start' 'fields Fields' 'port/lan1 LAN 1' '- Examples'

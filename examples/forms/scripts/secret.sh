@@ -5,14 +5,14 @@
 orv_load secret
 if [[ $1 == --read ]]; then
   orv_stamp
-  orv_show ssid # never the passphrase: all that is reported stands in the page
+  orv_show ssid # never the passphrase: the page contains all reported values
   orv_show_secrets wifi_passphrase # to a backup
   exit
 fi
 
 orv_read ssid wifi_passphrase
 orv_stamp
-orv_secret wifi_passphrase # a blank one means the one that is stored
+orv_secret wifi_passphrase # blank means the stored one
 if [[ -z ${orv[wifi_passphrase]} ]]; then
   orv_error wifi_passphrase 'There is none yet. Enter 8 to 63 characters'
 fi

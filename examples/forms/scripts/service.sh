@@ -1,7 +1,7 @@
 #!/bin/bash
 . "${BASH_SOURCE%/*}/orv.bash"
 
-# restart: can take any time, since the page does not wait.
+# restart: may take any time, since the page does not wait.
 restart()
 {
   sleep 1 # stands for: /etc/init.d/printing restart

@@ -4,7 +4,7 @@
 read -r seconds _ </proc/uptime
 orv_put name "$SYSTEM_TYPE"
 orv_put running "$((${seconds%.*} / 60)) minutes"
-orv_put live_seconds 5 # fresh values that often
+orv_put live_seconds 5 # new values every 5 seconds
 i=0
 while read -r _ size _ free _ folder; do
   if [[ $size == [0-9]* && $free == [0-9]* ]]; then

@@ -26,7 +26,7 @@ check_row()
 
 orv_read 'route_use#' 'route_to#' 'route_via#'
 orv_stamp
-orv_rows route_to route_via # the rows in which one of these holds something
+orv_rows route_to route_via # rows in which one of these has a value
 for row in "${rows[@]}"; do
   check_row "$row"
 done

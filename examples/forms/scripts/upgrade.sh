@@ -1,6 +1,6 @@
 #!/bin/bash
-# Settings of an older version of this form are brought to it by
-# migrate/upgrade, since defaults/upgrade says which version this is.
+# migrate/upgrade migrates settings of an older version of this form;
+# defaults/upgrade has the current version.
 . "${BASH_SOURCE%/*}/orv.bash"
 
 [[ $1 != --write ]] || orv_lock

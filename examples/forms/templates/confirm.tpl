@@ -1,6 +1,6 @@
-# Keeps a change that would go back by itself.  Nothing is entered here: the
-# Submit of this page is what keeps it, and the page carries which change it
-# shows, so that no other one is kept in its place.
+# Keeps a change that would otherwise go back.  Nothing is entered here: Submit
+# keeps the change, and the page carries its token, so that no other change is
+# kept in its place.
 title Keep the change?
 navbar_script navbar.sh
 body

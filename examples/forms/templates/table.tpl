@@ -5,8 +5,8 @@ error $E$
 text To add a route, fill in a blank row. To remove one, tick Delete, press
   Submit, and press Submit again.
 
-# A row is in use while one of its texts is filled in.  Every column may stay
-# blank here; the script asks for what a row in use lacks.
+# A row is in use while one of its texts is filled in.  Every column may be
+# blank here; the script requires what a row in use lacks.
 table routes 3 2
 select route_use
 label Use
