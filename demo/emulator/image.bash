@@ -20,18 +20,18 @@ PROGRAMS=(/bin/bash /usr/bin/openssl /usr/sbin/lighttpd /usr/sbin/dropbear
 build_image()
 {
   [[ $(dpkg --print-architecture) == amd64 ]] ||
-    die 'the image is built from packages for amd64, on such a Debian only'
-  mkdir -p -- "$PARTS/packages" || die "cannot make the folder \"$PARTS\""
+    die 'the image can be built only on Debian for amd64'
+  mkdir -p -- "$PARTS/packages" || die "cannot create the folder \"$PARTS\""
   # Another build may be running in the same folder.
   exec 9>"$PARTS/.lock" && flock 9
   build_larkspur
   fetch_packages
-  say 'Making the image ...'
+  say 'Creating the image ...'
   tree=$PARTS/tree
   rm -rf -- "$tree"
   if ! lay_out_system || ! lay_out_larkspur || ! lay_out_device ||
     ! add_libraries; then
-    die 'the image cannot be laid out'
+    die 'the image cannot be assembled'
   elif ! pack_initramfs || ! pack_system; then
     die 'the image cannot be packed'
   fi
@@ -314,7 +314,7 @@ size()
 print_sizes()
 {
   local data=/usr/share/larkspur
-  say 'In the image, of Larkspur:'
+  say 'Larkspur in the image:'
   size 'orv, the pages' /usr/lib/cgi-bin/orv
   size 'orv-store, the settings' /usr/sbin/orv-store
   size 'orvctl, the terminal' /usr/sbin/orvctl
@@ -322,14 +322,14 @@ print_sizes()
   size 'the library for scripts' $data/lib
   size 'style and browser scripts' $data/www
   size "this device's forms" $data/{templates,scripts,defaults,actions}
-  say "and of Debian:"
+  say 'Debian in the image:'
   size 'busybox' /usr/bin/busybox
   size 'bash' /usr/bin/bash
   size 'lighttpd' /usr/sbin/lighttpd /usr/lib/lighttpd
   size 'dropbear, openssl, ntpd' /usr/sbin/dropbear /usr/bin/dropbearkey \
     /usr/bin/openssl /usr/sbin/ntpd /usr/sbin/ntpctl
   size 'libraries' '/usr/lib/*.so*' /usr/lib64
-  printf '  %-36s %8s KiB\n' 'all of it, packed' \
+  printf '  %-36s %8s KiB\n' 'the image, compressed' \
     "$(($(stat -c %s "$folder/image.squashfs") / 1024))" \
     'kernel and initramfs' "$((($(stat -c %s "$folder/kernel") + \
     $(stat -c %s "$folder/initramfs")) / 1024))" >&2

@@ -52,7 +52,7 @@ export class Device {
     for await (const line of createInterface(this.process.stderr)) {
       said += `${line}\n`;
       const [, page, forward, password, ssh] =
-        /page: (\S+)[^]*?(?:at \S+: (\S+)[^]*?)?password (\S+)[^]*?-p (\d+)/
+        /pages: (\S+)[^]*?(?:at \S+: (\S+)[^]*?)?password (\S+)[^]*?-p (\d+)/
           .exec(said) || [];
       if (ssh) {
         Object.assign(this, { page, forward, password, ssh, ended });

@@ -185,7 +185,7 @@ def test_a_failure_names_its_line_and_the_value_found(device):
 @pytest.mark.parametrize("text, line, told", [
     ("test a\nopne net\nexpect sent", 2, 'unknown command "opne"; did you mean "open"?'),
     ("test a\nexpect no fild a", 2, 'unknown expectation "fild"; did you mean "field"?'),
-    ("test a\nopen x\nset", 3, "it is: set NAME [VALUE]"),
+    ("test a\nopen x\nset", 3, "usage: set NAME [VALUE]"),
     ("test a\ndelete acl one\n", 2, 'ROW is a number, not "one"'),
     ("test a\nopen net", 1, "expects nothing; end it with a line such as "),
     ("test\nexpect form net", 1, "write: test SENTENCE"),

@@ -108,14 +108,14 @@ def arguments(usage, what, text):
         if index == len(names) - 1:
             word, rest = text, ""
         if not word and name == plain or plain not in FREE and " " in word:
-            raise Fault(f"it is: {what} {usage}")
+            raise Fault(f"usage: {what} {usage}")
         if plain in ("ROW", "NUMBER") and not word.isdecimal():
             raise Fault(f"{plain} is a number, not \"{word}\"; "
-                        f"it is: {what} {usage}")
+                        f"usage: {what} {usage}")
         found.append(unquoted(word) if word else None)
         text = rest.strip()
     if text:
-        raise Fault(f"it is: {what} {usage}".rstrip())
+        raise Fault(f"usage: {what} {usage}".rstrip())
     return found
 
 

@@ -5,12 +5,12 @@ DOCUMENTATION = r"""
 module: orvctl
 short_description: Settings of a device with Larkspur
 description:
-  - Sets, saves and brings back the forms of a device by C(orvctl), over any
+  - Sets, dumps and restores the forms of a device with C(orvctl), over any
     connection with a shell.  The device needs no Python.
-  - A task is judged as a whole, by the checks and scripts of the forms, and
+  - A task is checked as a whole, by the checks and scripts of the forms, and
     stored as one step, or not at all.
-  - In check mode everything is judged and nothing stored.  A diff has the
-    words of the pages, and never a secret.
+  - In check mode everything is checked and nothing stored.  A diff has the
+    words of the pages, and never contains a secret.
 options:
   forms:
     description:
@@ -23,32 +23,31 @@ options:
     description: A dump on the controller, to be applied.
     type: path
   dump:
-    description: Where the settings go on the controller, as C(apply) takes them;
-      the file is its owner's alone.
+    description: The file for the settings on the controller, in the format of
+      C(apply); only its owner can read it.
     type: path
   secrets:
-    description: Whether the dump has secrets.
+    description: Whether the dump contains secrets.
     type: bool
     default: false
   pages:
-    description: The forms that are dumped; all of them by default.
+    description: The forms to dump; all by default.
     type: list
     elements: str
   restore:
-    description: The number of a save (C(orvctl history)); the settings become
-      what they were before it.
+    description: The number of a save (C(orvctl history)); restores the settings
+      before it.
     type: int
   reset:
-    description: A form whose settings become those that the device came with,
-      or V(all).
+    description: A form whose settings are reset to those as shipped, or V(all).
     type: str
   keep:
-    description: Keeps a change that would go back, by a new connection, which
-      shows that the device can still be reached.
+    description: Keeps a change that would otherwise go back, through a new
+      connection, which proves that the device can still be reached.
     type: bool
     default: false
   keep_host:
-    description: The address of the device once the change is in use.
+    description: The address of the device once it uses the change.
     type: str
   command:
     description: The command on the device.
@@ -57,7 +56,7 @@ options:
 """
 
 EXAMPLES = r"""
-- name: The time server, and two ports
+- name: A time server, and two ports
   orvctl:
     forms:
       system: {ntp_server: ntp.example}
@@ -82,18 +81,18 @@ EXAMPLES = r"""
 
 RETURN = r"""
 changes:
-  description: What changed, or would, as lines of each form's page.
+  description: The changes, made or in check mode possible, as lines per form.
   type: dict
 results:
-  description: What orvctl says of each form.
+  description: The result of orvctl for each form.
   type: list
 pending:
-  description: A change that goes back, as orvctl says it.
+  description: A change that goes back unless it is kept, as orvctl reports it.
   type: dict
 kept:
   description: Whether it was kept.
   type: bool
 skipped_secrets:
-  description: Secrets that the dump does not have, and that stay as they are.
+  description: Secrets that the dump does not contain, and that stay unchanged.
   type: list
 """
