@@ -1,4 +1,7 @@
-// The reader of bash: lists of commands and the blocks that they stand in.
+// The reader of bash: lists of commands and the blocks that contain them.
+//
+// It accepts any text: authors lint scripts while they write them, and where
+// bash would report a syntax error, the rest is read as well as possible.
 
 #include "bash.h"
 
@@ -13,7 +16,8 @@
 namespace bash_reading
 {
 
-// [[ ... ]], the "[[" taken.
+// [[ ... ]], after the "[[".  Line ends, && and || do not end it, unlike a
+// command.
 static void read_test(reader &r, list &l)
 {
   l.current.kind = BASH_TEST;
@@ -27,7 +31,7 @@ static void read_test(reader &r, list &l)
       return;
     }
     if (word.text.empty()) {
-      step(r);
+      step(r); // no word begins here: without a step this would never end
     } else {
       l.current.words.push_back(word);
     }
@@ -48,7 +52,8 @@ static void read_arithmetic_command(reader &r, list &l)
   l.current.words.push_back(word);
 }
 
-// The words are read as those of a command, up to its line's end.
+// The list of values is read like a command's words: both end at ";" or the
+// line end.
 static void read_for(reader &r, list &l)
 {
   open_block(r, l, "for");
@@ -76,7 +81,7 @@ static void read_case(reader &r, list &l)
   open_block(r, l, "case");
 }
 
-// A case's pattern with its ")", or its esac.
+// A case's pattern with its ")", or the esac.
 static void read_pattern(reader &r, list &l)
 {
   skip_space(r);
@@ -106,7 +111,8 @@ static void read_pattern(reader &r, list &l)
   open.patterns = false;
 }
 
-// Takes a word that opens, closes or joins blocks and has nothing behind it.
+// Takes a word that opens, closes or joins blocks; another command may follow
+// it without a separator, so it is not a command's first word.
 static bool read_reserved(reader &r, list &l, const std::string &word)
 {
   static const std::set<std::string> skipped = {"then", "else", "do", "time",
@@ -132,7 +138,7 @@ static bool read_reserved(reader &r, list &l, const std::string &word)
   return true;
 }
 
-// Takes a word that has a part of its own behind it.
+// Takes a word that is followed by syntax of its own.
 static bool read_compound(reader &r, list &l, const std::string &word)
 {
   static const std::map<std::string, void (*)(reader &, list &)> parts = {
@@ -173,8 +179,8 @@ static bool read_function(reader &r, const std::string &word, size_t end)
   return true;
 }
 
-// Acts on a word that means something at the start of a command; false when
-// it does not.
+// Acts on a word that is a keyword at the start of a command; false when it is
+// not.  Elsewhere the same word is an argument: echo done.
 static bool read_keyword(reader &r, list &l)
 {
   size_t end = r.at;
@@ -196,7 +202,7 @@ static bool at_start(const list &l)
          l.current.assignments.empty() && l.current.redirects.empty();
 }
 
-// Acts on an operator that ends a command.  False when none comes.
+// Acts on an operator that ends a command.  False when there is none.
 static bool read_operator(reader &r, list &l)
 {
   if (looking_at(r, ";;") || looking_at(r, ";&")) {
@@ -212,7 +218,7 @@ static bool read_operator(reader &r, list &l)
   if (looking_at(r, "&&") || looking_at(r, "||")) {
     const std::string join = r.in.substr(r.at, 2);
     step(r, 2);
-    l.current.condition = true;
+    l.current.condition = true; // its status decides on the next command
     finish(r, l);
     l.join = join;
     l.previous = last_command(r);
@@ -230,7 +236,7 @@ static bool read_operator(reader &r, list &l)
     l.current.background = c == '&';
     finish(r, l);
     if (c == '\n') {
-      skip_documents(r);
+      skip_documents(r); // they begin on the next line, whatever followed "<<"
     }
     return true;
   }
@@ -256,7 +262,7 @@ static bool read_part(reader &r, list &l)
     return true;
   }
   if (c == ')') {
-    step(r);
+    step(r); // of a subshell, or of the substitution that this list is in
     if (l.blocks.empty() || l.blocks.back().kind != "(") {
       return l.closer != ')';
     }

@@ -27,7 +27,7 @@ struct bash_expansion {
 
 struct bash_word {
   std::string text;  // as written
-  std::string plain; // the quotes taken off
+  std::string plain; // without the quotes
   int line = 0;
   int column = 0;
   std::vector<bash_expansion> expansions;
@@ -54,13 +54,13 @@ enum bash_kind {
   BASH_BLOCK,      // the end of a compound command, with its redirections
 };
 
-// A part of a compound command that runs or not, or apart from the shell.
+// A part of a compound command that may not run, or that runs in a subshell.
 struct bash_branch {
-  int parent;          // the branch that it stands in, -1: none
+  int parent;          // the branch that contains it, -1: none
   int group;           // the same for all arms of one if or case
   std::string kind;    // "if", "while", "until", "for", "case", "&&", "||", "("
   int test;            // the command that decides: of a case, its subject
-  bool otherwise;      // behind else
+  bool otherwise;      // after else
   std::string pattern; // of a case's arm
   int before = -1;     // the arm before it
   int line = 0;        // of the pattern
@@ -73,23 +73,23 @@ struct bash_command {
   std::vector<bash_word> words;
   std::vector<bash_redirect> redirects;
   std::vector<std::string> patterns; // of a case, as written
-  std::string function;              // that it stands in, "" outside of any
-  int substitution = 0;              // how many $( ) it stands in
-  int branch = -1;                   // that it stands in
+  std::string function;              // that contains it, "" outside of any
+  int substitution = 0;              // the number of $( ) around it
+  int branch = -1;                   // that contains it
   int previous = -1;                 // whose status decides, with `join`
   std::string join;                  // "&&", "||", or ""
-  bool negated = false;              // behind !
+  bool negated = false;              // after !
   bool condition = false;            // its status decides on something
   bool background = false;           // ended by &
   bool piped = false;                // its output goes into a pipe
   bool piped_in = false;             // its input comes from one
-  bool redirected_in = false; // the same of a file, or of a block around it
+  bool redirected_in = false; // the same for a file, or for a block around it
   bool redirected_out = false;
   int line = 0;
   int column = 0;
 };
 
-// A compound command that the text ends in.
+// A compound command that is still open at the end of the text.
 struct bash_open {
   std::string word; // that opened it
   int line;

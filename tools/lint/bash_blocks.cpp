@@ -5,7 +5,8 @@
 namespace bash_reading
 {
 
-// The end of the current command.
+// Ends the current command.  An empty one (between ";" and a line end) leaves
+// the state for the next: "!" or "if" may be followed by a line end.
 void finish(reader &r, list &l)
 {
   bash_command &command = l.current;
@@ -33,7 +34,7 @@ void finish(reader &r, list &l)
   l.current = bash_command();
 }
 
-// The redirections behind a compound command are those of all in it.
+// Redirections and a pipe after a compound command apply to all commands in it.
 static void finish_block(reader &r, list &l, const block &closed)
 {
   bash_command &tail = l.current;
@@ -77,8 +78,8 @@ void open_arm(reader &r, block &open, bash_branch branch)
   open.last_arm = r.branch;
 }
 
-// A function's name holds for the block that follows it; its commands run when
-// it is called.
+// A function's name applies to the block that follows it.  Its commands run
+// when it is called, so they are in no branch of the place where it is defined.
 void open_block(reader &r, list &l, const std::string &kind)
 {
   const block open = {kind,
@@ -103,12 +104,12 @@ void open_block(reader &r, list &l, const std::string &kind)
   } else if (!open.join.empty()) {
     open_branch(r, {r.branch, r.groups++, open.join, open.previous, false, ""});
   }
-  if (kind == "(") {
+  if (kind == "(") { // a branch, so that an exit in it ends only the subshell
     open_branch(r, {r.branch, open.group, kind, -1, false, ""});
   }
 }
 
-// The branch that the block itself stands in.
+// The branch that contains the block itself.
 int outer_branch(const reader &r, const block &open)
 {
   const size_t arm = static_cast<size_t>(r.branch);
@@ -117,7 +118,8 @@ int outer_branch(const reader &r, const block &open)
              : r.branch;
 }
 
-// then, do, elif and else begin or end an arm of the innermost block.
+// then, do, elif and else begin or end an arm of the innermost block.  The last
+// command before "then" decides; a "for" has no such command.
 void read_arm(reader &r, list &l, const std::string &word)
 {
   if (l.blocks.empty()) {

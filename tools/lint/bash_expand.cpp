@@ -1,4 +1,4 @@
-// What bash expands: quotes, parameters, substitutions and arithmetic.
+// Expansions of bash: quotes, parameters, substitutions and arithmetic.
 
 #include "bash_reader.h"
 
@@ -64,7 +64,7 @@ void read_substitution(reader &r)
 {
   step(r);
   if (r.depth == DEPTH_MAX) {
-    return;
+    return; // a script of "$($($(..." must not exhaust the stack
   }
   r.depth++;
   r.substitution++;
@@ -84,7 +84,8 @@ static void move_word(bash_word &word, int lines, int columns)
   }
 }
 
-// Read as a script of its own: a backslash means less in there.
+// Read as a separate script: a backslash escapes fewer characters in it, and
+// the first unescaped backtick ends it, even inside quotes.
 void read_backticks(reader &r)
 {
   step(r);
@@ -128,7 +129,7 @@ void read_single(reader &r, bash_word &word)
   step(r);
 }
 
-// $'...'
+// $'...': unlike in '...', a backslash escapes the quote.
 static void read_ansi(reader &r, bash_word &word)
 {
   step(r, 2);
@@ -143,7 +144,7 @@ static void read_ansi(reader &r, bash_word &word)
   step(r);
 }
 
-// Expansions in it are quoted, whatever stands in them.
+// All expansions in it are quoted.
 void read_double(reader &r, bash_word &word)
 {
   step(r);
@@ -164,7 +165,8 @@ void read_double(reader &r, bash_word &word)
   step(r);
 }
 
-// Text of any kind up to an unquoted `end`; what is opened in it is closed.
+// Any text up to the `end` that matches an `open` already taken.  Within double
+// quotes (`quoted`) a single quote is an ordinary character.
 void read_nested(reader &r, bash_word &word, char open, char end, bool quoted,
                  bool arithmetic)
 {
@@ -193,7 +195,8 @@ void read_nested(reader &r, bash_word &word, char open, char end, bool quoted,
   }
 }
 
-// ${...}, the "${" taken.
+// ${...}, after the "${".  "!" and "#" are operators here unless the "}"
+// follows: ${!} and ${#} are parameters.
 static void read_braces(reader &r, bash_word &word, bash_expansion &expansion)
 {
   if (peek(r) == '!' && peek(r, 1) != '}') {
@@ -223,14 +226,15 @@ static void read_braces(reader &r, bash_word &word, bash_expansion &expansion)
   read_nested(r, word, '{', '}', expansion.quoted, false);
   expansion.rest = r.in.substr(start, r.at - start);
   step(r);
-  // ${!name[@]} and ${!name*} list names, and evaluate none.
+  // ${!name[@]} and ${!name*} list names, and do not evaluate any.
   if (expansion.subscript == "@" || expansion.subscript == "*" ||
       expansion.rest == "*" || expansion.rest == "@") {
     expansion.indirect = false;
   }
 }
 
-// A number such as 10#, 0x or 42.  Whether what follows belongs to it.
+// A number such as 10#, 0x or 42.  True if an expansion may continue it: its
+// digits then have that base.
 static bool read_number(reader &r)
 {
   const size_t start = r.at;
@@ -241,7 +245,8 @@ static bool read_number(reader &r)
   return number.back() == '#' || number == "0x" || number == "0X";
 }
 
-// Arithmetic up to the unquoted `end` (")" or "]"), which is left.
+// Arithmetic up to the matching `end` (")" or "]"), which is not taken.  A name
+// needs no dollar here: bash evaluates its value as an expression.
 void read_arithmetic(reader &r, bash_word &word, char end)
 {
   int depth = 0;
@@ -287,7 +292,7 @@ void read_arithmetic(reader &r, bash_word &word, char end)
   }
 }
 
-// What begins with "$".
+// Anything that begins with "$".
 void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
 {
   const size_t start = r.at;
@@ -326,14 +331,14 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
     read_ansi(r, word);
     return;
   } else if (next == '"' && !quoted) {
-    step(r);
+    step(r); // $"..." is only translated: it is read as "..."
     return;
   } else if (is_word_char(next)) {
     step(r);
     do {
       expansion.name += peek(r);
       step(r);
-    } while (isdigit(static_cast<unsigned char>(next)) == 0 &&
+    } while (isdigit(static_cast<unsigned char>(next)) == 0 && // $10 is ${1}0
              is_word_char(peek(r)));
     word.expansions.push_back(expansion);
   } else if (next != '\0' && strchr("@*#?$!-", next) != nullptr) {
@@ -343,7 +348,7 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
   } else {
     step(r);
   }
-  word.plain.resize(plain); // what stands in it has left parts of its own
+  word.plain.resize(plain); // text within the expansion was added as well
   word.plain += r.in.substr(start, r.at - start);
 }
 

@@ -1,4 +1,4 @@
-// Words of bash, what lies between them, and those of a special form:
+// Words of bash, the text between them, and words with a syntax of their own:
 // assignments, arrays and redirections.
 
 #include "bash_reader.h"
@@ -14,10 +14,11 @@ namespace bash_reading
 // The end of the text ends a word, too: strchr finds its NUL.
 bool ends_word(char c)
 {
-  return strchr(" \t\n;&|()<>", c) != nullptr; // the end of the text, too
+  return strchr(" \t\n;&|()<>", c) != nullptr;
 }
 
-// One word, empty when none comes.  Inside of [[ ]] fewer characters end it.
+// One word, empty when there is none.  Inside [[ ]] fewer characters end it:
+// "(", "|" and "<" are operators or part of a regular expression there.
 bash_word read_word(reader &r, bool in_test)
 {
   bash_word word;
@@ -34,7 +35,7 @@ bash_word read_word(reader &r, bool in_test)
     }
     const bool closed = r.in.compare(start, r.at - start, "]]") == 0;
     if (in_test && !closed ? strchr(" \t\n", c) != nullptr : ends_word(c)) {
-      // @( and the like are patterns.
+      // With the option extglob, @( and the like begin a pattern.
       if (c == '(' && r.at > start && !in_test &&
           strchr("@?*+!", r.in[r.at - 1]) != nullptr) {
         step(r);
@@ -46,7 +47,7 @@ bash_word read_word(reader &r, bool in_test)
     }
     if (c == '\\') {
       step(r);
-      if (peek(r) != '\n') {
+      if (peek(r) != '\n') { // a line end after "\" disappears
         word.plain += peek(r);
       }
       step(r);
@@ -67,6 +68,8 @@ bash_word read_word(reader &r, bool in_test)
   return word;
 }
 
+// Blanks it out in the copy of the code, so that rules which search that find
+// nothing in comments.
 void skip_comment(reader &r)
 {
   while (!done(r) && peek(r) != '\n') {
@@ -98,7 +101,8 @@ void skip_space(reader &r)
   }
 }
 
-// The text of here-documents is data, whatever it looks like.
+// Here-documents are data, even if they look like commands.  Their text is kept
+// apart: it may hold lines for the page.
 void skip_documents(reader &r)
 {
   for (const here_document &document : r.documents) {
@@ -137,7 +141,8 @@ static void read_array(reader &r, bash_assignment &assignment)
   step(r);
 }
 
-// Takes NAME=..., NAME+=... or NAME[...]=... where one comes.
+// Takes NAME=..., NAME+=... or NAME[...]=... if there is one.  Brackets in the
+// subscript are counted, since it may contain another: a[b[0]]=1.
 bool read_assignment(reader &r, list &l)
 {
   size_t end = r.at;
@@ -189,7 +194,7 @@ bool read_assignment(reader &r, list &l)
   return true;
 }
 
-// Behind another word NAME=VALUE is an argument.
+// After any other command NAME=VALUE is an argument.
 bool takes_assignments(const bash_command &command)
 {
   static const std::set<std::string> words = {"declare", "local", "export",
@@ -197,7 +202,8 @@ bool takes_assignments(const bash_command &command)
   return command.words.empty() || words.count(command.words[0].plain) != 0;
 }
 
-// Reads a redirection where one comes.
+// Reads a redirection if there is one.  Digits are its descriptor only directly
+// before it: "echo 2 >f" prints the 2.
 bool read_redirect(reader &r, list &l)
 {
   size_t ahead = 0;
@@ -216,7 +222,7 @@ bool read_redirect(reader &r, list &l)
   while (!done(r) && redirect.op.size() < 3 &&
          strchr("<>&|-", peek(r)) != nullptr) {
     if (peek(r) == '-' && redirect.op != "<<") {
-      break;
+      break; // the target of <&- or >&-; only "<<-" is an operator
     }
     redirect.op += peek(r);
     step(r);

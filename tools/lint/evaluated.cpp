@@ -1,5 +1,6 @@
-// What bash runs: commands and programs that are made of a request's values,
-// and names that it evaluates.
+// Text that bash runs: commands and programs made from a request's values, and
+// names that it evaluates.  A subscript in a name is arithmetic, and arithmetic
+// runs commands: with x='a[$(reboot)]', even [[ -v $x ]] reboots.
 
 #include "sinks.h"
 
@@ -21,7 +22,7 @@ std::string shown(const bash_expansion &expansion)
                                      : "\"${" + full_name(expansion) + "}\"";
 }
 
-// bash -c, also behind xargs, timeout and the like.
+// bash -c, also after xargs, timeout and the like.
 static void check_shell(const sink &at)
 {
   static const std::set<std::string> shells = {"bash", "sh", "dash", "ash",
@@ -63,7 +64,7 @@ static void check_xargs(const sink &at)
   }
 }
 
-// Words that run what they are given.
+// Commands that run their arguments as code.
 static void check_eval(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -84,12 +85,12 @@ static void check_eval(const sink &at)
   }
 }
 
-// Programs of other languages that are made of values.
+// Programs in other languages that contain values.
 static void check_program(const sink &at)
 {
   static const std::set<std::string> languages = {
       "awk", "gawk", "mawk", "sed", "perl", "python3", "lua"};
-  // Options whose values are no programs.
+  // Options whose values are not programs.
   static const std::set<std::string> with_value = {"-v", "-F", "-f"};
   if (languages.count(first_word(at.command)) == 0) {
     return;
@@ -108,12 +109,13 @@ static void check_program(const sink &at)
                                 "program here; pass it as a value");
     }
     if (word.plain != "-e") {
-      return;
+      return; // the first argument is the program, the others are files
     }
   }
 }
 
-// The length of the name in NAME=VALUE, npos where there is no value.
+// The length of the name in NAME=VALUE, npos if there is no value.  A "=" in a
+// subscript or an expansion is not the end of the name.
 static size_t name_length(const std::string &text)
 {
   int depth = 0;
@@ -127,8 +129,8 @@ static size_t name_length(const std::string &text)
   return std::string::npos;
 }
 
-// The input in a builtin's word, in its name alone where a value is stored as
-// it stands.
+// The input in a builtin's word; where a value is stored unchanged, only in the
+// name before it.
 static const bash_expansion *input_name(const sink &at, const bash_word &word)
 {
   static const std::set<std::string> stores = {"declare", "local", "export",
@@ -153,7 +155,8 @@ static const bash_expansion *input_name(const sink &at, const bash_word &word)
   return nullptr;
 }
 
-// declare -n NAME=VALUE takes the value for a name, -i for a number.
+// declare -n NAME=VALUE takes the value for a name, and -i for a number: both
+// evaluate it.
 static void check_attributes(const sink &at)
 {
   const std::string &name = first_word(at.command);
@@ -205,7 +208,7 @@ static void check_names(const sink &at)
   }
 }
 
-// [[ -v name ]] and test -v look at a subscript, and compute it.
+// [[ -v name ]] and test -v evaluate a subscript in the name.
 static void check_is_set(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -224,7 +227,7 @@ static void check_is_set(const sink &at)
   }
 }
 
-// The name in ${!name} is evaluated, its subscript included.
+// The name in ${!name} is evaluated, including its subscript.
 void check_indirect(const sink &at, const bash_word &word)
 {
   for (const bash_expansion &expansion : word.expansions) {

@@ -8,7 +8,7 @@
 #include "text.h"
 
 static const char KEEPER[] = "confirm";         // the form that keeps a change
-static const char BAR_PART[] = "orv_navbar.sh"; // what leads there
+static const char BAR_PART[] = "orv_navbar.sh"; // prints the link to it
 
 struct guard_call {
   const script *s; // NULL without one
@@ -27,6 +27,8 @@ static guard_call find_guard(const device &dev)
   return {nullptr, nullptr};
 }
 
+// Any word "confirm" in the script counts as such an entry: a missed finding
+// does less harm than a wrong one.
 bool leads_to_pending(const device &dev, const std::string &bar)
 {
   const std::set<std::string> files = with_sources(dev, bar);

@@ -1,6 +1,7 @@
-// Where a request's values must not go: what bash runs, splits or computes.
+// Places where a request's values must not go: where bash runs, splits or
+// evaluates them.
 //
-// What is reported are values that nothing in the script ever checks.
+// Only values that nothing in the script ever checks are reported.
 
 #include <algorithm>
 #include <string.h>
@@ -9,7 +10,7 @@
 #include "sinks.h"
 #include "text.h"
 
-// One finding a word: quotes mend all of it at once.
+// One finding per word: one pair of quotes fixes all of it.
 static void check_unquoted(const sink &at, const bash_word &word)
 {
   for (const bash_expansion &expansion : word.expansions) {
@@ -59,7 +60,7 @@ static void check_number(const sink &at, const bash_word &word, bool operand)
   }
 }
 
-// A file of the folder that a script sources and that is not there.
+// A sourced file of the folder that does not exist.
 static void check_sourced(const sink &at, const bash_word &word)
 {
   const std::string name =
@@ -78,7 +79,7 @@ static void check_sourced(const sink &at, const bash_word &word)
              did_you_mean(name, names));
 }
 
-// Files that are run in the shell itself.
+// Files that run in the shell itself.
 static void check_source(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -106,7 +107,8 @@ static void check_source(const sink &at)
   }
 }
 
-// A file that is read or written beside whatever folder is the current one.
+// A file that is read or written relative to the current folder: which one that
+// is depends on the web server.
 static void check_relative(const sink &at)
 {
   for (const bash_redirect &redirect : at.command.redirects) {
@@ -157,7 +159,8 @@ static void check_path(const sink &at)
   }
 }
 
-// The subscript of an indexed array is computed, names in it and all.
+// The subscript of an indexed array is arithmetic: names in it are evaluated
+// even without a dollar.  That of an associative array is plain text.
 static void check_subscript(const sink &at, const std::string &array,
                             const std::string &subscript, int line, int column)
 {
@@ -193,7 +196,8 @@ static void check_subscript(const sink &at, const std::string &array,
   }
 }
 
-// ${x:offset:length} computes both.
+// ${x:offset:length} evaluates both.  With one of "-=?+" after the colon it is
+// another expansion: ${x:-default}.
 static void check_offset(const sink &at, const bash_word &word)
 {
   for (const bash_expansion &expansion : word.expansions) {
@@ -205,7 +209,7 @@ static void check_offset(const sink &at, const bash_word &word)
   }
 }
 
-// let computes the text of its words.
+// let evaluates its words after quotes are removed, so quoting does not help.
 static void check_let(const sink &at)
 {
   if (first_word(at.command) != "let") {
@@ -248,7 +252,7 @@ static void check_words(const sink &at)
     }
   }
   for (const bash_redirect &redirect : command.redirects) {
-    if (redirect.op != "<<<") {
+    if (redirect.op != "<<<") { // a here-string is not split
       check_unquoted(at, redirect.target);
     }
   }

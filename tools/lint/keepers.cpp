@@ -1,4 +1,4 @@
-// Forms without a script: what orv-store keeps for them, and what it cannot.
+// Forms without a script: what orv-store stores for them, and what it cannot.
 
 #include <algorithm>
 #include <fstream>
@@ -33,7 +33,7 @@ static bool is_shipped(const device &dev, const form &f,
                      });
 }
 
-// Whether the device has stored it: entries may be its own.
+// Whether the device has stored it: a list's entries may come from the device.
 static bool is_stored(const device &dev, const form &f,
                       const std::string &start)
 {
@@ -75,7 +75,7 @@ static bool uses_subitem(const form &f)
   });
 }
 
-// A box NAME_clear empties the secret NAME, which must be there.
+// A box NAME_clear clears the secret NAME, which must exist.
 static void check_clearing(const form &f, const form_item &item,
                            findings *found)
 {

@@ -1,5 +1,5 @@
-// Texts: HTML, which has no meaning in them, emphasis that nothing ends, and
-// bytes that are no characters.
+// Texts: HTML, which has no meaning in them, emphasis that is not ended, and
+// bytes that are not valid UTF-8.
 
 #include <ctype.h>
 
@@ -20,7 +20,8 @@ static bool is_text(const std::string &keyword)
 
 // --- HTML --------------------------------------------------------------------
 
-// The length of a tag such as <b>, </p> or <br/> at `at`, 0 without one.
+// The length of a tag such as <b>, </p> or <br/> at `at`, 0 without one.  Only
+// known names count: texts such as <name> or a<b are meant literally.
 static size_t tag_length(const std::string &text, size_t at)
 {
   static const std::set<std::string> tags = {
@@ -43,7 +44,7 @@ static size_t tag_length(const std::string &text, size_t at)
              : 0;
 }
 
-// The length of a reference such as &nbsp; at `at`, 0 without one.
+// The length of a character reference such as &nbsp; at `at`, 0 without one.
 static size_t entity_length(const std::string &text, size_t at)
 {
   const size_t end = text.find_first_not_of(
@@ -74,7 +75,8 @@ static void check_html(const form &f, const form_line &line, findings *found)
 
 // --- emphasis ----------------------------------------------------------------
 
-// A paragraph's lines: emphasis ends with it.
+// Where emphasis began; it ends with its paragraph, which may have several
+// lines.
 struct emphasis {
   const form_line *line;
   size_t offset;
@@ -121,7 +123,7 @@ static void check_bytes(const form &f, findings *found)
     if (!is_utf8(line) && line[0] != '#') {
       report(found, *f.file, number, 1, "utf8",
              "this line is not valid UTF-8; save the file as UTF-8");
-      return; // the whole file is of another encoding
+      return; // the file has another encoding: one finding is enough
     }
   }
 }

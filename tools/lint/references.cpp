@@ -1,4 +1,4 @@
-// What stands between dollars in a text.
+// The codes and references between dollars in a text.
 
 #include "references.h"
 
@@ -9,7 +9,8 @@
 
 #include "text.h"
 
-// What begins with the dollar at `at`: a tag first, then a reference.
+// The part that begins with the dollar at `at`.  Like the executable, it looks
+// for a code of one letter before it looks for a reference.
 static text_part read_part(const std::string &text, size_t at)
 {
   const char type = at + 1 < text.size() ? text[at + 1] : '\0';

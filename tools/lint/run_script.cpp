@@ -1,9 +1,9 @@
-// --run: running one script as the executable does, by its own runner.
+// --run: runs one script as the executable does, with the same runner.
 //
-// That runs in a process of its own, which this one ends when it takes too
-// long: the runner hands SIGTERM on to what the script has started.  What the
-// script says on standard error goes to a file beside, as it is no fault of its
-// output but one of its own.
+// The runner is in a process of its own, which this one ends when it takes too
+// long: the runner passes SIGTERM on to the script's processes.  Standard error
+// goes to a separate file, since it is reported as a fault of its own, not as
+// part of the output.
 
 #include "run.h"
 
@@ -29,8 +29,8 @@
 #include "orv_quote.h"
 #include "orv_scripts.h"
 
-static constexpr long LIMIT_MS = 10000; // a script that goes on is ended
-static constexpr long GRACE_MS = 2000;  // what it has to end in then
+static constexpr long LIMIT_MS = 10000; // a script that takes longer is ended
+static constexpr long GRACE_MS = 2000;  // the time that it has to end then
 
 // What a script may use, in KiB: far more than any form needs.
 static constexpr unsigned long MEMORY_MAX = 1UL << 20;
@@ -39,7 +39,7 @@ static constexpr unsigned long FILE_MAX = ORV_SCRIPT_OUTPUT_MAX >> 10;
 static constexpr char APART[] = "/.apart";
 static constexpr char STDERR[] = "/.stderr";
 
-// What the process that runs the script says of it.
+// The report of the process that runs the script.
 struct script_report {
   int status;
   bool held;
@@ -57,7 +57,8 @@ static long now_ms()
 
 // --- the process that runs the script ----------------------------------------
 
-// The settings are those of the copy, whatever the caller works on.
+// The script must use the settings of the copy, not those of the caller's
+// device.
 static void set_environment(void)
 {
   unsetenv("ORV_STATE");
@@ -67,7 +68,8 @@ static void set_environment(void)
   setenv("SW_VERSION", "1", 0);
 }
 
-// The process group of the process, -1 when it has ended.
+// The process group of the process, -1 when it has ended.  The name in
+// /proc/N/stat may contain blanks and ")", so the fields follow the last one.
 static pid_t group_of(const char *number)
 {
   std::ifstream stream("/proc/" + std::string(number) + "/stat");
@@ -92,7 +94,8 @@ static bool holds_pipe(const char *number)
   return length > 0 && strncmp(target, "pipe:", strlen("pipe:")) == 0;
 }
 
-// Whether something that the script has left behind keeps its output open.
+// Whether a process that the script has left keeps its output open: on a device
+// the page would wait for it.
 static bool is_held(pid_t group)
 {
   DIR *processes = opendir("/proc");
@@ -139,7 +142,7 @@ static std::string read_all(FILE *stream)
       said.too_long = ferror(stream) != 0;
       said.held = is_held(pid);
       fclose(stream);
-      kill(-pid, SIGTERM); // what it has left behind
+      kill(-pid, SIGTERM); // processes that it has left
       const int status = orv_script_wait(pid);
       said.status = status < 0 ? 128 - status : status;
     }
@@ -178,13 +181,13 @@ static void take_report(int file, outcome *result)
 {
   script_report said;
   if (pread(file, &said, sizeof said, 0) != sizeof said) {
-    return; // it was ended before it could say anything
+    return; // it was killed before it could report
   }
   result->status = said.status;
   result->held = said.held;
   result->too_long = said.too_long;
   if (said.too_long) {
-    return; // what is there of it is no page
+    return; // an incomplete output is not checked
   }
   result->output.resize(said.length);
   if (pread(file, result->output.data(), said.length, sizeof said) !=
@@ -211,7 +214,8 @@ static std::string in_single_quotes(const std::string &text)
   return quoted + "'";
 }
 
-// Makes the script that sets bounds and parts standard error from the output.
+// Makes the script that sets limits and separates standard error from the
+// output.
 static void make_apart(const std::string &dir)
 {
   const std::string path = dir + APART;

@@ -1,4 +1,4 @@
-// --run: what read scripts report, and what their forms make of it.
+// --run: the values that read scripts report, and how their forms use them.
 
 #include <algorithm>
 #include <stdlib.h>
@@ -10,7 +10,7 @@
 #include "script_names.h"
 #include "text.h"
 
-// The store's rules, as far as names go.
+// Stores a line by the executable's rules, as far as names matter.
 static void store_line(const device_run &r, const source_file &file,
                        const std::vector<note> &notes, std::string line,
                        values *into)
@@ -126,8 +126,8 @@ static void check_item_reported(const device_run &r, const form &f,
   }
 }
 
-// A text that is shown only with its value may do without, and so may the
-// lines behind the first of several.
+// A text that is only shown if its value is set needs no report, and neither do
+// the lines after the first of several.
 static void check_text_reported(const device_run &r, const form &f,
                                 const form_line &line, const values &all)
 {
@@ -143,7 +143,7 @@ static void check_text_reported(const device_run &r, const form &f,
   }
 }
 
-// Those of the template, or the first words of the entries reported.
+// The template's choices, or the first words of the reported entries.
 static std::set<std::string> choices_of(const form &f, const form_item &item,
                                         const values &all)
 {
@@ -214,10 +214,9 @@ static void check_entries(const device_run &r, const form &f,
   }
 }
 
-// A page that only reports a fault has no values.
 void check_values(const device_run &r, const form &f, const values &all)
 {
-  // A script that reports a fault may report anything else.
+  // A script that reports a fault need not report any values.
   if (all.count("error_msg") + all.count("error_fatal") != 0) {
     return;
   }

@@ -1,4 +1,8 @@
-// What a script does when a form runs it.
+// The steps of a script when a form runs it.
+//
+// The walk knows the arguments and what follows from them, so it takes only the
+// branches of the task at hand: usually "case $1 in --read) ...".  Where a test
+// cannot be decided, both sides count as possible (MAYBE).
 
 #include "tasks.h"
 
@@ -34,7 +38,8 @@ known_values known_arguments(const form &f, script_task task,
   return known;
 }
 
-// How many words the line gives, -1 where a shell makes more or less of them.
+// The number of words in the line, -1 if a shell could turn them into more or
+// fewer.
 static int count_arguments(const form &f, script_task task)
 {
   const std::string &text = f.scripts[task].text;
@@ -64,7 +69,8 @@ static truth result_at(const frame &at, const script &s, int command)
   return known != at.results.end() ? known->second : MAYBE;
 }
 
-// Whether its own test says that the branch is taken.
+// Whether its own test takes the branch.  A loop may run no time or many times,
+// so its test decides nothing.
 static truth own_test(const frame &at, const script &s,
                       const bash_branch &branch)
 {
@@ -110,7 +116,7 @@ static truth state_of(frame *at, const script &s, int index)
 
 // --- the walk ----------------------------------------------------------------
 
-// What calls itself ends somewhere.
+// Recursion must end somewhere.
 static constexpr int CALLS_DEEP = 12;
 
 static void walk_commands(walk *w, const script &s, const std::string &function,
@@ -138,7 +144,7 @@ static known_values arguments_of(const frame &at, const bash_command &call)
   }
   for (size_t i = 1; i < call.words.size(); i++) {
     std::string value;
-    if (call.words[i].plain == "$@") { // they go on as they are
+    if (call.words[i].plain == "$@") { // passes the caller's arguments on
       for (const auto &entry : at.known) {
         known.insert(entry);
       }
@@ -174,7 +180,7 @@ static void follow_call(walk *w, frame *at, const bash_command &command)
   }
 }
 
-// The code of a file that is sourced runs where it is.
+// The code of a sourced file runs in place, with the same variables.
 static void follow_source(walk *w, const script &s, frame *at,
                           const bash_command &command)
 {
@@ -191,7 +197,8 @@ static void follow_source(walk *w, const script &s, frame *at,
   }
 }
 
-// A variable that is given a known value is known.
+// A variable is known once it gets a known value for certain; any other
+// assignment makes it unknown.
 static void follow_assignments(frame *at, const bash_command &command,
                                truth state)
 {
@@ -222,7 +229,7 @@ static void follow_shift(frame *at)
   at->known = moved;
 }
 
-// What stands before it in a list decides, too.
+// In "a && b", the command before decides, too.
 static truth state_of(frame *at, const script &s, const bash_command &command)
 {
   const truth branch = state_of(at, s, command.branch);
@@ -243,7 +250,7 @@ static bool in_subshell(const script &s, int branch)
   return false;
 }
 
-// What the command asks for of the script's arguments.
+// Notes which of the script's arguments the command uses.
 static void note_arguments(walk *w, const script &s, const frame &at,
                            const bash_word &word)
 {
@@ -269,7 +276,7 @@ static void note_all_arguments(walk *w, const script &s, const frame &at,
   }
 }
 
-// What the library is given of a command's words.
+// The words that the command passes to the library.
 static std::vector<std::string> given_words(const frame &at,
                                             const bash_command &command)
 {
@@ -284,7 +291,7 @@ static std::vector<std::string> given_words(const frame &at,
   return given;
 }
 
-// Whether orv_one_of finds the value among what is written out.
+// Whether orv_one_of finds the value among the literal words.
 static truth is_one_of(const frame &at, const script &s,
                        const bash_command &command)
 {
@@ -321,7 +328,7 @@ static bool walk_command(walk *w, const script &s, frame *at,
       {&s, &command, state == YES, given_words(*at, command)});
   note_all_arguments(w, s, *at, command);
   if (command.substitution > 0) {
-    return true;
+    return true; // a subshell: neither its exit nor its variables count here
   }
   if (state == YES && (name == "exit" || name == "return")) {
     w->ended = name == "exit" && !in_subshell(s, command.branch);

@@ -1,5 +1,5 @@
-// Variables that nothing in a script sets, and that were mostly meant to be one
-// that is.
+// Variables that nothing in a script sets, and whose names are similar to one
+// that is set: probably a typing error.  Other unset ones may be intended.
 
 #include <algorithm>
 #include <stdlib.h>
@@ -17,7 +17,8 @@ struct variable_check {
   findings *found;
 };
 
-// What a command sets: assignments, loops, and words that some commands fill.
+// The names that a command sets: assignments, loops, and arguments that some
+// commands fill.
 static void add_set(const bash_command &command, std::set<std::string> *names)
 {
   static const std::set<std::string> fillers = {
@@ -86,7 +87,7 @@ static void check_variable(const variable_check &c, const bash_expansion &e)
   }
 }
 
-// "column_$row": what stands in front of a row's number.
+// "column_$row": the text before the row number must be a column.
 static void check_cell(const variable_check &c, const bash_expansion &e)
 {
   const size_t end = e.subscript.find('$');

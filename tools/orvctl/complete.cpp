@@ -1,5 +1,5 @@
-// Completion: what can be typed at the cursor, one row of a table for each
-// place. Keeps no state; asks the device anew for each word.
+// Completion: the words possible at the cursor, one row of a table for each
+// place.  Keeps no state; asks the device again for each word.
 
 #include "complete.h"
 
@@ -18,6 +18,8 @@
 static const char PLAIN[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx"
                             "yz0123456789_./-";
 
+// A shell expands an offered word, and scripts take names from untrusted
+// sources: only words that no shell expands are offered.
 static bool is_plain(const char *word)
 {
   return *word != '\0' && word[strspn(word, PLAIN)] == '\0';
@@ -66,7 +68,7 @@ static bool takes_value(const page_field *field)
          field->kind == FIELD_LIST;
 }
 
-// NAME= of a field or, where that has been typed, its possible values.
+// "NAME=" of a field or, once that has been typed, its possible values.
 static void offer_setting(const char *typed, const page_field *field,
                           const char *name)
 {
@@ -125,7 +127,7 @@ static void offer_fields(int count, char **words)
   }
 }
 
-// Values typed before are set first: one field may make another appear.
+// Values typed before are set first, since one field may make another appear.
 static void set_typed(int count, char **words)
 {
   for (int i = 0; i < count; i++) {
@@ -249,7 +251,7 @@ static void offer_saves(int count, char **words)
 struct place {
   const char *command;
   const char *verb; // words[3], NULL: any
-  int first, last;  // the place of the word typed; -1: any behind
+  int first, last;  // places of the word typed; -1: all later ones
   void (*offer)(int count, char **words);
 };
 

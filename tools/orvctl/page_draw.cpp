@@ -1,7 +1,7 @@
 // Drawing a page into a list of fields: which controls post, under which name,
 // in which order, as a browser does it.
 //
-// Owns the fields and links of the open page, made anew by each drawing.
+// Owns the fields and links of the open page; each drawing replaces them.
 
 #include "page_draw.h"
 
@@ -21,22 +21,23 @@
 
 static page_field *fields; // owned
 static page_field **fields_end = &fields;
-static void *field_tree; // the fields by name, of one name the first
+static void *field_tree; // the fields by name; the first of a name counts
 static page_link *links; // owned
 static page_link **links_end = &links;
 static const pt_body_item *drawn_table; // that is being drawn, NULL outside
 static int row;                         // of it, -1 outside
-static bool out_of_memory; // while drawing: the list of fields is a part
+static bool out_of_memory; // while drawing: the list of fields is incomplete
 
 // --- lists -------------------------------------------------------------------
 
-// Fields that a person can set, and deletion boxes.
+// Names ignore letter case, as in the executable.
 static int compare_fields(const void *a, const void *b)
 {
   return strcasecmp(static_cast<const page_field *>(a)->name,
                     static_cast<const page_field *>(b)->name);
 }
 
+// The tree only borrows the fields: the list owns them.
 static void keep_node(void *)
 {
 }
@@ -111,7 +112,7 @@ void page_add_link(const char *form, const char *target)
 }
 
 // --- drawing -----------------------------------------------------------------
-// The output procedures of a page that nobody looks at.
+// The output procedures: they record fields and links, and show nothing.
 
 static void draw_text(char *)
 {
@@ -125,7 +126,7 @@ static void draw_item(pt_body_item *)
 {
 }
 
-// A browser takes line ends out of a line of text.
+// A browser removes line ends from the value of a text field.
 static void strip_line_ends(char *text)
 {
   char *out = text;
@@ -154,6 +155,8 @@ static void draw_box_cell(pt_body_item *itm, char *name, char *varname)
   page_add_field(FIELD_BOX, name, ticked ? "True" : nullptr, itm);
 }
 
+// A browser always posts a list: without a reported value, its first entry.
+// The page notes that as the default, so that it does not count as a change.
 static void draw_list_cell(pt_body_item *itm, char *name, char *varname)
 {
   const html_form_list_opt *chosen = cgiout_mark_choice(itm, varname);
@@ -250,7 +253,7 @@ void page_free_fields(void)
   free_links();
 }
 
-// --- looking at it -----------------------------------------------------------
+// --- finding fields ----------------------------------------------------------
 
 static bool can_be_set(const page_field *field)
 {

@@ -1,5 +1,6 @@
-// Setting the fields of a page, held to what a browser and the strict policy
-// would let through.  Owns the text that says what is wrong with a choice.
+// Setting the fields of a page, within the limits of a browser and the strict
+// policy: a script must not get from a terminal what no page would send.  Owns
+// the text about an unknown choice.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -34,6 +35,7 @@ static const char *set_value(page_field *field, const char *value)
   return nullptr;
 }
 
+// Like a browser, which sends "True" for a ticked box and nothing for another.
 static const char *choose_box(page_field *field, const char *value)
 {
   static const char *const words[] = {"1", "true",  "yes", "on", "0",
@@ -47,7 +49,7 @@ static const char *choose_box(page_field *field, const char *value)
   return "is a check box: True or False";
 }
 
-// What is wrong when the value is no entry of the list; borrowed until the next
+// The message for a value that is not in the list; borrowed until the next
 // call.
 static const char *no_choice(const html_form_list_opt *choice,
                              const char *value)
@@ -109,7 +111,8 @@ static bool is_state_of(const page_field *field, const char *name)
   return field->kind == FIELD_STATE && strcasecmp(field->name, name) == 0;
 }
 
-// As a page carries it: the state of the user's value.
+// A secret has no visible value on a page: it is put into the page's state, as
+// if the user had entered it on an earlier page.
 const char *page_put_secret(const char *name, const char *value)
 {
   const char *fault = page_field_fault(name, value);
@@ -118,7 +121,7 @@ const char *page_put_secret(const char *name, const char *value)
   }
   char state[ORV_NAME_SIZE];
   cgiout_state_name(state, 'u', name);
-  if (strcmp(state + strlen("u_"), name) != 0) {
+  if (strcmp(state + strlen("u_"), name) != 0) { // cut: another variable's name
     return "is too long";
   }
   page_field *field = page_fields();

@@ -1,7 +1,8 @@
 // A pending change, which goes back unless it is kept, at a terminal.
 //
-// Owns the token of the change that was pending before, for the life of the
-// process.
+// Owns the token of the change that was pending before the command, for the
+// life of the process: a change that somebody else has made is not reported as
+// ours.
 
 #include "pending.h"
 
@@ -22,7 +23,8 @@ constexpr size_t TIME_SIZE = 40;
 
 static char noted[STORE_TOKEN_SIZE]; // "": none
 
-// The pending change.  That it cannot be read does not make a save fail.
+// Reads the pending change.  A failure does not make the save fail, which is
+// already stored.
 static bool read_pending(pending_change *pending)
 {
   const bool is_any = device_open() && guard_read(pending);
@@ -40,7 +42,7 @@ void pending_note(void)
   }
 }
 
-// The clock time for a person, or for a program.
+// The clock time for a user, or for a program.
 static void write_clock(int64_t clock, char (&text)[TIME_SIZE])
 {
   const time_t seconds = static_cast<time_t>(clock);
@@ -56,7 +58,7 @@ static void write_clock(int64_t clock, char (&text)[TIME_SIZE])
   }
 }
 
-// Only for a person: the output for programs stays the same.
+// On standard error, so that scripts which read the output are not disturbed.
 static void pending_line(const pending_change *pending)
 {
   char clock[TIME_SIZE];

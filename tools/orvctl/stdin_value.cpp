@@ -49,7 +49,8 @@ static const char *read_line()
   return line->text;
 }
 
-// Whether a person types what the field `name` holds.
+// Whether users type the value of the field `name`.  For a list, "-" may be the
+// value of an entry.
 static bool is_typed(const char *name)
 {
   const pt_body_item *itm = page_find_item(name);
