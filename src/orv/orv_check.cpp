@@ -554,33 +554,6 @@ bool orv_column_is_marked(const pt_body_item *column)
 
 // --- the table of checks -----------------------------------------------------
 
-// clang-format off
-#define CHECK_ROW(name, func) {name, sizeof(name) - 1, func}
+#define CHECK_ROW(name, traits) {#name, sizeof #name - 1, traits, chk_##name},
 
-const checks_info chk_list[] = {
-  CHECK_ROW("text",      chk_text),
-  CHECK_ROW("word",      chk_word),
-  CHECK_ROW("keyword",   chk_keyword),
-  CHECK_ROW("decimal",   chk_decimal),
-  CHECK_ROW("number",    chk_number),
-  CHECK_ROW("signed",    chk_signed),
-  CHECK_ROW("real",      chk_real),
-  CHECK_ROW("file",      chk_file),
-  CHECK_ROW("path",      chk_path),
-  CHECK_ROW("ipaddr",    chk_ipaddr),
-  CHECK_ROW("ipservice", chk_ipservice),
-  CHECK_ROW("email",     chk_email),
-  CHECK_ROW("socket",    chk_socket),
-  CHECK_ROW("script",    chk_script),
-  CHECK_ROW("directory", chk_directory),
-  CHECK_ROW("regex",     chk_regex),
-  CHECK_ROW("iregex",    chk_iregex),
-  CHECK_ROW("username",  chk_username),
-  CHECK_ROW("groupname", chk_groupname),
-  CHECK_ROW("command",   chk_command),
-  {nullptr, 0, nullptr},
-};
-// clang-format on
-
-static_assert(sizeof chk_list / sizeof chk_list[0] == 20 + 1,
-              "every check and the end");
+const checks_info chk_list[] = {ORV_CHECKS(CHECK_ROW){nullptr, 0, 0, nullptr}};

@@ -14,35 +14,51 @@ using orv_check_function = void(char *value, const char *options,
                                 const char *tpl_error, const char *err_name,
                                 const char *var_label);
 
+// What else is known of a check.
+enum check_traits {
+  CHECK_PLAIN = 0,
+  CHECK_OPTIONS = 1, // words may stand behind its name
+  CHECK_DEVICE = 2,  // asks the device that it runs on
+};
+
 struct checks_info {
   const char *name;
-  int name_len;
+  short name_len;
+  short traits; // check_traits, combined
   orv_check_function *func;
 };
 
-// All checks, ended by a row without a name.
-extern const checks_info chk_list[];
+// All checks: `word` is the function chk_word.
+// clang-format off
+#define ORV_CHECKS(check)                                                      \
+  check(text,      CHECK_PLAIN)                                                \
+  check(word,      CHECK_PLAIN)                                                \
+  check(keyword,   CHECK_OPTIONS)                                              \
+  check(decimal,   CHECK_OPTIONS)                                              \
+  check(number,    CHECK_OPTIONS)                                              \
+  check(signed,    CHECK_OPTIONS)                                              \
+  check(real,      CHECK_OPTIONS)                                              \
+  check(file,      CHECK_OPTIONS | CHECK_DEVICE)                               \
+  check(path,      CHECK_OPTIONS | CHECK_DEVICE)                               \
+  check(ipaddr,    CHECK_OPTIONS)                                              \
+  check(ipservice, CHECK_DEVICE)                                               \
+  check(email,     CHECK_PLAIN)                                                \
+  check(socket,    CHECK_DEVICE)                                               \
+  check(script,    CHECK_DEVICE)                                               \
+  check(directory, CHECK_DEVICE)                                               \
+  check(regex,     CHECK_OPTIONS)                                              \
+  check(iregex,    CHECK_OPTIONS)                                              \
+  check(username,  CHECK_DEVICE)                                               \
+  check(groupname, CHECK_DEVICE)                                               \
+  check(command,   CHECK_DEVICE)
+// clang-format on
 
-orv_check_function chk_text;
-orv_check_function chk_word;
-orv_check_function chk_keyword;
-orv_check_function chk_decimal;
-orv_check_function chk_number;
-orv_check_function chk_signed;
-orv_check_function chk_real;
-orv_check_function chk_file;
-orv_check_function chk_path;
-orv_check_function chk_ipaddr;
-orv_check_function chk_ipservice;
-orv_check_function chk_email;
-orv_check_function chk_socket;
-orv_check_function chk_script;
-orv_check_function chk_directory;
-orv_check_function chk_regex;
-orv_check_function chk_iregex;
-orv_check_function chk_username;
-orv_check_function chk_groupname;
-orv_check_function chk_command;
+#define ORV_DECLARE_CHECK(name, traits) orv_check_function chk_##name;
+ORV_CHECKS(ORV_DECLARE_CHECK)
+#undef ORV_DECLARE_CHECK
+
+// The same as rows, ended by one without a name.
+extern const checks_info chk_list[];
 
 // The check that a field's check attribute names ("nullok" may stand before it;
 // NULL counts as "nullok text"), NULL when there is none of that name.

@@ -136,20 +136,26 @@ static std::string takes_parent(const std::string &options)
                    did_you_mean(options, known);
 }
 
-static std::string takes_expression(const std::string &)
-{
-  return ""; // reported by a rule of its own
-}
-
+// Those of a check that has no row are not judged; expressions have a rule of
+// their own.
 // clang-format off
 static const std::map<std::string, options_check> option_checks = {
   {"keyword", takes_words},      {"decimal", takes_unsigned},
-  {"number", takes_unsigned},     {"signed", takes_numbers},
+  {"number", takes_unsigned},    {"signed", takes_numbers},
   {"real", takes_reals},         {"ipaddr", takes_addresses},
   {"file", takes_file_type},     {"path", takes_parent},
-  {"regex", takes_expression},   {"iregex", takes_expression},
 };
 // clang-format on
+
+static std::string option_fault(const checks_info &check,
+                                const std::string &options)
+{
+  if ((check.traits & CHECK_OPTIONS) == 0) {
+    return takes_none(options);
+  }
+  const auto row = option_checks.find(check.name);
+  return row != option_checks.end() ? row->second(options) : "";
+}
 
 static bool is_expression(const std::string &name)
 {
@@ -235,9 +241,7 @@ static void check_one(const form &f, const form_line &line, findings *found)
     check_expression(f, line, offset, options, found);
     return;
   }
-  const auto row = option_checks.find(check->name);
-  const std::string fault =
-      row != option_checks.end() ? row->second(options) : takes_none(options);
+  const std::string fault = option_fault(*check, options);
   if (!fault.empty()) {
     report(found, f, line, offset, "check-option", fault);
   }

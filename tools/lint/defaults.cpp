@@ -69,15 +69,6 @@ static const form_item *find_item(const settings_check &c,
 
 // --- values ------------------------------------------------------------------
 
-// Checks that ask the device at hand would ask this one.
-static bool asks_device(const checks_info &check)
-{
-  static const std::set<std::string> names = {
-      "file",     "path",      "socket",  "script",   "directory",
-      "username", "groupname", "command", "ipservice"};
-  return names.count(check.name) != 0;
-}
-
 // What the field's check says of the value, "" when it passes.
 static std::string check_fault(const form_item &item, const std::string &value)
 {
@@ -86,7 +77,9 @@ static std::string check_fault(const form_item &item, const std::string &value)
   const char *options = nullptr;
   const checks_info *check = orv_find_check(
       line != nullptr ? line->text.c_str() : nullptr, &nullok, &options);
-  if (check == nullptr || asks_device(*check) || value.empty()) {
+  // Those that ask the device at hand would ask this one.
+  if (check == nullptr || (check->traits & CHECK_DEVICE) != 0 ||
+      value.empty()) {
     return "";
   }
   std::string copy = value;
