@@ -292,27 +292,81 @@ static int action_return()
   return 1;
 }
 
+// --- the buttons -------------------------------------------------------------
+
+enum button_state { SHOWN, DISABLED, ABSENT };
+
+static button_state always()
+{
+  return SHOWN;
+}
+
+static button_state home_state()
+{
+  return strcmp(orv_form, MENU_FORM) == 0 ? DISABLED : SHOWN;
+}
+
+static button_state help_state()
+{
+  return !hdr->help_mode || help_request != 0 || fatal != 0 ? DISABLED : SHOWN;
+}
+
+// Two buttons in one place, by the view that is shown.
+static button_state view_state(bool is_for_simple)
+{
+  const bool is_simple = !hdr->expert_mode || orv_expert_mode == 0;
+  if (is_simple != is_for_simple) {
+    return ABSENT;
+  }
+  return !hdr->expert_mode || fatal != 0 ? DISABLED : SHOWN;
+}
+
+static button_state expert_state()
+{
+  return view_state(true);
+}
+
+static button_state simple_state()
+{
+  return view_state(false);
+}
+
+static button_state submit_state()
+{
+  return hdr->has_input_fields ? SHOWN : DISABLED;
+}
+
+// The bars: the classes of their elements, of which a page has one.
+static const char BOTTOM_BAR[] = "bottombar";
+static const char CONTINUE_BAR[] = "continuebar";
+static const char DISCARD_BAR[] = "discardbar";
+
+// All buttons, on each bar in this order.  The label is also what a page posts.
+// clang-format off
+static const struct page_button {
+  const char *label;
+  int (*act)();
+  const char *bar;
+  const char *css_class;
+  button_state (*state)();
+} buttons[] = {
+  {"Home",              action_home,     BOTTOM_BAR,   BOTTOM_BAR,  home_state},
+  {"Help",              action_help,     BOTTOM_BAR,   BOTTOM_BAR,  help_state},
+  {"Simple",            action_simple,   BOTTOM_BAR,   BOTTOM_BAR,  simple_state},
+  {"Expert",            action_expert,   BOTTOM_BAR,   BOTTOM_BAR,  expert_state},
+  {"Submit",            action_submit,   BOTTOM_BAR,   BOTTOM_BAR,  submit_state},
+  {"Continue",          action_continue, CONTINUE_BAR, "continue",  always},
+  {"Discard changes",   action_continue, DISCARD_BAR,  DISCARD_BAR, always},
+  {"Return to changes", action_return,   DISCARD_BAR,  DISCARD_BAR, always},
+};
+// clang-format on
+
 static int check_action()
 {
-  // clang-format off
-  static const struct {
-    const char *label;
-    int (*act)();
-  } actions[] = {
-    {"Help",              action_help},
-    {"Expert",            action_expert},
-    {"Simple",            action_simple},
-    {"Home",              action_home},
-    {"Continue",          action_continue},
-    {"Discard changes",   action_continue},
-    {"Return to changes", action_return},
-    {"Submit",            action_submit},
-  };
-  // clang-format on
   if (orv_action != nullptr) {
-    for (const auto &action : actions) {
-      if (strcmp(orv_action, action.label) == 0) {
-        return action.act();
+    for (const page_button &button : buttons) {
+      if (strcmp(orv_action, button.label) == 0) {
+        return button.act();
       }
     }
   }
@@ -421,43 +475,29 @@ static void write_navbar()
   }
 }
 
-static void html_action_button(int disabled, const char *css_class,
-                               const char *label)
+static void write_button(const page_button &button, bool disabled)
 {
   static html_attribute attr_onclick = {"onclick", ONCLICK, nullptr};
   static html_attribute attr_disabled = {"disabled", "disabled", nullptr};
   html_attribute *attrs = is_confirmation_form != 0 ? nullptr : &attr_onclick;
-  if (disabled != 0) {
+  if (disabled) {
     attr_disabled.next = attrs;
     attrs = &attr_disabled;
   }
-  html_form_submit("action", label, css_class, attrs);
-}
-
-static void write_form_buttons()
-{
-  const bool on_menu = strcmp(orv_form, MENU_FORM) == 0;
-  const bool no_help = !hdr->help_mode || help_request != 0 || fatal != 0;
-  const bool simple = hdr->expert_mode && orv_expert_mode != 0;
-  html_action_button(on_menu, "bottombar", "Home");
-  html_action_button(no_help, "bottombar", "Help");
-  html_action_button(!hdr->expert_mode || fatal != 0, "bottombar",
-                     simple ? "Simple" : "Expert");
-  html_action_button(!hdr->has_input_fields, "bottombar", "Submit");
+  html_form_submit("action", button.label, button.css_class, attrs);
 }
 
 static void write_buttons()
 {
-  if (is_discard_or_return != 0) {
-    html_div_begin("discardbar", nullptr);
-    html_action_button(0, "discardbar", "Discard changes");
-    html_action_button(0, "discardbar", "Return to changes");
-  } else if (is_continue != 0) {
-    html_div_begin("continuebar", nullptr);
-    html_action_button(0, "continue", "Continue");
-  } else {
-    html_div_begin("bottombar", nullptr);
-    write_form_buttons();
+  const char *bar = is_discard_or_return != 0 ? DISCARD_BAR
+                    : is_continue != 0        ? CONTINUE_BAR
+                                              : BOTTOM_BAR;
+  html_div_begin(bar, nullptr);
+  for (const page_button &button : buttons) {
+    const button_state state = button.bar == bar ? button.state() : ABSENT;
+    if (state != ABSENT) {
+      write_button(button, state == DISABLED);
+    }
   }
   html_div_end();
 }
