@@ -36,35 +36,6 @@ bool with_secrets;
 static bool is_sure;         // nobody needs to be asked
 static owned_stream applied; // the file named to apply, once it is open
 
-static const char USAGE[] =
-    "Usage: orvctl [OPTION...] COMMAND\n"
-    "\n"
-    "  forms                           the pages of the device\n"
-    "  get FORM[/SUBITEM] [NAME...]    what a page shows\n"
-    "  set FORM[/SUBITEM] NAME=VALUE...\n"
-    "                                  change a page and save it; the value -\n"
-    "                                  of a text is a line of standard input\n"
-    "  rows FORM[/SUBITEM] TABLE       the rows of a table\n"
-    "  rows ... TABLE add COLUMN=VALUE...\n"
-    "  rows ... TABLE change ROW COLUMN=VALUE...\n"
-    "  rows ... TABLE delete ROW...    rows are counted from 1\n"
-    "  dump [FORM[/SUBITEM]...]        settings as text, for a backup\n"
-    "  apply FILE                      save the settings of a dump (-: stdin)\n"
-    "  confirm                         keep a change that would go back\n"
-    "  history                         the last saves\n"
-    "  restore NUMBER                  the settings as before that save\n"
-    "  reset [FORM[/SUBITEM]]          the settings as shipped; asks first\n"
-    "\n"
-    "  --json      print one JSON value instead of lines\n"
-    "  --dry-run   check everything, save nothing\n"
-    "  --yes       reset without asking\n"
-    "  --secrets   dump and get: with passwords, where scripts report them\n"
-    "  --help      show this text\n"
-    "  --version   show the version\n"
-    "\n"
-    "Exit status: 0 done or nothing to do, 1 refused (nothing was saved),\n"
-    "2 usage error.  orvctl(8) has the details.\n";
-
 int misuse(const char *text, const char *what)
 {
   terminal_print(stderr, "orvctl: %s%s%s (see orvctl --help)\n", text,
@@ -206,24 +177,60 @@ static void catch_hangup()
 struct command {
   const char *name;
   int (*run)(int count, char **words);
-  int least; // words behind the name
-  int most;  // -1: any number
+  int least;        // words behind the name
+  int most;         // -1: any number
+  const char *help; // lines of --help
 };
 
 // clang-format off
 static const command commands[] = {
-  {"forms",   list_forms, 0, 0},
-  {"get",     get_values, 1, -1},
-  {"set",     set_values, 2, -1},
-  {"rows",    table_rows, 2, -1},
-  {"dump",    dump,       0, -1},
-  {"apply",   apply,      1, 1},
-  {"confirm", confirm,    0, 0},
-  {"history", history,    0, 0},
-  {"restore", restore,    1, 1},
-  {"reset",   reset,      0, 1},
+  {"forms",   list_forms, 0, 0,
+   "  forms                           the pages of the device\n"},
+  {"get",     get_values, 1, -1,
+   "  get FORM[/SUBITEM] [NAME...]    what a page shows\n"},
+  {"set",     set_values, 2, -1,
+   "  set FORM[/SUBITEM] NAME=VALUE...\n"
+   "                                  change a page and save it; the value -\n"
+   "                                  of a text is a line of standard input\n"},
+  {"rows",    table_rows, 2, -1,
+   "  rows FORM[/SUBITEM] TABLE       the rows of a table\n"
+   "  rows ... TABLE add COLUMN=VALUE...\n"
+   "  rows ... TABLE change ROW COLUMN=VALUE...\n"
+   "  rows ... TABLE delete ROW...    rows are counted from 1\n"},
+  {"dump",    dump,       0, -1,
+   "  dump [FORM[/SUBITEM]...]        settings as text, for a backup\n"},
+  {"apply",   apply,      1, 1,
+   "  apply FILE                      save the settings of a dump (-: stdin)\n"},
+  {"confirm", confirm,    0, 0,
+   "  confirm                         keep a change that would go back\n"},
+  {"history", history,    0, 0,
+   "  history                         the last saves\n"},
+  {"restore", restore,    1, 1,
+   "  restore NUMBER                  the settings as before that save\n"},
+  {"reset",   reset,      0, 1,
+   "  reset [FORM[/SUBITEM]]          the settings as shipped; asks first\n"},
 };
 // clang-format on
+
+static void print_usage(FILE *out)
+{
+  fputs("Usage: orvctl [OPTION...] COMMAND\n\n", out);
+  for (const command &row : commands) {
+    fputs(row.help, out);
+  }
+  fputs(
+      "\n"
+      "  --json      print one JSON value instead of lines\n"
+      "  --dry-run   check everything, save nothing\n"
+      "  --yes       reset without asking\n"
+      "  --secrets   dump and get: with passwords, where scripts report them\n"
+      "  --help      show this text\n"
+      "  --version   show the version\n"
+      "\n"
+      "Exit status: 0 done or nothing to do, 1 refused (nothing was saved),\n"
+      "2 usage error.  orvctl(8) has the details.\n",
+      out);
+}
 
 static int run(int count, char **words)
 {
@@ -334,7 +341,7 @@ int main(int argc, char **argv)
   int count = 0; // words that are no options, moved to the front
   for (int i = 1; i < argc; i++) {
     if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
-      fputs(USAGE, stdout);
+      print_usage(stdout);
       return EXIT_SUCCESS;
     }
     if (strcmp(argv[i], "--version") == 0) {
@@ -349,7 +356,7 @@ int main(int argc, char **argv)
     }
   }
   if (count == 0) {
-    fputs(USAGE, stderr);
+    print_usage(stderr);
     return USAGE_STATUS;
   }
   begin();
