@@ -554,6 +554,6 @@ bool orv_column_is_marked(const pt_body_item *column)
 
 // --- the table of checks -----------------------------------------------------
 
-#define CHECK_ROW(name, traits) {#name, sizeof #name - 1, traits, chk_##name},
+#define CHECK_ROW(name, traits) {#name, sizeof #name - 1, chk_##name},
 
-const checks_info chk_list[] = {ORV_CHECKS(CHECK_ROW){nullptr, 0, 0, nullptr}};
+const checks_info chk_list[] = {ORV_CHECKS(CHECK_ROW){nullptr, 0, nullptr}};

@@ -14,6 +14,12 @@ using orv_check_function = void(char *value, const char *options,
                                 const char *tpl_error, const char *err_name,
                                 const char *var_label);
 
+struct checks_info {
+  const char *name;
+  int name_len;
+  orv_check_function *func;
+};
+
 // What else is known of a check.
 enum check_traits {
   CHECK_PLAIN = 0,
@@ -21,14 +27,7 @@ enum check_traits {
   CHECK_DEVICE = 2,  // asks the device that it runs on
 };
 
-struct checks_info {
-  const char *name;
-  short name_len;
-  short traits; // check_traits, combined
-  orv_check_function *func;
-};
-
-// All checks: `word` is the function chk_word.
+// All checks with their traits: `word` is the function chk_word.
 // clang-format off
 #define ORV_CHECKS(check)                                                      \
   check(text,      CHECK_PLAIN)                                                \
@@ -59,6 +58,15 @@ ORV_CHECKS(ORV_DECLARE_CHECK)
 
 // The same as rows, ended by one without a name.
 extern const checks_info chk_list[];
+
+// The traits of a row of that table, combined.
+inline int orv_check_traits(const checks_info *row)
+{
+#define ORV_CHECK_TRAITS(name, traits) (traits),
+  static constexpr unsigned char all[] = {ORV_CHECKS(ORV_CHECK_TRAITS)};
+#undef ORV_CHECK_TRAITS
+  return all[row - chk_list];
+}
 
 // The check that a field's check attribute names ("nullok" may stand before it;
 // NULL counts as "nullok text"), NULL when there is none of that name.

@@ -150,7 +150,7 @@ static const std::map<std::string, options_check> option_checks = {
 static std::string option_fault(const checks_info &check,
                                 const std::string &options)
 {
-  if ((check.traits & CHECK_OPTIONS) == 0) {
+  if ((orv_check_traits(&check) & CHECK_OPTIONS) == 0) {
     return takes_none(options);
   }
   const auto row = option_checks.find(check.name);

@@ -78,7 +78,7 @@ static std::string check_fault(const form_item &item, const std::string &value)
   const checks_info *check = orv_find_check(
       line != nullptr ? line->text.c_str() : nullptr, &nullok, &options);
   // Those that ask the device at hand would ask this one.
-  if (check == nullptr || (check->traits & CHECK_DEVICE) != 0 ||
+  if (check == nullptr || (orv_check_traits(check) & CHECK_DEVICE) != 0 ||
       value.empty()) {
     return "";
   }
