@@ -22,7 +22,7 @@
 
 // Nearly every comment fits; a longer one is formatted on the heap.
 constexpr size_t COMMENT_SIZE = 512;
-// Of a language's name.
+// Of a language's tag; language() says why.
 constexpr size_t LANGUAGE_MIN = 2;
 constexpr size_t LANGUAGE_MAX = 20;
 constexpr size_t NUMBER_SIZE = 12; // an int in decimal, terminated
@@ -60,7 +60,8 @@ static void put_bytes(const char *text, size_t length)
 
 // --- escaping ----------------------------------------------------------------
 
-// What stands for a character of a text; NULL: itself.
+// What stands for a character of a text; NULL: itself.  Without a reference for
+// "&", a text such as "&lt;" would be read as the sign that it names.
 static const char *text_reference(char c)
 {
   switch (c) {
@@ -99,7 +100,8 @@ static void put_escaped(const char *text, size_t length)
 {
   size_t written = 0;
   for (size_t i = 0; i < length; i++) {
-    // Most characters are letters, which need none in any context.
+    // Most characters are letters, which need none in any context.  Bytes of
+    // UTF-8 sequences may count as negative here, and need none either.
     const char *instead = text[i] > '>' ? nullptr : reference(text[i]);
     if (instead != nullptr) {
       put_bytes(text + written, i - written);
@@ -138,6 +140,7 @@ void html_escape(const char *text)
   }
 }
 
+// The arguments are started twice: vsnprintf leaves a va_list without a value.
 void html_comment(const char *format, ...)
 {
   char small[COMMENT_SIZE] = "";
@@ -201,7 +204,8 @@ static void close_tag(const char *element)
   put_char('>');
 }
 
-// The value of an attribute that counts by being there.
+// The value of an attribute that counts by being there.  HTML looks only for
+// its name: checked="false" ticks a box, too.
 static const char *flag(bool set)
 {
   return set ? "" : nullptr;
@@ -266,6 +270,7 @@ void html_table_begin(const char *id, const char *css_class,
   put("\n");
 }
 
+// A screen reader jumps to this landmark, past the bar that all pages have.
 void html_main_begin(void)
 {
   put("<main>\n");
@@ -300,7 +305,9 @@ void html_no_store(void)
 
 // A page may hold a user's settings: it is private, but kept for the browser's
 // Back, which would else lose what was typed.  The referrer stays on, since
-// without it a post's origin would be hidden as well.
+// without it a post's origin would be hidden as well.  A browser must not guess
+// another type from what a user typed (nosniff), and one that does not know the
+// policy's frame-ancestors may know X-Frame-Options.
 static void put_header_lines(enum html_http_status status)
 {
   static const char *const texts[] = {
@@ -332,7 +339,9 @@ static void put_meta(const char *name, const char *content)
   }
 }
 
-// The language of the pages, as the device's environment names it.
+// The language of the pages, as the device's environment names it.  Only what a
+// language tag consists of (RFC 5646) is taken: the shortest has two letters,
+// and larkspur-language chooses none of more than 20 characters.
 static const char *language()
 {
   static const char signs[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
@@ -355,6 +364,9 @@ void html_begin(enum html_http_status status, const char *title,
   }
   put("<!DOCTYPE html>\n");
   open_tag("html", {{"lang", language()}});
+  // The charset is in the header lines, too, which a saved file has lost.
+  // Without the viewport a phone draws a page as wide as a desk's, and shrinks
+  // it.
   put("\n<head>\n"
       "<meta charset=\"utf-8\">\n");
   put_meta("viewport", "width=device-width, initial-scale=1");
@@ -396,6 +408,8 @@ void html_body_begin(const char *css_class, const html_attribute *attrs)
   put("\n");
 }
 
+// aria-current tells a screen reader where the user is; the style sheet marks
+// the same entry by it.
 static void put_navbar_entry(const html_navbar_entry *entry)
 {
   static html_attribute current = {"aria-current", "page", nullptr};
@@ -428,6 +442,8 @@ void html_navbar_simple(const char *label, const html_navbar_entry *entries,
 
 // --- forms -------------------------------------------------------------------
 
+// Without an action, a browser would post to the page's own address, whose
+// query may name another form than the page shows.
 void html_form_begin(const char *action, const char *method,
                      const html_attribute *attrs)
 {
@@ -438,6 +454,8 @@ void html_form_begin(const char *action, const char *method,
   put("\n");
 }
 
+// A line for each, which no reader sees.  The controls below have no line end:
+// it would show as a blank beside them.
 void html_form_hidden(const char *name, const char *value, const char *id,
                       const html_attribute *attrs)
 {
@@ -521,6 +539,7 @@ static void put_options(const html_form_list_opt *option)
   put(in_group ? "</optgroup>\n" : "");
 }
 
+// One row is HTML's default, and makes it a list that drops down.
 void html_form_list(const char *name, int rows, const char *id,
                     const html_form_list_opt *options, const char *css_class,
                     const html_attribute *attrs)

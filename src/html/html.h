@@ -14,6 +14,7 @@
 
 #include "html_records.h"
 
+// What the status line says of a page; the values index its texts.
 enum html_http_status {
   html_http_status_ok = 0,
   html_http_status_unauthorised = 1,
@@ -70,6 +71,8 @@ void html_comment(const char *format, ...)
 void html_heading(int level, const char *text, const char *id,
                   const char *css_class, const html_attribute *attrs);
 
+// Text between tags, escaped; the second for a part of a text, up to the code
+// of a value or of markup in it.
 void html_escape(const char *text);
 void html_escape_data(const char *text, size_t length);
 
@@ -122,6 +125,7 @@ void html_form_text_input(const char *name, const char *value, const char *id,
 // The same for a value that nobody else should see.
 void html_form_password_input(const char *name, const char *value,
                               const html_attribute *attrs);
+// A browser posts `value` for a ticked box, and nothing at all for any other.
 void html_form_checkbox(const char *name, const char *value, int checked,
                         const char *id, const char *title,
                         const char *css_class, const html_attribute *attrs);

@@ -5,6 +5,10 @@
 #include <stdarg.h>
 #include <stdlib.h>
 
+// The well-formed sequences of RFC 3629, section 4.  Only the byte behind the
+// lead byte has bounds of its own, which exclude longer forms of a shorter
+// sequence, surrogates and what is beyond U+10FFFF: a decoder that takes one of
+// these may find a control character in it.
 size_t terminal_utf8_length(const char *text)
 {
   // clang-format off
@@ -39,6 +43,8 @@ size_t terminal_utf8_length(const char *text)
   return 0;
 }
 
+// U+0080 to U+009F have the meaning of ESC and a letter on many terminals:
+// U+009B begins a command like ESC [.
 bool terminal_is_control(const char *text)
 {
   const unsigned char *byte = reinterpret_cast<const unsigned char *>(text);
@@ -61,6 +67,8 @@ size_t terminal_char(FILE *out, const char *text)
   return taken;
 }
 
+// Formatted as a whole first, since an argument's control characters can be
+// found only in the result.
 void terminal_print(FILE *out, const char *format, ...)
 {
   va_list args;
