@@ -28,6 +28,13 @@ constexpr int ORV_NAME_PREFIX = 2;
 // anybody enters by hand, and a page of them is still quick.
 constexpr int ORV_STORED_ROWS_MAX = 100;
 
+// Digits of the number of such a row, counted from 0.
+constexpr int orv_digits(int number)
+{
+  return number < 10 ? 1 : 1 + orv_digits(number / 10);
+}
+constexpr int ORV_STORED_ROW_DIGITS = orv_digits(ORV_STORED_ROWS_MAX - 1);
+
 // Columns of a table: more do not fit on any page.
 constexpr int ORV_COLUMNS_MAX = 20;
 

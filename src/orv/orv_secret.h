@@ -6,8 +6,7 @@
 struct pt_body_item;
 
 // Whether a text of that name is a secret: the name, without a row's number
-// and whatever its letters' case, ends in "password", "passwd" or
-// "passphrase", or behind an underscore in "secret", "pin", "psk" or "token".
+// and whatever its letters' case, has an ending that orv_secret.cpp lists.
 bool orv_is_secret_name(const char *name);
 
 // Whether the item is a text with such a name.  What a box or a list says is

@@ -33,7 +33,7 @@
 #define ORV_STATE_DIR ORV_DATA_DIR "/state"
 #endif
 
-// A settings file is never larger: a table of 100 rows and 20 columns has a
+// A settings file is never larger: the largest table has a
 // tenth of this.
 constexpr off_t FILE_MAX = off_t{4} * 1024 * 1024;
 // How long a save waits for others, in seconds: no longer than its user would.

@@ -16,6 +16,7 @@
 #include "fault.h"
 #include "form.h"
 #include "orv.h"
+#include "orv_limits.h"
 #include "settings.h"
 #include "store_text.h"
 
@@ -25,10 +26,9 @@ constexpr size_t CHUNK = 64UL * 1024;
 // Fields that the page carries although its template has none of those names,
 // such as values that a read script reports for its own use.
 constexpr size_t OTHERS_MAX = 1000;
-constexpr int ROWS_MAX = 100;          // of a table that is stored,
-constexpr size_t ROW_DIGITS = 2;       // 0 to 99
-constexpr size_t NAME_MAX_LENGTH = 52; // longer ones are cut by every page
-constexpr size_t VALUE_MAX = 999;      // more is never stored
+constexpr size_t ROW_DIGITS = ORV_STORED_ROW_DIGITS;
+constexpr size_t NAME_MAX_LENGTH = ORV_NAME_MAX; // pages cut longer ones
+constexpr size_t VALUE_MAX = 999;                // more is never stored
 
 // One line of the input.
 struct posted_field {
@@ -140,6 +140,12 @@ static void take_lines()
   }
 }
 
+static bool is_beyond_stored(const char *row)
+{
+  return strlen(row) > ROW_DIGITS ||
+         strtol(row, nullptr, 10) >= ORV_STORED_ROWS_MAX;
+}
+
 // Only a large request is compared with its form, so most are not slowed down.
 static bool is_of_form(const char *form)
 {
@@ -152,7 +158,7 @@ static bool is_of_form(const char *form)
   size_t others = 0;
   for (size_t i = 0; i < count; i++) {
     const char *name = fields[i].name;
-    const bool is_beyond = strlen(name) - settings_column(name) > ROW_DIGITS;
+    const bool is_beyond = is_beyond_stored(name + settings_column(name));
     others += form_has(name) && !is_beyond ? 0 : 1;
   }
   return others <= OTHERS_MAX || is_too_large();
@@ -254,7 +260,7 @@ static void write_value(FILE *out, FILE *left_out, const char *name)
 static void write_cells(FILE *out, FILE *left_out, const char *column)
 {
   char name[NAME_MAX_LENGTH + 1];
-  for (int row = 0; row < ROWS_MAX; row++) {
+  for (int row = 0; row < ORV_STORED_ROWS_MAX; row++) {
     snprintf(name, sizeof name, "%.*s%d",
              static_cast<int>(NAME_MAX_LENGTH - ROW_DIGITS), column, row);
     write_value(out, left_out, name);
@@ -267,8 +273,7 @@ static bool goes_beyond(const char *column)
   const size_t length = strlen(column);
   for (size_t i = 0; i < count; i++) {
     const char *row = fields[i].name + settings_column(fields[i].name);
-    if (strlen(row) > ROW_DIGITS && row[0] != '0' &&
-        fields[i].value[0] != '\0' &&
+    if (is_beyond_stored(row) && row[0] != '0' && fields[i].value[0] != '\0' &&
         static_cast<size_t>(row - fields[i].name) == length &&
         strncasecmp(fields[i].name, column, length) == 0) {
       return true;

@@ -96,7 +96,7 @@ BROKEN = [
     ("network.tpl", "syntax", "label Gateway\n", "l\udce4bel Gateway\n"),
     ("navbar.sh", "target", "", "cat <<END\nstatus Status\nlgo Log\nEND", "lgo"),
     ("navbar.sh", "nav-label", "", "echo 'status The state of this little device'"),
-    ("navbar.sh", "nav-full", "", "printf '%s\\n' 'log A' 'log B' 'log C' 'log D' 'log E' 'log F'"),
+    ("navbar.sh", "nav-full", "", "printf '%s\\n' 'log A' 'log B' 'log C' 'log D' 'log E' " + "'log F' " * 9),
     ("network.sh", "script-missing", '*}/lib.sh"', '*}/lbi.sh"'),
     ("network.sh", "script-syntax", "", "fi"),
     ("network.sh", "eval", "", 'eval "new=$line"'),

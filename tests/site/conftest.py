@@ -22,6 +22,7 @@ import pytest
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "tools"))
 import orv_test.page  # noqa: E402  # pylint: disable=wrong-import-position
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 ORV = os.environ["ORV"]
 SHIM = os.environ.get("ORV_SYSLOG_SHIM", "")
 PRELOAD = os.environ.get("ORV_PRELOAD", "LD_PRELOAD")  # an emulator has its own
@@ -38,6 +39,20 @@ ENVIRONMENT = {
 # In the background or under nohup these are ignored, and every child would inherit that.
 signal.signal(signal.SIGHUP, signal.SIG_DFL)
 signal.signal(signal.SIGINT, signal.default_int_handler)
+
+
+def limits():
+    """What orv_limits.h sets, by name."""
+    text = (ROOT / "src/orv/orv_limits.h").read_text()
+    found = {}
+    for name, value in re.findall(r"^constexpr int (\w+) = ([^;()]+);", text, re.M):
+        for known, number in found.items():
+            value = re.sub(rf"\b{known}\b", str(number), value)
+        found[name] = sum(int(part) for part in re.findall(r"[+-]?\d+", value.replace(" ", "")))
+    return found
+
+
+LIMITS = limits()
 
 
 class Page:

@@ -5,6 +5,7 @@ import hashlib
 import re
 
 import pytest
+from conftest import LIMITS
 
 URL = "/cgi-bin/orv"
 TAIL = "&expert_mode=False&cgi_vars_loaded=True&scroll_y=0"
@@ -119,7 +120,8 @@ def test_scripts_and_texts_get_the_device(site):
 
 
 HOME = f"Configuration={URL}"
-SEVEN = "".join(f"{n} A\n" for n in range(7))
+ROOM = LIMITS["ORV_BAR_MAX"]
+MORE = "".join(f"{n} A\n" for n in range(ROOM + 1))
 NAVBARS = [
     # lines of the script, entries (with the address behind "?form=", if there
     # is one), number of lines dropped
@@ -129,15 +131,15 @@ NAVBARS = [
     ("--\n--\na A\n", ["A=a"], 1),
     ("a A\n--\nword\n-\n", [HOME, "A=a"], 3),
     # more than a pipe holds, and everything read after the last entry
-    ("--\n" + SEVEN + 16_380 * "6 A\n", [f"A={n}" for n in range(6)], 0),
+    ("--\n" + MORE + 16_380 * "6 A\n", [f"A={n}" for n in range(ROOM)], 0),
     (f"a {30 * 'm'}\n{82 * 'g'} B\n", [HOME, 29 * "m" + "=a", "B=" + 81 * "g"], 0),
-    # lines of 248, 249 and 250 characters: the last one's end is a line
-    ("".join(f"a {n * 'm'}\n" for n in (246, 247, 248)),
+    # lines that fit, that just fit, and that do not: the last one's end is a line
+    ("".join(f"a {n * 'm'}\n" for n in range(LIMITS["ORV_LINE_MAX"] - 3, LIMITS["ORV_LINE_MAX"])),
      [HOME, *3 * [29 * "m" + "=a"]], 1),
 ]
 
 
-@pytest.mark.parametrize("lines, entries, dropped", NAVBARS)
+@pytest.mark.parametrize("lines, entries, dropped", NAVBARS, ids=range(len(NAVBARS)))
 def test_a_navigation_script_s_lines_become_links(site, lines, entries, dropped):
     site.template("f", "text x")
     site.form_script("f", navbar="exec cat bar >&2")  # errors count as output

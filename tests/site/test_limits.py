@@ -1,12 +1,13 @@
 """Limits and secret names in texts and in the script library agree with the code."""
 
-import pathlib
 import re
+import subprocess
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+from conftest import LIMITS, ROOT
+
 TEMPLATE, SCRIPT = "docs/man/larkspur-template.5", "docs/man/larkspur-script.7"
 RULE = "tools/lint/rules/{}.txt"
-WORDS = {"Six": 6}
+WORDS = "zero one two three four five six seven eight nine ten eleven twelve".split()
 # limit, the text that gives it (the number in brackets), where
 SAID = (
     ("ORV_LINE_MAX", r"a line Ta (\d+) bytes", TEMPLATE),
@@ -20,6 +21,9 @@ SAID = (
     ("ORV_REPORTED_MAX", r"\$\{#2\} <= (\d+)", "lib/orv.bash"),
     ("ORV_NAME_MAX", r"\$\{#1\} -le (5\d) ", "lib/orv.bash"),
     ("ORV_STORED_ROWS_MAX", r"a table keeps (\d+) rows", "lib/orv_table.bash"),
+    ("ORV_STORED_ROWS_MAX - 1", r"rows 0 to (\d+)", SCRIPT),
+    ("ORV_STORED_ROWS_MAX - 1", r"rows 0 to (\d+)", "lib/orv_input.bash"),
+    ("ORV_STORED_ROWS_MAX - 1", r"rows 0 to (\d+)", "src/store/intake.h"),
     ("ORV_COLUMNS_MAX", r"columns of a table Ta (\d+) Ta", TEMPLATE),
     ("ORV_CONDITIONS_MAX", r"conditions inside each other Ta (\d+) Ta", TEMPLATE),
     ("ORV_ROWS_MAX", r"rows of a table, entries of a list Ta ([\d,]+) Ta", TEMPLATE),
@@ -28,37 +32,43 @@ SAID = (
     ("ORV_ADDRESS_MAX", r"end at (\d+) characters", RULE.format("link-long")),
     ("ORV_LABELLED_MAX", r"a message with a column's label Ta (\d+) bytes", TEMPLATE),
     ("ORV_BAR_MAX", r"(\w+) entries fit", SCRIPT),
+    ("ORV_BAR_MAX", r"(\w+) fit,", RULE.format("nav-full")),
     ("ORV_BAR_LABEL_MAX", r"labels are cut at (\d+) bytes", SCRIPT),
     ("ORV_BAR_LABEL_MAX", r"Labels end at (\d+) characters", RULE.format("nav-label")),
 )
 
 
-def limits():
-    text = (ROOT / "src/orv/orv_limits.h").read_text()
-    found = {}
-    for name, value in re.findall(r"^constexpr int (\w+) = ([^;]+);", text, re.M):
-        for known, number in found.items():
-            value = re.sub(rf"\b{known}\b", str(number), value)
-        found[name] = sum(int(part) for part in re.findall(r"[+-]?\d+", value.replace(" ", "")))
-    return found
+def number(said):
+    return WORDS.index(said.lower()) if said.lower() in WORDS else int(said.replace(",", ""))
 
 
 def test_every_text_gives_the_actual_limit():
-    held, wrong = limits(), []
+    wrong = []
     for name, pattern, path in SAID:
+        name, _, less = name.partition(" - ")
+        limit = LIMITS[name] - int(less or 0)
         said = re.findall(pattern, (ROOT / path).read_text())
-        numbers = {WORDS.get(s) or int(s.replace(",", "")) for s in said}
-        if numbers != {held[name]}:
-            wrong.append(f"{path}: {name} is {held[name]}, said: {said}")
+        if {number(s) for s in said} != {limit}:
+            wrong.append(f"{path}: {name} makes it {limit}, said: {said}")
     assert not wrong, "\n".join(wrong)
+
+
+def test_the_library_keeps_as_many_rows_as_the_store(tmp_path):
+    last = LIMITS["ORV_STORED_ROWS_MAX"] - 1
+    def kept(row):
+        return subprocess.run(
+            ["bash", "-c", '. "$0"; orv_read a#; orv_rows a; echo ${rows[*]}', ROOT / "lib/orv.bash"],
+            input=f'new_a0="x"\nnew_a{row}="x"\n', text=True, capture_output=True, cwd=tmp_path).stdout
+    assert kept(last) == f"0 {last}\n", "the rows of orv__read_taken and orv_rows"
+    assert "a table keeps" in kept(last + 1), "the rows of orv__read_taken"
 
 
 def test_every_ending_of_secret_names_is_in_the_manual_and_the_rule():
     endings = re.search(r"endings\[\] = \{([^}]+)\}", (ROOT / "src/orv/orv_secret.cpp").read_text())
     words = re.findall(r'"_?(\w+)"', endings[1])
     assert len(words) >= 7
-    for path, begin in ((TEMPLATE, "A field is a secret when"), (RULE.format("secret"), "is that of a secret when"),
-                        ("src/orv/orv_secret.h", "ends in")):
+    wrong = []
+    for path, begin in ((TEMPLATE, "A field is a secret when"), (RULE.format("secret"), "is that of a secret when")):
         said = (ROOT / path).read_text().partition(begin)[2].partition("\n.It")[0]
-        missing = [word for word in words if not re.search(rf"\b{word}\b", said[:400])]
-        assert not missing, f"{path} lacks {missing}"
+        wrong += [f"{path} lacks {word}" for word in words if not re.search(rf"\b{word}\b", said[:400])]
+    assert not wrong, "\n".join(wrong)

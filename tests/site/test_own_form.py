@@ -6,7 +6,7 @@ import re
 import subprocess
 
 import pytest
-from conftest import ENVIRONMENT, SECONDS
+from conftest import ENVIRONMENT, LIMITS, SECONDS
 
 STORE = os.environ["ORV_STORE"]
 ITEMS = ("error $E$", "field name 20", "label Name", "check nullok word",
@@ -17,7 +17,8 @@ SHIPPED = ("name=gate", "port=80", "on=True", "mode=a", "zone=utc", "model=X1",
            "select_zones0=utc Universal", "select_zones1=cet Central Europe")
 TABLE = ("error $E$", "{}", "field to", "label To", "check nullok ipaddr ipv4",
          "checkbox use", "label Use")
-MORE = "Nothing was saved: a table keeps 100 rows, and this one has more."
+ROWS = LIMITS["ORV_STORED_ROWS_MAX"]
+MORE = f"Nothing was saved: a table keeps {ROWS} rows, and this one has more."
 LOOK = "Nothing was saved yet. Please look at the marked fields."
 
 
@@ -111,9 +112,9 @@ def test_rows_close_up_and_deleted_ones_stay_deleted(site):
     assert said["error_to"] and len(stored(site)) == 4
     task(site, "--write", "f", given={"x": 1})  # no table was drawn
     assert len(stored(site)) == 4
-    many = [f"10.0.1.{i}" for i in range(101)]
-    assert "error_msg" not in task(site, "--write", "f", given=rows(*many[:99], "", many[99]))
-    assert len(stored(site)) == 200
+    many = [f"10.0.1.{i}" for i in range(ROWS + 1)]
+    assert "error_msg" not in task(site, "--write", "f", given=rows(*many[:ROWS - 1], "", many[ROWS - 1]))
+    assert len(stored(site)) == 2 * ROWS
     assert task(site, "--write", "f", given=rows(*many))["error_msg"] == MORE
     task(site, "--write", "f", given=rows(*[""] * 5))
     assert not stored(site) and site.open("f").control("to0").get("value") is None

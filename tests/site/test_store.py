@@ -13,6 +13,7 @@ import tempfile
 import threading
 
 import pytest
+from conftest import LIMITS
 
 LIBRARY = pathlib.Path(__file__).parents[2] / "lib"
 STORE, HASTY = os.environ["ORV_STORE"], os.environ["ORV_STORE_HASTY"]
@@ -174,7 +175,7 @@ def test_program_and_library_read_files_alike(device):
     ("> f\nv=2\nw\n", "order is not understood"),
     ("> f\nv=2\n> ../g\nw=2\n", "not a valid name of a settings file"),
     ("> f\nv=$HOME\n", "no value may contain"), ("> f\nv=a\tb\n", "no value may contain"),
-    (f"> f\nv={'x' * 246}\n", "a value is too long"),
+    (f"> f\nv={'x' * LIMITS['ORV_REPORTED_MAX']}\n", "a value is too long"),
     ("> f\nv=2\n" + "".join(f"> f{i}\nv=2\n" for i in range(64)), "too many files"),
     ("@secret s\n" * 257 + "> f\nv=2\n", "too many values"), ("", "cannot be read"),
 ])

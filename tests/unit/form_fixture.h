@@ -5,6 +5,7 @@
 
 #include "fixture.h"
 #include "orv_guard.h"
+#include "orv_limits.h"
 #include "orv_output.h"
 #include "orv_parser.h"
 #include "orv_vars.h"

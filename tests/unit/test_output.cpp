@@ -253,14 +253,15 @@ TEST_F(Output, DeletedRowsAreEmptiedUpToALimit)
 
 TEST_F(Output, RowsAndEntriesEndAtTheirLimit)
 {
-  const string cut(52, 'n'); // longer names, cut, are all the same
+  const string cut(ORV_NAME_MAX, 'n'); // of longer names, then all the same
+  const int max = ORV_ROWS_MAX;
   const std::tuple<string, string, int, int, bool> rows[] = {
-    {"ftable t 1 50001;field a", "", 0, 50000, false},
-    {"table t 1;field a", "a", 49999, 50000, true},
-    {"table t 1;field a", "a", 50000, 50000, false},
-    {"imenu m x", "select_x", 50000, 50000, true},
-    {"imenu m x", "select_x", 50001, 50000, false},
-    {"table t 1;field " + cut + "x", cut, 0, 50000, false},
+    {"ftable t 1 " + std::to_string(max + 1) + ";field a", "", 0, max, false},
+    {"table t 1;field a", "a", max - 1, max, true},
+    {"table t 1;field a", "a", max, max, false},
+    {"imenu m x", "select_x", max, max, true},
+    {"imenu m x", "select_x", max + 1, max, false},
+    {"table t 1;field " + cut + "x", cut, 0, max, false},
     {"table " + cut + "x 1;field a", "delete_" + cut, 0, 0, false},
   };
   for (const auto &[body, stem, filled, drawn, complete] : rows) {

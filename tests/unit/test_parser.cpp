@@ -64,7 +64,7 @@ using Parser = Forms;
 
 TEST_F(Parser, ReadsAHeaderOrReportsItsFault)
 {
-  const string x248(248 - strlen("title "), 'x');
+  const string full(ORV_LINE_MAX - 1 - strlen("title "), 'x');
   const std::pair<string, string> cases[] = { // title and line of body, or fault
     {"TITLE Network\nbody\n", "Network 2"},
     {"no_footer\ntitle\tPorts\nbody x\n", "Ports 3"},
@@ -80,9 +80,9 @@ TEST_F(Parser, ReadsAHeaderOrReportsItsFault)
     {"title t\n", "!no body keyword found"},
     {"read_script $S$x '$\nbody\n", "!" + dir + "/form contains no title"},
     // the rest of a long line counts as a line of its own
-    {"title " + x248 + "\nbody\n", x248 + " 2"},
-    {"title " + x248 + "x\nbody\n", x248 + "x 3"},
-    {"title " + x248 + "xy\nbody\n", "!unknown keyword line 2 \"y\n\""},
+    {"title " + full + "\nbody\n", full + " 2"},
+    {"title " + full + "x\nbody\n", full + "x 3"},
+    {"title " + full + "xy\nbody\n", "!unknown keyword line 2 \"y\n\""},
   };
   for (const auto &[content, expected] : cases) {
     const Header hdr = parse(content);
@@ -193,7 +193,8 @@ TEST_F(Parser, ReportsTheFaultOfABodysLastLine)
     {PT_NO_CHOICE_TEXT, "Choice requires selector and description", {"select x;choice a"}},
     {PT_MISPLACED, "Choice not allowed here", {"choice a b", "checkbox x;choice a b"}},
     {PT_BAD_ROWS, "Bad number of rows", {"ftable r 3 -1"}},
-    {PT_BAD_COLUMNS, "Bad column number", {"table r 21", "table r 0 1", "table r"}},
+    {PT_BAD_COLUMNS, "Bad column number", {"table r " + std::to_string(ORV_COLUMNS_MAX + 1),
+                                              "table r 0 1", "table r"}},
     {PT_NOT_IN_TABLE, "Item not allowed in table", {"table r 2;field a;text b"}},
   };
   for (const auto &[code, fault, bodies] : faults) {

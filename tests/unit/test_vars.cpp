@@ -73,7 +73,7 @@ TEST_F(Vars, TheBestValueIsReadAndOnlyADifferenceFromItBecomesTheUsers)
 TEST_F(Vars, ScriptOutputIsReadLineByLine)
 {
   const string bad = "Bad format script output ";
-  const string x247(247, 'x'), y51(51, 'y');
+  const string full(ORV_LINE_MAX - 2, 'x'), y51(51, 'y');
   const std::tuple<string, int, string, string> rows[] = {
     {"\n \t \n", 0, "", ""}, {" \tlevel=5 \t\n", 1, "level{o=5}", ""},
     {"level = 5", 1, "level {o= 5}", ""}, {"a=\n=5\n", 2, "{o=5} a{o=}", ""},
@@ -83,8 +83,8 @@ TEST_F(Vars, ScriptOutputIsReadLineByLine)
     {"a=\"\"\nb=\"\nc='\n", 3, "c{o=} b{o=} a{o=}", ""},
     {"a=5\r\nb=\"5\"\r\n", 2, "b{o=\"5\"\r} a{o=5\r}", ""},
     {" bash: no \n a=1\n", -1, "a{o=1}", bad + "\"bash: no\""},
-    {"a=" + x247 + "b=2\n", 2, "b{o=2} a{o=" + x247 + "}", ""},
-    {"a=" + x247 + y51 + "\n", -1, "a{o=" + x247 + "}", bad + '"' + y51 + '"'},
+    {"a=" + full + "b=2\n", 2, "b{o=2} a{o=" + full + "}", ""},
+    {"a=" + full + y51 + "\n", -1, "a{o=" + full + "}", bad + '"' + y51 + '"'},
     {string("a=1\0b=2\nc=3\n\0d=4\n", 18), 2, "c{o=3} a{o=1}", ""},
   };
   for (const auto &[lines, result, expected, report] : rows) {

@@ -12,7 +12,7 @@
 
 // A name travels in hidden fields behind a letter and "_".
 static constexpr size_t NAME_MAX_LENGTH = ORV_NAME_MAX - ORV_NAME_PREFIX;
-static constexpr size_t ROW_DIGITS = 2; // rows up to 99
+static constexpr size_t ROW_DIGITS = ORV_STORED_ROW_DIGITS;
 
 static bool is_variable(const form_item &item)
 {

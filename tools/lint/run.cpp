@@ -151,7 +151,7 @@ static void check_entry(device_run *r, const source_file &file,
   }
 }
 
-// Read as the page reads it: six entries, one of them fixed.
+// Read as the page reads it: one of the entries is fixed.
 static void run_bar(device_run *r, const form &f)
 {
   const script_line line = f.scripts[TASK_NAVBAR];
