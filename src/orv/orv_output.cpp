@@ -543,7 +543,10 @@ static void draw_item(pt_body_item *itm, int help)
     do_ftable_iter(itm);
     add_error(itm);
     break;
-  default:
+  case PT_IF:
+  case PT_IFNOT:
+  case PT_ELSE:
+  case PT_ENDIF:
     break;
   }
 }

@@ -12,10 +12,12 @@
 
 static bool is_text(const std::string &keyword)
 {
-  static const std::set<std::string> words = {
-      "title",  "text",  "help",   "error",  "heading", "heading2", "center",
-      "centre", "label", "rlabel", "prompt", "choice",  "check_msg"};
-  return words.count(keyword) != 0;
+  static const std::set<std::string> words = {"title",  "label",  "rlabel",
+                                              "prompt", "choice", "check_msg"};
+  const pt_keyword *item = item_keyword(keyword);
+  return item != nullptr ? item->words == PT_ALL_WORDS && item->type != PT_IF &&
+                               item->type != PT_IFNOT
+                         : words.count(keyword) != 0;
 }
 
 // --- HTML --------------------------------------------------------------------

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "keywords.h"
 #include "references.h"
 #include "rules.h"
 #include "text.h"
@@ -22,16 +23,15 @@ enum text_kind {
 static text_kind kind_of(const form &f, const form_line &line)
 {
   static const std::map<std::string, text_kind> kinds = {
-      {"title", KIND_SHOWN},          {"heading", KIND_SHOWN},
-      {"heading2", KIND_SHOWN},       {"center", KIND_SHOWN},
-      {"centre", KIND_SHOWN},         {"if", KIND_SHOWN},
-      {"ifnot", KIND_SHOWN},          {"label", KIND_ITEM},
+      {"title", KIND_SHOWN},          {"label", KIND_ITEM},
       {"rlabel", KIND_ITEM},          {"prompt", KIND_ITEM},
-      {"text", KIND_MARKED},          {"help", KIND_MARKED},
-      {"error", KIND_MARKED},         {"check_msg", KIND_MARKED},
-      {"choice", KIND_PLAIN},         {"read_script", KIND_COMMAND},
-      {"check_script", KIND_COMMAND}, {"write_script", KIND_COMMAND},
-      {"navbar_script", KIND_COMMAND}};
+      {"check_msg", KIND_MARKED},     {"choice", KIND_PLAIN},
+      {"read_script", KIND_COMMAND},  {"check_script", KIND_COMMAND},
+      {"write_script", KIND_COMMAND}, {"navbar_script", KIND_COMMAND}};
+  const pt_keyword *item = item_keyword(line.keyword);
+  if (item != nullptr && item->words == PT_ALL_WORDS) {
+    return item->text ? KIND_MARKED : KIND_SHOWN;
+  }
   const auto kind = kinds.find(line.keyword);
   if (kind == kinds.end()) {
     return KIND_NONE;
