@@ -43,15 +43,6 @@ void list_rules(void)
   }
 }
 
-device_check *const all_checks[] = {
-    check_texts,     check_conditions,     check_names,
-    check_items,     check_modes,          check_checks,
-    check_links,     check_bars,           check_headers,
-    check_exchange,  check_reported_names, check_script_keys,
-    check_scripts,   check_script_files,   check_calls,
-    check_input,     check_order,          check_compared,
-    check_defaults,  check_markup,         check_agreement,
-    check_keepers,   check_guards,         check_arguments,
-    check_variables, check_versions,       check_secret_names,
-    nullptr,
-};
+#define LINT_ROW(name) check_##name,
+
+device_check *const all_checks[] = {LINT_CHECKS(LINT_ROW) nullptr};

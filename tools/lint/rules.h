@@ -33,36 +33,44 @@ void list_rules(void);
 
 typedef void device_check(const device &dev, findings *found);
 
-// All checks of what was read, ended by NULL.
-extern device_check *const all_checks[];
+// All checks of what was read: `texts` is the function check_texts.
+// clang-format off
+#define LINT_CHECKS(check)                                                     \
+  check(texts)                                                                 \
+  check(conditions)                                                            \
+  check(names)                                                                 \
+  check(items)                                                                 \
+  check(modes)                                                                 \
+  check(checks)                                                                \
+  check(links)                                                                 \
+  check(bars)                                                                  \
+  check(headers)                                                               \
+  check(exchange)                                                              \
+  check(reported_names)                                                        \
+  check(script_keys)                                                           \
+  check(scripts)                                                               \
+  check(script_files)                                                          \
+  check(calls)                                                                 \
+  check(input)                                                                 \
+  check(order)                                                                 \
+  check(compared)                                                              \
+  check(defaults)                                                              \
+  check(markup)                                                                \
+  check(agreement)                                                             \
+  check(keepers)                                                               \
+  check(guards)                                                                \
+  check(arguments)                                                             \
+  check(variables)                                                             \
+  check(versions)                                                              \
+  check(secret_names)
+// clang-format on
 
-device_check check_texts;
-device_check check_conditions;
-device_check check_names;
-device_check check_items;
-device_check check_modes;
-device_check check_checks;
-device_check check_links;
-device_check check_bars;
-device_check check_headers;
-device_check check_exchange;
-device_check check_reported_names;
-device_check check_script_keys;
-device_check check_scripts;
-device_check check_script_files;
-device_check check_calls;
-device_check check_input;
-device_check check_order;
-device_check check_compared;
-device_check check_defaults;
-device_check check_markup;
-device_check check_agreement;
-device_check check_keepers;
-device_check check_guards;
-device_check check_arguments;
-device_check check_variables;
-device_check check_versions;
-device_check check_secret_names;
+#define LINT_DECLARE(name) device_check check_##name;
+LINT_CHECKS(LINT_DECLARE)
+#undef LINT_DECLARE
+
+// The same as a list, ended by NULL.
+extern device_check *const all_checks[];
 
 // Runs the read and navigation scripts in a copy of the folder.
 device_check run_scripts;
