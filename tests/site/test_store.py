@@ -15,6 +15,7 @@ import threading
 import pytest
 from conftest import LIMITS
 
+ROWS = LIMITS["ORV_STORED_ROWS_MAX"]
 LIBRARY = pathlib.Path(__file__).parents[2] / "lib"
 STORE, HASTY = os.environ["ORV_STORE"], os.environ["ORV_STORE_HASTY"]
 ORV = os.environ["ORV"]
@@ -237,7 +238,7 @@ def test_a_lock_ends_with_its_script_and_is_never_taken_for_held(device):
 
 
 def test_one_program_serves_a_script_for_its_life(device):
-    given = "".join(f'new_{n}="{n}"\n' for n in ("a", "b", "Port7", "port100"))
+    given = "".join(f'new_{n}="{n}"\n' for n in ("a", "b", "Port7", f"port{ROWS}"))
     store = "orv_store f a; echo $?"
     for text, said, stored in (
             ("orv_lock; sleep 0 & wait; orv_read a; " + store, "0", "a"),
@@ -313,7 +314,7 @@ def test_a_table_keeps_a_hundred_rows(device):
     lines = "".join(f'new_port{i}="{i}"\n' for i in range(100))
     assert device.script(save, given=lines) == (0, "")
     assert len(device.load("f")) == 100
-    status, text = device.script(save, given=lines + 'new_port100="x"\n')
+    status, text = device.script(save, given=lines + f'new_port{ROWS}="x"\n')
     assert status == 1 and "a table keeps 100 rows" in text
     assert "port99=99" in device.load("f")
 
