@@ -15,8 +15,8 @@ CLIENTS = (1, 8)
 COMMON = re.compile(r"/(ld-linux|libc\.so|libc-|locale|gconv)"
                     r"|^/(etc|proc|sys|dev|run)/")
 FIRST = re.compile(r'(?:execve|openat)\((?:AT_FDCWD, )?"([^"]+)"')
-OURS = ("orv", "orv-store", "orv.bash", "orv_table.bash", "orv_input.bash",
-        "orv_store.bash", "orv_more.bash")
+LIBRARY = pathlib.Path(__file__).resolve().parents[2] / "lib"
+OURS = ("orv", "orv-store", *(file.name for file in LIBRARY.glob("*.bash")))
 WARM_UP = 2  # rounds that do not count
 
 

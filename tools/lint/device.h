@@ -145,7 +145,8 @@ bool can_save(const form &f);
 extern const std::vector<std::string> special_forms;
 bool is_special(const std::string &form);
 
-// orv.bash and its other half: what they do is known, and not judged here.
+// The files of the library: what they do is known, and not judged here.
+std::vector<std::string> library_names(void);
 bool is_library(const std::string &name);
 // A file without an interpreter and without the right to be executed is one
 // that others source.

@@ -1,18 +1,23 @@
 // The library of the scripts, and paths by which one file sources another.
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
 #include "device.h"
-#include "library_functions.h"
+#include "library_parts.h"
 #include "text.h"
+
+std::vector<std::string> library_names(void)
+{
+  return {std::begin(library_files), std::end(library_files)};
+}
 
 bool is_library(const std::string &name)
 {
   const std::string file = name.substr(name.rfind('/') + 1);
-  return file == "orv.bash" || file == "orv_table.bash" ||
-         file == "orv_input.bash" || file == "orv_store.bash" ||
-         file == "orv_more.bash" || file == "orv_navbar.sh";
+  return std::find(std::begin(library_files), std::end(library_files), file) !=
+         std::end(library_files);
 }
 
 bool is_sourced_only(const script &s)
@@ -96,8 +101,7 @@ void read_library(device *dev, const std::vector<std::string> &names)
   }
   const bool has_own = all.functions.count("orv_load") != 0 &&
                        all.functions.count("orv_store") != 0;
-  for (const char *name : {"orv.bash", "orv_table.bash", "orv_input.bash",
-                           "orv_store.bash", "orv_more.bash"}) {
+  for (const char *name : library_files) {
     if (!has_own) {
       add_library(ORV_LIBRARY_DIR "/" + std::string(name), &all);
     }

@@ -233,8 +233,7 @@ static void add_library(const std::string &dir)
   const fs::path here = fs::read_symlink("/proc/self/exe", error).parent_path();
   for (const fs::path &from :
        {fs::path(ORV_LIBRARY_DIR), here / "../share/larkspur/scripts"}) {
-    for (const char *name : {"orv.bash", "orv_table.bash", "orv_input.bash",
-                             "orv_store.bash", "orv_more.bash"}) {
+    for (const std::string &name : library_names()) {
       if (fs::exists(from / name, error) &&
           !fs::exists(dir + "/scripts/" + name, error)) {
         fs::copy(from / name, dir + "/scripts/" + name, error);
