@@ -1,8 +1,10 @@
-"""Limits and secret names in texts and in the script library agree with the code."""
+"""Limits, secret names, commands and functions: manuals, rules and the script
+library agree with the code."""
 
 import re
 import subprocess
 
+import pytest
 from conftest import LIMITS, ROOT
 
 TEMPLATE, SCRIPT = "docs/man/larkspur-template.5", "docs/man/larkspur-script.7"
@@ -72,3 +74,22 @@ def test_every_ending_of_secret_names_is_in_the_manual_and_the_rule():
         said = (ROOT / path).read_text().partition(begin)[2].partition("\n.It")[0]
         wrong += [f"{path} lacks {word}" for word in words if not re.search(rf"\b{word}\b", said[:400])]
     assert not wrong, "\n".join(wrong)
+
+
+# what has a name, how the source names it, the manual, how that names it
+NAMED = (
+    ("src/orv/orv_parser.cpp", r'^  \{"(\w+)",  *PT_', TEMPLATE, "Ic {}"),
+    ("src/orv/cgi_main.cpp", r'^ *\{"([\w ]+)", +action_', "docs/man/orv.8", r"It (?:[\w ]+ , )?{}"),
+    ("tools/orvctl/orvctl.cpp", r'^ *\{"(\w+)", +\w+, +\d', "docs/man/orvctl.8", "It Cm {}"),
+    ("src/store/orv_store.cpp", r'^  \{"(\w+)", +\w+, +\d', "docs/man/orv-store.8", "It Cm {}"),
+    ("lib/*", r"^(orv_[a-z]\w*)\(\)", SCRIPT, "Ic {}"),
+)
+
+
+@pytest.mark.parametrize("source, pattern, manual, form", NAMED, ids=[n[0] for n in NAMED])
+def test_the_manual_has_every_name(source, pattern, manual, form):
+    code = "".join(p.read_text() for p in sorted(ROOT.glob(source)))
+    names = re.findall(pattern, code, re.M)
+    text = (ROOT / manual).read_text()
+    missing = [n for n in names if not re.search(rf"\b{form.format(n)}\b", text)]
+    assert len(names) > 7 and not missing, f"{manual} lacks {missing}"
