@@ -67,6 +67,11 @@ bool orv_find_change(const char *name, const orv_change_source *source,
 // Frees a list; NULL is allowed.
 void orv_free_changes(orv_change *changes);
 
+// What stands between two values on pages and terminals, and elsewhere, such as
+// in the log.
+constexpr char ORV_ARROW_SHOWN[] = "\xe2\x86\x92";
+constexpr char ORV_ARROW_PLAIN[] = "->";
+
 // The change as a line without its end, owned by the caller (free), NULL when
 // memory ran out (reported): "Port, row 3: 80 -> 81" with `arrow` between the
 // values, "Passphrase: changed" for a secret, "Row deleted: 80, 10.0.0.1".  A

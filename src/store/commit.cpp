@@ -254,7 +254,7 @@ bool store_finish(void)
 bool store_lock_for(const char *form, pid_t holder)
 {
   store_who who;
-  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
+  char text[WHO_TEXT_SIZE];
   char what[sizeof text + STORE_NAME_MAX];
   if (joined[0] != '\0') {
     return true;

@@ -159,7 +159,7 @@ static void write_info(FILE *out, const guarded_change *change, bool armed,
   write_end(out, change->seconds + (armed ? 0 : START_SECONDS));
   for (const orv_change *one = change->changes; one != nullptr;
        one = one->next) {
-    const owned_text line(orv_change_line(one, "->", 50, 60));
+    const owned_text line(orv_change_line(one, ORV_ARROW_PLAIN, 50, 60));
     fprintf(out, "change=%s\n", line != nullptr ? line.get() : "");
   }
   copy_changes(out, older != nullptr ? older : "");

@@ -364,14 +364,9 @@ static bool are_known(char **names)
 
 static void log_with_who(const char *line)
 {
-  store_who who;
-  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
-  char *whole = nullptr;
-  store_ask_who(&who);
-  store_write_who(&who, text, sizeof text);
-  if (asprintf(&whole, "%s (%s)", line, text) >= 0) {
-    store_log(whole);
-    free(whole);
+  const owned_text whole(store_line_with_who(line));
+  if (whole != nullptr) {
+    store_log(whole.get());
   }
 }
 

@@ -386,8 +386,9 @@ static bool tell_changes()
   for (const orv_change *one = changes; one != nullptr; one = one->next) {
     told_change *words = told + told_count;
     words->page =
-        orv_change_line(one, "\xe2\x86\x92", LABEL_TEXT_MAX, VALUE_TEXT_MAX);
-    words->log = orv_change_line(one, "->", LABEL_TEXT_MAX, VALUE_TEXT_MAX);
+        orv_change_line(one, ORV_ARROW_SHOWN, LABEL_TEXT_MAX, VALUE_TEXT_MAX);
+    words->log =
+        orv_change_line(one, ORV_ARROW_PLAIN, LABEL_TEXT_MAX, VALUE_TEXT_MAX);
     told_count++;
     if (words->page == nullptr || words->log == nullptr) {
       return false;
@@ -616,15 +617,10 @@ void save_tell_page(FILE *out)
 
 void save_log(void)
 {
-  store_who who;
-  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
-  store_ask_who(&who);
-  store_write_who(&who, text, sizeof text);
   for (size_t i = 0; i < told_count; i++) {
-    char *line = nullptr;
-    if (asprintf(&line, "%s (%s)", told[i].log, text) >= 0) {
-      store_log(line);
-      free(line);
+    const owned_text line(store_line_with_who(told[i].log));
+    if (line != nullptr) {
+      store_log(line.get());
     }
   }
 }

@@ -36,6 +36,16 @@ void store_write_who(const store_who *who, char *text, size_t size)
            placed ? " at " : "", placed ? who->address : "");
 }
 
+char *store_line_with_who(const char *line)
+{
+  store_who who;
+  char text[WHO_TEXT_SIZE];
+  char *whole = nullptr;
+  store_ask_who(&who);
+  store_write_who(&who, text, sizeof text);
+  return asprintf(&whole, "%s (%s)", line, text) >= 0 ? whole : nullptr;
+}
+
 bool store_serves_request(void)
 {
   return getenv("REQUEST_METHOD") != nullptr ||

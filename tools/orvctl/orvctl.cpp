@@ -48,11 +48,11 @@ int misuse(const char *text, const char *what)
 // The system log shows who has read all settings, and who has replaced them.
 static int log_use(int status, const char *done, const char *failed)
 {
-  store_who who;
-  char text[WHO_USER_SIZE + WHO_ADDRESS_SIZE + 5];
-  store_ask_who(&who);
-  store_write_who(&who, text, sizeof text);
-  syslog(LOG_NOTICE, "%s (%s)", status == EXIT_SUCCESS ? done : failed, text);
+  const owned_text line(
+      store_line_with_who(status == EXIT_SUCCESS ? done : failed));
+  if (line != nullptr) {
+    syslog(LOG_NOTICE, "%s", line.get());
+  }
   return status;
 }
 

@@ -123,7 +123,7 @@ void report_field(const char *name, const page_field *field)
 
 static owned_text line_of(const orv_change *change)
 {
-  return owned_text(orv_change_line(change, "\xe2\x86\x92", 0, 0));
+  return owned_text(orv_change_line(change, ORV_ARROW_SHOWN, 0, 0));
 }
 
 static void change_line(const orv_change *change)
