@@ -556,7 +556,7 @@ static const pto_procs html_procs = {
     op_select_core,
 };
 static_assert(sizeof html_procs == 19 * sizeof(void (*)()),
-              "every slot is filled");
+              "fill a new slot of pto_procs above, then count it here");
 
 void cgi_body_output(pt_body_item *body, int help, const char *error)
 {

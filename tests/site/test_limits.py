@@ -86,6 +86,15 @@ NAMED = (
 )
 
 
+def test_a_script_that_has_read_orv_bash_has_every_function():
+    public = {name for p in ROOT.glob("lib/*.bash")
+              for name in re.findall(r"^(orv_[a-z]\w*)\(\)", p.read_text(), re.M)}
+    run = subprocess.run(["bash", "-c", '. "$0"; declare -F', ROOT / "lib/orv.bash"],
+                         text=True, capture_output=True, check=True)
+    missing = public - set(re.findall(r"declare -f (\w+)", run.stdout))
+    assert not missing, f"the last lines of lib/orv.bash lack {missing}"
+
+
 @pytest.mark.parametrize("source, pattern, manual, form", NAMED, ids=[n[0] for n in NAMED])
 def test_the_manual_has_every_name(source, pattern, manual, form):
     code = "".join(p.read_text() for p in sorted(ROOT.glob(source)))
