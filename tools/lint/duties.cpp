@@ -70,11 +70,13 @@ static void check_does_something(const task_run &run, findings *found)
 
 // --- how a task ends ---------------------------------------------------------
 
+// What succeeds or not by what it finds, and is no fault then.
 static bool is_test(const bash_command &command)
 {
-  const std::string &name = first_word(command);
+  static const std::set<std::string> words = {
+      "[", "test", "grep", "pgrep", "cmp", "diff", "orv_load", "orv_one_of"};
   return command.kind == BASH_TEST || command.kind == BASH_ARITHMETIC ||
-         name == "[" || name == "test";
+         words.count(first_word(command)) != 0;
 }
 
 // Whether the command prints a message, or calls what does.
@@ -120,13 +122,14 @@ static void check_fault_exit(const task_run &read, findings *found)
   }
 }
 
-// A test that a list begins with, and that is false here.
+// A test that the command depends on by &&, and that may be false here; NULL
+// without one.
 static const bash_command *open_test(const task_step &last)
 {
   const std::vector<bash_command> &all = last.s->code.commands;
   const bash_command *command = last.command;
   const size_t next = static_cast<size_t>(command - all.data()) + 1;
-  if (command->branch >= 0 || !command->function.empty() || command->negated) {
+  if (command->negated) {
     return nullptr;
   }
   if (is_test(*command)) { // what depends on it did not run
@@ -145,16 +148,62 @@ static const bash_command *open_test(const task_step &last)
   return nullptr;
 }
 
-// The status of a script is that of its last command.
+// Whether an if or a loop asks for the status of the list that begins there.
+static bool is_asked(const script &s, const bash_command &test)
+{
+  const std::vector<bash_command> &all = s.code.commands;
+  return std::any_of(
+      s.code.branches.begin(), s.code.branches.end(),
+      [&](const bash_branch &branch) {
+        int at = branch.kind == "&&" || branch.kind == "||" ? -1 : branch.test;
+        while (at >= 0 && &all[static_cast<size_t>(at)] != &test) {
+          at = all[static_cast<size_t>(at)].previous;
+        }
+        return at >= 0;
+      });
+}
+
+// Whether the step hands on the status of what ran before it.
+static bool keeps_status(const task_step &step)
+{
+  const std::string &name = first_word(*step.command);
+  return ((name == "exit" || name == "return") &&
+          step.command->words.size() == 1) ||
+         step.command->kind == BASH_BLOCK;
+}
+
+// Whether nothing but what the task is decides on the branch.
+static bool is_certain(const task_run &run, const bash_command &command,
+                       const task_step &end)
+{
+  if (command.branch < 0 && command.function.empty()) {
+    return true;
+  }
+  return std::any_of(run.steps.begin(), run.steps.end(),
+                     [&](const task_step &step) {
+                       return step.command == &command && step.certain;
+                     }) &&
+         end.certain;
+}
+
+// The status of a script is that of its last command, also of one in the
+// function that was called last.
 static void check_status(const task_run &run, const script *own,
                          findings *found)
 {
-  if (run.steps.empty() || run.steps.back().s != own) {
+  size_t last = run.steps.size();
+  while (last > 0 && keeps_status(run.steps[last - 1])) {
+    last--;
+  }
+  if (last == 0 || run.steps.back().s != own ||
+      (last < run.steps.size() && !run.steps[last].certain)) {
     return;
   }
-  const bash_command *test = open_test(run.steps.back());
-  if (test != nullptr) {
-    report(found, *own->file, test->line, test->column, "script-status",
+  const task_step &end = run.steps[last - 1];
+  const bash_command *test = open_test(end);
+  if (test != nullptr && !is_asked(*end.s, *test) &&
+      is_certain(run, *test, run.steps.back())) {
+    report(found, *end.s->file, test->line, test->column, "script-status",
            "the script ends with this list, so it fails when the test is "
            "false; use if, or add exit 0");
   }

@@ -24,6 +24,19 @@ static const call_order orders[] = {
     {"orv_read", "orv_secret", false,
      "finds no input yet, so every secret counts as unchanged"},
     {"orv_load", "orv_stamp", false, "has no state to compare yet"},
+    {"orv_secret", "orv_store", true,
+     "is too late: a blank field has already emptied the secret"},
+    {"orv_take_hash", "orv_store", true,
+     "is too late: the values are already stored"},
+    {"orv_tick", "orv_store", true,
+     "is too late: the values are already stored"},
+    {"orv_number", "orv_store", true,
+     "is too late: the values are already stored"},
+    {"orv_stamp", "orv_store", true,
+     "is too late: what somebody else saved is already overwritten"},
+    {"orv_lock", "orv_store", true, "is too late: it protects nothing"},
+    {"orv_load", "orv_secret", true,
+     "is too late: the stored secret that a blank field keeps is unknown"},
     {"orv_error", "orv_store", true,
      "is too late: the values are already stored"},
 };
@@ -38,6 +51,21 @@ static const call_order late_orders[] = {
     {"orv_store", "orv_act", false, "runs the action with the old settings"},
     {"orv_store", "orv_changes", false, "has no changes yet"},
     {"orv_store", "orv_log_changes", false, "has no changes yet"},
+    {"orv_store", "orv_unlock", false,
+     "lets another save happen between the load and the store"},
+};
+
+// The same of the tasks that get the page's values, and of the one that shows
+// the stored ones.
+static const call_order page_orders[] = {
+    {"orv_read", "orv_stamp", false,
+     "has no stamp from the page yet, so it refuses no outdated page"},
+    {"orv_read", "orv_error", false, "judges the stored values"},
+    {"orv_read", "orv_end", false, "has nothing to end yet"},
+};
+static const call_order read_orders[] = {
+    {"orv_load", "orv_rows", false, "has no values yet"},
+    {"orv_load", "orv_pack", false, "has no values yet"},
 };
 
 static void report_order(const task_run &run, const call_order &row,
@@ -50,6 +78,20 @@ static void report_order(const task_run &run, const call_order &row,
                              in_quotes(row.first) + " " + row.why);
 }
 
+// Every call of the second stands before the first of the first.
+static bool check_late(const task_run &run, const call_order &row,
+                       findings *found)
+{
+  const size_t first = find_call(run, row.first);
+  const size_t second = find_last(run, row.second);
+  const bool late =
+      first != NOWHERE && second != NOWHERE && second < first;
+  if (late) {
+    report_order(run, row, first, second, found);
+  }
+  return late;
+}
+
 static void check_orders(const task_run &run, findings *found)
 {
   for (const call_order &row : orders) {
@@ -60,13 +102,13 @@ static void check_orders(const task_run &run, findings *found)
       break; // one mistake is one finding
     }
   }
-  for (const call_order &row : late_orders) {
-    const size_t first = find_call(run, row.first);
-    const size_t second = find_last(run, row.second);
-    if (first != NOWHERE && second != NOWHERE && second < first) {
-      report_order(run, row, first, second, found);
-      break;
-    }
+  const auto late = [&](const call_order &row) {
+    return check_late(run, row, found);
+  };
+  if (!std::any_of(std::begin(late_orders), std::end(late_orders), late)) {
+    run.task == TASK_READ
+        ? std::any_of(std::begin(read_orders), std::end(read_orders), late)
+        : std::any_of(std::begin(page_orders), std::end(page_orders), late);
   }
 }
 
@@ -110,6 +152,17 @@ static void check_lock(const task_run &run, findings *found)
   }
 }
 
+// A page that is only shown waits for saves and holds them up.
+static void check_read_lock(const task_run &read, findings *found)
+{
+  const size_t lock = find_call(read, "orv_lock");
+  if (lock != NOWHERE && read.steps[lock].certain) {
+    report_step(found, read.steps[lock], "library-order",
+                "\"orv_lock\" is called by the task --read as well: each page"
+                " that is shown waits for saves and holds them up");
+  }
+}
+
 // --- what goes with what -----------------------------------------------------
 
 // The stamp that one task reports the other compares.
@@ -132,6 +185,20 @@ static void check_stamps(const task_run &read, const task_run &write,
                       "call \"orv_stamp\" after this as well"
                     : "\"orv_stamp\" compares a stamp that the read script "
                       "does not report; call it after this as well");
+  }
+}
+
+// What a request leaves out is blank, unless it was loaded: orv-store keeps it.
+static void check_rules_load(const form_runs &runs)
+{
+  const size_t read = find_call(runs.check, "orv_read");
+  const bool kept =
+      runs.dev.keepers.count(runs.f.scripts[TASK_WRITE].script) != 0;
+  if (kept && read != NOWHERE && !calls(runs.check, "orv_load")) {
+    report_step(runs.found, runs.check.steps[read], "library-missing",
+                "a value whose field is not drawn is blank here, although the"
+                " stored one stays; call \"orv_load " +
+                    runs.f.name + "\" first");
   }
 }
 
@@ -264,8 +331,11 @@ static void check_runs(const form_runs &runs)
     check_success(*run, runs.found);
   }
   check_lock(runs.write, runs.found);
+  check_read_lock(runs.read, runs.found);
+  check_saves(runs);
   check_stamps(runs.read, runs.write, runs.found);
   check_end(runs.check, runs.found);
+  check_rules_load(runs);
   check_stored(runs);
   check_shown(runs);
   check_sources(runs);

@@ -33,6 +33,9 @@ void check_shown(const form_runs &runs);
 void check_duties(const form_runs &runs);
 // What is stored: files, names, secrets.
 void check_stored(const form_runs &runs);
+// What follows a save although it failed, and what is stored although the
+// command that makes it failed.
+void check_saves(const form_runs &runs);
 // What comes from a list or a table and is used without being looked at.
 void check_sources(const form_runs &runs);
 
