@@ -1,6 +1,4 @@
-// Text that bash runs: commands and programs made from a request's values, and
-// names that it evaluates.  A subscript in a name is arithmetic, and arithmetic
-// runs commands: with x='a[$(reboot)]', even [[ -v $x ]] reboots.
+// What bash evaluates: names, numbers and texts that it keeps to run them later.
 
 #include "sinks.h"
 
@@ -22,100 +20,7 @@ std::string shown(const bash_expansion &expansion)
                                      : "\"${" + full_name(expansion) + "}\"";
 }
 
-// bash -c, also after xargs, timeout and the like.
-static void check_shell(const sink &at)
-{
-  static const std::set<std::string> shells = {"bash", "sh", "dash", "ash",
-                                               "su"};
-  const std::vector<bash_word> &words = at.command.words;
-  std::string shell;
-  for (size_t i = 0; i + 1 < words.size(); i++) {
-    const std::string &word = words[i].plain;
-    const std::string name = word.substr(word.rfind('/') + 1);
-    shell = shells.count(name) != 0 ? name : shell;
-    if (!shell.empty() && word == "-c" && !words[i + 1].expansions.empty()) {
-      report_at(
-          at, words[i + 1].expansions[0], "eval",
-          shell +
-              " -c runs whatever the values contain; pass them as arguments: " +
-              shell + " -c '... \"$1\"' -- \"$value\"");
-      return;
-    }
-  }
-}
-
-// xargs -I{} sh -c '... {}' makes each line of its input a part of the program.
-static void check_xargs(const sink &at)
-{
-  const std::vector<bash_word> &words = at.command.words;
-  std::string mark;
-  for (size_t i = 1; i + 1 < words.size(); i++) {
-    const std::string &word = words[i].plain;
-    if (mark.empty() && starts_with(word, "-I")) {
-      mark = word.size() > 2 ? word.substr(2) : words[i + 1].plain;
-    } else if (word == "-c" && !mark.empty() &&
-               words[i + 1].plain.find(mark) != std::string::npos) {
-      report(
-          at.found, *at.s.file, words[i + 1].line, words[i + 1].column, "eval",
-          "each input line becomes part of the program " + words[i + 1].text +
-              "; pass it as an argument: sh -c '... \"$1\"' -- " + mark);
-      return;
-    }
-  }
-}
-
-// Commands that run their arguments as code.
-static void check_eval(const sink &at)
-{
-  const std::vector<bash_word> &words = at.command.words;
-  const std::string &name = first_word(at.command);
-  if (name == "eval") {
-    for (size_t i = 1; i < words.size(); i++) {
-      if (words[i].text.find_first_of("$`") != std::string::npos) {
-        report(at.found, *at.s.file, at.command.line, at.command.column, "eval",
-               "eval runs whatever the values contain; use arrays, printf -v "
-               "or a case instead");
-        return;
-      }
-    }
-  }
-  check_shell(at);
-  if (name == "xargs") {
-    check_xargs(at);
-  }
-}
-
-// Programs in other languages that contain values.
-static void check_program(const sink &at)
-{
-  static const std::set<std::string> languages = {
-      "awk", "gawk", "mawk", "sed", "perl", "python3", "lua"};
-  // Options whose values are not programs.
-  static const std::set<std::string> with_value = {"-v", "-F", "-f"};
-  if (languages.count(first_word(at.command)) == 0) {
-    return;
-  }
-  for (size_t i = 1; i < at.command.words.size(); i++) {
-    const bash_word &word = at.command.words[i];
-    if (word.plain[0] == '-' && word.plain != "-e") {
-      const bool takes_value = with_value.count(word.plain) != 0;
-      i += takes_value ? 1 : 0;
-      continue;
-    }
-    const bash_expansion *input = input_of(at.c, at.command, word);
-    if (input != nullptr && word.text.size() > input->name.size() + 5) {
-      report_at(at, *input, "eval",
-                shown(*input) + " comes from the request and becomes part of a "
-                                "program here; pass it as a value");
-    }
-    if (word.plain != "-e") {
-      return; // the first argument is the program, the others are files
-    }
-  }
-}
-
-// The length of the name in NAME=VALUE, npos if there is no value.  A "=" in a
-// subscript or an expansion is not the end of the name.
+// The length of the name in NAME=VALUE, npos where there is no value.
 static size_t name_length(const std::string &text)
 {
   int depth = 0;
@@ -239,26 +144,113 @@ void check_indirect(const sink &at, const bash_word &word)
   }
 }
 
-// The first word of a command is run.
-static void check_command(const sink &at)
+// What is given to a variable that is declared with -i or -n elsewhere.
+static void check_declared(const sink &at)
 {
-  if (at.command.kind != BASH_SIMPLE || at.command.words.empty()) {
+  static const std::set<std::string> declaring = {"declare", "local", "typeset",
+                                                  "readonly"};
+  if (declaring.count(first_word(at.command)) != 0) {
     return;
   }
-  const bash_expansion *input = input_of(at.c, at.command, at.command.words[0]);
-  if (input != nullptr) {
-    report_at(at, *input, "eval",
-              shown(*input) + " comes from the request and is run as a command"
-                              " here");
+  for (const bash_assignment &assignment : at.command.assignments) {
+    if (at.c.evaluating.count(
+            scoped(at.c, at.command.function, assignment.name)) == 0) {
+      continue;
+    }
+    for (const bash_expansion &expansion : assignment.value.expansions) {
+      check_octal(at, expansion);
+    }
+    const bash_expansion *input = input_of(at.c, at.command, assignment.value);
+    if (input != nullptr) {
+      report_at(at, *input, "eval",
+                shown(*input) + " comes from the request, and " +
+                    in_quotes(assignment.name) +
+                    " is declared with -i or -n: bash evaluates what it is "
+                    "given; check it first");
+    }
+  }
+}
+
+// The same of what a loop or read gives it.
+static void check_filled(const sink &at)
+{
+  const std::string &name = first_word(at.command);
+  const std::vector<bash_word> &words = at.command.words;
+  const bool loop = at.command.kind == BASH_FOR && !words.empty();
+  const bool reads = name == "read" || name == "mapfile";
+  for (size_t i = loop ? 0 : 1; (loop || reads) && i < (loop ? 1 : words.size());
+       i++) {
+    const std::string filled =
+        scoped(at.c, at.command.function, words[i].plain);
+    if (at.c.evaluating.count(filled) != 0 && at.c.input.count(filled) != 0) {
+      report(at.found, *at.s.file, words[i].line, words[i].column, "eval",
+             in_quotes(words[i].plain) +
+                 " is declared with -i or -n, and bash evaluates what comes "
+                 "from the request");
+      return;
+    }
+  }
+}
+
+// Texts that bash keeps and runs later.
+static void check_kept(const sink &at)
+{
+  const std::vector<bash_word> &words = at.command.words;
+  const std::string &name = first_word(at.command);
+  for (size_t i = 1; i < words.size(); i++) {
+    const bool kept = (name == "trap" && i == 1) || name == "alias";
+    const bash_expansion *input =
+        kept ? input_of(at.c, at.command, words[i]) : nullptr;
+    if (input != nullptr) {
+      report_at(at, *input, "eval",
+                shown(*input) + " comes from the request and " + name +
+                    " runs this text; use single quotes, so that the value is"
+                    " expanded when it runs");
+      return;
+    }
+  }
+}
+
+// Variables whose value bash or the loader runs.
+static void check_variables(const sink &at)
+{
+  static const std::set<std::string> run = {"PS4",      "PROMPT_COMMAND",
+                                            "BASH_ENV", "ENV",
+                                            "PATH",     "LD_PRELOAD"};
+  for (const bash_assignment &assignment : at.command.assignments) {
+    const bash_expansion *input =
+        run.count(assignment.name) != 0
+            ? input_of(at.c, at.command, assignment.value)
+            : nullptr;
+    if (input != nullptr) {
+      report_at(at, *input, "eval",
+                shown(*input) + " comes from the request and becomes part of " +
+                    in_quotes(assignment.name) + ", which decides what is run");
+    }
+  }
+}
+
+// ${x@P} expands the value as a prompt, commands in it and all.
+void check_prompt(const sink &at, const bash_word &word)
+{
+  for (const bash_expansion &expansion : word.expansions) {
+    bash_expansion plain = expansion;
+    plain.rest.clear();
+    if (expansion.rest == "@P" && is_input(at.c, at.command, plain)) {
+      report_at(at, expansion, "eval",
+                shown(plain) +
+                    " comes from the request and @P runs commands in it");
+    }
   }
 }
 
 void check_evaluated(const sink &at)
 {
-  check_eval(at);
-  check_program(at);
-  check_command(at);
   check_names(at);
   check_attributes(at);
+  check_declared(at);
+  check_filled(at);
+  check_kept(at);
+  check_variables(at);
   check_is_set(at);
 }

@@ -37,54 +37,6 @@ const std::string &first_word(const bash_command &command)
              : none;
 }
 
-static bool declares(const bash_command &command)
-{
-  static const std::set<std::string> words = {"local", "declare", "typeset"};
-  return words.count(first_word(command)) != 0;
-}
-
-// declare -A NAME: text may stand in its subscripts.
-static void collect_maps(context *c, const bash_command &command)
-{
-  const bool is_map = std::any_of(
-      command.words.begin(), command.words.end(), [](const bash_word &word) {
-        return word.plain[0] == '-' &&
-               word.plain.find('A') != std::string::npos;
-      });
-  if (!is_map) {
-    return;
-  }
-  for (const bash_assignment &assignment : command.assignments) {
-    c->maps.insert(assignment.name);
-  }
-  for (const bash_word &word : command.words) {
-    c->maps.insert(word.plain);
-  }
-}
-
-// A name that a function declares is its own there.
-static void collect_locals(context *c)
-{
-  for (const script *s : c->files) {
-    c->functions.insert(s->code.functions.begin(), s->code.functions.end());
-    for (const bash_command &command : s->code.commands) {
-      if (!declares(command)) {
-        continue;
-      }
-      collect_maps(c, command);
-      if (command.function.empty()) {
-        continue;
-      }
-      for (const bash_assignment &assignment : command.assignments) {
-        c->locals.insert(command.function + "::" + assignment.name);
-      }
-      for (const bash_word &word : command.words) {
-        c->locals.insert(command.function + "::" + word.plain);
-      }
-    }
-  }
-}
-
 std::string full_name(const bash_expansion &expansion)
 {
   return expansion.subscript.empty()
@@ -102,9 +54,8 @@ static bool cleans(const std::string &rest)
          rest == "+" || starts_with(rest, ":+") || starts_with(rest, "+");
 }
 
-// The script that the command is one of, and its number there.
-static const script *owner_of(const context &c, const bash_command &command,
-                              size_t *index)
+const script *owner_of(const context &c, const bash_command &command,
+                       size_t *index)
 {
   for (const script *s : c.files) {
     const std::vector<bash_command> &all = s->code.commands;
@@ -226,13 +177,30 @@ static bool reads_all(const std::string &value)
   return false;
 }
 
+// printf -v NAME FORMAT VALUE...
+static bool follow_printf(context *c, const bash_command &command)
+{
+  const std::vector<bash_word> &words = command.words;
+  if (first_word(command) != "printf" || words.size() < 5 ||
+      words[1].plain != "-v" || !words[2].expansions.empty() ||
+      words[3].plain.find("%s") == std::string::npos) {
+    return false;
+  }
+  return std::any_of(words.begin() + 4, words.end(),
+                     [&](const bash_word &word) {
+                       return input_of(*c, command, word) != nullptr;
+                     }) &&
+         add_input(c, command, words[2].plain);
+}
+
 // A variable made of input is input.
 static bool follow_assignments(context *c, const bash_command &command)
 {
   bool more = false;
   for (const bash_assignment &assignment : command.assignments) {
     bool input = input_of(*c, command, assignment.value) != nullptr ||
-                 reads_all(assignment.value.text);
+                 reads_all(assignment.value.text) ||
+                 captures_input(*c, command, assignment.value);
     for (const bash_word &element : assignment.elements) {
       input |= input_of(*c, command, element) != nullptr;
     }
@@ -324,7 +292,7 @@ static void follow_input(context *c)
     for (const script *s : c->files) {
       for (const bash_command &command : s->code.commands) {
         more |= follow_reading(c, command) || follow_match(c, command);
-        more |= follow_assignments(c, command);
+        more |= follow_assignments(c, command) || follow_printf(c, command);
         more |= follow_call(c, command);
       }
     }
@@ -334,11 +302,12 @@ static void follow_input(context *c)
 context follow_values(const device &dev, const std::string &script_name)
 {
   context c = {dev, {}, dev.library, {},
-               {},  {}, {},          {"orv", "orv_was", "orv_label"}};
+               {},  {}, {},          {"orv", "orv_was", "orv_label"},
+               {}};
   for (const std::string &name : with_sources(dev, script_name)) {
     c.files.push_back(&dev.scripts.at(name));
   }
-  collect_locals(&c);
+  collect_declared(&c);
   collect_judged(&c);
   add_page_values(&c, script_name);
   follow_input(&c);

@@ -25,6 +25,9 @@ struct context {
   // The page's numbers, which may begin with 0; whether with a sign or 0x, too.
   std::map<std::string, bool> padded;
   std::set<std::string> maps; // arrays whose subscripts are text
+  // Scoped names that are declared with -i or -n: what they are given is
+  // evaluated.
+  std::set<std::string> evaluating;
 };
 
 // The name with the function that it belongs to.
@@ -40,6 +43,15 @@ bool is_input(const context &c, const bash_command &command,
 // The first such expansion of the word, NULL without one.
 const bash_expansion *input_of(const context &c, const bash_command &command,
                                const bash_word &word);
+// The script that the command is one of, and its number there; NULL when it is
+// none of these.
+const script *owner_of(const context &c, const bash_command &command,
+                       size_t *index);
+// Whether the value is what $(...) takes from input, as it is.
+bool captures_input(const context &c, const bash_command &command,
+                    const bash_word &value);
+// What functions and attributes belong to which names.
+void collect_declared(context *c);
 // All that is known of the script and what it sources.
 context follow_values(const device &dev, const std::string &script_name);
 

@@ -159,26 +159,44 @@ static void check_path(const sink &at)
   }
 }
 
-// The subscript of an indexed array is arithmetic: names in it are evaluated
-// even without a dollar.  That of an associative array is plain text.
+// The next name of the text from `*at` on, with its subscript where it has one;
+// an empty name at the end.
+static bash_expansion next_name(const std::string &text, size_t *at)
+{
+  bash_expansion expansion;
+  while (*at < text.size() && !is_name_char(text[*at])) {
+    ++*at;
+  }
+  while (*at < text.size() && is_name_char(text[*at])) {
+    expansion.name += text[(*at)++];
+  }
+  const size_t end = text.find(']', *at);
+  if (*at < text.size() && text[*at] == '[' && end != std::string::npos) {
+    expansion.subscript = text.substr(*at + 1, end - *at - 1);
+    *at = end;
+  }
+  return expansion;
+}
+
+// The subscript of an indexed array is computed, names in it and all.
 static void check_subscript(const sink &at, const std::string &array,
                             const std::string &subscript, int line, int column)
 {
   if (at.c.maps.count(array) != 0) {
     return;
   }
-  std::string name;
-  for (const char c : subscript + " ") {
-    if (is_name_char(c)) {
-      name += c;
-      continue;
-    }
-    bash_expansion expansion;
-    expansion.name = name;
+  for (size_t i = 0; i < subscript.size();) {
+    bash_expansion expansion = next_name(subscript, &i);
     expansion.line = line;
     expansion.column = column;
-    const bool based = c == '#'; // 10#$row
-    if (!name.empty() && is_input(at.c, at.command, expansion)) {
+    if (i < subscript.size() && subscript[i] == '#') { // 10#$row
+      return;
+    }
+    if (expansion.name.empty()) {
+      continue;
+    }
+    check_octal(at, expansion);
+    if (is_input(at.c, at.command, expansion)) {
       report_at(
           at, expansion, "input-number",
           shown(expansion) +
@@ -189,10 +207,18 @@ static void check_subscript(const sink &at, const std::string &array,
               ": bash runs commands in it");
       return;
     }
-    if (based) {
-      return;
+  }
+}
+
+// ${array[subscript]} of an array that is not associative.
+static void check_elements(const sink &at, const bash_word &word)
+{
+  for (const bash_expansion &expansion : word.expansions) {
+    if (!expansion.arithmetic && expansion.subscript != "@" &&
+        expansion.subscript != "*" && !starts_with(expansion.name, "orv")) {
+      check_subscript(at, expansion.name, expansion.subscript, expansion.line,
+                      expansion.column);
     }
-    name.clear();
   }
 }
 
@@ -221,6 +247,15 @@ static void check_let(const sink &at)
   }
 }
 
+// What ${...} evaluates.
+static void check_word(const sink &at, const bash_word &word)
+{
+  check_indirect(at, word);
+  check_prompt(at, word);
+  check_offset(at, word);
+  check_elements(at, word);
+}
+
 static void check_words(const sink &at)
 {
   const bash_command &command = at.command;
@@ -234,8 +269,7 @@ static void check_words(const sink &at)
                  (i + 1 < command.words.size() &&
                   operators.count(command.words[i + 1].text) != 0));
     check_number(at, word, operand);
-    check_indirect(at, word);
-    check_offset(at, word);
+    check_word(at, word);
     if (command.kind == BASH_SIMPLE || command.kind == BASH_FOR) {
       check_unquoted(at, word);
     }
@@ -244,10 +278,10 @@ static void check_words(const sink &at)
     check_number(at, assignment.value, false);
     check_subscript(at, assignment.name, assignment.subscript,
                     assignment.value.line, assignment.value.column);
-    check_indirect(at, assignment.value);
-    check_offset(at, assignment.value);
+    check_word(at, assignment.value);
     for (const bash_word &element : assignment.elements) {
       check_number(at, element, false);
+      check_word(at, element);
       check_unquoted(at, element);
     }
   }
@@ -261,6 +295,8 @@ static void check_words(const sink &at)
 static void check_command_sinks(const sink &at)
 {
   check_evaluated(at);
+  check_programs(at);
+  check_options(at);
   check_let(at);
   check_source(at);
   check_relative(at);

@@ -20,10 +20,17 @@ void check_octal(const sink &at, const bash_expansion &expansion);
 // The expansion as messages show it.
 std::string shown(const bash_expansion &expansion);
 
-// What of the command bash would run: programs, names, what eval is given.
+// What of the command bash evaluates: names, numbers, texts it keeps.
 void check_evaluated(const sink &at);
-// The same of ${!name}.
+// The same of ${!name} and of ${name@P}.
 void check_indirect(const sink &at, const bash_word &word);
+void check_prompt(const sink &at, const bash_word &word);
+// Programs that the command runs and that are made of values.
+void check_programs(const sink &at);
+// Values that it would take for options.
+void check_options(const sink &at);
+// The name of what is run, also behind timeout, sudo and the like.
+std::string run_command(const bash_command &command);
 // What the script lets others see or change.
 void check_leaks(const context &c, const script &s, findings *found);
 

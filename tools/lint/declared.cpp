@@ -1,0 +1,138 @@
+// What scripts declare of their variables: which belong to a function, which are
+// arrays with text as subscripts, and which evaluate what they are given.
+
+#include "flow.h"
+
+#include <algorithm>
+
+static bool declares(const bash_command &command)
+{
+  static const std::set<std::string> words = {"local", "declare", "typeset"};
+  return words.count(first_word(command)) != 0;
+}
+
+// Whether one of the options has such a letter.
+static bool has_option(const bash_command &command, const char *letters)
+{
+  return std::any_of(command.words.begin(), command.words.end(),
+                     [&](const bash_word &word) {
+                       return word.plain[0] == '-' &&
+                              word.plain.find_first_of(letters) !=
+                                  std::string::npos;
+                     });
+}
+
+static std::set<std::string> declared_names(const bash_command &command)
+{
+  std::set<std::string> names;
+  for (const bash_assignment &assignment : command.assignments) {
+    names.insert(assignment.name);
+  }
+  for (const bash_word &word : command.words) {
+    names.insert(word.plain);
+  }
+  return names;
+}
+
+// A name that a function declares is its own there, unless it says -g.
+static void add_locals(context *c, const bash_command &command)
+{
+  if (!declares(command)) {
+    return;
+  }
+  const std::set<std::string> names = declared_names(command);
+  if (has_option(command, "A")) {
+    c->maps.insert(names.begin(), names.end());
+  }
+  for (const std::string &name : names) {
+    if (!command.function.empty()) {
+      c->locals.insert(command.function + "::" + name);
+    }
+  }
+}
+
+static void add_attributes(context *c, const bash_command &command)
+{
+  if ((declares(command) || first_word(command) == "readonly") &&
+      has_option(command, "in")) {
+    for (const std::string &name : declared_names(command)) {
+      c->evaluating.insert(scoped(*c, command.function, name));
+    }
+  }
+}
+
+void collect_declared(context *c)
+{
+  for (const script *s : c->files) {
+    c->functions.insert(s->code.functions.begin(), s->code.functions.end());
+    for (const bash_command &command : s->code.commands) {
+      add_locals(c, command);
+    }
+  }
+  for (const script *s : c->files) {
+    for (const bash_command &command : s->code.commands) {
+      add_attributes(c, command);
+    }
+  }
+}
+
+// --- what $(...) takes -------------------------------------------------------
+
+// Commands that print what they are given, or parts of it.
+static bool hands_on(const std::string &name)
+{
+  static const std::set<std::string> names = {
+      "echo", "printf", "cat",     "head",     "tail", "cut",  "tr",
+      "sed",  "awk",    "basename", "dirname", "sort", "uniq", "xargs"};
+  return names.count(name) != 0;
+}
+
+// Whether it leaves out all but plain characters.
+static bool cleans(const bash_command &command)
+{
+  return std::any_of(command.words.begin(), command.words.end(),
+                     [&](const bash_word &word) {
+                       return word.plain.find("[^") != std::string::npos ||
+                              (first_word(command) == "tr" &&
+                               word.plain[0] == '-' &&
+                               word.plain.find('c') != std::string::npos);
+                     });
+}
+
+static bool takes_input(const context &c, const bash_command &command)
+{
+  const auto is_input = [&](const bash_word &word) {
+    return input_of(c, command, word) != nullptr;
+  };
+  return std::any_of(command.words.begin(), command.words.end(), is_input) ||
+         std::any_of(command.redirects.begin(), command.redirects.end(),
+                     [&](const bash_redirect &redirect) {
+                       return redirect.op == "<<<" &&
+                              is_input(redirect.target);
+                     });
+}
+
+// The commands of a substitution stand in front of the one that it is in.
+bool captures_input(const context &c, const bash_command &command,
+                    const bash_word &value)
+{
+  size_t index = 0;
+  const script *s = value.text.find("$(") != std::string::npos ||
+                            value.text.find('`') != std::string::npos
+                        ? owner_of(c, command, &index)
+                        : nullptr;
+  bool input = false;
+  while (s != nullptr && index > 0) {
+    const bash_command &inner = s->code.commands[--index];
+    if (inner.substitution <= command.substitution ||
+        std::make_pair(inner.line, inner.column) <
+            std::make_pair(value.line, value.column)) {
+      break;
+    }
+    if (!hands_on(first_word(inner)) || cleans(inner)) {
+      return false;
+    }
+    input |= takes_input(c, inner);
+  }
+  return input;
+}

@@ -1,0 +1,93 @@
+// Values that a program would take for options, since they can begin with "-"
+// and stand where its options may.
+
+#include "sinks.h"
+
+#include <algorithm>
+#include <string.h>
+
+#include "text.h"
+
+// Commands that take options and "--", beside those whose words are paths.
+static bool takes_options(const std::string &name)
+{
+  static const std::set<std::string> names = {
+      "arping", "curl",  "date",   "dig",    "getent",   "grep",     "host",
+      "hostname", "id",  "kill",   "logger", "ls",       "mail",     "nslookup",
+      "passwd", "ping",  "ping6",  "scp",    "sort",     "ssh",      "systemctl",
+      "tar",    "traceroute", "useradd", "userdel", "usermod", "wget", "find"};
+  return names.count(name) != 0;
+}
+
+// Whether the expression matches something that begins with "-".
+static bool may_begin(const std::string &expression)
+{
+  const std::string atom = expression.substr(0, 2);
+  if (atom != "^[") {
+    return atom.size() < 2 || atom[0] != '^' ||
+           strchr(".(-", atom[1]) != nullptr;
+  }
+  const size_t end = std::min(expression.find(']', 3), expression.size());
+  const std::string in = expression.substr(2, end - 2);
+  return in.empty() || in[0] == '^' || in[0] == '-' || in.back() == '-' ||
+         in.find(" -") != std::string::npos;
+}
+
+// The same of a field's check.
+static bool check_allows(const std::string &check)
+{
+  static const std::set<std::string> never = {
+      "ipaddr", "ipservice", "file",      "path",     "socket",
+      "script", "directory", "username",  "groupname", "email"};
+  std::string text = starts_with(check, "nullok ") ? check.substr(7) : check;
+  const std::string name = lower(first_word(text));
+  if (!ends_with(name, "regex")) {
+    return never.count(name) == 0;
+  }
+  text.erase(0, name.size());
+  text.erase(0, text.find_first_not_of(' '));
+  return may_begin(text);
+}
+
+// Whether an item of the forms that run the script can hold such a value.
+static bool can_be_option(const sink &at, const bash_expansion &expansion)
+{
+  const std::string name = lower(
+      expansion.name == "orv" ? expansion.subscript : expansion.name);
+  bool found = false;
+  bool may = false;
+  for (const form *f : forms_of(at.c.dev, at.s.name)) {
+    for (const form_item &item : f->items) {
+      if (lower(item.name) == name && item.table < 0) {
+        const form_line *check = attribute(item, "check");
+        found = true;
+        may |= item.type != PT_TEXT_FIELD ||
+               check_allows(check != nullptr ? check->text : "");
+      }
+    }
+  }
+  return !found || may;
+}
+
+void check_options(const sink &at)
+{
+  const std::vector<bash_word> &words = at.command.words;
+  if (!takes_options(run_command(at.command))) {
+    return;
+  }
+  for (size_t i = 1; i < words.size() && words[i].plain != "--"; i++) {
+    const bash_word &word = words[i];
+    const std::string &before = words[i - 1].plain;
+    const bool value = before.size() == 2 && before[0] == '-' &&
+                       strchr("acdefgImnoOpstuwW", before[1]) != nullptr;
+    const bash_expansion *input = input_of(at.c, at.command, word);
+    if (input != nullptr && !value && input->quoted &&
+        input->column - word.column < 2 && can_be_option(at, *input)) {
+      report_at(at, *input, "input-option",
+                shown(*input) +
+                    " comes from the request and is an option where it begins"
+                    " with \"-\"; put -- before it");
+      return;
+    }
+  }
+}
