@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "keywords.h"
+#include "script_files.h"
 #include "text.h"
 
 // --- reading -----------------------------------------------------------------
@@ -101,97 +101,10 @@ static const source_file &read_file(device *dev, const std::string &path)
 
 // --- scripts -----------------------------------------------------------------
 
-// The words of the code, and those that an expansion goes on with: "port$i",
-// "log%d", "select_zones".
-static void collect_words(script *into)
-{
-  const std::string &code = into->code.code;
-  size_t at = 0;
-  while (at < code.size()) {
-    if (!is_name_char(code[at])) {
-      at++;
-      continue;
-    }
-    const size_t start = at;
-    while (at < code.size() && is_name_char(code[at])) {
-      at++;
-    }
-    std::string word = lower(code.substr(start, at - start));
-    if (++into->counts[word] == 1) {
-      into->words.insert(word);
-    }
-    const char next = at < code.size() ? code[at] : '\0';
-    const char before = start > 0 ? code[start - 1] : '\0';
-    if (before == '\\' && word.size() > 1) { // printf's "\n"
-      word.erase(0, 1);
-      into->words.insert(word);
-    }
-    if (before == '$' || before == '{' || before == '!') {
-      continue; // a variable of the script
-    }
-    if (next == '$' || next == '%' || next == '{' || next == '@') {
-      into->stems.insert(word);
-    }
-  }
-}
-
-// The files that a command of the library is given.
-static void add_settings(const bash_command &command, script *into)
-{
-  const std::vector<bash_word> &words = command.words;
-  const bool loads = !words.empty() && words[0].plain == "orv_load";
-  const bool stores = !words.empty() && words[0].plain == "orv_store";
-  for (size_t i = 1; i < words.size(); i++) {
-    if (loads) {
-      into->loaded.insert(words[i].plain);
-    }
-    if (loads || (stores && (i == 1 || words[i - 1].plain == "--"))) {
-      into->settings.insert(words[i].plain);
-    }
-  }
-}
-
-// here=${BASH_SOURCE%/*}, and what goes on from there.
-static void add_own_folders(const bash_command &command, script *into)
-{
-  for (const bash_assignment &assignment : command.assignments) {
-    const std::string value = with_own_folder(*into, assignment.value.plain);
-    if (is_own_path(value) && assignment.subscript.empty()) {
-      into->own_folders[assignment.name] = value;
-    }
-  }
-}
-
 static void read_script(device *dev, const std::string &name)
 {
   const std::string path = dev->dir + "/scripts/" + name;
-  script &into = dev->scripts[name];
-  into.name = name;
-  into.file = &read_file(dev, path);
-  into.executable = access(path.c_str(), X_OK) == 0;
-  into.code = read_bash(into.file->text);
-  for (const bash_command &command : into.code.commands) {
-    add_own_folders(command, &into);
-    if (command.words.size() > 1 &&
-        (command.words[0].plain == "." || command.words[0].plain == "source")) {
-      const std::string source =
-          sourced_name(name, with_own_folder(into, command.words[1].plain));
-      if (!source.empty()) {
-        into.sources.push_back(source);
-      }
-    }
-  }
-  collect_words(&into);
-  for (const bash_command &command : into.code.commands) {
-    into.functions[command.function].push_back(&command);
-    add_settings(command, &into);
-    for (const bash_assignment &assignment : command.assignments) {
-      if (!assignment.elements.empty() &&
-          !into.arrays.insert({assignment.name, &assignment}).second) {
-        into.arrays[assignment.name] = nullptr;
-      }
-    }
-  }
+  fill_script(read_file(dev, path), name, &dev->scripts[name]);
 }
 
 // A text in another language, of which no more than the words are known.
@@ -205,29 +118,6 @@ static void read_other(device *dev, const std::string &name)
     into.code.code = file.text;
     collect_words(&into);
   }
-}
-
-// Whether a first line names a shell, or leaves it open (env -S, busybox).
-static bool names_shell(const std::string &first)
-{
-  static const std::set<std::string> shells = {"sh", "bash", "dash", "ash",
-                                               "ksh"};
-  const std::vector<std::string> words = split_words(first.substr(2));
-  return std::any_of(words.begin(), words.end(), [](const std::string &word) {
-    return shells.count(word.substr(word.rfind('/') + 1)) != 0;
-  });
-}
-
-// Whether the file is a text for bash.  What it begins with counts for more
-// than its name.
-static bool is_script(const std::string &path, const std::string &name)
-{
-  std::ifstream stream(path, std::ios::binary);
-  std::string first;
-  std::getline(stream, first);
-  return starts_with(first, "#!")
-             ? names_shell(first)
-             : ends_with(name, ".sh") || ends_with(name, ".bash");
 }
 
 // --- the whole ---------------------------------------------------------------
@@ -290,6 +180,28 @@ static void read_sourced(device *dev, const std::vector<std::string> &names)
           is_readable(dev, dev->dir + "/scripts/" + name)) {
         read_script(dev, name);
         more = true;
+      }
+    }
+  }
+}
+
+// What root runs: actions, and programs that convert settings.
+static void read_programs(device *dev)
+{
+  for (const std::string part : {"actions/", "migrate/"}) {
+    const std::string dir = dev->dir + "/" + part;
+    for (const std::string &file : list_folder(dir).files) {
+      const std::string name = part + file;
+      const std::string path = dir + file;
+      if (!is_readable(dev, path)) {
+        continue;
+      }
+      const source_file &text = read_file(dev, path);
+      const bool marked = starts_with(text.text, "#!");
+      const bool shell =
+          is_script(path, file) || (!marked && access(path.c_str(), X_OK) == 0);
+      if (marked || shell) {
+        fill_script(text, name, &(shell ? dev->programs : dev->others)[name]);
       }
     }
   }
@@ -380,6 +292,7 @@ bool read_device(const std::string &dir, device *dev, findings *found)
     return false;
   }
   read_scripts(dev, found);
+  read_programs(dev);
   read_settings(dev, found);
   read_system_type(dev);
   for (auto &entry : dev->forms) {

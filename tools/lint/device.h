@@ -100,6 +100,8 @@ struct device {
   std::map<std::string, script> scripts; // by name
   // Those in other languages: no more than their words.
   std::map<std::string, script> others;
+  // What root runs, by "actions/NAME" and "migrate/NAME".
+  std::map<std::string, script> programs;
   std::set<std::string> settings; // files of defaults/ and state/
   std::set<std::string> library;  // what its functions are called
   std::set<std::string> library_variables;

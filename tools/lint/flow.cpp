@@ -125,6 +125,39 @@ const bash_expansion *input_of(const context &c, const bash_command &command,
   return nullptr;
 }
 
+// Whether the text names the settings, or what loads them.
+bool names_store(const std::string &text)
+{
+  return text.find("orv-store") != std::string::npos ||
+         text.find("ORV_STORE") != std::string::npos ||
+         text.find("orv_load") != std::string::npos ||
+         text.find("/state/") != std::string::npos ||
+         text.find(" load ") != std::string::npos;
+}
+
+// The file that the command, or the loop that it begins, reads; NULL for what
+// comes another way.
+static const bash_redirect *file_of(const context &c,
+                                    const bash_command &command)
+{
+  size_t at = 0;
+  const script *s = owner_of(c, command, &at);
+  for (; s != nullptr && at < s->code.commands.size(); at++) {
+    const bash_command &end = s->code.commands[at];
+    const bool own = &end == &command || (end.kind == BASH_BLOCK &&
+                                          end.branch == command.branch);
+    for (const bash_redirect &redirect : end.redirects) {
+      if (own && redirect.op == "<") {
+        return &redirect;
+      }
+    }
+    if (end.kind == BASH_BLOCK && own) {
+      return nullptr;
+    }
+  }
+  return nullptr;
+}
+
 // Whether the command reads the script's own input.
 static bool reads_input(const context &c, const bash_command &command)
 {
@@ -132,6 +165,10 @@ static bool reads_input(const context &c, const bash_command &command)
     if (redirect.op == "<<<") {
       return input_of(c, command, redirect.target) != nullptr;
     }
+  }
+  if (c.stored) {
+    const bash_redirect *file = file_of(c, command);
+    return file == nullptr || names_store(file->target.text);
   }
   return !command.redirected_in && !command.piped_in;
 }
@@ -177,6 +214,15 @@ static bool reads_all(const std::string &value)
   return false;
 }
 
+// $(orv-store load ...), by itself or by a function that asks it.
+static bool takes_stored(const context &c, const std::string &value)
+{
+  const size_t start = value.find("$(");
+  return c.stored && start != std::string::npos &&
+         (names_store(value) ||
+          c.functions.count(first_word(value.substr(start + 2))) != 0);
+}
+
 // printf -v NAME FORMAT VALUE...
 static bool follow_printf(context *c, const bash_command &command)
 {
@@ -200,6 +246,7 @@ static bool follow_assignments(context *c, const bash_command &command)
   for (const bash_assignment &assignment : command.assignments) {
     bool input = input_of(*c, command, assignment.value) != nullptr ||
                  reads_all(assignment.value.text) ||
+                 takes_stored(*c, assignment.value.text) ||
                  captures_input(*c, command, assignment.value);
     for (const bash_word &element : assignment.elements) {
       input |= input_of(*c, command, element) != nullptr;
@@ -265,7 +312,7 @@ static bool follow_all(context *c, const bash_command &command,
 static bool follow_call(context *c, const bash_command &command)
 {
   const std::string &name = first_word(command);
-  if (name == "orv_read") {
+  if (name == "orv_read" || (c->stored && name == "orv_load")) {
     return c->input.insert("::orv").second;
   }
   if (c->functions.count(name) == 0 || starts_with(name, "orv_")) {
@@ -299,11 +346,22 @@ static void follow_input(context *c)
   }
 }
 
+context follow_stored(const device &dev, const script &s)
+{
+  context c = {dev, {&s}, {}, {},
+               {},  {},   {}, {"orv", "orv_was", "orv_label"},
+               {},  true};
+  collect_declared(&c);
+  collect_judged(&c);
+  follow_input(&c);
+  return c;
+}
+
 context follow_values(const device &dev, const std::string &script_name)
 {
   context c = {dev, {}, dev.library, {},
                {},  {}, {},          {"orv", "orv_was", "orv_label"},
-               {}};
+               {},  false};
   for (const std::string &name : with_sources(dev, script_name)) {
     c.files.push_back(&dev.scripts.at(name));
   }

@@ -28,6 +28,8 @@ struct context {
   // Scoped names that are declared with -i or -n: what they are given is
   // evaluated.
   std::set<std::string> evaluating;
+  // Whether it is root's, and what it reads is what forms have stored.
+  bool stored = false;
 };
 
 // The name with the function that it belongs to.
@@ -54,6 +56,10 @@ bool captures_input(const context &c, const bash_command &command,
 void collect_declared(context *c);
 // All that is known of the script and what it sources.
 context follow_values(const device &dev, const std::string &script_name);
+// The same of a program that root runs: of what forms have stored.
+context follow_stored(const device &dev, const script &s);
+// Whether the text names the settings, or what loads them.
+bool names_store(const std::string &text);
 
 constexpr char NAME_PART[] = "%%="; // ${line%%=*}
 

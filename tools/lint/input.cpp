@@ -66,7 +66,8 @@ static void check_sourced(const sink &at, const bash_word &word)
   const std::string name =
       sourced_name(at.s.name, with_own_folder(at.s, word.plain));
   const device &dev = at.c.dev;
-  if (name.empty() || dev.scripts.count(name) + dev.odd.count(name) != 0 ||
+  if (name.empty() || dev.programs.count(at.s.name) != 0 ||
+      dev.scripts.count(name) + dev.odd.count(name) != 0 ||
       is_library(name)) {
     return;
   }
@@ -94,7 +95,8 @@ static void check_source(const sink &at)
   if (is_own_path(path) && file.find('$') == std::string::npos &&
       path.find("..") == std::string::npos) {
     check_sourced(at, word);
-  } else if (made || starts_with(path, "/dev/")) {
+  } else if (made || starts_with(path, "/dev/") ||
+             path.find("/state/") != std::string::npos) {
     report(at.found, *at.s.file, word.line, word.column, "source",
            word.text + " is run as commands; use read for values, and source "
                        "only files in the scripts' folder");
@@ -292,7 +294,7 @@ static void check_words(const sink &at)
   }
 }
 
-static void check_command_sinks(const sink &at)
+void check_command_sinks(const sink &at)
 {
   check_evaluated(at);
   check_programs(at);

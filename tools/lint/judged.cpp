@@ -122,6 +122,19 @@ static void look_at_branches(judge *j)
   }
 }
 
+// Whether nothing but a message stands before it in its list.
+static bool is_reached(const judge &j, const bash_command &command)
+{
+  if (command.join.empty() || command.previous < 0) {
+    return command.join.empty();
+  }
+  const bash_command &before =
+      j.s.code.commands[static_cast<size_t>(command.previous)];
+  const std::string &name = first_word(before);
+  return command.join == "&&" && before.join.empty() &&
+         (name == "echo" || name == "printf");
+}
+
 static void look_at_commands(judge *j)
 {
   for (size_t i = 0; i < j->s.code.commands.size(); i++) {
@@ -133,7 +146,7 @@ static void look_at_commands(judge *j)
       continue;
     }
     const size_t own = static_cast<size_t>(command.branch);
-    if (command.substitution == 0 && command.join.empty() &&
+    if (command.substitution == 0 && is_reached(*j, command) &&
         is_diverting(command, j->leading_away)) {
       j->diverts[own] = true;
     }

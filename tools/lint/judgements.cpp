@@ -38,8 +38,7 @@ static void judge_comparisons(const context &c, const bash_command &command,
   }
 }
 
-// grep -qxF "$x" FILE compares with whole lines.
-static bool looks_up(const bash_command &command)
+static std::string options_of(const bash_command &command)
 {
   std::string options;
   for (const bash_word &word : command.words) {
@@ -47,9 +46,50 @@ static bool looks_up(const bash_command &command)
       options += word.plain;
     }
   }
+  return options;
+}
+
+// grep -qxF "$x" FILE compares with whole lines.
+static bool looks_up(const bash_command &command)
+{
+  const std::string options = options_of(command);
   return first_word(command) == "grep" &&
          options.find('x') != std::string::npos &&
          options.find('F') != std::string::npos;
+}
+
+// Whether grep holds its input to an expression for the whole line.
+static bool holds_line(const bash_command &command)
+{
+  return first_word(command) == "grep" &&
+         (options_of(command).find('x') != std::string::npos ||
+          std::any_of(command.words.begin() + 1, command.words.end(),
+                      [](const bash_word &word) {
+                        return word.plain[0] == '^' && word.plain.back() == '$';
+                      }));
+}
+
+// printf '%s\n' "$x" | grep -qx EXPRESSION, or with <<<"$x".
+static void judge_lines(const context &c, const bash_command &command,
+                        std::vector<judgement> *what)
+{
+  size_t index = 0;
+  const script *s = owner_of(c, command, &index);
+  for (const bash_redirect &redirect : command.redirects) {
+    if (redirect.op == "<<<") {
+      add_names(c, command, redirect.target, !command.negated, what);
+    }
+  }
+  if (s == nullptr || index == 0 || !command.piped_in) {
+    return;
+  }
+  const bash_command &printing = s->code.commands[index - 1];
+  const std::string &name = first_word(printing);
+  for (const bash_word &word : printing.words) {
+    if (name == "printf" || name == "echo") {
+      add_names(c, printing, word, command.negated == printing.negated, what);
+    }
+  }
 }
 
 // [[ ${list[$x]} ]] of an associative array asks whether it has that name.
@@ -87,6 +127,9 @@ std::vector<judgement> judgements_of(const context &c,
   if (command.kind == BASH_TEST || name == "[" || name == "test") {
     judge_comparisons(c, command, &what);
     judge_members(c, command, &what);
+  } else if (holds_line(command) &&
+             (command.piped_in || !command.redirects.empty())) {
+    judge_lines(c, command, &what);
   } else if (asks(c, command) || looks_up(command)) {
     for (size_t i = 1; i < command.words.size(); i++) {
       add_names(c, command, command.words[i], !command.negated, &what);

@@ -62,7 +62,8 @@ typedef void device_check(const device &dev, findings *found);
   check(arguments)                                                            \
   check(variables)                                                            \
   check(versions)                                                             \
-  check(secret_names)
+  check(secret_names)                                                         \
+  check(actions)
 // clang-format on
 
 #define LINT_DECLARE(name) device_check check_##name;

@@ -217,7 +217,10 @@ void check_scripts(const device &dev, findings *found)
       check_trace(s, found);
     }
   }
-  for (const auto &entry : dev.others) {
-    check_interpreter(entry.second, found);
+  for (const auto *all : {&dev.others, &dev.programs}) {
+    for (const auto &entry : *all) {
+      check_line_ends(entry.second, found);
+      check_interpreter(entry.second, found);
+    }
   }
 }

@@ -31,6 +31,8 @@ void check_programs(const sink &at);
 void check_options(const sink &at);
 // The name of what is run, also behind timeout, sudo and the like.
 std::string run_command(const bash_command &command);
+// All of these, and paths, subscripts, words without quotes.
+void check_command_sinks(const sink &at);
 // What the script lets others see or change.
 void check_leaks(const context &c, const script &s, findings *found);
 

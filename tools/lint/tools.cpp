@@ -115,6 +115,9 @@ static void begin_syntax(const device &dev, other_tools *tools)
   for (const auto &entry : dev.scripts) {
     arguments.push_back(entry.second.file->path);
   }
+  for (const auto &entry : dev.programs) {
+    arguments.push_back(entry.second.file->path);
+  }
   tools->bash_pid = start(arguments, &tools->bash);
 }
 
@@ -174,7 +177,7 @@ static own_folder make_stubs(const device &dev)
 other_tools begin_tools(const device &dev, bool shellcheck)
 {
   other_tools tools = {-1, -1, -1, -1, {"", -1, -1}};
-  if (dev.scripts.empty()) {
+  if (dev.scripts.empty() && dev.programs.empty()) {
     return tools;
   }
   begin_syntax(dev, &tools);
