@@ -394,6 +394,7 @@ void check_agreement(const device &dev, findings *found)
       }
     }
     check_rows_of(c);
+    check_cells(c, forms);
     check_arms(c);
   }
 }

@@ -17,5 +17,8 @@ struct agree_check {
 
 // Rows and entries of lists that are counted from 1.
 void check_rows_of(const agree_check &c);
+// Names of cells that are made with something before the row's number, and
+// cells that the script leaves out.
+void check_cells(const agree_check &c, const std::vector<const form *> &forms);
 
 #endif

@@ -120,12 +120,37 @@ static void check_act(const library_call &c, size_t word)
   }
 }
 
+// The longest that a page waits for an action.
+static constexpr long ACT_SECONDS_MAX = 600;
+
+static void check_act_seconds(const library_call &c, size_t word)
+{
+  const std::vector<bash_word> &words = c.command.words;
+  if (words.size() <= word || !words[word].expansions.empty() ||
+      words[word].text.find('`') != std::string::npos) {
+    return;
+  }
+  const std::string &seconds = words[word].plain;
+  const bool number =
+      !seconds.empty() &&
+      seconds.find_first_not_of("0123456789") == std::string::npos &&
+      seconds.size() < 9;
+  const long value = number ? strtol(seconds.c_str(), nullptr, 10) : 0;
+  if (value < 1 || value > ACT_SECONDS_MAX) {
+    report_word(c, word,
+                "\"orv_act\" waits 1 to " + std::to_string(ACT_SECONDS_MAX) +
+                    " seconds, and " + in_quotes(seconds) +
+                    " is no such number");
+  }
+}
+
 // The seconds come first; an action may be what is called later.
 static void check_seconds(const library_call &c)
 {
   const std::vector<bash_word> &words = c.command.words;
   if (words.size() > 2 && words[2].plain == "orv_act") {
     check_act(c, 3);
+    check_act_seconds(c, 4);
   }
   if (words.size() < 2 || !words[1].expansions.empty()) {
     return;
@@ -258,7 +283,11 @@ void check_arguments(const device &dev, findings *found)
                                                       "orv_show", "orv_store",
                                                       "orv_tick", "orv_secret"};
   static const std::map<std::string, void (*)(const library_call &)> checks = {
-      {"orv_act", [](const library_call &c) { check_act(c, 1); }},
+      {"orv_act",
+       [](const library_call &c) {
+         check_act(c, 1);
+         check_act_seconds(c, 2);
+       }},
       {"orv_error", check_row},
       {"orv_guard",
        [](const library_call &c) {

@@ -1,6 +1,8 @@
 // What scripts compare a form's values and their own arguments with: words that
 // these never have.
 
+#include "compared.h"
+
 #include <strings.h>
 
 #include <algorithm>
@@ -10,221 +12,6 @@
 #include "script_names.h"
 #include "tasks.h"
 #include "text.h"
-
-// All values that something can have.
-struct value_set {
-  bool known = false;
-  bool argument = false; // of the script
-  std::string what;      // that has them, as messages name it
-  std::set<std::string> values;
-};
-
-struct compare_check {
-  const device &dev;
-  const script &s;
-  std::vector<const form *> forms;
-  std::map<std::string, std::string> holders; // variables, by what they hold
-  const std::set<std::string> &given;         // words that commands are given
-  findings *found;
-};
-
-// --- what values there are ---------------------------------------------------
-
-static void add_item_values(const form &f, const form_item &item,
-                            value_set *set)
-{
-  const form_line *check = attribute(item, "check");
-  std::vector<std::string> words =
-      split_words(check != nullptr ? check->text : "");
-  words.erase(std::remove(words.begin(), words.end(), "nullok"), words.end());
-  if (item.type == PT_SELECT) {
-    const std::set<std::string> choices = choices_of(f, item);
-    set->values.insert(choices.begin(), choices.end());
-  } else if (item.type == PT_CHECKBOX) {
-    set->values.insert({"True", "False", "1", "0"});
-  } else if (item.type == PT_TEXT_FIELD && !words.empty() &&
-             lower(words[0]) == "keyword") {
-    set->values.insert(words.begin() + 1, words.end());
-  } else {
-    set->known = false;
-  }
-}
-
-// Those of an item, in all forms that run the script.
-static value_set values_of_item(const compare_check &c, const std::string &key)
-{
-  const std::string name = lower(key);
-  value_set set;
-  for (const form *f : c.forms) {
-    for (const form_item &item : f->items) {
-      const std::string own = lower(item.name);
-      const bool cell = item.table >= 0 && own == without_digits(name);
-      if (item.input && (own == name || cell)) {
-        const bool first = set.what.empty();
-        set.what = in_quotes(item.name);
-        set.known = first || set.known;
-        add_item_values(*f, item, &set);
-        if (!set.known) {
-          return set;
-        }
-      }
-    }
-  }
-  return set;
-}
-
-// "name$row" is a cell like "name0".
-static std::string key_of(const std::string &subscript)
-{
-  std::string key;
-  for (const char c : subscript) {
-    if (c == '$') {
-      return key;
-    }
-    if (c != '"' && c != '\'') {
-      key += c;
-    }
-  }
-  return key;
-}
-
-// What the forms' lines give it; nothing is known where one gives it what a
-// request chooses.
-static value_set values_of_argument(const compare_check &c,
-                                    const std::string &number)
-{
-  value_set set;
-  for (const auto &entry : c.dev.forms) {
-    for (int task = 0; task < TASKS; task++) {
-      const script_line &line = entry.second.scripts[static_cast<size_t>(task)];
-      if (line.script != c.s.name) {
-        continue;
-      }
-      const auto known =
-          known_arguments(entry.second, static_cast<script_task>(task));
-      const auto value = known.find(number);
-      if (value == known.end()) {
-        return {};
-      }
-      set.known = true;
-      set.values.insert(value->second);
-    }
-  }
-  set.argument = true;
-  set.what = "\"$" + number + "\" here";
-  return set;
-}
-
-// Whether the word is one expansion and nothing else, "$name" or "${name...}".
-static bool is_one_expansion(const bash_word &word)
-{
-  if (word.expansions.empty()) {
-    return false;
-  }
-  const std::string &text = word.plain;
-  if (text == "$" + word.expansions[0].name) {
-    return true;
-  }
-  int depth = 0;
-  for (size_t i = 1; i < text.size() && starts_with(text, "${"); i++) {
-    depth += text[i] == '{' ? 1 : 0;
-    depth -= text[i] == '}' ? 1 : 0;
-    if (depth == 0) {
-      return i + 1 == text.size();
-    }
-  }
-  return false;
-}
-
-static value_set values_of(const compare_check &c, const bash_command &command,
-                           const bash_word &word)
-{
-  if (!is_one_expansion(word)) {
-    return {};
-  }
-  const bash_expansion &e = word.expansions[0];
-  if ((!e.rest.empty() && e.rest[0] != '-' && !starts_with(e.rest, ":-")) ||
-      e.length || e.indirect) {
-    return {};
-  }
-  if (e.name == "orv" || e.name == "orv_was") {
-    return values_of_item(c, key_of(e.subscript));
-  }
-  if (e.name.find_first_not_of("0123456789") == std::string::npos &&
-      command.function.empty() && e.name != "0") {
-    return values_of_argument(c, e.name);
-  }
-  const auto holder = c.holders.find(e.name);
-  return holder != c.holders.end() && e.subscript.empty()
-             ? values_of_item(c, holder->second)
-             : value_set();
-}
-
-// --- what holds them ---------------------------------------------------------
-
-// "NAME" of an arm "new_NAME=*)", "" of another.
-static std::string line_name(const std::string &pattern)
-{
-  std::string plain;
-  for (const char c : pattern) {
-    if (c != '"' && c != '\'' && c != ' ') {
-      plain += c;
-    }
-  }
-  const size_t equals = plain.find('=');
-  return starts_with(plain, "new_") && equals != std::string::npos &&
-                 plain.substr(equals) == "=*"
-             ? plain.substr(4, equals - 4)
-             : "";
-}
-
-// The item that the assigned value is, "" when it is anything else.
-static std::string item_of(const bash_assignment &assignment)
-{
-  const bash_word &value = assignment.value;
-  return !value.expansions.empty() && value.expansions[0].name == "orv" &&
-                 value.expansions[0].rest.empty() &&
-                 value.plain == "${" + full_name(value.expansions[0]) + "}"
-             ? key_of(value.expansions[0].subscript)
-             : "";
-}
-
-// Variables that are given the value of an item and nothing else.
-static void collect_copies(compare_check *c)
-{
-  std::map<std::string, std::set<std::string>> given;
-  for (const bash_command &command : c->s.code.commands) {
-    for (const bash_assignment &assignment : command.assignments) {
-      if (assignment.subscript.empty()) {
-        given[assignment.name].insert(item_of(assignment));
-      }
-    }
-  }
-  for (const auto &entry : given) {
-    if (entry.second.size() == 1 && !entry.second.begin()->empty()) {
-      c->holders[entry.first] = *entry.second.begin();
-    }
-  }
-}
-
-// Variables that an arm for one of the page's lines fills.
-static void collect_holders(compare_check *c)
-{
-  collect_copies(c);
-  for (const bash_command &command : c->s.code.commands) {
-    if (command.branch < 0) {
-      continue;
-    }
-    const bash_branch &arm =
-        c->s.code.branches[static_cast<size_t>(command.branch)];
-    const std::string name = arm.kind == "case" ? line_name(arm.pattern) : "";
-    for (const bash_assignment &assignment : command.assignments) {
-      if (!name.empty() && assignment.subscript.empty()) {
-        c->holders[assignment.name] = name;
-      }
-    }
-  }
-}
 
 // What some script gives a command, as `"$0" --apply` does.
 static std::set<std::string> collect_given(const device &dev)
@@ -268,18 +55,28 @@ static bool fits(const compare_check &c, const value_set &set,
   return std::any_of(set.values.begin(), set.values.end(),
                      [&](const std::string &value) {
                        return matches_pattern(pattern, value) ||
-                              strcasecmp(pattern.c_str(), value.c_str()) == 0;
+                              (set.any_case && strcasecmp(pattern.c_str(),
+                                                          value.c_str()) == 0);
                      });
 }
 
 static void compare(const compare_check &c, const value_set &set,
                     const std::string &pattern, int line, int column)
 {
-  if (set.known && !fits(c, set, pattern)) {
-    report(c.found, *c.s.file, line, column, "compared-value",
-           in_quotes(pattern) + " is never the value of " + set.what +
-               ": it is one of " + listed(set.values));
+  if (!set.known || fits(c, set, pattern)) {
+    return;
   }
+  if (set.given != nullptr) { // one finding, where the wrong argument is taken
+    report(c.found, *c.s.file, set.given->line, set.given->column,
+           "compared-value",
+           set.what + " is one of " + listed(set.values) +
+               ", and what is compared with it is none of these: another"
+               " argument was meant");
+    return;
+  }
+  report(c.found, *c.s.file, line, column, "compared-value",
+         in_quotes(pattern) + " is never the value of " + set.what +
+             ": it is one of " + listed(set.values));
 }
 
 // The words behind a comparison in [[ ]] or [ ].
@@ -369,6 +166,9 @@ static void check_one_of(const compare_check &c, const bash_command &command)
     if (word.expansions.empty()) {
       compare(c, set, word.plain, word.line, word.column);
     }
+    if (set.argument && set.known && !fits(c, set, word.plain)) {
+      return; // the argument is the mistake, and not each of the words
+    }
   }
 }
 
@@ -377,8 +177,12 @@ void check_compared(const device &dev, findings *found)
   const std::set<std::string> given = collect_given(dev);
   for (const auto &entry : dev.scripts) {
     const script &s = entry.second;
-    compare_check c = {dev, s, forms_of(dev, s.name), {}, given, found};
+    compare_check c = {dev, s, forms_of(dev, s.name), {}, given, found, {}};
+    if (s.words.count("nocasematch") != 0) {
+      continue;
+    }
     collect_holders(&c);
+    check_lacking(c);
     for (const bash_command &command : s.code.commands) {
       if (command.kind == BASH_TEST || first_word(command) == "[" ||
           first_word(command) == "test") {

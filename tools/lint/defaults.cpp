@@ -316,6 +316,19 @@ static void add_constants(const script &s, std::set<std::string> *values)
   }
 }
 
+// The form without a script that the file was mostly meant for: its sub-items
+// have files NAME@SUBITEM.  "" without one.
+static std::string form_of_subitem(const settings_check &c,
+                                   const std::string &name)
+{
+  const size_t mark = name.find_first_of(".-_:~+#");
+  const auto f = c.dev.forms.find(name.substr(0, mark));
+  return mark != std::string::npos && f != c.dev.forms.end() &&
+                 keeps_itself(c.dev, f->second)
+             ? f->first
+             : "";
+}
+
 // A file that no script loads, but nearly.
 static void check_unused(const settings_check &c, const std::string &name)
 {
@@ -330,6 +343,14 @@ static void check_unused(const settings_check &c, const std::string &name)
     if (keeps_itself(c.dev, entry.second)) {
       used.insert(entry.first);
     }
+  }
+  const std::string of = form_of_subitem(c, name);
+  if (!named && !of.empty()) {
+    report(c.found, c.file, 1, 1, "default-name",
+           "nothing loads the file " + in_quotes(name) +
+               ": the settings of a sub-item are in " +
+               in_quotes(of + "@" + name.substr(of.size() + 1)));
+    return;
   }
   const std::string near = nearest(name.substr(0, name.find('@')), used);
   if (!named && !near.empty() && c.dev.defaults.count(near) == 0) {

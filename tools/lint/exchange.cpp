@@ -59,7 +59,9 @@ static bool names_it(const vocabulary &known, const std::string &any_case)
       return true;
     }
   }
-  return begins_it(known, name) || has_cells(known, name);
+  // "name_$row" is meant for it; that is reported in the script.
+  return begins_it(known, name) || has_cells(known, name) ||
+         known.stems.count(name + "_") != 0;
 }
 
 // The confirmations show the values of whatever form was submitted.
@@ -230,7 +232,9 @@ static void check_list(const form &f, const form_item &item,
                        const vocabulary &known, findings *found)
 {
   const std::string wanted = "select_" + lower(item.selector);
-  if (known.stems.count(wanted) + known.stems.count("select_") != 0 ||
+  if (known.stems.count(wanted) + known.stems.count("select_") +
+              known.stems.count(wanted + "_") != // reported in the script
+          0 ||
       has_cells(known, wanted)) {
     return;
   }

@@ -81,8 +81,8 @@ static bool holds_at(const judged_place &place, const script *s,
          is_inside(*s, command.branch, place.branch);
 }
 
-static bool is_judged(const context &c, const bash_command &command,
-                      const std::string &name)
+bool is_judged(const context &c, const bash_command &command,
+               const std::string &name)
 {
   const auto places = c.judged.find(name);
   if (places == c.judged.end()) {

@@ -39,6 +39,9 @@ std::string scoped(const context &c, const std::string &function,
 const std::string &first_word(const bash_command &command);
 // The name with its subscript as it is written.
 std::string full_name(const bash_expansion &expansion);
+// Whether the value of that scoped name was looked at where the command stands.
+bool is_judged(const context &c, const bash_command &command,
+               const std::string &name);
 // Whether the expansion brings in a value that nothing has looked at.
 bool is_input(const context &c, const bash_command &command,
               const bash_expansion &expansion);

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "flow.h"
+#include "references.h"
 #include "rules.h"
 #include "text.h"
 
@@ -54,8 +55,94 @@ static void check_bar(const device &dev, const std::string &bar,
            "this change waits to be kept"}});
 }
 
+// A page without anything to enter has no Submit, which is what keeps it.
+static void check_keeper(const form &f, findings *found)
+{
+  if (std::none_of(f.items.begin(), f.items.end(), is_editable)) {
+    report(found, *f.file, 1, 1, "guard-way",
+           "this form has no Submit, so no change can be kept: give it an input"
+           " item that is never drawn, such as the box \"confirm_box\"");
+  }
+}
+
+// The page that confirms a save must say that the change goes back.
+static void check_saved(const device &dev, const guard_call &guard,
+                        findings *found)
+{
+  const auto saved = dev.forms.find("changes_saved");
+  if (saved == dev.forms.end()) {
+    return;
+  }
+  for (const form_line &line : saved->second.lines) {
+    if (refers_to(line.text, "VUOC", "saved_pending") &&
+        line.keyword != "if" && line.keyword != "ifnot") {
+      return;
+    }
+  }
+  report(found, *saved->second.file, 1, 1, "guard-way",
+         "nothing here says that a guarded change goes back unless it is kept:"
+         " show $V:saved_pending$",
+         {{{guard.s->file->path, guard.command->line, guard.command->column},
+           "this change waits to be kept"}});
+}
+
+// --- seconds -----------------------------------------------------------------
+
+// A word that is a number, or a variable that is given one and nothing else;
+// "" for any other.
+static std::string number_of(const script &s, const bash_word &word)
+{
+  std::string value = word.expansions.empty() ? word.plain : "";
+  if (word.expansions.size() == 1 && word.expansions[0].rest.empty()) {
+    size_t count = 0;
+    for (const bash_command &command : s.code.commands) {
+      for (const bash_assignment &assignment : command.assignments) {
+        if (assignment.name == word.expansions[0].name) {
+          value = assignment.value.plain;
+          count++;
+        }
+      }
+    }
+    value = count == 1 ? value : "";
+  }
+  return value.find_first_not_of("0123456789") == std::string::npos ? value
+                                                                    : "";
+}
+
+// What the page counts down is what orv_guard waits.
+static void check_seconds(const script &s, findings *found)
+{
+  std::set<std::string> guarded;
+  for (const bash_command &command : s.code.commands) {
+    if (first_word(command) == "orv_guard" && command.words.size() > 1) {
+      guarded.insert(number_of(s, command.words[1]));
+    }
+  }
+  for (const bash_command &command : s.code.commands) {
+    const bool counts = first_word(command) == "orv_put" &&
+                        command.words.size() == 3 &&
+                        command.words[1].plain == "wait_confirm";
+    const std::string seconds =
+        counts ? number_of(s, command.words[2]) : std::string();
+    if (!seconds.empty() && !guarded.empty() && guarded.count("") == 0 &&
+        guarded.count(seconds) == 0) {
+      report(found, *s.file, command.words[2].line, command.words[2].column,
+             "guard-way",
+             "the page counts down " + seconds + " seconds, and the change goes"
+             " back after " + *guarded.begin());
+    }
+  }
+}
+
 void check_guards(const device &dev, findings *found)
 {
+  for (const auto &entry : dev.scripts) {
+    check_seconds(entry.second, found);
+  }
+  const auto keeper = dev.forms.find(KEEPER);
+  if (keeper != dev.forms.end() && keeps_itself(dev, keeper->second)) {
+    check_keeper(keeper->second, found);
+  }
   const guard_call guard = find_guard(dev);
   if (guard.s == nullptr) {
     return;
@@ -68,6 +155,7 @@ void check_guards(const device &dev, findings *found)
         " device has no such form: every change goes back");
     return;
   }
+  check_saved(dev, guard, found);
   std::set<std::string> bars;
   for (const auto &entry : dev.forms) {
     bars.insert(entry.second.scripts[TASK_NAVBAR].script);

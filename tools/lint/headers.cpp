@@ -46,8 +46,9 @@ static std::string consequence(const std::string &keyword)
 static void check_script_file(const device &dev, const form &f,
                               const script_line &line, findings *found)
 {
-  if (line.script.empty()) {
-    return; // elsewhere on the device
+  if (line.script.empty() || line.script.find("$S$") != std::string::npos ||
+      line.script.find("$T$") != std::string::npos) {
+    return; // elsewhere on the device, or named by the request
   }
   const std::string where =
       line.line == 0 ? " (the default of " + line.keyword + ")" : "";

@@ -99,6 +99,36 @@ static void check_clearing(const form &f, const form_item &item,
   }
 }
 
+// Words that say that a box empties something.
+static bool says_clear(const std::string &name)
+{
+  static const char *const words[] = {"clear", "remove", "forget", "delete",
+                                      "empty", "reset",  "erase",  "no_",
+                                      "unset", "wipe",   "drop"};
+  return std::any_of(std::begin(words), std::end(words),
+                     [&](const char *word) {
+                       return name.find(word) != std::string::npos;
+                     });
+}
+
+// A box that says so of a secret, under any other name: it is only stored.
+static void check_other_clearing(const form &f, const form_item &item,
+                                 findings *found)
+{
+  const std::string box = lower(item.name);
+  for (const form_item &secret : f.items) {
+    const std::string name = lower(secret.name);
+    if (item.type == PT_CHECKBOX && secret.type == PT_TEXT_FIELD &&
+        is_secret(secret.name) && box != name + "_clear" &&
+        box.find(name) != std::string::npos && says_clear(box)) {
+      report(found, f, *item.lines[0], 0, "keeper",
+             "this box empties nothing: the one for " + in_quotes(secret.name) +
+                 " is called " + in_quotes(secret.name + "_clear"));
+      return;
+    }
+  }
+}
+
 static void check_item(const device &dev, const form &f, const form_item &item,
                        findings *found)
 {
@@ -117,6 +147,7 @@ static void check_item(const device &dev, const form &f, const form_item &item,
                "nullok");
   }
   check_clearing(f, item, found);
+  check_other_clearing(f, item, found);
   if (item.type == PT_ISELECT &&
       !has_entries(dev, f, "select_" + lower(item.selector))) {
     report(found, f, line, 0, "keeper",

@@ -232,13 +232,39 @@ static bool quotes_others(const bash_word &word)
 {
   static const std::set<std::string> readers = {
       "cat",        "tail",  "head",    "grep", "sed",  "awk",
-      "journalctl", "dmesg", "logread", "curl", "wget", "<"};
+      "journalctl", "dmesg", "logread", "curl", "wget", "<",
+      "dig",        "host",  "nslookup", "nc",  "ssh",  "arp",
+      "iw",         "iwlist", "nmap",   "nmcli", "snmpget", "ping"};
   const size_t start = word.text.find("$(");
   if (start == std::string::npos) {
     return false;
   }
   const std::string command = first_word(word.text.substr(start + 2));
   return readers.count(command) != 0 || starts_with(command, "<");
+}
+
+// Whether such a command, or one's complaint, gives the variable its value, and
+// nothing has looked at that here.
+static bool holds_others(const context &c, const script &s,
+                         const bash_command &command,
+                         const bash_expansion &expansion)
+{
+  const std::string name = scoped(c, command.function, expansion.name);
+  if (expansion.length || !expansion.subscript.empty() ||
+      is_judged(c, command, name)) {
+    return false;
+  }
+  for (const bash_command &giving : s.code.commands) {
+    for (const bash_assignment &assignment : giving.assignments) {
+      if (scoped(c, giving.function, assignment.name) == name &&
+          (quotes_others(assignment.value) ||
+           (assignment.value.text.find("$(") != std::string::npos &&
+            assignment.value.text.find("2>&1") != std::string::npos))) {
+        return true;
+      }
+    }
+  }
+  return false;
 }
 
 // A message made by hand is expanded: "$N:NAME$" in it shows the environment.
@@ -268,6 +294,14 @@ static void check_message(const context &c, const script &s,
                    " comes from the request, and messages are expanded: "
                    "$N:NAME$ in it shows the environment; use orv_error or "
                    "orv_msg, which escape it");
+        return;
+      }
+      if (message && holds_others(c, s, command, expansion)) {
+        report(found, *s.file, expansion.line, expansion.column, "message-text",
+               in_quotes("$" + full_name(expansion)) +
+                   " comes from elsewhere, and messages are expanded: $N:NAME$"
+                   " in it shows the environment; use orv_error or orv_msg,"
+                   " which escape it");
         return;
       }
     }

@@ -69,12 +69,42 @@ static bool names_subitem(const device &dev, const form &f)
   return std::any_of(read.steps.begin(), read.steps.end(), is_refusal);
 }
 
+// Whether the script looks at the argument that is the sub-item; where it does
+// not, it takes another one for it, and that is reported there.
+static bool looks_at_subitem(const task_run &read, const form &f)
+{
+  const std::vector<std::string> words =
+      split_words(f.scripts[TASK_READ].text);
+  std::set<std::string> numbers = {"@", "*"};
+  for (size_t i = 1; i < words.size(); i++) {
+    if (words[i].find("$S$") != std::string::npos) {
+      numbers.insert(std::to_string(i));
+    }
+  }
+  const auto named = [&](const bash_word &word) {
+    return std::any_of(
+        word.expansions.begin(), word.expansions.end(),
+        [&](const bash_expansion &e) { return numbers.count(e.name) != 0; });
+  };
+  return std::any_of(
+      read.steps.begin(), read.steps.end(), [&](const task_step &step) {
+        const bash_command &command = *step.command;
+        return std::any_of(command.words.begin(), command.words.end(), named) ||
+               std::any_of(command.assignments.begin(),
+                           command.assignments.end(),
+                           [&](const bash_assignment &assignment) {
+                             return named(assignment.value);
+                           });
+      });
+}
+
 // Whether it does so with this one, whatever else holds.
 static bool refuses(const device &dev, const form &f,
                     const std::string &subitem)
 {
   const task_run read = follow_task(dev, f, TASK_READ, subitem);
-  return !read.opaque && std::any_of(read.steps.begin(), read.steps.end(),
+  return !read.opaque && looks_at_subitem(read, f) &&
+         std::any_of(read.steps.begin(), read.steps.end(),
                                      [](const task_step &step) {
                                        return step.certain && is_refusal(step);
                                      });

@@ -85,9 +85,11 @@ static void lint(tree *t, const std::list<tree> &all, const options &o,
   for (device_check *const *check = all_checks; *check != nullptr; check++) {
     (*check)(dev, &t->found);
   }
+  bool first = false; // once this one was met, the others come later
   for (const tree &other : all) {
+    first |= &other == t;
     if (&other != t) {
-      check_translation(dev, other.dev, &t->found);
+      check_translation(dev, other.dev, first, &t->found);
     }
   }
   if (o.run) {

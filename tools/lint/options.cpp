@@ -49,11 +49,29 @@ static bool check_allows(const std::string &check)
   return may_begin(text);
 }
 
+// The item that the expansion is the value of, by its own name or that of a
+// variable that was given it.
+static std::string item_of(const script &s, const bash_expansion &expansion)
+{
+  if (expansion.name == "orv") {
+    return lower(expansion.subscript);
+  }
+  for (const bash_command &command : s.code.commands) {
+    for (const bash_assignment &assignment : command.assignments) {
+      const std::vector<bash_expansion> &given = assignment.value.expansions;
+      if (assignment.name == expansion.name && given.size() == 1 &&
+          given[0].name == "orv") {
+        return lower(given[0].subscript);
+      }
+    }
+  }
+  return lower(expansion.name);
+}
+
 // Whether an item of the forms that run the script can hold such a value.
 static bool can_be_option(const sink &at, const bash_expansion &expansion)
 {
-  const std::string name = lower(
-      expansion.name == "orv" ? expansion.subscript : expansion.name);
+  const std::string name = item_of(at.s, expansion);
   bool found = false;
   bool may = false;
   for (const form *f : forms_of(at.c.dev, at.s.name)) {
@@ -72,7 +90,7 @@ static bool can_be_option(const sink &at, const bash_expansion &expansion)
 void check_options(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
-  if (!takes_options(run_command(at.command))) {
+  if (at.c.stored || !takes_options(run_command(at.command))) {
     return;
   }
   for (size_t i = 1; i < words.size() && words[i].plain != "--"; i++) {

@@ -147,6 +147,33 @@ static bool read_row_name(const agree_check &c, const std::string &text,
   return c.columns.count(into->stem) + c.lists.count(into->stem) != 0;
 }
 
+static bool begins_with_0(const row_check &r, const std::string &function,
+                          const std::string &variable)
+{
+  const std::vector<start> &starts = starts_of(r, function, variable);
+  return std::any_of(starts.begin(), starts.end(), [](const start &at) {
+    return at.value == "0" || starts_with(at.value, "${!") ||
+           at.value == "${rows[@]}";
+  });
+}
+
+// Whether calls of the function give it such a number as that parameter.
+static bool is_given_row(const row_check &r, const std::string &function,
+                         const std::string &parameter)
+{
+  const size_t number = strtoul(parameter.c_str(), nullptr, 10);
+  const std::vector<bash_command> &all = r.c.s.code.commands;
+  return !function.empty() &&
+         std::any_of(all.begin(), all.end(), [&](const bash_command &call) {
+           return first_word(call) == function &&
+                  call.words.size() > number &&
+                  call.words[number].expansions.size() == 1 &&
+                  call.words[number].text.find('(') == std::string::npos &&
+                  begins_with_0(r, call.function,
+                                call.words[number].expansions[0].name);
+         });
+}
+
 // $((i + 1)) where i begins with 0: the first number is 1.  `sum` is what
 // stands behind the dollar, without blanks.
 static bool check_computed(const row_check &r, const bash_command &command,
@@ -161,12 +188,9 @@ static bool check_computed(const row_check &r, const bash_command &command,
     return false;
   }
   const std::string variable = sum.substr(end, stop - end);
-  const std::vector<start> &starts = starts_of(r, command.function, variable);
-  const bool from_0 =
-      std::any_of(starts.begin(), starts.end(), [](const start &at) {
-        return at.value == "0" || starts_with(at.value, "${!") ||
-               at.value == "${rows[@]}";
-      });
+  const bool parameter = isdigit(static_cast<unsigned char>(variable[0])) != 0;
+  const bool from_0 = parameter ? is_given_row(r, command.function, variable)
+                                : begins_with_0(r, command.function, variable);
   if (from_0) {
     report(r.c.found, *r.c.s.file, word.line, word.column, "first-row",
            "rows and list entries are numbered from 0, and these start at 1: "
@@ -185,7 +209,12 @@ static void add_use(const agree_check &c, const bash_command &command,
                     const bash_word &word, std::vector<row_use> *uses)
 {
   row_name name;
-  if (read_row_name(c, word.plain, &name)) {
+  const bool error = first_word(command) == "orv_error" &&
+                     command.words.size() == 4 && &word == &command.words[3] &&
+                     c.columns.count(lower(command.words[1].plain)) != 0;
+  const std::string text = error ? command.words[1].plain + word.plain
+                                 : word.plain; // it names a cell as well
+  if (read_row_name(c, text, &name)) {
     uses->push_back({&command, &word, name});
   }
   for (const bash_expansion &expansion : word.expansions) {

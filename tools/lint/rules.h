@@ -63,7 +63,8 @@ typedef void device_check(const device &dev, findings *found);
   check(variables)                                                            \
   check(versions)                                                             \
   check(secret_names)                                                         \
-  check(actions)
+  check(actions)                                                              \
+  check(others)
 // clang-format on
 
 #define LINT_DECLARE(name) device_check check_##name;

@@ -107,6 +107,44 @@ static void check_lines(const script &s, findings *found)
   }
 }
 
+// Whether the word is the program that stores settings.
+static bool is_store(const script &s, const bash_word &word)
+{
+  const auto names = [](const std::string &text) {
+    return text.find("orv-store") != std::string::npos ||
+           text.find("ORV_STORE") != std::string::npos;
+  };
+  return names(word.text) ||
+         (word.expansions.size() == 1 &&
+          std::any_of(s.code.commands.begin(), s.code.commands.end(),
+                      [&](const bash_command &command) {
+                        return std::any_of(
+                            command.assignments.begin(),
+                            command.assignments.end(),
+                            [&](const bash_assignment &assignment) {
+                              return assignment.name ==
+                                         word.expansions[0].name &&
+                                     names(assignment.value.text);
+                            });
+                      }));
+}
+
+// The answer of `orv-store load` begins with a line that is no value.
+static void check_answer(const script &s, findings *found)
+{
+  const std::set<std::string> captured = captured_functions(s.code);
+  for (const bash_command &command : s.code.commands) {
+    if (command.kind == BASH_SIMPLE && command.words.size() > 1 &&
+        command.words[1].plain == "load" && is_store(s, command.words[0]) &&
+        !is_elsewhere(command, captured) && !command.redirected_out) {
+      report(found, *s.file, command.line, command.column, "output-format",
+             "the first line of this answer is \"ok\", which is no line"
+             " NAME=VALUE; leave it out, as by sed 1d");
+      return;
+    }
+  }
+}
+
 // Whether the script runs as a read, check or write script, and for no bar.
 static bool prints_values(const device &dev, const script &s)
 {
@@ -214,6 +252,7 @@ void check_scripts(const device &dev, findings *found)
     check_interpreter(s, found);
     if (prints_values(dev, s)) {
       check_lines(s, found);
+      check_answer(s, found);
       check_trace(s, found);
     }
   }

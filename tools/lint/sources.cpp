@@ -40,6 +40,7 @@ static bool looks_at(const task_run &run, const std::string &name)
 static void check_lists(const form_runs &runs)
 {
   const std::set<std::string> read = names_given(runs.write, "orv_read");
+  const std::set<std::string> stored = names_given(runs.write, "orv_store");
   const size_t store = find_call(runs.write, "orv_store");
   const size_t at = find_call(runs.write, "orv_read");
   for (const form_item &item : runs.f.items) {
@@ -51,6 +52,37 @@ static void check_lists(const form_runs &runs)
                   in_quotes(item.name) +
                       " is stored unchecked: only the script can compare it "
                       "with the list's entries");
+    }
+    if (item.type == PT_TEXT_FIXED && item.table < 0 && taken &&
+        stored.count(name) != 0 && !looks_at(runs.write, name)) {
+      report_step(runs.found, runs.write.steps[at], "list-unchecked",
+                  in_quotes(item.name) +
+                      " is only shown, but a request can send anything for it,"
+                      " and it is stored; do not read it from the page");
+    }
+  }
+}
+
+// A field of the expert view is blank where it was not drawn, whatever its check
+// says: only the script can require it.
+static void check_required(const form_runs &runs)
+{
+  const std::set<std::string> read = names_given(runs.write, "orv_read");
+  const std::set<std::string> stored = names_given(runs.write, "orv_store");
+  for (const form_item &item : runs.f.items) {
+    const form_line *check = attribute(item, "check");
+    const std::string name = lower(item.name);
+    const bool expert = std::any_of(
+        item.conditions.begin(), item.conditions.end(),
+        [](const condition &c) { return c.text == "$X$" && c.holds; });
+    if (expert && item.type == PT_TEXT_FIELD && item.table < 0 &&
+        check != nullptr && first_word(check->text) != "nullok" &&
+        read.count(name) != 0 && stored.count(name) != 0 &&
+        !looks_at(runs.write, name)) {
+      report(runs.found, runs.f, *check, 0, "required-hidden",
+             "a blank " + in_quotes(item.name) +
+                 " passes where it was not drawn, and the script stores it: let"
+                 " the script ask for it");
     }
   }
 }
@@ -211,6 +243,7 @@ void check_sources(const form_runs &runs)
 {
   check_paths(runs);
   check_lists(runs);
+  check_required(runs);
   check_stored_rows(runs);
   for (const task_run *run : {&runs.read, &runs.write}) {
     check_filled(runs, *run);

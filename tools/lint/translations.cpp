@@ -60,11 +60,36 @@ static note seen_at(const form &other, int line)
   return {{other.file->path, line, 1}, "it stands here"};
 }
 
+// A choice whose value was translated as well.
+static bool check_translated(const form &f, const form_item &own,
+                             const form &other, const form_item &theirs,
+                             bool first, findings *found)
+{
+  const std::set<std::string> choices = choices_of(other, theirs);
+  if (choices_of(f, own).size() != choices.size()) {
+    return false;
+  }
+  for (const form_line *line : own.lines) {
+    const std::string value = choice_value(f, *line);
+    if (!first && line->keyword == "choice" && choices.count(value) == 0) {
+      report(found, f, *line, 0, "translation",
+             in_quotes(own.name) + " has no choice " + in_quotes(value) +
+                 " in the other tree: a value is the same in each language" +
+                 did_you_mean(value, choices),
+             {seen_at(other, theirs.line)});
+    }
+  }
+  return true;
+}
+
 static void check_choices(const form &f, const form_item &own,
                           const form &other, const form_item &theirs,
-                          findings *found)
+                          bool first, findings *found)
 {
   const std::set<std::string> choices = choices_of(f, own);
+  if (check_translated(f, own, other, theirs, first, found)) {
+    return;
+  }
   for (const form_line *line : theirs.lines) {
     const std::string value = choice_value(other, *line);
     if (line->keyword == "choice" && choices.count(value) == 0) {
@@ -77,8 +102,50 @@ static void check_choices(const form &f, const form_item &own,
   }
 }
 
-static void check_form(const form &f, const form &other, findings *found)
+// The same check, whatever the language.
+static void check_same_check(const form &f, const form_item &own,
+                             const form &other, const form_item &theirs,
+                             findings *found)
 {
+  const form_line *check = attribute(own, "check");
+  const form_line *other_check = attribute(theirs, "check");
+  const std::string text = check != nullptr ? check->text : "";
+  const std::string other_text =
+      other_check != nullptr ? other_check->text : "";
+  if (split_words(text) != split_words(other_text)) {
+    report(found, f, check != nullptr ? *check : *own.lines.front(), 0,
+           "translation",
+           in_quotes(own.name) + " has another check in the other tree: " +
+               in_quotes(other_text),
+           {seen_at(other, other_check != nullptr ? other_check->number
+                                                  : theirs.line)});
+  }
+}
+
+// The rows of two tables of the same name.
+static void check_tables(const form &f, const form &other, findings *found)
+{
+  for (const form_item &own : f.items) {
+    for (const form_item &theirs : other.items) {
+      if ((own.type == PT_TABLE || own.type == PT_FTABLE) &&
+          theirs.type == own.type && own.name == theirs.name &&
+          split_words(own.lines.front()->text) !=
+              split_words(theirs.lines.front()->text)) {
+        report(found, f, *own.lines.front(), 0, "translation",
+               in_quotes(own.name) +
+                   " has other columns or rows in the other tree",
+               {seen_at(other, theirs.line)});
+      }
+    }
+  }
+}
+
+static void check_form(const form &f, const form &other, bool first,
+                       findings *found)
+{
+  if (!first) {
+    check_tables(f, other, found);
+  }
   for (const form_item &theirs : other.items) {
     if (!theirs.input || theirs.name.empty()) {
       continue;
@@ -94,12 +161,15 @@ static void check_form(const form &f, const form &other, findings *found)
              in_quotes(own->name) + " is of another kind in the other tree",
              {seen_at(other, theirs.line)});
     } else if (own->type == PT_SELECT) {
-      check_choices(f, *own, other, theirs, found);
+      check_choices(f, *own, other, theirs, first, found);
+    } else if (!first) {
+      check_same_check(f, *own, other, theirs, found);
     }
   }
 }
 
-void check_translation(const device &dev, const device &other, findings *found)
+void check_translation(const device &dev, const device &other, bool first,
+                       findings *found)
 {
   if (!are_translations(dev, other)) {
     return;
@@ -107,7 +177,7 @@ void check_translation(const device &dev, const device &other, findings *found)
   for (const auto &entry : other.forms) {
     const auto own = dev.forms.find(entry.first);
     if (own != dev.forms.end()) {
-      check_form(own->second, entry.second, found);
+      check_form(own->second, entry.second, first, found);
     } else {
       report(found, {dev.dir + "/templates/" + entry.first + ".tpl", "", {}}, 1,
              1, "translation",

@@ -15,10 +15,30 @@ struct variable_check {
   std::set<std::string> set;   // in the script and what it sources
   std::set<std::string> cells; // columns and lists of its forms
   findings *found;
+  bool any = false; // it sets variables whose names only the run knows
 };
 
-// The names that a command sets: assignments, loops, and arguments that some
-// commands fill.
+// Whether the command makes the name of what it sets: declare "$name=$value".
+static bool makes_name(const bash_command &command)
+{
+  static const std::set<std::string> setters = {
+      "declare", "local", "typeset", "readonly", "export",
+      "read",    "eval",  "mapfile", "readarray"};
+  const std::vector<bash_word> &words = command.words;
+  const std::string &name = first_word(command);
+  const bool prints =
+      name == "printf" && words.size() > 2 && words[1].plain == "-v";
+  for (size_t i = prints ? 2 : 1; i < (prints ? 3 : words.size()); i++) {
+    if ((prints || setters.count(name) != 0) && !words[i].expansions.empty() &&
+        (name == "eval" ||
+         words[i].plain.find('$') < words[i].plain.find('='))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// What a command sets: assignments, loops, and words that some commands fill.
 static void add_set(const bash_command &command, std::set<std::string> *names)
 {
   static const std::set<std::string> fillers = {
@@ -41,10 +61,11 @@ static void add_set(const bash_command &command, std::set<std::string> *names)
 static variable_check begin_check(const device &dev, const script &s,
                                   findings *found)
 {
-  variable_check c = {dev, s, {}, {}, found};
+  variable_check c = {dev, s, {}, {}, found, false};
   for (const std::string &file : with_sources(dev, s.name)) {
     for (const bash_command &command : dev.scripts.at(file).code.commands) {
       add_set(command, &c.set);
+      c.any |= makes_name(command);
     }
   }
   for (const form *f : forms_of(dev, s.name)) {
@@ -76,7 +97,7 @@ static void check_variable(const variable_check &c, const bash_expansion &e)
 {
   const bool defaulted =
       !e.rest.empty() && e.rest.find_first_of("-+?=") != std::string::npos;
-  if (is_given(c, e.name) || defaulted) {
+  if (c.any || is_given(c, e.name) || defaulted) {
     return;
   }
   const std::string near = nearest(e.name, c.set);

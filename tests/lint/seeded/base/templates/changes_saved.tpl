@@ -4,6 +4,7 @@ navbar_script navbar.sh
 body
 error $E$
 text The device uses your settings from now on. $V:after_save$
+  $V:saved_pending$
 # What orv_changes reports; each value ends its own line.
 if $V:saved_change0$
 heading2 What changed

@@ -1,0 +1,259 @@
+// What the items of a form and the arguments of a script can be.
+
+#include "compared.h"
+
+#include <algorithm>
+
+#include "flow.h"
+#include "script_names.h"
+#include "tasks.h"
+#include "text.h"
+
+// --- what values there are ---------------------------------------------------
+
+// `accept_other_case`: whether "true" may stand for what a box posts.
+static void add_item_values(const form &f, const form_item &item,
+                            bool accept_other_case, value_set *set)
+{
+  const form_line *check = attribute(item, "check");
+  std::vector<std::string> words =
+      split_words(check != nullptr ? check->text : "");
+  words.erase(std::remove(words.begin(), words.end(), "nullok"), words.end());
+  set->list &= item.type == PT_SELECT;
+  if (item.type == PT_SELECT) {
+    const std::set<std::string> choices = choices_of(f, item);
+    set->values.insert(choices.begin(), choices.end());
+  } else if (item.type == PT_CHECKBOX) {
+    set->values.insert({"True", "False", "1", "0"});
+    set->any_case |= accept_other_case;
+  } else if (item.type == PT_TEXT_FIELD && !words.empty() &&
+             lower(words[0]) == "keyword") {
+    set->values.insert(words.begin() + 1, words.end());
+    set->any_case = true;
+  } else {
+    set->known = false;
+  }
+}
+
+// Those of an item, in all forms that run the script.
+static value_set values_of_item(const compare_check &c, const std::string &key)
+{
+  const std::string name = lower(key);
+  value_set set;
+  for (const form *f : c.forms) {
+    for (const form_item &item : f->items) {
+      const std::string own = lower(item.name);
+      const bool cell = item.table >= 0 && own == without_digits(name);
+      if (item.input && (own == name || cell)) {
+        const bool first = set.what.empty();
+        set.what = in_quotes(item.name);
+        set.known = first || set.known;
+        set.list = first || set.list;
+        add_item_values(*f, item,
+                        c.s.code.code.find("True") != std::string::npos, &set);
+        if (!set.known) {
+          return set;
+        }
+      }
+    }
+  }
+  return set;
+}
+
+// "name$row" is a cell like "name0".
+static std::string key_of(const std::string &subscript)
+{
+  std::string key;
+  for (const char c : subscript) {
+    if (c == '$') {
+      return key;
+    }
+    if (c != '"' && c != '\'') {
+      key += c;
+    }
+  }
+  return key;
+}
+
+// What the forms' lines give it; nothing is known where one gives it what a
+// request chooses.
+static value_set values_of_argument(const compare_check &c,
+                                    const std::string &number)
+{
+  value_set set;
+  for (const auto &entry : c.dev.forms) {
+    for (int task = 0; task < TASKS; task++) {
+      const script_line &line = entry.second.scripts[static_cast<size_t>(task)];
+      if (line.script != c.s.name) {
+        continue;
+      }
+      const auto known =
+          known_arguments(entry.second, static_cast<script_task>(task));
+      const auto value = known.find(number);
+      if (value == known.end()) {
+        return {};
+      }
+      set.known = true;
+      set.values.insert(value->second);
+    }
+  }
+  set.argument = true;
+  set.what = "\"$" + number + "\" here";
+  return set;
+}
+
+// Whether the word is one expansion and nothing else, "$name" or "${name...}".
+static bool is_one_expansion(const bash_word &word)
+{
+  if (word.expansions.empty()) {
+    return false;
+  }
+  const std::string &text = word.plain;
+  if (text == "$" + word.expansions[0].name) {
+    return true;
+  }
+  int depth = 0;
+  for (size_t i = 1; i < text.size() && starts_with(text, "${"); i++) {
+    depth += text[i] == '{' ? 1 : 0;
+    depth -= text[i] == '}' ? 1 : 0;
+    if (depth == 0) {
+      return i + 1 == text.size();
+    }
+  }
+  return false;
+}
+
+value_set values_of(const compare_check &c, const bash_command &command,
+                           const bash_word &word)
+{
+  if (!is_one_expansion(word)) {
+    return {};
+  }
+  const bash_expansion &e = word.expansions[0];
+  if ((!e.rest.empty() && e.rest[0] != '-' && !starts_with(e.rest, ":-")) ||
+      e.length || e.indirect) {
+    return {};
+  }
+  if (e.name == "orv" || e.name == "orv_was") {
+    return values_of_item(c, key_of(e.subscript));
+  }
+  if (e.name.find_first_not_of("0123456789") == std::string::npos &&
+      command.function.empty() && e.name != "0") {
+    return values_of_argument(c, e.name);
+  }
+  const auto argument = c.arguments.find(e.name);
+  if (argument != c.arguments.end() && e.subscript.empty()) {
+    value_set set = values_of_argument(c, argument->second.first);
+    set.given = argument->second.second;
+    set.known &= std::none_of(
+        set.values.begin(), set.values.end(),
+        [](const std::string &value) { return starts_with(value, "-"); });
+    return set;
+  }
+  const auto holder = c.holders.find(e.name);
+  return holder != c.holders.end() && e.subscript.empty()
+             ? values_of_item(c, holder->second)
+             : value_set();
+}
+
+// --- what holds them ---------------------------------------------------------
+
+// "NAME" of an arm "new_NAME=*)" or "new_NAME)", "" of another.
+static std::string line_name(const std::string &pattern)
+{
+  std::string plain;
+  for (const char c : pattern) {
+    if (c != '"' && c != '\'' && c != ' ') {
+      plain += c;
+    }
+  }
+  const size_t equals = plain.find('=');
+  const bool name = starts_with(plain, "new_") &&
+                    (equals == std::string::npos
+                         ? std::all_of(plain.begin(), plain.end(), is_name_char)
+                         : plain.substr(equals) == "=*");
+  return name ? plain.substr(4, std::min(equals, plain.size()) - 4) : "";
+}
+
+// The item that the assigned value is, "" when it is anything else.
+static std::string item_of(const bash_assignment &assignment)
+{
+  const bash_word &value = assignment.value;
+  return !value.expansions.empty() && value.expansions[0].name == "orv" &&
+                 value.expansions[0].rest.empty() &&
+                 value.plain == "${" + full_name(value.expansions[0]) + "}"
+             ? key_of(value.expansions[0].subscript)
+             : "";
+}
+
+// "2" of a value that is $2, "" of any other.
+static std::string argument_of(const bash_command &command,
+                               const bash_assignment &assignment)
+{
+  const bash_word &value = assignment.value;
+  const std::string name =
+      value.expansions.size() == 1 ? value.expansions[0].name : "";
+  const bool plain = value.plain == "$" + name || value.plain == "${" + name + "}";
+  return plain && command.function.empty() && name.size() == 1 &&
+                 name >= "1" && name <= "9"
+             ? name
+             : "";
+}
+
+// Variables that are given an argument and nothing else.
+static void collect_arguments(compare_check *c)
+{
+  std::set<std::string> others; // given something else
+  for (const bash_command &command : c->s.code.commands) {
+    for (const bash_assignment &assignment : command.assignments) {
+      const std::string number = argument_of(command, assignment);
+      if (number.empty() ||
+          !c->arguments
+               .insert({assignment.name, {number, &assignment.value}})
+               .second) {
+        others.insert(assignment.name);
+      }
+    }
+  }
+  for (const std::string &name : others) {
+    c->arguments.erase(name);
+  }
+}
+
+// Variables that are given the value of an item and nothing else.
+static void collect_copies(compare_check *c)
+{
+  std::map<std::string, std::set<std::string>> given;
+  for (const bash_command &command : c->s.code.commands) {
+    for (const bash_assignment &assignment : command.assignments) {
+      if (assignment.subscript.empty()) {
+        given[assignment.name].insert(item_of(assignment));
+      }
+    }
+  }
+  for (const auto &entry : given) {
+    if (entry.second.size() == 1 && !entry.second.begin()->empty()) {
+      c->holders[entry.first] = *entry.second.begin();
+    }
+  }
+}
+
+// Variables that an arm for one of the page's lines fills.
+void collect_holders(compare_check *c)
+{
+  collect_copies(c);
+  collect_arguments(c);
+  for (const bash_command &command : c->s.code.commands) {
+    if (command.branch < 0) {
+      continue;
+    }
+    const bash_branch &arm =
+        c->s.code.branches[static_cast<size_t>(command.branch)];
+    const std::string name = arm.kind == "case" ? line_name(arm.pattern) : "";
+    for (const bash_assignment &assignment : command.assignments) {
+      if (!name.empty() && assignment.subscript.empty()) {
+        c->holders[assignment.name] = name;
+      }
+    }
+  }
+}
