@@ -252,6 +252,59 @@ static void check_one_of(const library_call &c)
   }
 }
 
+// What is given as a column and is an item of its own has no rows.
+static void check_column(const library_call &c, const literal_name &name)
+{
+  bool column = false;
+  bool item = false;
+  for (const form *f : forms_of(c.dev, c.s.name)) {
+    for (const form_item &candidate : f->items) {
+      const bool named = lower(candidate.name) == lower(name.name);
+      column |= named && candidate.table >= 0;
+      item |= named && candidate.table < 0 && candidate.input;
+    }
+  }
+  if (item && !column) {
+    report(c.found, *c.s.file, name.line, name.column, "library-call",
+           in_quotes(name.name) + " is no column of a table");
+  }
+}
+
+static void check_columns(const library_call &c)
+{
+  std::vector<literal_name> names;
+  for (size_t i = 1; i < c.command.words.size(); i++) {
+    add_literals(c.s, c.command.words[i], &names);
+  }
+  for (const literal_name &name : names) {
+    check_column(c, name);
+  }
+}
+
+// "$NAMES" of an array is its first element.
+static void check_arrays(const library_call &c)
+{
+  for (size_t i = 1; i < c.command.words.size(); i++) {
+    for (const bash_expansion &e : c.command.words[i].expansions) {
+      const auto own = c.s.arrays.find(e.name);
+      const auto sourced = c.s.sourced_arrays.find(e.name);
+      const bash_assignment *array =
+          own != c.s.arrays.end()               ? own->second
+          : sourced != c.s.sourced_arrays.end() ? sourced->second
+                                                : nullptr;
+      if (array != nullptr && e.subscript.empty() && !e.length &&
+          array->elements.size() > 1) {
+        report_word(c, i,
+                    in_quotes("$" + e.name) +
+                        " is the first element of the array alone; all are "
+                        "\"${" +
+                        e.name + "[@]}\"");
+        return;
+      }
+    }
+  }
+}
+
 // A list or a box holds something in every row.
 static void check_rows(const library_call &c)
 {
@@ -302,7 +355,11 @@ void check_arguments(const device &dev, findings *found)
       {"orv_background", [](const library_call &c) { check_runner(c, 1); }},
       {"orv_put", check_put},
       {"orv_one_of", check_one_of},
-      {"orv_rows", check_rows}};
+      {"orv_pack", check_columns},
+      {"orv_rows", [](const library_call &c) {
+         check_rows(c);
+         check_columns(c);
+       }}};
   for (const auto &entry : dev.scripts) {
     for (const bash_command &command : entry.second.code.commands) {
       const std::string &name = first_word(command);
@@ -310,6 +367,7 @@ void check_arguments(const device &dev, findings *found)
       const signature *takes = signature_of(name);
       if (takes != nullptr) {
         check_count(c, *takes);
+        check_arrays(c);
       }
       if (without_marks.count(name) != 0) {
         check_marks(c);

@@ -187,6 +187,7 @@ void check_compared(const device &dev, findings *found)
       if (command.kind == BASH_TEST || first_word(command) == "[" ||
           first_word(command) == "test") {
         check_test(c, command);
+        check_matched(c, command);
       }
       check_one_of(c, command);
     }

@@ -33,6 +33,10 @@ void collect_holders(compare_check *c);
 // Those of a word that is one expansion; not known for any other.
 value_set values_of(const compare_check &c, const bash_command &command,
                     const bash_word &word);
+// Whether a refusal follows where the test fails, or where it succeeds.
+bool leads_to_refusal(const script &s, int test, bool fails);
+// Expressions that match a part of the value where the whole was meant.
+void check_matched(const compare_check &c, const bash_command &command);
 // Lists of what is allowed that lack a choice of the template.
 void check_lacking(const compare_check &c);
 

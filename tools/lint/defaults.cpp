@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "default_files.h"
 #include "flow.h"
 #include "orv_check.h"
 #include "orv_vars.h"
@@ -17,6 +18,7 @@ struct settings_check {
   const source_file &file;
   std::vector<const form *> forms; // that load or store the file
   std::set<std::string> words;     // of their scripts
+  std::set<std::string> stems;     // of names that these make
   findings *found;
 };
 
@@ -36,7 +38,7 @@ static bool uses_file(const device &dev, const form &f, const std::string &name)
 static settings_check settings_of(const device &dev, const std::string &name,
                                   const source_file &file, findings *found)
 {
-  settings_check c = {dev, file, {}, {}, found};
+  settings_check c = {dev, file, {}, {}, {}, found};
   for (const auto &entry : dev.forms) {
     if (uses_file(dev, entry.second, name)) {
       c.forms.push_back(&entry.second);
@@ -44,6 +46,7 @@ static settings_check settings_of(const device &dev, const std::string &name,
         const script &s = dev.scripts.at(script_name);
         c.words.insert(s.words.begin(), s.words.end());
         c.words.insert(s.stems.begin(), s.stems.end());
+        c.stems.insert(s.stems.begin(), s.stems.end());
       }
     }
   }
@@ -131,7 +134,13 @@ static void check_name(const settings_check &c, const std::string &name,
                        int line)
 {
   const std::string key = lower(name);
-  if (c.words.count(key) + c.words.count(without_digits(key)) != 0) {
+  const bool made = std::any_of(c.stems.begin(), c.stems.end(),
+                                [&](const std::string &stem) {
+                                  return stem.size() > 2 &&
+                                         starts_with(key, stem);
+                                });
+  if (made ||
+      c.words.count(key) + c.words.count(without_digits(key)) != 0) {
     return;
   }
   std::set<std::string> names;
@@ -278,95 +287,13 @@ static void check_rows(const settings_check &c,
   }
 }
 
-// Whether a script has the file's name as a word, or as the end of a path, or a
-// beginning of it that an expansion goes on with.
-static bool names_file(const script &s, const std::string &name)
-{
-  const auto same = [&](const bash_word &word) {
-    const size_t made = word.plain.find('$');
-    return word.plain == name || ends_with(word.plain, "/" + name) ||
-           (made != std::string::npos && made > 1 &&
-            starts_with(name, word.plain.substr(0, made)));
-  };
-  return std::any_of(
-      s.code.commands.begin(), s.code.commands.end(),
-      [&](const bash_command &command) {
-        return std::any_of(command.words.begin(), command.words.end(), same) ||
-               std::any_of(command.assignments.begin(),
-                           command.assignments.end(),
-                           [&](const bash_assignment &assignment) {
-                             return same(assignment.value);
-                           }) ||
-               std::any_of(command.redirects.begin(), command.redirects.end(),
-                           [&](const bash_redirect &redirect) {
-                             return same(redirect.target);
-                           });
-      });
-}
-
-// Values of variables that the library loads files by: orv_load "$FILE".
-static void add_constants(const script &s, std::set<std::string> *values)
-{
-  for (const bash_command &command : s.code.commands) {
-    for (const bash_assignment &assignment : command.assignments) {
-      if (assignment.value.expansions.empty() && assignment.elements.empty()) {
-        values->insert(assignment.value.plain);
-      }
-    }
-  }
-}
-
-// The form without a script that the file was mostly meant for: its sub-items
-// have files NAME@SUBITEM.  "" without one.
-static std::string form_of_subitem(const settings_check &c,
-                                   const std::string &name)
-{
-  const size_t mark = name.find_first_of(".-_:~+#");
-  const auto f = c.dev.forms.find(name.substr(0, mark));
-  return mark != std::string::npos && f != c.dev.forms.end() &&
-                 keeps_itself(c.dev, f->second)
-             ? f->first
-             : "";
-}
-
-// A file that no script loads, but nearly.
-static void check_unused(const settings_check &c, const std::string &name)
-{
-  std::set<std::string> used;
-  bool named = false;
-  for (const auto &entry : c.dev.scripts) {
-    used.insert(entry.second.settings.begin(), entry.second.settings.end());
-    add_constants(entry.second, &used);
-    named |= names_file(entry.second, name);
-  }
-  for (const auto &entry : c.dev.forms) {
-    if (keeps_itself(c.dev, entry.second)) {
-      used.insert(entry.first);
-    }
-  }
-  const std::string of = form_of_subitem(c, name);
-  if (!named && !of.empty()) {
-    report(c.found, c.file, 1, 1, "default-name",
-           "nothing loads the file " + in_quotes(name) +
-               ": the settings of a sub-item are in " +
-               in_quotes(of + "@" + name.substr(of.size() + 1)));
-    return;
-  }
-  const std::string near = nearest(name.substr(0, name.find('@')), used);
-  if (!named && !near.empty() && c.dev.defaults.count(near) == 0) {
-    report(c.found, c.file, 1, 1, "default-name",
-           "nothing loads the file " + in_quotes(name) +
-               did_you_mean(name, used));
-  }
-}
-
 void check_defaults(const device &dev, findings *found)
 {
   for (const auto &entry : dev.defaults) {
     const settings_check c =
         settings_of(dev, entry.first, *entry.second, found);
     if (c.forms.empty()) {
-      check_unused(c, entry.first);
+      check_unused_file(dev, *entry.second, entry.first, found);
       continue; // nothing is known of its names
     }
     std::set<std::string> names;

@@ -223,6 +223,45 @@ static void share_arrays(device *dev)
   }
 }
 
+// The value of "$NAME" where scripts give that variable one text and no other;
+// the word itself otherwise.
+static std::string constant_of(const device &dev,
+                               const std::set<std::string> &files,
+                               const std::string &word)
+{
+  std::string value = word;
+  int count = 0;
+  for (const std::string &file : files) {
+    for (const bash_command &command : dev.scripts.at(file).code.commands) {
+      for (const bash_assignment &assignment : command.assignments) {
+        if (word == "$" + assignment.name ||
+            word == "${" + assignment.name + "}") {
+          value = assignment.value.plain;
+          count++;
+        }
+      }
+    }
+  }
+  return count == 1 && value.find_first_of("$`(") == std::string::npos ? value
+                                                                       : word;
+}
+
+// Files that are named by a constant: orv_load "$FILE".
+static void name_settings(device *dev)
+{
+  for (auto &entry : dev->scripts) {
+    const std::set<std::string> files = with_sources(*dev, entry.first);
+    for (std::set<std::string> *names :
+         {&entry.second.settings, &entry.second.loaded}) {
+      std::set<std::string> all;
+      for (const std::string &word : *names) {
+        all.insert(word[0] == '$' ? constant_of(*dev, files, word) : word);
+      }
+      *names = all;
+    }
+  }
+}
+
 static void read_scripts(device *dev, findings *found)
 {
   std::vector<std::string> names;
@@ -247,6 +286,7 @@ static void read_scripts(device *dev, findings *found)
   }
   read_sourced(dev, names);
   share_arrays(dev);
+  name_settings(dev);
 }
 
 // What the device was shipped with is judged; what it has stored is not.

@@ -21,10 +21,25 @@ static const task_step &block_before(const task_run &run, size_t at)
   return run.steps[at];
 }
 
+// Where a script without the library reads its own input.
+static size_t find_reading(const task_run &run)
+{
+  for (size_t i = 0; i < run.steps.size(); i++) {
+    const bash_command &command = *run.steps[i].command;
+    if (first_word(command) == "read" && command.function.empty() &&
+        !command.redirected_in && !command.piped_in &&
+        command.substitution == 0) {
+      return i;
+    }
+  }
+  return NOWHERE;
+}
+
 static void check_falls_through(const task_run &run, findings *found)
 {
   const bool read = run.task == TASK_READ;
-  const size_t at = find_call(run, read ? "orv_read" : "orv_store");
+  const size_t call = find_call(run, read ? "orv_read" : "orv_store");
+  const size_t at = read && call == NOWHERE ? find_reading(run) : call;
   if (at == NOWHERE || !run.steps[at].certain) {
     return;
   }

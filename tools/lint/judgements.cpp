@@ -31,7 +31,8 @@ static void judge_comparisons(const context &c, const bash_command &command,
     }
     turned ^= op == "!";
     if ((op == "==" || op == "=" || op == "!=" || op == "=~") && i > 0 &&
-        i + 1 < command.words.size()) {
+        i + 1 < command.words.size() &&
+        !(op == "=~" && holds_part(command.words[i + 1].plain))) {
       const bool holds = (op != "!=") != turned;
       add_names(c, command, command.words[i - 1], holds, what);
     }

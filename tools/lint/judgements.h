@@ -15,6 +15,8 @@ struct judgement {
 std::vector<judgement> judgements_of(const context &c,
                                      const bash_command &command);
 
+// Whether the expression matches a part of a value, whatever stands beside it.
+bool holds_part(const std::string &expression);
 // Whether a case's pattern takes what holds a wrong character: *[!0-9]*.
 bool takes_wrong(const std::string &pattern);
 // Whether it takes everything.

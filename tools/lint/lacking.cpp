@@ -36,8 +36,7 @@ static bool refuses(const bash_command &command)
           starts_with(command.words[1].plain, "error_"));
 }
 
-// Whether a refusal follows where the test fails, or where it succeeds.
-static bool leads_to_refusal(const script &s, int test, bool fails)
+bool leads_to_refusal(const script &s, int test, bool fails)
 {
   return std::any_of(
       s.code.commands.begin(), s.code.commands.end(),

@@ -95,12 +95,27 @@ static bool is_internal(const context &c, const std::string &name)
          starts_with(name, "orv_");
 }
 
+// Whether the command adds to a log.
+static bool writes_log(const bash_command &command)
+{
+  return std::any_of(command.redirects.begin(), command.redirects.end(),
+                     [](const bash_redirect &redirect) {
+                       const std::string &path = redirect.target.plain;
+                       return redirect.op.find('>') != std::string::npos &&
+                              (starts_with(path, "/var/log/") ||
+                               ends_with(path, ".log") ||
+                               ends_with(path, "/log"));
+                     });
+}
+
 static void check_arguments(const context &c, const script &s,
                             const carriers &secrets,
                             const bash_command &command, findings *found)
 {
   const std::string &name = first_word(command);
-  if (command.kind != BASH_SIMPLE || is_internal(c, name)) {
+  const bool log = name == "logger" || name == "systemd-cat" ||
+                   writes_log(command);
+  if (command.kind != BASH_SIMPLE || (is_internal(c, name) && !log)) {
     return;
   }
   for (const bash_word &word : command.words) {
@@ -110,8 +125,7 @@ static void check_arguments(const context &c, const script &s,
         report(found, *s.file, expansion.line, expansion.column,
                "secret-argument",
                in_quotes(key) +
-                   (name == "logger" || name == "systemd-cat"
-                        ? " is a secret, and the log keeps it"
+                   (log ? " is a secret, and the log keeps it"
                         : " is a secret, and everyone on the device can see "
                           "the arguments of " +
                               in_quotes(name) + "; pass it on standard input"));

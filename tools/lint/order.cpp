@@ -333,6 +333,7 @@ static void check_runs(const form_runs &runs)
   check_lock(runs.write, runs.found);
   check_read_lock(runs.read, runs.found);
   check_saves(runs);
+  check_reading(runs);
   check_stamps(runs.read, runs.write, runs.found);
   check_end(runs.check, runs.found);
   check_rules_load(runs);

@@ -36,6 +36,8 @@ void check_stored(const form_runs &runs);
 // What follows a save although it failed, and what is stored although the
 // command that makes it failed.
 void check_saves(const form_runs &runs);
+// What it reads of the page, and what it loads.
+void check_reading(const form_runs &runs);
 // What comes from a list or a table and is used without being looked at.
 void check_sources(const form_runs &runs);
 

@@ -80,7 +80,8 @@ static void check_loaded(const form_runs &runs)
 void check_shown(const form_runs &runs)
 {
   check_loaded(runs);
-  const size_t at = find_call(runs.read, "orv_show");
+  const size_t show = find_call(runs.read, "orv_show");
+  const size_t at = show != NOWHERE ? show : find_call(runs.read, "orv_put");
   const std::set<std::string> shown = names_reported(runs.read);
   const std::set<std::string> read = names_given(runs.write, "orv_read");
   if (at == NOWHERE || shown.count("") != 0 || prints_more(runs.read)) {

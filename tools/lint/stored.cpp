@@ -97,8 +97,31 @@ static void check_made_file(const form_runs &runs, const task_step &step,
   }
 }
 
+// orv_load "$which" where "vlan.$which" is stored.
+static void check_loaded_name(const form_runs &runs)
+{
+  const size_t load = find_call(runs.write, "orv_load");
+  const size_t store = find_call(runs.write, "orv_store");
+  if (load == NOWHERE || store == NOWHERE ||
+      runs.write.steps[load].command->words.size() != 2 ||
+      runs.write.steps[store].command->words.size() < 3) {
+    return;
+  }
+  const bash_word &loaded = runs.write.steps[load].command->words[1];
+  const bash_word &stored = runs.write.steps[store].command->words[1];
+  if (loaded.plain != stored.plain && !loaded.expansions.empty() &&
+      loaded.plain[0] == '$' && ends_with(stored.plain, loaded.plain) &&
+      runs.write.steps[load].s->loaded.count(stored.plain) == 0) {
+    report(runs.found, *runs.write.steps[load].s->file, loaded.line,
+           loaded.column, "store-file",
+           "what is stored is " + in_quotes(stored.plain) +
+               ", and this loads another file");
+  }
+}
+
 static void check_files(const form_runs &runs)
 {
+  check_loaded_name(runs);
   const std::set<std::string> loaded = loaded_files(runs);
   for (const task_step &step : runs.write.steps) {
     if (first_word(*step.command) == "orv_store" && step.given.size() > 1) {
