@@ -63,9 +63,9 @@ static const bash_expansion *argument_of(const bash_word &word)
   const auto at = std::find_if(
       word.expansions.begin(), word.expansions.end(),
       [](const bash_expansion &e) {
-        return e.rest.empty() && (e.name == "@" || e.name == "*" ||
-                                  (e.name >= "1" && e.name <= "9" &&
-                                   e.name.size() == 1));
+        return e.rest.empty() &&
+               (e.name == "@" || e.name == "*" ||
+                (e.name >= "1" && e.name <= "9" && e.name.size() == 1));
       });
   return at != word.expansions.end() ? &*at : nullptr;
 }
@@ -85,8 +85,7 @@ static void check_given(const script &s, findings *found)
       argument = argument == nullptr ? argument_of(word) : argument;
     }
     for (const bash_assignment &assignment : command.assignments) {
-      argument =
-          argument == nullptr ? argument_of(assignment.value) : argument;
+      argument = argument == nullptr ? argument_of(assignment.value) : argument;
     }
     if (argument != nullptr) {
       report(found, *s.file, argument->line, argument->column,
@@ -105,12 +104,12 @@ static void check_given(const script &s, findings *found)
 static bool only_looks(const std::string &name)
 {
   static const std::set<std::string> names = {
-      "",       ":",     "[",      "test",     "read",     "local",  "declare",
-      "export", "set",   "shift",  "return",   "exit",     "unset",  "readonly",
-      "typeset", "grep", "egrep",  "sed",      "awk",      "tr",     "cut",
-      "wc",     "head",  "tail",   "logger",   "expr",     "ipcalc", "cmp",
-      "mapfile", "eval", "sort",   "basename", "dirname",  "getent", "printf",
-      "echo",   "true",  "false",  "jq",       "sha256sum"};
+      "",        ":",    "[",     "test",     "read",     "local",  "declare",
+      "export",  "set",  "shift", "return",   "exit",     "unset",  "readonly",
+      "typeset", "grep", "egrep", "sed",      "awk",      "tr",     "cut",
+      "wc",      "head", "tail",  "logger",   "expr",     "ipcalc", "cmp",
+      "mapfile", "eval", "sort",  "basename", "dirname",  "getent", "printf",
+      "echo",    "true", "false", "jq",       "sha256sum"};
   return names.count(name) != 0;
 }
 
@@ -119,13 +118,13 @@ static bool prints_on(const script &s, const bash_command &command)
 {
   const size_t next =
       static_cast<size_t>(&command - s.code.commands.data()) + 1;
-  const bool file = std::any_of(
-      command.redirects.begin(), command.redirects.end(),
-      [](const bash_redirect &redirect) {
-        return redirect.op.find('>') != std::string::npos &&
-               redirect.op.find('&') == std::string::npos &&
-               redirect.target.plain != "/dev/null";
-      });
+  const bool file =
+      std::any_of(command.redirects.begin(), command.redirects.end(),
+                  [](const bash_redirect &redirect) {
+                    return redirect.op.find('>') != std::string::npos &&
+                           redirect.op.find('&') == std::string::npos &&
+                           redirect.target.plain != "/dev/null";
+                  });
   return file || (command.piped && next < s.code.commands.size() &&
                   !only_looks(run_command(s.code.commands[next])));
 }

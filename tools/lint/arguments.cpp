@@ -288,10 +288,10 @@ static void check_arrays(const library_call &c)
     for (const bash_expansion &e : c.command.words[i].expansions) {
       const auto own = c.s.arrays.find(e.name);
       const auto sourced = c.s.sourced_arrays.find(e.name);
-      const bash_assignment *array =
-          own != c.s.arrays.end()               ? own->second
-          : sourced != c.s.sourced_arrays.end() ? sourced->second
-                                                : nullptr;
+      const bash_assignment *array = own != c.s.arrays.end() ? own->second
+                                     : sourced != c.s.sourced_arrays.end()
+                                         ? sourced->second
+                                         : nullptr;
       if (array != nullptr && e.subscript.empty() && !e.length &&
           array->elements.size() > 1) {
         report_word(c, i,

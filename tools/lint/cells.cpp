@@ -32,8 +32,8 @@ static bool check_made(const agree_check &c, const std::string &text, int line,
   const std::string name = meant_name(c, text);
   if (!name.empty()) {
     report(c.found, *c.s.file, line, column, "script-name",
-           "the cells of " + in_quotes(name) + " are " +
-               in_quotes(name + "0") + ", " + in_quotes(name + "1") +
+           "the cells of " + in_quotes(name) + " are " + in_quotes(name + "0") +
+               ", " + in_quotes(name + "1") +
                " and so on: nothing stands before the number");
   }
   return !name.empty();
@@ -101,7 +101,8 @@ static std::map<long, literal_name> cells_read(const agree_check &c,
           return {};
         }
         if (key != column && without_digits(key) == column) {
-          cells.insert({strtol(key.c_str() + column.size(), nullptr, 10), name});
+          cells.insert(
+              {strtol(key.c_str() + column.size(), nullptr, 10), name});
         }
       }
     }
@@ -113,10 +114,9 @@ static std::map<long, literal_name> cells_read(const agree_check &c,
 static void check_fixed_rows(const agree_check &c, const form &f)
 {
   for (const form_item &item : f.items) {
-    const long rows =
-        item.table >= 0 && is_editable(item)
-            ? rows_of(f.items[static_cast<size_t>(item.table)])
-            : 0;
+    const long rows = item.table >= 0 && is_editable(item)
+                          ? rows_of(f.items[static_cast<size_t>(item.table)])
+                          : 0;
     const std::map<long, literal_name> cells =
         rows > 0 ? cells_read(c, lower(item.name))
                  : std::map<long, literal_name>();

@@ -55,8 +55,8 @@ static bool fits(const compare_check &c, const value_set &set,
   return std::any_of(set.values.begin(), set.values.end(),
                      [&](const std::string &value) {
                        return matches_pattern(pattern, value) ||
-                              (set.any_case && strcasecmp(pattern.c_str(),
-                                                          value.c_str()) == 0);
+                              (set.any_case &&
+                               strcasecmp(pattern.c_str(), value.c_str()) == 0);
                      });
 }
 

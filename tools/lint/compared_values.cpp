@@ -124,7 +124,7 @@ static bool is_one_expansion(const bash_word &word)
 }
 
 value_set values_of(const compare_check &c, const bash_command &command,
-                           const bash_word &word)
+                    const bash_word &word)
 {
   if (!is_one_expansion(word)) {
     return {};
@@ -193,9 +193,10 @@ static std::string argument_of(const bash_command &command,
   const bash_word &value = assignment.value;
   const std::string name =
       value.expansions.size() == 1 ? value.expansions[0].name : "";
-  const bool plain = value.plain == "$" + name || value.plain == "${" + name + "}";
-  return plain && command.function.empty() && name.size() == 1 &&
-                 name >= "1" && name <= "9"
+  const bool plain =
+      value.plain == "$" + name || value.plain == "${" + name + "}";
+  return plain && command.function.empty() && name.size() == 1 && name >= "1" &&
+                 name <= "9"
              ? name
              : "";
 }
@@ -208,8 +209,7 @@ static void collect_arguments(compare_check *c)
     for (const bash_assignment &assignment : command.assignments) {
       const std::string number = argument_of(command, assignment);
       if (number.empty() ||
-          !c->arguments
-               .insert({assignment.name, {number, &assignment.value}})
+          !c->arguments.insert({assignment.name, {number, &assignment.value}})
                .second) {
         others.insert(assignment.name);
       }

@@ -1,5 +1,5 @@
-// What scripts declare of their variables: which belong to a function, which are
-// arrays with text as subscripts, and which evaluate what they are given.
+// What scripts declare of their variables: which belong to a function, which
+// are arrays with text as subscripts, and which evaluate what they are given.
 
 #include "flow.h"
 
@@ -14,12 +14,11 @@ static bool declares(const bash_command &command)
 // Whether one of the options has such a letter.
 static bool has_option(const bash_command &command, const char *letters)
 {
-  return std::any_of(command.words.begin(), command.words.end(),
-                     [&](const bash_word &word) {
-                       return word.plain[0] == '-' &&
-                              word.plain.find_first_of(letters) !=
-                                  std::string::npos;
-                     });
+  return std::any_of(
+      command.words.begin(), command.words.end(), [&](const bash_word &word) {
+        return word.plain[0] == '-' &&
+               word.plain.find_first_of(letters) != std::string::npos;
+      });
 }
 
 static std::set<std::string> declared_names(const bash_command &command)
@@ -82,7 +81,7 @@ void collect_declared(context *c)
 static bool hands_on(const std::string &name)
 {
   static const std::set<std::string> names = {
-      "echo", "printf", "cat",     "head",     "tail", "cut",  "tr",
+      "echo", "printf", "cat",      "head",    "tail", "cut",  "tr",
       "sed",  "awk",    "basename", "dirname", "sort", "uniq", "xargs"};
   return names.count(name) != 0;
 }
@@ -90,13 +89,12 @@ static bool hands_on(const std::string &name)
 // Whether it leaves out all but plain characters.
 static bool cleans(const bash_command &command)
 {
-  return std::any_of(command.words.begin(), command.words.end(),
-                     [&](const bash_word &word) {
-                       return word.plain.find("[^") != std::string::npos ||
-                              (first_word(command) == "tr" &&
-                               word.plain[0] == '-' &&
-                               word.plain.find('c') != std::string::npos);
-                     });
+  return std::any_of(
+      command.words.begin(), command.words.end(), [&](const bash_word &word) {
+        return word.plain.find("[^") != std::string::npos ||
+               (first_word(command) == "tr" && word.plain[0] == '-' &&
+                word.plain.find('c') != std::string::npos);
+      });
 }
 
 static bool takes_input(const context &c, const bash_command &command)
@@ -107,8 +105,7 @@ static bool takes_input(const context &c, const bash_command &command)
   return std::any_of(command.words.begin(), command.words.end(), is_input) ||
          std::any_of(command.redirects.begin(), command.redirects.end(),
                      [&](const bash_redirect &redirect) {
-                       return redirect.op == "<<<" &&
-                              is_input(redirect.target);
+                       return redirect.op == "<<<" && is_input(redirect.target);
                      });
 }
 

@@ -47,8 +47,7 @@ static void add_constants(const script &s, std::set<std::string> *values)
 
 // The form without a script that the file was mostly meant for: its sub-items
 // have files NAME@SUBITEM.  "" without one.
-static std::string form_of_subitem(const device &dev,
-                                   const std::string &name)
+static std::string form_of_subitem(const device &dev, const std::string &name)
 {
   const size_t mark = name.find_first_of(".-_:~+#");
   const auto f = dev.forms.find(name.substr(0, mark));

@@ -134,13 +134,11 @@ static void check_name(const settings_check &c, const std::string &name,
                        int line)
 {
   const std::string key = lower(name);
-  const bool made = std::any_of(c.stems.begin(), c.stems.end(),
-                                [&](const std::string &stem) {
-                                  return stem.size() > 2 &&
-                                         starts_with(key, stem);
-                                });
-  if (made ||
-      c.words.count(key) + c.words.count(without_digits(key)) != 0) {
+  const bool made =
+      std::any_of(c.stems.begin(), c.stems.end(), [&](const std::string &stem) {
+        return stem.size() > 2 && starts_with(key, stem);
+      });
+  if (made || c.words.count(key) + c.words.count(without_digits(key)) != 0) {
     return;
   }
   std::set<std::string> names;

@@ -1,4 +1,5 @@
-// What bash evaluates: names, numbers and texts that it keeps to run them later.
+// What bash evaluates: names, numbers and texts that it keeps to run them
+// later.
 
 #include "sinks.h"
 
@@ -178,8 +179,8 @@ static void check_filled(const sink &at)
   const std::vector<bash_word> &words = at.command.words;
   const bool loop = at.command.kind == BASH_FOR && !words.empty();
   const bool reads = name == "read" || name == "mapfile";
-  for (size_t i = loop ? 0 : 1; (loop || reads) && i < (loop ? 1 : words.size());
-       i++) {
+  for (size_t i = loop ? 0 : 1;
+       (loop || reads) && i < (loop ? 1 : words.size()); i++) {
     const std::string filled =
         scoped(at.c, at.command.function, words[i].plain);
     if (at.c.evaluating.count(filled) != 0 && at.c.input.count(filled) != 0) {
@@ -214,9 +215,8 @@ static void check_kept(const sink &at)
 // Variables whose value bash or the loader runs.
 static void check_variables(const sink &at)
 {
-  static const std::set<std::string> run = {"PS4",      "PROMPT_COMMAND",
-                                            "BASH_ENV", "ENV",
-                                            "PATH",     "LD_PRELOAD"};
+  static const std::set<std::string> run = {
+      "PS4", "PROMPT_COMMAND", "BASH_ENV", "ENV", "PATH", "LD_PRELOAD"};
   for (const bash_assignment &assignment : at.command.assignments) {
     const bash_expansion *input =
         run.count(assignment.name) != 0

@@ -144,8 +144,8 @@ static const bash_redirect *file_of(const context &c,
   const script *s = owner_of(c, command, &at);
   for (; s != nullptr && at < s->code.commands.size(); at++) {
     const bash_command &end = s->code.commands[at];
-    const bool own = &end == &command || (end.kind == BASH_BLOCK &&
-                                          end.branch == command.branch);
+    const bool own = &end == &command ||
+                     (end.kind == BASH_BLOCK && end.branch == command.branch);
     for (const bash_redirect &redirect : end.redirects) {
       if (own && redirect.op == "<") {
         return &redirect;
@@ -348,8 +348,7 @@ static void follow_input(context *c)
 
 context follow_stored(const device &dev, const script &s)
 {
-  context c = {dev, {&s}, {}, {},
-               {},  {},   {}, {"orv", "orv_was", "orv_label"},
+  context c = {dev, {&s}, {}, {}, {}, {}, {}, {"orv", "orv_was", "orv_label"},
                {},  true};
   collect_declared(&c);
   collect_judged(&c);
@@ -359,8 +358,8 @@ context follow_stored(const device &dev, const script &s)
 
 context follow_values(const device &dev, const std::string &script_name)
 {
-  context c = {dev, {}, dev.library, {},
-               {},  {}, {},          {"orv", "orv_was", "orv_label"},
+  context c = {dev, {},   dev.library, {},
+               {},  {},   {},          {"orv", "orv_was", "orv_label"},
                {},  false};
   for (const std::string &name : with_sources(dev, script_name)) {
     c.files.push_back(&dev.scripts.at(name));

@@ -74,8 +74,8 @@ static void check_saved(const device &dev, const guard_call &guard,
     return;
   }
   for (const form_line &line : saved->second.lines) {
-    if (refers_to(line.text, "VUOC", "saved_pending") &&
-        line.keyword != "if" && line.keyword != "ifnot") {
+    if (refers_to(line.text, "VUOC", "saved_pending") && line.keyword != "if" &&
+        line.keyword != "ifnot") {
       return;
     }
   }
@@ -128,8 +128,10 @@ static void check_seconds(const script &s, findings *found)
         guarded.count(seconds) == 0) {
       report(found, *s.file, command.words[2].line, command.words[2].column,
              "guard-way",
-             "the page counts down " + seconds + " seconds, and the change goes"
-             " back after " + *guarded.begin());
+             "the page counts down " + seconds +
+                 " seconds, and the change goes"
+                 " back after " +
+                 *guarded.begin());
     }
   }
 }

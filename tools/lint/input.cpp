@@ -67,8 +67,7 @@ static void check_sourced(const sink &at, const bash_word &word)
       sourced_name(at.s.name, with_own_folder(at.s, word.plain));
   const device &dev = at.c.dev;
   if (name.empty() || dev.programs.count(at.s.name) != 0 ||
-      dev.scripts.count(name) + dev.odd.count(name) != 0 ||
-      is_library(name)) {
+      dev.scripts.count(name) + dev.odd.count(name) != 0 || is_library(name)) {
     return;
   }
   std::set<std::string> names;

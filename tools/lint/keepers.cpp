@@ -105,10 +105,9 @@ static bool says_clear(const std::string &name)
   static const char *const words[] = {"clear", "remove", "forget", "delete",
                                       "empty", "reset",  "erase",  "no_",
                                       "unset", "wipe",   "drop"};
-  return std::any_of(std::begin(words), std::end(words),
-                     [&](const char *word) {
-                       return name.find(word) != std::string::npos;
-                     });
+  return std::any_of(std::begin(words), std::end(words), [&](const char *word) {
+    return name.find(word) != std::string::npos;
+  });
 }
 
 // A box that says so of a secret, under any other name: it is only stored.

@@ -38,26 +38,25 @@ static bool refuses(const bash_command &command)
 
 bool leads_to_refusal(const script &s, int test, bool fails)
 {
-  return std::any_of(
-      s.code.commands.begin(), s.code.commands.end(),
-      [&](const bash_command &command) {
-        if (!refuses(command)) {
-          return false;
-        }
-        const std::string join = fails ? "||" : "&&";
-        if (command.previous == test && command.join == join) {
-          return true;
-        }
-        if (command.branch < 0) {
-          return false;
-        }
-        const bash_branch &branch =
-            s.code.branches[static_cast<size_t>(command.branch)];
-        const bool negated = command_at(s, test).negated;
-        return branch.test == test && !branch.otherwise &&
-               ((branch.kind == "if" && (fails == negated)) ||
-                branch.kind == join);
-      });
+  return std::any_of(s.code.commands.begin(), s.code.commands.end(),
+                     [&](const bash_command &command) {
+                       if (!refuses(command)) {
+                         return false;
+                       }
+                       const std::string join = fails ? "||" : "&&";
+                       if (command.previous == test && command.join == join) {
+                         return true;
+                       }
+                       if (command.branch < 0) {
+                         return false;
+                       }
+                       const bash_branch &branch =
+                           s.code.branches[static_cast<size_t>(command.branch)];
+                       const bool negated = command_at(s, test).negated;
+                       return branch.test == test && !branch.otherwise &&
+                              ((branch.kind == "if" && (fails == negated)) ||
+                               branch.kind == join);
+                     });
 }
 
 // Whether the name is that of the task, or of a variable that is given it.
@@ -105,8 +104,8 @@ static bool is_conditional(const script &s, const bash_command &command)
 // A first choice that asks for one is refused on purpose.
 static bool asks_for_choice(const std::string &value)
 {
-  static const std::set<std::string> words = {"",       "none", "choose", "0",
-                                              "select", "-",    "unset",  "ask"};
+  static const std::set<std::string> words = {
+      "", "none", "choose", "0", "select", "-", "unset", "ask"};
   return words.count(lower(value)) != 0;
 }
 
@@ -122,10 +121,10 @@ static void check_list(const compare_check &c, const allowed_values &allowed)
   std::set<std::string> missing;
   size_t common = 0;
   for (const std::string &value : allowed.set.values) {
-    const bool there = std::any_of(names.begin(), names.end(),
-                                   [&](const std::string &name) {
-                                     return matches_pattern(name, value);
-                                   });
+    const bool there =
+        std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+          return matches_pattern(name, value);
+        });
     common += there ? 1 : 0;
     if (!there && !asks_for_choice(value)) {
       missing.insert(value);
@@ -163,11 +162,10 @@ static void check_test(const compare_check &c, const bash_command &command)
   const bool unequal = words[1].text == "!=";
   allowed_values allowed = {{}, values_of(c, command, words[0])};
   for (size_t i = 0; i < words.size(); i += 4) {
-    const bool same = words[i].plain == words[0].plain &&
-                      (unequal ? words[i + 1].text == "!="
-                               : words[i + 1].text[0] == '=');
-    const bool joined =
-        i == 0 || words[i - 1].text == (unequal ? "&&" : "||");
+    const bool same =
+        words[i].plain == words[0].plain &&
+        (unequal ? words[i + 1].text == "!=" : words[i + 1].text[0] == '=');
+    const bool joined = i == 0 || words[i - 1].text == (unequal ? "&&" : "||");
     if (!same || !joined || words[i + 1].text == "=~" ||
         !words[i + 2].expansions.empty()) {
       return;

@@ -113,8 +113,8 @@ static void check_arguments(const context &c, const script &s,
                             const bash_command &command, findings *found)
 {
   const std::string &name = first_word(command);
-  const bool log = name == "logger" || name == "systemd-cat" ||
-                   writes_log(command);
+  const bool log =
+      name == "logger" || name == "systemd-cat" || writes_log(command);
   if (command.kind != BASH_SIMPLE || (is_internal(c, name) && !log)) {
     return;
   }
@@ -245,10 +245,10 @@ static bool is_foreign(const context &c, const bash_command &command,
 static bool quotes_others(const bash_word &word)
 {
   static const std::set<std::string> readers = {
-      "cat",        "tail",  "head",    "grep", "sed",  "awk",
-      "journalctl", "dmesg", "logread", "curl", "wget", "<",
-      "dig",        "host",  "nslookup", "nc",  "ssh",  "arp",
-      "iw",         "iwlist", "nmap",   "nmcli", "snmpget", "ping"};
+      "cat",        "tail",   "head",     "grep",  "sed",     "awk",
+      "journalctl", "dmesg",  "logread",  "curl",  "wget",    "<",
+      "dig",        "host",   "nslookup", "nc",    "ssh",     "arp",
+      "iw",         "iwlist", "nmap",     "nmcli", "snmpget", "ping"};
   const size_t start = word.text.find("$(");
   if (start == std::string::npos) {
     return false;

@@ -2,18 +2,21 @@
 
 #include "order.h"
 
+#include <algorithm>
+
 #include "flow.h"
 #include "script_names.h"
 #include "text.h"
 
 size_t find_call(const task_run &run, const char *name, size_t start)
 {
-  for (size_t i = start; i < run.steps.size(); i++) {
-    if (first_word(*run.steps[i].command) == name) {
-      return i;
-    }
+  const auto row = run.library.find(name);
+  if (row == run.library.end()) {
+    return NOWHERE;
   }
-  return NOWHERE;
+  const auto at =
+      std::lower_bound(row->second.begin(), row->second.end(), start);
+  return at != row->second.end() ? *at : NOWHERE;
 }
 
 bool calls(const task_run &run, const char *name)
@@ -50,10 +53,6 @@ std::set<std::string> names_given(const task_run &run, const char *name)
 
 size_t find_last(const task_run &run, const char *name)
 {
-  size_t last = NOWHERE;
-  for (size_t i = find_call(run, name); i != NOWHERE;
-       i = find_call(run, name, i + 1)) {
-    last = i;
-  }
-  return last;
+  const auto row = run.library.find(name);
+  return row != run.library.end() ? row->second.back() : NOWHERE;
 }

@@ -73,8 +73,7 @@ static bool names_subitem(const device &dev, const form &f)
 // not, it takes another one for it, and that is reported there.
 static bool looks_at_subitem(const task_run &read, const form &f)
 {
-  const std::vector<std::string> words =
-      split_words(f.scripts[TASK_READ].text);
+  const std::vector<std::string> words = split_words(f.scripts[TASK_READ].text);
   std::set<std::string> numbers = {"@", "*"};
   for (size_t i = 1; i < words.size(); i++) {
     if (words[i].find("$S$") != std::string::npos) {
@@ -105,9 +104,9 @@ static bool refuses(const device &dev, const form &f,
   const task_run read = follow_task(dev, f, TASK_READ, subitem);
   return !read.opaque && looks_at_subitem(read, f) &&
          std::any_of(read.steps.begin(), read.steps.end(),
-                                     [](const task_step &step) {
-                                       return step.certain && is_refusal(step);
-                                     });
+                     [](const task_step &step) {
+                       return step.certain && is_refusal(step);
+                     });
 }
 
 // Whether the form's own lines use the sub-item.

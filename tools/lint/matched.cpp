@@ -15,9 +15,10 @@ bool holds_part(const std::string &expression)
   }
   const bool begins = expression[0] == '^';
   const bool ends = expression.back() == '$';
-  const bool repeats = strchr("+*}", expression[expression.size() - 1 -
-                                                (ends ? 1 : 0)]) != nullptr &&
-                       expression.size() > 2;
+  const bool repeats =
+      strchr("+*}", expression[expression.size() - 1 - (ends ? 1 : 0)]) !=
+          nullptr &&
+      expression.size() > 2;
   return !(begins && ends) && repeats;
 }
 

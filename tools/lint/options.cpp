@@ -12,10 +12,11 @@
 static bool takes_options(const std::string &name)
 {
   static const std::set<std::string> names = {
-      "arping", "curl",  "date",   "dig",    "getent",   "grep",     "host",
-      "hostname", "id",  "kill",   "logger", "ls",       "mail",     "nslookup",
-      "passwd", "ping",  "ping6",  "scp",    "sort",     "ssh",      "systemctl",
-      "tar",    "traceroute", "useradd", "userdel", "usermod", "wget", "find"};
+      "arping",  "curl",     "date",      "dig",  "getent",     "grep",
+      "host",    "hostname", "id",        "kill", "logger",     "ls",
+      "mail",    "nslookup", "passwd",    "ping", "ping6",      "scp",
+      "sort",    "ssh",      "systemctl", "tar",  "traceroute", "useradd",
+      "userdel", "usermod",  "wget",      "find"};
   return names.count(name) != 0;
 }
 
@@ -37,8 +38,8 @@ static bool may_begin(const std::string &expression)
 static bool check_allows(const std::string &check)
 {
   static const std::set<std::string> never = {
-      "ipaddr", "ipservice", "file",      "path",     "socket",
-      "script", "directory", "username",  "groupname", "email"};
+      "ipaddr", "ipservice", "file",     "path",      "socket",
+      "script", "directory", "username", "groupname", "email"};
   std::string text = starts_with(check, "nullok ") ? check.substr(7) : check;
   const std::string name = lower(first_word(text));
   if (!ends_with(name, "regex")) {
@@ -90,7 +91,8 @@ static bool can_be_option(const sink &at, const bash_expansion &expansion)
 void check_options(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
-  if (at.c.stored || !takes_options(run_command(at.command))) {
+  if (at.c.stored || !takes_values(at.command) ||
+      !takes_options(run_command(at.command))) {
     return;
   }
   for (size_t i = 1; i < words.size() && words[i].plain != "--"; i++) {

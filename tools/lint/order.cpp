@@ -84,8 +84,7 @@ static bool check_late(const task_run &run, const call_order &row,
 {
   const size_t first = find_call(run, row.first);
   const size_t second = find_last(run, row.second);
-  const bool late =
-      first != NOWHERE && second != NOWHERE && second < first;
+  const bool late = first != NOWHERE && second != NOWHERE && second < first;
   if (late) {
     report_order(run, row, first, second, found);
   }

@@ -13,13 +13,20 @@ struct runner {
 };
 
 static const runner runners[] = {
-    {"python", "os.system(", "%+{"},   {"python", "os.popen(", "%+{"},
-    {"python", "shell=True", ""},      {"python", "eval(", ""},
-    {"python", "exec(", ""},           {"perl", "system(\"", "$@"},
-    {"perl", "exec(\"", "$@"},         {"perl", "`", "$@"},
-    {"perl", "eval \"", "$@"},         {"perl", "eval $", ""},
-    {"lua", "os.execute(", "."},       {"lua", "io.popen(", "."},
-    {"lua", "load(", ""},              {"lua", "loadstring(", ""},
+    {"python", "os.system(", "%+{"},
+    {"python", "os.popen(", "%+{"},
+    {"python", "shell=True", ""},
+    {"python", "eval(", ""},
+    {"python", "exec(", ""},
+    {"perl", "system(\"", "$@"},
+    {"perl", "exec(\"", "$@"},
+    {"perl", "`", "$@"},
+    {"perl", "eval \"", "$@"},
+    {"perl", "eval $", ""},
+    {"lua", "os.execute(", "."},
+    {"lua", "io.popen(", "."},
+    {"lua", "load(", ""},
+    {"lua", "loadstring(", ""},
 };
 
 static std::string language_of(const script &s)
@@ -70,8 +77,8 @@ static bool runs_values(const std::string &line, size_t at, const runner &row)
            argument.find_first_of(row.makers) != std::string::npos;
   }
   const char before = at > 0 ? line[at - 1] : ' ';
-  if (is_name_char(before) || (before == '.' && *row.makers == '\0' &&
-                               row.call[0] != 's')) {
+  if (is_name_char(before) ||
+      (before == '.' && *row.makers == '\0' && row.call[0] != 's')) {
     return false; // a part of another name, such as literal_eval(
   }
   return !is_plain(argument, *row.makers != '\0' ? row.makers : "%+{");

@@ -16,14 +16,14 @@ static std::string base_name(const std::string &path)
 
 // How many words each takes in front of the command, beside its options.
 static const std::map<std::string, size_t> runners = {
-    {"builtin", 0},        {"chroot", 1},      {"chrt", 1},
-    {"command", 0},        {"coproc", 0},      {"env", 0},
-    {"exec", 0},           {"flock", 1},       {"ionice", 0},
-    {"nice", 0},           {"nohup", 0},       {"orv_after_page", 1},
-    {"orv_background", 0}, {"orv_guard", 1},   {"runuser", 0},
-    {"setsid", 0},         {"stdbuf", 0},      {"sudo", 0},
-    {"taskset", 1},        {"time", 0},        {"timeout", 1},
-    {"xargs", 0},          {"busybox", 0},     {"orv_guard_boot", 0}};
+    {"builtin", 0},        {"chroot", 1},    {"chrt", 1},
+    {"command", 0},        {"coproc", 0},    {"env", 0},
+    {"exec", 0},           {"flock", 1},     {"ionice", 0},
+    {"nice", 0},           {"nohup", 0},     {"orv_after_page", 1},
+    {"orv_background", 0}, {"orv_guard", 1}, {"runuser", 0},
+    {"setsid", 0},         {"stdbuf", 0},    {"sudo", 0},
+    {"taskset", 1},        {"time", 0},      {"timeout", 1},
+    {"xargs", 0},          {"busybox", 0},   {"orv_guard_boot", 0}};
 
 // Options of theirs whose values are words of their own.
 static bool takes_value(const std::string &runner, const std::string &option)
@@ -198,9 +198,8 @@ static void check_remote(const sink &at)
     return;
   }
   size_t operands = 0;
-  const size_t first = name == "ssh" || name == "rsh" || name == "dbclient"
-                           ? 2
-                           : 1;
+  const size_t first =
+      name == "ssh" || name == "rsh" || name == "dbclient" ? 2 : 1;
   for (size_t i = command_word(at.command.words) + 1;
        i < at.command.words.size(); i++) {
     const bash_word &word = at.command.words[i];
@@ -208,8 +207,9 @@ static void check_remote(const sink &at)
     const bash_expansion *input = input_of(at.c, at.command, word);
     if (operands >= first && input != nullptr) {
       report_at(at, *input, "eval",
-                shown(*input) + " comes from the request and becomes part of a"
-                                " line that a shell runs for " +
+                shown(*input) +
+                    " comes from the request and becomes part of a"
+                    " line that a shell runs for " +
                     in_quotes(name) + "; pass it on standard input");
       return;
     }
@@ -243,9 +243,8 @@ static void check_eval(const sink &at)
 static void check_program(const sink &at)
 {
   static const std::set<std::string> languages = {
-      "awk",  "gawk", "mawk", "sed",  "perl", "python", "python3",
-      "lua",  "node", "php",  "ruby", "jq",   "bc",     "sqlite3",
-      "psql", "mysql"};
+      "awk",  "gawk", "mawk", "sed", "perl", "python",  "python3", "lua",
+      "node", "php",  "ruby", "jq",  "bc",   "sqlite3", "psql",    "mysql"};
   // Options whose values are no programs.
   static const std::set<std::string> with_value = {"-v", "-F", "-f", "--arg"};
   const std::string name = run_command(at.command);
@@ -302,7 +301,8 @@ static void check_format(const sink &at)
     return;
   }
   size_t i = 1;
-  while (i < words.size() && (words[i].plain == "--" || words[i].plain == "-v")) {
+  while (i < words.size() &&
+         (words[i].plain == "--" || words[i].plain == "-v")) {
     i += words[i].plain == "-v" ? 2 : 1;
   }
   const bash_expansion *input =
@@ -314,8 +314,24 @@ static void check_format(const sink &at)
   }
 }
 
+// Whether anything but what stands there can come in; most commands are done
+// with that.
+bool takes_values(const bash_command &command)
+{
+  return command.piped_in || !command.redirects.empty() ||
+         std::any_of(command.words.begin(), command.words.end(),
+                     [](const bash_word &word) {
+                       return !word.expansions.empty() ||
+                              word.text.find_first_of("`{$@") !=
+                                  std::string::npos;
+                     });
+}
+
 void check_programs(const sink &at)
 {
+  if (!takes_values(at.command)) {
+    return;
+  }
   check_eval(at);
   check_program(at);
   check_command(at);

@@ -33,8 +33,8 @@ static void check_page(const form_runs &runs)
       has_other_values(runs.write)) {
     return;
   }
-  for (const char *call : {"orv_tick", "orv_number", "orv_rows", "orv_secret",
-                           "orv_take_hash"}) {
+  for (const char *call :
+       {"orv_tick", "orv_number", "orv_rows", "orv_secret", "orv_take_hash"}) {
     const size_t at = find_call(runs.write, call);
     if (at != NOWHERE) {
       report_step(runs.found, runs.write.steps[at], "library-missing",

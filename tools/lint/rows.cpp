@@ -165,8 +165,7 @@ static bool is_given_row(const row_check &r, const std::string &function,
   const std::vector<bash_command> &all = r.c.s.code.commands;
   return !function.empty() &&
          std::any_of(all.begin(), all.end(), [&](const bash_command &call) {
-           return first_word(call) == function &&
-                  call.words.size() > number &&
+           return first_word(call) == function && call.words.size() > number &&
                   call.words[number].expansions.size() == 1 &&
                   call.words[number].text.find('(') == std::string::npos &&
                   begins_with_0(r, call.function,

@@ -76,13 +76,13 @@ static bool has_expansion(const bash_command &command, const char *name)
 // set -e ends the script at a command that fails.
 static bool ends_at_faults(const script &s)
 {
-  return std::any_of(
-      s.code.commands.begin(), s.code.commands.end(),
-      [](const bash_command &command) {
-        return first_word(command) == "set" && command.words.size() > 1 &&
-               (command.words[1].plain.find('e') == 1 ||
-                command.words.back().plain == "errexit");
-      });
+  return std::any_of(s.code.commands.begin(), s.code.commands.end(),
+                     [](const bash_command &command) {
+                       return first_word(command) == "set" &&
+                              command.words.size() > 1 &&
+                              (command.words[1].plain.find('e') == 1 ||
+                               command.words.back().plain == "errexit");
+                     });
 }
 
 // --- after a save ------------------------------------------------------------
@@ -135,15 +135,14 @@ static void check_after_save(const form_runs &runs)
 // The command that the value is taken from alone, "" for another value.
 static std::string taken_from(const bash_word &value)
 {
-  const bool dollar = starts_with(value.text, "$(") ||
-                      starts_with(value.text, "\"$(");
+  const bool dollar =
+      starts_with(value.text, "$(") || starts_with(value.text, "\"$(");
   const bool ends = ends_with(value.text, ")") || ends_with(value.text, ")\"");
   if (!dollar || !ends || value.text.find("$((") != std::string::npos) {
     return "";
   }
   const size_t start = value.text.find('(') + 1;
-  return first_word(
-      value.text.substr(start, value.text.rfind(')') - start));
+  return first_word(value.text.substr(start, value.text.rfind(')') - start));
 }
 
 // Whether the status of such a command says whether there is a value: bash's
@@ -151,9 +150,10 @@ static std::string taken_from(const bash_word &value)
 static bool can_fail(const form_runs &runs, const std::string &name)
 {
   static const std::set<std::string> safe = {
-      "",     "printf", "echo",     "date",   "cat",     "tr",   "cut", "sed",
-      "awk",  "head",   "tail",     "sort",   "wc",      "grep", "<",   "id",
-      "uname", "hostname", "basename", "dirname", "whoami", "pwd", "expr"};
+      "",         "printf",  "echo",   "date", "cat",   "tr",
+      "cut",      "sed",     "awk",    "head", "tail",  "sort",
+      "wc",       "grep",    "<",      "id",   "uname", "hostname",
+      "basename", "dirname", "whoami", "pwd",  "expr"};
   if (name.find_first_of("$\"'<") != std::string::npos) {
     return false;
   }
@@ -166,8 +166,7 @@ static bool can_fail(const form_runs &runs, const std::string &name)
 }
 
 // Whether a later command looks at the variable, or at the element.
-static bool is_tested(const task_run &run, size_t from,
-                      const std::string &full)
+static bool is_tested(const task_run &run, size_t from, const std::string &full)
 {
   return std::any_of(
       run.steps.begin() + static_cast<long>(from) + 1, run.steps.end(),
@@ -179,15 +178,15 @@ static bool is_tested(const task_run &run, size_t from,
             name == "[" || name == "test" || name == "grep" ||
             command.kind == BASH_ARITHMETIC ||
             (!name.empty() && command.condition && name != "orv_store");
-        return test && std::any_of(command.words.begin(), command.words.end(),
-                                   [&](const bash_word &word) {
-                                     return std::any_of(
-                                         word.expansions.begin(),
-                                         word.expansions.end(),
-                                         [&](const bash_expansion &e) {
-                                           return full_name(e) == full;
-                                         });
-                                   });
+        return test &&
+               std::any_of(command.words.begin(), command.words.end(),
+                           [&](const bash_word &word) {
+                             return std::any_of(word.expansions.begin(),
+                                                word.expansions.end(),
+                                                [&](const bash_expansion &e) {
+                                                  return full_name(e) == full;
+                                                });
+                           });
       });
 }
 

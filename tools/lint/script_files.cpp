@@ -69,8 +69,7 @@ static void add_own_folders(const bash_command &command, script *into)
   }
 }
 
-void fill_script(const source_file &file, const std::string &name,
-                 script *into)
+void fill_script(const source_file &file, const std::string &name, script *into)
 {
   into->name = name;
   into->file = &file;

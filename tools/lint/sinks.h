@@ -29,6 +29,8 @@ void check_prompt(const sink &at, const bash_word &word);
 void check_programs(const sink &at);
 // Values that it would take for options.
 void check_options(const sink &at);
+// Whether the command has words or input that only the run knows.
+bool takes_values(const bash_command &command);
 // The name of what is run, also behind timeout, sudo and the like.
 std::string run_command(const bash_command &command);
 // All of these, and paths, subscripts, words without quotes.

@@ -63,8 +63,8 @@ static void check_lists(const form_runs &runs)
   }
 }
 
-// A field of the expert view is blank where it was not drawn, whatever its check
-// says: only the script can require it.
+// A field of the expert view is blank where it was not drawn, whatever its
+// check says: only the script can require it.
 static void check_required(const form_runs &runs)
 {
   const std::set<std::string> read = names_given(runs.write, "orv_read");

@@ -357,10 +357,20 @@ static void walk_commands(walk *w, const script &s, const std::string &function,
   }
 }
 
+static void note_calls(task_run *run)
+{
+  for (size_t i = 0; i < run->steps.size(); i++) {
+    const std::string &name = first_word(*run->steps[i].command);
+    if (starts_with(name, "orv_")) {
+      run->library[name].push_back(i);
+    }
+  }
+}
+
 task_run follow_task(const device &dev, const form &f, script_task task,
                      const std::string &subitem)
 {
-  task_run run = {&f, task, {}, {}, {}, false};
+  task_run run = {&f, task, {}, {}, {}, {}, false};
   const auto s = dev.scripts.find(f.scripts[task].script);
   if (s != dev.scripts.end()) {
     walk w = {dev, with_sources(dev, s->first), &run, 0, false};
@@ -370,6 +380,7 @@ task_run follow_task(const device &dev, const form &f, script_task task,
                  {},
                  count_arguments(f, task)};
     walk_commands(&w, s->second, "", &top);
+    note_calls(&run);
   }
   return run;
 }

@@ -21,6 +21,8 @@ struct task_run {
   const form *f;
   script_task task;
   std::vector<task_step> steps;
+  // The steps that call a function of the library, by its name.
+  std::map<std::string, std::vector<size_t>> library;
   // What asks for an argument that the form's line gives, or does not give.
   std::map<const bash_expansion *, const script *> present;
   std::map<const bash_expansion *, const script *> absent;

@@ -115,8 +115,8 @@ static void check_same_check(const form &f, const form_item &own,
   if (split_words(text) != split_words(other_text)) {
     report(found, f, check != nullptr ? *check : *own.lines.front(), 0,
            "translation",
-           in_quotes(own.name) + " has another check in the other tree: " +
-               in_quotes(other_text),
+           in_quotes(own.name) +
+               " has another check in the other tree: " + in_quotes(other_text),
            {seen_at(other, other_check != nullptr ? other_check->number
                                                   : theirs.line)});
   }
