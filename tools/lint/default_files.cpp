@@ -57,31 +57,44 @@ static std::string form_of_subitem(const device &dev, const std::string &name)
              : "";
 }
 
-void check_unused_file(const device &dev, const source_file &file,
-                       const std::string &name, findings *found)
+// Whether any script names the file.
+static bool is_named(const device &dev, const std::string &name)
+{
+  return std::any_of(
+      dev.scripts.begin(), dev.scripts.end(),
+      [&](const auto &entry) { return names_file(entry.second, name); });
+}
+
+// What scripts and forms load.
+static std::set<std::string> used_files(const device &dev)
 {
   std::set<std::string> used;
-  bool named = false;
   for (const auto &entry : dev.scripts) {
     used.insert(entry.second.settings.begin(), entry.second.settings.end());
     add_constants(entry.second, &used);
-    named |= names_file(entry.second, name);
   }
   for (const auto &entry : dev.forms) {
     if (keeps_itself(dev, entry.second)) {
       used.insert(entry.first);
     }
   }
+  return used;
+}
+
+void check_unused_file(const device &dev, const source_file &file,
+                       const std::string &name, findings *found)
+{
   const std::string of = form_of_subitem(dev, name);
-  if (!named && !of.empty()) {
+  if (!of.empty() && !is_named(dev, name)) {
     report(found, file, 1, 1, "default-name",
            "nothing loads the file " + in_quotes(name) +
                ": the settings of a sub-item are in " +
                in_quotes(of + "@" + name.substr(of.size() + 1)));
     return;
   }
+  const std::set<std::string> used = used_files(dev);
   const std::string near = nearest(name.substr(0, name.find('@')), used);
-  if (!named && !near.empty() && dev.defaults.count(near) == 0) {
+  if (!near.empty() && dev.defaults.count(near) == 0 && !is_named(dev, name)) {
     report(found, file, 1, 1, "default-name",
            "nothing loads the file " + in_quotes(name) +
                did_you_mean(name, used));

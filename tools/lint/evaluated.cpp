@@ -246,6 +246,10 @@ void check_prompt(const sink &at, const bash_word &word)
 
 void check_evaluated(const sink &at)
 {
+  if (at.command.assignments.empty() && !takes_values(at.command) &&
+      at.c.evaluating.empty()) {
+    return;
+  }
   check_names(at);
   check_attributes(at);
   check_declared(at);
