@@ -21,12 +21,18 @@ static const task_step &block_before(const task_run &run, size_t at)
   return run.steps[at];
 }
 
-// Where a script without the library reads its own input.
+// Where a script without the library reads its own input although it has
+// reported its values.
 static size_t find_reading(const task_run &run)
 {
+  bool reported = false;
   for (size_t i = 0; i < run.steps.size(); i++) {
     const bash_command &command = *run.steps[i].command;
-    if (first_word(command) == "read" && command.function.empty() &&
+    reported |=
+        (first_word(command) == "printf" || first_word(command) == "echo") &&
+        run.steps[i].certain && !command.redirected_out &&
+        command.substitution == 0;
+    if (reported && first_word(command) == "read" && command.function.empty() &&
         !command.redirected_in && !command.piped_in &&
         command.substitution == 0) {
       return i;

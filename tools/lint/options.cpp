@@ -12,11 +12,11 @@
 static bool takes_options(const std::string &name)
 {
   static const std::set<std::string> names = {
-      "arping",  "curl",     "date",      "dig",  "getent",     "grep",
-      "host",    "hostname", "id",        "kill", "logger",     "ls",
-      "mail",    "nslookup", "passwd",    "ping", "ping6",      "scp",
-      "sort",    "ssh",      "systemctl", "tar",  "traceroute", "useradd",
-      "userdel", "usermod",  "wget",      "find"};
+      "arping",   "curl",      "date", "dig",        "getent",  "host",
+      "hostname", "id",        "kill", "logger",     "ls",      "mail",
+      "nslookup", "passwd",    "ping", "ping6",      "scp",     "sort",
+      "ssh",      "systemctl", "tar",  "traceroute", "useradd", "userdel",
+      "usermod",  "wget",      "find"};
   return names.count(name) != 0;
 }
 

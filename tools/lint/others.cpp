@@ -47,7 +47,7 @@ static std::string language_of(const script &s)
 // Whether the argument is one text as it stands there, or a list of words.
 static bool is_plain(const std::string &argument, const char *makers)
 {
-  const size_t start = argument.find_first_not_of(" ");
+  const size_t start = argument.find_first_not_of(' ');
   if (start == std::string::npos || argument[start] == '[') {
     return true;
   }

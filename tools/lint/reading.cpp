@@ -34,7 +34,7 @@ static void check_page(const form_runs &runs)
     return;
   }
   for (const char *call :
-       {"orv_tick", "orv_number", "orv_rows", "orv_secret", "orv_take_hash"}) {
+       {"orv_tick", "orv_number", "orv_secret", "orv_take_hash"}) {
     const size_t at = find_call(runs.write, call);
     if (at != NOWHERE) {
       report_step(runs.found, runs.write.steps[at], "library-missing",
