@@ -1,5 +1,6 @@
 // What bash evaluates: names, numbers and texts that it keeps to run them
-// later.
+// later.  A subscript in a name is arithmetic, and arithmetic runs commands:
+// with x='a[$(reboot)]', even [[ -v $x ]] reboots.
 
 #include "sinks.h"
 
@@ -21,7 +22,8 @@ std::string shown(const bash_expansion &expansion)
                                      : "\"${" + full_name(expansion) + "}\"";
 }
 
-// The length of the name in NAME=VALUE, npos where there is no value.
+// The length of the name in NAME=VALUE, npos if there is no value.  A "=" in a
+// subscript or an expansion is not the end of the name.
 static size_t name_length(const std::string &text)
 {
   int depth = 0;

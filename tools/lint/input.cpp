@@ -179,7 +179,8 @@ static bash_expansion next_name(const std::string &text, size_t *at)
   return expansion;
 }
 
-// The subscript of an indexed array is computed, names in it and all.
+// The subscript of an indexed array is arithmetic: names in it are evaluated
+// even without a dollar.  That of an associative array is plain text.
 static void check_subscript(const sink &at, const std::string &array,
                             const std::string &subscript, int line, int column)
 {

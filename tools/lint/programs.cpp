@@ -101,7 +101,7 @@ static bool is_shell(const std::string &name)
   return shells.count(name) != 0;
 }
 
-// bash -c, also behind xargs, timeout and the like.
+// bash -c, also after xargs, timeout and the like.
 static bool check_shell(const sink &at)
 {
   static const std::set<std::string> takers = {"flock", "script", "runuser",
@@ -216,7 +216,7 @@ static void check_remote(const sink &at)
   }
 }
 
-// Words that run what they are given.
+// Commands that run their arguments as code.
 static void check_eval(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -239,13 +239,13 @@ static void check_eval(const sink &at)
 
 // --- other languages ---------------------------------------------------------
 
-// Programs of other languages that are made of values.
+// Programs in other languages that contain values.
 static void check_program(const sink &at)
 {
   static const std::set<std::string> languages = {
       "awk",  "gawk", "mawk", "sed", "perl", "python",  "python3", "lua",
       "node", "php",  "ruby", "jq",  "bc",   "sqlite3", "psql",    "mysql"};
-  // Options whose values are no programs.
+  // Options whose values are not programs.
   static const std::set<std::string> with_value = {"-v", "-F", "-f", "--arg"};
   const std::string name = run_command(at.command);
   if (languages.count(name) == 0) {
@@ -268,7 +268,7 @@ static void check_program(const sink &at)
       return;
     }
     if (word.plain != "-e" && !named) {
-      return;
+      return; // the first argument is the program, the others are files
     }
   }
 }

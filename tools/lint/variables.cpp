@@ -38,7 +38,8 @@ static bool makes_name(const bash_command &command)
   return false;
 }
 
-// What a command sets: assignments, loops, and words that some commands fill.
+// The names that a command sets: assignments, loops, and arguments that some
+// commands fill.
 static void add_set(const bash_command &command, std::set<std::string> *names)
 {
   static const std::set<std::string> fillers = {
