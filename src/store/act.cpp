@@ -26,6 +26,8 @@
 #define ORV_DATA_DIR "/usr/share/larkspur"
 #endif
 
+// Begins each fault of a request: the values are stored by then, and a message
+// that sounds like a failed save would have them entered again.
 #define UNUSED "Saved, but not in use: "
 
 static const char ACTS_FOLDER[] =
@@ -63,6 +65,7 @@ static bool is_name(const char *name)
          strspn(name, "abcdefghijklmnopqrstuvwxyz0123456789_-") == length;
 }
 
+// Where the folder may not be looked into, the reader has to decide.
 bool act_exists(const char *name)
 {
   struct stat file;
@@ -79,6 +82,8 @@ bool act_exists(const char *name)
 
 // --- asking ------------------------------------------------------------------
 
+// ENOENT: the service has removed its FIFO; ENXIO: nobody has it open (POSIX,
+// of an open that does not block); EPIPE: its reader has just ended.
 static bool cannot_ask(int error)
 {
   if (error == ENOENT || error == ENXIO || error == EPIPE) {
@@ -161,7 +166,9 @@ static bool ask_now(const char *name)
 }
 
 // The script that makes the request must be able to end before the transaction,
-// so a process of its own waits for that.
+// so a process of its own waits for that.  It leaves the script's process
+// group, which gets the signals that end a page, and its pipes, for whose end
+// the page waits.
 static bool ask_later(const char *name)
 {
   const int outcome = stage_open_outcome();
@@ -235,6 +242,7 @@ static void read_result(int acts, const char *name, act_result *result)
   }
 }
 
+// Not the clock, which the action itself may set.
 static int64_t now_milliseconds()
 {
   struct timespec now;
@@ -262,6 +270,7 @@ static bool await_result(int acts, const char *name, unsigned seconds,
                      name, seconds);
 }
 
+// The states are those that larkspur-acts writes.
 static bool judge_result(const char *name, const act_result *result)
 {
   if (strcmp(result->state, "0") == 0) {
@@ -282,6 +291,7 @@ static bool judge_result(const char *name, const act_result *result)
       result->output);
 }
 
+// The word in front keeps an output that reads "fault ..." from being one.
 static void write_lines(const char *text, size_t length, FILE *out)
 {
   const char *end = text + length;
@@ -294,6 +304,9 @@ static void write_lines(const char *text, size_t length, FILE *out)
   }
 }
 
+// Within a transaction the request is sent when the script has ended, so the
+// script cannot wait for it.  The latest result is read before the request: a
+// run that ended in between would else count as an older one.
 bool act_run(const char *name, unsigned seconds, FILE *out)
 {
   if (stage_folder() != nullptr) {

@@ -79,6 +79,7 @@ static void remove_tree(int dir, const char *name, int depth)
   unlinkat(dir, name, AT_REMOVEDIR);
 }
 
+// fsync(2) of a file does not write the folder's entry that names it.
 static void sync_folder(int dir, const char *name)
 {
   const int fd = store_open_folder(dir, name);
@@ -90,6 +91,10 @@ static void sync_folder(int dir, const char *name)
 
 // --- numbers -----------------------------------------------------------------
 
+// Overwritten in place and at the same length, so that a reader without a lock
+// never sees a part of the number, and not replaced: the turns of guarded
+// changes are locks of this very file.  Not synced, since no reader outlives a
+// power cut.
 static bool change_generation()
 {
   const int fd = openat(store.fd, GENERATION_FILE,
@@ -127,6 +132,7 @@ bool store_is_same_look(const store_look *a, const store_look *b)
 
 static uint64_t highest; // commit number found in a file
 
+// Only the first bytes are read: a save looks at every file, however large.
 static bool note_number(int dir, const char *name, void *)
 {
   const int fd = openat(dir, name, O_RDONLY | OPEN_FLAGS);
@@ -176,7 +182,8 @@ static bool move_file(int dir, const char *name, void *)
   return renameat(dir, name, store.fd, name) == 0;
 }
 
-// A folder that loses files while it is listed may not show all of them.
+// A folder that loses files while it is listed may not show all of them.  So it
+// is listed until nothing is left to move.
 static bool move_files()
 {
   do {
@@ -205,7 +212,9 @@ static bool move_committed()
   }
   const bool replaced = store_has(pending);
   if (replaced || store_has(settled)) {
-    // All of it or nothing: a part must never be put back.
+    // All of it or nothing: a part must never be put back.  rename(2) replaces
+    // no folder that has files, so the old one goes first, and is removed with
+    // the committed folder.
     if (renameat(store.fd, PENDING_FOLDER, store.fd, old) != 0 &&
         errno != ENOENT) {
       return false;
@@ -227,6 +236,7 @@ static bool begins_with(const char *text, const char *start)
   return strncmp(text, start, strlen(start)) == 0;
 }
 
+// The lock is held, so whoever has begun these is dead.
 static void remove_stages()
 {
   const store_list list(store_list_folder(store.fd, "."));
@@ -285,6 +295,8 @@ static bool is_of_this_place(const char *token)
   return strcmp(token + STORE_TOKEN_SIZE - 1 - PLACE_DIGITS, digits) == 0;
 }
 
+// A transaction that is over is remembered: its late members must not store on
+// their own what belongs to a step that may have been dropped.
 void stage_join(void)
 {
   const char *token = getenv("ORV_TRANSACTION");
@@ -318,6 +330,8 @@ static bool make_stage(store_stage *stage, const char *prefix,
   return stage->fd >= 0 || cannot_store();
 }
 
+// All saves of a transaction get the same number: the highest stays what it was
+// until they are committed.
 bool stage_begin(store_stage *stage)
 {
   char token[STORE_TOKEN_SIZE];
@@ -333,6 +347,8 @@ bool stage_begin(store_stage *stage)
   return store_make_token(token) && make_stage(stage, NEW_PREFIX, token);
 }
 
+// Synced before the stage is renamed, or a power cut could leave the new name
+// with an empty file.
 static bool write_all(int fd, const char *text, size_t length)
 {
   while (length > 0) {
@@ -364,6 +380,8 @@ bool stage_write(const store_stage *stage, const char *name, const char *text,
   return (written && closed) || cannot_store();
 }
 
+// A commit can replace a file, but not remove it, so a file without values
+// stands for none.
 bool stage_blank(const store_stage *stage, const char *name)
 {
   char head[HEAD_SIZE];
@@ -402,7 +420,7 @@ static bool commit(store_stage *stage)
     close_stage(stage);
     return false;
   }
-  fsync(store.fd);
+  fsync(store.fd); // "saved" holds even if the power fails now
   close_stage(stage);
   move_committed(); // the next save repeats what fails here
   return true;
@@ -477,6 +495,7 @@ void stage_drop(store_stage *stage)
 // A process with work to do after the transaction waits for the lock of the
 // outcome file, whose content is the result.
 
+// Closing the file gives up its lock, and with it those who wait for the word.
 static void tell_outcome(const char *word)
 {
   static_cast<void>(pwrite(outcome, word, strlen(word), 0) > 0);
@@ -491,6 +510,8 @@ static bool make_outcome(const store_stage *stage)
   return (outcome >= 0 && flock(outcome, LOCK_EX) == 0) || cannot_store();
 }
 
+// The token ends with the place of the folder; the 24 random digits before it
+// are still too many to guess.
 bool transaction_begin(store_stage *stage, char token[STORE_TOKEN_SIZE])
 {
   *stage = {-1, "", next_number(), false};
@@ -524,6 +545,9 @@ static void log_all(char *lines)
   }
 }
 
+// The lines of the log are read first, since the commit removes the folder that
+// holds them.  A transaction without a save changes nothing, which is no
+// failure.
 bool transaction_commit(store_stage *stage)
 {
   size_t length;
@@ -550,6 +574,8 @@ void transaction_drop(store_stage *stage)
   stage_drop(stage);
 }
 
+// By the joined name, which becomes invalid with the commit; the open file
+// stays.
 int stage_open_outcome(void)
 {
   char path[sizeof joined + sizeof OUTCOME_FILE];

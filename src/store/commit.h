@@ -22,6 +22,8 @@
 
 constexpr size_t STORE_TOKEN_SIZE = 33; // 32 digits
 
+// A folder of new files, from stage_begin to stage_commit or stage_drop, one of
+// which every caller must reach.
 struct store_stage {
   int fd;           // of its folder; -1: none is open
   char name[64];    // of its folder

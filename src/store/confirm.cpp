@@ -44,6 +44,7 @@ static void take_value(const char *info, const char *name,
   }
 }
 
+// Cut to the fields' sizes, since the file may hold anything.
 static void take_who(const char *info, char (&text)[LINE_SIZE])
 {
   store_who who = {};
@@ -88,6 +89,8 @@ void confirm_sentence(char *text, size_t size)
   free(pending.text);
 }
 
+// As many as the template has places for; more would be names that nothing
+// shows.
 static void read_changes(const char *info)
 {
   size_t place = 0;
@@ -155,6 +158,8 @@ bool confirm_read(void)
   return true;
 }
 
+// The token of the page decides: since the page was drawn, another change may
+// have replaced the one that its user has looked at.
 bool confirm_write(void)
 {
   const char *token = intake_get("confirm_token");

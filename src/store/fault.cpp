@@ -16,6 +16,8 @@ constexpr size_t TEXT_SIZE = 240;
 
 static char text[TEXT_SIZE]; // "": none yet
 
+// The first fault is the cause, and what fails behind it follows from it.  An
+// answer is one line, so a name in the text must not bring a line end.
 bool store_fault(const char *fmt, ...)
 {
   if (text[0] != '\0') {
@@ -45,6 +47,7 @@ static const char *user_name()
   return number;
 }
 
+// errno is taken at once: looking up the user changes it.
 bool store_fault_errno(const char *what)
 {
   const int error = errno;

@@ -66,6 +66,8 @@ static bool is_roots(char *path)
     if (lstat(path[0] != '\0' ? path : "/", &above) != 0 || above.st_uid != 0) {
       return false;
     }
+    // With the sticky bit only its owner can rename an entry, as in /tmp.  A
+    // link's own mode says nothing: it is always open to all.
     const bool open_to_all = (above.st_mode & (S_IWGRP | S_IWOTH)) != 0 &&
                              (above.st_mode & S_ISVTX) == 0;
     if (open_to_all && !S_ISLNK(above.st_mode)) {
@@ -91,7 +93,8 @@ static char *absolute_path(const char *path)
   return whole;
 }
 
-// Becomes the user with that id.
+// Becomes the user with that id.  The groups go first: without root's rights
+// they could not be changed any more.
 static bool become(const struct stat *file)
 {
   if (file->st_uid == 0) {
@@ -105,7 +108,9 @@ static bool become(const struct stat *file)
 }
 
 // Switches from root to the folder's owner, so that root creates nothing that
-// the web server cannot change, and trusts none of its files.
+// the web server cannot change, and trusts none of its files.  Both the path as
+// given and the one that its links lead to are judged: either could be turned
+// to another folder.
 static bool become_owner()
 {
   struct stat folder;
@@ -158,7 +163,7 @@ static bool make_folder()
   for (char *slash = strchr(path.get() + 1, '/'); slash != nullptr;
        slash = strchr(slash + 1, '/')) {
     *slash = '\0';
-    mkdir(path.get(), FOLDER_MODE);
+    mkdir(path.get(), FOLDER_MODE); // what fails here fails again below
     *slash = '/';
   }
   if (mkdir(path.get(), FOLDER_MODE) != 0 && errno != EEXIST) {
@@ -203,6 +208,8 @@ bool store_open(bool create)
   return true;
 }
 
+// The first character keeps settings apart from our own files and folders here,
+// which begin with a dot.
 static bool is_word(const char *name, size_t length)
 {
   static const char rest[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
@@ -285,6 +292,7 @@ DIR *store_list_folder(int dir, const char *name)
   return list;
 }
 
+// readdir(3) returns NULL for the end and for a failure alike.
 dirent *store_next_entry(DIR *list)
 {
   errno = 0;
@@ -307,6 +315,7 @@ bool store_each_file(int dir, const char *name, store_act act, void *data)
   return errno == 0;
 }
 
+// A link counts here: unlike the settings, the defaults are the maker's.
 bool store_has_defaults(const char *name)
 {
   struct stat file;
@@ -319,6 +328,7 @@ bool store_has_defaults(const char *name)
   return has;
 }
 
+// A sub-item has the program of its form.
 char *store_migration(const char *name)
 {
   char *path = nullptr;
@@ -359,7 +369,8 @@ bool store_has(const char *path)
 static const char LOCK_FILE[] = ".lock";
 static int lock_file = -1; // open for the life of the process
 
-// A signal interrupts a wait that takes too long.
+// A signal interrupts a wait that takes too long: the handler does nothing, but
+// without SA_RESTART flock fails with EINTR.
 static void be_late(int)
 {
 }
@@ -452,6 +463,9 @@ bool store_await(pid_t pid, int fd)
   return ends[0].revents != 0;
 }
 
+// A lock of flock(2) belongs to the open file, so the new process has it, too,
+// and it lasts until the last of both has ended.  A process group of its own
+// keeps signals to the script's from unlocking.
 pid_t store_hold_lock(pid_t script)
 {
   const pid_t holder = fork();

@@ -31,6 +31,7 @@ struct stem {
   size_t length;
 };
 
+// Without letter case, as names are compared on a page.
 static int compare_stems(const void *a, const void *b)
 {
   const stem *left = static_cast<const stem *>(a);
@@ -60,7 +61,9 @@ static bool add_name(const char *name)
   return place != nullptr;
 }
 
-// The file of the template; owned by the caller, NULL with errno.
+// The file of the template; owned by the caller, NULL with errno.  The parser
+// looks for a name that does not begin with "/" in the folder that was set when
+// it was built.
 static char *template_path(const char *form)
 {
   const owned_text folder(realpath(store.templates, nullptr));
@@ -76,6 +79,8 @@ static char *template_path(const char *form)
                                                           : nullptr;
 }
 
+// An error that left items behind counts as well: a table that could not be
+// read would look as if the form had none.
 static bool parse(char *path)
 {
   orv_error_msg = nullptr;

@@ -35,7 +35,8 @@
 constexpr unsigned START_SECONDS = 60;
 constexpr size_t BOOT_SIZE = 37;  // of a boot's name
 constexpr size_t FORM_SIZE = 512; // FORM/SUBITEM
-constexpr uint64_t PLACES = 256;  // of steps, for the number of a commit
+// Of steps, for the number of a commit, which the saves of a transaction share.
+constexpr uint64_t PLACES = 256;
 
 // --- time --------------------------------------------------------------------
 
@@ -273,7 +274,8 @@ bool guard_is_pending(const char *token)
   return text != nullptr && strcmp(text.get(), token) == 0;
 }
 
-// Replaces a file of the pending folder.
+// Replaces a file of the pending folder.  Watchers read it without the lock, so
+// it is never seen half written.
 static bool replace_file(const char *name, const char *text, size_t length)
 {
   const store_stage here = {store.fd, "", 0, true};
@@ -295,6 +297,8 @@ static void copy_rest(FILE *out, const char *info)
   }
 }
 
+// The new time is in place before the change counts as used: a watcher that
+// looks in between must not find it used and its old time over.
 bool guard_arm(const char *token)
 {
   pending_change pending;
@@ -348,6 +352,7 @@ static bool can_be_kept(const char *token)
                      "confirm\" on the device.");
 }
 
+// The commit of a settled file removes the old settings; no other file changes.
 bool guard_settle(const char *token)
 {
   store_stage stage;
@@ -385,6 +390,8 @@ static bool make_old(const store_stage *stage, const char *old,
   return store_close_text(out, whole);
 }
 
+// Read whatever its version: the file also goes back on a device that would
+// refuse to use it.
 static bool stage_old(int dir, const char *name, void *data)
 {
   const store_stage *stage = static_cast<const store_stage *>(data);

@@ -68,6 +68,7 @@ bool history_begin(const store_stage *stage, const char *form,
   return true;
 }
 
+// Cut here, so that one save of thousands of values does not fill the history.
 void history_tell(const char *line)
 {
   if (told_size > TOLD_MAX) {
@@ -99,12 +100,15 @@ static void note_name(const char *file, const setting *one,
   }
 }
 
+// Declared by either, since a script may have begun, or ceased, to call the
+// same value a secret.
 static bool is_secret(const settings *before, const settings *after,
                       const char *name)
 {
   return settings_is_secret(before, name) || settings_is_secret(after, name);
 }
 
+// First what the new file holds, then what only the old one held.
 void history_note(const char *file, const settings *before,
                   const settings *after)
 {
@@ -125,7 +129,8 @@ void history_note(const char *file, const settings *before,
   }
 }
 
-// The length of the entry that `text` begins with.
+// The length of the entry that `text` begins with.  No other line begins with
+// "@".
 static size_t entry_length(const char *text)
 {
   const char *next = strstr(text, "\n@ ");
@@ -328,6 +333,7 @@ static int compare_name(const void *name, const void *one)
                 static_cast<const setting *>(one)->name);
 }
 
+// Undoing changes values, but no name, so the list stays ordered.
 static setting *find_value(const old_file *file, const char *name)
 {
   void *found = bsearch(name, file->now.list, file->now.count,
@@ -450,7 +456,8 @@ static void write_list(FILE *out, const setting *list, size_t count)
   }
 }
 
-// The file holds all values, so no row comes from the defaults.
+// The file holds all values, so no row comes from the defaults.  Tables and
+// version are lines that the script library finds by their places.
 static bool write_old(const store_stage *stage, const old_file *file)
 {
   store_text content;
@@ -473,6 +480,8 @@ static bool write_old(const store_stage *stage, const old_file *file)
   return made && stage_write(stage, file->name, content.bytes, content.length);
 }
 
+// The entries are undone in memory first: only then is it known which files
+// change, and that all of them can.
 bool history_stage(const store_stage *stage, uint64_t number)
 {
   static char *text; // borrowed by the values

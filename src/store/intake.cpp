@@ -74,7 +74,8 @@ static bool read_all(size_t *length)
   }
 }
 
-// Turns a name into lower case; false when it is not a valid name.
+// Turns a name into lower case; false when it is not a valid name.  Pages
+// ignore letter case, so one name has to be found by any spelling.
 static bool take_name(char *name, const char *end)
 {
   if (name == end || static_cast<size_t>(end - name) > NAME_MAX_LENGTH) {
@@ -93,7 +94,8 @@ static bool take_name(char *name, const char *end)
   return true;
 }
 
-// Splits a line without its end; false when it has another format.
+// Splits a line without its end; false when it has another format.  The
+// shortest value is a pair of quotation marks.
 static bool take_line(char *line, char *end, posted_field *one)
 {
   static const char start[] = "new_";
@@ -208,6 +210,8 @@ const char *intake_get(const char *name)
                           : nullptr;
 }
 
+// Of two values with one name, the page may have checked the one and the script
+// would store the other.
 bool intake_is_clear(void)
 {
   order_fields();
@@ -267,7 +271,8 @@ static void write_cells(FILE *out, FILE *left_out, const char *column)
   }
 }
 
-// Whether a row beyond those that can be stored has a value in the column.
+// Whether a row beyond those that can be stored has a value in the column.  Its
+// blank rows count as none: a page may have drawn more than can be stored.
 static bool goes_beyond(const char *column)
 {
   const size_t length = strlen(column);

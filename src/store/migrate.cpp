@@ -107,6 +107,8 @@ static int open_input(const settings *old)
   return -1;
 }
 
+// In a process group of its own, so that one signal ends what it has started,
+// too.  What this program ignores would stay ignored across exec.
 [[noreturn]] static void become_program(const char *path, const migration *one,
                                         int input, int output)
 {
@@ -123,6 +125,7 @@ static int open_input(const settings *old)
   _exit(CANNOT_RUN);
 }
 
+// Not the clock, which is often set during a boot.
 static int64_t now_milliseconds()
 {
   struct timespec now;
@@ -162,7 +165,8 @@ static bool judge_status(int status)
              : store_fault("it was killed by signal %d", WTERMSIG(status));
 }
 
-// The program's output; owned by the caller, NULL with a fault.
+// The program's output; owned by the caller, NULL with a fault.  Our writing
+// end is closed at once, or the output would never end.
 static char *run_program(const char *path, const migration *one, int input)
 {
   int ends[2];
@@ -242,6 +246,8 @@ static bool judge_values(const migration *one, settings *values)
   return true;
 }
 
+// The script library reads these lines by their places: tables, then the
+// version.
 static bool write_new(const migration *one, const settings *values)
 {
   store_text content;
@@ -337,7 +343,8 @@ static bool bring_up(const char *name, const settings *old)
                      name, old->version, path.get(), known, why);
 }
 
-// One failing file does not stop the others.
+// One failing file does not stop the others.  Its fault is kept aside: it would
+// count as theirs.
 static bool migrate_file(int, const char *name, void *)
 {
   settings old;

@@ -73,7 +73,8 @@ static bool lock(const char *what)
   return stage_folder() != nullptr || (store_lock(what, 0) && store_finish());
 }
 
-// The process id in `word`, 0 for none.
+// The process id in `word`, 0 for none.  Process 1 never ends, and so would
+// never unlock.
 static pid_t take_pid(const char *word)
 {
   char *end;
@@ -105,6 +106,7 @@ static pid_t lock_for(pid_t script, const char *form)
   return stage_folder() != nullptr ? 0 : store_hold_lock(script);
 }
 
+// The lock comes last, when nothing is left that could keep others waiting.
 static bool take_input(char **words)
 {
   const pid_t script = take_pid(words[0]);
@@ -134,7 +136,8 @@ static bool serve_script(char **words)
                     : store_fault("serve needs the id of the script's process");
 }
 
-// The order on standard input, owned by the caller; NULL with a fault.
+// The order on standard input, owned by the caller; NULL with a fault.  A NUL
+// byte would hide what follows it from every check.
 static char *read_order()
 {
   owned_text text(static_cast<char *>(must_malloc(SAVE_ORDER_MAX + 1)));
@@ -265,7 +268,8 @@ static bool print_pending(char **)
 }
 
 // Waits until nobody reads the output of this process, so that its turn lasts
-// until the caller has done the step.
+// until the caller has done the step.  Without events to wait for, poll(2)
+// reports only that the last reader is gone.
 static void hold_turn()
 {
   struct pollfd reader = {STDOUT_FILENO, 0, 0};
@@ -273,7 +277,8 @@ static void hold_turn()
   }
 }
 
-// Survives the process that started it.
+// Survives the process that started it: a terminal or a web server may end
+// while the change still has to go back.
 static bool watch(char **words)
 {
   signal(SIGHUP, SIG_IGN);
@@ -295,6 +300,7 @@ static bool expire(char **)
   return open_and_join(false) && store.fd >= 0 && watch_expire();
 }
 
+// The change was never kept, and the times of another boot mean nothing.
 static bool boot(char **)
 {
   if (!open_and_join(false) || store.fd < 0) {
@@ -370,7 +376,8 @@ static void log_with_who(const char *line)
   }
 }
 
-// Without a name it resets all files, and so ends a pending change.
+// Without a name it resets all files, and so ends a pending change.  In a
+// transaction the files that its saves have staged are reset as well.
 static bool reset(char **names)
 {
   store_stage stage = {-1, "", 0, false};
@@ -482,6 +489,8 @@ static int usage_error(const char *text, const char *what)
   return USAGE_STATUS;
 }
 
+// A closed pipe or a full disk may show only when the buffer is written: then
+// the caller has not got its answer.
 static int run(const command *row, char **words)
 {
   const bool done = row->run(words);

@@ -89,6 +89,7 @@ static const pt_body_item *cleared_by(const pt_body_item *box)
   return secret != nullptr && is_secret(secret) ? secret : nullptr;
 }
 
+// A box that clears a secret is an order, not a value.
 static bool is_stored(const pt_body_item *item)
 {
   return takes_input(item) && cleared_by(item) == nullptr;
@@ -113,6 +114,7 @@ static void cell_name(char (&name)[NAME_SIZE], const pt_body_item *column,
   name[length + count] = '\0';
 }
 
+// Settings hold truth values in many spellings; scripts and pages get one.
 static const char *as_box(const char *value)
 {
   return value != nullptr && orv_string_is_true(value) != 0 ? "True" : "False";
@@ -194,6 +196,8 @@ static bool open_settings(const char *form, const char *subitem)
 
 // --- read --------------------------------------------------------------------
 
+// Of a secret only its name is told, unless a command on the device (a dump)
+// asks for its value.
 static void read_setting(const setting *one)
 {
   const pt_body_item *item = find_item(one->name);
@@ -219,6 +223,8 @@ static void read_missing(const pt_body_item *item)
   report_value(item->name, item->type == PT_CHECKBOX ? "False" : "");
 }
 
+// The stamp names the newest commit in these values, and the page: judge_stamp
+// compares both.
 static bool read_form()
 {
   for (size_t i = 0; i < now.count; i++) {
@@ -236,6 +242,8 @@ static bool read_form()
 
 // --- the page's values -------------------------------------------------------
 
+// A name with a prefix would set something else than a setting, such as a
+// message or a default.
 static void set_value(const char *name, v_origin origin, const char *value)
 {
   const char *bare = name;
@@ -419,6 +427,8 @@ static bool is_choice(const pt_body_item *item, const char *value)
   }
 }
 
+// The stored value passes even if it is no choice any more: saving the form
+// must not depend on a list that has changed meanwhile.
 static void judge_lists()
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
@@ -446,6 +456,7 @@ static void tell_errors()
   }
 }
 
+// A page may save again what it saved itself: its user went Back.
 static void judge_stamp()
 {
   const char *page = intake_get("orv_stamp");
@@ -530,7 +541,8 @@ static void order_others(FILE *out)
   }
 }
 
-// Secrets are stored as typed.
+// Secrets are stored as typed.  Those without a field are declared again, or
+// the next save would tell them.
 static void order_secrets(FILE *out)
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
@@ -596,6 +608,7 @@ static bool check_form()
   return take_page() && judge();
 }
 
+// The action comes last, when the settings that it reads are in place.
 static bool write_form(const char *form, const char *subitem)
 {
   if (!take_page() || !judge()) {
@@ -614,7 +627,8 @@ static bool write_form(const char *form, const char *subitem)
 
 // --- tasks -------------------------------------------------------------------
 
-// The folders are beside that of the link, not beside that of its target.
+// The folders are beside that of the link, not beside that of its target.  What
+// the environment gives stays; a blank value gives nothing.
 static bool set_places(const char *path)
 {
   const char *slash = strrchr(path, '/');

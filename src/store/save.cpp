@@ -253,7 +253,8 @@ static bool take_order(char *order)
 
 // --- secrets -----------------------------------------------------------------
 
-// Declared by the script that saves, or by one that saved before.
+// Declared by the script that saves, or by one that saved before.  A file that
+// has not been read yet has declared none.
 static bool is_secret(const char *name, void *)
 {
   for (const save_file *file = files; file < files + file_count; file++) {
@@ -294,6 +295,8 @@ static const char *value_before(const char *name, void *)
   return nullptr;
 }
 
+// By the template or, where a script has a table of its own, by what it
+// declared.
 static bool is_of_table(const char *name)
 {
   const size_t length = settings_column(name);
@@ -400,7 +403,8 @@ static bool tell_changes()
 // --- writing -----------------------------------------------------------------
 
 // The columns whose rows the file holds completely: those that the script took
-// from the page, and those of the form.
+// from the page, and those of the form.  Always the file's second line, where
+// the script library looks for it.
 static void write_tables(FILE *out)
 {
   fputs("#table", out);
@@ -466,6 +470,7 @@ static bool write_file(const store_stage *stage, const save_file *file)
   return made && stage_write(stage, file->name, content.bytes, content.length);
 }
 
+// The token is made only here, so an unguarded save has none.
 static bool keep_old(const store_stage *stage, const char *form,
                      const char *subitem)
 {
@@ -480,6 +485,8 @@ static bool keep_old(const store_stage *stage, const char *form,
          guard_keep(stage, names, file_count, &change);
 }
 
+// The declared secrets are lent to the record for this, since the history
+// leaves out what the record calls secret.
 static bool write_history(const store_stage *stage, const char *form,
                           const char *subitem)
 {
@@ -514,7 +521,8 @@ static bool write_stage(const store_stage *stage, const char *form,
 
 // --- reporting ---------------------------------------------------------------
 
-// Writes a text with each "$" as "$$$", which a page shows as "$".
+// Writes a text with each "$" as "$$$", which a page shows as "$".  A code is
+// written whole or not at all.
 static void write_shown(FILE *out, const char *line)
 {
   size_t room = PAGE_LINE_MAX;
@@ -596,6 +604,8 @@ void save_answer(FILE *out)
   }
 }
 
+// All places are written, the unused ones empty: a page carries what it once
+// got, and would show the lines of the save before.
 void save_tell_page(FILE *out)
 {
   char pending[CONFIRM_SENTENCE_SIZE];

@@ -26,7 +26,8 @@
 // --- answers -----------------------------------------------------------------
 
 // Writes an answer, which is taken, after its length; NULL stands for the
-// present fault.  False when nobody reads it.
+// present fault.  False when nobody reads it.  With its length a script reads
+// an answer by one built-in, whatever it contains.
 static bool say(char *text)
 {
   const owned_text owned(text);
@@ -146,7 +147,9 @@ static bool answer_next(FILE *requests, const char *form, const char *subitem)
 
 // Continues in a new process and prints where it takes requests.  The process
 // is not a child of the script, or a `wait` there would wait for it.  False
-// with a fault.
+// with a fault.  The script opens the pipe through /proc, so no file of ours
+// has to be made and removed.  This process has its writing end, too: the pipe
+// never ends, and only the script's end does.
 static bool go_on(int *requests)
 {
   int ends[2];
@@ -169,6 +172,8 @@ static bool go_on(int *requests)
   return say(must_strdup(text));
 }
 
+// Watching the descriptor beside the stream is safe: a script sends its next
+// request only after an answer, so none waits in the buffer.
 bool serve(pid_t script, const char *form, const char *subitem)
 {
   store_find(); // for the form; the folder is opened after the input is read

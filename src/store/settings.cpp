@@ -30,6 +30,8 @@ void settings_spell_by(settings_speller spell)
   spell_name = spell;
 }
 
+// Leaves a record like that of a file without a head, so that it can be read
+// again.
 void settings_free(settings *all)
 {
   // NOLINTBEGIN(clang-analyzer-unix.Malloc): it does not see what "= {}" clears
@@ -207,6 +209,9 @@ bool settings_parse(const char *name, char *text, settings *all)
   return true;
 }
 
+// A text field refuses these characters, so a page that shows one could not be
+// submitted again.  No page shows a secret, and a hash of a password has
+// dollars.
 bool settings_is_sound(const setting *one, bool is_secret)
 {
   if (strlen(one->name) + strlen(one->value) > ORV_REPORTED_MAX) {
@@ -225,6 +230,7 @@ bool settings_is_sound(const setting *one, bool is_secret)
 
 // --- merging -----------------------------------------------------------------
 
+// By halves: a table of 100 rows and 20 columns has 2,000 names.
 const setting *settings_find(const settings *all, const char *name)
 {
   size_t first = 0;
@@ -315,7 +321,8 @@ static bool add_defaults(settings *all, settings *defaults)
 }
 
 // The text of the stored file, from the folder that counts; NULL like
-// store_read_file.
+// store_read_file.  That is the joined transaction's, then what is committed
+// but not yet moved.
 static char *read_stored(const char *name)
 {
   const char *const folders[] = {stage_folder(), COMMIT_FOLDER, "."};

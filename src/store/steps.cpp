@@ -58,6 +58,8 @@ const char *step_act(const guard_step *step)
                                                    : nullptr;
 }
 
+// The widths are the sizes of the fields, each less its NUL byte; a line that
+// does not fit is none of ours.
 bool step_next(const char **info, guard_step *step)
 {
   while (**info != '\0') {
@@ -91,6 +93,7 @@ static void write_step(FILE *out, const guard_step *step)
           step->used ? "used" : "wait", step->key);
 }
 
+// Its own step comes last, behind all that remain.
 bool steps_write(FILE *out, const char *older, const guard_step *own)
 {
   guard_step mine = *own;
@@ -123,6 +126,8 @@ bool steps_write_used(FILE *out, const char *info, const char *token)
 
 // --- turns -------------------------------------------------------------------
 
+// Locks of open file descriptions (F_OFD_SETLK), since POSIX's own are lost as
+// soon as the process closes any descriptor of the file, as each commit does.
 static bool open_turns()
 {
   if (turns < 0) {

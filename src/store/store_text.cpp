@@ -13,6 +13,7 @@
 
 constexpr size_t FIRST_SIZE = 4096; // most texts are smaller
 
+// Doubled each time, so that a text of any length is copied only a few times.
 static ssize_t append(void *cookie, const char *bytes, size_t length)
 {
   store_text *text = static_cast<store_text *>(cookie);

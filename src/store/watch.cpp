@@ -116,6 +116,8 @@ static change_state await_end(const char *token, owned_text *acts)
   }
 }
 
+// The turn is taken before the wait: a later step waits for it as soon as the
+// change has gone back.
 bool watch_change(const char *token)
 {
   guard_step step = {};
@@ -143,6 +145,8 @@ static bool is_left_to_us()
          !turn_is_taken(&step);
 }
 
+// Judged twice, since somebody may have kept the change while this waited for
+// the lock.
 bool watch_expire(void)
 {
   if (!guard_is_over() || !is_left_to_us() || !lock() || !guard_is_over()) {

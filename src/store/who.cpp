@@ -6,6 +6,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+// The words go into lines of the log and of the history, where a blank or a
+// line end would begin another word or entry.
 static void take_word(const char *variable, const char *allowed, char *word,
                       size_t size)
 {
@@ -46,6 +48,8 @@ char *store_line_with_who(const char *line)
   return asprintf(&whole, "%s (%s)", line, text) >= 0 ? whole : nullptr;
 }
 
+// A web server sets both (RFC 3875); either is enough, so that a command must
+// be free of both.
 bool store_serves_request(void)
 {
   return getenv("REQUEST_METHOD") != nullptr ||
