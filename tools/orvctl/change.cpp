@@ -122,7 +122,8 @@ static bool ask_for_rows(offer_list *list, size_t values)
 {
   bool more = false;
   for (offer *its = list->offers; its < list->offers + list->count; its++) {
-    // Each row takes a value at least.
+    // Each row takes a value at least, so a cell x99999 of a single value does
+    // not make the page draw as many rows.
     const long most = its->shown + static_cast<long>(values);
     const long last = its->wanted < most ? its->wanted : most;
     const long extra = last - its->blank - its->shown;
@@ -187,6 +188,8 @@ static int set_rows(const char *form, wanted_value *values, size_t count)
   return set >= 0 && keep_rows(form, &list, values, count) ? set : -1;
 }
 
+// It ends, since each round sets a value more or switches to the expert view,
+// which happens once.
 bool change_values(const char *form, wanted_value *values, size_t count)
 {
   for (;;) {
@@ -214,6 +217,8 @@ bool change_values(const char *form, wanted_value *values, size_t count)
   }
 }
 
+// Only rows that hold something get a deletion box, so the boxes tell which
+// rows are in use.
 static bool is_row(const page_field *field, const pt_body_item *table)
 {
   return field->kind == FIELD_DELETE && field->item == table;
@@ -245,6 +250,8 @@ int change_count_rows(const pt_body_item *table)
   return rows;
 }
 
+// The first number without a box, which may be that of a gap: a row behind it
+// must not be written over.
 int change_blank_row(const pt_body_item *table)
 {
   int row = 0;
@@ -255,6 +262,8 @@ int change_blank_row(const pt_body_item *table)
   return row;
 }
 
+// The page that shows the rows without the deleted ones has been drawn in
+// between; a person would look at it and press again.
 page_result change_submit(bool dry)
 {
   const page_result result = page_submit(dry);

@@ -3,6 +3,7 @@
 #ifndef ORVCTL_COMMAND_H
 #define ORVCTL_COMMAND_H
 
+// As of the other programs; 1 says that the device refused.
 constexpr int USAGE_STATUS = 2;
 
 extern bool dry_run;      // check everything, save nothing

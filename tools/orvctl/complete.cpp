@@ -39,6 +39,8 @@ void complete_offer(const char *typed, const char *word)
 
 // --- fields and their values -------------------------------------------------
 
+// The name stays as it was typed: its letter case is no matter, and the shell
+// replaces the whole word.
 static void offer_value(const char *typed, const char *equals,
                         const char *value)
 {
@@ -96,6 +98,7 @@ static bool open_named(const char *name)
   return opened;
 }
 
+// A command finds the fields of that view by itself, so they are offered, too.
 static void show_expert_view()
 {
   if (page_header()->expert_mode && orv_expert_mode == 0) {
@@ -128,6 +131,7 @@ static void offer_fields(int count, char **words)
 }
 
 // Values typed before are set first, since one field may make another appear.
+// The word being typed is none of them yet.
 static void set_typed(int count, char **words)
 {
   for (int i = 0; i < count; i++) {
@@ -158,6 +162,7 @@ static void offer_settings(int count, char **words)
   }
 }
 
+// The cells of a table follow each other, so each table is met once.
 static void offer_tables(int count, char **words)
 {
   if (!open_named(words[1])) {
@@ -274,6 +279,7 @@ static const place places[] = {
 };
 // clang-format on
 
+// Rows with a verb begin at word 4, so words[3] is there.
 void complete_words(int count, char **words)
 {
   for (const place &row : places) {

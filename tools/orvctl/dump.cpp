@@ -32,6 +32,8 @@
 static FILE *dump_out; // borrowed: the dump goes there
 static bool is_whole;  // names every secret that it leaves out
 
+// What a page would post, but for marks to delete rows and the state that it
+// carries.
 static bool is_dumped(const page_field *field, bool secrets)
 {
   switch (field->kind) {
@@ -56,7 +58,8 @@ static bool is_kept(const page_field *field)
          orv_get_var(&cfg_vars, field->name, o_orig) == nullptr;
 }
 
-// The blank rows that a table offers are left out.
+// The blank rows that a table offers are left out.  A table of a fixed size has
+// no line for its rows, since it always has all of them.
 static void dump_fields(bool secrets)
 {
   const pt_body_item *table = nullptr;
@@ -122,6 +125,8 @@ static bool dump_page(const site_page *page, bool secrets)
   return true;
 }
 
+// A page that fails does not stop the others, but the exit status tells that
+// the backup has gaps.
 static int write_pages(char **names, int count, bool secrets)
 {
   int status = EXIT_SUCCESS;
@@ -156,6 +161,8 @@ int dump_pages(char **names, int count, bool secrets)
   return write_pages(names, count, secrets);
 }
 
+// The names of secrets are written without values: who applies the text leaves
+// them as they are, instead of emptying them.
 char *dump_settings(char **names, int count)
 {
   char *text = nullptr;
@@ -245,6 +252,8 @@ static bool put_secrets(const dump_part *part)
   return true;
 }
 
+// The values are marked as set from the round before, when the same page was
+// only judged.
 static bool fill_page(dump_part *part)
 {
   for (size_t i = 0; i < part->value_count; i++) {
@@ -274,6 +283,7 @@ static int apply_part(dump_part *part, bool dry)
   return status;
 }
 
+// All of them, so that one run reports every fault of the file.
 static int judge_parts(dump_file *dump)
 {
   int status = EXIT_SUCCESS;
@@ -306,6 +316,7 @@ static int save_parts(dump_file *dump, bool *others)
   return EXIT_SUCCESS;
 }
 
+// The fault is one of the step, not of the line that was applied last.
 static bool commit(const char *file)
 {
   if (device_commit()) {
@@ -322,6 +333,8 @@ static void report_nothing(bool others)
   fprintf(stderr, "orvctl: nothing %swas saved\n", others ? "else " : "");
 }
 
+// device_drop does nothing once the step is committed; everywhere else it lets
+// other saves go on.
 static int save_together(dump_file *dump, const char *file)
 {
   report_at.line = 0;
@@ -361,6 +374,8 @@ static bool parse_dump(dump_file *dump, const char *file)
   return fault == nullptr;
 }
 
+// What passes the first round is not reported: the second one does that, when
+// it is stored.
 static int apply_parts(dump_file *dump, const char *file, bool dry)
 {
   report_quiet = !dry;
@@ -395,6 +410,7 @@ int apply_dump(FILE *fp, const char *file, bool dry)
   return status;
 }
 
+// The secrets that the text names are those of today, which stay.
 int apply_settings(char *text, const char *command, bool dry)
 {
   dump_file dump = {};

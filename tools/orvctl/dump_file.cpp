@@ -38,6 +38,7 @@ void dump_free(dump_file *dump)
   free(dump->text);
 }
 
+// Up to a NUL byte, which a text does not have: so this is all of it.
 bool dump_read(FILE *fp, char **text)
 {
   size_t size = 0;
@@ -57,6 +58,8 @@ static char *behind(char *line, const char *key)
   return strncmp(line, key, length) == 0 ? line + length : nullptr;
 }
 
+// Small letters only, as dump_put_value writes them; other texts stay what they
+// are.
 static int hex_digit(char c)
 {
   static const char digits[] = "0123456789abcdef";
@@ -64,7 +67,7 @@ static int hex_digit(char c)
   return found != nullptr ? static_cast<int>(found - digits) : -1;
 }
 
-// Undoes dump_put_value in place.
+// Undoes dump_put_value in place.  Not \x00, which would cut the value.
 static void restore_value(char *value)
 {
   char *out = value;
@@ -135,7 +138,8 @@ static const char *take_skipped(dump_part *part, const char *name)
   return nullptr;
 }
 
-// Takes one line; NULL, or what is wrong with it.
+// Takes one line; NULL, or what is wrong with it.  Names that are not saved
+// come first: to anybody else such a line is a comment.
 static const char *take_line(dump_file *dump, char *line, int number)
 {
   dump_part *part =

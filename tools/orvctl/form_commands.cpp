@@ -33,6 +33,8 @@ static bool open_page(const char *name)
 
 // --- forms -------------------------------------------------------------------
 
+// A page that cannot be opened is listed, too: its name is all that tells an
+// administrator which form is at fault.
 static void print_page(const site_page *page)
 {
   const char *text = page->title != nullptr ? page->title : page->fault;
@@ -69,6 +71,7 @@ int list_forms(int, char **)
 
 // --- get ---------------------------------------------------------------------
 
+// What a reader of the page sees; the rest is for the next request.
 static bool is_shown(const page_field *field)
 {
   return field->kind != FIELD_STATE && field->kind != FIELD_DELETE;
@@ -79,6 +82,7 @@ static bool is_hidden(const page_field *field)
   return !with_secrets && page_is_secret(field->name);
 }
 
+// A secret is shown as an empty value: that there is such a field is no secret.
 static void print_field(const page_field *field)
 {
   const bool hidden = is_hidden(field);
@@ -105,6 +109,8 @@ static bool has_fields(const char *form, int count, char **names)
   return true;
 }
 
+// Names are looked up before the first value is printed, so a script that reads
+// the output gets all that it asked for, or nothing.
 int get_values(int count, char **words)
 {
   if (!open_page(words[0])) {
@@ -157,6 +163,8 @@ static wanted_value *take_values(int count, char **words)
   return values;
 }
 
+// Lines of input are taken once the page is open, since only its text fields
+// take "-" for one.
 int set_values(int count, char **words)
 {
   wanted_value *values = take_values(count - 1, words + 1);
@@ -175,6 +183,7 @@ int set_values(int count, char **words)
 
 // --- rows --------------------------------------------------------------------
 
+// Under its column's name, since the row has its number already.
 static void print_cell(const page_field *field)
 {
   const bool hidden = is_hidden(field);
@@ -203,7 +212,8 @@ static void print_row_edge(int before, int row)
   }
 }
 
-// The rows up to the last one that holds something, of a fixed table all.
+// The rows up to the last one that holds something, of a fixed table all.  Its
+// rows have no deletion boxes to count.
 static int count_rows(const pt_body_item *table)
 {
   if (table->type == PT_TABLE) {
@@ -248,7 +258,8 @@ static int submit(const char *form)
 }
 
 // True when the table has every column named; else the first that it lacks has
-// been reported.
+// been reported.  A cell's name with its row would be refused as well, but the
+// message would name what nobody has typed.
 static bool has_columns(const char *form, const pt_body_item *table, int count,
                         char **names)
 {
@@ -267,7 +278,9 @@ static bool has_columns(const char *form, const pt_body_item *table, int count,
   return true;
 }
 
-// Sets cells of the row; `words` are COLUMN=VALUE.
+// Sets cells of the row; `words` are COLUMN=VALUE.  The names of their cells,
+// with the row's number (an int), replace those of the columns, and are freed
+// here.
 static int set_row(const char *form, const pt_body_item *table, int row,
                    int count, char **words)
 {
@@ -299,7 +312,7 @@ static int set_row(const char *form, const pt_body_item *table, int row,
 }
 
 // The number that `word` is, counted from 0; -1, reported, when the table has
-// no such row.
+// no such row.  Users count from 1, as pages do.
 static int take_row(const pt_body_item *table, const char *word)
 {
   char *end;
@@ -311,6 +324,8 @@ static int take_row(const pt_body_item *table, const char *word)
   return static_cast<int>(row - 1);
 }
 
+// Rows are only marked until the Submit, so the numbers of the others stay what
+// they were.
 static int delete_rows(const char *form, const pt_body_item *table, int count,
                        char **words)
 {

@@ -61,6 +61,8 @@ static void report_unreadable(const char *folder, const char *file)
                  folder, file[0] != '\0' ? "/" : "", file, user);
 }
 
+// Anything but a lack of rights is left to the page that meets it: it has the
+// better message.
 static bool can_use_forms()
 {
   for (const char *folder : FOLDERS) {
@@ -96,6 +98,8 @@ void device_explain(void)
   }
 }
 
+// Whoever is still root now is the owner of the settings, or there are none
+// yet, and has no rights to give up.
 bool device_enter(void)
 {
   store_find(); // for the scripts
@@ -133,6 +137,8 @@ bool device_open(void)
   return store.fd >= 0 || (store_open(false) && store.fd >= 0);
 }
 
+// Within another's transaction the lock is held by the process that waits for
+// this one.
 bool device_lock(void)
 {
   stage_join();
@@ -168,6 +174,8 @@ bool device_commit(void)
   return transaction_commit(&stage);
 }
 
+// Unlocks, since the same command may begin a step of its own after it has
+// looked at older settings.
 void device_drop(void)
 {
   if (begun) {
@@ -185,6 +193,7 @@ long device_saves(void)
 
 // --- other settings than today's ---------------------------------------------
 
+// A transaction that others commit would store what is only to be looked at.
 static bool begin_look()
 {
   if (!device_begin()) {
@@ -207,6 +216,8 @@ bool device_look_back(uint64_t number)
   return looks;
 }
 
+// Scripts read the stage first, where each file now says that nothing is
+// stored.
 static bool blank_file(int, const char *name, void *)
 {
   return stage_blank(&stage, name);

@@ -67,7 +67,9 @@ static int dump(int count, char **words)
                  "Settings dumped, not all of them");
 }
 
-// Opens the file, which may be one that only the user who calls can read.
+// Opens the file, which may be one that only the user who calls can read.  So
+// it is opened while a root that called still has its rights: device_enter
+// gives them up.
 static bool open_applied(char **words)
 {
   if (strcmp(words[0], "-") == 0) {
@@ -102,6 +104,7 @@ static int history(int, char **)
   return past_list();
 }
 
+// strtoull alone would take blanks and a sign: -1 would be the largest number.
 static int restore(int, char **words)
 {
   char *end;
@@ -112,7 +115,8 @@ static int restore(int, char **words)
   return past_restore(number, dry_run);
 }
 
-// Asks the person at the terminal for confirmation.
+// Asks the person at the terminal for confirmation.  Not on standard output,
+// which somebody may be reading as the result.
 static bool ask(const char *form)
 {
   char answer[8] = "";
@@ -122,6 +126,8 @@ static bool ask(const char *form)
          strcasecmp(answer, "y\n") == 0;
 }
 
+// Without a terminal nobody answers, and a line of input that happens to be
+// there must not count as consent.
 static int reset(int count, char **words)
 {
   char *form = count > 0 ? words[0] : nullptr;
@@ -140,7 +146,9 @@ static int reset(int count, char **words)
 
 // --- the command line --------------------------------------------------------
 
-// Scripts log who changed what, as they do for users of the web server.
+// Scripts log who changed what, as they do for users of the web server.  Under
+// sudo(8) that is who called it, not root.  sshd(8) begins SSH_CONNECTION with
+// the client's address.
 static void name_user()
 {
   const char *user = getenv("SUDO_USER");
@@ -232,6 +240,8 @@ static void print_usage(FILE *out)
       out);
 }
 
+// The pending change is noted before the command makes another.  A usage error
+// has printed no JSON value, so no line end belongs to it.
 static int run(int count, char **words)
 {
   for (const command &row : commands) {
@@ -287,7 +297,9 @@ static bool take_option(const char *word)
 }
 
 // For a shell: `words` are those behind "orvctl" up to the cursor, options
-// included, the last of them (perhaps "") the one being typed.
+// included, the last of them (perhaps "") the one being typed.  Options may
+// stand anywhere, so they are no places among the words; the one being typed is
+// kept even if it begins like one.
 static int complete(int count, char **words)
 {
   const char *typed = words[count - 1];
@@ -315,7 +327,9 @@ static int complete(int count, char **words)
   return fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-// Before the first page.
+// Before the first page.  catch_hangup copies what orv_script_signals has set
+// for SIGTERM.  Secrets are asked for by an option alone: a variable left in a
+// shell must not bring them into a backup.
 static void begin()
 {
   cgiScriptName = "";
@@ -332,6 +346,8 @@ static void begin()
   }
 }
 
+// "complete" is for the completion of shells only, and takes its words as they
+// were typed, options included.
 int main(int argc, char **argv)
 {
   if (argc > 2 && strcmp(argv[1], "complete") == 0) {

@@ -69,6 +69,8 @@ static void begin_request()
   orv_free_vars(&failed_cells);
 }
 
+// A box or a list is none, whatever its name: what can be chosen in it is no
+// secret, and it is drawn openly.
 bool page_is_secret(const char *name)
 {
   if (!orv_is_secret_name(name)) {
@@ -131,6 +133,8 @@ static bool set_text(char **global, const char *value)
 }
 
 // Adds what the navigation bar links to; its addresses begin with "?form=".
+// Form and sub-item stand in a page_link as in a menu, with a slash between
+// them.
 static void add_bar()
 {
   html_navbar_entry *entry = nullptr;
@@ -154,6 +158,9 @@ static void add_bar()
   orv_error_msg = nullptr; // a page without a bar is a page all the same
 }
 
+// Names are judged as in a request, since they become parts of paths and of
+// script lines.  Where only links are wanted, a page counts even if its script
+// reports an error: its bar leads on all the same.
 bool page_open(const char *form, const char *subitem, bool with_links)
 {
   page_close();
@@ -195,6 +202,7 @@ bool page_open(const char *form, const char *subitem, bool with_links)
 
 // --- posting -----------------------------------------------------------------
 
+// A browser posts neither what is only shown nor a box that is not ticked.
 static bool is_posted(const page_field *field)
 {
   return field->kind != FIELD_FIXED && field->value != nullptr;
@@ -257,6 +265,8 @@ static page_result refuse(const char *otherwise)
   return PAGE_REFUSED;
 }
 
+// orv_vars_changed tells the first of a list, so each is put into a list of its
+// own.
 static bool is_changed(const orv_var *var)
 {
   orv_var alone = *var;
@@ -399,6 +409,7 @@ const orv_change *page_changes(void)
   return changes;
 }
 
+// A cell does not know its table: that is the last one before it.
 const pt_body_item *page_table_of(const pt_body_item *cell)
 {
   const pt_body_item *table = nullptr;

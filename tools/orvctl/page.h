@@ -69,7 +69,9 @@ const orv_change *page_changes(void);
 // Closes the page; nothing of it is valid afterwards.
 void page_close(void);
 
-// Borrowed until the page is drawn again.
+// Borrowed until the page is drawn again.  A page_open that failed leaves the
+// header where the form has a template, which tells a page that is refused from
+// one that does not exist; else it is NULL.
 const pt_header *page_header(void);
 const pt_body_item *page_body(void);
 page_field *page_fields(void);

@@ -68,6 +68,8 @@ static void free_links()
   links_end = &links;
 }
 
+// State is not in the tree, since no person can set it.  A name that is there
+// already keeps its field there: a request takes the first of a name, too.
 page_field *page_add_field(field_kind kind, const char *name, const char *value,
                            const pt_body_item *item)
 {
@@ -89,6 +91,7 @@ page_field *page_add_field(field_kind kind, const char *name, const char *value,
   return field;
 }
 
+// Without memory the link is left out: then the pages behind it are not found.
 void page_add_link(const char *form, const char *target)
 {
   page_link *link = static_cast<page_link *>(must_malloc(sizeof *link));
@@ -139,6 +142,7 @@ static void strip_line_ends(char *text)
   *out = '\0';
 }
 
+// A field without a value is drawn empty, and posts "".
 static void draw_cell(pt_body_item *itm, char *name, char *varname, int fixed)
 {
   const char *value = orv_get_var(&cfg_vars, varname, o_undefined);
@@ -197,6 +201,8 @@ static void draw_menu_entry(pt_body_item *itm, char *select, char *, char *)
   page_add_link(itm->name, select);
 }
 
+// The row is counted where it ends, so cells, which are drawn before, have its
+// number.
 static void draw_table(pt_body_item *itm, mcol_trans step)
 {
   switch (step) {
@@ -224,6 +230,8 @@ static void draw_table(pt_body_item *itm, mcol_trans step)
   }
 }
 
+// In the order of pto_procs; what posts nothing and links to nothing has an
+// empty procedure.
 static const pto_procs field_procs = {
     draw_text, draw_text,    draw_text,       draw_text,      draw_text,
     draw_text, draw_comment, draw_forms_menu, draw_field,     draw_box,
@@ -255,6 +263,8 @@ void page_free_fields(void)
 
 // --- finding fields ----------------------------------------------------------
 
+// Fixed ones, too, so that setting one is refused as read-only, rather than as
+// unknown.
 static bool can_be_set(const page_field *field)
 {
   return field->kind == FIELD_TEXT || field->kind == FIELD_BOX ||

@@ -24,6 +24,7 @@ const char *page_field_fault(const char *name, const char *value)
   return policy_field_fault(&page, name, value);
 }
 
+// The old value stays when there is no memory for the new one.
 static const char *set_value(page_field *field, const char *value)
 {
   char *copy = value != nullptr ? must_strdup(value) : nullptr;
@@ -36,6 +37,7 @@ static const char *set_value(page_field *field, const char *value)
 }
 
 // Like a browser, which sends "True" for a ticked box and nothing for another.
+// Any other word is refused, since it would silently clear the box.
 static const char *choose_box(page_field *field, const char *value)
 {
   static const char *const words[] = {"1", "true",  "yes", "on", "0",
@@ -81,6 +83,8 @@ static const char *choose_entry(page_field *field, const char *value)
   return no_choice(field->item->choices.choices, value);
 }
 
+// A browser removes line ends from a text, so a value with one is a mistake
+// rather than a setting.
 const char *page_choose(page_field *field, const char *value)
 {
   if (strpbrk(value, "\r\n") != nullptr) {

@@ -64,6 +64,8 @@ static void entry_object(history_entry *entry, const char *when)
   report_close('}');
 }
 
+// The clock of the device for a person; with its offset from UTC for a program,
+// which may be elsewhere.
 static void tell_entry(history_entry *entry)
 {
   const time_t seconds = static_cast<time_t>(entry->seconds);
@@ -104,6 +106,7 @@ int past_list(void)
   return EXIT_SUCCESS;
 }
 
+// The entries of one save follow each other, so its number is told once.
 void past_each_number(void (*told)(uint64_t number))
 {
   const owned_text text(device_open() ? history_read() : nullptr);
@@ -126,6 +129,7 @@ struct form_list {
   bool all;
 };
 
+// "-" names no form: it stands for a reset or a migration of the whole device.
 static bool add_form(form_list *forms, const char *name)
 {
   if (strcmp(name, "-") == 0) {
@@ -179,7 +183,9 @@ static int nothing_saved(const char *command)
   return EXIT_FAILURE;
 }
 
-// Saves what the forms' pages show of the settings that are looked at.
+// Saves what the forms' pages show of the settings that are looked at.  The
+// transaction of the look is over before that: what is saved now has one of its
+// own.
 static int save_looked(const char *command, form_list *forms, bool dry)
 {
   char *text = dump_settings(forms->names, forms->all ? 0 : forms->count);

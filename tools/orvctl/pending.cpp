@@ -93,6 +93,7 @@ static void pending_member(const pending_change *pending)
   report_close('}');
 }
 
+// A change that was pending before the command is not this command's.
 static void tell(bool is_object)
 {
   pending_change pending;
@@ -168,6 +169,7 @@ static void tell_kept(char *text)
   report_close('}');
 }
 
+// Read under the lock, so that what is told as kept is what was kept.
 int pending_confirm(void)
 {
   pending_change pending = {};

@@ -45,6 +45,8 @@ static FILE *out()
 
 // --- JSON --------------------------------------------------------------------
 
+// RFC 8259 wants control characters below a blank escaped.  Those up to U+009F
+// are escaped for terminals: the second of their two bytes is their number.
 void report_string(FILE *out, const char *text)
 {
   putc('"', out);
@@ -147,6 +149,7 @@ static const char *kind_word(orv_change_kind kind)
   }
 }
 
+// A box is a truth value, as in the members that report_field writes.
 static void change_side(const char *name, const orv_change *change,
                         const char *text)
 {
@@ -372,6 +375,8 @@ static void result_object(const outcome *told)
   report_close('}');
 }
 
+// A page that would delete rows and was not submitted again has saved nothing,
+// so it counts as refused.
 int report_result(const char *form, page_result result, bool dry,
                   report_skipped skipped)
 {
@@ -386,6 +391,8 @@ int report_result(const char *form, page_result result, bool dry,
 
 // --- of several forms --------------------------------------------------------
 
+// No comma is due in a new text: report_release puts those between texts, as it
+// knows which of them are printed.
 static bool hold_next()
 {
   held_text *next = static_cast<held_text *>(must_malloc(sizeof *next));
@@ -436,6 +443,7 @@ static held_text *turn_around(held_text *list)
   return turned;
 }
 
+// A form without output has an empty text, and gets no comma.
 void report_release(bool whole)
 {
   end_held();

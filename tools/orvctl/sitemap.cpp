@@ -87,7 +87,8 @@ static site_page *add_page(site_page *pages, site_page *last, const char *form,
   return page;
 }
 
-// Opens the page and describes it.
+// Opens the page and describes it.  With its links it opens even if its script
+// reports an error, so that what its bar leads to is found.
 static void visit(site_page *page)
 {
   if (!page_open(page->form, page->subitem, true)) {
@@ -98,6 +99,8 @@ static void visit(site_page *page)
   page->has_input = page_header()->has_input_fields;
 }
 
+// The list grows behind the page that is being visited, so each page is
+// reached, and none twice.
 site_page *sitemap_read(void)
 {
   site_page *pages = new_page(MENU_FORM, nullptr);

@@ -19,6 +19,7 @@ struct input_line {
 
 static input_line *lines; // owned
 
+// explicit_bzero, since a compiler may leave out a memset before free.
 void input_free(void)
 {
   while (lines != nullptr) {
@@ -32,7 +33,8 @@ void input_free(void)
   }
 }
 
-// The next line, NULL when there is none or it holds a NUL byte.
+// The next line, NULL when there is none or it holds a NUL byte.  Such a byte
+// would cut a secret short without a word.
 static const char *read_line()
 {
   input_line *line = static_cast<input_line *>(must_malloc(sizeof *line));

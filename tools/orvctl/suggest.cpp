@@ -65,6 +65,8 @@ void suggest_begin(suggestion *of, const char *wanted)
   of->stream = open_memstream(&of->list, &of->size);
 }
 
+// Of names that are equally near the first is kept: it is the first on the
+// page.
 void suggest_name(suggestion *of, const char *name)
 {
   const size_t distance = distance_of(of->wanted, name);
@@ -97,7 +99,9 @@ char *suggest_end(suggestion *of, const char *words)
 
 static const char THERE_ARE[] = "there are";
 
-// Reports `text` with `name` in place of its %s, and what there is.
+// Reports `text` with `name` in place of its %s, and what there is.  The text
+// is taken apart here, as a format that is no literal would escape the
+// compiler's checks.
 static void tell(const char *form, const char *text, const char *name,
                  suggestion *of)
 {
