@@ -19,6 +19,8 @@ import urllib.parse
 from .page import Page
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+# What a device is shipped with.  Its state is no part of it, so what somebody
+# has stored in the folder changes no test.
 PARTS = ("templates", "scripts", "defaults", "actions", "migrate", "system_type")
 STORE = "orv-store"
 URL = "/cgi-bin/orv"
@@ -26,6 +28,8 @@ HOST = "device.local"
 SECONDS = 60  # timeout of one page
 REPORT = 99  # the exit status of a sanitizer's report; refusals have lower ones
 
+# Only check and write scripts have a pipe as input.  The check script runs
+# first, so a second note is the write script's.
 NOTE_INPUT = """\
 unset BASH_ENV
 if [[ -p /dev/stdin && ! -e ../.sent/check ]]; then
@@ -84,6 +88,8 @@ def executable(path):
     if not path.is_file() or not os.access(path, os.X_OK):
         raise CannotRun(f"{path} is not executable; name one with --orv, or leave "
                         "--orv away: then it is built")
+    # A build with another data folder would show, and change, the settings of
+    # this machine.
     with Device(None, path) as probe:
         (probe.root / "templates/probe.tpl").write_text(
             "title found\nread_script s.sh\nnavbar_script s.sh\n"
@@ -114,6 +120,8 @@ def copy_part(source, target, store):
         return
     shutil.copytree(source, target, dirs_exist_ok=True, ignore=lambda folder, names: [
         name for name in names if leads_to_store(pathlib.Path(folder, name))])
+    # The device's own link may lead to a build other than the one under test.
+    # Where nothing leads to orv-store, none is added.
     links = {p.name: STORE for p in source.iterdir() if leads_to_store(p)}
     for name, program in links and {**links, STORE: store}.items():
         (target / name).unlink(missing_ok=True)
@@ -150,7 +158,8 @@ class Device:
                 copy_part(self.folder / part, self.root / part, self._store())
         for part in PARTS[:2] + ("state", "acts"):
             (self.root / part).mkdir(exist_ok=True)
-        # Actions can be requested, but none is run.
+        # Actions can be requested, but none is run.  The FIFO is open for reading
+        # and writing: without a reader, each request for an action would fail.
         os.mkfifo(self.root / "acts/ask")
         self.asked = open(self.root / "acts/ask", "r+b", buffering=0)
         os.set_blocking(self.asked.fileno(), False)
@@ -162,14 +171,19 @@ class Device:
     def reset(self):
         """Restores the settings as shipped, as if nothing was ever stored."""
         shutil.rmtree(self.root / "state")
+        # As orv-store makes it.
         (self.root / "state").mkdir(mode=0o700)
 
     def request(self, query="", fields=None, **headers):
         """The page for a link's query or, with fields (pairs or the bytes of a body),
         for a post."""
+        # What the request before has left: sent() is about this one, and a FIFO
+        # that is never emptied would be full some day.
         for noted in (self.root / ".sent").iterdir():
             noted.unlink()
         self.asked.read(65536)
+        # What a web server sets, and nothing of the environment of whoever runs
+        # the tests: it could change what scripts do.
         env = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "ORV_POLICY": "strict",
                "BASH_ENV": "../.note", "ORV_ACTS": "../acts", "SCRIPT_NAME": URL, "HTTP_HOST": HOST,
                "REQUEST_METHOD": "GET", "QUERY_STRING": query,
@@ -180,12 +194,13 @@ class Device:
             env["ORV_STORE"] = str(self._store())
         body = fields or b""
         if fields is not None:
+            # The bytes of a value that is no UTF-8 go back as they came.
             if not isinstance(fields, bytes):
                 body = urllib.parse.urlencode(fields, errors="surrogateescape").encode()
             env |= {"REQUEST_METHOD": "POST", "HTTP_ORIGIN": f"http://{HOST}",
                     "CONTENT_TYPE": "application/x-www-form-urlencoded",
                     "CONTENT_LENGTH": str(len(body))}
-        env |= headers
+        env |= headers  # None: the browser has not sent it
         return self._run({n: v for n, v in env.items() if v is not None}, body)
 
     def _run(self, env, body):
@@ -195,6 +210,7 @@ class Device:
                                  timeout=SECONDS, check=False)
         except subprocess.TimeoutExpired:
             raise CannotRun(f"no page after {SECONDS} seconds") from None
+        # Below 0 it was killed by a signal: a crash is no page to test.
         head, _, page = run.stdout.partition(b"\r\n\r\n")
         if not 0 <= run.returncode < REPORT:
             raise CannotRun(f"orv exited with status {run.returncode}: "
@@ -220,6 +236,7 @@ class Device:
         path = self.root / "state" / name
         if not path.is_file():
             return None
+        # A file that is only a head stands for settings as shipped.
         return [line for line in lines_of(path) if not line.startswith("#")] or None
 
     def stored_names(self):

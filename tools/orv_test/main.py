@@ -56,6 +56,7 @@ test, with the messages of the pages.  Passwords are written as you typed them.
 Exit status: 0 all passed, 1 a test failed, 2 the tests could not be run."""
 
 
+# On standard error: standard output is the report, for programs that read TAP.
 def say(*lines):
     print(*(shown(line) for text in lines for line in text.split("\n")), sep="\n",
           file=sys.stderr)
@@ -104,6 +105,7 @@ def cases_of(files, device):
         except UnicodeDecodeError as error:
             line = error.object[:error.start].count(b"\n") + 1
             faults.append(f"{file}:{line}: this is not UTF-8")
+    # Nothing runs: a test that lacks a line could pass by that.
     if faults:
         raise CannotRun("\n".join(faults))
     return found
@@ -111,6 +113,7 @@ def cases_of(files, device):
 
 def test(cases, orv):
     """Runs the cases; returns the exit status."""
+    # Each line at once: a run that is stopped has reported what it did.
     print(f"1..{len(cases)}", flush=True)
     failed = 0
     for number, (case, folder) in enumerate(cases, 1):
@@ -118,6 +121,7 @@ def test(cases, orv):
             report = run.run(case, device)
         failed += bool(report)
         name = pathlib.Path(case.where.rpartition(":")[0]).stem
+        # In TAP a "#" in a test's name begins a directive, such as SKIP.
         head = (f"{'not ok' if report else 'ok'} {number} - {name}: "
                 + case.name.replace("#", "\\#"))
         print(*map(shown, (head, *(f"# {line}" for line in report))), sep="\n",
@@ -139,6 +143,7 @@ def main(arguments=None):
             raise CannotRun(f"{found.record} exists already; name a new file")
         folder = found.device or device_of(found.record)
         orv = executable(found.orv)
+        # "x": a file that has appeared meanwhile is not overwritten either.
         with Device(folder, orv) as device, \
                 open(found.record, "x", encoding="utf-8") as out:
             try:

@@ -9,6 +9,7 @@ import html5lib
 HTML = "{http://www.w3.org/1999/xhtml}"
 UNSEEN = {"head", "script", "style", "option"}
 DIGITS = "0123456789"
+# All other elements begin a line of their own.
 INLINE = {"a", "em", "label", "span", "html"}
 
 
@@ -46,6 +47,8 @@ class Control:
 
     def is_posted(self, pressed):
         """Whether a browser sends it (a "successful" control)."""
+        # HTML, "constructing the entry list": a grey control is not sent, nor one
+        # without a name, and of the buttons only the one that was pressed.
         if self.is_disabled or not self.name:
             return False
         if self.kind == "submit":
@@ -81,6 +84,7 @@ class Page:
             e.text or "" for e in self.tree.iter(HTML + "title")))
         self.links = [(squeeze("".join(e.itertext())), e.get("href"))
                       for e in self.tree.iter(HTML + "a")]
+        # The text that a user sees beside a control, by the control's id.
         labels = {e.get("for"): squeeze("".join(e.itertext()))
                   for e in self.tree.iter(HTML + "label")}
         self.controls = [self._control(e, labels) for e in self.tree.iter()
@@ -97,6 +101,7 @@ class Page:
             kind, entries = "select", list(e.iter(HTML + "option"))
             options = [(o.get("value", ""), squeeze(o.text or ""))
                        for o in entries]
+            # Without a choice, browsers show and send the first entry.
             chosen = [o for o in entries if o.get("selected") is not None]
             value = (chosen or entries)[0].get("value", "") if entries else ""
         elif kind != "hidden":
@@ -122,7 +127,8 @@ class Page:
         return [c for c in self.controls if c.kind in kinds]
 
     def by_name(self, *kinds):
-        """The first control of that name, which is the one that counts."""
+        """The first control of that name, which is the one that counts: a request
+        takes the first of several values, too."""
         found = {}
         for control in self.controls_of(*kinds):
             found.setdefault(control.name, control)
@@ -154,12 +160,15 @@ class Page:
 
     @property
     def shows_help(self):
+        """Whether the page was made by Help: a redraw has to ask for it again."""
         return any("help" in e.get("class", "").split()
                    for e in self.tree.iter(HTML + "p"))
 
     def take_over(self, before):
         """Replaces the page before, which is the same form: entered values stay, and so
         do the messages of values that are still as sent."""
+        # Read once more, since the controls of `before` hold the user's entries
+        # by now: a message stays only beside a value that was not changed.
         drawn, old, fields = Page(200, before.body).fields, before.fields, self.fields
         same = {name for name in old.keys() & fields.keys()
                 if old[name].entry() == drawn[name].entry()}
@@ -168,11 +177,13 @@ class Page:
             if not is_page and same & set(names):
                 self.told.append((False, [n for n in names if n in fields], text))
             elif is_page and (left or not before.wrong):
+                # The page's message begins with the number of marked fields.
                 if len(left) < len(before.wrong):
                     text = re.sub(r"^\d+", str(len(left)), text)
                 self.told.append((True, names, text))
         self.wrong |= left
         for name in old.keys() & fields.keys():
+            # Nobody can have entered anything into a grey one.
             if not old[name].is_disabled:
                 fields[name].enter(old[name])
 
@@ -183,7 +194,8 @@ class Page:
         return [int(match[1]) for match in found if match]
 
     def posted(self, button=None):
-        """The fields that this button posts, in the page's order."""
+        """The fields that this button posts, in the page's order.  HTML sends line
+        ends as CR LF, whatever the page has."""
         return [(c.name, "True" if c.kind == "checkbox" and not c.value
                  else re.sub("\r\n?|\n", "\r\n", c.value))
                 for c in self.controls if c.is_posted(button)]

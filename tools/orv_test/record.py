@@ -17,16 +17,18 @@ import urllib.parse
 from .device import ROOT, URL, CannotRun
 from .script import quoted
 
+# Nothing else of the disk is served, whatever a request names.
 FILES = {"/css/orv.css": "text/css; charset=utf-8",
          "/js/position.js": "text/javascript; charset=utf-8",
          "/js/kwt_scroller.js": "text/javascript; charset=utf-8"}
 MOVED = {"/": URL, "/favicon.ico": "/css/orv.css"}  # browsers request an icon
 ENDS = re.compile("[\r\n]+")  # of lines; no text field contains one
 MOVING = {"scroll_y", "anchor_target"}  # hidden fields that scripts set
+# Without these, the policy could not refuse here what it refuses on a device.
 PASSED_ON = {"Host": "HTTP_HOST", "Origin": "HTTP_ORIGIN",
              "Sec-Fetch-Site": "HTTP_SEC_FETCH_SITE",
              "Content-Type": "CONTENT_TYPE", "User-Agent": "HTTP_USER_AGENT"}
-LARGEST = 4 << 20
+LARGEST = 4 << 20  # more than this no device takes
 REFUSED = 403  # by the policy; no page of the device sends such a request
 
 
@@ -36,11 +38,14 @@ class Recorder:
     def __init__(self, device, out):
         self.device, self.out, self.pages = device, out, []
         self.redrawn = []  # pages that have replaced another one
+        # There is one copy of the device, and one list of pages.
         self.one_at_a_time = threading.Lock()
         self.write("# Recorded; name the test, and remove what does not matter.",
                    "", time.strftime("test Recorded on %Y-%m-%d at %H:%M"))
 
     def write(self, *lines):
+        """Adds lines, at once, so that whoever stops the recording keeps them.  A
+        line end in a value would make a line of the test of what follows it."""
         self.out.write("".join(ENDS.sub(" ", line) + "\n" for line in lines))
         self.out.flush()
 
@@ -63,6 +68,7 @@ class Recorder:
         if not is_navigation(headers):  # fresh values, which replace a page
             self.replace(page)
             return page
+        # By its text, as long as that leads to one place; else by the form.
         links = self.pages[-1].links if self.pages else []
         shown = [text for text, address in links
                  if urllib.parse.urlsplit(address).query == query]
@@ -87,6 +93,8 @@ class Recorder:
         page = self.device.request(fields=body, **environment)
         if is_from_elsewhere(headers) or page.status == REFUSED:
             return page
+        # Before the answer counts as a page: entries() looks for the one that the
+        # user has filled in.
         entries = self.entries(fields)
         if asks_for_redraw(fields, headers):
             self.write("", *entries, "redraw")
@@ -104,6 +112,7 @@ class Recorder:
         """The lines for the user's input since the page arrived."""
         state = {n: v for n, v in fields.items() if n not in MOVING}
 
+        # Every hidden field comes back, with line ends as browsers send them.
         def is_origin(page):
             hidden = {n: re.sub("\r\n?|\n", "\r\n", v)
                       for n, v in page.hidden.items() if n not in MOVING}
@@ -113,6 +122,8 @@ class Recorder:
         origin = next((p for p in reversed(self.pages) if is_origin(p)), None)
         if origin is None:
             return ["# This came from a page of before the recording."]
+        # Pages behind it have been left by Back, but a redrawn page is no stop on
+        # the way.
         while self.pages[-1] is not origin:
             if self.pages.pop() not in self.redrawn:
                 lines.append("back")
@@ -144,7 +155,8 @@ def is_navigation(headers):
 
 
 def is_from_elsewhere(headers):
-    """Whether another site's page has caused this request."""
+    """Whether another site's page has caused this request.  Older browsers send no
+    Sec-Fetch-Site; Origin and Referer name the page as well."""
     site = headers.get("Sec-Fetch-Site")
     source = headers.get("Origin") or headers.get("Referer")
     if site:
@@ -184,7 +196,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
     recorder = None
 
     def log_message(self, *_):
-        pass
+        """Silent: the terminal is for what the recorder has to say."""
 
     def answer(self, status, headers, body):
         self.send_response(status)
@@ -231,6 +243,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
 def serve(device, out, port, say):
     """Serves and records until Ctrl-C or a signal ends it."""
+    # Only on loopback, as it serves without a login.  In threads, since browsers
+    # keep connections open on which they ask for nothing.
     Handler.recorder = Recorder(device, out)
     try:
         server = http.server.ThreadingHTTPServer(("127.0.0.1", port), Handler)

@@ -28,6 +28,7 @@ class Failed(Exception):
         self.lines = lines
 
 
+# Kept, since one text is compared with every line of a page.
 @functools.lru_cache(None)
 def pattern(text):
     """`...` in a text matches anything."""
@@ -57,6 +58,8 @@ class Browser:
         return self.pages[-1]
 
     def _field(self, name, *kinds, is_look=False):
+        """The field of that name.  Each failure names the line to write instead: a
+        label, a hidden field and a wrong command are the usual mistakes."""
         fields = self.page.fields
         if name not in fields:
             labelled = [c.name for c in fields.values() if c.label == name]
@@ -84,6 +87,7 @@ class Browser:
         return name in names or name.rstrip(DIGITS) in names
 
     def _change(self, name, kind):
+        """The field, unless it is grey: no user could change it."""
         field = self._field(name, kind)
         if field.is_disabled:
             raise Failed(f"\"{name}\" is read-only; write: "
@@ -129,6 +133,7 @@ class Browser:
 
     @staticmethod
     def _choice(field, value):
+        """The entry's value, from that or from the text that a user sees."""
         values = [v for v, shown in field.options if value in (v, shown)]
         if not values:
             known = [v for option in field.options for v in option]
@@ -162,6 +167,7 @@ class Browser:
         self.pages.append(self.device.request(fields=fields))
 
     def back(self):
+        """No request: browsers show the page as it was left, entries included."""
         if len(self.pages) < 2:
             raise Failed("there is no page to go back to; \"open FORM\", "
                          "\"follow TEXT\" or \"press LABEL\" makes one")
@@ -183,12 +189,14 @@ class Browser:
         self.pages[-1] = fresh
 
     def reset(self):
+        """No page stays open: each would show settings that are gone."""
         self.device.reset()
         self.pages.clear()
 
     # --- expectations: whether each is met, and what was found -----------------
 
     def expect_form(self, form):
+        """Without a sub-item in `form`, any will do."""
         found = self.page.form
         return form in (found, found.partition("/")[0]), [found or "no form"]
 
@@ -196,10 +204,13 @@ class Browser:
         return is_like(text, self.page.title), [self.page.title]
 
     def expect_text(self, text):
+        """Across lines, as a user does not see where the page breaks a text."""
         lines = self.page.lines
         return pattern(text).search(" ".join(lines)) is not None, lines
 
     def expect_anywhere(self, text):
+        """In the page's source as well: that a secret is nowhere can only be tested
+        there."""
         body = self.page.body.decode("utf-8", "replace")
         values = [c.value for c in self.page.controls]
         found = [t for t in (body, *values) if pattern(text).search(t)]
@@ -217,9 +228,12 @@ class Browser:
         if not name:
             told = [t for _, t in self.page.errors]
             return any(is_like(text, t) for t in told), told
+        # Of a cell, its column or the field itself: a message for a whole column
+        # counts for each of its cells, and those of cells for the column.
         told = [t for n, t in self.page.errors
                 if n in (name, f"{name}#", f"{name.rstrip(DIGITS)}#")
                 or re.fullmatch(re.escape(name) + r"\d+", n)]
+        # A name that the page does not have is a mistake in the test.
         if not told and name not in {n.rstrip(DIGITS) for n in self.page.fields}:
             self._field(name)
         return any(is_like(text, t) for t in told), told
@@ -292,6 +306,7 @@ def difference(wanted, found):
     name, equals, _ = wanted.partition("=")
     close = [line for line in found if equals and line.startswith(name + equals)]
     if not close:
+        # Without autojunk, which ignores the frequent letters of a long line.
         matcher = difflib.SequenceMatcher(b=wanted, autojunk=False)
         ratios = {}
         for line in found:
@@ -345,6 +360,7 @@ def run(case, device):
     browser, report = Browser(device), []
     for step in case.steps:
         is_check = step.command.startswith("expect")
+        # What a user does next makes no sense on another page than the expected.
         if report and not is_check:
             break
         try:

@@ -75,6 +75,7 @@ class Fault(Exception):
 
 def near(word, known):
     """The end of a message: suggests similar names, or lists the known ones."""
+    # Each once and in the page's order, which a set would not keep.
     known = [name for name in dict.fromkeys(known) if name]
     best = difflib.get_close_matches(word, known, 3, 0.55)
     if best:
@@ -86,7 +87,7 @@ def near(word, known):
 
 
 def unquoted(text):
-    """A text in double quotes keeps the blanks at its ends."""
+    """A text in double quotes keeps the blanks at its ends, and can be empty."""
     if len(text) >= 2 and text[0] == text[-1] == '"':
         return text[1:-1]
     return text
@@ -133,6 +134,7 @@ def step_of(where, text):
         more = [] if known is EXPECTATIONS else ["test", "expect"]
         kind = "expectation" if known is EXPECTATIONS else "command"
         raise Fault(f"unknown {kind} \"{word}\"" + near(word, [*known, *more]))
+    # No field's name has dots, so this is a message of any field.
     if what.endswith(" error") and rest.startswith("..."):
         found = ["", rest]  # without a field
     else:
@@ -161,6 +163,7 @@ def parse(path, lines, faults):
                 cases.append(Case(rest.strip(), where, list(first)))
         except Fault as fault:
             faults.append(f"{where}: {text}\n  {fault}")
+    # A file or a test that checks nothing would pass for ever.
     if not cases:
         faults.append(f"{path}: it has no line \"test SENTENCE\"; "
                       "begin each test with one")
