@@ -294,6 +294,7 @@ static bool row_was_sent(const pt_body_item *table, int row)
   return false;
 }
 
+// By the page's values, or by those that are about to be stored.
 static bool row_holds(const pt_body_item *table, int row,
                       const char *(*value_of)(const char *name))
 {

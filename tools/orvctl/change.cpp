@@ -98,7 +98,8 @@ static offer *find_offer(offer_list *list, const pt_body_item *table)
   return added;
 }
 
-// Finds out which rows the missing values need.
+// Finds out which rows the missing values need.  A table of a fixed size never
+// gets more.
 static void collect_offers(offer_list *list, const wanted_value *values,
                            size_t count)
 {
@@ -117,7 +118,8 @@ static void collect_offers(offer_list *list, const wanted_value *values,
 
 // Has the page drawn with all the rows at once that a person would get one
 // after the other: those in front of the blank ones that stand there at last.
-// False when none is needed, or the page cannot be drawn.
+// False when none is needed, or the page cannot be drawn.  A table that is not
+// drawn waits for the value that brings it into the page.
 static bool ask_for_rows(offer_list *list, size_t values)
 {
   bool more = false;

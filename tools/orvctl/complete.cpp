@@ -116,6 +116,7 @@ static void offer_forms(int count, char **words)
   sitemap_free(pages);
 }
 
+// Of `get`, which shows read-only fields as well.
 static void offer_fields(int count, char **words)
 {
   if (!open_named(words[1])) {
@@ -221,6 +222,7 @@ static void offer_columns(const char *typed, const pt_body_item *table, int row)
   }
 }
 
+// Of the row that `add` would fill.
 static void offer_new_cells(int count, char **words)
 {
   const pt_body_item *table = open_table(words);

@@ -86,7 +86,8 @@ static void dump_fields(bool secrets)
   }
 }
 
-// The stored hashes of secrets that no field shows.
+// The stored hashes of secrets that no field shows.  The form's read script
+// reports these for a backup alone (ORV_SECRETS).
 static void dump_stored_secrets()
 {
   for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
@@ -126,7 +127,7 @@ static bool dump_page(const site_page *page, bool secrets)
 }
 
 // A page that fails does not stop the others, but the exit status tells that
-// the backup has gaps.
+// the backup has gaps.  A full disk may show only when the stream is flushed.
 static int write_pages(char **names, int count, bool secrets)
 {
   int status = EXIT_SUCCESS;
@@ -185,6 +186,7 @@ char *dump_settings(char **names, int count)
 
 constexpr size_t PLACE_SIZE = 100; // a line's number and what is wrong with it
 
+// Global, since report_at.line_of has no argument for it.
 static const dump_part *applied;   // borrowed: while its page is open
 static page_result applied_result; // of the last page
 

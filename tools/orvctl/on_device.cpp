@@ -50,6 +50,7 @@ static void name_home(const struct passwd *entry)
   setenv("LOGNAME", user, 1);
 }
 
+// What every page needs, and the new user may not be able to read.
 static const char *const FOLDERS[] = {ORV_DATA_DIR "/templates",
                                       ORV_DATA_DIR "/scripts"};
 
@@ -147,6 +148,7 @@ bool device_lock(void)
              : store_fault("Not possible while orvctl saves several forms");
 }
 
+// What is said to lock is what others are told who wait too long.
 bool device_begin(void)
 {
   char token[STORE_TOKEN_SIZE];

@@ -56,6 +56,7 @@ static int log_use(int status, const char *done, const char *failed)
   return status;
 }
 
+// A dump is a format of its own, which `apply` reads; JSON has `get`.
 static int dump(int count, char **words)
 {
   if (report_json) {

@@ -307,7 +307,8 @@ static const char *own_label(const char *name, void *)
 }
 
 // Computes what is about to be saved, while the values are those that the write
-// script gets: it may clear secrets.  False when memory ran out.
+// script gets: it may clear secrets.  False when memory ran out.  A hash that a
+// dump brings back has no item on the page, so it is found by its name.
 static bool find_changes()
 {
   static const orv_change_source source = {old_value, new_value, own_label,
@@ -323,7 +324,8 @@ static bool find_changes()
   return whole;
 }
 
-// A save is complete or has not begun, whatever happens to the terminal.
+// A save is complete or has not begun, whatever happens to the terminal.  The
+// steps have the order of a request (cgi_main.cpp).
 page_result page_submit(bool dry)
 {
   forget_changes();

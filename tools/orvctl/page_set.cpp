@@ -72,6 +72,8 @@ static const char *no_choice(const html_form_list_opt *choice,
   return made ? refusal : "has no such choice";
 }
 
+// By what is posted, not by the text shown, which may change with the language
+// of the device.
 static const char *choose_entry(page_field *field, const char *value)
 {
   for (const html_form_list_opt *choice = field->item->choices.choices;

@@ -93,7 +93,9 @@ static void pending_member(const pending_change *pending)
   report_close('}');
 }
 
-// A change that was pending before the command is not this command's.
+// A change that was pending before the command is not this command's.  Behind
+// several forms no object is open that could take a member, so it gets one of
+// its own.
 static void tell(bool is_object)
 {
   pending_change pending;

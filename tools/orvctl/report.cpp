@@ -163,6 +163,7 @@ static void change_side(const char *name, const orv_change *change,
   }
 }
 
+// With the line that a person would read, so that no program has to word it.
 static void change_member(const orv_change *change)
 {
   report_open(nullptr, '{');
@@ -196,7 +197,8 @@ static void each_change(void (*tell)(const orv_change *))
 
 // --- what went wrong ---------------------------------------------------------
 
-// A message with its place.
+// A message with its place.  On standard error, so that standard output has
+// nothing but results.
 static void message_line(const char *about, int line, const char *text)
 {
   if (report_at.file != nullptr && line > 0) {
@@ -239,7 +241,8 @@ static void failure_line(const char *form, const char *text)
   message_line(form, report_at.line, text);
 }
 
-// The oldest first: the list begins with the newest.
+// The oldest first: the list begins with the newest.  It has no links back, and
+// few entries, so it is walked for each.
 static void each_error(void (*tell)(const char *name, const char *text))
 {
   const orv_var *told = nullptr;
@@ -415,6 +418,8 @@ bool report_hold(void)
   return hold_next();
 }
 
+// What open_memstream(3) has written is complete only once its stream is
+// closed.
 static void end_held()
 {
   if (held_stream != nullptr) {

@@ -30,7 +30,9 @@ static size_t smallest(size_t a, size_t b, size_t c)
 }
 
 // How many letters have to be typed, left out, replaced or swapped with their
-// neighbour to make one name of the other; letter case is no difference.
+// neighbour to make one name of the other; letter case is no difference.  (The
+// optimal string alignment distance: neighbours swapped are one slip of the
+// fingers, not two.)
 static size_t distance_of(const char *a, const char *b)
 {
   const size_t rows = strnlen(a, SUGGEST_SIZE - 1);
@@ -56,6 +58,8 @@ static size_t distance_of(const char *a, const char *b)
   return steps[rows][columns];
 }
 
+// Without memory for the list the nearest name is lost as well: the message
+// stands without a suggestion.
 void suggest_begin(suggestion *of, const char *wanted)
 {
   *of = {};
