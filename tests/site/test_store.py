@@ -187,6 +187,33 @@ def test_an_order_is_stored_unchanged_or_refused(device, order, text):
     assert device.load("f") == ["v=1"] and "f0" not in device.names()
 
 
+def test_an_answer_lists_the_changes_and_names_no_guard_without_one(device):
+    """A dollar in a label stays text on the page, in a line that a page accepts."""
+    order = "@label v=A$B\n@secret key\n> f\nkey=a$b\nv={}\n"
+    assert device.save(order.format(1)) == (
+        0, "ok\npage key: changed$L$\nline key: changed\n"
+           "page A$$$B: blank \u2192 1$L$\nline A$B: blank -> 1\n")
+    assert device.save(order.format(1)) == (0, "ok\n")
+    told = device.save(f"@label v={'$' * 60}\n> f\nv={'x' * 245}\n")[1]
+    line = re.search(r"^page ((?:\${3}){50}: 1 \u2192 x+)\$L\$\n", told, re.M)[1]
+    assert 205 < len(line.encode()) <= 210
+    assert "a value is too long" in device.save(f"> f\nv={'x' * 246}\n")[1]
+    for owner, kept in (("1" * 40, "1" * 40), ("1" * 41, "-"), ("", "-"), ("1.2 3", "-")):
+        assert device.save(f"@owner {owner}\n> f\nv=2\n")[0] == 0
+        assert (device.state / "f").read_text().split("\n")[0].split(" ", 3)[3] == kept
+
+
+@pytest.mark.parametrize("lines, values", [
+    ('new_Port_9="1"', "port_9=1"), ('new_a=" \t"', "a="), ('new_a=" b "', "a= b "), ('new_a=""', "a="),
+    ('new_a="b"c="d"', 'a=b"c="d'), (f'new_{"n" * 52}="1"', f"{'n' * 52}=1"), (f'new_{"n" * 53}="1"', ""),
+    (f'new_a="{"x" * 1000}"', f"a={'x' * 999}"), ('new_="1"', ""), ('new_a="', ""), ('new_a=1"', ""), ('new_a="1', ""),
+    ('new_a-b="1"', ""), ('a="1"', ""), ('new_b="1"\nnew_a="2"', "a=2\nb=1"), ('new_a="1\0"\nnew_b="2"', "")])
+def test_lines_of_a_page_s_values_are_printed_by_name_and_others_skipped(device, lines, values):
+    assert device.store("input", "-", "form", given=f"{lines}\n") == (0, f"ok\nholder 0\n{values}\n".replace("\n\n", "\n"))
+    assert device.store("input", "-", "form", given='new_a="1"\nnew_c=""\nnew_A="2"\n') == (
+        1, "fault The request contains a name twice.\n")
+
+
 # --- the lock -----------------------------------------------------------------
 
 def test_nobody_waits_for_a_request_that_is_still_coming(device):
@@ -206,20 +233,24 @@ def test_fields_that_no_form_has_never_cost_the_lock(device):
             lines = "".join(f'new_{name.format(i)}="1"\n' for i in range(99000))
             assert device.run(HASTY, "input", str(os.getpid()), "form", given=lines) == (
                 1, "fault The request has more fields than any page of this device\n")
-    # The page may have all its rows, and some values that scripts report.
+    # The page may have all its rows, and a thousand values that scripts report.
     (device.folder / "form.tpl").write_text("title T\nbody\ntable t 12\n" + "".join(
         f"field {column} 9\nlabel L\n" for column in "abcdefghijkl"))
-    lines = "".join(f'new_{name}{i}="1"\n' for name in [*"abcdefghijkl", "x", "y_"]
+    lines = "".join(f'new_{name}{i}="1"\n' for name in [*"abcdefghijkl", *(f"x{n}" for n in range(10))]
                     for i in range(100))
     assert device.store("input", "-", "form", given=lines)[0] == 0
+    assert "more fields than any page" in device.store("input", "-", "form", given=lines + 'new_z="1"\n')[1]
 
 
 def test_waiting_too_long_names_the_holder(device):
     with locked(device, "net", REMOTE_USER="eve", REMOTE_ADDR="192.0.2.7"):
-        for words in (["store", "-", "form"], ["reset"]):
+        for words, planted, holder in (
+                (["store", "-", "form"], None, "net by eve at 192.0.2.7"), (["reset"], None, "net by eve at 192.0.2.7"),
+                (["boot"], "x" * 300, "x" * 99), (["migrate"], "", "another save")):
+            if planted is not None:  # by the web server's user, without an end
+                (device.state / ".lock").write_text(planted)
             assert device.run(HASTY, *words, given="> f\nv=1\n") == (
-                1, "fault The settings have been in use by net by eve at 192.0.2.7 for "
-                   "more than 1 seconds. Please try again\n")
+                1, f"fault The settings have been in use by {holder} for more than 1 seconds. Please try again\n")
     assert device.save("> f\nv=1\n", HASTY)[0] == 0  # the lock ends with its script
 
 
@@ -417,6 +448,27 @@ def test_a_full_disk_leaves_the_old_settings_and_nothing_else(device):
         r"ok\nv=old\n\.generation\n\.history\n\.lock\na\nzero\nok\nv=new\n", text), text
 
 
+def test_a_save_is_on_the_disk_before_it_counts(device):
+    """Files and folders are written out before the step that commits them, and that
+    step before the next: a power cut leaves the old settings or the new ones."""
+    assert device.save("> f\nv=1\n")[0] == 0
+    status, text = device.run(
+        "strace", "-qqyo", "calls", "-e", "signal=none", "-e", "trace=fsync,/rename,/unlink", STORE, "store", "-", "form",
+        given="@guard 900\n> f\nv=2\n", cwd=device.folder, env={"ASAN_OPTIONS": "detect_leaks=0"})
+    assert status == 0, text
+    calls = []
+    for line in (device.folder / "calls").read_text().splitlines():
+        line = re.sub(r"\.new\.\w+", "NEW", line.replace(f"{device.state.resolve()}", "STATE"))
+        name, at = re.match(r"(\w+?)(?:at2?)?\(\d+<STATE/?([^>]*)>", line).groups()
+        calls.append(" ".join([name, at or ".", *re.findall('"([^"]*)"', line)]))
+    commit, first, last = (calls.index(call) for call in (
+        "rename . NEW .commit", "rename .commit f f", "unlink . .commit"))
+    written = {f"fsync NEW{path}" for path in (
+        "", "/f", "/.history", "/.pending", "/.pending/f", "/.pending/.info", "/.pending/.armed", "/.pending/.token")}
+    assert set(calls[:commit]) >= written and calls[commit - 1] == "fsync NEW", calls
+    assert calls[commit + 1:first] == ["fsync ."] and calls[last - 1] == "fsync .", calls
+
+
 def owned_device(folder):
     """A device of the web server's user, if root can make one, and the function that
     switches a process to that user."""
@@ -452,13 +504,25 @@ def test_an_administrator_does_not_lock_the_web_server_out(open_folder):
         return
     # Nothing that others can replace is trusted: a link, another user's folder.
     (open_folder / "link").symlink_to(device.state)
-    os.chmod(open_folder / "defaults", 0o777)
-    shutil.copytree(device.state, open_folder / "defaults" / "state")
-    for path in ("link", "defaults/state"):
-        env = {"ORV_STATE": str(open_folder / path)}
-        status, text = device.save("> f\nv=3\n", env=env)
-        assert status == 1 and "Root does not use the folder" in text, path
+    above = open_folder / "defaults"
+    shutil.copytree(device.state, above / "state")
+    for path, mode, owner in (("link", 0o755, 0), ("defaults/state", 0o777, 0), ("defaults/state", 0o775, 0),
+                              ("defaults/state", 0o757, 0), ("defaults/state", 0o755, NOBODY)):
+        above.chmod(mode)
+        os.chown(above, owner, owner)
+        for name in (path, open_folder / path):
+            status, text = device.save("> f\nv=3\n", env={"ORV_STATE": str(name)}, cwd=open_folder)
+            assert status == 1 and "Root does not use the folder" in text, (name, mode, owner)
     assert device.store("load", "f") == (0, "ok\nv=2\n")
+    # A folder that does not exist yet belongs to the owner of the one above it.
+    new = above / "new"
+    assert device.save("> f\nv=3\n", env={"ORV_STATE": str(new / "state")})[0] == 0
+    assert {(p.stat().st_uid, p.stat().st_mode & 0o777) for p in (new, new / "state")} == {(NOBODY, 0o700)}
+    os.chown(above, 0, 0)
+    above.chmod(0o1777)  # others can add files there, but replace none
+    for path in (above / "state", *(above / "state").iterdir()):
+        os.chown(path, NOBODY, NOBODY)
+    assert device.save("> f\nv=4\n", env={"ORV_STATE": "defaults/state"}, cwd=open_folder)[0] == 0
 
 
 def put_link(path):

@@ -19,8 +19,6 @@ TEST_F(Commit, ASaveLeavesItsFilesAndNothingElse)
   string all;
   for (const auto &entry : std::filesystem::directory_iterator("state")) {
     all += entry.path().filename().string() + " ";
-    EXPECT_EQ(std::filesystem::status(entry.path()).permissions() &
-              std::filesystem::perms::others_all, std::filesystem::perms::none);
   }
   for (const char *name : {"a ", "port@lan1 ", ".lock ", ".generation ", ".history "}) {
     EXPECT_NE(all.find(name), string::npos) << all;
