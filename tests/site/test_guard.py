@@ -3,6 +3,7 @@ that nothing stops it from going back."""
 
 import concurrent.futures
 import contextlib
+import fcntl
 import http.client
 import os
 import pathlib
@@ -199,7 +200,7 @@ def test_only_such_an_act_keeps_a_change(device, monkeypatch):
 def test_a_change_is_not_kept_before_the_device_uses_it(device):
     used = device.folder / "used"
     device.script("net.sh", FORM % f"900 bash -c 'until [[ -e {used} ]]; do sleep 0.05; done'")
-    save(device, "new")
+    assert "If nobody kept it by 900 seconds from now," in save(device, "new").body
     page = device.open("confirm")
     assert "The device does not use the change yet." in page.body
     refused = device.post(submit(device), **OWN)
@@ -295,6 +296,27 @@ def test_each_change_s_command_runs_once_and_in_order_when_all_go_back(device):
     until(lambda: not watchers(device))
     assert host(device) == host(device, "lan") == "old"
     until(lambda: ran.read_text().count("\n") >= 3)
+
+
+def test_a_watcher_tries_until_it_has_the_lock_and_ends_with_the_folder(device):
+    save(device, "new")
+    for pid, _ in watchers(device, pids=True):
+        os.kill(pid, signal.SIGKILL)
+    make_overdue(device)
+    with (device.state / ".lock").open() as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        watcher = subprocess.Popen([os.environ["ORV_STORE_HASTY"], "watch", pending(device)["token"]],
+                                   env=os.environ | {"ORV_STATE": str(device.state)}, stdout=subprocess.DEVNULL)
+        def waits():
+            return re.search(f"-> FLOCK .* {watcher.pid} ", pathlib.Path("/proc/locks").read_text())
+        until(waits)
+        until(lambda: not waits())  # others have had the lock for too long
+        assert host(device) == "new"
+    assert watcher.wait(conftest.SECONDS) == 0 and host(device) == "old"
+    save(device, "newer")
+    until(lambda: len(watchers(device)) == 1)
+    until(lambda: shutil.rmtree(device.state, ignore_errors=True) or not device.state.exists())
+    until(lambda: not watchers(device))
 
 
 class Served(conftest.Site):

@@ -106,6 +106,8 @@ def rows(*values, first=0):
 def test_rows_close_up_and_deleted_ones_stay_deleted(site):
     keep(site, "f", *(s.format("table rules 2") for s in TABLE), shipped=("to0=10.0.0.1", "use0=True"))
     assert site.open("f").control("to0").get("value") == "10.0.0.1"
+    said = task(site, "--write", "f", given=rows("", ""))
+    assert said["u_saved_change0"].startswith("Row deleted: 10.0.0.1") and not stored(site)
     task(site, "--write", "f", given=rows("10.0.0.5", "", "10.0.0.7"))
     assert stored(site) == ["to0=10.0.0.5", "to1=10.0.0.7", "use0=True", "use1=True"]
     said = task(site, "--write", "f", given=rows("10.0.0.5", "", "10.0.0.7", "10.0.0"))
@@ -216,6 +218,8 @@ def test_a_secret_is_never_shown_and_cleared_only_by_its_box(device):
                 REQUEST_METHOD="GET")["wifi_passphrase"] == ""
     page = device.open("f").press("Submit", wifi_passphrase="filled in", wifi_passphrase_clear="1")
     assert page.title == "changes_saved" and "wifi_passphrase=" in stored(device)
+    carried = dict(page.hidden())  # or the next save would clear it again
+    assert carried["u_wifi_passphrase_clear"] == "False" and "filled in" not in carried.values()
     keep(device, "g", "table keys 1", "field key_psk", "check text")
     assert "needs a script" in task(device, "--read", "g", script="data/scripts/g.sh")["error_msg"]
 
@@ -235,7 +239,8 @@ def test_a_script_s_secret_stays_secret_without_the_script(device, place):
     assert page.press("Submit", name="z").title == "changes_saved"
     said = task(device, "--read", "f", ORV_SECRETS="1")
     assert (said["code"], said["seed"], said["name"]) == ("hid-1den", "hid$2den", "z")
-    assert device.open("f").press("Submit", code="hid-3den").title == "changes_saved"
+    page = device.open("f").press("Submit", code="hid-3den")
+    assert page.title == "changes_saved" and "hid-3den" not in page.body
     kept = (device.folder / "data/state/f").read_text()
     assert "\n#secret code" in kept and "code=hid-3den" in kept
     assert task(device, "--read", "f")["seed"] == ""
@@ -330,6 +335,12 @@ def test_the_page_and_the_log_say_what_changed_and_by_whom(site):
     links = [a.get("href").partition("?")[2] for a in site.open("f").all("a")]
     assert links == ["form=f", "form=orvmenu"]
     assert task(site, "--navbar") == {}  # a bar needs no form
+    names = "abcdefghijklm"
+    keep(site, "g", *(line for name in names for line in (f"field {name}", f"label {name.upper()}")))
+    for count, last in ((13, "and 2 more$L$"), (12, "L: 1 → 2$L$"), (11, "")):
+        said = task(site, "--write", "g", script="data/scripts/g.sh", given=dict.fromkeys(names[:count], 14 - count))
+        assert said["u_saved_change10"] == f"K: {13 - count or 'blank'} → {14 - count}$L$"
+        assert said["u_saved_change11"] == last and "u_saved_change12" not in said
 
 
 @pytest.mark.parametrize("bar", [
