@@ -285,12 +285,19 @@ static bool replace_file(const char *name, const char *text, size_t length)
           store_fault_errno("The change cannot be watched"));
 }
 
-// Copies the information without its steps.
-static void copy_rest(FILE *out, const char *info)
+static bool is_end(const char *line)
+{
+  return begins_with(line, "boot=") || begins_with(line, "until=") ||
+         begins_with(line, "clock=");
+}
+
+// Copies the information without its steps, and without its end if that has
+// changed.
+static void copy_rest(FILE *out, const char *info, bool has_new_end)
 {
   while (*info != '\0') {
     const size_t size = strcspn(info, "\n");
-    if (!begins_with(info, "step=")) {
+    if (!begins_with(info, "step=") && !(has_new_end && is_end(info))) {
       fprintf(out, "%.*s\n", static_cast<int>(size), info);
     }
     info += size + (info[size] == '\n' ? 1 : 0);
@@ -315,7 +322,7 @@ bool guard_arm(const char *token)
   if (used) {
     write_end(out, pending.seconds);
   }
-  copy_rest(out, info.get());
+  copy_rest(out, info.get(), used);
   const bool made = store_close_text(out, &text);
   const owned_text owned(text.bytes);
   return made && replace_file(INFO_FILE, text.bytes, text.length) &&

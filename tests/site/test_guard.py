@@ -211,6 +211,27 @@ def test_a_change_is_not_kept_before_the_device_uses_it(device):
     assert device.post(submit(device), **OWN).title == "Saved" and not pending(device)
 
 
+def test_the_page_that_keeps_a_change_has_its_end_and_twelve_changes(device):
+    def read():
+        said = run(device, device.scripts / "confirm.sh", "--read", "confirm", REMOTE_USER="other")
+        return dict(re.findall(r'^(\w+)="(.*)"$', said, re.M))
+    assert read() == {"confirm_token": ""}
+    values = "".join(f"{name}=a\n" for name in ("host", *"abcdefghijkl"))
+    run(device, STORE, "store", "-", "net", "sub", text=f"@secret a\n@guard 900 x\n> net\n{values}",
+        REMOTE_USER="eve", REMOTE_ADDR="10.0.0.1")
+    said = read()
+    token = said.pop("confirm_token")
+    assert token == pending(device)["token"] and pending(device)["form"] == "net/sub"
+    lines = ["host: old -> a", "a: changed", *(f"{name}: blank -> a" for name in "bcdefghijk")]
+    changes = {f"confirm_change{i}": f"{line}$L$" for i, line in enumerate(lines)}
+    assert said == {"always_submit": "True", "confirm_who": "eve at 10.0.0.1", "confirm_left": "",
+                    "confirm_clock": ""} | changes
+    run(device, STORE, "arm", token)
+    said = read()
+    clock = time.localtime(int(pending(device)["clock"]))
+    assert said["confirm_clock"] == time.strftime("%H:%M:%S", clock) and 0 < int(said["confirm_left"]) <= 900
+
+
 def test_a_boot_reverts_an_unkept_change_and_reports_it(device):
     save(device, "new")
     info = device.state / ".pending/.info"
