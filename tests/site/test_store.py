@@ -13,7 +13,7 @@ import tempfile
 import threading
 
 import pytest
-from conftest import LIMITS
+from conftest import LIMITS, PRELOAD, SHIM
 
 ROWS = LIMITS["ORV_STORED_ROWS_MAX"]
 LIBRARY = pathlib.Path(__file__).parents[2] / "lib"
@@ -212,6 +212,43 @@ def test_lines_of_a_page_s_values_are_printed_by_name_and_others_skipped(device,
     assert device.store("input", "-", "form", given=f"{lines}\n") == (0, f"ok\nholder 0\n{values}\n".replace("\n\n", "\n"))
     assert device.store("input", "-", "form", given='new_a="1"\nnew_c=""\nnew_A="2"\n') == (
         1, "fault The request contains a name twice.\n")
+
+
+@pytest.mark.parametrize("command, least, most", [
+    ("load", 1, 64), ("reset", 0, 64), ("input", 2, 2), ("store", 2, 3), ("serve", 2, 3), ("arm", 1, 1), ("confirm", 0, 1),
+    ("watch", 1, 2), ("wait", 1, 1), ("act", 1, 3), *((name, 0, 0) for name in
+    ("pending", "boot", "expire", "migrate", "history", "log"))])
+def test_a_command_with_too_few_or_too_many_words_does_nothing(device, command, least, most):
+    for count in {least - 1, most + 1} - {-1}:
+        status, text = device.store(command, *["none"] * count)
+        assert status == 2 and text.startswith(f"orv-store: wrong number of arguments for: {command} "), text
+    assert device.names() == []
+    for count in (least, most):
+        assert device.store(command, *["none"] * count)[0] < 2
+
+
+def test_a_lock_is_held_for_a_living_process_alone(device):
+    (device.defaults / "f").write_text("v=1\n")
+    for pid in ("", "x", "1", "-2", f"{2 ** 22 + 1}x", f"{1 << 30}"):
+        assert "fault serve needs the id of the script's process" in device.store("serve", pid, "form")[1]
+        assert device.store("input", pid, "form") == (0, "ok\nholder 0\n")
+    lost = (1, "fault Nothing was saved: the lock was lost. Please try again\n")
+    assert device.run(STORE, "store", str(os.getpid()), "form", given="> f\nv=2\n") == lost
+    with locked(device):
+        assert device.run(STORE, "store", str(2 ** 22 + 1), "form", given="> f\nv=2\n") == lost
+        assert device.run(STORE, "store", str(os.getpid()), "form", given="> f\nv=3\n")[0] == 0
+    assert device.load("f") == ["v=3"]
+
+
+def test_each_line_is_logged_with_who_caused_it(device):
+    log = device.folder / "log"
+    env = {PRELOAD: SHIM, "SYSLOG_FILE": str(log), "ASAN_OPTIONS": "verify_asan_link_order=0"}
+    assert device.store("log", given="one\n\n two", env=env | {"REMOTE_USER": "eve", "REMOTE_ADDR": "::1"}) == (0, "")
+    assert device.store("reset", env=env) == (0, "ok\n") and device.save("> f\nv=1\n")[0] == 0
+    assert device.store("reset", "f", env=env | {"REMOTE_USER": "a b%s\n"}) == (0, "ok\n")
+    assert log.read_text().splitlines() == [
+        "5 one (eve at ::1)", "5  (eve at ::1)", "5  two (eve at ::1)", "5 Settings as shipped (somebody)",
+        "5 Settings as shipped, of some files (a_b_s_)"]
 
 
 # --- the lock -----------------------------------------------------------------
