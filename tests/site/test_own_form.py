@@ -98,6 +98,20 @@ def test_values_that_no_page_sends_are_checked_when_stored(site, given, field, m
     assert not stored(site)
 
 
+def test_a_form_that_was_never_saved_has_all_its_fields(site):
+    keep(site, "f", *ITEMS, *(s.format("table rules 2") for s in TABLE), shipped=("on=True", "zone=gone", "port=1"))
+    said = task(site, "--read", "f")
+    assert re.fullmatch(r"0 \d+\.\d+\.\d+", said.pop("orv_stamp"))
+    assert said == {"name": "", "port": "1", "on": "True", "mode": "", "zone": "gone"}
+    assert "error_msg" not in task(site, "--check", "f", given={"name": "a", "zone": "gone", "mode": "a"})
+    assert not (site.folder / "data/state").exists()  # a device that stores nothing needs no folder
+    assert "error_zone" in task(site, "--write", "f", given={"zone": "other", "mode": "a"})
+    said = task(site, "--write", "f", given={"mode": "b", "orv_stamp": ""})
+    assert "error_msg" not in said, said
+    assert sorted(stored(site)) == ["mode=b", "on=True", "port=1", "zone=gone"]
+    assert task(site, "--read", "f")["orv_stamp"].startswith("1 ")
+
+
 def rows(*values, first=0):
     return {f"{name}{i}": v for i, to in enumerate(values, first)
             for name, v in (("to", to), ("use", "True" if to else ""))}

@@ -187,6 +187,16 @@ def test_an_order_is_stored_unchanged_or_refused(device, order, text):
     assert device.load("f") == ["v=1"] and "f0" not in device.names()
 
 
+def test_the_largest_order_is_stored(device):
+    """As many names and files as an order may have, and a value as long as may be."""
+    order = "@secret s\n" * 256 + "".join(f"> f{i}\nv=2\n" for i in range(63)) + f"> f63\nv={'x' * 245}\n"
+    assert device.save(order)[0] == 0
+    found = device.store("load", *(f"f{i}" for i in range(64)))[1].split()
+    assert found == ["ok", *["v=2"] * 63, f"v={'x' * 245}"]
+    blanks = "#" * (3 * 1024 * 1024)
+    assert "order is too long" in device.save(blanks)[1] and "not understood" in device.save(blanks[1:])[1]
+
+
 def test_an_answer_lists_the_changes_and_names_no_guard_without_one(device):
     """A dollar in a label stays text on the page, in a line that a page accepts."""
     order = "@label v=A$B\n@secret key\n> f\nkey=a$b\nv={}\n"

@@ -68,6 +68,9 @@ VERSIONS = [  # stored, shipped, whether there is a program, the values of a pag
     ("#version 2\nv=1\n", "#version 2\nnew=1\n", True, None),
     ("#version 3\nv=1\n", "#version 2\nnew=1\n", True, NEW),
     ("#orv 2 7 -\nv=#version 9\n", "new=1\n", True, None),
+    ("#orv 2 7 -\n#table\n#version 999999999\nv=1\n", "new=1\n", True, NEW),
+    ("#orv 2 7 -\n#table\n#version 1000000000\nv=1\n", "new=1\n", True, None),
+    ("#orv 2 7 -\n#table\n#version 0\nv=1\n", "new=1\n", True, None),
     ("#orv 2 7 -\n", "#version 2\nnew=1\n", True, None),  # as shipped
 ]
 

@@ -157,6 +157,7 @@ TEST_F(Guard, StepsOfSeveralChangesRemainEachOnceInTheirOrder)
   }
   EXPECT_EQ(locked([&] { return guard_arm(tokens[0].c_str()); }), "no");
   EXPECT_EQ(locked([] { return guard_put_back(GUARD_PRIVILEGED, stdout); }), "done");
+  EXPECT_NE(read_file("state/.history").find("\n& lan\n"), string::npos);
   for (size_t i = 0; i < std::size(saves); i++) {
     EXPECT_EQ(read_file("state/.history").find("\n* " + tokens[i] + "\n") != string::npos,
               i == 1 || i == 3 || i == 6) << i;
