@@ -124,3 +124,65 @@ TEST_F(Commit, NoRequestTakesPartInATransaction)
     return !joined;
   }), "done");
 }
+
+TEST_F(Commit, WhoWaitsForATransactionLearnsHowItEnded)
+{
+  ASSERT_EQ(save("> a\nx=old\n"), "done");
+  const std::pair<string, bool> rows[] = {
+    {"dropped", false}, {"committed", true}, {"died before", false}, {"died after", true},
+  };
+  for (const auto &[end, counts] : rows) {
+    int begun[2], go[2];
+    store_stage stage;
+    ASSERT_TRUE(pipe(begun) == 0 && pipe(go) == 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+      char token[STORE_TOKEN_SIZE];
+      if (!store_open(false) || !store_lock_for("f") || !transaction_begin(&stage, token) ||
+          write(begun[1], &stage, sizeof stage) < 0 || read(go[0], token, 1) != 1) {
+        _exit(1);
+      }
+      if (end == "dropped") {
+        transaction_drop(&stage);
+      } else if (end == "committed") {
+        transaction_commit(&stage);
+      } else if (end == "died after") {
+        renameat(store.fd, stage.name, store.fd, ".commit");
+      }
+      _exit(0);
+    }
+    ASSERT_EQ(read(begun[0], &stage, sizeof stage), static_cast<ssize_t>(sizeof stage));
+    const int outcome = open((string("state/") + stage.name + "/.outcome").c_str(), O_RDONLY);
+    ASSERT_EQ(write(go[1], "", 1), 1);
+    EXPECT_EQ(transaction_wait(outcome), counts) << end;
+    waitpid(pid, nullptr, 0);
+    for (const int fd : {outcome, begun[0], begun[1], go[0], go[1]}) {
+      close(fd);
+    }
+  }
+}
+
+TEST_F(Commit, TheEndOfAScriptIsSeenOnAnyKernel)
+{
+  for (const bool is_old : {false, true}) {
+    EXPECT_EQ(locked([&] {
+      if (is_old) {
+        deny(SYS_pidfd_open);
+      }
+      signal(SIGCHLD, SIG_IGN); // nothing remains of what has ended
+      int request[2], life[2];
+      char byte;
+      if (pipe(request) != 0 || pipe(life) != 0 || write(request[1], "r", 1) != 1) {
+        return false;
+      }
+      const pid_t script = fork();
+      if (script == 0) {
+        close(life[1]);
+        _exit(read(life[0], &byte, 1) == 0 ? 0 : 1);
+      }
+      const bool is_asked = store_await(script, request[0]) && read(request[0], &byte, 1) == 1;
+      close(life[1]);
+      return is_asked && !store_await(script, request[0]);
+    }), "done");
+  }
+}
