@@ -188,10 +188,14 @@ def test_an_order_is_stored_unchanged_or_refused(device, order, text):
 
 
 def test_the_largest_order_is_stored(device):
-    """As many names and files as an order may have, and a value as long as may be."""
+    """As many names and files as an order may have, and a value as long as may be; no
+    file stays open behind the next."""
     order = "@secret s\n" * 256 + "".join(f"> f{i}\nv=2\n" for i in range(63)) + f"> f63\nv={'x' * 245}\n"
-    assert device.save(order)[0] == 0
-    found = device.store("load", *(f"f{i}" for i in range(64)))[1].split()
+    few = ("bash", "-c", 'ulimit -n 24; exec "$@"', "few", STORE)
+    for _ in range(2):
+        status, text = device.run(*few, "store", "-", "form", given=order)
+        assert status == 0, text
+    found = device.run(*few, "load", *(f"f{i}" for i in range(64)))[1].split()
     assert found == ["ok", *["v=2"] * 63, f"v={'x' * 245}"]
     blanks = "#" * (3 * 1024 * 1024)
     assert "order is too long" in device.save(blanks)[1] and "not understood" in device.save(blanks[1:])[1]
@@ -248,6 +252,17 @@ def test_a_lock_is_held_for_a_living_process_alone(device):
         assert device.run(STORE, "store", str(2 ** 22 + 1), "form", given="> f\nv=2\n") == lost
         assert device.run(STORE, "store", str(os.getpid()), "form", given="> f\nv=3\n")[0] == 0
     assert device.load("f") == ["v=3"]
+
+
+def test_output_that_nobody_takes_is_a_failure(device):
+    device.save("> f\nv=1\n")
+    ours, theirs = os.pipe()
+    os.close(ours)
+    with open("/dev/full", "wb") as full:
+        for words in (["load", "f"], ["history"], ["reset", "f"]):
+            for out in (theirs, full):
+                assert subprocess.run([STORE, *words], stdout=out, env=device.env, check=False).returncode == 1, words
+    os.close(theirs)
 
 
 def test_each_line_is_logged_with_who_caused_it(device):
@@ -325,6 +340,8 @@ def test_one_program_serves_a_script_for_its_life(device):
             ("orv_read a; orv_lock; orv_read b; orv[a]+=${orv[b]}; " + store, "0", "ab"),
             ("orv_lock; LC_ALL=C.UTF-8; orv[a]='\u00e4 \u2192'; " + store, "0", "\u00e4 \u2192"),
             ("orv_lock; orv_read PORT#; orv[a]=${orv[PORT7]}${orv__beyond// }; " + store, "0", "Port7PORT"),
+            # None of its saves leaves a file open.
+            ("ulimit -n 40; for i in {1..40}; do orv[a]=$i; orv_lock; orv_store f a; orv_unlock; done; echo 0", "0", "40"),
             ("orv_lock; kill -9 $orv__server; orv_msg() { echo msg; }; " + store, "msg\n1", None),
             # It dies after the library has checked and before the request.
             ("orv_lock; kill -9 $orv__server; sleep 0.1; orv__is_served() { true; }; "
