@@ -156,7 +156,8 @@ if ! orv_one_of "$a" lan wan; then
 else
   cat "/etc/$a"
 fi
-cat "/etc/$a"
+cat "/etc/$a" # input-path
+[[ $1 != --write ]] || cat "/etc/$a"
 IFS= read -r b
 orv_store x b && cat "/etc/$b" # input-path
 echo "${b:$b:1}" # input-number

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "text.h"
+
 static bool declares(const bash_command &command)
 {
   static const std::set<std::string> words = {"local", "declare", "typeset"};
@@ -60,6 +62,73 @@ static void add_attributes(context *c, const bash_command &command)
   }
 }
 
+// The scoped name of the value that the word is, "" when it is anything else.
+static std::string copied_value(const context &c, const bash_command &command,
+                                const bash_word &value)
+{
+  if (value.expansions.size() != 1 || !value.expansions[0].rest.empty() ||
+      value.expansions[0].indirect || value.expansions[0].length) {
+    return "";
+  }
+  const std::string &text = value.plain;
+  const std::string &name = value.expansions[0].name;
+  const bool whole = text == "$" + name || text == "${" + name + "}" ||
+                     (starts_with(text, "${" + name + "[") &&
+                      text.find('}') == text.size() - 1);
+  return whole ? scoped(c, command.function, full_name(value.expansions[0]))
+               : "";
+}
+
+// A second value makes a variable no copy.
+static void collect_copies(context *c)
+{
+  for (const script *s : c->files) {
+    for (const bash_command &command : s->code.commands) {
+      for (const bash_assignment &assignment : command.assignments) {
+        const std::string value =
+            assignment.subscript.empty()
+                ? copied_value(*c, command, assignment.value)
+                : "";
+        const auto row = c->copies.insert(
+            {scoped(*c, command.function, assignment.name), value});
+        if (!row.second) {
+          row.first->second.clear();
+        }
+      }
+    }
+  }
+  for (auto row = c->copies.begin(); row != c->copies.end();) {
+    row = row->second.empty() ? c->copies.erase(row) : std::next(row);
+  }
+}
+
+// Whether the word is run: also one that orv_background and the like are given.
+static bool is_run(const bash_command &command, size_t i)
+{
+  static const std::set<std::string> runners = {
+      "orv_background", "orv_after_page", "orv_guard",
+      "orv_guard_boot", "trap",           "command"};
+  return command.kind == BASH_SIMPLE &&
+         (i == 0 || runners.count(command.words[0].plain) != 0);
+}
+
+static void collect_calls(context *c)
+{
+  std::set<std::string> own;
+  for (const script *s : c->files) {
+    own.insert(s->code.functions.begin(), s->code.functions.end());
+  }
+  for (const script *s : c->files) {
+    for (const bash_command &command : s->code.commands) {
+      for (size_t i = 0; i < command.words.size() && is_run(command, i); i++) {
+        if (own.count(command.words[i].plain) != 0) {
+          c->calls[command.words[i].plain].push_back(&command);
+        }
+      }
+    }
+  }
+}
+
 void collect_declared(context *c)
 {
   for (const script *s : c->files) {
@@ -73,6 +142,8 @@ void collect_declared(context *c)
       add_attributes(c, command);
     }
   }
+  collect_copies(c);
+  collect_calls(c);
 }
 
 // --- what $(...) takes -------------------------------------------------------

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <ctype.h>
+#include <string.h>
 
 #include "judged.h"
 #include "page_values.h"
@@ -37,11 +38,22 @@ const std::string &first_word(const bash_command &command)
              : none;
 }
 
+// "${row}" is "$row", and quotes in a subscript change nothing.
 std::string full_name(const bash_expansion &expansion)
 {
-  return expansion.subscript.empty()
-             ? expansion.name
-             : expansion.name + "[" + expansion.subscript + "]";
+  const std::string &written = expansion.subscript;
+  if (written.empty() || written.find_first_of("\"'{") == std::string::npos) {
+    return written.empty() ? expansion.name
+                           : expansion.name + "[" + written + "]";
+  }
+  std::string subscript;
+  const bool plain = written.find_first_of("#%/:-+?=,^@") == std::string::npos;
+  for (const char c : written) {
+    if (strchr(plain ? "\"'{}" : "\"'", c) == nullptr) {
+      subscript += c;
+    }
+  }
+  return expansion.name + "[" + subscript + "]";
 }
 
 // --- what comes from a request -----------------------------------------------
@@ -66,34 +78,6 @@ const script *owner_of(const context &c, const bash_command &command,
     }
   }
   return nullptr;
-}
-
-// What another file or function has looked at counts everywhere: when it was
-// called is not known.
-static bool holds_at(const judged_place &place, const script *s,
-                     const bash_command &command, size_t index)
-{
-  if (place.s == nullptr || place.s != s ||
-      place.function != command.function) {
-    return true;
-  }
-  return index >= place.from && index <= place.to &&
-         is_inside(*s, command.branch, place.branch);
-}
-
-bool is_judged(const context &c, const bash_command &command,
-               const std::string &name)
-{
-  const auto places = c.judged.find(name);
-  if (places == c.judged.end()) {
-    return false;
-  }
-  size_t index = 0;
-  const script *s = owner_of(c, command, &index);
-  return std::any_of(places->second.begin(), places->second.end(),
-                     [&](const judged_place &place) {
-                       return holds_at(place, s, command, index);
-                     });
 }
 
 // Whether the expansion brings in a value that nothing has looked at.

@@ -5,6 +5,16 @@
 
 #include "device.h"
 
+// What a command or a branch does for the commands behind it.
+enum way {
+  STAYS,   // nothing
+  REPORTS, // a message, or a variable that says so: they run all the same
+  RETURNS, // they do not run, and those of other functions do
+  LEAVES,  // they do not run
+};
+
+constexpr size_t TO_THE_END = static_cast<size_t>(-1);
+
 // Where a value has been looked at: commands of a script, those of one branch.
 struct judged_place {
   const script *s; // NULL: wherever it is used
@@ -12,6 +22,8 @@ struct judged_place {
   int branch; // -1: any
   size_t from;
   size_t to;
+  size_t test; // that says so
+  way wrong;   // what comes of a value that is not right
 };
 
 // A script with the files that it sources: they share variables and functions.
@@ -30,7 +42,16 @@ struct context {
   std::set<std::string> evaluating;
   // Whether it is root's, and what it reads is what forms have stored.
   bool stored = false;
+  // Functions that are called only where there was no message.
+  std::set<std::string> calm = {};
+  // Variables that are given another value as it is and nothing else.
+  std::map<std::string, std::string> copies = {};
+  // The calls of its own functions.
+  std::map<std::string, std::vector<const bash_command *>> calls = {};
 };
+
+// What is judged, beside values: that the script has given no message.
+constexpr char NO_MESSAGE[] = "!";
 
 // The name with the function that it belongs to.
 std::string scoped(const context &c, const std::string &function,
@@ -42,6 +63,9 @@ std::string full_name(const bash_expansion &expansion);
 // Whether the value of that scoped name was looked at where the command stands.
 bool is_judged(const context &c, const bash_command &command,
                const std::string &name);
+// Whether the command runs only if a test, the script's command `since` or one
+// behind it, has seen that there was no message.
+bool is_calm(const context &c, const bash_command &command, size_t since);
 // Whether the expansion brings in a value that nothing has looked at.
 bool is_input(const context &c, const bash_command &command,
               const bash_expansion &expansion);

@@ -1,36 +1,20 @@
 // Which values a script has looked at, and where.
 //
 // A test holds in the branch that it opens, for the commands that && or || make
-// depend on it, and behind a branch that leads away (exit, a message, another
-// value) where it does not hold.  In the arm *) of a case nothing was seen.
+// depend on it, and behind a branch that is left (by exit and the like, or with
+// another value) where it does not hold.  A message leaves nothing: behind one,
+// it holds where a test has found that there was none.  In the arm *) of a case
+// nothing was seen.
 
 #include "judged.h"
 
-#include <string.h>
-
 #include <algorithm>
 
-#include "judgements.h"
+#include "judge.h"
 #include "text.h"
-
-static constexpr size_t TO_THE_END = static_cast<size_t>(-1);
 
 // Of one name no more places than these are kept apart.
 static constexpr size_t PLACES_MAX = 100;
-
-// One script while its tests are looked at.
-struct judge {
-  context *c;
-  const script &s;
-  const std::set<std::string> &leading_away; // functions
-  std::vector<size_t> last;                  // command of each branch
-  std::vector<bool> diverts;                 // of each branch
-  // Names that each branch gives another value.
-  std::vector<std::set<std::string>> assigned;
-  std::vector<std::vector<size_t>> followers; // that a command decides on
-  std::map<int, std::vector<int>> arms;       // of each group
-  std::vector<std::vector<int>> opens;        // branches, by their tests
-};
 
 // --- places ------------------------------------------------------------------
 
@@ -42,74 +26,42 @@ bool is_inside(const script &s, int branch, int outer)
   return branch == outer;
 }
 
-static void add_place(const judge &j, const std::string &name,
-                      const bash_command &test, int branch, size_t from,
-                      size_t to)
+void add_place(const judge &j, const std::string &name,
+               const bash_command &test, int branch, size_t from, size_t to,
+               way wrong)
 {
   std::vector<judged_place> &places = j.c->judged[name];
+  const size_t index = static_cast<size_t>(&test - j.s.code.commands.data());
   if (places.size() == PLACES_MAX) {
-    places.assign(1, judged_place{nullptr, "", -1, 0, TO_THE_END});
+    places.assign(1, judged_place{nullptr, "", -1, 0, TO_THE_END, 0, LEAVES});
   } else if (places.empty() || places[0].s != nullptr) {
-    places.push_back({&j.s, test.function, branch, from, to});
+    places.push_back({&j.s, test.function, branch, from, to, index, wrong});
   }
 }
 
-static const bash_branch &branch_at(const judge &j, int index)
+const bash_branch &branch_at(const judge &j, int index)
 {
   return j.s.code.branches[static_cast<size_t>(index)];
 }
 
-static bool leads_away(const judge &j, int branch, const std::string &name)
+// What a branch does for what follows it: another value is as good as none.
+static way way_of_branch(const judge &j, int branch, const std::string &name)
 {
   const size_t at = static_cast<size_t>(branch);
-  const size_t begin = name.rfind(':') + 1;
-  const size_t end = name.find_first_of("[%", begin);
-  const std::string plain = name.substr(begin, end - begin);
-  return j.diverts[at] || j.assigned[at].count(plain) != 0;
+  const size_t begin = name.find("::") + 2;
+  const std::string plain =
+      name.substr(begin, std::min(name.find('%'), name.size()) - begin);
+  return j.assigned[at].count(plain) != 0 ? LEAVES : j.ways[at];
 }
 
 // --- what leads away ---------------------------------------------------------
 
-static bool is_diverting(const bash_command &command,
-                         const std::set<std::string> &functions)
-{
-  static const std::set<std::string> words = {
-      "exit",      "return",  "continue",  "break",
-      "orv_error", "orv_msg", "orv_fatal", "exec"};
-  const std::string &name = first_word(command);
-  const bool prints = (name == "echo" || name == "printf") &&
-                      std::any_of(command.words.begin(), command.words.end(),
-                                  [](const bash_word &word) {
-                                    return starts_with(word.plain, "error_");
-                                  });
-  return prints || words.count(name) + functions.count(name) != 0;
-}
-
-// Functions that report something or end the script, by themselves or others.
-static std::set<std::string> diverting_functions(const context &c)
-{
-  std::set<std::string> functions;
-  for (bool more = true; more;) {
-    more = false;
-    for (const script *s : c.files) {
-      for (const bash_command &command : s->code.commands) {
-        const std::string &name = first_word(command);
-        if (!command.function.empty() && name != "return" &&
-            name != "continue" && name != "break" &&
-            is_diverting(command, functions)) {
-          more |= functions.insert(command.function).second;
-        }
-      }
-    }
-  }
-  return functions;
-}
-
-static void look_at_branches(judge *j)
+void look_at_branches(judge *j)
 {
   const auto &branches = j->s.code.branches;
+  j->first.assign(branches.size(), TO_THE_END);
   j->last.assign(branches.size(), 0);
-  j->diverts.assign(branches.size(), false);
+  j->ways.assign(branches.size(), STAYS);
   j->assigned.resize(branches.size());
   j->opens.resize(j->s.code.commands.size());
   j->followers.resize(j->s.code.commands.size());
@@ -135,7 +87,16 @@ static bool is_reached(const judge &j, const bash_command &command)
          (name == "echo" || name == "printf");
 }
 
-static void look_at_commands(judge *j)
+// The name with its subscript, as the values of expansions are called.
+static std::string name_of(const bash_assignment &assignment)
+{
+  bash_expansion value;
+  value.name = assignment.name;
+  value.subscript = assignment.subscript;
+  return full_name(value);
+}
+
+void look_at_commands(judge *j)
 {
   for (size_t i = 0; i < j->s.code.commands.size(); i++) {
     const bash_command &command = j->s.code.commands[i];
@@ -146,15 +107,16 @@ static void look_at_commands(judge *j)
       continue;
     }
     const size_t own = static_cast<size_t>(command.branch);
-    if (command.substitution == 0 && is_reached(*j, command) &&
-        is_diverting(command, j->leading_away)) {
-      j->diverts[own] = true;
+    if (command.substitution == 0 && is_reached(*j, command)) {
+      j->ways[own] = std::max(j->ways[own], way_of(command, j->known));
     }
     for (const bash_assignment &assignment : command.assignments) {
-      j->assigned[own].insert(assignment.name);
+      j->assigned[own].insert(name_of(assignment));
     }
     for (int b = command.branch; b >= 0; b = branch_at(*j, b).parent) {
       j->last[static_cast<size_t>(b)] = i;
+      j->first[static_cast<size_t>(b)] =
+          std::min(j->first[static_cast<size_t>(b)], i);
     }
   }
 }
@@ -163,34 +125,40 @@ static void look_at_commands(judge *j)
 
 // Behind all arms of the branch's command.
 static void add_behind(const judge &j, const judgement &what,
-                       const bash_command &test, int branch)
+                       const bash_command &test, int branch, way wrong)
 {
+  if (wrong == STAYS) {
+    return;
+  }
   size_t from = 0;
   for (const int arm : j.arms.at(branch_at(j, branch).group)) {
     from = std::max(from, j.last[static_cast<size_t>(arm)]);
   }
   add_place(j, what.name, test, branch_at(j, branch).parent, from + 1,
-            TO_THE_END);
+            TO_THE_END, wrong);
 }
 
 // The arms behind the one that the test opens.
 static void add_other_arms(const judge &j, const judgement &what,
                            const bash_command &test, int branch)
 {
-  bool all = true;
+  way all = LEAVES;
   bool otherwise = false;
+  size_t end = 0;
   for (const int arm : j.arms.at(branch_at(j, branch).group)) {
     if (arm <= branch) {
       continue;
     }
     otherwise |= branch_at(j, arm).otherwise;
-    all &= leads_away(j, arm, what.name);
-    if (!what.holds) {
-      add_place(j, what.name, test, arm, 0, TO_THE_END);
-    }
+    all = std::min(all, way_of_branch(j, arm, what.name));
+    end = std::max(end, j.last[static_cast<size_t>(arm)]);
   }
-  if (what.holds && otherwise && all) {
-    add_behind(j, what, test, branch);
+  if (!what.holds) { // their tests as well
+    add_place(j, what.name, test, branch_at(j, branch).parent,
+              j.last[static_cast<size_t>(branch)] + 1, end);
+  }
+  if (what.holds && otherwise) {
+    add_behind(j, what, test, branch, all);
   }
 }
 
@@ -208,8 +176,8 @@ static void judge_branch(const judge &j, const judgement &what,
   if (kind == "if" && ((holds && and_only) || (!holds && or_only))) {
     add_other_arms(j, {what.name, holds}, test, branch);
   }
-  if (!holds && or_only && leads_away(j, branch, what.name)) {
-    add_behind(j, what, test, branch);
+  if (!holds && or_only) {
+    add_behind(j, what, test, branch, way_of_branch(j, branch, what.name));
   }
 }
 
@@ -224,20 +192,20 @@ static void judge_follower(const judge &j, const judgement &what,
   const bool gives =
       std::any_of(command.assignments.begin(), command.assignments.end(),
                   [&](const bash_assignment &assignment) {
-                    return ends_with(what.name, ":" + assignment.name);
+                    return ends_with(what.name, ":" + name_of(assignment));
                   });
+  const way wrong = gives ? LEAVES : way_of(command, j.known);
   if (runs) {
     add_place(j, what.name, test, -1, index, index);
-  } else if (((command.join == "||" && what.holds && and_only) ||
-              (command.join == "&&" && !what.holds && or_only)) &&
-             (gives || is_diverting(command, j.leading_away))) {
-    add_place(j, what.name, test, command.branch, index + 1, TO_THE_END);
+  } else if (wrong != STAYS &&
+             ((command.join == "||" && what.holds && and_only) ||
+              (command.join == "&&" && !what.holds && or_only))) {
+    add_place(j, what.name, test, command.branch, index + 1, TO_THE_END, wrong);
   }
 }
 
-// Follows the list that the test stands in.
-static void judge_list(const judge &j, const judgement &what, size_t index,
-                       const bash_command &test)
+void judge_list(const judge &j, const judgement &what, size_t index,
+                const bash_command &test)
 {
   bool and_only = true;
   bool or_only = true;
@@ -265,7 +233,7 @@ static void judge_arms(const judge &j, const bash_command &subject,
 {
   bool wrong_seen = false; // an arm before has taken what is wrong
   bool any_wrong = false;
-  bool all_away = true;
+  way all = LEAVES;
   for (const int arm : arms) {
     const std::string &pattern = branch_at(j, arm).pattern;
     const bool wrong =
@@ -276,14 +244,14 @@ static void judge_arms(const judge &j, const bash_command &subject,
       continue;
     }
     any_wrong = true;
-    all_away &= leads_away(j, arm, name);
+    all = std::min(all, way_of_branch(j, arm, name));
   }
-  if (any_wrong && all_away) {
-    add_behind(j, {name, true}, subject, arms.front());
+  if (any_wrong) {
+    add_behind(j, {name, true}, subject, arms.front(), all);
   }
 }
 
-static void judge_case(const judge &j, const std::vector<int> &arms)
+void judge_case(const judge &j, const std::vector<int> &arms)
 {
   const bash_branch &first = branch_at(j, arms.front());
   if (first.kind != "case" || first.test < 0) {
@@ -292,38 +260,16 @@ static void judge_case(const judge &j, const std::vector<int> &arms)
   const bash_command &subject =
       j.s.code.commands[static_cast<size_t>(first.test)];
   const std::string part = asks_which_line(subject) ? NAME_PART : "";
+  for (const int arm : arms) {
+    if (is_write_pattern(j.known, branch_at(j, arm).pattern)) {
+      add_place(j, NO_MESSAGE, subject, arm, 0, TO_THE_END);
+    }
+  }
   for (const bash_word &word : subject.words) {
     for (const bash_expansion &expansion : word.expansions) {
       judge_arms(j, subject,
                  scoped(*j.c, subject.function, full_name(expansion)) + part,
                  arms);
     }
-  }
-}
-
-// --- the whole ---------------------------------------------------------------
-
-static void judge_script(context *c, const script &s,
-                         const std::set<std::string> &leading_away)
-{
-  judge j = {c, s, leading_away, {}, {}, {}, {}, {}, {}};
-  look_at_branches(&j);
-  look_at_commands(&j);
-  for (size_t i = 0; i < s.code.commands.size(); i++) {
-    const bash_command &command = s.code.commands[i];
-    for (const judgement &what : judgements_of(*c, command)) {
-      judge_list(j, what, i, command);
-    }
-  }
-  for (const auto &group : j.arms) {
-    judge_case(j, group.second);
-  }
-}
-
-void collect_judged(context *c)
-{
-  const std::set<std::string> leading_away = diverting_functions(*c);
-  for (const script *s : c->files) {
-    judge_script(c, *s, leading_away);
   }
 }

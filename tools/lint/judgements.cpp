@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "script_names.h"
 #include "text.h"
 
 // --- what tests say ----------------------------------------------------------
@@ -19,6 +20,41 @@ static void add_names(const context &c, const bash_command &command,
   }
 }
 
+// Whether each part of a test that "||" joins is about the value.
+static bool is_in_each_part(const context &c, const bash_command &command,
+                            const std::string &name)
+{
+  bool found = false;
+  for (const bash_word &word : command.words) {
+    if (word.text == "&&" || word.text.find_first_of("()") == 0) {
+      return true; // taken for right
+    }
+    if (word.text == "||" && !found) {
+      return false;
+    }
+    found =
+        word.text != "||" &&
+        (found || std::any_of(word.expansions.begin(), word.expansions.end(),
+                              [&](const bash_expansion &e) {
+                                return scoped(c, command.function,
+                                              full_name(e)) == name;
+                              }));
+  }
+  return found;
+}
+
+// Whether the comparison looks at what stands before it: [ takes whole numbers
+// alone and evaluates nothing.
+static bool looks_at(const bash_command &command, size_t i)
+{
+  static const std::set<std::string> orders = {"-eq", "-ne", "-lt",
+                                               "-le", "-gt", "-ge"};
+  const std::string &op = command.words[i].text;
+  return op == "==" || op == "=" || op == "!=" ||
+         (op == "=~" && !holds_part(command.words[i + 1].plain)) ||
+         (command.kind == BASH_SIMPLE && orders.count(op) != 0);
+}
+
 // [[ -n $x ]] looks at nothing; a comparison does.
 static void judge_comparisons(const context &c, const bash_command &command,
                               std::vector<judgement> *what)
@@ -30,13 +66,17 @@ static void judge_comparisons(const context &c, const bash_command &command,
       turned = command.negated;
     }
     turned ^= op == "!";
-    if ((op == "==" || op == "=" || op == "!=" || op == "=~") && i > 0 &&
-        i + 1 < command.words.size() &&
-        !(op == "=~" && holds_part(command.words[i + 1].plain))) {
+    if (i > 0 && i + 1 < command.words.size() && looks_at(command, i)) {
       const bool holds = (op != "!=") != turned;
       add_names(c, command, command.words[i - 1], holds, what);
     }
   }
+  what->erase(std::remove_if(what->begin(), what->end(),
+                             [&](const judgement &one) {
+                               return one.holds != command.negated &&
+                                      !is_in_each_part(c, command, one.name);
+                             }),
+              what->end());
 }
 
 static std::string options_of(const bash_command &command)
@@ -116,8 +156,29 @@ static void judge_members(const context &c, const bash_command &command,
 static bool asks(const context &c, const bash_command &command)
 {
   const std::string &name = first_word(command);
-  return name == "orv_one_of" || name == "orv_number" ||
+  return name == "orv_one_of" ||
          (!starts_with(name, "orv_") && c.functions.count(name) != 0);
+}
+
+// orv_number takes names of values, also those that are made: "port$row".
+static void judge_numbers(const context &c, const bash_command &command,
+                          std::vector<judgement> *what)
+{
+  size_t index = 0;
+  const script *s = owner_of(c, command, &index);
+  for (size_t i = 1; s != nullptr && i < command.words.size(); i++) {
+    std::vector<literal_name> names;
+    add_literals(*s, command.words[i], &names);
+    if (names.empty()) {
+      names.push_back({command.words[i].plain, 0, 0});
+    }
+    for (const literal_name &name : names) {
+      bash_expansion value;
+      value.name = "orv";
+      value.subscript = name.name;
+      what->push_back({"::" + full_name(value), !command.negated});
+    }
+  }
 }
 
 std::vector<judgement> judgements_of(const context &c,
@@ -131,6 +192,8 @@ std::vector<judgement> judgements_of(const context &c,
   } else if (holds_line(command) &&
              (command.piped_in || !command.redirects.empty())) {
     judge_lines(c, command, &what);
+  } else if (name == "orv_number") {
+    judge_numbers(c, command, &what);
   } else if (asks(c, command) || looks_up(command)) {
     for (size_t i = 1; i < command.words.size(); i++) {
       add_names(c, command, command.words[i], !command.negated, &what);

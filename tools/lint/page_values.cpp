@@ -21,7 +21,7 @@ static size_t subitem_argument(const script_line &line)
 
 static void judge_everywhere(context *c, const std::string &name)
 {
-  c->judged[name] = {{nullptr, "", -1, 0, static_cast<size_t>(-1)}};
+  c->judged[name] = {{nullptr, "", -1, 0, TO_THE_END, 0, LEAVES}};
 }
 
 // Values that the page's own checks hold to something harmless: those of fields
@@ -46,10 +46,10 @@ static void add_checked(context *c, const std::string &script_name)
       const std::string name = "::orv[" + item.name + "]";
       if (item.table < 0 &&
           (number || is_one_of(words_of_list) || item.type == PT_SELECT ||
-           item.type == PT_CHECKBOX) &&
-          c->judged.count(name) == 0) {
+           item.type == PT_CHECKBOX)) {
+        const bool seen = c->judged.count(name) != 0; // by the script as well
         judge_everywhere(c, name);
-        if (number) {
+        if (number && !seen) {
           c->padded[name] = !is_one_of({"decimal"});
         }
       }
@@ -57,8 +57,8 @@ static void add_checked(context *c, const std::string &script_name)
   }
 }
 
-// What orv_number has made is a plain decimal, or stands as it was with a
-// fault.
+// What orv_number has made is a plain decimal; what it refuses is one for the
+// page's check, and blank or too long.
 static void add_plain_numbers(context *c)
 {
   for (const script *s : c->files) {
@@ -72,7 +72,6 @@ static void add_plain_numbers(context *c)
       }
       for (const literal_name &name : names) {
         c->padded.erase("::orv[" + name.name + "]");
-        judge_everywhere(c, "::orv[" + name.name + "]");
       }
     }
   }

@@ -1,0 +1,222 @@
+// What a script does where a value is not right, and how it finds out later.
+
+#include "ways.h"
+
+#include <algorithm>
+
+#include "text.h"
+
+// --- what commands do --------------------------------------------------------
+
+static bool prints_message(const bash_command &command)
+{
+  const std::string &name = first_word(command);
+  return (name == "echo" || name == "printf") &&
+         std::any_of(command.words.begin(), command.words.end(),
+                     [](const bash_word &word) {
+                       return starts_with(word.plain, "error_");
+                     });
+}
+
+// exec with redirections alone goes on.
+static bool leaves(const bash_command &command)
+{
+  static const std::set<std::string> words = {"exit", "return", "continue",
+                                              "break"};
+  const std::string &name = first_word(command);
+  return words.count(name) != 0 || (name == "exec" && command.words.size() > 1);
+}
+
+// Whether the assignment only notes something: bad=1, or faults+=('Row 1').
+static bool is_note(const bash_assignment &assignment)
+{
+  return assignment.subscript.empty() && assignment.value.expansions.empty() &&
+         assignment.value.text.find_first_of("`(") == std::string::npos;
+}
+
+way way_of(const bash_command &command, const script_ways &ways)
+{
+  static const std::set<std::string> reporting = {"orv_error", "orv_msg",
+                                                  "orv_fatal"};
+  const std::string &name = first_word(command);
+  if (leaves(command)) {
+    return name == "return" && !command.function.empty() ? RETURNS : LEAVES;
+  }
+  const auto function = ways.functions.find(name);
+  if (function != ways.functions.end()) {
+    return function->second;
+  }
+  return reporting.count(name) != 0 || prints_message(command) ||
+                 std::any_of(command.assignments.begin(),
+                             command.assignments.end(), is_note)
+             ? REPORTS
+             : STAYS;
+}
+
+// --- functions and variables -------------------------------------------------
+
+// A function ends the script for certain, or may report something.
+static way way_in_function(const bash_command &command, const script_ways &ways)
+{
+  const std::string &name = first_word(command);
+  const way own = way_of(command, ways);
+  if (own < RETURNS) {
+    return own;
+  }
+  const bool own_end = own == RETURNS || name == "continue" || name == "break";
+  const bool certain =
+      command.branch < 0 && command.join.empty() && command.substitution == 0;
+  return own_end ? STAYS : certain ? LEAVES : REPORTS;
+}
+
+static void collect_functions(const context &c, script_ways *ways)
+{
+  for (bool more = true; more;) {
+    more = false;
+    for (const script *s : c.files) {
+      for (const bash_command &command : s->code.commands) {
+        const way own =
+            command.function.empty() ? STAYS : way_in_function(command, *ways);
+        if (own > STAYS && own > ways->functions[command.function]) {
+          ways->functions[command.function] = own;
+          more = true;
+        }
+      }
+    }
+  }
+}
+
+// Whether a test finds the value to be something.
+static bool is_set_value(const std::string &value)
+{
+  static const std::set<std::string> unset = {"", "0", "no", "false", "False"};
+  return unset.count(value) == 0;
+}
+
+static void collect_flags(const context &c, script_ways *ways)
+{
+  ways->flags["orv_failed"] = true;
+  for (const script *s : c.files) {
+    for (const bash_command &command : s->code.commands) {
+      if (command.branch < 0 && command.function.empty() &&
+          command.join.empty()) {
+        continue;
+      }
+      for (const bash_assignment &assignment : command.assignments) {
+        if (is_note(assignment)) { // the last one: others begin with it
+          ways->flags[assignment.name] = is_set_value(assignment.value.plain) ||
+                                         !assignment.elements.empty();
+        }
+      }
+    }
+  }
+}
+
+// Whether each form that lets the script write lets it check as well.
+static bool is_checked_before(const context &c)
+{
+  for (const auto &entry : c.dev.forms) {
+    const std::vector<script_line> &lines = entry.second.scripts;
+    const std::string &writes = lines[TASK_WRITE].script;
+    if (lines[TASK_CHECK].script != writes &&
+        std::any_of(c.files.begin(), c.files.end(),
+                    [&](const script *s) { return s->name == writes; })) {
+      return false;
+    }
+  }
+  return true;
+}
+
+script_ways collect_ways(const context &c)
+{
+  script_ways ways = {{}, {}, !c.stored && is_checked_before(c)};
+  collect_functions(c, &ways);
+  collect_flags(c, &ways);
+  return ways;
+}
+
+// --- what asks for them ------------------------------------------------------
+
+static bool is_not(const std::string &word)
+{
+  return word == "!=" || word == "-ne" || word == "-gt" || word == "-ge";
+}
+
+// [[ $task == --write ]], whatever holds the task.
+static bool asks_for_task(const script_ways &ways, const bash_command &command,
+                          bool *none)
+{
+  for (size_t i = 2; ways.checked_before && i < command.words.size(); i++) {
+    const std::string &task = command.words[i].plain;
+    if ((task == "--write" || task == "--check") &&
+        !command.words[i - 2].expansions.empty()) {
+      const bool equal = !is_not(command.words[i - 1].text);
+      *none = equal == (task == "--write");
+      return true;
+    }
+  }
+  return false;
+}
+
+// What a test says of a variable, e.g. [[ $bad ]], [ "$bad" = 0 ]: whether it
+// succeeds where that is set.
+static bool asks_for_set(const bash_command &command, size_t at)
+{
+  const std::vector<bash_word> &words = command.words;
+  const std::string before = at > 0 ? words[at - 1].text : "";
+  bool set = before != "-z";
+  if (at + 2 < words.size() && words[at + 1].text.find_first_of("=!-") == 0) {
+    set = is_set_value(words[at + 2].plain) != is_not(words[at + 1].text);
+  }
+  return set != (before == "!");
+}
+
+// ((!bad)) and ((bad == 0)).
+static bool asks_for_zero(const std::string &test, const std::string &name)
+{
+  const size_t at = test.find(name);
+  const size_t behind = test.find_first_not_of(' ', at + name.size());
+  return (at > 0 && test[at - 1] == '!') ||
+         (behind != std::string::npos && test.compare(behind, 4, "== 0") == 0);
+}
+
+static bool asks_for_flag(const script_ways &ways, const bash_command &command,
+                          bool *none)
+{
+  for (size_t i = 0; i < command.words.size(); i++) {
+    for (const bash_expansion &e : command.words[i].expansions) {
+      const auto flag = ways.flags.find(e.name);
+      if (flag == ways.flags.end()) {
+        continue;
+      }
+      const bool set = command.kind == BASH_ARITHMETIC
+                           ? !asks_for_zero(command.words[i].text, e.name)
+                           : asks_for_set(command, i);
+      *none = set != flag->second;
+      return true;
+    }
+  }
+  return false;
+}
+
+// What orv_store stores was without fault.
+bool asks_for_message(const script_ways &ways, const bash_command &command,
+                      bool *none)
+{
+  const std::string &name = first_word(command);
+  const bool test = command.kind == BASH_TEST || name == "[" || name == "test";
+  bool asks = name == "orv_store";
+  *none = true;
+  if (!asks && (test || command.kind == BASH_ARITHMETIC)) {
+    asks = asks_for_flag(ways, command, none) ||
+           (test && asks_for_task(ways, command, none));
+  }
+  *none ^= command.negated;
+  return asks;
+}
+
+bool is_write_pattern(const script_ways &ways, const std::string &pattern)
+{
+  return ways.checked_before && pattern.find("--write") != std::string::npos &&
+         pattern.find('|') == std::string::npos;
+}
