@@ -212,8 +212,8 @@ def test_a_change_is_not_kept_before_the_device_uses_it(device):
 
 
 def test_the_page_that_keeps_a_change_has_its_end_and_twelve_changes(device):
-    def read():
-        said = run(device, device.scripts / "confirm.sh", "--read", "confirm", REMOTE_USER="other")
+    def read(task="read", given=""):
+        said = run(device, device.scripts / "confirm.sh", f"--{task}", "confirm", text=given, REMOTE_USER="other")
         return dict(re.findall(r'^(\w+)="(.*)"$', said, re.M))
     assert read() == {"confirm_token": ""}
     values = "".join(f"{name}=a\n" for name in ("host", *"abcdefghijkl"))
@@ -230,6 +230,11 @@ def test_the_page_that_keeps_a_change_has_its_end_and_twelve_changes(device):
     said = read()
     clock = time.localtime(int(pending(device)["clock"]))
     assert said["confirm_clock"] == time.strftime("%H:%M:%S", clock) and 0 < int(said["confirm_left"]) <= 900
+    refused = read("write", 'new_confirm_token="other"\n')  # its page goes on counting
+    assert refused["confirm_clock"] == said["confirm_clock"] and 0 < int(refused["confirm_left"]) <= 900
+    assert refused["error_msg"].startswith("Another change was made meanwhile.") and pending(device)
+    kept = read("write", f'new_confirm_token="{token}"\n')
+    assert (kept["u_saved_note"], kept["u_saved_navbar"], pending(device)) == ("The change is kept.", "True", {})
 
 
 def test_a_boot_reverts_an_unkept_change_and_reports_it(device):
