@@ -342,6 +342,11 @@ def test_one_program_serves_a_script_for_its_life(device):
             ("orv_lock; orv_read PORT#; orv[a]=${orv[PORT7]}${orv__beyond// }; " + store, "0", "Port7PORT"),
             # None of its saves leaves a file open.
             ("ulimit -n 40; for i in {1..40}; do orv[a]=$i; orv_lock; orv_store f a; orv_unlock; done; echo 0", "0", "40"),
+            # Nothing of one save is left for the next, whether it was guarded or refused.
+            ("orv_guard 900; orv[a]=1; orv_store f a >/dev/null; orv_store g a >/dev/null; echo $?; ls $ORV_STATE/.pending; "
+             "orv_unlock; $ORV_STORE confirm", "0\nf\nok", "1"),
+            ("orv_lock; echo '#orv 3 1 -' >$ORV_STATE/f; orv_msg() { echo $1; }; orv[a]=2; " + store + "; orv_store g a; "
+             "rm $ORV_STATE/f; tail -n +2 $ORV_STATE/g", "The settings f are of a newer version (format 3)\n1\n#table\na=2", None),
             ("orv_lock; kill -9 $orv__server; orv_msg() { echo msg; }; " + store, "msg\n1", None),
             # It dies after the library has checked and before the request.
             ("orv_lock; kill -9 $orv__server; sleep 0.1; orv__is_served() { true; }; "
