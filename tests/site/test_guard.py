@@ -282,11 +282,12 @@ def test_many_changes_in_a_row_leave_one_watcher(device, guard):
     assert host(device) == "new14"
 
 
-def make_overdue(site):
-    """Lets the time of the pending change run out."""
+def make_overdue(site, by=None):
+    """Lets the time of the pending change run out, that many seconds ago."""
     until(lambda: pending(site)["armed"] == "True")
     info = site.state / ".pending/.info"
-    text, count = re.subn("(?m)^until=.*", "until=1", info.read_text())
+    end = 1 if by is None else int(time.clock_gettime(time.CLOCK_BOOTTIME)) - by
+    text, count = re.subn("(?m)^until=.*", f"until={end}", info.read_text())
     whole = site.folder / "info"  # its watcher never sees a part of it
     whole.write_text(text)
     whole.replace(info)
@@ -343,6 +344,34 @@ def test_a_watcher_tries_until_it_has_the_lock_and_ends_with_the_folder(device):
     until(lambda: len(watchers(device)) == 1)
     until(lambda: shutil.rmtree(device.state, ignore_errors=True) or not device.state.exists())
     until(lambda: not watchers(device))
+
+
+def test_expire_leaves_a_change_to_its_watcher_for_a_moment_only(device):
+    said, number, took = None, 0, 9
+    while took > 2:  # or the moment may have passed
+        number += 1
+        save(device, f"new{number}")
+        turn = f"OFDLCK .*:{(device.state / '.generation').stat().st_ino} "
+        until(lambda: re.search(turn, pathlib.Path("/proc/locks").read_text()))
+        ((pid, _),) = watchers(device, pids=True)
+        os.kill(pid, signal.SIGSTOP)
+        make_overdue(device, 0)
+        begun = time.monotonic()
+        said = run(device, STORE, "expire")
+        took = time.monotonic() - begun
+        if took > 2:
+            os.kill(pid, signal.SIGKILL)
+            until(lambda: not watchers(device))
+    assert (said, host(device)) == ("", f"new{number}")
+    make_overdue(device, 60)
+    assert (run(device, STORE, "expire"), host(device)) == ("ok\nact=\n", "old")
+    os.kill(pid, signal.SIGKILL)
+    save(device, "newer")
+    until(lambda: len(watchers(device)) == 1)
+    os.kill(watchers(device, pids=True)[0][0], signal.SIGKILL)
+    until(lambda: not watchers(device))
+    make_overdue(device, 0)
+    assert (run(device, STORE, "expire"), host(device)) == ("ok\nact=\n", "old")
 
 
 class Served(conftest.Site):
