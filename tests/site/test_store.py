@@ -335,6 +335,7 @@ def test_one_program_serves_a_script_for_its_life(device):
     store = "orv_store f a; echo $?"
     for text, said, stored in (
             ("orv_lock; sleep 0 & wait; orv_read a; " + store, "0", "a"),
+            ("trap : INT; orv_lock; kill -INT 0; orv_read a; " + store, "0", "a"),  # all of its group
             ("orv_lock; orv_unlock; orv_read a; " + store, "0", "a"),
             ("orv_lock; orv_read a; (" + store + "); orv[a]=2; " + store, "0\n0", "2"),
             ("orv_read a; orv_lock; orv_read b; orv[a]+=${orv[b]}; " + store, "0", "ab"),
@@ -352,7 +353,7 @@ def test_one_program_serves_a_script_for_its_life(device):
             ("orv_lock; kill -9 $orv__server; sleep 0.1; orv__is_served() { true; }; "
              "orv_msg() { echo msg; }; " + store, "msg\n1", None)):
         device.store("reset")
-        status, told = device.script(text, given=given)
+        status, told = device.script(text, given=given, start_new_session=True)
         assert (status, told) == (0, f"{said}\n"), text
         assert device.load("f") == ([f"a={stored}"] if stored else []), text
     # It may continue as another program, which has the lock until it ends.
