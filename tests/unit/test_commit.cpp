@@ -185,4 +185,10 @@ TEST_F(Commit, TheEndOfAScriptIsSeenOnAnyKernel)
       return is_asked && !store_await(script, request[0]);
     }), "done");
   }
+  const string fault = locked([] {
+    deny(SYS_clone);
+    deny(SYS_clone3);
+    return store_hold_lock(getpid()) > 0;
+  });
+  EXPECT_EQ(fault.rfind("The settings cannot be locked: ", 0), 0U) << fault;
 }
