@@ -2,6 +2,9 @@
 // What forms have stored is a stranger's to them.
 
 #include <algorithm>
+#include <limits.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include "rules.h"
 #include "sinks.h"
@@ -26,8 +29,30 @@ static bool is_valid_name(const std::string &name)
          std::string::npos;
 }
 
+// Whether the file is a link that is one on the device as well: what installs
+// the folder resolves those that lead out of it.
+static bool stays_link(const device &dev, const script &s)
+{
+  const std::string path = dev.dir + "/" + s.name;
+  char target[PATH_MAX];
+  const ssize_t length = readlink(path.c_str(), target, sizeof target);
+  if (length <= 0) {
+    return false;
+  }
+  char whole[PATH_MAX];
+  char folder[PATH_MAX];
+  return target[0] == '/' || (realpath(path.c_str(), whole) != nullptr &&
+                              realpath(dev.dir.c_str(), folder) != nullptr &&
+                              starts_with(whole, std::string(folder) + "/"));
+}
+
 static void check_file(const device &dev, const script &s, findings *found)
 {
+  if (is_action(s) && stays_link(dev, s)) {
+    report(found, *s.file, 1, 1, "script-mode",
+           "an action must be a file and no link: it is refused");
+    return;
+  }
   const std::string name = base_name(s);
   const std::string stem = name.substr(0, name.find('.'));
   const bool action = is_action(s);
@@ -190,6 +215,39 @@ static std::set<std::string> compared_values(const script &s)
   return names;
 }
 
+// The folder of the settings, as paths name it.
+static bool is_state_path(const std::string &path)
+{
+  return path.find("larkspur/state/") != std::string::npos ||
+         path.find("$ORV_STATE/") != std::string::npos ||
+         path.find("${ORV_STATE}/") != std::string::npos ||
+         path.find("${ORV_STATE:-") != std::string::npos;
+}
+
+// An unfinished save, and who may put a file there, are known to orv-store.
+static void check_state(const script &s, const bash_command &command,
+                        findings *found)
+{
+  std::vector<const bash_word *> paths;
+  for (const bash_word &word : command.words) {
+    paths.push_back(&word);
+  }
+  for (const bash_redirect &redirect : command.redirects) {
+    paths.push_back(&redirect.target);
+  }
+  const std::string &name = first_word(command);
+  for (const bash_word *path : paths) {
+    if (is_action(s) && is_state_path(path->plain) && name != "[" &&
+        name != "test" && command.kind == BASH_SIMPLE) {
+      report(found, *s.file, path->line, path->column, "action-value",
+             path->text + " is a file of the settings, which whoever stores"
+                          " can replace: load it by \"orv-store load\", which"
+                          " gives up root's rights first");
+      return;
+    }
+  }
+}
+
 static void check_values(const device &dev, const script &s, findings *found)
 {
   if (is_action(s) && !names_store(s.code.code)) {
@@ -200,6 +258,9 @@ static void check_values(const device &dev, const script &s, findings *found)
   for (const bash_command &command : s.code.commands) {
     const size_t before = found->size();
     check_command_sinks({c, s, command, found});
+    if (found->size() == before) {
+      check_state(s, command, found);
+    }
     if (is_action(s) && found->size() == before) {
       check_used({c, s, command, found}, &reported);
     }

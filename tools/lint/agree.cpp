@@ -42,36 +42,6 @@ static std::set<std::string> shown_names(const device &dev)
   return names;
 }
 
-// --- columns -----------------------------------------------------------------
-
-// A column is no value: each of its rows is one.
-static void check_columns(const agree_check &c, const bash_command &command)
-{
-  static const std::map<std::string, const char *> takers = {
-      {"orv_read", "'NAME#' stands for all its rows"},
-      {"orv_show", "orv_pack sets cells to their names"},
-      {"orv_store", "orv_pack sets cells to their names"}};
-  const auto taker = takers.find(first_word(command));
-  if (taker == takers.end()) {
-    return;
-  }
-  for (size_t i = taker->first == "orv_store" ? 2 : 1; i < command.words.size();
-       i++) {
-    std::vector<literal_name> names;
-    add_literals(c.s, command.words[i], &names);
-    for (const literal_name &name : names) {
-      if (c.columns.count(lower(name.name)) != 0) {
-        report(c.found, *c.s.file, command.words[i].line,
-               command.words[i].column, "column-row",
-               in_quotes(name.name) +
-                   " is a column; each of its rows has a name of its own; " +
-                   taker->second);
-        return;
-      }
-    }
-  }
-}
-
 // --- entries -----------------------------------------------------------------
 
 // The element that is one word, of the array that the value is taken from; NULL
@@ -327,7 +297,6 @@ static void check_names_printed(const agree_check &c,
 
 static void check_command(const agree_check &c, const bash_command &command)
 {
-  check_columns(c, command);
   check_entry(c, command);
   const std::string &name = first_word(command);
   const bool prints = (name == "echo" || name == "printf") &&
@@ -389,6 +358,7 @@ void check_agreement(const device &dev, findings *found)
       add_form(*f, &c);
     }
     for (const bash_command &command : s.code.commands) {
+      check_column_names(c, command);
       if (command.kind == BASH_SIMPLE) {
         check_command(c, command);
       }

@@ -15,6 +15,8 @@ struct agree_check {
   findings *found;
 };
 
+// What a command names that the template has as a column, and the opposite.
+void check_column_names(const agree_check &c, const bash_command &command);
 // Rows and entries of lists that are counted from 1.
 void check_rows_of(const agree_check &c);
 // Names of cells that are made with something before the row's number, and

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unistd.h>
 
+#include "expressions.h"
 #include "flow.h"
 #include "rules.h"
 #include "script_names.h"
@@ -208,6 +209,13 @@ static void check_put(const library_call &c)
       words[2].plain.find_first_not_of("0123456789") != std::string::npos) {
     report_word(c, 2, in_quotes(name) + " is a number of seconds");
   }
+  if (name == "wait_address" && words.size() == 3 &&
+      words[2].plain.find('/') != std::string::npos &&
+      words[2].text.find_first_of("{(`") == std::string::npos) {
+    report_word(c, 2,
+                "\"wait_address\" is an address, which a port can follow, and"
+                " no URL");
+  }
   if (starts_with(name, "wait_") && page_names.count(name) != 0 &&
       stands_once(c, name)) {
     report_word(c, 1,
@@ -237,6 +245,23 @@ static void check_runner(const library_call &c, size_t at)
     report_word(c, at,
                 "no command is called " + in_quotes(c.command.words[at].plain) +
                     "; give the command and its arguments as separate words");
+  }
+}
+
+// What the hash of a backup must match as a whole.
+static void check_hash(const library_call &c)
+{
+  if (c.command.words.size() < 3 || !c.command.words[2].expansions.empty()) {
+    return;
+  }
+  const bash_word &word = c.command.words[2];
+  const expression_fault fault = expression_fault_of(word.plain);
+  if (!fault.text.empty()) {
+    report(c.found, *c.s.file, word.line, word.column, "regex-meaning",
+           word.plain[fault.offset] == '$'
+               ? "\"$\" means the end of the hash, so nothing can follow it;"
+                 " write [$] for the character"
+               : fault.text);
   }
 }
 
@@ -355,6 +380,7 @@ void check_arguments(const device &dev, findings *found)
       {"orv_background", [](const library_call &c) { check_runner(c, 1); }},
       {"orv_put", check_put},
       {"orv_one_of", check_one_of},
+      {"orv_take_hash", check_hash},
       {"orv_pack", check_columns},
       {"orv_rows", [](const library_call &c) {
          check_rows(c);

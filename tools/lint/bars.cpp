@@ -45,8 +45,7 @@ static void check_entry(const device &dev, const source_file &file,
   } else if (label.size() > ORV_BAR_LABEL_MAX && !is_inserted(label)) {
     report(found, file, word.line, word.column, "nav-label",
            "the label has " + std::to_string(label.size()) +
-               " characters long and is cut after " +
-               std::to_string(ORV_BAR_LABEL_MAX));
+               " bytes and is cut after " + std::to_string(ORV_BAR_LABEL_MAX));
   }
   if (target != "-") {
     check_target(dev, file, word.line, word.column, target, found);
@@ -79,6 +78,28 @@ static void check_bar(const device &dev, const source_file &file,
                  " and those behind it are left out");
     }
     check_entry(dev, file, *word, found);
+  }
+}
+
+// A bar that is full loses its last entry, so a change that waits comes first.
+static void check_pending(const script &s, findings *found)
+{
+  bool entries = false;
+  for (const bash_command &command : s.code.commands) {
+    const std::vector<const bash_word *> lines = printed_lines(command);
+    entries |=
+        command.substitution == 0 && command.function.empty() &&
+        std::any_of(lines.begin(), lines.end(),
+                    [](const bash_word *line) { return line->plain != "--"; });
+    const bool reads =
+        command.kind == BASH_SIMPLE && command.words.size() > 1 &&
+        (command.words[0].plain == "." || command.words[0].plain == "source") &&
+        ends_with(command.words[1].plain, "orv_navbar.sh");
+    if (reads && entries) {
+      report(found, *s.file, command.line, command.column, "guard-way",
+             "read orv_navbar.sh before the script's own entries: a bar that is"
+             " full leaves out its last one");
+    }
   }
 }
 
@@ -124,6 +145,7 @@ void check_bars(const device &dev, findings *found)
     if (!is_bar_only(dev, entry.first)) {
       continue;
     }
+    check_pending(entry.second, found);
     for (const bash_command &command : entry.second.code.commands) {
       if (command.substitution == 0) {
         check_bar(dev, *entry.second.file, printed_lines(command), found);

@@ -155,12 +155,35 @@ static void check_cases(const compare_check &c)
   }
 }
 
+// A list that has none of the values of an argument: another was meant.
+static bool refuses_all(const compare_check &c, const value_set &set,
+                        const bash_command &command)
+{
+  std::vector<literal_name> names;
+  bool all = true;
+  for (size_t i = 2; i < command.words.size(); i++) {
+    all &= add_literals(c.s, command.words[i], &names);
+  }
+  if (!all || names.empty() ||
+      std::any_of(names.begin(), names.end(), [&](const literal_name &name) {
+        return fits(c, set, name.name);
+      })) {
+    return false;
+  }
+  compare(c, set, names[0].name, command.words[1].line,
+          command.words[1].column);
+  return true;
+}
+
 static void check_one_of(const compare_check &c, const bash_command &command)
 {
   if (first_word(command) != "orv_one_of" || command.words.size() < 3) {
     return;
   }
   const value_set set = values_of(c, command, command.words[1]);
+  if (set.argument && set.known && refuses_all(c, set, command)) {
+    return;
+  }
   for (size_t i = 2; i < command.words.size(); i++) {
     const bash_word &word = command.words[i];
     if (word.expansions.empty()) {

@@ -3,6 +3,7 @@
 #include "compared.h"
 
 #include <algorithm>
+#include <stdlib.h>
 
 #include "flow.h"
 #include "script_names.h"
@@ -75,6 +76,14 @@ static std::string key_of(const std::string &subscript)
   return key;
 }
 
+// Whether the line gives the script fewer arguments.
+static bool lacks_argument(const script_line &line, const std::string &number)
+{
+  return line.text.find_first_of("'`;|&<>()\\*?{") == std::string::npos &&
+         line.text.find("$T$") == std::string::npos &&
+         split_words(line.text).size() <= strtoul(number.c_str(), nullptr, 10);
+}
+
 // What the forms' lines give it; nothing is known where one gives it what a
 // request chooses.
 static value_set values_of_argument(const compare_check &c,
@@ -84,8 +93,9 @@ static value_set values_of_argument(const compare_check &c,
   for (const auto &entry : c.dev.forms) {
     for (int task = 0; task < TASKS; task++) {
       const script_line &line = entry.second.scripts[static_cast<size_t>(task)];
-      if (line.script != c.s.name) {
-        continue;
+      if (line.script != c.s.name ||
+          (task != TASK_NAVBAR && lacks_argument(line, number))) {
+        continue; // a bar has one script for all forms, and a default
       }
       const auto known =
           known_arguments(entry.second, static_cast<script_task>(task));

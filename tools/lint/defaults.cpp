@@ -115,7 +115,7 @@ static std::string fault_of(const form &f, const form_item &item,
   if (item.type == PT_SELECT && choices.count(value) == 0) {
     return "it is none of the choices" + did_you_mean(value, choices);
   }
-  if (item.type != PT_TEXT_FIELD || is_secret(item.name)) {
+  if (item.type != PT_TEXT_FIELD) {
     return "";
   }
   const std::string foreign = foreign_character(value);
@@ -158,6 +158,20 @@ static void check_name(const settings_check &c, const std::string &name,
              did_you_mean(name, names));
 }
 
+// Whether a secret is stored otherwise than it is typed.
+static bool makes_hashes(const settings_check &c, const std::string &value)
+{
+  static const std::set<std::string> makers = {
+      "orv_show_hash", "orv_take_hash", "openssl",       "mkpasswd", "passwd",
+      "cryptpw",       "sha256sum",     "sha512sum",     "md5sum",   "crypt",
+      "base64",        "argon2",        "wpa_passphrase"};
+  return value.find('$') != std::string::npos ||
+         std::any_of(makers.begin(), makers.end(),
+                     [&](const std::string &maker) {
+                       return c.words.count(maker) != 0;
+                     });
+}
+
 static void check_setting(const settings_check &c, const std::string &text,
                           int line, std::set<std::string> *names)
 {
@@ -192,11 +206,21 @@ static void check_setting(const settings_check &c, const std::string &text,
     check_name(c, name, line);
     return;
   }
-  const std::string fault = fault_of(*f, *item, value);
+  if (item->table >= 0 && lower(item->name) == lower(name)) {
+    report(c.found, c.file, line, 1, "default-name",
+           in_quotes(name) +
+               " is a column: a value has the number of its row,"
+               " as in " +
+               in_quotes(name + "0"));
+    return;
+  }
+  const bool secret = is_secret(item->name);
+  const std::string fault =
+      secret && makes_hashes(c, value) ? "" : fault_of(*f, *item, value);
   if (!fault.empty()) {
     report(c.found, c.file, line, static_cast<int>(equals) + 2, "default-value",
-           in_quotes(value) + " is no value of " + in_quotes(name) + ": " +
-               fault);
+           (secret ? "this" : in_quotes(value)) + " is no value of " +
+               in_quotes(name) + ": " + fault);
   }
 }
 

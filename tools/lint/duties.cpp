@@ -41,6 +41,30 @@ static size_t find_reading(const task_run &run)
   return NOWHERE;
 }
 
+// Whether another task takes the step as well.
+static bool is_shared(const task_step &step, const task_run &other)
+{
+  return std::any_of(
+      other.steps.begin(), other.steps.end(),
+      [&](const task_step &one) { return one.command == step.command; });
+}
+
+// Where the task that shows the stored values asks for those of the page, in
+// commands of its own.
+static bool check_own_read(const form_runs &runs)
+{
+  const size_t at = find_call(runs.read, "orv_read");
+  if (at == NOWHERE || !can_save(runs.f) ||
+      is_shared(runs.read.steps[at], runs.check) ||
+      is_shared(runs.read.steps[at], runs.write)) {
+    return false;
+  }
+  report_step(runs.found, runs.read.steps[at], "script-task",
+              "the task --read has no values of a page, so this finds none; it"
+              " shows what \"orv_load\" has loaded");
+  return true;
+}
+
 static void check_falls_through(const task_run &run, findings *found)
 {
   const bool read = run.task == TASK_READ;
@@ -249,7 +273,9 @@ void check_duties(const form_runs &runs)
 {
   check_ends(runs);
   check_fault_exit(runs.read, runs.found);
-  check_falls_through(runs.read, runs.found);
+  if (!check_own_read(runs)) {
+    check_falls_through(runs.read, runs.found);
+  }
   if (can_save(runs.f)) {
     check_falls_through(runs.check, runs.found);
     check_does_something(runs.write, runs.found);

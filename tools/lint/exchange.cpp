@@ -89,8 +89,8 @@ static void add_own(vocabulary *known, const form &f)
 static vocabulary vocabulary_of(const device &dev, const form &f)
 {
   vocabulary known;
-  if (dev.scripts.empty() && dev.others.empty()) {
-    return known;
+  if (dev.scripts.empty() && dev.others.empty() && dev.keepers.empty()) {
+    return known; // a folder without scripts says nothing
   }
   known.words = {"saved_change", "saved_pending", "saved_note",
                  "orv_stamp"}; // what the library reports

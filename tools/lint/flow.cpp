@@ -116,6 +116,7 @@ bool names_store(const std::string &text)
          text.find("ORV_STORE") != std::string::npos ||
          text.find("orv_load") != std::string::npos ||
          text.find("/state/") != std::string::npos ||
+         text.find("ORV_STATE/") != std::string::npos ||
          text.find(" load ") != std::string::npos;
 }
 

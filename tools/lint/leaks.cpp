@@ -304,7 +304,7 @@ static void check_message(const context &c, const script &s,
     for (const bash_expansion &expansion : word.expansions) {
       if (message && is_foreign(c, command, expansion)) {
         report(found, *s.file, expansion.line, expansion.column, "message-text",
-               in_quotes("$" + full_name(expansion)) +
+               shown(expansion) +
                    " comes from the request, and messages are expanded: "
                    "$N:NAME$ in it shows the environment; use orv_error or "
                    "orv_msg, which escape it");
@@ -312,7 +312,7 @@ static void check_message(const context &c, const script &s,
       }
       if (message && holds_others(c, s, command, expansion)) {
         report(found, *s.file, expansion.line, expansion.column, "message-text",
-               in_quotes("$" + full_name(expansion)) +
+               shown(expansion) +
                    " comes from elsewhere, and messages are expanded: $N:NAME$"
                    " in it shows the environment; use orv_error or orv_msg,"
                    " which escape it");
@@ -346,7 +346,7 @@ static void check_pattern(const context &c, const script &s,
     const bash_expansion *input = input_of(c, command, word);
     if (input != nullptr) {
       report(found, *s.file, input->line, input->column, "input-pattern",
-             in_quotes("$" + full_name(*input)) +
+             shown(*input) +
                  " comes from the request and is a regular expression here; "
                  "use grep -qxF --");
     }

@@ -64,8 +64,40 @@ static void check_settings(const form_runs &runs)
   }
 }
 
+// Whether the command takes the script's own input.
+static bool takes_input(const bash_command &command)
+{
+  static const std::set<std::string> readers = {"read", "mapfile", "readarray"};
+  const bool reads = readers.count(first_word(command)) != 0;
+  const bool other = std::any_of(
+      command.words.begin(), command.words.end(), [](const bash_word &word) {
+        return word.plain[0] == '-' &&
+               word.plain.find('u') != std::string::npos;
+      });
+  return (reads ? !other
+                : first_word(command) == "cat" && command.words.size() == 1) &&
+         command.function.empty() && !command.redirected_in &&
+         !command.piped_in && command.redirects.empty();
+}
+
+// The page's values can be read once.
+static void check_input_taken(const task_run &run, findings *found)
+{
+  const size_t read = find_call(run, "orv_read");
+  for (size_t i = 0; read != NOWHERE && i < read; i++) {
+    if (takes_input(*run.steps[i].command)) {
+      report_step(found, run.steps[i], "library-order",
+                  "this takes the page's values from the script's input, and"
+                  " \"orv_read\" finds none there: read from a file, or after"
+                  " it");
+      return;
+    }
+  }
+}
+
 void check_reading(const form_runs &runs)
 {
+  check_input_taken(runs.check, runs.found);
   check_page(runs);
   check_settings(runs);
 }

@@ -63,6 +63,7 @@ typedef void device_check(const device &dev, findings *found);
   check(variables)                                                            \
   check(versions)                                                             \
   check(secret_names)                                                         \
+  check(array_syntax)                                                         \
   check(actions)                                                              \
   check(others)
 // clang-format on

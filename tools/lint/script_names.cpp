@@ -38,7 +38,12 @@ bool add_literals(const script &s, const bash_word &word,
     all &= element.expansions.empty() &&
            element.plain.find_first_of("*?{[`") == std::string::npos;
     if (element.expansions.empty()) {
-      names->push_back({element.plain, place.line, place.column});
+      const bool comma =
+          element.plain.size() > 1 && element.plain.back() == ',';
+      names->push_back({comma
+                            ? element.plain.substr(0, element.plain.size() - 1)
+                            : element.plain, // reported by itself
+                        place.line, place.column});
     }
   }
   return all;

@@ -44,6 +44,35 @@ static bool is_labelled(const form_item &item)
          std::find(std::begin(words), std::end(words), last) != std::end(words);
 }
 
+// A field is shown as the hash of a secret, while the form has a secret by its
+// name that no such call names: the call is wrong and not the field.
+static bool check_hash_shown(const device &dev, const form &f,
+                             const form_item &item, findings *found)
+{
+  const auto secret =
+      std::find_if(f.items.begin(), f.items.end(), [](const form_item &other) {
+        return other.type == PT_TEXT_FIELD && is_secret(other.name);
+      });
+  for (const std::string &file : f.runs) {
+    const script &s = dev.scripts.at(file);
+    for (const bash_command &command : s.code.commands) {
+      if (secret != f.items.end() && command.words.size() > 1 &&
+          (command.words[0].plain == "orv_show_hash" ||
+           command.words[0].plain == "orv_take_hash" ||
+           command.words[0].plain == "orv_show_secrets") &&
+          lower(command.words[1].plain) == lower(item.name)) {
+        report(found, *s.file, command.words[1].line, command.words[1].column,
+               "secret-name",
+               in_quotes(item.name) +
+                   " is no secret by its name (did you mean " +
+                   in_quotes(secret->name) + "?)");
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
 void check_secret_names(const device &dev, findings *found)
 {
   for (const auto &entry : dev.forms) {
@@ -52,7 +81,8 @@ void check_secret_names(const device &dev, findings *found)
     for (const form_item &item : f.items) {
       const bool taken = named.count(lower(item.name)) != 0;
       if (item.type == PT_TEXT_FIELD && !is_secret(item.name) &&
-          (taken || is_labelled(item))) {
+          (taken || is_labelled(item)) &&
+          !check_hash_shown(dev, f, item, found)) {
         report(
             found, f, *item.lines.front(), 0, "secret-name",
             in_quotes(item.name) +

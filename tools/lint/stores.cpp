@@ -55,9 +55,15 @@ static void report_store(const files_aside &aside, const bash_word &target,
        aside.made.count(target.expansions.back().name) != 0)) {
     return;
   }
+  const bool settings =
+      target.plain.find("ORV_STATE") != std::string::npos ||
+      target.plain.find("/larkspur/state/") != std::string::npos;
   report(found, *aside.s.file, target.line, target.column, "store",
-         target.text + " is written over in place: a reader, or a lost power"
-                       " supply, finds a part; write beside it, then rename");
+         settings ? target.text + " is a file of the settings, which only"
+                                  " orv-store may write: call \"orv_store\""
+                  : target.text +
+                        " is written over in place: a reader, or a lost power"
+                        " supply, finds a part; write beside it, then rename");
 }
 
 // Appending is let out: a log is no setting.

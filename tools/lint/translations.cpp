@@ -140,11 +140,38 @@ static void check_tables(const form &f, const form &other, findings *found)
   }
 }
 
+// Whether both are drawn under the same conditions.
+static bool is_drawn_alike(const form_item &own, const form_item &theirs)
+{
+  return std::equal(
+      own.conditions.begin(), own.conditions.end(), theirs.conditions.begin(),
+      theirs.conditions.end(), [](const condition &a, const condition &b) {
+        return a.holds == b.holds && split_words(a.text) == split_words(b.text);
+      });
+}
+
+// A condition that one tree lacks changes what the scripts get.
+static void check_conditions(const form &f, const form &other, findings *found)
+{
+  for (const form_item &own : f.items) {
+    const form_item *theirs =
+        own.input && !own.name.empty() ? find_item(other, own) : nullptr;
+    if (theirs != nullptr && !is_drawn_alike(own, *theirs)) {
+      report(found, f, *own.lines.front(), 0, "translation",
+             in_quotes(own.name) +
+                 " is drawn under other conditions in the other tree",
+             {seen_at(other, theirs->line)});
+      return; // all that stands in the same section
+    }
+  }
+}
+
 static void check_form(const form &f, const form &other, bool first,
                        findings *found)
 {
   if (!first) {
     check_tables(f, other, found);
+    check_conditions(f, other, found);
   }
   for (const form_item &theirs : other.items) {
     if (!theirs.input || theirs.name.empty()) {

@@ -112,24 +112,38 @@ static void collect_flags(const context &c, script_ways *ways)
   }
 }
 
-// Whether each form that lets the script write lets it check as well.
-static bool is_checked_before(const context &c)
+// The word that the line gives its script first.
+static std::string task_word(const script_line &line)
+{
+  const std::vector<std::string> words = split_words(line.text);
+  return words.size() > 1 ? words[1] : "";
+}
+
+static void collect_tasks(const context &c, script_ways *ways)
 {
   for (const auto &entry : c.dev.forms) {
-    const std::vector<script_line> &lines = entry.second.scripts;
-    const std::string &writes = lines[TASK_WRITE].script;
-    if (lines[TASK_CHECK].script != writes &&
+    const script_line &checks = entry.second.scripts[TASK_CHECK];
+    const script_line &writes = entry.second.scripts[TASK_WRITE];
+    const bool own =
         std::any_of(c.files.begin(), c.files.end(),
-                    [&](const script *s) { return s->name == writes; })) {
-      return false;
+                    [&](const script *s) { return s->name == writes.script; });
+    if (own && checks.script != writes.script) {
+      ways->writes.clear();
+      return;
+    }
+    if (own) {
+      ways->checks.insert(task_word(checks));
+      ways->writes.insert(task_word(writes));
     }
   }
-  return true;
 }
 
 script_ways collect_ways(const context &c)
 {
-  script_ways ways = {{}, {}, !c.stored && is_checked_before(c)};
+  script_ways ways = {{}, {}, {}, {}};
+  if (!c.stored) {
+    collect_tasks(c, &ways);
+  }
   collect_functions(c, &ways);
   collect_flags(c, &ways);
   return ways;
@@ -146,12 +160,12 @@ static bool is_not(const std::string &word)
 static bool asks_for_task(const script_ways &ways, const bash_command &command,
                           bool *none)
 {
-  for (size_t i = 2; ways.checked_before && i < command.words.size(); i++) {
+  for (size_t i = 2; !ways.writes.empty() && i < command.words.size(); i++) {
     const std::string &task = command.words[i].plain;
-    if ((task == "--write" || task == "--check") &&
+    const bool writes = ways.writes.count(task) != 0;
+    if (writes != (ways.checks.count(task) != 0) &&
         !command.words[i - 2].expansions.empty()) {
-      const bool equal = !is_not(command.words[i - 1].text);
-      *none = equal == (task == "--write");
+      *none = is_not(command.words[i - 1].text) != writes;
       return true;
     }
   }
@@ -217,6 +231,9 @@ bool asks_for_message(const script_ways &ways, const bash_command &command,
 
 bool is_write_pattern(const script_ways &ways, const std::string &pattern)
 {
-  return ways.checked_before && pattern.find("--write") != std::string::npos &&
-         pattern.find('|') == std::string::npos;
+  const size_t begin = pattern.find_first_not_of(" \t\n('\"");
+  const size_t end = pattern.find_last_not_of(" \t\n'\"");
+  const std::string task =
+      begin < end ? pattern.substr(begin, end - begin + 1) : "";
+  return ways.writes.count(task) != 0 && ways.checks.count(task) == 0;
 }

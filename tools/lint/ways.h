@@ -14,8 +14,10 @@ struct script_ways {
   // Variables that branches give a fixed value, and whether it is one like 1
   // (bad=1) or one like 0 (good=0).
   std::map<std::string, bool> flags;
-  // Whether the same script has checked the page before it is to write.
-  bool checked_before;
+  // What forms call the script with to check, and to write what it has checked
+  // before; none where another one checks.
+  std::set<std::string> checks;
+  std::set<std::string> writes;
 };
 
 script_ways collect_ways(const context &c);
