@@ -217,12 +217,14 @@ def test_the_page_that_keeps_a_change_has_its_end_and_twelve_changes(device):
         return dict(re.findall(r'^(\w+)="(.*)"$', said, re.M))
     assert read() == {"confirm_token": ""}
     values = "".join(f"{name}=a\n" for name in ("host", *"abcdefghijkl"))
-    run(device, STORE, "store", "-", "net", "sub", text=f"@label b=$A$\n@secret a\n@guard 900 x\n> net\n{values}",
+    run(device, STORE, "store", "-", "net", "sub", text=f"@label b=$A$\n@label c={'$' * 50}\n@secret a\n@guard 900 x\n> net\n{values}c={'x' * 60}\n",
         REMOTE_USER="eve", REMOTE_ADDR="10.0.0.1")
     said = read()
     token = said.pop("confirm_token")
     assert token == pending(device)["token"] and pending(device)["form"] == "net/sub"
-    lines = ["host: old -> a", "a: changed", *(f"{name}: blank -> a" for name in ("$$$A$$$", *"cdefghijk"))]
+    line = said["confirm_change3"].removesuffix("$L$")  # as long as a page accepts
+    assert re.fullmatch("(?:[$]{3}){50}: blank -> x+", line) and 210 < len(line) <= 215
+    lines = ["host: old -> a", "a: changed", "$$$A$$$: blank -> a", line, *(f"{name}: blank -> a" for name in "defghijk")]
     changes = {f"confirm_change{i}": f"{line}$L$" for i, line in enumerate(lines)}
     assert said == {"always_submit": "True", "confirm_who": "eve at 10.0.0.1", "confirm_left": "",
                     "confirm_clock": ""} | changes

@@ -152,6 +152,11 @@ def test_a_program_that_fails_leaves_the_old_settings_and_says_so(firmware):
         assert firmware.stored("f") == old and firmware.load("g") == ["v=1"], program
         assert OLD in firmware.script("orv_load f")[1]
         assert [n for n in firmware.names() if n.startswith((".new", ".stage", ".commit"))] == []
+    # A file that cannot be written, here because it would be too large.
+    firmware.ship("f", "#version 2\n", "i=0; while [ $((i += 1)) -lt 99 ]; do echo v$i=aaaaaaaaaaaaaaaa; done")
+    told = firmware.run("bash", "-c", 'ulimit -f 1; exec "$@"', "small", STORE, "migrate")[1]
+    assert "stay at version 1: " in told and "could not be stored: File too large" in told, told
+    assert firmware.stored("f") == old and not [n for n in firmware.names() if n.startswith(".new")]
     (firmware.migrate / "f").chmod(0o644)  # a package without its modes
     assert "status 127" in firmware.upgrade()[1]
     firmware.ship("f", "#version 2\n", "cat")

@@ -71,6 +71,29 @@ TEST_F(History, ListsUserTimeAndChangesButNoSecret)
   EXPECT_EQ(before(2), "host=gw key=hidden3 ") << "today's secrets stay";
 }
 
+TEST_F(History, CountsTheChangesThatItCutsOff)
+{
+  const string value(60, 'x');
+  bool is_cut = false;
+  for (size_t count = 90; count < 130; count++) {
+    string order = "> f" + std::to_string(count) + "\n";
+    for (size_t i = 0; i < count; i++) {
+      order += "v" + std::to_string(i) + "=" + value + "\n";
+    }
+    ASSERT_TRUE(save(order));
+    const string text = read_file("state/.history");
+    const string entry = text.substr(0, text.find("\n@ "));
+    size_t lines = 0;
+    for (size_t at = entry.find("\n= v"); at != string::npos; at = entry.find("\n= v", at + 1)) {
+      lines++;
+    }
+    const size_t more = entry.find("\n= and ");
+    EXPECT_EQ(lines + (more != string::npos ? std::stoul(entry.substr(more + 7)) : 0), count);
+    is_cut |= more != string::npos;
+  }
+  EXPECT_TRUE(is_cut);
+}
+
 TEST_F(History, KeepsTenSavesAndNoMoreThanFit)
 {
   for (size_t i = 0; i < 13; i++) {
