@@ -37,6 +37,8 @@ before(async () => {
     }
   }
   assert.ok(base, `demo/run ended: ${said}`);
+  const state = await fs.stat(`${folder}/data/state`);
+  assert.equal(state.uid, process.getuid(), "another user cannot reach it");
   await fs.cp(`${folder}/data/state`, `${folder}/shipped`, { recursive: true });
   await fs.rm(`${folder}/data/templates`);
   await fs.cp(`${root}demo/templates`, `${folder}/data/templates`,
