@@ -110,7 +110,8 @@ static void read_script(device *dev, const std::string &name)
 // A text in another language, of which no more than the words are known.
 static void read_other(device *dev, const std::string &name)
 {
-  const source_file &file = read_file(dev, dev->dir + "/scripts/" + name);
+  const std::string path = dev->dir + "/scripts/" + name;
+  const source_file &file = read_file(dev, path);
   if (starts_with(file.text, "#!")) {
     script &into = dev->others[name];
     into.name = name;
