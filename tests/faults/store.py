@@ -5,10 +5,11 @@ Whatever happens, readers find all files unchanged or all files new, the next
 holder of the lock leaves no remains, and the answer says which of the two it is.
 
     ORV_STORE=... ORV_TAKE_PART=... ORV_SYSLOG_SHIM=fault_shim.so \
-      store.py [STRIDE [KIND...]]
+      store.py [STRIDE [STEP [KIND...]]]
 
 With a stride of N it tries only every Nth allocation, since these are most of
-the calls.
+the calls, and with a step of N only every Nth of the others (with
+LARKSPUR_LONG, each of these).
 """
 
 import collections
@@ -26,9 +27,10 @@ import tempfile
 STORE, PART = os.environ["ORV_STORE"], os.environ["ORV_TAKE_PART"]
 LIBRARY = pathlib.Path(__file__).parents[2] / "lib" / "orv.bash"
 STRIDE = int(sys.argv[1]) if len(sys.argv) > 1 else 1
-# Of the other kinds, every third call; with LARKSPUR_LONG, each.
-STEP = 1 if "LARKSPUR_LONG" in os.environ else 3
-KINDS = sys.argv[2:] or ("kill memory stream fork open read write close look mark"
+STEP = int(sys.argv[2]) if len(sys.argv) > 2 else 1
+if "LARKSPUR_LONG" in os.environ:
+    STEP = 1
+KINDS = sys.argv[3:] or ("kill memory stream fork open read write close look mark"
                          " sync name mkdir list lock unlink random").split()
 ENOUGH = 20  # stop a job after so many bad ends
 SECONDS = 60

@@ -14,6 +14,7 @@ import time
 import pytest
 
 LINT = os.environ["ORV_LINT"]
+EVERY = 1 if "LARKSPUR_LONG" in os.environ else int(os.environ.get("EVERY", 1))
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.append(str(ROOT / "tools"))
 import orv_test.device  # noqa: E402  # pylint: disable=wrong-import-position
@@ -209,7 +210,7 @@ def test_what_we_ship_is_clean(folder):
 
 def test_mistakes_are_reported(device):
     missed = []
-    for name, rule, *change in BROKEN:
+    for name, rule, *change in BROKEN[::EVERY]:
         path = path_of(device, name)
         text = path.read_text()
         new, line = broken_line(text, change)

@@ -8,6 +8,7 @@ import subprocess
 import pytest
 
 LINT = os.environ["ORV_LINT"]
+EVERY = 1 if "LARKSPUR_LONG" in os.environ else int(os.environ.get("EVERY", 1))
 SEEDED = pathlib.Path(__file__).parent / "seeded"
 
 
@@ -20,7 +21,7 @@ def mistakes(table):
     """For each line of the table: its number, the file, the text before and after,
     and another place where the finding is right as well."""
     for number, line in enumerate((SEEDED / table).read_text().splitlines(), 1):
-        if line and line[0] != "#":
+        if line and line[0] != "#" and number % EVERY == 0:
             name, _, change = line.replace("\\n", "\n").partition(": ")
             old, _, new = change.partition(" ==> ")
             new, _, elsewhere = new.rpartition(" @ ") if " @ " in new else (new, "", "")
