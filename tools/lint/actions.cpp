@@ -141,8 +141,7 @@ static bool only_looks(const std::string &name)
 // Whether what the command prints goes to a file, or to a program that acts.
 static bool prints_on(const script &s, const bash_command &command)
 {
-  const size_t next =
-      static_cast<size_t>(&command - s.code.commands.data()) + 1;
+  const size_t next = static_cast<size_t>(index_of(s, command)) + 1;
   const bool file =
       std::any_of(command.redirects.begin(), command.redirects.end(),
                   [](const bash_redirect &redirect) {

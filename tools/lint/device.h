@@ -91,6 +91,9 @@ struct script {
   std::set<std::string> loaded;   // those that it loads
 };
 
+// The command's place among those of the script, as branches and lists name it.
+int index_of(const script &s, const bash_command &command);
+
 // --- the device --------------------------------------------------------------
 
 struct device {
@@ -141,6 +144,10 @@ std::set<std::string> choices_of(const form &f, const form_item &item);
 bool lacks_script(const device &dev, const script_line &line);
 // Whether the form has no script: orv-store keeps its settings.
 bool keeps_itself(const device &dev, const form &f);
+// The number of the argument that is the sub-item, 0 when none is.
+size_t subitem_argument(const script_line &line);
+// Whether the form's own lines use the sub-item.
+bool uses_subitem(const form &f);
 // Whether a Submit of the form could run its check and write scripts.
 bool can_save(const form &f);
 // The four forms that the system itself shows.

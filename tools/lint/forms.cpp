@@ -71,6 +71,24 @@ const form_line *attribute(const form_item &item, const char *keyword)
   return nullptr;
 }
 
+size_t subitem_argument(const script_line &line)
+{
+  const std::vector<std::string> words = split_words(line.text);
+  for (size_t i = 1; i < words.size(); i++) {
+    if (words[i].find("$S$") != std::string::npos) {
+      return i;
+    }
+  }
+  return 0;
+}
+
+bool uses_subitem(const form &f)
+{
+  return std::any_of(f.lines.begin(), f.lines.end(), [](const form_line &line) {
+    return line.text.find("$S$") != std::string::npos;
+  });
+}
+
 bool can_save(const form &f)
 {
   return std::any_of(f.items.begin(), f.items.end(), is_editable);

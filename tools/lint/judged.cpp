@@ -31,7 +31,7 @@ void add_place(const judge &j, const std::string &name,
                way wrong)
 {
   std::vector<judged_place> &places = j.c->judged[name];
-  const size_t index = static_cast<size_t>(&test - j.s.code.commands.data());
+  const size_t index = static_cast<size_t>(index_of(j.s, test));
   if (places.size() == PLACES_MAX) {
     places.assign(1, judged_place{nullptr, "", -1, 0, TO_THE_END, 0, LEAVES});
   } else if (places.empty() || places[0].s != nullptr) {

@@ -173,7 +173,7 @@ static void judge_call(const std::vector<judge> &all, const bash_command &call,
     const std::vector<bash_command> &commands = j.s.code.commands;
     if (&call >= commands.data() && &call < commands.data() + commands.size()) {
       judge_list(j, {name, !call.negated},
-                 static_cast<size_t>(&call - commands.data()), call);
+                 static_cast<size_t>(index_of(j.s, call)), call);
     }
   }
 }

@@ -68,13 +68,6 @@ static bool has_entries(const device &dev, const form &f,
          is_named(dev, f, list);
 }
 
-static bool uses_subitem(const form &f)
-{
-  return std::any_of(f.lines.begin(), f.lines.end(), [](const form_line &line) {
-    return line.text.find("$S$") != std::string::npos;
-  });
-}
-
 // A box NAME_clear clears the secret NAME, which must exist.
 static void check_clearing(const form &f, const form_item &item,
                            findings *found)

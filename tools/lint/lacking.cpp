@@ -20,11 +20,6 @@ static const bash_command &command_at(const script &s, int index)
   return s.code.commands[static_cast<size_t>(index)];
 }
 
-static int index_of(const script &s, const bash_command &command)
-{
-  return static_cast<int>(&command - s.code.commands.data());
-}
-
 // --- what happens then -------------------------------------------------------
 
 static bool refuses(const bash_command &command)

@@ -281,6 +281,10 @@ static bool holds_others(const context &c, const script &s,
   return false;
 }
 
+static const char EXPANDED[] =
+    ", and messages are expanded: $N:NAME$ in it shows the environment; use "
+    "orv_error or orv_msg, which escape it";
+
 // A message made by hand is expanded: "$N:NAME$" in it shows the environment.
 static void check_message(const context &c, const script &s,
                           const bash_command &command, findings *found)
@@ -296,26 +300,15 @@ static void check_message(const context &c, const script &s,
     message |= starts_with(word.plain, "error_");
     if (message && quotes_others(word)) {
       report(found, *s.file, word.line, word.column, "message-text",
-             "this text comes from elsewhere, and messages are expanded: "
-             "$N:NAME$ in it shows the environment; use orv_error or orv_msg, "
-             "which escape it");
+             std::string("this text comes from elsewhere") + EXPANDED);
       return;
     }
     for (const bash_expansion &expansion : word.expansions) {
-      if (message && is_foreign(c, command, expansion)) {
+      const bool foreign = message && is_foreign(c, command, expansion);
+      if (foreign || (message && holds_others(c, s, command, expansion))) {
         report(found, *s.file, expansion.line, expansion.column, "message-text",
-               shown(expansion) +
-                   " comes from the request, and messages are expanded: "
-                   "$N:NAME$ in it shows the environment; use orv_error or "
-                   "orv_msg, which escape it");
-        return;
-      }
-      if (message && holds_others(c, s, command, expansion)) {
-        report(found, *s.file, expansion.line, expansion.column, "message-text",
-               shown(expansion) +
-                   " comes from elsewhere, and messages are expanded: $N:NAME$"
-                   " in it shows the environment; use orv_error or orv_msg,"
-                   " which escape it");
+               shown(expansion) + " comes from " +
+                   (foreign ? "the request" : "elsewhere") + EXPANDED);
         return;
       }
     }

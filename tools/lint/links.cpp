@@ -109,14 +109,6 @@ static bool refuses(const device &dev, const form &f,
                      });
 }
 
-// Whether the form's own lines use the sub-item.
-static bool uses_subitem(const form &f)
-{
-  return std::any_of(f.lines.begin(), f.lines.end(), [](const form_line &line) {
-    return line.text.find("$S$") != std::string::npos;
-  });
-}
-
 // Whether a form without a script has files for sub-items.
 static bool has_subitems(const device &dev, const std::string &name)
 {

@@ -29,7 +29,7 @@ void check_matched(const compare_check &c, const bash_command &command)
   for (size_t i = 1; i + 1 < words.size(); i++) {
     const bash_word &expression = words[i + 1];
     const bool turned = i > 1 && words[i - 2].text == "!";
-    const int at = static_cast<int>(&command - c.s.code.commands.data());
+    const int at = index_of(c.s, command);
     if (words[i].text == "=~" && expression.expansions.empty() &&
         !words[i - 1].expansions.empty() && holds_part(expression.plain) &&
         leads_to_refusal(c.s, at, !turned)) {

@@ -7,18 +7,6 @@
 #include "script_names.h"
 #include "text.h"
 
-// The number of the argument that is the sub-item, 0 when none is.
-static size_t subitem_argument(const script_line &line)
-{
-  const std::vector<std::string> words = split_words(line.text);
-  for (size_t i = 1; i < words.size(); i++) {
-    if (words[i].find("$S$") != std::string::npos) {
-      return i;
-    }
-  }
-  return 0;
-}
-
 static void judge_everywhere(context *c, const std::string &name)
 {
   c->judged[name] = {{nullptr, "", -1, 0, TO_THE_END, 0, LEAVES}};

@@ -9,11 +9,6 @@
 #include "judged.h"
 #include "text.h"
 
-static size_t index_of(const script &s, const bash_command &command)
-{
-  return static_cast<size_t>(&command - s.code.commands.data());
-}
-
 // --- lists -------------------------------------------------------------------
 
 static bool leaves(const bash_command &command)
@@ -24,11 +19,11 @@ static bool leaves(const bash_command &command)
 }
 
 // Whether the command stands behind `first` in its list.
-static bool is_behind(const script &s, int command, size_t first)
+static bool is_behind(const script &s, int command, int first)
 {
   for (; command >= 0;
        command = s.code.commands[static_cast<size_t>(command)].previous) {
-    if (static_cast<size_t>(command) == first) {
+    if (command == first) {
       return true;
     }
   }
@@ -36,7 +31,7 @@ static bool is_behind(const script &s, int command, size_t first)
 }
 
 // Whether the branch, or one around it, is taken by that command's status.
-static bool is_decided_by(const script &s, int branch, size_t first)
+static bool is_decided_by(const script &s, int branch, int first)
 {
   for (; branch >= 0;
        branch = s.code.branches[static_cast<size_t>(branch)].parent) {
@@ -49,14 +44,13 @@ static bool is_decided_by(const script &s, int branch, size_t first)
 }
 
 // Whether something decides by that command's status, to leave or to go on.
-static bool is_looked_at(const script &s, size_t first)
+static bool is_looked_at(const script &s, int first)
 {
   const std::vector<bash_command> &all = s.code.commands;
   return std::any_of(all.begin(), all.end(), [&](const bash_command &command) {
-    const size_t at = index_of(s, command);
+    const int at = index_of(s, command);
     return at > first && leaves(command) &&
-           (is_behind(s, static_cast<int>(at), first) ||
-            is_decided_by(s, command.branch, first));
+           (is_behind(s, at, first) || is_decided_by(s, command.branch, first));
   });
 }
 
@@ -107,7 +101,7 @@ static void check_after_save(const form_runs &runs)
   }
   const script &s = *write.steps[store].s;
   const bash_command &save = *write.steps[store].command;
-  const size_t first = index_of(s, save);
+  const int first = index_of(s, save);
   if (ends_at_faults(s) || is_looked_at(s, first)) {
     return;
   }
@@ -119,7 +113,7 @@ static void check_after_save(const form_runs &runs)
     }
     if (step.s == &s && uses.count(first_word(command)) != 0 &&
         on_one_way(s, save, command) &&
-        !is_behind(s, static_cast<int>(index_of(s, command)), first) &&
+        !is_behind(s, index_of(s, command), first) &&
         !is_decided_by(s, command.branch, first)) {
       report_step(runs.found, step, "script-unchecked",
                   in_quotes(first_word(command)) +

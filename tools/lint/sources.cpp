@@ -169,19 +169,6 @@ static void check_stored_rows(const form_runs &runs)
 
 // --- files named by the wrong argument ---------------------------------------
 
-// The number of the argument that is the sub-item, "" without one.
-static std::string subitem_argument(const task_run &run)
-{
-  const std::vector<std::string> words =
-      split_words(run.f->scripts[run.task].text);
-  for (size_t i = 1; i < words.size(); i++) {
-    if (words[i].find("$S$") != std::string::npos) {
-      return std::to_string(i);
-    }
-  }
-  return "";
-}
-
 // The arguments of the script that a path is made of.
 static std::set<std::string> path_arguments(const bash_command &command,
                                             const bash_word &word)
@@ -215,7 +202,8 @@ static void add_paths(const bash_command &command,
 // for all.
 static void check_paths(const form_runs &runs)
 {
-  const std::string subitem = subitem_argument(runs.write);
+  const std::string subitem =
+      std::to_string(subitem_argument(runs.f.scripts[TASK_WRITE]));
   const bash_word *other = nullptr;
   const script *s = nullptr;
   bool by_subitem = false;
