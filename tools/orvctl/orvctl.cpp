@@ -48,11 +48,10 @@ int misuse(const char *text, const char *what)
 // The system log shows who has read all settings, and who has replaced them.
 static int log_use(int status, const char *done, const char *failed)
 {
-  const owned_text line(
-      store_line_with_who(status == EXIT_SUCCESS ? done : failed));
-  if (line != nullptr) {
-    syslog(LOG_NOTICE, "%s", line.get());
-  }
+  const char *what = status == EXIT_SUCCESS ? done : failed;
+  const owned_text line(store_line_with_who(what));
+  // Without memory for the name, that it happened is still logged.
+  syslog(LOG_NOTICE, "%s", line != nullptr ? line.get() : what);
   return status;
 }
 
