@@ -140,18 +140,18 @@ static bool serve_script(char **words)
 // byte would hide what follows it from every check.
 static char *read_order()
 {
-  owned_text text(static_cast<char *>(must_malloc(SAVE_ORDER_MAX + 1)));
+  owned_text text(static_cast<char *>(must_malloc(SAVE_ORDER_MAX + 2)));
   if (text == nullptr) {
     store_fault("Out of memory");
     return nullptr;
   }
-  const size_t got = fread(text.get(), 1, SAVE_ORDER_MAX, stdin);
+  const size_t got = fread(text.get(), 1, SAVE_ORDER_MAX + 1, stdin);
   text.get()[got] = '\0';
   if (ferror(stdin) != 0 || got == 0) {
     store_fault("Nothing was saved: the script's order cannot be read");
     return nullptr;
   }
-  if (got == SAVE_ORDER_MAX || strlen(text.get()) < got) {
+  if (got > SAVE_ORDER_MAX || strlen(text.get()) < got) {
     store_fault("Nothing was saved: the script's order is too long");
     return nullptr;
   }

@@ -77,7 +77,7 @@ static bool write_saved(FILE *out, char *)
 static char *read_order(FILE *requests, const char *word)
 {
   const size_t length = strtoul(word, nullptr, 10);
-  if (length == 0 || length >= SAVE_ORDER_MAX) {
+  if (length == 0 || length > SAVE_ORDER_MAX) {
     store_fault("Nothing was saved: the script's order is too long");
     return nullptr;
   }

@@ -198,7 +198,7 @@ def test_the_largest_order_is_stored(device):
         assert status == 0, text
     found = device.run(*few, "load", *(f"f{i}" for i in range(64)))[1].split()
     assert found == ["ok", *["v=2"] * 63, f"v={LONGEST}"]
-    blanks = "#" * (3 * 1024 * 1024)
+    blanks = "#" * (3 * 1024 * 1024 + 1)
     assert "order is too long" in device.save(blanks)[1] and "not understood" in device.save(blanks[1:])[1]
 
 
