@@ -8,7 +8,7 @@ export ORV_STATE=${ORV_STATE:-${BASH_SOURCE[0]%/*}/../state}
 export ORV_DEFAULTS=${ORV_DEFAULTS:-${BASH_SOURCE[0]%/*}/../defaults}
 declare -gA orv=() orv_was=() orv_label=() orv__stamps=()
 orv__task=$1 orv__form=${2:0:50} orv__subitem=$3 orv__token=${EPOCHSECONDS:-0}.$$.$RANDOM
-orv_failed=0 orv__files=() orv__got=0 orv__program=''
+orv_failed=0 orv__files=() orv__got=0 orv__program='' orv__rows=100 orv__bytes=246 # orv_limits.h
 # orv_load FILE...: loads the stored values, lines NAME=VALUE, and missing ones
 # from ORV_DEFAULTS; 1 if there are neither.  All files come from the same save.
 orv_load() {
@@ -52,7 +52,7 @@ orv__load() {
 orv_put() {
   [[ ${#1} -le 52 && $1 == [A-Za-z]* && $1 != *[!A-Za-z0-9_]* &&
     $1 != error_* && $1 != delete_* ]] || return
-  ((${#1} + ${#2} <= 246)) && [[ $2 != *[[:cntrl:]]* ]] || { orv__cut "$@"; return; }
+  ((${#1} + ${#2} <= orv__bytes)) && [[ $2 != *[[:cntrl:]]* ]] || { orv__cut "$@"; return; }
   printf '%s="%s"\n' "$1" "$2"
 }
 orv_show() { # NAME...: reports current values, plain ones in one write

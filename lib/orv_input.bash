@@ -10,9 +10,9 @@ orv__secrets=() orv__columns=()
 # --- values ---------------------------------------------------------------------
 
 # orv_read NAME...: reads the page's values of these names.  "port#" stands for
-# a column's cells, rows 0 to 99; a table comes as a whole, so its stored cells
-# are dropped first.  A value that still contains a quotation mark is dropped,
-# with a message: a name may end inside it.
+# a column's cells; a table comes as a whole, so its stored cells are dropped
+# first.  A value that still contains a quotation mark is dropped, with a
+# message: a name may end inside it.
 orv_read() {
   local name row cells=' ' wanted=' orv_stamp '
   [[ $orv__taken ]] || orv__take
@@ -43,11 +43,11 @@ orv__read_taken() {
     if [[ $wanted != *" $name "* ]]; then
       row=${name##*[!0-9]}
       [[ $cells == *" ${name%"$row"} "* ]] || continue
-      case $row in
-        [0-9] | [1-9][0-9]) ;;
-        [1-9]*) [[ $line == *'=""' ]] || orv__beyond+=" ${name%"$row"} " ;;&
-        *) continue ;;
-      esac
+      [[ $row == 0 || $row == [1-9]* ]] || continue
+      if ((${#row} > ${#orv__rows} || row >= orv__rows)); then
+        [[ $line == *'=""' ]] || orv__beyond+=" ${name%"$row"} "
+        continue
+      fi
     fi
     [[ $got != *" $name "* ]] || orv_msg 'The request contains a name twice.'
     line=${line#*=\"} got+="$name " orv[$name]=${line%\"}
@@ -125,7 +125,7 @@ orv__line() { # TEXT BYTES [SHOWN]
   orv__line "$REPLY" $(($2 / 3)) && REPLY=${REPLY//\$/\$\$\$}
 }
 orv__cut() { # NAME VALUE: what one line holds of it
-  orv__line "$2" $((246 - ${#1}))
+  orv__line "$2" $((orv__bytes - ${#1}))
   printf '%s="%s"\n' "$1" "$REPLY"
   [[ $REPLY == "$2" ]]
 }

@@ -26,6 +26,7 @@
 #include "orv.h"
 #include "orv_error.h"
 #include "orv_guard.h"
+#include "orv_limits.h"
 #include "orv_vars.h"
 
 #ifndef ORV_POLICY_STRICT
@@ -41,9 +42,8 @@ static bool is(const char *text, const char *other)
 
 // --- fields ------------------------------------------------------------------
 
-// A script reports 248 bytes of name at most, and an origin's mark stands
-// before it.
-constexpr size_t MAX_NAME = 255;
+// A little more than a script's line holds, with an origin's mark before it.
+constexpr size_t MAX_NAME = ORV_LINE_MAX + 6;
 // What the buffer of a pipe to a script holds.
 constexpr size_t MAX_VALUE = 64UL * 1024;
 

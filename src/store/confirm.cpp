@@ -18,11 +18,12 @@
 #include "intake.h"
 #include "orv.h"
 #include "orv_guard.h"
+#include "orv_limits.h"
 #include "script_lines.h"
 #include "save.h"
 #include "who.h"
 
-constexpr size_t LINE_SIZE = 250;
+constexpr size_t LINE_SIZE = ORV_LINE_MAX + 1;
 
 // --- what is pending ---------------------------------------------------------
 

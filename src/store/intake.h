@@ -23,10 +23,10 @@ bool intake_write(FILE *out);
 bool intake_is_clear(void);
 
 // Writes lines NAME=VALUE for the words of `names`, which is split in place, in
-// their order: names, or "port#" for the cells of a column, rows 0 to 99.
-// Two lines come first: the columns with a value beyond these rows, and the
-// names left out because their values hold a quotation mark.  False with a
-// fault.
+// their order: names, or "port#" for a column's cells, up to the last row that
+// can be stored.  Two lines come first: the columns with a value beyond that
+// row, and the names left out because their values hold a quotation mark.
+// False with a fault.
 bool intake_write_wanted(FILE *out, char *names);
 
 // Clears the input, to read another one.

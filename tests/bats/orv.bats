@@ -41,11 +41,13 @@ waits() { # CONDITION...: until the command succeeds
   false
 }
 
+limit() { # NAME
+  sed -n "s/.* $1 = \(.*\);/\1/p" "$BATS_TEST_DIRNAME/../../src/orv/orv_limits.h"
+}
+
 page() { # TEXT: a script's report; lines that no page accepts go to stderr
   script "$@" >"$BATS_TEST_TMPDIR/out" 2>&1 || true
-  local header=$BATS_TEST_DIRNAME/../../src/orv/orv_limits.h max
-  max=$(sed -n 's/.*ORV_LINE_MAX = \(.*\);/\1/p' "$header")
-  ! grep -avP "^(?=.{0,$max}\$)"'[A-Za-z][A-Za-z0-9_]*=(".*"|[^"]*)$' \
+  ! grep -avP "^(?=.{0,$(limit ORV_LINE_MAX)}\$)"'[A-Za-z][A-Za-z0-9_]*=(".*"|[^"]*)$' \
     "$BATS_TEST_TMPDIR/out" >&2
   cat "$BATS_TEST_TMPDIR/out"
 }
@@ -89,8 +91,8 @@ port99=x
 0" && ! -e $ran ]]
   run -0 page 'orv_read a' < <(printf 'new_a="1"\nnew_A="2"\n')
   [[ $output == 'error_msg="The request contains a name twice."' ]]
-  run -0 page 'orv_read port# box#; orv_rows port' <<<'new_port100="1"'
-  [[ $output == 'error_msg="Nothing was saved: a table keeps 100 rows, and this one has more."' ]]
+  run -0 page 'orv_read port# box#; orv_rows port' <<<"new_port$(limit ORV_STORED_ROWS_MAX)=\"1\""
+  [[ $output == 'error_msg="Nothing was saved: a table keeps '*' rows, and this one has more."' ]]
   run -0 page 'orv[b]=old; orv_read a b; orv_show b' <<<'new_b="x="y"'
   [[ $output == 'error_msg="No value may hold a quotation mark."'$'\n''b="old"' ]]
   run -0 page 'orv_read c#' <<<'new_c3="x="y"'

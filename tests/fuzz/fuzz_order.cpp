@@ -1,6 +1,7 @@
 // The order of a save: stored values can be read again, and shown in a page.
 
 #include "commit.h"
+#include "orv_limits.h"
 #include "save.h"
 #include "store.h"
 
@@ -14,7 +15,7 @@ static bool add_problem(int folder, const char *name, void *problems)
   }
   for (size_t i = 0; i < all.count; i++) {
     const setting *one = all.list + i;
-    if (strlen(one->name) + strlen(one->value) > 246 ||
+    if (strlen(one->name) + strlen(one->value) > ORV_REPORTED_MAX ||
         strpbrk(one->value, "\"\\`\r\n") != nullptr) {
       *static_cast<std::string *>(problems) += one->name;
     }

@@ -46,7 +46,7 @@ BROKEN = [
     ("dhcp.tpl", "table-extra", "table leases 3", "table leases 2", "field ls_address"),
     ("network.tpl", "crlf", "help_mode\n", "help_mode\r\n"),
     ("network.tpl", "last-line", "endif\nendif\n", "endif\nendif", -1),
-    ("network.tpl", "long-line", "text The device", "text " + "x" * 250 + " The device"),
+    ("network.tpl", "long-line", "text The device", "text " + "x" * 999 + " The device"),
     ("network.tpl", "nul-byte", "label Gateway", "label Gate\0way"),
     ("network.tpl", "indented", "label Gateway", " label Gateway"),
     ("network.tpl", "cut-comment", "label Gateway", "label Gateway #1"),

@@ -8,8 +8,10 @@ import subprocess
 
 import pytest
 
-from conftest import LONG, PRELOAD, SHIM, Site
+from conftest import LIMITS, LONG, PRELOAD, SHIM, Site
 from test_orvctl import ORVCTL, demo, run, stored
+
+ROWS = LIMITS["ORV_STORED_ROWS_MAX"]
 
 TOLD = """
 rows forwards forwards delete 1 2
@@ -150,13 +152,13 @@ def test_one_row_too_many_gives_a_message(site):
     script = site.scripts / "t.sh"
     script.write_text("#!/bin/bash\n" + LIMITED)
     script.chmod(0o755)
-    lines = [f"n{i}=x{i}\nk{i}=a\n" for i in range(101)]
-    (site.folder / "dump").write_text("form t\n" + "".join(lines[:100]))
-    assert run(site, "apply", "dump", expect=0).stdout.count("Row added: ") == 100
-    assert "100 rows" in run(site, "rows", "t", "t", "add", "n=one-more", expect=1).stderr
+    lines = [f"n{i}=x{i}\nk{i}=a\n" for i in range(ROWS + 1)]
+    (site.folder / "dump").write_text("form t\n" + "".join(lines[:ROWS]))
+    assert run(site, "apply", "dump", expect=0).stdout.count("Row added: ") == ROWS
+    assert f"{ROWS} rows" in run(site, "rows", "t", "t", "add", "n=one-more", expect=1).stderr
     (site.folder / "dump").write_text("form t\n" + "".join(lines))
-    assert "100 rows" in run(site, "apply", "dump", expect=1).stderr
-    run(site, "rows", "t", "t", "change", "100", "n=last", expect=0)
+    assert f"{ROWS} rows" in run(site, "apply", "dump", expect=1).stderr
+    run(site, "rows", "t", "t", "change", str(ROWS), "n=last", expect=0)
 
 
 @pytest.mark.skipif(not LONG, reason="measures time")

@@ -146,13 +146,13 @@ def test_what_a_browser_posts_of_an_untouched_page_is_no_change(strict):
     assert page.title == "no_changes"
 
 
-HOSTILE = ["a[$(>R)]", "; >R;$(>R)`>R`'; >R; '", '"; >R; "', "*", "../R", "x" * 249,
+HOSTILE = ["a[$(>R)]", "; >R;$(>R)`>R`'; >R; '", '"; >R; "', "*", "../R", "x" * conftest.LIMITS["ORV_LINE_MAX"],
            "\u00e9" * 120, "\x1b[0m\\\udcff", "a\r>R", "a\r\n>R\r\n", "a\n>R"]
 KEPT = {"form", "subitem", "cgi_vars_loaded"}
 INPUT = re.compile("^(?:field|i?select|checkbox) ([^ ]+)", re.M)
 STATE = re.compile(rb'(#orv [0-9. -]+\n(#table[a-z0-9_ *]*\n)?)?(#version \d+\n)?'  # a secret, which no page shows
                    rb'([a-z0-9_]+=[^"$\\`]*\n|\w+_pass(word|phrase)=[^"\n]*\n)*')
-REPORT = re.compile(rb'((?=.{0,249}\n)[a-z][a-z0-9_]*=(".*"|[^"\']*)\n)*')
+REPORT = re.compile(rb'((?=.{0,%d}\n)[a-z][a-z0-9_]*=(".*"|[^"\']*)\n)*' % conftest.LIMITS["ORV_LINE_MAX"])
 JUNK = b'new_x=x="1"\nnew_="\nnew_PATH=""\nnew_orv="1"\nnew_%s="1"\nnew_a[$(>R)]="1"\n' % (
     b"a" * 100000)
 

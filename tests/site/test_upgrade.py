@@ -9,7 +9,7 @@ import subprocess
 import time
 
 import pytest
-from conftest import PRELOAD, SHIM
+from conftest import LIMITS, PRELOAD, SHIM
 from orv_test.device import copy_part
 from test_store import HASTY, SECONDS, STORE, Device
 
@@ -131,7 +131,7 @@ FAULTS = [  # the program, the message about it
     ("echo 'sed: no such file'", "a line that is not NAME=VALUE"), ("echo 1a=2", "not NAME=VALUE"),
     (":", "it printed no values"), ("echo '#table x'", "it printed no values"),
     ("echo 'v=$(reboot)'", "a value of v that cannot be stored"), ("printf 'v=a\\tb\\n'", "of v that cannot"),
-    ("printf 'v=1\\0\\n'", "a NUL byte"), (f"echo v={'x' * 250}", "of v that cannot"),
+    ("printf 'v=1\\0\\n'", "a NUL byte"), (f"echo v={'x' * LIMITS['ORV_LINE_MAX']}", "of v that cannot"),
     ("cat; yes v=1", "it printed too much"), ("cat; sleep 999 & echo v=2", "longer than 1 seconds"),
     ("trap '' TERM; sleep 999", "longer than 1 seconds"), ("exec /nowhere", "it exited with status 127"),
 ]

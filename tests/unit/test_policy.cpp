@@ -3,6 +3,7 @@
 #include "cgi_policy.h"
 
 #include "fixture.h"
+#include "orv_limits.h"
 
 static bool passes(policy_request request)
 {
@@ -80,7 +81,7 @@ TEST(StrictPolicy, AnswersForNamesThatNobodyElseCanPointAtTheDevice)
 
 TEST(StrictPolicy, AcceptsNoFieldThatNoPageOfTheDeviceSends)
 {
-  const string name(255, 'n');
+  const string name(ORV_LINE_MAX + 6, 'n');
   const string value(64UL * 1024, 'v');
   const std::tuple<bool, bool, string, string> rows[] = {
     // without a page's state, with it
