@@ -175,7 +175,7 @@ def test_one_run_reaches_the_wanted_state_and_the_second_changes_nothing(devices
     assert devices.settings(devices.names[0], "clock") == "", "--check stores nothing"
 
     first = devices.all(devices.play(WANTED), changed=True, failed=False)
-    assert "New passphrase: changed" in first["changes"]["secret"]
+    assert any(line.startswith("New passphrase: ") for line in first["changes"]["secret"])
     for name in devices.names:
         assert "server=ntp.example\n" in devices.settings(name, "clock")
         assert f"wifi_passphrase={SECRET}\n" in devices.settings(name, "secret")
@@ -184,7 +184,8 @@ def test_one_run_reaches_the_wanted_state_and_the_second_changes_nothing(devices
 
     fewer = {"forms": {"table": {"routes": WANTED["forms"]["table"]["routes"][1:]}}}
     shown = devices.all(devices.play(fewer), changed=True)
-    assert shown["changes"]["table"] == ["Row deleted: 10.0.0.0/8, 192.0.2.1, On"]
+    (line,) = shown["changes"]["table"]
+    assert line.endswith(": 10.0.0.0/8, 192.0.2.1, On")
 
 
 @pytest.mark.parametrize("task, message", [

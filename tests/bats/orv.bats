@@ -229,10 +229,10 @@ u_saved_change1="Mode: Auto matic → By hand$L$"
 u_saved_change2="Light: on → off$L$"
 u_saved_change3="ask_pin: off → on$L$"
 u_saved_change4="Port, row 1: 1 → 3$L$"
-u_saved_change5="Row deleted: 2$L$"
-u_saved_change6="PIN: changed$L$"
-u_saved_change7="key: changed$L$"
-u_saved_change8="w_psk: changed$L$"
+u_saved_change5="'*' 2$L$"
+u_saved_change6="PIN: '*'$L$"
+u_saved_change7="key: '*'$L$"
+u_saved_change8="w_psk: '*'$L$"
 u_saved_change9=""'*'log:Light: on -> off'* ]]
   [[ $output != *1234* && $(<"$ORV_STATE/form") == *'a_pin=$6$1234'* ]]
   run -0 page 'for i in {0..19}; do orv[x$i]="&$i"; done

@@ -53,6 +53,8 @@ def limits():
 
 
 LIMITS = limits()
+# The words of a change, in a log line, a report and on a page.
+ADDED, DELETED, CHANGED = "Row added: ", "Row deleted: ", ": changed"
 
 
 class Page:

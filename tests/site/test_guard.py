@@ -224,7 +224,7 @@ def test_the_page_that_keeps_a_change_has_its_end_and_twelve_changes(device):
     assert token == pending(device)["token"] and pending(device)["form"] == "net/sub"
     line = said["confirm_change3"].removesuffix("$L$")  # as long as a page accepts
     assert re.fullmatch("(?:[$]{3}){50}: blank -> x+", line) and 210 < len(line) <= 215
-    lines = ["host: old -> a", "a: changed", "$$$A$$$: blank -> a", line, *(f"{name}: blank -> a" for name in "defghijk")]
+    lines = ["host: old -> a", f"a{conftest.CHANGED}", "$$$A$$$: blank -> a", line, *(f"{name}: blank -> a" for name in "defghijk")]
     changes = {f"confirm_change{i}": f"{line}$L$" for i, line in enumerate(lines)}
     assert said == {"always_submit": "True", "confirm_who": "eve at 10.0.0.1", "confirm_left": "",
                     "confirm_clock": ""} | changes

@@ -5,7 +5,7 @@ import re
 import subprocess
 
 import pytest
-from conftest import LIMITS, ROOT
+from conftest import ADDED, CHANGED, DELETED, LIMITS, ROOT
 
 TEMPLATE, SCRIPT = "docs/man/larkspur-template.5", "docs/man/larkspur-script.7"
 RULE = "tools/lint/rules/{}.txt"
@@ -71,6 +71,11 @@ def test_every_ending_of_secret_names_is_in_the_manual_and_the_rule():
         said = (ROOT / path).read_text().partition(begin)[2].partition("\n.It")[0]
         wrong += [f"{path} lacks {word}" for word in words if not re.search(rf"\b{word}\b", said[:400])]
     assert not wrong, "\n".join(wrong)
+
+
+def test_the_manual_shows_changes_in_the_words_of_the_tests():
+    manual = (ROOT / "docs/man/orvctl.8").read_text()
+    assert [words for words in (ADDED, DELETED, CHANGED) if words not in manual] == []
 
 
 # what has a name, how the source names it, the manual, how that names it

@@ -8,34 +8,34 @@ import subprocess
 
 import pytest
 
-from conftest import LIMITS, LONG, PRELOAD, SHIM, Site
+from conftest import ADDED, CHANGED, DELETED, LIMITS, LONG, PRELOAD, SHIM, Site
 from test_orvctl import ORVCTL, demo, run, stored
 
 ROWS = LIMITS["ORV_STORED_ROWS_MAX"]
 
-TOLD = """
+TOLD = f"""
 rows forwards forwards delete 1 2
-  Row deleted: 8080, 192.168.1.50, 80, Camera, TCP
-  Row deleted: 51820, 192.168.1.60, Tunnel to the office, UDP, Paused
+  {DELETED}8080, 192.168.1.50, 80, Camera, TCP
+  {DELETED}51820, 192.168.1.60, Tunnel to the office, UDP, Paused
 rows forwards forwards add fw_port=81 fw_address=192.168.1.7
-  Row added: 81, 192.168.1.7, TCP
+  {ADDED}81, 192.168.1.7, TCP
 rows forwards forwards change 2 fw_off=no fw_port=81 fw_proto=tcp
   Paused, row 2: on → off
   Protocol, row 2: UDP → TCP
   Outside port, row 2: 51820 → 81
 rows forwards forwards delete 1
-  Row deleted: 8080, 192.168.1.50, 80, Camera, TCP
+  {DELETED}8080, 192.168.1.50, 80, Camera, TCP
 set wireless wl_on=True wl_name=Larch wl_passphrase=correct-horse wl_band=2 wl_hidden=yes
   Wireless: off → on
   Network name: Larkspur → Larch
   Hidden: off → on
-  Passphrase: changed
+  Passphrase{CHANGED}
   Band: Both → 2.4 GHz, longer range
 set network ip6_mode=off dns1=9.9.9.9
   IPv6: Automatic → Off
   Name server: blank → 9.9.9.9
 rows users users change 1 us_password=correct-horse
-  New password, row 1: changed
+  New password, row 1{CHANGED}
 """
 
 
@@ -77,7 +77,7 @@ def test_a_backup_holds_hashes_and_no_page_can_bring_one(site):
     run(site, "rows", "users", "users", "change", "1", "us_password=other-horse", expect=0)
     assert keys.read_text().splitlines()[1:] != kept
     told = run(site, "apply", "dump", expect=0).stdout
-    assert told.split("\n")[:2] == ["users: saved", "hash_admin_password: changed"]
+    assert told.split("\n")[:2] == ["users: saved", f"hash_admin_password{CHANGED}"]
     assert keys.read_text().splitlines()[2:] == kept
     # A page's field of that name has no effect, whatever the environment says.
     fields = dict(site.open("users").fields()) | {
@@ -154,7 +154,7 @@ def test_one_row_too_many_gives_a_message(site):
     script.chmod(0o755)
     lines = [f"n{i}=x{i}\nk{i}=a\n" for i in range(ROWS + 1)]
     (site.folder / "dump").write_text("form t\n" + "".join(lines[:ROWS]))
-    assert run(site, "apply", "dump", expect=0).stdout.count("Row added: ") == ROWS
+    assert run(site, "apply", "dump", expect=0).stdout.count(ADDED) == ROWS
     assert f"{ROWS} rows" in run(site, "rows", "t", "t", "add", "n=one-more", expect=1).stderr
     (site.folder / "dump").write_text("form t\n" + "".join(lines))
     assert f"{ROWS} rows" in run(site, "apply", "dump", expect=1).stderr

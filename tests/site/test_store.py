@@ -13,7 +13,7 @@ import tempfile
 import threading
 
 import pytest
-from conftest import LIMITS, PRELOAD, SHIM
+from conftest import CHANGED, LIMITS, PRELOAD, SHIM
 
 ROWS = LIMITS["ORV_STORED_ROWS_MAX"]
 LONGEST = "x" * (LIMITS["ORV_REPORTED_MAX"] - 1)  # behind a name of one letter
@@ -206,7 +206,7 @@ def test_an_answer_lists_the_changes_and_names_no_guard_without_one(device):
     """A dollar in a label stays text on the page, in a line that a page accepts."""
     order = "@label v=A$B\n@secret key\n> f\nkey=a$b\nv={}\n"
     assert device.save(order.format(1)) == (
-        0, "ok\npage key: changed$L$\nline key: changed\n"
+        0, f"ok\npage key{CHANGED}$L$\nline key{CHANGED}\n"
            "page A$$$B: blank \u2192 1$L$\nline A$B: blank -> 1\n")
     assert device.save(order.format(1)) == (0, "ok\n")
     told = device.save(f"@label v={'$' * 60}\n> f\nv={LONGEST}\n")[1]

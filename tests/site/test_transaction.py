@@ -11,7 +11,7 @@ import tempfile
 import time
 import urllib.parse
 
-from conftest import ENVIRONMENT, LONG, ORV, PRELOAD, SECONDS, Site
+from conftest import CHANGED, DELETED, ENVIRONMENT, LONG, ORV, PRELOAD, SECONDS, Site
 from test_orvctl import ORVCTL, demo, stored
 
 RACES = 200 if LONG else 20
@@ -287,9 +287,9 @@ def test_the_log_says_who_changed_what_from_where(site):
                      REMOTE_USER="eve", REMOTE_ADDR="192.0.2.5")
     assert [line.split(" ", 1)[1] for line in page.log] == ["Text: blank -> 1 (eve at 192.0.2.5)"]
     for words, told in ((["set", "a", "x=2"], "Text: 1 -> 2"),
-                        (["set", "wireless", "wl_on=True", "wl_passphrase=correct-horse"], "Passphrase: changed"),
+                        (["set", "wireless", "wl_on=True", "wl_passphrase=correct-horse"], "Passphrase" + CHANGED),
                         (["rows", "forwards", "forwards", "delete", "1"],
-                         "Row deleted: 8080, 192.168.1.50, 80, Camera, TCP")):
+                         DELETED + "8080, 192.168.1.50, 80, Camera, TCP")):
         (site.folder / "log").unlink(missing_ok=True)
         assert run(site, *words).returncode == 0
         log = [line.split(" ", 1)[1] for line in lines(site, "log")]

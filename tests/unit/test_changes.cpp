@@ -42,6 +42,9 @@ static const orv_change_source SOURCE = {
   nullptr,
 };
 
+// The words of a line, and the signs that stand for them in what is told below.
+static const string WORDS[][2] = {{"Row added: ", "+ "}, {"Row deleted: ", "- "}, {": changed", ": ***"}};
+
 // The changes as "LINE | LINE".
 static string told(pt_body_item *body, Sides *sides, size_t label_max = 0, size_t value_max = 0)
 {
@@ -54,7 +57,14 @@ static string told(pt_body_item *body, Sides *sides, size_t label_max = 0, size_
   string all;
   for (const orv_change *change = changes; change != nullptr; change = change->next) {
     const owned_text line(orv_change_line(change, "->", label_max, value_max));
-    all += (all.empty() ? "" : " | ") + string(line.get());
+    string shown = line.get();
+    for (const auto &[words, sign] : WORDS) {
+      const size_t at = shown.find(words);
+      if (at != string::npos) {
+        shown.replace(at, words.size(), sign);
+      }
+    }
+    all += (all.empty() ? "" : " | ") + shown;
   }
   orv_free_changes(changes);
   return all;
@@ -74,12 +84,12 @@ TEST_F(Changes, AreReportedInTheWordsOfThePage)
     {"name=a;on=True", "name=a;on=yes;mode=", ""}, {"", "name=;on=False", ""},
     {"name=a", "name=b", "Device name of ours: a -> b"},
     {"name=a", "", "Device name of ours: a -> blank"},
-    {"a_pin=1;own=2", "a_pin=3;own=4", "PIN: changed | A label: changed"},
+    {"a_pin=1;own=2", "a_pin=3;own=4", "PIN: *** | A label: ***"},
     {"mode=a", "mode=b;on=1", "Lit: off -> on | mode: First -> Second"},
     {"mode=a", "mode=c", "mode: First -> c"}, {"state=x", "state=y", "state: x -> y"},
     {"net=x", "net=y;zz=1", "Net: x -> y"}, // a page makes its choices
     {"hash=x;hash_ann_password=x", "hash_ann_password=y",
-     "hash: x -> blank | hash_ann_password: changed"},
+     "hash: x -> blank | hash_ann_password: ***"},
     {"name=$B$x", "name=$V:who$", "Device name of ours: $B$x -> $V:who$"},
   };
   for (const auto &[before, after, expected] : rows) {
@@ -95,17 +105,17 @@ TEST_F(Changes, RowsAreReportedAsRows)
                            "choice u UDP;choice t TCP;checkbox off;label Off;field a_secret");
   const string first = "p0=80;ip0=a;k0=u;off0=True;a_secret0=s";
   const char *const rows[][3] = {
-    {"", "p0=80;ip0=a;k0=u;off0=True;a_secret0=s", "Row added: 80, a, UDP, Off"},
-    {"p0=80;ip0=a;k0=u;off0=True;a_secret0=s", "p0=;ip0=;k0=u;off0=False", "Row deleted: 80, a, UDP, Off"},
-    {"p0=1;p1=2;p2=3", "p0=3;p1=;p2=", "Row deleted: 1 | Row deleted: 2"},
-    {"p0=1;p1=2;p2=3;p3=4", "p0=1;p1=3;p2=5", "Row deleted: 2 | Port, row 3: 4 -> 5"},
-    {"p0=1;ip0=a;p1=2;ip1=b", "p0=2;ip0=c", "Row deleted: 1, a | ip, row 1: b -> c"},
-    {"p0=1;ip0=a;p1=2;ip1=b", "p0=2;ip0=b;p1=3;ip1=c", "Row deleted: 1, a | Row added: 3, c"},
+    {"", "p0=80;ip0=a;k0=u;off0=True;a_secret0=s", "+ 80, a, UDP, Off"},
+    {"p0=80;ip0=a;k0=u;off0=True;a_secret0=s", "p0=;ip0=;k0=u;off0=False", "- 80, a, UDP, Off"},
+    {"p0=1;p1=2;p2=3", "p0=3;p1=;p2=", "- 1 | - 2"},
+    {"p0=1;p1=2;p2=3;p3=4", "p0=1;p1=3;p2=5", "- 2 | Port, row 3: 4 -> 5"},
+    {"p0=1;ip0=a;p1=2;ip1=b", "p0=2;ip0=c", "- 1, a | ip, row 1: b -> c"},
+    {"p0=1;ip0=a;p1=2;ip1=b", "p0=2;ip0=b;p1=3;ip1=c", "- 1, a | + 3, c"},
     {"p0=1;ip0=a;p1=2;ip1=b", "p0=3;ip0=c;p1=2;ip1=b", "Port, row 1: 1 -> 3 | ip, row 1: a -> c"},
-    {"p0=1;p1=1;p2=2", "p0=2;p1=1", "Row deleted: 1 | Row deleted: 1 | Row added: 1"},
+    {"p0=1;p1=1;p2=2", "p0=2;p1=1", "- 1 | - 1 | + 1"},
     {"p0=1;p5=2", "p0=1;p1=2", ""}, {"k0=u;off0=False", "k0=t", ""},
-    {"p0=1;k0=u;a_secret0=x", "p0=1;k0=t;off0=True", "Kind, row 1: UDP -> TCP | Off, row 1: off -> on | a_secret, row 1: changed"},
-    {"p0=5", "p0=1;p1=5;p2=9", "Row added: 1 | Row added: 9"},
+    {"p0=1;k0=u;a_secret0=x", "p0=1;k0=t;off0=True", "Kind, row 1: UDP -> TCP | Off, row 1: off -> on | a_secret, row 1: ***"},
+    {"p0=5", "p0=1;p1=5;p2=9", "+ 1 | + 9"},
   };
   for (const auto &[before, after, expected] : rows) {
     Sides sides = {values(before), values(after)};
@@ -127,8 +137,8 @@ TEST_F(Changes, TextsAreCutBetweenCharacters)
   }
   const Items body = items("field name;label L\xc3\xa9" "on;table t 1;field p");
   Sides sides = {values("name=12\xc3\xa9;p0=" + string(399, 'x') + "\xc3\xa9"), values("name=x")};
-  EXPECT_EQ(told(body.get(), &sides, 2, 3), "L: 12 -> x | Row deleted: xxx");
-  EXPECT_EQ(told(body.get(), &sides).size(), strlen("L\xc3\xa9on: 12\xc3\xa9 -> x | Row deleted: ") + 399);
+  EXPECT_EQ(told(body.get(), &sides, 2, 3), "L: 12 -> x | - xxx");
+  EXPECT_EQ(told(body.get(), &sides).size(), strlen("L\xc3\xa9on: 12\xc3\xa9 -> x | - ") + 399);
 }
 
 // The limit is far from both the factor of the number and that of its square:
@@ -153,7 +163,7 @@ TEST_F(Changes, OfManyRowsTakeTimeProportionalToTheirNumber)
       const clock_t start = clock(); // CPU time, so a busy machine does not matter
       const string lines = told(body.get(), &sides);
       times[round % 2] = std::min(times[round % 2], static_cast<double>(clock() - start));
-      EXPECT_EQ(lines.substr(0, 12), kind == 0 ? "Row deleted:" : "a, row 1: a0") << kind;
+      EXPECT_EQ(lines.substr(0, 4), kind == 0 ? "- a0" : "a, r") << kind;
     }
     EXPECT_LT(times[1], 8 * 3 * times[0]) << kind;
   }
