@@ -552,7 +552,12 @@ static void free_content(pt_body_item *itm)
   case PT_FORMS_MENU:
     free_choices(&itm->choices);
     break;
-  default:
+  case PT_TEXT_FIXED:
+  case PT_IMENU:
+  case PT_TABLE:
+  case PT_FTABLE:
+  case PT_ELSE:
+  case PT_ENDIF:
     break;
   }
 }

@@ -4,6 +4,7 @@ library agree with the code."""
 import re
 import subprocess
 
+import orv_test.run
 import pytest
 from conftest import ADDED, CHANGED, DELETED, LIMITS, ROOT
 
@@ -86,6 +87,12 @@ NAMED = (
     ("src/store/orv_store.cpp", r'^  \{"(\w+)", +\w+, +\d', "docs/man/orv-store.8", "It Cm {}"),
     ("lib/*", r"^(orv_[a-z]\w*)\(\)", SCRIPT, "Ic {}"),
 )
+
+
+def test_orv_test_fills_in_every_item_that_is_submitted():
+    rows = re.findall(r'^  \{"(\w+)",  *PT_\w+,  *\w+,  *\w+,  *(\w+),',
+                      (ROOT / "src/orv/orv_parser.cpp").read_text(), re.M)
+    assert {name for name, submitted in rows if submitted == "true"} == orv_test.run.ITEMS
 
 
 def test_a_script_that_has_read_orv_bash_has_every_function():

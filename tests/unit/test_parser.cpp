@@ -9,11 +9,14 @@
 // The fields set in an item, with visible line ends.
 static string shown(const pt_body_item &itm)
 {
-  static const char *const names[] = {
-      "text",   "help",     "error",  "center",  "heading", "heading2", "field",
-      "fixed",  "checkbox", "select", "iselect", "imenu",   "fmenu",    "table",
-      "ftable", "if",       "ifnot",  "else",    "endif"};
-  string out = std::to_string(itm.line_number) + " " + names[itm.type];
+  string out = std::to_string(itm.line_number);
+  pt_keyword row;
+  for (size_t i = 0; orv_keyword(i, &row); i++) {
+    if (row.kind == PT_ITEM_LINE && row.type == itm.type) {
+      out += string(" ") + row.keyword;
+      break;
+    }
+  }
   const auto add = [&](const string &what, const char *value) {
     out += value != nullptr ? " " + what + "=" + value : "";
   };
