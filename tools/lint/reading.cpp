@@ -8,6 +8,8 @@
 #include "text.h"
 
 // Whether the task reads the page's lines by itself, or sets values.
+// Scripts of that kind are older than the library, or have a form of their own;
+// what they miss of it cannot be told.
 static bool has_other_values(const task_run &run)
 {
   static const std::set<std::string> readers = {"read", "mapfile", "readarray",
@@ -27,6 +29,8 @@ static bool has_other_values(const task_run &run)
 }
 
 // What is judged and stored then is what was stored before.
+// All of these calls work on the values of the page: without orv_read they see
+// what orv_load has brought, or nothing.
 static void check_page(const form_runs &runs)
 {
   if (calls(runs.write, "orv_read") || calls(runs.check, "orv_read") ||
@@ -45,6 +49,9 @@ static void check_page(const form_runs &runs)
 }
 
 // Without the stored values nothing tells what changed, or which page is old.
+// Without orv_store nothing is compared with the settings: a form for a restart
+// has none. The finding stands at orv_read, since the load has to come before
+// it.
 static void check_settings(const form_runs &runs)
 {
   const size_t read = find_call(runs.write, "orv_read");
@@ -65,6 +72,9 @@ static void check_settings(const form_runs &runs)
 }
 
 // Whether the command takes the script's own input.
+// read -u 3 reads another descriptor, and so do redirections and pipes; a
+// function may be called with any input. `cat` alone copies the input, and with
+// a file it leaves that alone.
 static bool takes_input(const bash_command &command)
 {
   static const std::set<std::string> readers = {"read", "mapfile", "readarray"};
@@ -81,6 +91,7 @@ static bool takes_input(const bash_command &command)
 }
 
 // The page's values can be read once.
+// The values are a pipe, so what one command has taken is gone for the next.
 static void check_input_taken(const task_run &run, findings *found)
 {
   const size_t read = find_call(run, "orv_read");
@@ -95,6 +106,7 @@ static void check_input_taken(const task_run &run, findings *found)
   }
 }
 
+// The check task stands for both, since the two read the page in the same code.
 void check_reading(const form_runs &runs)
 {
   check_input_taken(runs.check, runs.found);

@@ -11,6 +11,8 @@
 
 // The part that begins with the dollar at `at`.  Like the executable, it looks
 // for a code of one letter before it looks for a reference.
+// So "$V:$" is a reference without a name and not the letter V, a colon and a
+// dollar; "$V$" is never the beginning of a longer name.
 static text_part read_part(const std::string &text, size_t at)
 {
   const char type = at + 1 < text.size() ? text[at + 1] : '\0';
@@ -18,10 +20,14 @@ static text_part read_part(const std::string &text, size_t at)
     return {PART_TAG, type, "", at, 3};
   }
   if (at + 2 >= text.size() || text[at + 2] != ':' || !is_name_char(type)) {
+    // Only the dollar: what stands behind it can begin with a dollar of its
+    // own, as in "$5 or $V:price$".
     return {PART_DOLLAR, type, "", at, 1};
   }
   const size_t end = text.find('$', at + 3);
   if (end == std::string::npos) {
+    // Nothing closes it, so there is no dollar in the rest of the text, and
+    // only the three characters are its own.
     return {PART_OPEN, type, text.substr(at + 3), at, 3};
   }
   return {PART_REFERENCE, type, text.substr(at + 3, end - at - 3), at,
@@ -35,6 +41,8 @@ std::vector<text_part> scan_text(const std::string &text)
   while (at < text.size()) {
     const size_t dollar = std::min(text.find('$', at), text.size());
     if (dollar > at) {
+      // Parts follow each other without a gap, so the offset of each is a
+      // column of the template.
       parts.push_back({PART_TEXT, '\0', "", at, dollar - at});
     }
     at = dollar;

@@ -11,6 +11,8 @@
 enum name_use { USE_NONE, USE_ERROR, USE_REPORT };
 
 // A function is known by what it prints: names that it is given.
+// Not its name: authors have helpers such as put() or fail() of their own, and
+// what they are called says nothing for certain.
 static name_use use_of_format(const std::string &format)
 {
   if (format.find("error_%s=") != std::string::npos) {
@@ -20,6 +22,8 @@ static name_use use_of_format(const std::string &format)
 }
 
 // The functions that print names they are given, by the formats they print.
+// Only functions that print the name as it was given to them, as $1 or as a
+// `local name=$1`, are known; of any other the words of a call are not names.
 static std::map<std::string, name_use> name_functions(const device &dev,
                                                       const std::string &name)
 {
@@ -28,6 +32,7 @@ static std::map<std::string, name_use> name_functions(const device &dev,
                                           {"orv_show", USE_REPORT}};
   for (const std::string &file : with_sources(dev, name)) {
     for (const bash_command &command : dev.scripts.at(file).code.commands) {
+      // What goes to a file or another program is no report.
       if (command.function.empty() || command.words.size() < 3 ||
           command.words[0].plain != "printf" || command.redirected_out) {
         continue;
@@ -54,6 +59,8 @@ static std::string assigned_name(const std::string &text)
   }
   std::string name = text.substr(0, equals);
   for (const char c : name) {
+    // Values in a name are let through, as in "error_$name=" and "port%d=": the
+    // parts that stand there still tell a message from a value.
     if (!is_name_char(c) && c != '%' && c != '$' && c != '{' && c != '}') {
       return "";
     }
@@ -71,6 +78,8 @@ static bool prints(const bash_command &command)
 }
 
 // Names for which a page has a place to show a message.
+// An item has such a place beside it; $E:name$ makes one for any name. "msg"
+// and "fatal" are the page's own.
 static std::set<std::string> message_names(const device &dev,
                                            const std::string &script_name)
 {
@@ -97,6 +106,7 @@ static void check_error_name(const script &s, const literal_name &at,
                              findings *found)
 {
   const std::string name = lower(at.name);
+  // A name that is made at run time may be any of those known.
   if (name.find_first_of("$%") == std::string::npos && known.count(name) == 0) {
     report(found, *s.file, at.line, at.column, "error-name",
            "no form of this script shows a message for " + in_quotes(at.name) +
@@ -105,6 +115,8 @@ static void check_error_name(const script &s, const literal_name &at,
 }
 
 // Values that a box has in scripts and never posts.
+// Only words that mean yes or no: what is expanded, or any other text, says too
+// little of what was meant.
 static bool is_other_truth(const std::string &value)
 {
   static const std::set<std::string> words = {"yes", "no", "on",   "off",
@@ -138,6 +150,8 @@ static list_choices choices_by_name(const device &dev,
   for (const form *f : forms_of(dev, script_name)) {
     for (const form_item &item : f->items) {
       if (item.type == PT_SELECT) {
+        // Those of all forms together: what is a choice in one of them may be
+        // reported for that one.
         const std::set<std::string> choices = choices_of(*f, item);
         all[lower(item.name)].insert(choices.begin(), choices.end());
       }
@@ -153,7 +167,10 @@ static void check_choice(const script &s, const literal_name &at,
   std::string name = lower(at.name);
   name.erase(0, starts_with(name, "o_") || starts_with(name, "d_") ? 2 : 0);
   auto list = lists.find(name);
+  // The full name first: a list may be called "port1" and be no cell.
   list = list == lists.end() ? lists.find(without_digits(name)) : list;
+  // A blank value is a list without a setting. A value with an expansion is
+  // known to the run alone.
   if (list != lists.end() && !value.empty() &&
       value.find_first_of("$`%") == std::string::npos &&
       list->second.count(value) == 0) {
@@ -198,6 +215,8 @@ static void check_value(const script &s, const literal_name &at,
 }
 
 // Emptying a secret (u_NAME=) and messages about it are no reports.
+// What a script reports stands in the source of the page, whatever the field
+// draws in its place.
 static void check_secret(const script &s, const literal_name &at,
                          findings *found)
 {
@@ -213,6 +232,7 @@ static void check_secret(const script &s, const literal_name &at,
 static std::string printed_value(const std::string &text)
 {
   std::string value = text.substr(text.find('=') + 1);
+  // printf's format has a backslash and an n there, and $'...' a line end.
   for (const char *end : {"\\n", "\n"}) {
     const size_t at = value.find(end);
     value.erase(std::min(at, value.size()));
@@ -224,6 +244,7 @@ static std::string printed_value(const std::string &text)
 }
 
 // A word of a command that prints lines.
+// A secret with nothing behind "=" is emptied, which is right.
 static void check_printed(const script &s, const bash_word &word,
                           const std::set<std::string> &messages,
                           const reported_values &values, findings *found)
@@ -243,6 +264,8 @@ static void check_printed(const script &s, const bash_word &word,
 }
 
 // The lines of a printf format that holds several.
+// printf 'mtu=%s\nuse=%s\n' reports two names in one word. A word without "\n"
+// is one part, so the words of echo need no code of their own.
 static void check_format(const script &s, const bash_word &word,
                          const std::set<std::string> &messages,
                          const reported_values &values, findings *found)
@@ -258,6 +281,8 @@ static void check_format(const script &s, const bash_word &word,
   }
 }
 
+// A script that no form runs reports to nobody, so none of its names can be
+// wrong.
 static void check_names_of(const device &dev, const script &s, findings *found)
 {
   if (forms_of(dev, s.name).empty()) {
@@ -276,6 +301,7 @@ static void check_names_of(const device &dev, const script &s, findings *found)
                     assignment.value.plain, values, found);
       }
     }
+    // All words, since echo can be given several, and -e in front of them.
     if (prints(command)) {
       for (size_t i = 1; i < command.words.size(); i++) {
         check_format(s, command.words[i], messages, values, found);
@@ -290,11 +316,13 @@ static void check_names_of(const device &dev, const script &s, findings *found)
       continue;
     }
     std::vector<literal_name> names;
+    // The second word of those is a text or a value, and no name.
     const bool one_name = use->second == USE_ERROR || use->first == "orv_put";
     for (size_t i = 1; i < (one_name ? size_t(2) : command.words.size()); i++) {
       add_literals(s, command.words[i], &names);
     }
     for (const literal_name &name : names) {
+      // orv_show_secrets is not among these: it shows secrets to orvctl alone.
       if (use->second == USE_ERROR) {
         check_error_name(s, name, messages, found);
       } else {

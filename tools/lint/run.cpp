@@ -18,9 +18,13 @@
 #include "terminal.h"
 #include "text.h"
 
+// A device is mostly slower than the machine that lints: what takes a second
+// here takes longer there, and the user waits for it with every page.
 static constexpr long SLOW_MS = 1000;
 
 // Where findings about a script go.
+// A script without the right to be executed fails on the device as well, and a
+// rule of its own says so; running it would only say the same again.
 const source_file *script_file(const device_run &r, const script_line &line)
 {
   const auto s = r.dev.scripts.find(line.script);
@@ -28,6 +32,9 @@ const source_file *script_file(const device_run &r, const script_line &line)
                                                           : nullptr;
 }
 
+// One script serves several forms and tasks, so the finding, which stands in
+// the script, needs the form that it was run for. A default line has the number
+// 0.
 std::vector<note> in_form(const form &f, const script_line &line)
 {
   return {{{f.file->path, std::max(line.line, 1), line.column},
@@ -35,6 +42,8 @@ std::vector<note> in_form(const form &f, const script_line &line)
 }
 
 // What holds for scripts of both kinds.
+// All of these are reported at the script's first line: a run does not tell
+// which of its lines was the cause.
 static void check_end(const device_run &r, const form &f,
                       const script_line &line, const outcome &result)
 {
@@ -58,6 +67,7 @@ static void check_end(const device_run &r, const form &f,
            "waits for it",
            notes);
   }
+  // One line is enough: bash often says more about the same fault.
   if (!result.errors.empty()) {
     report(r.found, *file, 1, 1, "run-stderr",
            "standard error counts as output: " +
@@ -66,6 +76,9 @@ static void check_end(const device_run &r, const form &f,
   }
 }
 
+// The first one stays: a form whose pages are all alike needs one of them, and
+// the order of forms must not change what is found. A slash at the start
+// belongs to an address and separates nothing.
 static void keep_subitem(device_run *r, const std::string &target)
 {
   const size_t slash = target.find('/', 1);
@@ -74,6 +87,8 @@ static void keep_subitem(device_run *r, const std::string &target)
   }
 }
 
+// An entry is a sub-item of the form that the menu names, unless it names a
+// form itself.
 static void keep_menu(device_run *r, const form &f, const values &all)
 {
   for (const form_item &item : f.items) {
@@ -103,6 +118,7 @@ static bool run_read(device_run *r, const form &f, values *all)
   if (script_file(*r, line) == nullptr) {
     return false;
   }
+  // Without a known sub-item the form is opened as a user could open it, too.
   const auto subitem = r->subitems.find(f.name);
   const std::string command = command_of(
       line, f, subitem != r->subitems.end() ? subitem->second : "", r->dir);
@@ -111,6 +127,8 @@ static bool run_read(device_run *r, const form &f, values *all)
   }
   const outcome result = run(command, r->dir);
   check_end(*r, f, line, result);
+  // The output counts although the script may have failed: what is wrong in it
+  // is often the reason.
   *all = read_values(*r, f, line, result.output);
   if (result.status != 0) {
     report(r->found, *script_file(*r, line), 1, 1, "run-status",
@@ -121,6 +139,9 @@ static bool run_read(device_run *r, const form &f, values *all)
   return result.status == 0;
 }
 
+// The two messages are those of the page. A sub-item is learnt here even where
+// the link leads to no form: that is reported, and the form may only be
+// misspelt.
 static void check_entry(device_run *r, const source_file &file,
                         const std::string &text, const std::vector<note> &notes)
 {
@@ -143,6 +164,7 @@ static void check_entry(device_run *r, const source_file &file,
                std::to_string(ORV_BAR_LABEL_MAX) + " characters",
            notes);
   }
+  // A label alone, without a link, is written "- LABEL".
   if (target != "-" && r->dev.forms.count(form_name) == 0) {
     report(r->found, file, 1, 1, "target",
            "no template " + in_quotes(form_name + ".tpl") + " for the link " +
@@ -152,6 +174,7 @@ static void check_entry(device_run *r, const source_file &file,
 }
 
 // Read as the page reads it: one of the entries is fixed.
+// The page ignores the status of a bar's script, and so does this.
 static void run_bar(device_run *r, const form &f)
 {
   const script_line line = f.scripts[TASK_NAVBAR];
@@ -169,6 +192,8 @@ static void run_bar(device_run *r, const form &f)
     if (text.empty()) {
       continue;
     }
+    // Only the first line can take that entry away; a later "--" is a line
+    // without a label.
     if (first && text == "--") {
       entries = 0;
     } else {
@@ -186,6 +211,8 @@ static void run_bar(device_run *r, const form &f)
   }
 }
 
+// What a template offers needs no run, so it is known before the first bar asks
+// for it.
 static void keep_choices(device_run *r)
 {
   for (const auto &entry : r->dev.forms) {
@@ -213,6 +240,7 @@ static void run_all(device_run *r)
   for (const auto &entry : r->dev.forms) {
     run_bar(r, entry.second);
   }
+  // A menu leads to forms that may stand before it by name.
   for (const bool menus : {true, false}) {
     for (const auto &entry : r->dev.forms) {
       values all;
@@ -226,6 +254,9 @@ static void run_all(device_run *r)
 
 // The scripts' library, where the folder has none of its own: that of the
 // sources, or the one installed with this program.
+// A device's own copy is what its pages source, so that one stays even where it
+// is older. A file that cannot be copied is missed by the script, which says
+// so.
 static void add_library(const std::string &dir)
 {
   namespace fs = std::filesystem;
@@ -261,6 +292,8 @@ static void copy_tree(const std::filesystem::path &from,
   }
 }
 
+// A read script may write: to state/ as a rule, and nothing that it does there
+// reaches the folder of the author.
 void run_scripts(const device &dev, findings *found)
 {
   namespace fs = std::filesystem;
@@ -276,6 +309,8 @@ void run_scripts(const device &dev, findings *found)
        {"templates", "scripts", "state", "defaults", "system_type"}) {
     copy_tree(dev.dir + "/" + part, dir + "/" + part, COPY_DEEP);
   }
+  // A folder from the sources has no settings yet, and the device always has
+  // the place for them.
   fs::create_directory(dir + "/state", error);
   add_library(dir);
   device_run r = {dev, found, dir, {}};

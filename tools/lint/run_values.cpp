@@ -11,6 +11,8 @@
 #include "text.h"
 
 // Stores a line by the executable's rules, as far as names matter.
+// The page takes off the blanks first and then one pair of quotes, and so does
+// this: blanks inside of the quotes belong to the value.
 static void store_line(const device_run &r, const source_file &file,
                        const std::vector<note> &notes, std::string line,
                        values *into)
@@ -32,11 +34,15 @@ static void store_line(const device_run &r, const source_file &file,
       (value[0] == '"' || value[0] == '\'')) {
     value = value.substr(1, value.size() - 2);
   }
+  // The origin of a value does not matter here: a script that reports d_mtu and
+  // not mtu has reported something of it, so that nothing is missing.
   const bool origin =
       name.size() > 2 && name[1] == '_' && strchr("duco", name[0]) != nullptr;
   if (origin) {
     name.erase(0, 2);
   }
+  // A blank secret gives nothing away. A message about a secret ends like one,
+  // error_wifi_password, and is meant for the page.
   if (is_secret(name) && !value.empty() && !starts_with(name, "error_")) {
     report(r.found, file, 1, 1, "secret",
            in_quotes(name) +
@@ -47,6 +53,9 @@ static void store_line(const device_run &r, const source_file &file,
 }
 
 // Pieces of a long line are read as lines, as a page does.
+// Only the first piece of a line that is too long is stored: what goes on
+// behind it depends on the value, and one finding says all of it. Takes for
+// granted that the script is one of the folder's; who calls this has run it.
 values read_values(const device_run &r, const form &f, const script_line &line,
                    const std::string &output)
 {
@@ -67,6 +76,8 @@ values read_values(const device_run &r, const form &f, const script_line &line,
 }
 
 // Whether any row of the column is reported.
+// The rows' numbers make no order of their own in the map (port10 stands before
+// port2), and the first one with digits alone is enough.
 static bool has_cell(const values &all, const std::string &column)
 {
   const auto at = all.lower_bound(column + "0");
@@ -76,6 +87,9 @@ static bool has_cell(const values &all, const std::string &column)
 }
 
 // Whether the script keeps the name back on purpose.
+// A script that empties u_NAME after a save, or hands the name to orv_secret,
+// treats it as a secret whatever it is called. A blank one means unchanged
+// there, so it need not be reported to be emptied.
 static bool is_kept_back(const device_run &r, const form &f,
                          const std::string &name)
 {
@@ -87,6 +101,7 @@ static bool is_kept_back(const device_run &r, const form &f,
     for (const bash_command &command : s.code.commands) {
       if (!command.words.empty() && command.words[0].plain == "orv_secret" &&
           std::any_of(command.words.begin(), command.words.end(),
+                      // The names of cells begin with that of the column.
                       [&](const bash_word &word) {
                         return starts_with(lower(word.plain), name);
                       })) {
@@ -97,6 +112,8 @@ static bool is_kept_back(const device_run &r, const form &f,
   return is_secret(name);
 }
 
+// A section that asks for the value itself is there for the case that it is
+// unset.
 static bool is_conditional_on(const std::vector<condition> &conditions,
                               const std::string &name)
 {
@@ -106,6 +123,8 @@ static bool is_conditional_on(const std::vector<condition> &conditions,
 }
 
 // A box that was never reported is an unticked one, and can be ticked.
+// Of a table without rows nothing can be reported. Where other columns have
+// rows, this one should have them as well.
 static void check_item_reported(const device_run &r, const form &f,
                                 const form_item &item, const values &all)
 {
@@ -128,6 +147,9 @@ static void check_item_reported(const device_run &r, const form &f,
 
 // A text that is only shown if its value is set needs no report, and neither do
 // the lines after the first of several.
+// Here "several" are lines such as $V:log0$, $V:log1$: a script reports as many
+// as there are, and the section asks for the first. Only V is looked at: C, D,
+// O and U ask for one value that need not be there.
 static void check_text_reported(const device_run &r, const form &f,
                                 const form_line &line, const values &all)
 {
@@ -148,6 +170,7 @@ static std::set<std::string> choices_of(const form &f, const form_item &item,
                                         const values &all)
 {
   std::set<std::string> choices = choices_of(f, item);
+  // A list goes on up to the first number that is missing, as on the page.
   if (item.type == PT_ISELECT) {
     const std::string stem = "select_" + lower(item.selector);
     for (int i = 0; all.count(stem + std::to_string(i)) != 0; i++) {
@@ -163,6 +186,8 @@ static void check_choice(const device_run &r, const form &f,
   const std::set<std::string> choices = choices_of(f, item, all);
   const std::string name = lower(item.name);
   for (const auto &entry : all) {
+    // A blank value is no choice either, but what a new row or a list without a
+    // setting has; the page shows the first choice then.
     const bool cell = item.table >= 0 && starts_with(entry.first, name) &&
                       entry.first.size() > name.size() &&
                       entry.first.find_first_not_of(
@@ -177,6 +202,7 @@ static void check_choice(const device_run &r, const form &f,
                    in_quotes(entry.second) +
                    ", and a box is \"True\" or \"False\"");
       }
+    // A list without a choice is a fault that other rules report.
     } else if (!choices.empty() && choices.count(entry.second) == 0) {
       report(r.found, f, *item.lines.front(), 0, "run-choice",
              in_quotes(entry.first) + " is reported as " +
@@ -201,6 +227,8 @@ static void check_entries(const device_run &r, const form &f,
     last++;
   }
   for (const auto &entry : all) {
+    // A list "zone" and a list "zone_names" share the beginning, so what
+    // follows must be digits alone.
     if (starts_with(entry.first, stem) &&
         entry.first.find_first_not_of("0123456789", stem.size()) ==
             std::string::npos &&
@@ -233,6 +261,9 @@ void check_values(const device_run &r, const form &f, const values &all)
     }
   }
   for (const form_line &line : f.lines) {
+    // Conditions ask whether a value is there. What the other forms of the
+    // system show can come from the request that led to them, as from a write
+    // script; the start page alone has nothing but its own read script.
     const bool shown = line.keyword != "if" && line.keyword != "ifnot";
     if (shown && !(is_special(f.name) && f.name != "orvmenu")) {
       check_text_reported(r, f, line, all);

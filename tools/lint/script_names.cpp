@@ -8,6 +8,8 @@ std::string without_digits(const std::string &name)
 }
 
 // "$name" of an array that is given its elements once.
+// An array that is given them twice stands there as NULL: which elements it has
+// depends on what ran. Slices and the like (${NAMES[@]:1}) are other elements.
 static const bash_assignment *
 array_of(const std::map<std::string, const bash_assignment *> &arrays,
          const bash_expansion &expansion)
@@ -19,6 +21,8 @@ array_of(const std::map<std::string, const bash_assignment *> &arrays,
              : nullptr;
 }
 
+// False for a word that bash would expand once more, as for mtu* or {a,b}; the
+// name is entered all the same, for those who look for a beginning.
 bool add_literals(const script &s, const bash_word &word,
                   std::vector<literal_name> *names)
 {
@@ -26,6 +30,7 @@ bool add_literals(const script &s, const bash_word &word,
     names->push_back({word.plain, word.line, word.column});
     return word.plain.find_first_of("*?{[`") == std::string::npos;
   }
+  // The script's own array hides one of that name in a file that it sources.
   const bash_assignment *own = array_of(s.arrays, word.expansions[0]);
   const bash_assignment *array =
       own != nullptr ? own : array_of(s.sourced_arrays, word.expansions[0]);
@@ -34,10 +39,15 @@ bool add_literals(const script &s, const bash_word &word,
   }
   bool all = true;
   for (const bash_word &element : array->elements) {
+    // A finding has to stand in the file of this script, and elements of a
+    // sourced array do not.
     const bash_word &place = own != nullptr ? element : word;
     all &= element.expansions.empty() &&
            element.plain.find_first_of("*?{[`") == std::string::npos;
     if (element.expansions.empty()) {
+      // bash takes NAMES=(mtu, queue) for the name "mtu,". Without the comma
+      // the rules after this one see what was meant, and one mistake is one
+      // finding.
       const bool comma =
           element.plain.size() > 1 && element.plain.back() == ',';
       names->push_back({comma

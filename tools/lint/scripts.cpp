@@ -7,10 +7,13 @@
 #include "text.h"
 
 // Functions whose output is taken by $( ).
+// $(label "$1") puts the words of the function in a value, so an echo in it is
+// right without "=". One such call is enough: such functions are made for that.
 static std::set<std::string> captured_functions(const bash_script &code)
 {
   std::set<std::string> names;
   for (const bash_command &command : code.commands) {
+    // A pipe and a file take the output as well.
     if (!first_word(command).empty() &&
         (command.substitution > 0 || command.piped || command.redirected_out)) {
       names.insert(first_word(command));
@@ -20,6 +23,8 @@ static std::set<std::string> captured_functions(const bash_script &code)
 }
 
 // The text of a printed line, as far as it stands there.
+// "" where a value stands in it, since that may bring the "=". Options of echo
+// are in it, too.
 static std::string literal_line(const bash_command &command)
 {
   std::string text;
@@ -35,6 +40,8 @@ static std::string literal_line(const bash_command &command)
 }
 
 // echo -n and the like print a part of a line.
+// A format of printf has its own line end, which may be written as \n or stand
+// there. printf -v prints nothing, and goes on no line.
 static bool has_no_end(const bash_command &command)
 {
   const std::vector<bash_word> &words = command.words;
@@ -49,6 +56,8 @@ static bool has_no_end(const bash_command &command)
 }
 
 // Whether what the command prints goes elsewhere than to the page.
+// >&2 and >&1 are no other place: the page reads standard error, too. A
+// redirection around the whole block is known by its flag alone.
 static bool is_elsewhere(const bash_command &command,
                          const std::set<std::string> &captured)
 {
@@ -62,6 +71,8 @@ static bool is_elsewhere(const bash_command &command,
 }
 
 // The text in front of the first value: a blank in it is in no name.
+// echo "No port $1" is no value whatever $1 holds, but echo "$line" and echo
+// "use$i=..." may be one. A blank at the start is taken off by the page.
 static bool begins_with_words(const bash_command &command)
 {
   const std::vector<bash_word> &words = command.words;
@@ -75,6 +86,9 @@ static bool begins_with_words(const bash_command &command)
 }
 
 // Only whole lines that stand in the script are judged.
+// Of echo alone: the format of printf is often put together, and its text
+// stands in other words. A line of blanks, or options alone, prints nothing
+// that the page would refuse.
 static void check_output(const script &s, const bash_command &command,
                          findings *found)
 {
@@ -108,6 +122,7 @@ static void check_lines(const script &s, findings *found)
 }
 
 // Whether the word is the program that stores settings.
+// Also by a variable that was given its path, store=${ORV_STORE:-orv-store}.
 static bool is_store(const script &s, const bash_word &word)
 {
   const auto names = [](const std::string &text) {
@@ -130,6 +145,8 @@ static bool is_store(const script &s, const bash_word &word)
 }
 
 // The answer of `orv-store load` begins with a line that is no value.
+// A script in sh has no library, so it calls the program itself; passing its
+// whole answer on to the page is the natural mistake.
 static void check_answer(const script &s, findings *found)
 {
   const std::set<std::string> captured = captured_functions(s.code);
@@ -146,6 +163,7 @@ static void check_answer(const script &s, findings *found)
 }
 
 // Whether the script runs as a read, check or write script, and for no bar.
+// The lines of a bar are links, FORM LABEL, which have no "=".
 static bool prints_values(const device &dev, const script &s)
 {
   const bool bar =
@@ -172,6 +190,9 @@ static bool needs_bash(const script &s)
 }
 
 // A script without such a line is run by bash.
+// A device has few interpreters, and a name beside these is most likely
+// misspelt. "/usr/bin/env bash" names the second word; a CR behind the name
+// makes another program of it.
 static void check_interpreter(const script &s, findings *found)
 {
   static const std::set<std::string> known = {
@@ -193,6 +214,8 @@ static void check_interpreter(const script &s, findings *found)
     report(found, *s.file, 1, 3, "interpreter",
            "no program " + in_quotes(program) + " runs scripts" +
                did_you_mean(program, known));
+  // dash stops at an array and looks for a program "[[", so the script fails
+  // where it is reached, which may be long after it was tried.
   } else if (program != "bash" && known.count(program) != 0 &&
              ends_with(program, "sh") && needs_bash(s)) {
     report(found, *s.file, 1, 3, "interpreter",
@@ -202,6 +225,8 @@ static void check_interpreter(const script &s, findings *found)
 }
 
 // What set -x writes is output like all of standard error.
+// set -- gives the script arguments, and what stands behind it is none of its
+// options.
 static void check_trace(const script &s, findings *found)
 {
   for (const bash_command &command : s.code.commands) {
@@ -225,6 +250,8 @@ static void check_trace(const script &s, findings *found)
 
 // --- line ends ---------------------------------------------------------------
 
+// Once for each file: lines end alike in all of it. The kernel would look for
+// an interpreter "bash\r"; bash itself takes "exit 0\r" for a number with a CR.
 static void check_line_ends(const script &s, findings *found)
 {
   int number = 0;
@@ -256,6 +283,8 @@ void check_scripts(const device &dev, findings *found)
       check_trace(s, found);
     }
   }
+  // Scripts in other languages and programs of root print by other means, but
+  // the kernel reads their first lines as well.
   for (const auto *all : {&dev.others, &dev.programs}) {
     for (const auto &entry : *all) {
       check_line_ends(entry.second, found);

@@ -16,12 +16,16 @@ static std::set<std::string> names_reported(const task_run &read)
          i = find_call(read, call, i + 1)) {
       const task_step &step = read.steps[i];
       const size_t count = step.command->words.size();
+      // orv_put takes one name and then a value, which may look like a name;
+      // the others take nothing but names.
       const size_t end =
           std::string(call) == "orv_put" ? std::min<size_t>(count, 2) : count;
       for (size_t j = 1; j < end; j++) {
         const bash_word &word = step.command->words[j];
         std::vector<literal_name> names;
         add_literals(*step.s, word, &names);
+        // Cells and the entries of a list are made by their numbers as a rule,
+        // and say nothing of the other items.
         if (names.empty() && word.plain != "${cells[@]}" &&
             !starts_with(word.plain, "select_")) {
           all.insert("");
@@ -36,6 +40,10 @@ static std::set<std::string> names_reported(const task_run &read)
 }
 
 // Whether it prints lines by other means, or runs what might.
+// The words below print nothing, or are no commands that could: whatever else
+// runs may write the missing value, so the rule is silent then. What $( ) takes
+// goes into a value and not to the page; functions of the script are walked
+// through themselves.
 static bool prints_more(const task_run &read)
 {
   static const std::set<std::string> quiet = {
@@ -61,6 +69,9 @@ static bool is_value_set(const task_step &step)
 }
 
 // What is shown before it is loaded is blank.
+// A form without a load in its write script has its values from elsewhere, and
+// so may its read script. One that fills `orv` itself before it shows it is
+// right without a load.
 static void check_loaded(const form_runs &runs)
 {
   const size_t show = find_call(runs.read, "orv_show");
@@ -77,6 +88,10 @@ static void check_loaded(const form_runs &runs)
 }
 
 // A value that is not reported cannot be emptied, and a box looks unticked.
+// Judged only where the write script asks the page for the value by name, and
+// where all that the read script reports is written out: else the value may be
+// reported by other means. One finding is enough, as the others have the same
+// cause. d_NAME is a report as well, and a secret is never shown.
 void check_shown(const form_runs &runs)
 {
   check_loaded(runs);

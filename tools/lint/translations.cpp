@@ -9,6 +9,8 @@
 #include "text.h"
 
 // Beside the forms that every device has.
+// They have the same names on all devices, and say nothing about whether two
+// folders belong together.
 static bool is_own_form(const std::string &name)
 {
   return !is_special(name) && name != "confirm";
@@ -23,6 +25,8 @@ static size_t count_own(const device &dev)
 }
 
 // Two devices may share a form; the same device in two languages shares most.
+// Half of the larger one: with a lower bound a small device whose forms all
+// stand in a large one, too, would lack all the others of that.
 static bool are_translations(const device &a, const device &b)
 {
   size_t shared = 0;
@@ -32,6 +36,8 @@ static bool are_translations(const device &a, const device &b)
   return shared > 0 && shared * 2 >= std::max(count_own(a), count_own(b));
 }
 
+// A field and a table can have one name. What is submitted is compared with
+// what is submitted.
 static const form_item *find_item(const form &f, const form_item &like)
 {
   const auto at =
@@ -42,6 +48,8 @@ static const form_item *find_item(const form &f, const form_item &like)
 }
 
 // Where the item would stand: behind the one that both have before it.
+// Items stand in the same order in both, as a rule. The first line is the place
+// where nothing of the other tree stands before it.
 static int place_of(const form &f, const form &other, const form_item &missing)
 {
   int line = 1;
@@ -61,6 +69,9 @@ static note seen_at(const form &other, int line)
 }
 
 // A choice whose value was translated as well.
+// False when the lists differ in length: then one lacks a choice, and that is
+// another message. The values go to the scripts, which are the same for all
+// languages; only the words behind them are translated.
 static bool check_translated(const form &f, const form_item &own,
                              const form &other, const form_item &theirs,
                              bool first, findings *found)
@@ -86,6 +97,7 @@ static void check_choices(const form &f, const form_item &own,
                           const form &other, const form_item &theirs,
                           bool first, findings *found)
 {
+  // Judged in both trees: each can lack what the other has.
   const std::set<std::string> choices = choices_of(f, own);
   if (check_translated(f, own, other, theirs, first, found)) {
     return;
@@ -103,6 +115,8 @@ static void check_choices(const form &f, const form_item &own,
 }
 
 // The same check, whatever the language.
+// What the page lets pass must not depend on the language, since the settings
+// and scripts are shared. Blanks between the words mean nothing.
 static void check_same_check(const form &f, const form_item &own,
                              const form &other, const form_item &theirs,
                              findings *found)
@@ -123,6 +137,8 @@ static void check_same_check(const form &f, const form_item &own,
 }
 
 // The rows of two tables of the same name.
+// The words behind the keyword, and not the columns alone: the number of rows
+// stands there as well.
 static void check_tables(const form &f, const form &other, findings *found)
 {
   for (const form_item &own : f.items) {
@@ -141,6 +157,8 @@ static void check_tables(const form &f, const form &other, findings *found)
 }
 
 // Whether both are drawn under the same conditions.
+// In the same order, since the order of nested sections is that of the
+// template.
 static bool is_drawn_alike(const form_item &own, const form_item &theirs)
 {
   return std::equal(
@@ -166,6 +184,8 @@ static void check_conditions(const form &f, const form &other, findings *found)
   }
 }
 
+// Those differences that both trees show are reported in one of them alone; a
+// missing item is reported in the tree that lacks it, whichever that is.
 static void check_form(const form &f, const form &other, bool first,
                        findings *found)
 {
@@ -174,6 +194,7 @@ static void check_form(const form &f, const form &other, bool first,
     check_conditions(f, other, found);
   }
   for (const form_item &theirs : other.items) {
+    // Texts and headings are what a translation changes.
     if (!theirs.input || theirs.name.empty()) {
       continue;
     }
@@ -206,6 +227,7 @@ void check_translation(const device &dev, const device &other, bool first,
     if (own != dev.forms.end()) {
       check_form(own->second, entry.second, first, found);
     } else {
+      // There is no such file; its name is where it has to be made.
       report(found, {dev.dir + "/templates/" + entry.first + ".tpl", "", {}}, 1,
              1, "translation",
              "the other tree has this form, and this one lacks it",

@@ -9,6 +9,7 @@
 
 static const char MARK[] = "#version";
 
+// A file that nobody may execute counts as none, as on the device.
 static bool is_program(const std::string &path)
 {
   struct stat info;
@@ -17,6 +18,7 @@ static bool is_program(const std::string &path)
 }
 
 // The folder of a tree in another language shares the settings of the first.
+// Its versions are reported there, once.
 static bool is_link(const std::string &path)
 {
   struct stat info;
@@ -30,6 +32,8 @@ static bool is_number(const std::string &text)
 }
 
 // "" when nothing is wrong with the line with the version.
+// Version 1 is that of settings without a version, so nothing is older. The
+// files of sub-items, port@lan1, are migrated by the program of the form, port.
 static std::string fault_of(const device &dev, const std::string &file,
                             const std::string &line, int number)
 {
@@ -63,6 +67,8 @@ void check_versions(const device &dev, findings *found)
                                     : "";
       if (!fault.empty()) {
         report(found, *entry.second, number, 1, "default-version", fault);
+        // One finding for each file: a second line of that kind is wrong
+        // because of its place alone.
         break;
       }
     }
