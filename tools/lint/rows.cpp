@@ -12,12 +12,15 @@
 // --- where a number begins ---------------------------------------------------
 
 // What a variable is set to at first, as far as it stands there.
+// With the place, since a finding stands where the counting begins and not
+// where the number is used.
 struct start {
   std::string value;
   int line;
   int column;
 };
 
+// Arithmetic means the same with and without blanks: i+1, i + 1.
 static std::string without_blanks(std::string text)
 {
   text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
@@ -25,6 +28,8 @@ static std::string without_blanks(std::string text)
 }
 
 // The first of what a loop goes through: of {1..9} and $(seq 9) it is 1.
+// seq with one number begins with 1, with more it begins with the first of
+// them.
 static std::string first_of_loop(const bash_word &word)
 {
   const std::string &text = word.plain;
@@ -38,6 +43,8 @@ static std::string first_of_loop(const bash_word &word)
 }
 
 // All of a script, by "function::variable".
+// Two functions can have an index of the same name, and one of them begins with
+// 1 for a reason.
 typedef std::map<std::string, std::vector<start>> all_starts;
 
 static void add_start(all_starts *all, const bash_command &command,
@@ -58,6 +65,7 @@ static void add_loop(const bash_command &loop, all_starts *all)
   }
   const std::string text = without_blanks(loop.words[0].text);
   const size_t equals = text.find('=');
+  // ((i = 1)) and the beginning of for ((i = 1; ...)); ((i == 1)) is a test.
   if (loop.kind == BASH_ARITHMETIC && equals != std::string::npos &&
       equals + 1 < text.size() && text[equals + 1] != '=') {
     add_start(all, loop, text.substr(0, equals), text.substr(equals + 1, 1),
@@ -93,6 +101,8 @@ static const std::vector<start> &starts_of(const row_check &r,
 }
 
 // Whether the number may begin with 0, or comes from elsewhere.
+// row=$((row + 1)) counts on from elsewhere and is no beginning; row=$1 is one
+// that is not known here. -1 is for those who add before they use it.
 static bool may_be_first(const start &at, const std::string &name)
 {
   const bool counts_on = at.value.find(name) != std::string::npos;
@@ -101,6 +111,8 @@ static bool may_be_first(const start &at, const std::string &name)
 }
 
 // Reports where it begins with 1 and nowhere with 0.
+// A script may count one table from 0 and number lines for people from 1 by the
+// same variable, so one possible 0 is enough to be silent.
 static bool check_start(const row_check &r, const std::string &function,
                         const std::string &name)
 {
@@ -128,6 +140,8 @@ struct row_name {
 };
 
 // "column$row", "${list}_$row": what stands in front of the last expansion.
+// What stands in front has to be a column or a list of the forms: "log$1" may
+// be anything.
 static bool read_row_name(const agree_check &c, const std::string &text,
                           row_name *into)
 {
@@ -147,6 +161,7 @@ static bool read_row_name(const agree_check &c, const std::string &text,
   return c.columns.count(into->stem) + c.lists.count(into->stem) != 0;
 }
 
+// The keys of an array and the rows of the library count from 0, too.
 static bool begins_with_0(const row_check &r, const std::string &function,
                           const std::string &variable)
 {
@@ -158,6 +173,7 @@ static bool begins_with_0(const row_check &r, const std::string &function,
 }
 
 // Whether calls of the function give it such a number as that parameter.
+// A parameter has no beginning of its own.
 static bool is_given_row(const row_check &r, const std::string &function,
                          const std::string &parameter)
 {
@@ -183,6 +199,7 @@ static bool check_computed(const row_check &r, const bash_command &command,
   while (stop < sum.size() && is_name_char(sum[stop])) {
     stop++;
   }
+  // Nothing but one more: i * 2 + 1 and the like follow a plan of their own.
   if (end == std::string::npos || sum.substr(stop) != "+1))") {
     return false;
   }
@@ -204,6 +221,8 @@ struct row_use {
   row_name name;
 };
 
+// orv_error COLUMN TEXT ROW makes the name of the cell from its first and third
+// words.
 static void add_use(const agree_check &c, const bash_command &command,
                     const bash_word &word, std::vector<row_use> *uses)
 {
@@ -224,6 +243,8 @@ static void add_use(const agree_check &c, const bash_command &command,
   }
 }
 
+// In the order of the script, so that the finding is the first one that a
+// reader meets.
 static std::vector<row_use> uses_of(const agree_check &c)
 {
   std::vector<row_use> uses;
@@ -239,6 +260,8 @@ static std::vector<row_use> uses_of(const agree_check &c)
 }
 
 // A function's parameter that it uses as a row: what calls give it.
+// Each call counts for itself: one that begins with 1 leaves out the first row,
+// whatever the others do.
 static bool check_given(const row_check &r, const std::string &function,
                         const std::string &parameter)
 {
@@ -260,6 +283,8 @@ static bool check_given(const row_check &r, const std::string &function,
 
 // Cells and entries that are reported by their whole names: none without the
 // first.
+// A name with 1 is right where anything else in the script has the one with 0,
+// or makes names from the same beginning.
 static bool check_written_out(const agree_check &c)
 {
   for (const bash_command &command : c.s.code.commands) {

@@ -11,6 +11,8 @@
 
 // --- lists -------------------------------------------------------------------
 
+// A message counts: orv_act and what else uses the settings are joined with it,
+// and the user learns that the save has failed.
 static bool leaves(const bash_command &command)
 {
   static const std::set<std::string> words = {"exit", "return", "orv_msg",
@@ -19,6 +21,8 @@ static bool leaves(const bash_command &command)
 }
 
 // Whether the command stands behind `first` in its list.
+// In "orv_store port mtu && orv_changes && orv_act port" each command leads
+// back to the one before it, whose status decides.
 static bool is_behind(const script &s, int command, int first)
 {
   for (; command >= 0;
@@ -44,6 +48,8 @@ static bool is_decided_by(const script &s, int branch, int first)
 }
 
 // Whether something decides by that command's status, to leave or to go on.
+// `orv_store ... || exit` and `if ! orv_store ...; then exit; fi` make sure of
+// everything that follows.
 static bool is_looked_at(const script &s, int first)
 {
   const std::vector<bash_command> &all = s.code.commands;
@@ -68,6 +74,7 @@ static bool has_expansion(const bash_command &command, const char *name)
 }
 
 // set -e ends the script at a command that fails.
+// Also from further down: what stands in front of it is seldom a save.
 static bool ends_at_faults(const script &s)
 {
   return std::any_of(s.code.commands.begin(), s.code.commands.end(),
@@ -82,6 +89,8 @@ static bool ends_at_faults(const script &s)
 // --- after a save ------------------------------------------------------------
 
 // Both on one way through the script.
+// A command in another function or in the other arm of an if need not follow
+// the save.
 static bool on_one_way(const script &s, const bash_command &a,
                        const bash_command &b)
 {
@@ -90,6 +99,9 @@ static bool on_one_way(const script &s, const bash_command &a,
 }
 
 // The device is made to use what was not stored.
+// orv_store returns 1 where it refuses a value, where there was a message or
+// the lock is not held; the script goes on. A test of orv_failed or $? behind
+// it is the author's own way to look at that.
 static void check_after_save(const form_runs &runs)
 {
   static const std::set<std::string> uses = {"orv_act", "orv_background",
@@ -99,6 +111,8 @@ static void check_after_save(const form_runs &runs)
   if (store == NOWHERE) {
     return;
   }
+  // Lists and branches are numbered within a file, so only what stands in the
+  // same one as the save can be compared with it.
   const script &s = *write.steps[store].s;
   const bash_command &save = *write.steps[store].command;
   const int first = index_of(s, save);
@@ -127,6 +141,8 @@ static void check_after_save(const form_runs &runs)
 // --- what other commands make ------------------------------------------------
 
 // The command that the value is taken from alone, "" for another value.
+// Of a value with text around $( ) something is left when the command fails,
+// and $(( )) is no command.
 static std::string taken_from(const bash_word &value)
 {
   const bool dollar =
@@ -141,6 +157,9 @@ static std::string taken_from(const bash_word &value)
 
 // Whether the status of such a command says whether there is a value: bash's
 // own and those that always have one are let out.
+// The filters say with an empty output what others say with their status, and a
+// pipe has the status of its last command. A function of the device may end
+// with any status without meaning anything by it.
 static bool can_fail(const form_runs &runs, const std::string &name)
 {
   static const std::set<std::string> safe = {
@@ -160,6 +179,8 @@ static bool can_fail(const form_runs &runs, const std::string &name)
 }
 
 // Whether a later command looks at the variable, or at the element.
+// A look at the value is as good as one at the status, as a failed command
+// mostly leaves it blank.
 static bool is_tested(const task_run &run, size_t from, const std::string &full)
 {
   return std::any_of(
@@ -185,6 +206,7 @@ static bool is_tested(const task_run &run, size_t from, const std::string &full)
 }
 
 // The element of `orv` that gets the variable's value, "" for none.
+// Only what is stored is judged: a value for a message or a log may be blank.
 static bool reaches_values(const task_run &run, size_t from,
                            const bash_assignment &made)
 {
@@ -211,6 +233,9 @@ static std::string made_name(const bash_assignment &made)
 }
 
 // A hash that could not be made would be stored as nothing.
+// NAME=$(COMMAND) has the status of the command. `local NAME=$(COMMAND)` has
+// that of local, which is 0, and is another mistake; a list or a test that the
+// assignment stands in has looked at the status.
 static void check_made(const form_runs &runs)
 {
   const task_run &write = runs.write;
@@ -224,6 +249,8 @@ static void check_made(const form_runs &runs)
     }
     const bash_assignment &made = command.assignments[0];
     const std::string name = taken_from(made.value);
+    // A file is written at once, whether it is stored or not: with a blank name
+    // bash says ": No such file or directory" on the page's output.
     const bool file = name == "mktemp";
     if (!name.empty() && can_fail(runs, name) && !ends_at_faults(*step.s) &&
         (file || (i < store && reaches_values(write, i, made))) &&

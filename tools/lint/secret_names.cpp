@@ -8,6 +8,9 @@
 #include "text.h"
 
 // What the form's scripts call a secret, in small letters.
+// The author has said so by these calls, whatever the field is called. A
+// pattern or a second field among their words is no item's name, as a rule, and
+// harms nothing.
 static std::set<std::string> named_secrets(const device &dev, const form &f)
 {
   static const std::set<std::string> takers = {
@@ -31,6 +34,9 @@ static std::set<std::string> named_secrets(const device &dev, const form &f)
 }
 
 // Whether the label says that a secret is typed here.
+// The last word decides: "Password" and "Wi-Fi password" ask for one, "Password
+// expires after" and "Passwords kept" do not. A number is none either, but for
+// a PIN, which consists of digits.
 static bool is_labelled(const form_item &item)
 {
   static const char *const words[] = {"password", "passphrase", "pin"};
@@ -46,6 +52,8 @@ static bool is_labelled(const form_item &item)
 
 // A field is shown as the hash of a secret, while the form has a secret by its
 // name that no such call names: the call is wrong and not the field.
+// Such a call names the secret first. To tell the author to rename the field
+// would lead away from the mistake.
 static bool check_hash_shown(const device &dev, const form &f,
                              const form_item &item, findings *found)
 {
@@ -80,6 +88,7 @@ void check_secret_names(const device &dev, findings *found)
     const std::set<std::string> named = named_secrets(dev, f);
     for (const form_item &item : f.items) {
       const bool taken = named.count(lower(item.name)) != 0;
+      // Only what is typed: boxes and lists show their values to everybody.
       if (item.type == PT_TEXT_FIELD && !is_secret(item.name) &&
           (taken || is_labelled(item)) &&
           !check_hash_shown(dev, f, item, found)) {

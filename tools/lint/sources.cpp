@@ -11,6 +11,8 @@
 // --- lists that scripts report -----------------------------------------------
 
 // Whether the task's code looks at the value, or at one whose name it makes.
+// Any use counts, not a comparison alone: the value may be handed to a function
+// that compares it. ${orv[zone$i]} and ${orv[$name]} can be the value as well.
 static bool looks_at(const task_run &run, const std::string &name)
 {
   const auto in_word = [&](const bash_word &word) {
@@ -37,6 +39,10 @@ static bool looks_at(const task_run &run, const std::string &name)
 }
 
 // Nothing but the script compares the value of an iselect with its entries.
+// A request need not come from the page, so it can hold any text for a list
+// whose entries only the read script knows, and for what the page shows and
+// does not let anybody enter. A select is compared with its choices by the
+// page.
 static void check_lists(const form_runs &runs)
 {
   const std::set<std::string> read = names_given(runs.write, "orv_read");
@@ -65,6 +71,9 @@ static void check_lists(const form_runs &runs)
 
 // A field of the expert view is blank where it was not drawn, whatever its
 // check says: only the script can require it.
+// $X$ is unset while values are checked, so the page takes the section for one
+// that is not drawn and lets a blank value pass. `ifnot $X$` is the opposite
+// case, and has its own finding.
 static void check_required(const form_runs &runs)
 {
   const std::set<std::string> read = names_given(runs.write, "orv_read");
@@ -90,6 +99,8 @@ static void check_required(const form_runs &runs)
 // --- variables of the library ------------------------------------------------
 
 // Variables, and the call that fills each.
+// The array is empty until the call, and an empty array in a list of words is
+// no word at all: orv_show "${cells[@]}" then shows nothing and says nothing.
 static const struct {
   const char *variable;
   const char *call;
@@ -97,6 +108,8 @@ static const struct {
     {"rows", "orv_rows"}, {"cells", "orv_pack"}, {"orv_acted", "orv_act"}};
 
 // Whether the script, or what it sources, sets the variable by itself.
+// A word of that name counts, since read, mapfile and declare name what they
+// set without a dollar.
 static bool sets(const device &dev, const std::string &script_name,
                  const std::string &variable)
 {
@@ -118,6 +131,8 @@ static bool sets(const device &dev, const std::string &script_name,
   return false;
 }
 
+// The whole array only. An author's own $rows, a number as a rule, is not the
+// library's.
 static bool uses(const bash_command &command, const std::string &variable)
 {
   return std::any_of(
@@ -132,6 +147,7 @@ static bool uses(const bash_command &command, const std::string &variable)
 }
 
 // What nothing has filled before is empty.
+// NOWHERE is the largest number, so without the call all steps come before it.
 static void check_filled(const form_runs &runs, const task_run &run)
 {
   for (const auto &row : filled) {
@@ -150,6 +166,7 @@ static void check_filled(const form_runs &runs, const task_run &run)
 }
 
 // The store takes the names of cells, and no numbers of rows.
+// Numbers are no names, so nothing of the table would be stored.
 static void check_stored_rows(const form_runs &runs)
 {
   for (const task_step &step : runs.write.steps) {
@@ -170,6 +187,8 @@ static void check_stored_rows(const form_runs &runs)
 // --- files named by the wrong argument ---------------------------------------
 
 // The arguments of the script that a path is made of.
+// In a function $1 is another argument. ${1##*/} and the like name a part of
+// it, which may be made of both.
 static std::set<std::string> path_arguments(const bash_command &command,
                                             const bash_word &word)
 {
@@ -184,6 +203,8 @@ static std::set<std::string> path_arguments(const bash_command &command,
   return numbers;
 }
 
+// Commands that take paths as plain words; of others it is not known which of
+// their words name a file.
 static void add_paths(const bash_command &command,
                       std::vector<const bash_word *> *paths)
 {
@@ -200,6 +221,8 @@ static void add_paths(const bash_command &command,
 
 // Where files go by the sub-item, one that goes by the form alone is the same
 // for all.
+// A single file for all sub-items can be meant. It is a mistake where another
+// file of the same task has the sub-item in its name.
 static void check_paths(const form_runs &runs)
 {
   const std::string subitem =

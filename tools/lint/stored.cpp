@@ -12,6 +12,8 @@
 // --- files -------------------------------------------------------------------
 
 // The files that the device's scripts load, as far as they are written out.
+// Of all scripts: one form may store what only another shows, or an action
+// uses.
 static std::set<std::string> loaded_files(const form_runs &runs)
 {
   std::set<std::string> files;
@@ -36,6 +38,9 @@ static bool has_item(const form &f, const std::string &name)
 }
 
 // The first word and what stands behind "--" are files, all others names.
+// orv_store port -- vlan id: a name in the file's place stores the values of
+// this form in a file that is never loaded, and a file in a name's place stores
+// one more value, which is blank.
 static void check_store_word(const form_runs &runs, const task_step &step,
                              size_t i, const std::set<std::string> &loaded)
 {
@@ -46,11 +51,13 @@ static void check_store_word(const form_runs &runs, const task_step &step,
   if (name.empty() || name == "--") {
     return;
   }
+  // A word that only the run knows is "" here.
   const std::string near = nearest(name, loaded);
   if (is_file && !near.empty() && runs.dev.settings.count(name) != 0 &&
       runs.dev.settings.count(near) == 0) {
     return; // it is the other that is misspelt
   }
+  // Where nothing is loaded at all, the values may be for another program.
   if (is_file && loaded.count(name) == 0 && (item || !loaded.empty())) {
     report(runs.found, *step.s->file, word.line, word.column, "store-file",
            item ? in_quotes(name) +
@@ -64,6 +71,7 @@ static void check_store_word(const form_runs &runs, const task_step &step,
 }
 
 // "${NAMES[@]}" first: a name of the form where the file's is due.
+// The word of an array has no known value, so check_store_word cannot judge it.
 static void check_first_word(const form_runs &runs, const task_step &step)
 {
   std::vector<literal_name> names;
@@ -83,6 +91,7 @@ static void check_made_file(const form_runs &runs, const task_step &step,
 {
   std::set<std::string> made;
   for (const std::string &file : step.s->loaded) {
+    // A name that is nothing but a variable is near to any other such name.
     if (file.find('$') != std::string::npos && file[0] != '$') {
       made.insert(file);
     }
@@ -98,6 +107,8 @@ static void check_made_file(const form_runs &runs, const task_step &step,
 }
 
 // orv_load "$which" where "vlan.$which" is stored.
+// Only a name that lacks the beginning is judged: two that differ otherwise may
+// be meant, as for a form that copies settings.
 static void check_loaded_name(const form_runs &runs)
 {
   const size_t load = find_call(runs.write, "orv_load");
@@ -138,6 +149,9 @@ static void check_files(const form_runs &runs)
 
 // "port.$2" is the same file for all sub-items where the form's name is meant
 // to be one of them.
+// The form's name is the same word in each request, so "port.$2" has a known
+// value where $2 is that. Settings as shipped with the same beginning show that
+// there should be a file for each sub-item.
 static void check_made_name(const form_runs &runs, const task_step &step)
 {
   const bash_word &word = step.command->words[1];
@@ -175,6 +189,8 @@ struct stored_names {
   bool all = true;    // no others
 };
 
+// The first word behind orv_store is the file's and may be made by the script;
+// `all` asks only whether each other word is written out.
 static stored_names names_stored(const task_run &write)
 {
   stored_names stored;
@@ -197,6 +213,8 @@ static stored_names names_stored(const task_run &write)
 }
 
 // The keys of `orv` that the task's code looks at; "" for one that it makes.
+// "" stands for ${orv[$name]}, which may be any of them: then nothing can be
+// said to be unused. Of ${orv[port_mtu$row]} the column is what counts.
 static std::set<std::string> keys_used(const task_run &run)
 {
   std::set<std::string> keys;
@@ -207,6 +225,7 @@ static std::set<std::string> keys_used(const task_run &run)
         keys.insert(lower(e.subscript.substr(0, end)));
       }
     }
+    // These name the element without a dollar, so that it is no expansion.
     if (word.plain.find("orv[") == 0) { // [[ -v, (( orv[x] ))
       keys.insert(lower(word.plain.substr(4, word.plain.find(']') - 4)));
     }
@@ -223,6 +242,8 @@ static std::set<std::string> keys_used(const task_run &run)
 }
 
 // What is read, used for nothing and not stored is lost.
+// A value that is looked at and not stored may be right: a box that only asks
+// for something to be done is no setting.
 static void check_lost(const form_runs &runs)
 {
   const stored_names stored = names_stored(runs.write);
@@ -235,6 +256,7 @@ static void check_lost(const form_runs &runs)
   for (const form_item &item : runs.f.items) {
     const std::string name = lower(item.name);
     const bool column = item.table >= 0;
+    // "port#" asks the page for a whole column.
     const bool kept = column ? stored.cells || stored.names.lower_bound(name) !=
                                                    stored.names.end()
                              : stored.names.count(name) != 0;
@@ -249,6 +271,8 @@ static void check_lost(const form_runs &runs)
 }
 
 // What the user can enter and no task asks the page for is lost as well.
+// Judged only where the task reads and stores by names that are all known: a
+// form that only shows, or that reads the lines itself, loses nothing by this.
 static void check_unread(const form_runs &runs)
 {
   const std::set<std::string> read = names_given(runs.write, "orv_read");
@@ -274,6 +298,9 @@ static void check_unread(const form_runs &runs)
 // --- secrets -----------------------------------------------------------------
 
 // A secret that is read and stored like any other text goes back to the page.
+// The page never shows a secret, so its field comes back blank unless the user
+// has typed a new one. Columns are left out: a row can move, so blank says
+// nothing of what was there.
 static void check_secrets(const task_run &run, findings *found)
 {
   const size_t read = find_call(run, "orv_read");
@@ -294,6 +321,8 @@ static void check_secrets(const task_run &run, findings *found)
                       " would be stored; call \"orv_secret\" for it, so that"
                       " blank means unchanged");
     }
+    // The page's check runs before the script, which would fill in the stored
+    // secret.
     const form_line *check = attribute(item, "check");
     if (secret && secrets.count(name) != 0 && check != nullptr &&
         !starts_with(check->text, "nullok")) {
@@ -306,6 +335,8 @@ static void check_secrets(const task_run &run, findings *found)
 }
 
 // A backup is a dump of what the read scripts show to orvctl alone.
+// A secret that is stored as a hash is shown by orv_show_hash under another
+// name, so the rule is silent about forms with such a call.
 static void check_dump(const task_run &read, const task_run &write,
                        findings *found)
 {

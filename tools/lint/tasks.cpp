@@ -15,6 +15,9 @@
 
 // --- arguments ---------------------------------------------------------------
 
+// The arguments are those of the line as a shell splits it; the file's name is
+// the word 0. Where the sub-item is not known, its place is kept and has no
+// value.
 known_values known_arguments(const form &f, script_task task,
                              const std::string &subitem)
 {
@@ -40,6 +43,8 @@ known_values known_arguments(const form &f, script_task task,
 
 // The number of words in the line, -1 if a shell could turn them into more or
 // fewer.
+// $F$ is never blank, and a blank "$S$" in quotes is still an argument. A title
+// has any number of words.
 static int count_arguments(const form &f, script_task task)
 {
   const std::string &text = f.scripts[task].text;
@@ -49,6 +54,8 @@ static int count_arguments(const form &f, script_task task)
   return plain ? static_cast<int>(split_words(text).size()) - 1 : -1;
 }
 
+// One walk for all functions and sourced files: `depth` counts those that are
+// open, and `ended` stops all of them at an exit.
 struct walk {
   const device &dev;
   std::set<std::string> names; // of the script and what it sources
@@ -71,6 +78,8 @@ static truth result_at(const frame &at, const script &s, int command)
 
 // Whether its own test takes the branch.  A loop may run no time or many times,
 // so its test decides nothing.
+// A subshell runs always; what it may not do is change variables or end the
+// script. A pattern with an expansion is known to the run alone.
 static truth own_test(const frame &at, const script &s,
                       const bash_branch &branch)
 {
@@ -92,6 +101,9 @@ static truth own_test(const frame &at, const script &s,
                                                       : MAYBE;
 }
 
+// An arm is taken only if none before it was, so a MAYBE in front makes all
+// that follow no more than possible. What was found stays: bash decides once
+// for a branch, and a variable may have another value at its later commands.
 static truth state_of(frame *at, const script &s, int index)
 {
   if (index < 0) {
@@ -117,11 +129,14 @@ static truth state_of(frame *at, const script &s, int index)
 // --- the walk ----------------------------------------------------------------
 
 // Recursion must end somewhere.
+// Sourced files count, too: two that source each other would go on for ever.
 static constexpr int CALLS_DEEP = 12;
 
 static void walk_commands(walk *w, const script &s, const std::string &function,
                           frame *at);
 
+// Functions of the library are not followed: what they do is known by their
+// names.
 static const script *function_script(const walk &w, const std::string &name)
 {
   for (const std::string &file : w.names) {
@@ -134,6 +149,7 @@ static const script *function_script(const walk &w, const std::string &name)
 }
 
 // The arguments of a call, as far as they are known.
+// A function sees the caller's variables and has arguments of its own.
 static known_values arguments_of(const frame &at, const bash_command &call)
 {
   known_values known = at.known;
@@ -157,6 +173,8 @@ static known_values arguments_of(const frame &at, const bash_command &call)
   return known;
 }
 
+// What cannot be followed may do anything, so rules that say "never done" are
+// silent then.
 static void follow_call(walk *w, frame *at, const bash_command &command)
 {
   std::string name;
@@ -170,6 +188,8 @@ static void follow_call(walk *w, frame *at, const bash_command &command)
   }
   const script *s = function_script(*w, name);
   if (s != nullptr && w->depth < CALLS_DEEP) {
+    // Only a call with all arguments has the script's own; of others nobody
+    // asks for an argument that the form's line should give.
     const bool all =
         command.words.size() == 2 && command.words[1].plain == "$@";
     frame inner = {
@@ -199,6 +219,7 @@ static void follow_source(walk *w, const script &s, frame *at,
 
 // A variable is known once it gets a known value for certain; any other
 // assignment makes it unknown.
+// An element or a whole array has no single value.
 static void follow_assignments(frame *at, const bash_command &command,
                                truth state)
 {
@@ -213,6 +234,8 @@ static void follow_assignments(frame *at, const bash_command &command,
   }
 }
 
+// $0 is not among the arguments, and stays where it is in bash; it is never
+// known.
 static void follow_shift(frame *at)
 {
   at->given -= at->given > 0 ? 1 : 0;
@@ -233,6 +256,8 @@ static void follow_shift(frame *at)
 static truth state_of(frame *at, const script &s, const bash_command &command)
 {
   const truth branch = state_of(at, s, command.branch);
+  // A branch that is taken for certain does not run its list's later commands
+  // for certain.
   const truth before = result_at(*at, s, command.previous);
   return command.join == "&&"   ? std::min(branch, before)
          : command.join == "||" ? std::min(branch, opposite(before))
@@ -251,6 +276,7 @@ static bool in_subshell(const script &s, int branch)
 }
 
 // Notes which of the script's arguments the command uses.
+// ${2:-} allows for an argument that is missing, so it asks for nothing.
 static void note_arguments(walk *w, const script &s, const frame &at,
                            const bash_word &word)
 {
@@ -277,6 +303,7 @@ static void note_all_arguments(walk *w, const script &s, const frame &at,
 }
 
 // The words that the command passes to the library.
+// Other calls take names, which stand in the script or in its arrays.
 static std::vector<std::string> given_words(const frame &at,
                                             const bash_command &command)
 {
@@ -292,6 +319,7 @@ static std::vector<std::string> given_words(const frame &at,
 }
 
 // Whether orv_one_of finds the value among the literal words.
+// NO needs all of the words; a single one that is the value is enough for YES.
 static truth is_one_of(const frame &at, const script &s,
                        const bash_command &command)
 {
@@ -316,6 +344,7 @@ static bool walk_command(walk *w, const script &s, frame *at,
                          const bash_command &command)
 {
   const truth state = state_of(at, s, command);
+  // In "a && b || c" the status of a decides on c where b does not run.
   if (state == NO) {
     at->results[&command] = result_at(*at, s, command.previous);
     return true;
@@ -330,10 +359,14 @@ static bool walk_command(walk *w, const script &s, frame *at,
   if (command.substitution > 0) {
     return true; // a subshell: neither its exit nor its variables count here
   }
+  // Where it is only possible, what follows may run and is walked through.
   if (state == YES && (name == "exit" || name == "return")) {
     w->ended = name == "exit" && !in_subshell(s, command.branch);
     return w->ended ? false : at->function.empty();
   }
+  // In this order: the words of a call or of a sourced file may use what the
+  // same script has just set, and an argument that was shifted away is gone by
+  // then.
   follow_assignments(at, command, state);
   if (name == "shift") {
     follow_shift(at);
@@ -367,6 +400,8 @@ static void note_calls(task_run *run)
   }
 }
 
+// A script that is not the folder's gives no steps, and rules that look for a
+// call have to tell this from a script without one.
 task_run follow_task(const device &dev, const form &f, script_task task,
                      const std::string &subitem)
 {

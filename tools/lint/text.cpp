@@ -7,6 +7,7 @@
 
 #include "orv_secret.h"
 
+// A last line without its end is a line; behind the last end there is none.
 std::vector<std::string> split_lines(const std::string &text)
 {
   std::vector<std::string> lines;
@@ -31,6 +32,8 @@ std::vector<std::string> split_words(const std::string &text)
   return words;
 }
 
+// tolower is not defined for a negative char, and bytes beyond ASCII are
+// negative on most machines.
 std::string lower(std::string text)
 {
   for (char &c : text) {
@@ -55,6 +58,8 @@ std::string first_word(const std::string &text)
   return text.substr(0, text.find_first_of(" \t"));
 }
 
+// Of variables in bash and of items alike. Nothing here sets a locale, so
+// letters are those of ASCII.
 bool is_name_char(char c)
 {
   return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
@@ -66,6 +71,8 @@ static int bytes_behind(unsigned char first)
   if (first < 0x80) {
     return 0;
   }
+  // 0xc0 and 0xc1 could only begin a longer form of an ASCII character, and
+  // what lies above 0xf4 is beyond U+10FFFF.
   if (first < 0xc2 || first > 0xf4) {
     return -1;
   }
@@ -82,6 +89,8 @@ static bool is_forbidden(unsigned char first, unsigned char second)
 
 bool is_utf8(const std::string &text)
 {
+  // Behind the end stands what goes on no character, so one that is cut is
+  // refused.
   const auto byte = [&](size_t at) {
     return at < text.size() ? static_cast<unsigned char>(text[at])
                             : static_cast<unsigned char>(0);
@@ -107,6 +116,7 @@ std::string in_quotes(const std::string &text)
 }
 
 // Insertions, deletions, replacements and swaps that make `b` of `a`.
+// Two letters that were swapped are one slip for who types, so they count once.
 static size_t distance(const std::string &a, const std::string &b)
 {
   std::vector<std::vector<size_t>> d(a.size() + 1,
@@ -146,9 +156,11 @@ std::string nearest(const std::string &word, const std::set<std::string> &words)
   for (const std::string &candidate : words) {
     const size_t longer = std::max(candidate.size(), word.size());
     const size_t shorter = std::min(candidate.size(), word.size());
+    // The lengths alone say that it is too far; this spares most of the work.
     if (longer - shorter >= least || shorter * 2 < longer) {
       continue;
     }
+    // The word itself is no suggestion, but one that differs in capitals is.
     const size_t far = distance(lower(word), lower(candidate));
     if (far < least && candidate != word) {
       least = far;

@@ -19,6 +19,8 @@ struct variable_check {
 };
 
 // Whether the command makes the name of what it sets: declare "$name=$value".
+// A name with an expansion in front of "=" may be any, so nothing can be said
+// to be unset then. What stands behind "=" is a value: declare "mtu=$value".
 static bool makes_name(const bash_command &command)
 {
   static const std::set<std::string> setters = {
@@ -40,6 +42,8 @@ static bool makes_name(const bash_command &command)
 
 // The names that a command sets: assignments, loops, and arguments that some
 // commands fill.
+// More than those that are set: a word such as -r harms nothing, as no variable
+// has that name. In (( )) any word may be assigned to.
 static void add_set(const bash_command &command, std::set<std::string> *names)
 {
   static const std::set<std::string> fillers = {
@@ -63,6 +67,7 @@ static variable_check begin_check(const device &dev, const script &s,
                                   findings *found)
 {
   variable_check c = {dev, s, {}, {}, found, false};
+  // Files that are sourced share the variables, in both directions.
   for (const std::string &file : with_sources(dev, s.name)) {
     for (const bash_command &command : dev.scripts.at(file).code.commands) {
       add_set(command, &c.set);
@@ -83,6 +88,8 @@ static variable_check begin_check(const device &dev, const script &s,
 }
 
 // A name of bash, of the environment, of the library or of a parameter.
+// Short names are near to each other by chance: i and j, min and max. A name of
+// the environment here is most likely there on the device, too.
 static bool is_given(const variable_check &c, const std::string &name)
 {
   static const std::set<std::string> of_library = {
@@ -94,6 +101,7 @@ static bool is_given(const variable_check &c, const std::string &name)
          getenv(name.c_str()) != nullptr;
 }
 
+// ${name:-none} says that the author knows of it being unset.
 static void check_variable(const variable_check &c, const bash_expansion &e)
 {
   const bool defaulted =
@@ -110,6 +118,8 @@ static void check_variable(const variable_check &c, const bash_expansion &e)
 }
 
 // "column_$row": the text before the row number must be a column.
+// A name that stands more than once in the script is its own: nobody makes the
+// same typing error twice.
 static void check_cell(const variable_check &c, const bash_expansion &e)
 {
   const size_t end = e.subscript.find('$');

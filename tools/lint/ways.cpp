@@ -8,6 +8,7 @@
 
 // --- what commands do --------------------------------------------------------
 
+// What an older script prints by hand is a message like that of orv_error.
 static bool prints_message(const bash_command &command)
 {
   const std::string &name = first_word(command);
@@ -19,6 +20,8 @@ static bool prints_message(const bash_command &command)
 }
 
 // exec with redirections alone goes on.
+// continue and break leave the loop alone, but what stands behind them in it
+// does not run with that value.
 static bool leaves(const bash_command &command)
 {
   static const std::set<std::string> words = {"exit", "return", "continue",
@@ -28,6 +31,8 @@ static bool leaves(const bash_command &command)
 }
 
 // Whether the assignment only notes something: bad=1, or faults+=('Row 1').
+// What is taken from a value or a command says something else than that there
+// was a fault.
 static bool is_note(const bash_assignment &assignment)
 {
   return assignment.subscript.empty() && assignment.value.expansions.empty() &&
@@ -40,6 +45,7 @@ way way_of(const bash_command &command, const script_ways &ways)
                                                   "orv_fatal"};
   const std::string &name = first_word(command);
   if (leaves(command)) {
+    // Outside of a function, return ends a file that is sourced.
     return name == "return" && !command.function.empty() ? RETURNS : LEAVES;
   }
   const auto function = ways.functions.find(name);
@@ -56,6 +62,9 @@ way way_of(const bash_command &command, const script_ways &ways)
 // --- functions and variables -------------------------------------------------
 
 // A function ends the script for certain, or may report something.
+// A return, and continue or break, which have no effect on the caller's loop,
+// end the function alone: the caller goes on as if nothing had been. An exit in
+// a branch may not be reached, and one in $( ) ends no more than the subshell.
 static way way_in_function(const bash_command &command, const script_ways &ways)
 {
   const std::string &name = first_word(command);
@@ -69,6 +78,8 @@ static way way_in_function(const bash_command &command, const script_ways &ways)
   return own_end ? STAYS : certain ? LEAVES : REPORTS;
 }
 
+// Functions call others that may stand behind them, so this goes on until
+// nothing is new. It ends, since what is known of a function only grows.
 static void collect_functions(const context &c, script_ways *ways)
 {
   for (bool more = true; more;) {
@@ -87,12 +98,17 @@ static void collect_functions(const context &c, script_ways *ways)
 }
 
 // Whether a test finds the value to be something.
+// [[ $good ]] takes "0" and "no" for true, but who writes good=0 asks for that
+// value.
 static bool is_set_value(const std::string &value)
 {
   static const std::set<std::string> unset = {"", "0", "no", "false", "False"};
   return unset.count(value) == 0;
 }
 
+// An assignment outside of all branches gives the variable its first value
+// (bad=0), and one in a branch notes the fault (bad=1). The library sets
+// orv_failed where it gives a message.
 static void collect_flags(const context &c, script_ways *ways)
 {
   ways->flags["orv_failed"] = true;
@@ -119,6 +135,9 @@ static std::string task_word(const script_line &line)
   return words.size() > 1 ? words[1] : "";
 }
 
+// The write task runs after the check task of the same script has found
+// nothing, so a test for --write is one for that. With another check script it
+// says nothing, and one such form is enough to make it useless.
 static void collect_tasks(const context &c, script_ways *ways)
 {
   for (const auto &entry : c.dev.forms) {
@@ -141,6 +160,7 @@ static void collect_tasks(const context &c, script_ways *ways)
 script_ways collect_ways(const context &c)
 {
   script_ways ways = {{}, {}, {}, {}};
+  // A program of root has no tasks: nothing has checked before it runs.
   if (!c.stored) {
     collect_tasks(c, &ways);
   }
@@ -157,6 +177,8 @@ static bool is_not(const std::string &word)
 }
 
 // [[ $task == --write ]], whatever holds the task.
+// A word that both tasks share tells them not apart. In front of the operator
+// stands an expansion: a comparison of two fixed words asks for nothing.
 static bool asks_for_task(const script_ways &ways, const bash_command &command,
                           bool *none)
 {
@@ -179,6 +201,7 @@ static bool asks_for_set(const bash_command &command, size_t at)
   const std::vector<bash_word> &words = command.words;
   const std::string before = at > 0 ? words[at - 1].text : "";
   bool set = before != "-z";
+  // "== 0" asks for the opposite of "== 1", and "!= 0" for the same.
   if (at + 2 < words.size() && words[at + 1].text.find_first_of("=!-") == 0) {
     set = is_set_value(words[at + 2].plain) != is_not(words[at + 1].text);
   }
@@ -186,6 +209,7 @@ static bool asks_for_set(const bash_command &command, size_t at)
 }
 
 // ((!bad)) and ((bad == 0)).
+// A test of this kind is one word, so the operator is looked for in its text.
 static bool asks_for_zero(const std::string &test, const std::string &name)
 {
   const size_t at = test.find(name);
@@ -214,6 +238,8 @@ static bool asks_for_flag(const script_ways &ways, const bash_command &command,
 }
 
 // What orv_store stores was without fault.
+// A test for a variable comes before one for a task: [[ $bad == --write ]] is
+// no such test whatever $bad holds.
 bool asks_for_message(const script_ways &ways, const bash_command &command,
                       bool *none)
 {
@@ -229,6 +255,8 @@ bool asks_for_message(const script_ways &ways, const bash_command &command,
   return asks;
 }
 
+// The pattern is as written: blanks, quotes and the opening bracket that bash
+// allows stand around its word.
 bool is_write_pattern(const script_ways &ways, const std::string &pattern)
 {
   const size_t begin = pattern.find_first_not_of(" \t\n('\"");
