@@ -7,6 +7,8 @@
 #include "script_names.h"
 #include "text.h"
 
+// The page checks before any script of a Submit runs, so the place is all of
+// the script, and a value that is not right never comes there.
 static void judge_everywhere(context *c, const std::string &name)
 {
   c->judged[name] = {{nullptr, "", -1, 0, TO_THE_END, 0, LEAVES}};
@@ -15,6 +17,10 @@ static void judge_everywhere(context *c, const std::string &name)
 // Values that the page's own checks hold to something harmless: those of fields
 // with such a check, and of lists.  Cells are checked up to the first blank
 // row.
+// A keyword, a word or a number has no blank, quote or dollar in it; a text or
+// a regular expression may let anything pass. A select is compared with its
+// choices, and a box is True or False. Rows behind a blank one reach the script
+// unchecked, so no cell counts.
 static void add_checked(context *c, const std::string &script_name)
 {
   static const std::set<std::string> words_of_list = {"keyword", "word"};
@@ -35,6 +41,7 @@ static void add_checked(context *c, const std::string &script_name)
       if (item.table < 0 &&
           (number || is_one_of(words_of_list) || item.type == PT_SELECT ||
            item.type == PT_CHECKBOX)) {
+        // What the script has looked at by itself may be plain by then.
         const bool seen = c->judged.count(name) != 0; // by the script as well
         judge_everywhere(c, name);
         if (number && !seen) {
@@ -47,6 +54,8 @@ static void add_checked(context *c, const std::string &script_name)
 
 // What orv_number has made is a plain decimal; what it refuses is one for the
 // page's check, and blank or too long.
+// Without this the advice of the rule, to call orv_number, would not end its
+// finding.
 static void add_plain_numbers(context *c)
 {
   for (const script *s : c->files) {
@@ -66,6 +75,8 @@ static void add_plain_numbers(context *c)
 }
 
 // A variable that is given such a number as it is holds the same.
+// number=${orv[mtu]} only moves the "010" that the rule is about. ${...#0} and
+// sums may have taken it off.
 static void add_padded_variables(context *c)
 {
   for (const script *s : c->files) {
@@ -87,6 +98,8 @@ static void add_padded_variables(context *c)
 }
 
 // Which argument is the sub-item depends on the header's line.
+// A sub-item is a part of the address, which anybody can write. $@ and $* hold
+// it with all others.
 static void add_arguments(context *c, const std::string &script_name)
 {
   for (const auto &entry : c->dev.forms) {

@@ -15,6 +15,8 @@ static std::string base_name(const std::string &path)
 // --- commands that run others ------------------------------------------------
 
 // How many words each takes in front of the command, beside its options.
+// timeout 5 sh -c ... runs sh, so what is run has to be looked for behind these
+// words; flock takes a file, taskset a mask, chrt a priority.
 static const std::map<std::string, size_t> runners = {
     {"builtin", 0},        {"chroot", 1},    {"chrt", 1},
     {"command", 0},        {"coproc", 0},    {"env", 0},
@@ -26,6 +28,7 @@ static const std::map<std::string, size_t> runners = {
     {"xargs", 0},          {"busybox", 0},   {"orv_guard_boot", 0}};
 
 // Options of theirs whose values are words of their own.
+// Of two characters alone: with -n5 the value is in the same word.
 static bool takes_value(const std::string &runner, const std::string &option)
 {
   static const std::map<std::string, std::string> letters = {
@@ -51,6 +54,8 @@ static size_t behind_exec(const std::vector<bash_word> &words)
 }
 
 // The word that is run in the end.
+// Runners run each other (nice timeout 5 sh), so this goes on until a word is
+// none. A runner without a command behind it is itself what runs.
 static size_t command_word(const std::vector<bash_word> &words)
 {
   size_t at = 0;
@@ -72,6 +77,7 @@ static size_t command_word(const std::vector<bash_word> &words)
       if (word[0] == '-') {
         next += takes_value(name, word) ? 1 : 0;
       } else if (name == "env" && word.find('=') != std::string::npos) {
+        // An assignment for the command, as in env LC_ALL=C sort.
         continue;
       } else if (left-- == 0) {
         break;
@@ -102,6 +108,9 @@ static bool is_shell(const std::string &name)
 }
 
 // bash -c, also after xargs, timeout and the like.
+// All words are searched, as a shell may stand behind words that no table here
+// knows. The options of a shell can be joined, -ec. Values that are passed
+// behind the program are its $0, $1 and so on, and no part of it.
 static bool check_shell(const sink &at)
 {
   static const std::set<std::string> takers = {"flock", "script", "runuser",
@@ -112,6 +121,7 @@ static bool check_shell(const sink &at)
     const std::string name = base_name(words[i].plain);
     shell = is_shell(name) || takers.count(name) != 0 ? name : shell;
     const std::string &word = words[i].plain;
+    // --exec and other long options end with "c", too.
     const bool option = word == "-c" || (word.size() > 2 && word[0] == '-' &&
                                          word[1] != '-' && word.back() == 'c');
     if (!shell.empty() && option && !words[i + 1].expansions.empty()) {
@@ -128,6 +138,8 @@ static bool check_shell(const sink &at)
 
 // xargs -I{} sh -c '... {}' makes each line of its input a part of the program,
 // find -exec sh -c '... {}' each name.
+// A line "x; reboot" runs two commands there. What xargs adds behind the
+// program is an argument, and harmless.
 static void check_marks(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -147,6 +159,7 @@ static void check_marks(const sink &at)
   }
 }
 
+// The word 0 is the command, which has a rule of its own.
 static const bash_expansion *input_of_words(const sink &at,
                                             const bash_command &command)
 {
@@ -160,6 +173,8 @@ static const bash_expansion *input_of_words(const sink &at,
 }
 
 // What a shell without a file reads from its input: of a pipe or of <<<.
+// With a file's name behind it a shell reads that, and its input is what the
+// commands there read.
 static void check_shell_input(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -178,6 +193,8 @@ static void check_shell_input(const sink &at)
   }
   size_t index = 0;
   const script *s = owner_of(at.c, at.command, &index);
+  // In front of a pipe stands the command before this one; a block there is not
+  // looked into.
   if (at.command.piped_in && s != nullptr && index > 0) {
     input = input_of_words(at, s->code.commands[index - 1]);
   }
@@ -189,6 +206,9 @@ static void check_shell_input(const sink &at)
 }
 
 // The words behind the machine's name are one line for its shell.
+// ssh joins its words with blanks and sends them as one line, so quotes here do
+// not help: ssh host rm "$file" runs what the name says there. For watch and
+// parallel it is a shell of this machine.
 static void check_remote(const sink &at)
 {
   static const std::set<std::string> programs = {"ssh", "rsh", "dbclient",
@@ -203,6 +223,8 @@ static void check_remote(const sink &at)
   for (size_t i = command_word(at.command.words) + 1;
        i < at.command.words.size(); i++) {
     const bash_word &word = at.command.words[i];
+    // Values of options count as words, so the machine's name is found too
+    // early rather than too late.
     operands += word.plain[0] != '-' ? 1 : 0;
     const bash_expansion *input = input_of(at.c, at.command, word);
     if (operands >= first && input != nullptr) {
@@ -217,6 +239,8 @@ static void check_remote(const sink &at)
 }
 
 // Commands that run their arguments as code.
+// eval with fixed words is harmless; with any value it is reported, as it
+// hardly ever needs to be there.
 static void check_eval(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -240,12 +264,15 @@ static void check_eval(const sink &at)
 // --- other languages ---------------------------------------------------------
 
 // Programs in other languages that contain values.
+// jq, awk and the databases take values beside the program; what is put into
+// its text ends a string there and goes on as code.
 static void check_program(const sink &at)
 {
   static const std::set<std::string> languages = {
       "awk",  "gawk", "mawk", "sed", "perl", "python",  "python3", "lua",
       "node", "php",  "ruby", "jq",  "bc",   "sqlite3", "psql",    "mysql"};
   // Options whose values are not programs.
+  // -v NAME=VALUE is the right way, so these are let out.
   static const std::set<std::string> with_value = {"-v", "-F", "-f", "--arg"};
   const std::string name = run_command(at.command);
   if (languages.count(name) == 0) {
@@ -261,6 +288,8 @@ static void check_program(const sink &at)
       continue;
     }
     const bash_expansion *input = input_of(at.c, at.command, word);
+    // A word that is the value alone is a file's name or an argument as a rule:
+    // "${name}" has five characters beside the name.
     if (input != nullptr && word.text.size() > input->name.size() + 5) {
       report_at(at, *input, "eval",
                 shown(*input) + " comes from the request and becomes part of a "
@@ -274,6 +303,7 @@ static void check_program(const sink &at)
 }
 
 // The word that is run, behind others as well.
+// The first word, and what a runner runs: timeout 5 "$tool".
 static void check_command(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -294,6 +324,7 @@ static void check_command(const sink &at)
 // --- formats -----------------------------------------------------------------
 
 // printf takes "%" and "\" of its first word for more than themselves.
+// With printf -v the format stands behind the variable's name.
 static void check_format(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -316,6 +347,8 @@ static void check_format(const sink &at)
 
 // Whether anything but what stands there can come in; most commands are done
 // with that.
+// Input of a pipe can bring in a program for a shell, and `{` and `@` stand for
+// marks such as those of xargs.
 bool takes_values(const bash_command &command)
 {
   return command.piped_in || !command.redirects.empty() ||

@@ -11,8 +11,7 @@
 
 // The part that begins with the dollar at `at`.  Like the executable, it looks
 // for a code of one letter before it looks for a reference.
-// So "$V:$" is a reference without a name and not the letter V, a colon and a
-// dollar; "$V$" is never the beginning of a longer name.
+// So "$V$:name$" is the code $V$ and a text behind it.
 static text_part read_part(const std::string &text, size_t at)
 {
   const char type = at + 1 < text.size() ? text[at + 1] : '\0';

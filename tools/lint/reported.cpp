@@ -22,8 +22,9 @@ static name_use use_of_format(const std::string &format)
 }
 
 // The functions that print names they are given, by the formats they print.
-// Only functions that print the name as it was given to them, as $1 or as a
-// `local name=$1`, are known; of any other the words of a call are not names.
+// Only functions that print the name as it was given to them, as $1 or as the
+// usual `local name=$1`, are known; of any other the words of a call are no
+// names.
 static std::map<std::string, name_use> name_functions(const device &dev,
                                                       const std::string &name)
 {
@@ -335,6 +336,8 @@ static void check_names_of(const device &dev, const script &s, findings *found)
   }
 }
 
+// Each file for itself: one that is sourced has the forms of all scripts that
+// do so, and its messages may be for any of them.
 void check_reported_names(const device &dev, findings *found)
 {
   for (const auto &entry : dev.scripts) {

@@ -76,9 +76,8 @@ static void check_end(const device_run &r, const form &f,
   }
 }
 
-// The first one stays: a form whose pages are all alike needs one of them, and
-// the order of forms must not change what is found. A slash at the start
-// belongs to an address and separates nothing.
+// The first one stays, since a form whose pages are all alike needs no more. A
+// slash at the start belongs to an address and separates nothing.
 static void keep_subitem(device_run *r, const std::string &target)
 {
   const size_t slash = target.find('/', 1);

@@ -40,6 +40,7 @@ static constexpr char APART[] = "/.apart";
 static constexpr char STDERR[] = "/.stderr";
 
 // The report of the process that runs the script.
+// Written and read by the same program, so it travels as it is.
 struct script_report {
   int status;
   bool held;
@@ -59,6 +60,8 @@ static long now_ms()
 
 // The script must use the settings of the copy, not those of the caller's
 // device.
+// What a web server or the system would give is only set where the caller has
+// not set it.
 static void set_environment(void)
 {
   unsetenv("ORV_STATE");
@@ -96,6 +99,8 @@ static bool holds_pipe(const char *number)
 
 // Whether a process that the script has left keeps its output open: on a device
 // the page would wait for it.
+// The runner makes the script the leader of a group, which processes in the
+// background stay in. The group goes on when its leader has ended.
 static bool is_held(pid_t group)
 {
   DIR *processes = opendir("/proc");
@@ -114,6 +119,7 @@ static bool is_held(pid_t group)
   return held;
 }
 
+// Ends where the page would end: the runner sees to silence and time.
 static std::string read_all(FILE *stream)
 {
   std::string text;
@@ -128,6 +134,7 @@ static std::string read_all(FILE *stream)
 [[noreturn]] static void run_child(const std::string &command,
                                    const std::string &dir, int result)
 {
+  // Without it a linter that is killed would leave the script to itself.
   prctl(PR_SET_PDEATHSIG, SIGTERM);
   set_environment();
   orv_fatal_no_exit = 1;
@@ -140,6 +147,8 @@ static std::string read_all(FILE *stream)
     if (stream != nullptr) {
       output = read_all(stream);
       said.too_long = ferror(stream) != 0;
+      // Before the stream is closed: a process that goes on to write would end
+      // at once then, and not be seen.
       said.held = is_held(pid);
       fclose(stream);
       kill(-pid, SIGTERM); // processes that it has left
@@ -148,6 +157,8 @@ static std::string read_all(FILE *stream)
     }
   }
   said.length = output.size();
+  // _exit and not exit: what stands in the buffers of the linter is its own,
+  // and would be printed twice.
   const bool whole = write(result, &said, sizeof said) == sizeof said &&
                      write(result, output.data(), output.size()) ==
                          static_cast<ssize_t>(output.size());
@@ -157,6 +168,8 @@ static std::string read_all(FILE *stream)
 // --- this process ------------------------------------------------------------
 
 // Waits until `deadline`; whether the process has ended.
+// A look every two milliseconds costs little, needs no handler for SIGCHLD, and
+// most scripts end within a few of them.
 static bool wait_until(pid_t pid, long deadline)
 {
   while (waitpid(pid, nullptr, WNOHANG) == 0) {
@@ -168,6 +181,8 @@ static bool wait_until(pid_t pid, long deadline)
   return true;
 }
 
+// SIGTERM first: SIGKILL would end the runner alone and leave what the script
+// has started.
 static void end_process(pid_t pid)
 {
   kill(pid, SIGTERM);
@@ -177,6 +192,7 @@ static void end_process(pid_t pid)
   }
 }
 
+// pread, since the file has one position and the other process has moved it.
 static void take_report(int file, outcome *result)
 {
   script_report said;
@@ -196,6 +212,7 @@ static void take_report(int file, outcome *result)
   }
 }
 
+// Removed, so that the next script's are its own.
 static std::string take_errors(const std::string &dir)
 {
   std::ifstream stream(dir + STDERR, std::ios::binary);
@@ -205,6 +222,8 @@ static std::string take_errors(const std::string &dir)
   return text.str();
 }
 
+// A quote cannot stand between single quotes in any way, so it is left for a
+// moment: '\''.
 static std::string in_single_quotes(const std::string &text)
 {
   std::string quoted = "'";
@@ -216,6 +235,8 @@ static std::string in_single_quotes(const std::string &text)
 
 // Makes the script that sets limits and separates standard error from the
 // output.
+// Made once for all runs. The limits are set by a shell in between, so that
+// they hold for the script and all that it starts, and not for the runner.
 static void make_apart(const std::string &dir)
 {
   const std::string path = dir + APART;
@@ -231,6 +252,8 @@ outcome run(const std::string &line, const std::string &dir)
 {
   outcome result;
   make_apart(dir);
+  // A file and not a pipe: the child can write all of it and end, although
+  // nobody reads before that.
   const int file = memfd_create("output", MFD_CLOEXEC);
   const long begin = now_ms();
   const pid_t pid = file >= 0 ? fork() : -1;
@@ -252,6 +275,9 @@ outcome run(const std::string &line, const std::string &dir)
   return result;
 }
 
+// The runner's own quoting is used, so a value is quoted here as on the device.
+// It takes values between two NUL bytes, which no template can hold by then; an
+// empty one leaves nothing, as there.
 std::string command_of(const script_line &line, const form &f,
                        const std::string &subitem, const std::string &dir)
 {

@@ -202,8 +202,8 @@ static void check_choice(const device_run &r, const form &f,
                    in_quotes(entry.second) +
                    ", and a box is \"True\" or \"False\"");
       }
-    // A list without a choice is a fault that other rules report.
     } else if (!choices.empty() && choices.count(entry.second) == 0) {
+      // A list without a choice is a fault that other rules report.
       report(r.found, f, *item.lines.front(), 0, "run-choice",
              in_quotes(entry.first) + " is reported as " +
                  in_quotes(entry.second) + ", which is none of the choices" +

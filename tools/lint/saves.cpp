@@ -11,8 +11,7 @@
 
 // --- lists -------------------------------------------------------------------
 
-// A message counts: orv_act and what else uses the settings are joined with it,
-// and the user learns that the save has failed.
+// A message counts as well: who gives one there has thought of the failure.
 static bool leaves(const bash_command &command)
 {
   static const std::set<std::string> words = {"exit", "return", "orv_msg",

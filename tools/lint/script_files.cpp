@@ -10,6 +10,9 @@
 
 // The words of the code, and those that an expansion goes on with: "port$i",
 // "log%d", "select_zones".
+// Rules that ask whether a script names an item look here. In small letters,
+// since the page's names have no case; a word too many can hide a mistake, but
+// causes no false alarm.
 void collect_words(script *into)
 {
   const std::string &code = into->code.code;
@@ -29,10 +32,12 @@ void collect_words(script *into)
     }
     const char next = at < code.size() ? code[at] : '\0';
     const char before = start > 0 ? code[start - 1] : '\0';
+    // 'mtu=%s\nuse=%s' holds a "nuse" otherwise.
     if (before == '\\' && word.size() > 1) { // printf's "\n"
       word.erase(0, 1);
       into->words.insert(word);
     }
+    // "$port$i" makes its beginning at run time as well.
     if (before == '$' || before == '{' || before == '!') {
       continue; // a variable of the script
     }
@@ -43,6 +48,7 @@ void collect_words(script *into)
 }
 
 // The files that a command of the library is given.
+// orv_store takes names behind each file's, orv_load nothing but files.
 static void add_settings(const bash_command &command, script *into)
 {
   const std::vector<bash_word> &words = command.words;
@@ -59,6 +65,8 @@ static void add_settings(const bash_command &command, script *into)
 }
 
 // here=${BASH_SOURCE%/*}, and what goes on from there.
+// One variable can be made of another, so this goes in the order of the
+// commands.
 static void add_own_folders(const bash_command &command, script *into)
 {
   for (const bash_assignment &assignment : command.assignments) {
@@ -69,6 +77,8 @@ static void add_own_folders(const bash_command &command, script *into)
   }
 }
 
+// The folders come first: a file is sourced by a path that begins with one. The
+// pointers into `code` stay right, since nothing is added to it afterwards.
 void fill_script(const source_file &file, const std::string &name, script *into)
 {
   into->name = name;
@@ -91,6 +101,8 @@ void fill_script(const source_file &file, const std::string &name, script *into)
     into->functions[command.function].push_back(&command);
     add_settings(command, into);
     for (const bash_assignment &assignment : command.assignments) {
+      // NULL for an array that gets its elements twice: which of them it has
+      // depends on the run.
       if (!assignment.elements.empty() &&
           !into->arrays.insert({assignment.name, &assignment}).second) {
         into->arrays[assignment.name] = nullptr;
@@ -100,6 +112,7 @@ void fill_script(const source_file &file, const std::string &name, script *into)
 }
 
 // Whether a first line names a shell, or leaves it open (env -S, busybox).
+// All words, for "/usr/bin/env bash" and "/bin/busybox sh" name it second.
 static bool names_shell(const std::string &first)
 {
   static const std::set<std::string> shells = {"sh", "bash", "dash", "ash",

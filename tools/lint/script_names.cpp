@@ -21,8 +21,7 @@ array_of(const std::map<std::string, const bash_assignment *> &arrays,
              : nullptr;
 }
 
-// False for a word that bash would expand once more, as for mtu* or {a,b}; the
-// name is entered all the same, for those who look for a beginning.
+// False also for a word that bash would expand once more, as mtu* or {a,b}.
 bool add_literals(const script &s, const bash_word &word,
                   std::vector<literal_name> *names)
 {

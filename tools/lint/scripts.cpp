@@ -214,10 +214,10 @@ static void check_interpreter(const script &s, findings *found)
     report(found, *s.file, 1, 3, "interpreter",
            "no program " + in_quotes(program) + " runs scripts" +
                did_you_mean(program, known));
-  // dash stops at an array and looks for a program "[[", so the script fails
-  // where it is reached, which may be long after it was tried.
   } else if (program != "bash" && known.count(program) != 0 &&
              ends_with(program, "sh") && needs_bash(s)) {
+    // dash stops at an array and looks for a program "[[", so the script fails
+    // where it is reached, which may be long after it was tried.
     report(found, *s.file, 1, 3, "interpreter",
            in_quotes(program) + " does not know what this script uses ([[ ]],"
                                 " (( )), arrays); write #!/bin/bash");

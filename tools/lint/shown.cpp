@@ -40,10 +40,9 @@ static std::set<std::string> names_reported(const task_run &read)
 }
 
 // Whether it prints lines by other means, or runs what might.
-// The words below print nothing, or are no commands that could: whatever else
-// runs may write the missing value, so the rule is silent then. What $( ) takes
-// goes into a value and not to the page; functions of the script are walked
-// through themselves.
+// The words below print nothing: whatever else runs may write the missing
+// value, so the rule is silent then. What $( ) takes goes into a value and not
+// to the page; functions of the script are walked through themselves.
 static bool prints_more(const task_run &read)
 {
   static const std::set<std::string> quiet = {

@@ -12,8 +12,7 @@
 // --- files -------------------------------------------------------------------
 
 // The files that the device's scripts load, as far as they are written out.
-// Of all scripts: one form may store what only another shows, or an action
-// uses.
+// Of all scripts, since one form may store what only another one shows.
 static std::set<std::string> loaded_files(const form_runs &runs)
 {
   std::set<std::string> files;

@@ -8,6 +8,8 @@
 #include "text.h"
 
 // Where nothing is kept.
+// A file that the next start of the device empties can lose nothing by a power
+// failure. "&1" is no path, and a digit is a descriptor; "-" closes one.
 static bool is_passing(const std::string &path)
 {
   for (const char *start :
@@ -28,6 +30,8 @@ struct files_aside {
   std::set<std::string> made;    // variables that mktemp has filled
 };
 
+// Of the whole script: the rename stands behind the redirection, and often in
+// another function.
 static files_aside collect_aside(const script &s)
 {
   files_aside aside = {s, {}, {}};
@@ -47,6 +51,7 @@ static files_aside collect_aside(const script &s)
 }
 
 // A file that is renamed afterwards, or was made aside, is no setting yet.
+// The last expansion of the path, since "$dir/$new" is as new as its file.
 static void report_store(const files_aside &aside, const bash_word &target,
                          findings *found)
 {
@@ -76,10 +81,13 @@ static void check_stores(const files_aside &aside, const bash_command &command,
     if (empties && command.kind == BASH_SIMPLE) {
       break;
     }
+    // All three cut the file to nothing before the command runs: `sort f >f`
+    // leaves an empty one.
     if (redirect.op == ">" || redirect.op == ">|" || redirect.op == "&>") {
       report_store(aside, redirect.target, found);
     }
   }
+  // tee opens its files for itself, and needs no redirection. -a appends.
   if (first_word(command) == "tee") {
     for (size_t i = 1; i < command.words.size(); i++) {
       const std::string &word = command.words[i].plain;
@@ -95,6 +103,8 @@ static void check_stores(const files_aside &aside, const bash_command &command,
 
 // --- background processes ----------------------------------------------------
 
+// The page reads until nobody holds the pipe, which a process inherits with its
+// standard output. Functions of the library see to that by themselves.
 static void check_background(const script &s, const bash_command &command,
                              findings *found)
 {

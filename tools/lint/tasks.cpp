@@ -78,8 +78,8 @@ static truth result_at(const frame &at, const script &s, int command)
 
 // Whether its own test takes the branch.  A loop may run no time or many times,
 // so its test decides nothing.
-// A subshell runs always; what it may not do is change variables or end the
-// script. A pattern with an expansion is known to the run alone.
+// A subshell runs always; that its exit is not the script's is seen to where it
+// is walked through. A pattern with an expansion is known to the run alone.
 static truth own_test(const frame &at, const script &s,
                       const bash_branch &branch)
 {

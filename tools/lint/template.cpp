@@ -15,6 +15,7 @@
 
 // --- lines as the parser sees them -------------------------------------------
 
+// A comment is no keyword line, and a blank makes a line go on.
 bool is_keyword_line(const std::string &line)
 {
   return !line.empty() && strchr(" \t#", line[0]) == nullptr;
@@ -29,6 +30,7 @@ std::string keyword_of(const std::string &line)
 }
 
 // Where the text behind the keyword, or behind the blanks, begins.
+// A line that is all keyword, or all blanks, has its text behind its end.
 size_t text_start(const std::string &line)
 {
   const size_t behind =
@@ -38,6 +40,9 @@ size_t text_start(const std::string &line)
                                                                    : start;
 }
 
+// "$#$" is a "#" of the text and not the beginning of a comment, however many
+// stand there. Tabs are blanks for the page; one character for one, so that
+// offsets in the text stay columns of the line.
 std::string text_of(const std::string &line)
 {
   std::string text = line.substr(text_start(line));
@@ -62,6 +67,8 @@ static bool goes_on(const std::string &keyword)
 // --- the form ----------------------------------------------------------------
 
 // Lines that the parser skips are left out, so a rule sees what counts.
+// The line "body" still belongs to the header. Nothing in a header goes on in
+// another line.
 static void add_lines(const repair &work, form *into)
 {
   bool header = true;
@@ -99,6 +106,7 @@ static std::vector<condition> outermost(const std::vector<condition> &stack)
 }
 
 // Follows a line that is a condition's.
+// else and endif without an if are reported elsewhere, and change nothing here.
 static void follow(std::vector<condition> *stack, const form_line &line)
 {
   if (line.keyword == "if" || line.keyword == "ifnot") {
@@ -111,6 +119,9 @@ static void follow(std::vector<condition> *stack, const form_line &line)
 }
 
 // Items come from the parser, their lines and sections from the text.
+// The parser has the names and numbers as the page will have them, and the text
+// has the comments' and lines' places. Cells come right behind their table, as
+// many as it has columns, since the copy has been mended to that.
 static void add_items(const repair &work, const pt_body_item *body, form *into)
 {
   std::map<int, const pt_body_item *> made; // by the file's line
@@ -159,6 +170,8 @@ static void add_items(const repair &work, const pt_body_item *body, form *into)
 
 // A line that begins with a blank is more text or nothing at all; one that
 // begins with a keyword was meant to be something.
+// Of the copy before it is mended, as mending may empty a line that others go
+// on.
 static void report_indented(const repair &work)
 {
   std::string keyword;
@@ -184,6 +197,8 @@ static void report_indented(const repair &work)
 }
 
 // A "#" ends a text, which is easily forgotten.
+// "Printer #2" and "color #fff" were meant to have the rest. A comment on
+// purpose stands apart; one that switches off a rule is never a mistake.
 static void report_cut(const repair &work)
 {
   for (const copy_line &line : work.copy) {
@@ -211,6 +226,9 @@ static void report_cut(const repair &work)
   }
 }
 
+// Lines are reported from the file and the copy before the parser has its say:
+// what they explain is mended by then and not refused once more. The lines must
+// not move afterwards, since items point to them.
 void read_form(const source_file &file, const std::string &name, form *into,
                findings *found)
 {

@@ -24,6 +24,9 @@ static std::string joined(const std::vector<copy_line> &copy)
 typedef std::vector<copy_line>::iterator line_place;
 
 // The line that the parser stopped at, or the last.
+// The copy and the text that was parsed have the same lines, so the parser's
+// number is an index here. The file's number is kept beside each line, as lines
+// that were added have shifted them.
 static line_place line_of(repair *work, const refusal &why)
 {
   const size_t number = static_cast<size_t>(why.line);
@@ -33,6 +36,7 @@ static line_place line_of(repair *work, const refusal &why)
 }
 
 // Reports the message, its number being that of the file.
+// The message ends with a line end and names the line of the copy.
 static void report_message(repair *work, const refusal &why, int line,
                            const std::string &more,
                            const std::vector<note> &notes = {})
@@ -54,6 +58,7 @@ static void replace_keyword(copy_line *line, const std::string &keyword)
   line->text.replace(0, old.size(), keyword);
 }
 
+// Whether "body" is only too late, or missing altogether.
 static bool has_body(const repair &work)
 {
   return std::any_of(
@@ -62,6 +67,9 @@ static bool has_body(const repair &work)
 }
 
 // A keyword that no header has.
+// A body keyword in the header most likely means that "body" is missing, which
+// makes all that follows right at once. Where there is such a line further
+// down, only this one is misplaced.
 static void mend_header_keyword(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
@@ -91,6 +99,8 @@ static void mend_header_keyword(repair *work, const refusal &why)
 }
 
 // The attributes behind an item that cannot be made out belong to it.
+// They would be refused one by one, or describe the item before; the item's own
+// message is enough.
 static void orphan_attributes(repair *work, line_place at)
 {
   for (++at; at != work->copy.end(); ++at) {
@@ -103,6 +113,8 @@ static void orphan_attributes(repair *work, line_place at)
 }
 
 // What a keyword was meant to be: also where bash calls it something else.
+// Words of bash and HTML that are too far from ours to be found by their
+// letters.
 static std::string meant_keyword(const std::string &keyword)
 {
   static const std::map<std::string, std::string> others = {
@@ -115,6 +127,8 @@ static std::string meant_keyword(const std::string &keyword)
                                : nearest(keyword, body_keywords());
 }
 
+// A line that is emptied keeps its place, so the numbers of the others stay
+// true.
 static void mend_body_keyword(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
@@ -156,6 +170,7 @@ static void mend_second(repair *work, const refusal &why)
   second->text.clear();
 }
 
+// Its text is never reported: the line has the number of the first one.
 static void mend_no_title(repair *work, const refusal &why)
 {
   report_message(work, why, 1, "");
@@ -169,6 +184,8 @@ static bool is_cell(const std::string &keyword)
 }
 
 // The last table before `at`, and how many cells it has by then.
+// Whatever stands between the table and `at` is counted if it can be a cell:
+// the parser refuses the first item that is none.
 static line_place table_before(repair *work, line_place at, int *cells)
 {
   *cells = 0;
@@ -184,6 +201,8 @@ static line_place table_before(repair *work, line_place at, int *cells)
 }
 
 // Makes the table as wide as its cells are many.
+// The columns that are there stay checked; without any the table has nothing to
+// describe.
 static void cut_table(line_place table, int cells)
 {
   const std::vector<std::string> words = split_words(text_of(table->text));
@@ -195,6 +214,7 @@ static void cut_table(line_place table, int cells)
       keyword_of(table->text) + " " + words[0] + " " + std::to_string(cells);
 }
 
+// The number as written, since it need not be one.
 static std::string lacks(const copy_line &table, int cells)
 {
   const std::vector<std::string> words = split_words(text_of(table.text));
@@ -233,6 +253,8 @@ static void mend_broken_table(repair *work, const refusal &why)
 }
 
 // A name of ours keeps the item, so that its attributes are no faults.
+// It is unique, lest it be reported as the name of two items. A table needs its
+// number of columns as well.
 static void mend_name(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
@@ -262,6 +284,8 @@ static void mend_width(repair *work, const refusal &why)
 }
 
 // The cells that follow say how many columns were meant.
+// The next item that is no cell ends the search; attributes stand between
+// cells.
 static void mend_columns(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
@@ -285,6 +309,7 @@ static void mend_columns(repair *work, const refusal &why)
   }
 }
 
+// The number may be left out, so the name and the columns are a whole table.
 static void mend_rows(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);
@@ -293,6 +318,8 @@ static void mend_rows(repair *work, const refusal &why)
 }
 
 // A line that adds to an item and does not fit there.
+// Also what has no row in the table below: to leave the line out is always a
+// way to go on.
 static void mend_line(repair *work, const refusal &why)
 {
   const line_place at = line_of(work, why);

@@ -15,6 +15,8 @@
 // --- one parse ---------------------------------------------------------------
 
 // What the parser needs: a file of its own.  -1 when there is no memory.
+// A file in memory has no name that another process could take or that would be
+// left behind, and the parser reads it like any other.
 static int make_file(const std::string &text)
 {
   const int fd = memfd_create("template", MFD_CLOEXEC);
@@ -35,6 +37,8 @@ static int make_file(const std::string &text)
 
 // The parser reports in the log and keeps its message; it knows the file by a
 // name that nobody else does.
+// A message without a fault of the template is one of the parser's own, and no
+// mending helps then.
 static refusal why_refused(const std::string &path, const std::string &name)
 {
   refusal why = {orv_parser_fault.code, orv_parser_fault.line, ""};
@@ -52,6 +56,8 @@ static refusal why_refused(const std::string &path, const std::string &name)
 refusal parse(const std::string &text, const std::string &name,
               pt_body_item **body)
 {
+  // The parser is made for one page, and ends its process at a fault otherwise.
+  // Its last message stays until the next one, so it is forgotten first.
   orv_fatal_no_exit = 1;
   orv_error_msg = nullptr;
   const int fd = make_file(text);
@@ -62,6 +68,7 @@ refusal parse(const std::string &text, const std::string &name,
   pt_header *hdr = orv_parse_header(path.data(), nullptr);
   pt_body_item *items = hdr != nullptr ? orv_parse_body(hdr) : nullptr;
   refusal why = why_refused(path, name);
+  // After a fault the body holds what was read up to there, or nothing.
   if (body != nullptr) {
     *body = items;
   } else {
@@ -84,6 +91,8 @@ static std::string without_mark(const std::string &line)
 static constexpr size_t LINE_TEXT = ORV_LINE_MAX - 1; // without its end
 
 // The copy has a line for each of the file's, so that numbers stay true.
+// What report_lines has named is mended here: a CR at the end, a NUL byte, what
+// is beyond the parser's buffer. A rule sees the line as it was meant.
 void copy_lines(repair *work)
 {
   int number = 0;
@@ -100,6 +109,8 @@ void copy_lines(repair *work)
 
 // What the parser says of the file as it is, as a note for the line that it
 // stopped at.
+// A line that is too long is refused as the next one, so its number can be one
+// more.
 static std::vector<note> parser_note(const repair &work, const refusal &why,
                                      int line)
 {
@@ -115,6 +126,9 @@ static std::vector<note> parser_note(const repair &work, const refusal &why,
 
 // What makes the parser talk of something else is reported once, by its own
 // name.
+// Parses the file as it is, unlike parse_all: what the page would say of it
+// goes to the line as a note, since the message alone ("Unknown keyword") hides
+// the cause. CR LF is told once, as all lines have it.
 void report_lines(const repair &work)
 {
   const source_file &file = work.file;

@@ -145,6 +145,8 @@ static constexpr size_t WORD_MAX = 60;
 static constexpr size_t WORDS_MAX = 2000;
 
 // One slip in a short word, two in a longer one.
+// Among those that are as near the first by the alphabet is taken, so that a
+// message is the same in every run.
 std::string nearest(const std::string &word, const std::set<std::string> &words)
 {
   std::string best;
@@ -178,6 +180,7 @@ std::string did_you_mean(const std::string &word,
 }
 
 // A row's number, or the "%d" or "#" in its place, is left aside.
+// The executable's own list of endings decides, so both mean the same names.
 bool is_secret(const std::string &name)
 {
   std::string stem = name.substr(0, name.find_last_not_of('#') + 1);

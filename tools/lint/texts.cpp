@@ -20,6 +20,8 @@ enum text_kind {
 };
 
 // The label of a column is a heading, which is drawn as it stands.
+// Names and checks are no texts. A condition is one: the page expands it like
+// any other before it asks whether it is blank.
 static text_kind kind_of(const form &f, const form_line &line)
 {
   static const std::map<std::string, text_kind> kinds = {
@@ -41,6 +43,8 @@ static text_kind kind_of(const form &f, const form_line &line)
   return cell && line.keyword == "label" ? KIND_PLAIN : kind->second;
 }
 
+// The parser replaces its own wherever they stand but in a check_msg, the page
+// the others while it draws; $V$ and $N$ mean the item that is drawn.
 static const char PARSER_TAGS[] = "FST#|";
 static const char PAGE_TAGS[] = "EHX";
 static const char ITEM_TAGS[] = "VN";
@@ -73,6 +77,7 @@ static void check_tag(const text_check &t, size_t at)
   const std::string written = std::string("\"$") + tag + "$\"";
   const bool in_check_msg = t.line.keyword == "check_msg";
   if (is_one_of(tag, PARSER_TAGS) && !in_check_msg) {
+    // The title is what $T$ stands for.
     if (tag == 'T' && t.line.keyword == "title") {
       report_at(t, at, "text-place", written + " is nothing yet in the title");
     }
@@ -94,6 +99,7 @@ static void check_tag(const text_check &t, size_t at)
               written + " is markup, which only text, help, error and check_msg"
                         " draw; here it is shown as it stands");
   } else if (!page && !is_one_of(tag, MARKUP)) {
+    // The other case of a letter, and of a mark something that is no tag.
     const char other = static_cast<char>(tag ^ 0x20);
     const bool small = is_one_of(other, PARSER_TAGS) ||
                        is_one_of(other, PAGE_TAGS) ||
@@ -113,6 +119,8 @@ static bool is_variable_name(const std::string &name)
 }
 
 // The part up to where its name ends.
+// A reference that is not closed goes on to the next dollar, or to the end of
+// the text; a finding with all of it would hide where the dollar is missing.
 static std::string beginning(const text_check &t, const text_part &part)
 {
   size_t length = 0;
@@ -128,6 +136,7 @@ static void check_reference(const text_check &t, const text_part &part)
 {
   const std::string written =
       in_quotes(t.line.text.substr(part.offset, part.length));
+  // An open one first: with the dollar in its place the letter may be right.
   const char other = static_cast<char>(part.type ^ 0x20);
   if (part.kind == PART_OPEN || !is_variable_name(part.name)) {
     report_at(t, part.offset, "reference",
@@ -147,6 +156,8 @@ static void check_reference(const text_check &t, const text_part &part)
 }
 
 // "$name$" and "$V.name$" look like references and are plain text.
+// A price, $5, is a text like any other and ends at a blank. A single character
+// between two dollars is a tag, which has been judged.
 static void check_dollar(const text_check &t, size_t at)
 {
   const std::string &text = t.line.text;
@@ -168,6 +179,8 @@ static void check_dollar(const text_check &t, size_t at)
 }
 
 // A dollar that closes what only looks like a reference begins nothing.
+// "$name$" is a dollar, a text and a dollar: the first is reported, and the
+// second would begin another finding of the same mistake.
 static void check_text(const text_check &t)
 {
   bool closes = false;

@@ -19,6 +19,8 @@
 
 // Starts a program; `*output` receives a descriptor of what it says.  Its
 // process, or -1.
+// Standard error goes to the same pipe, as bash complains there. A program that
+// is not installed ends with 127 and says nothing, which counts as no findings.
 static pid_t start(const std::vector<std::string> &arguments, int *output)
 {
   int fds[2];
@@ -49,6 +51,8 @@ static pid_t start(const std::vector<std::string> &arguments, int *output)
 }
 
 // All that comes, and then the process's end.
+// Reading first: a program that still has something to say would wait for ever
+// for somebody to take it.
 static std::string finish(pid_t pid, int output)
 {
   std::string text;
@@ -67,6 +71,8 @@ static std::string finish(pid_t pid, int output)
 // One bash for all scripts: it reads each in a copy of itself that runs nothing
 // (set -n), which takes a third of the time of a bash of its own.  That is
 // started for a script with something to say, so that the lines are its own.
+// A status other than 0 of `read` only says that no NUL byte ended the text.
+// Messages in the C locale are in English, so that they can be taken apart.
 static const char SYNTAX_CHECK[] =
     "export LC_ALL=C\n"
     "for file; do\n"
@@ -77,6 +83,8 @@ static const char SYNTAX_CHECK[] =
     "done 2>/dev/null";
 
 // Where a block begins that nothing ends: bash names the end of the file.
+// "unexpected end of file" says nothing of the place; the block that was opened
+// last is where the author has to look.
 static std::vector<note> open_block(const device &dev, const source_file &file)
 {
   for (const auto &entry : dev.scripts) {
@@ -90,6 +98,8 @@ static std::vector<note> open_block(const device &dev, const source_file &file)
 }
 
 // "FILE: line N: TEXT" as bash writes it.
+// Where the end of the file is the fault, bash counts one line more than there
+// are.
 static void take_syntax_line(const device &dev, const std::string &line,
                              findings *found)
 {
@@ -141,6 +151,8 @@ static void end_syntax(const device &dev, const other_tools &tools,
 
 // What stands for the library: what it gives and takes, and nothing that takes
 // long to read for each script anew.
+// The lines with ":" use each variable, or shellcheck would say that nobody
+// does.
 static std::string stub(const device &dev)
 {
   std::string text = "declare -A orv orv_was orv_label\n"
@@ -157,6 +169,8 @@ static std::string stub(const device &dev)
 
 // A folder with the stub wherever a script looks for the library, "" when
 // there is no place for it.
+// The path as the script names it, since shellcheck looks for it below this
+// folder first, and beside the script (SCRIPTDIR) afterwards.
 static own_folder make_stubs(const device &dev)
 {
   namespace fs = std::filesystem;
@@ -185,6 +199,7 @@ other_tools begin_tools(const device &dev, bool shellcheck)
     return tools;
   }
   tools.stubs = make_stubs(dev);
+  // -s bash: files that are only sourced have no first line to say so.
   // SC2016: what single quotes hold back is mostly meant for another program.
   std::vector<std::string> arguments = {
       "shellcheck", "-f",     "gcc", "-s", "bash",
@@ -200,6 +215,8 @@ other_tools begin_tools(const device &dev, bool shellcheck)
 typedef std::set<std::pair<std::string, int>> reported_lines;
 
 // "FILE:LINE:COL: LEVEL: TEXT [SCnnnn]"
+// A path may hold ":", so the line is compared with the paths that are known
+// and not split.
 static void take_shellcheck_line(const device &dev, const std::string &line,
                                  const reported_lines &reported,
                                  findings *found)
@@ -229,6 +246,8 @@ static void take_shellcheck_line(const device &dev, const std::string &line,
   }
 }
 
+// bash first: its findings count as reported when those of shellcheck come. All
+// checks have run by then, or shellcheck would repeat what they say.
 void end_tools(const device &dev, other_tools *tools, findings *found)
 {
   end_syntax(dev, *tools, found);

@@ -88,7 +88,7 @@ static variable_check begin_check(const device &dev, const script &s,
 }
 
 // A name of bash, of the environment, of the library or of a parameter.
-// Short names are near to each other by chance: i and j, min and max. A name of
+// Short names are near to each other by chance: i and j, row and now. A name of
 // the environment here is most likely there on the device, too.
 static bool is_given(const variable_check &c, const std::string &name)
 {
@@ -118,8 +118,8 @@ static void check_variable(const variable_check &c, const bash_expansion &e)
 }
 
 // "column_$row": the text before the row number must be a column.
-// A name that stands more than once in the script is its own: nobody makes the
-// same typing error twice.
+// A name that stands more than once in the script is its own: few make the same
+// typing error twice.
 static void check_cell(const variable_check &c, const bash_expansion &e)
 {
   const size_t end = e.subscript.find('$');
@@ -138,6 +138,7 @@ static void check_cell(const variable_check &c, const bash_expansion &e)
   }
 }
 
+// An element can be both: its array a misspelt variable, its subscript a cell.
 static void check_word(const variable_check &c, const bash_word &word)
 {
   for (const bash_expansion &e : word.expansions) {
@@ -146,6 +147,8 @@ static void check_word(const variable_check &c, const bash_word &word)
   }
 }
 
+// Each file reports its own expansions alone, and those that source it or that
+// it sources only say what is set.
 void check_variables(const device &dev, findings *found)
 {
   for (const auto &entry : dev.scripts) {

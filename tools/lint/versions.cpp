@@ -32,8 +32,8 @@ static bool is_number(const std::string &text)
 }
 
 // "" when nothing is wrong with the line with the version.
-// Version 1 is that of settings without a version, so nothing is older. The
-// files of sub-items, port@lan1, are migrated by the program of the form, port.
+// Nothing is older than version 1, which settings without a number have. One
+// program migrates the files of all sub-items: migrate/port that of port@lan1.
 static std::string fault_of(const device &dev, const std::string &file,
                             const std::string &line, int number)
 {
