@@ -211,6 +211,7 @@ void check_compared(const device &dev, findings *found)
           first_word(command) == "test") {
         check_test(c, command);
         check_matched(c, command);
+        check_numbers(c, command);
       }
       check_one_of(c, command);
     }

@@ -37,6 +37,8 @@ value_set values_of(const compare_check &c, const bash_command &command,
 bool leads_to_refusal(const script &s, int test, bool fails);
 // Expressions that match a part of the value where the whole was meant.
 void check_matched(const compare_check &c, const bash_command &command);
+// Numbers that are compared as texts, or that the test cannot read.
+void check_numbers(const compare_check &c, const bash_command &command);
 // Lists of what is allowed that lack a choice of the template.
 void check_lacking(const compare_check &c);
 
