@@ -75,3 +75,9 @@ def test_correct_forms_are_not_reported(device):
         if told:
             alarms.append((number, change, told))
     assert not alarms, "\n".join(map(str, alarms))
+
+
+def test_a_column_taken_for_a_number_is_one_mistake(device):
+    told, _ = told_of(device, "scripts/routes.sh", '  check_row "$row"\n',
+                      '  check_row "$row"\n  ((orv[route_to] < 5)) && orv_msg Few\n', ("", ""))
+    assert [rule for *_, rule, _ in told] == ["column-row"]

@@ -3,6 +3,7 @@
 #include "findings.h"
 
 #include <algorithm>
+#include <set>
 #include <stdio.h>
 #include <tuple>
 #include <unistd.h>
@@ -222,6 +223,27 @@ static void sort_findings(findings *found)
                found->end());
 }
 
+// Where a column was taken for a value, what that value could hold is no second
+// mistake.
+static void drop_consequences(findings *found)
+{
+  std::set<std::tuple<std::string, int, int>> columns;
+  const auto place_of = [](const finding &f) {
+    return std::make_tuple(f.at.path, f.at.line, f.at.column);
+  };
+  for (const finding &f : *found) {
+    if (f.rule == "column-row") {
+      columns.insert(place_of(f));
+    }
+  }
+  found->erase(std::remove_if(found->begin(), found->end(),
+                              [&](const finding &f) {
+                                return f.rule == "input-number" &&
+                                       columns.count(place_of(f)) != 0;
+                              }),
+               found->end());
+}
+
 // Switched-off findings are dropped last, so that rules need not know.
 static void drop_switched_off(const source_files &files, findings *found)
 {
@@ -239,6 +261,7 @@ void write_findings(const source_files &files, findings *found,
 {
   report_unknown_switches(files, found);
   drop_switched_off(files, found);
+  drop_consequences(found);
   sort_findings(found);
   const bool carets =
       output->format == FORMAT_TEXT && isatty(STDOUT_FILENO) != 0;
