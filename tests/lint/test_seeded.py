@@ -77,7 +77,16 @@ def test_correct_forms_are_not_reported(device):
     assert not alarms, "\n".join(map(str, alarms))
 
 
-def test_a_column_taken_for_a_number_is_one_mistake(device):
-    told, _ = told_of(device, "scripts/routes.sh", '  check_row "$row"\n',
-                      '  check_row "$row"\n  ((orv[route_to] < 5)) && orv_msg Few\n', ("", ""))
-    assert [rule for *_, rule, _ in told] == ["column-row"]
+@pytest.mark.parametrize("rule, changes", [
+    ("column-row", [("scripts/routes.sh", '  check_row "$row"\n',
+                     '  check_row "$row"\n  ((orv[route_to] < 5)) && orv_msg Few\n')]),
+    ("number-test", [("templates/lan.tpl", "check nullok decimal 1 4094", "check real 1 4094"),
+                     ("scripts/lan.sh", "orv_read \"${NAMES[@]}\"\n",
+                      "orv_read \"${NAMES[@]}\"\n[[ \"${orv[vlan]}\" -gt 5 ]] && orv_msg Many\n")]),
+])
+def test_a_value_that_is_no_number_is_one_mistake(device, rule, changes):
+    *before, last = changes
+    for change in before:
+        places(device, *change, ("", ""))
+    told, _ = told_of(device, *last, ("", ""))
+    assert [found for *_, found, _ in told] == [rule]

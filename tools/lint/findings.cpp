@@ -223,23 +223,23 @@ static void sort_findings(findings *found)
                found->end());
 }
 
-// Where a column was taken for a value, what that value could hold is no second
-// mistake.
+// Where a column was taken for a value, or a real number for a whole one, what
+// the value could hold is no second mistake.
 static void drop_consequences(findings *found)
 {
-  std::set<std::tuple<std::string, int, int>> columns;
+  std::set<std::tuple<std::string, int, int>> causes;
   const auto place_of = [](const finding &f) {
     return std::make_tuple(f.at.path, f.at.line, f.at.column);
   };
   for (const finding &f : *found) {
-    if (f.rule == "column-row") {
-      columns.insert(place_of(f));
+    if (f.rule == "column-row" || f.rule == "number-test") {
+      causes.insert(place_of(f));
     }
   }
   found->erase(std::remove_if(found->begin(), found->end(),
                               [&](const finding &f) {
                                 return f.rule == "input-number" &&
-                                       columns.count(place_of(f)) != 0;
+                                       causes.count(place_of(f)) != 0;
                               }),
                found->end());
 }

@@ -223,7 +223,8 @@ static void check_operands(const compare_check &c, const bash_command &command)
         std::none_of(all.begin(), all.end(), [&](const bash_command &other) {
           return looks_at(c, other, key);
         })) {
-      report(c.found, *c.s.file, word.line, word.column, "number-test",
+      report(c.found, *c.s.file, word.expansions[0].line,
+             word.expansions[0].column, "number-test",
              word.plain + " " + fault);
     }
   }
