@@ -83,8 +83,10 @@ def test_correct_forms_are_not_reported(device):
     ("number-test", [("templates/lan.tpl", "check nullok decimal 1 4094", "check real 1 4094"),
                      ("scripts/lan.sh", "orv_read \"${NAMES[@]}\"\n",
                       "orv_read \"${NAMES[@]}\"\n[[ \"${orv[vlan]}\" -gt 5 ]] && orv_msg Many\n")]),
+    ("number-text", [("scripts/lan.sh", "orv_read \"${NAMES[@]}\"\n",
+                      "orv_read \"${NAMES[@]}\"\n[ \"${orv[mtu]}\" > \"${orv[vlan]}\" ] && orv_msg Many\n")]),
 ])
-def test_a_value_that_is_no_number_is_one_mistake(device, rule, changes):
+def test_a_wrong_comparison_is_one_mistake(device, rule, changes):
     *before, last = changes
     for change in before:
         places(device, *change, ("", ""))

@@ -223,23 +223,27 @@ static void sort_findings(findings *found)
                found->end());
 }
 
-// Where a column was taken for a value, or a real number for a whole one, what
-// the value could hold is no second mistake.
+// Where a column was taken for a value, a real number for a whole one or a
+// redirection for a comparison, what follows from that is no second mistake.
 static void drop_consequences(findings *found)
 {
-  std::set<std::tuple<std::string, int, int>> causes;
+  static const std::set<std::string> causes = {"column-row", "number-test",
+                                               "number-text"};
+  static const std::set<std::string> consequences = {"input-number",
+                                                     "input-path", "store"};
+  std::set<std::tuple<std::string, int, int>> places;
   const auto place_of = [](const finding &f) {
     return std::make_tuple(f.at.path, f.at.line, f.at.column);
   };
   for (const finding &f : *found) {
-    if (f.rule == "column-row" || f.rule == "number-test") {
-      causes.insert(place_of(f));
+    if (causes.count(f.rule) != 0) {
+      places.insert(place_of(f));
     }
   }
   found->erase(std::remove_if(found->begin(), found->end(),
                               [&](const finding &f) {
-                                return f.rule == "input-number" &&
-                                       causes.count(place_of(f)) != 0;
+                                return consequences.count(f.rule) != 0 &&
+                                       places.count(place_of(f)) != 0;
                               }),
                found->end());
 }
