@@ -219,7 +219,7 @@ def test_a_backup_makes_another_device_the_same(devices):
     devices.play(WANTED, hosts=old)
     devices.play({"reset": "all"}, hosts=new)
     folder = devices.folder / "backup"
-    run = ["-e", f"folder={folder}", "-l"]
+    run = ["-vvv", "-e", f"folder={folder}", "-l"]  # prints what no task hides
     assert devices.run(ANSIBLE / "playbooks/backup.yml", *run, old)[old]["changed"]
     assert not devices.run(ANSIBLE / "playbooks/backup.yml", *run, old)[old]["changed"]
     backup = folder / f"{old}.txt"

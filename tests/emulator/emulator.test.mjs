@@ -220,26 +220,30 @@ describe("a device", { concurrency: true }, () => {
       await save(home, "confirm", {});
     });
 
-    test("an upgrade keeps the settings and brings new fields", async () => {
+    test("an upgrade keeps the settings, migrated, and brings new fields", async () => {
       await home.stop();
       await fs.mkdir(`${folder}/new/templates`, { recursive: true });
       await fs.mkdir(`${folder}/new/defaults`);
+      await fs.mkdir(`${folder}/new/migrate`);
       const part = "demo/emulator/device";
       const template = await fs.readFile(
         new URL(`../../${part}/templates/name.tpl`, import.meta.url), "utf8");
       await fs.writeFile(`${folder}/new/templates/name.tpl`,
         `${template}field cabinet 20\nlabel Cabinet\ncheck nullok text\n`);
       await fs.writeFile(`${folder}/new/defaults/name`,
-                         "host_name=larkspur-2\ncabinet=None yet\n");
+                         "#version 2\nhost_name=larkspur-2\ncabinet=None yet\n");
+      // The actions that run at boot need the settings migrated, too.
+      await fs.writeFile(`${folder}/new/migrate/name`,
+                         "#!/bin/sh\nexec sed 's/^host_name=.*/&-b/'\n", { mode: 0o755 });
       await fs.rm(`${home.folder}/image.squashfs`);
       await run(command, ["--build", "--dir", `${folder}/newer`, "--device",
                           `${folder}/new`]);
       await fs.rename(`${folder}/newer/image.squashfs`,
                       `${home.folder}/image.squashfs`);
       await home.start("--forward", "10.0.2.77");
-      assert.equal(await shown(home, "name", "host_name"), "gate-7");
+      assert.equal(await shown(home, "name", "host_name"), "gate-7-b");
       assert.equal(await shown(home, "name", "cabinet"), "None yet");
-      assert.equal(await home.shell("hostname"), "gate-7");
+      assert.equal(await home.shell("hostname"), "gate-7-b");
     });
 
     test("a reset brings back the settings as shipped", async () => {
