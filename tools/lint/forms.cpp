@@ -34,6 +34,8 @@ bool is_editable(const form_item &item)
   return item.input && item.type != PT_TEXT_FIXED;
 }
 
+// $S$ and $T$ stay as they are: what they stand for is not known before a
+// request comes.
 // What the parser inserts, as far as no request has a say in it.
 std::string choice_value(const form &f, const form_line &line)
 {
@@ -42,6 +44,8 @@ std::string choice_value(const form &f, const form_line &line)
   std::string value = first_word(line.text);
   for (const auto &tag : inserted) {
     for (size_t at = value.find(tag.first); at != std::string::npos;
+         // The search goes on behind what was inserted: the parser reads a text
+         // once, so what an insertion makes is no tag.
          at = value.find(tag.first, at + tag.second.size())) {
       value.replace(at, 3, tag.second);
     }
@@ -60,6 +64,8 @@ std::set<std::string> choices_of(const form &f, const form_item &item)
   return values;
 }
 
+// A line that continues the one before has the same keyword but no parameter of
+// its own, and the item's first line is no attribute of it.
 const form_line *attribute(const form_item &item, const char *keyword)
 {
   for (const form_line *line : item.lines) {
@@ -71,6 +77,9 @@ const form_line *attribute(const form_item &item, const char *keyword)
   return nullptr;
 }
 
+// Words are counted as bash would split them, which is right as long as none
+// has blanks in quotes; lines where the place of the sub-item depends on more
+// than that are reported by themselves.
 size_t subitem_argument(const script_line &line)
 {
   const std::vector<std::string> words = split_words(line.text);
@@ -82,6 +91,8 @@ size_t subitem_argument(const script_line &line)
   return 0;
 }
 
+// Of the form's own lines alone: the default script lines pass $S$ to every
+// script, so with them each form would count as one for several things.
 bool uses_subitem(const form &f)
 {
   return std::any_of(f.lines.begin(), f.lines.end(), [](const form_line &line) {
@@ -89,6 +100,8 @@ bool uses_subitem(const form &f)
   });
 }
 
+// A page without anything to enter has no Submit, so its check and write
+// scripts never run: what they lack is no mistake.
 bool can_save(const form &f)
 {
   return std::any_of(f.items.begin(), f.items.end(), is_editable);
@@ -99,6 +112,10 @@ bool can_save(const form &f)
 static const char *const task_keywords[TASKS] = {
     "read_script", "check_script", "write_script", "navbar_script"};
 
+// Scripts that are installed lie in the folder that the runner searches, so an
+// absolute path there names one of the device's own.  Any other absolute path
+// is a program of the system: nothing in the folder says what it does, and ""
+// keeps all rules away from it.
 // The script's name is the line's first word, as the runner takes it.
 static std::string script_name(const std::string &form,
                                const std::string &command)
@@ -115,6 +132,10 @@ static std::string script_name(const std::string &form,
   return word.empty() || word[0] == '/' ? "" : word;
 }
 
+// A form without a line runs the default one, so every rule can take it that
+// there is one row per task.  A second line of one keyword makes the parser
+// refuse the form, which is reported there; which of the two is taken here
+// matters little.
 static std::vector<script_line> script_lines(const form &f)
 {
   std::vector<script_line> all;
@@ -134,6 +155,10 @@ static std::vector<script_line> script_lines(const form &f)
   return all;
 }
 
+// Files may source each other in a circle: what is in `names` already is not
+// opened again.  The library stays out, since its own code is not what the
+// author is told about, and a name that is sourced and not there is reported
+// elsewhere.
 std::set<std::string> with_sources(const device &dev, const std::string &name)
 {
   std::set<std::string> names;

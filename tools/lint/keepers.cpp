@@ -9,12 +9,16 @@
 #include "script_names.h"
 #include "text.h"
 
+// A form for several things has a file for each, NAME@SUBITEM, and what one of
+// them has is enough: entries of a list may be there for one thing alone.
 // Whether `file` of defaults/ or state/ holds settings of the form.
 static bool is_of_form(const std::string &file, const form &f)
 {
   return file.substr(0, file.find('@')) == f.name;
 }
 
+// Names are compared without regard to capitals, as the page does; `start`
+// comes in small letters.
 static bool has_line(const std::vector<std::string> &lines,
                      const std::string &start)
 {
@@ -33,6 +37,9 @@ static bool is_shipped(const device &dev, const form &f,
                      });
 }
 
+// The files of state/ are not kept with the rest of the device, since no other
+// rule looks into what users have entered; they are read here, for forms
+// without a script and with a list alone.
 // Whether the device has stored it: a list's entries may come from the device.
 static bool is_stored(const device &dev, const form &f,
                       const std::string &start)
@@ -46,6 +53,9 @@ static bool is_stored(const device &dev, const form &f,
       });
 }
 
+// That script belongs to another form, or to none: it stores into the same file
+// what the device has found, such as the networks in reach.  A name that it
+// puts together, "select_net$i", counts as well.
 // Whether a script that works on the form's settings has such a name.
 static bool is_named(const device &dev, const form &f, const std::string &list)
 {
@@ -68,6 +78,8 @@ static bool has_entries(const device &dev, const form &f,
          is_named(dev, f, list);
 }
 
+// A box that ends so while there are no secrets without one is left alone: it
+// may mean something else, such as log_clear.
 // A box NAME_clear clears the secret NAME, which must exist.
 static void check_clearing(const form &f, const form_item &item,
                            findings *found)
@@ -92,6 +104,7 @@ static void check_clearing(const form &f, const form_item &item,
   }
 }
 
+// Parts of names, since boxes are called remove_psk as well as psk_remove.
 // Words that say that a box empties something.
 static bool says_clear(const std::string &name)
 {
@@ -104,6 +117,8 @@ static bool says_clear(const std::string &name)
 }
 
 // A box that says so of a secret, under any other name: it is only stored.
+// Both names must be in the box's: wifi_psk_save beside wifi_psk is nothing to
+// report.
 static void check_other_clearing(const form &f, const form_item &item,
                                  findings *found)
 {
@@ -125,6 +140,9 @@ static void check_item(const device &dev, const form &f, const form_item &item,
                        findings *found)
 {
   const form_line &line = *item.lines[0];
+  // A page never shows a secret, and rows are stored as it shows them.  "Blank
+  // means unchanged" has no row that it could mean, since rows move up when one
+  // before them is deleted.
   if (item.table >= 0 && is_secret(item.name)) {
     report(found, f, line, 0, "keeper",
            in_quotes(item.name) + " is secret, and rows are stored as shown: "
@@ -140,6 +158,8 @@ static void check_item(const device &dev, const form &f, const form_item &item,
   }
   check_clearing(f, item, found);
   check_other_clearing(f, item, found);
+  // Entries that nobody ships are a list that stays empty for ever: orv-store
+  // reads them from the form's file and makes none.
   if (item.type == PT_ISELECT &&
       !has_entries(dev, f, "select_" + lower(item.selector))) {
     report(found, f, line, 0, "keeper",
@@ -147,18 +167,22 @@ static void check_item(const device &dev, const form &f, const form_item &item,
                in_quotes("select_" + item.selector + "0") +
                ", and no script stores the entries of this list there");
   }
+  // A shipped row 0 speaks for its column.
   const std::string cell = lower(item.name) + (item.table >= 0 ? "0" : "");
   if (item.type == PT_TEXT_FIXED && !is_shipped(dev, f, cell)) {
     report(found, f, line, 0, "keeper",
            "nothing reports " + in_quotes(item.name) +
                ": read-only values need a script");
   }
+  // With a script of its own the field may be judged there; here the template's
+  // check is the only one.
   if (item.type == PT_TEXT_FIELD && attribute(item, "check") == nullptr) {
     report(found, f, line, 0, "keeper",
            in_quotes(item.name) + " has no check, and no script judges it");
   }
 }
 
+// The forms that the system shows store nothing, whatever their script is.
 void check_keepers(const device &dev, findings *found)
 {
   for (const auto &entry : dev.forms) {
@@ -175,6 +199,8 @@ void check_keepers(const device &dev, findings *found)
                      [&](const std::string &name) {
                        return starts_with(name, start);
                      })) {
+      // A file's first line stands for the whole: there is no line to which the
+      // missing file belongs.
       report(found, {f.file->path, "", {}}, 1, 1, "keeper",
              "the page names a sub-item, and defaults/ has no file " +
                  in_quotes(start + "SUBITEM"));

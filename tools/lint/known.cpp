@@ -22,6 +22,9 @@ truth truth_of(bool b)
 
 // --- values ------------------------------------------------------------------
 
+// Only what is certain may be answered: on it the walk through a task decides
+// which branches do not run, and what was left out wrongly would be called
+// missing in a script that has it.
 // The value of one expansion; false when it is not known.
 static bool value_of(const frame &at, const bash_expansion &expansion,
                      std::string *value)
@@ -33,9 +36,14 @@ static bool value_of(const frame &at, const bash_expansion &expansion,
   }
   *value = known->second;
   const std::string &rest = expansion.rest;
+  // The word of ${1:-x} counts only where there is no value, and a name without
+  // one is not in `known`.
   if (rest.empty() || rest[0] == '-' || starts_with(rest, ":-")) {
     return true;
   }
+  // ${1#--} is how scripts make "read" of "--read".  With a pattern in it, how
+  // much is cut depends on more than the text, and every other operator is left
+  // alone.
   const std::string start = rest.substr(rest.find_first_not_of('#'));
   if (rest[0] != '#' || start.find_first_of("*?[$") != std::string::npos) {
     return false;
@@ -44,6 +52,9 @@ static bool value_of(const frame &at, const bash_expansion &expansion,
   return true;
 }
 
+// Each expansion is found in the text by how it is spelt, since the reader
+// keeps no place of it there; one that is not found so makes the word unknown.
+// So does a substitution: what $(command) prints stands nowhere.
 bool value_of(const frame &at, const bash_word &word, std::string *value)
 {
   *value = word.plain;
@@ -67,6 +78,10 @@ bool value_of(const frame &at, const bash_word &word, std::string *value)
 
 // --- tests -------------------------------------------------------------------
 
+// A pattern is kept as it is written, since quotes decide in bash what of it is
+// literal: "*" matches only a star, * everything.  For fnmatch they are
+// dropped; a quoted star is so rare in a list of tasks that it may count as a
+// pattern.
 static std::string without_quotes(const std::string &text)
 {
   std::string plain;
@@ -81,6 +96,9 @@ static std::string without_quotes(const std::string &text)
   return plain;
 }
 
+// An arm such as --check | --write) is kept as one text, whose blanks belong to
+// no alternative.  The extra "|" ends the last of them, so that there is one
+// place where a part is compared.
 bool matches_pattern(const std::string &pattern, const std::string &value)
 {
   std::string part;
@@ -101,6 +119,8 @@ bool matches_pattern(const std::string &pattern, const std::string &value)
 
 typedef std::vector<const bash_word *> test_words;
 
+// Numeric comparisons, -f and =~ answer MAYBE: they ask for what is not known
+// here, and both branches then count as taken.
 // One comparison, or what asks whether a value is empty.
 static truth eval_primary(const frame &at, test_words words)
 {
@@ -128,6 +148,11 @@ static truth eval_primary(const frame &at, test_words words)
   return turned ? opposite(result) : result;
 }
 
+// That is so within [[ ]]: [[ a == a || a == b && a == c ]] succeeds.  Parts
+// are joined by the least and the greatest answer, so that one MAYBE stays
+// MAYBE unless another part decides.  With parentheses the order is another
+// one, and the whole is left open.  The "||" that is put behind the last word
+// ends the last part.
 // && binds closer than ||.
 static truth eval_test(const frame &at, const bash_command &command)
 {
@@ -164,6 +189,8 @@ truth result_of(const frame &at, const bash_command &command)
     result = eval_test(at, command);
   } else if (name == "true" || name == ":" ||
              (command.words.empty() && command.kind == BASH_SIMPLE)) {
+    // An assignment alone succeeds, as : does.  x=$(command) has the status of
+    // the command, which is not told apart here.
     result = YES;
   } else if (name == "false") {
     result = NO;

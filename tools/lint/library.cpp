@@ -13,6 +13,8 @@ std::vector<std::string> library_names(void)
   return {std::begin(library_files), std::end(library_files)};
 }
 
+// By the file's name in whatever folder: a library that a device keeps beside
+// its scripts, or below them, is the same one.
 bool is_library(const std::string &name)
 {
   const std::string file = name.substr(name.rfind('/') + 1);
@@ -20,11 +22,16 @@ bool is_library(const std::string &name)
          std::end(library_files);
 }
 
+// Such a file needs no execute permission and no first line, so a rule that
+// asks for either must leave it alone.
 bool is_sourced_only(const script &s)
 {
   return !s.executable && !starts_with(s.file->text, "#!");
 }
 
+// All three find the script's own folder: ${BASH_SOURCE%/*}, $(dirname "$0")
+// and ${0%/*}.  More is not asked for: whoever writes one of them knows that
+// the current folder may be any.
 bool is_own_path(const std::string &word)
 {
   return word.find("BASH_SOURCE") != std::string::npos ||
@@ -32,6 +39,9 @@ bool is_own_path(const std::string &word)
          word.find("${0%") != std::string::npos;
 }
 
+// HERE=${BASH_SOURCE%/*}, then . "$HERE/orv.bash": without the variable's value
+// the file would be one that nothing is known of.  In ${HERE%/*} or ${HERE:-x}
+// the name is not the whole of the expansion, and the word stays as it is.
 std::string with_own_folder(const script &s, const std::string &word)
 {
   const size_t start = starts_with(word, "${") ? 2 : 1;
@@ -49,16 +59,21 @@ std::string with_own_folder(const script &s, const std::string &word)
              : word;
 }
 
+// A library of another path is known by its name; of any other file only the
+// own folder says where it lies.
 std::string sourced_name(const std::string &from, const std::string &word)
 {
   if (!is_own_path(word)) {
     return is_library(word) ? word.substr(word.rfind('/') + 1) : "";
   }
+  // The slash that ends the folder comes behind the expansion: the one of
+  // ${BASH_SOURCE%/*} is a part of its pattern.
   const size_t mark = word.find_last_of("})");
   const size_t slash = word.find('/', mark == std::string::npos ? 0 : mark);
   if (slash == std::string::npos) {
     return "";
   }
+  // The script that sources may itself lie in a folder below scripts/.
   const size_t folder = from.rfind('/');
   return (folder == std::string::npos ? "" : from.substr(0, folder + 1)) +
          word.substr(slash + 1);
@@ -70,6 +85,9 @@ struct library_part {
   std::set<std::string> words;
 };
 
+// A file that cannot be opened adds nothing: the caller asks what is there, and
+// not whether all went well.  The newline that is put behind the code ends its
+// last word.
 static void add_library(const std::string &path, library_part *into)
 {
   std::ifstream stream(path, std::ios::binary);
@@ -99,6 +117,9 @@ void read_library(device *dev, const std::vector<std::string> &names)
       add_library(dev->dir + "/scripts/" + name, &all);
     }
   }
+  // A folder may hold a part of the library, of a version that it was copied
+  // from.  Two functions that no version lacks, of two files, say whether it is
+  // whole; if not, names that the rest has would be reported as misspelt.
   const bool has_own = all.functions.count("orv_load") != 0 &&
                        all.functions.count("orv_store") != 0;
   for (const char *name : library_files) {
@@ -111,6 +132,8 @@ void read_library(device *dev, const std::vector<std::string> &names)
                          std::end(library_functions));
   }
   dev->library = all.functions;
+  // Variables are what begins like the library's own names and is no function,
+  // so that a misspelt orv_faild is found without a list that is kept by hand.
   for (const std::string &word : all.words) {
     if (starts_with(word, "orv_") && dev->library.count(word) == 0) {
       dev->library_variables.insert(word);

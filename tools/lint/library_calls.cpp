@@ -8,6 +8,9 @@
 #include "script_names.h"
 #include "text.h"
 
+// The steps stand in their order, so those of one name are sorted.  All rules
+// of the order ask here, a third of their time went into walking through all
+// steps before the calls were kept by name.
 size_t find_call(const task_run &run, const char *name, size_t start)
 {
   const auto row = run.library.find(name);
@@ -31,6 +34,10 @@ void report_step(findings *found, const task_step &step, const char *rule,
          text);
 }
 
+// Small letters, since the page takes "MTU" and "mtu" for one name; a rule of
+// its own reports two spellings in a script.  An "" among the names tells the
+// caller that the list may be longer than what is seen, so that nothing of it
+// may be called missing.
 std::set<std::string> names_given(const task_run &run, const char *name)
 {
   std::set<std::string> names;
@@ -51,6 +58,7 @@ std::set<std::string> names_given(const task_run &run, const char *name)
   return names;
 }
 
+// A row is made by its first step, so none is empty.
 size_t find_last(const task_run &run, const char *name)
 {
   const auto row = run.library.find(name);

@@ -17,6 +17,8 @@
 #define ORV_VERSION "unknown"
 #endif
 
+// A build that runs the program must tell a device with mistakes from one that
+// nobody looked at; diff has the same three.
 static constexpr int EXIT_FINDINGS = 1;
 static constexpr int EXIT_TROUBLE = 2;
 
@@ -60,6 +62,8 @@ struct tree {
   findings found;
 };
 
+// Nothing of a folder is reported before all are read: translations are
+// compared in pairs, and a finding belongs to the folder that was named later.
 // Reads one folder; false when that cannot be read.
 static bool read_tree(const std::string &dir, tree *t)
 {
@@ -77,11 +81,16 @@ static bool read_tree(const std::string &dir, tree *t)
   return t->dev.unread.empty();
 }
 
+// The other tools begin first and are heard last: they take longer than all
+// rules, and the rules run meanwhile.  Only what was found in this folder is
+// written: the other trees are looked at for what this one lacks.
 static void lint(tree *t, const std::list<tree> &all, const options &o,
                  finding_output *output)
 {
   const device &dev = t->dev;
   other_tools tools = begin_tools(dev, o.shellcheck);
+  // None of them depends on another, so their order shows nowhere: what they
+  // find is sorted before it is written.
   for (device_check *const *check = all_checks; *check != nullptr; check++) {
     (*check)(dev, &t->found);
   }
@@ -99,6 +108,8 @@ static void lint(tree *t, const std::list<tree> &all, const options &o,
   write_findings(dev.files, &t->found, output);
 }
 
+// A name that is not known is trouble and no finding: whoever typed it gets no
+// answer, and a script must not take that for a device without mistakes.
 static int explain_rule(const char *name)
 {
   const rule_text *rule = find_rule(name);
@@ -111,6 +122,8 @@ static int explain_rule(const char *name)
   return EXIT_SUCCESS;
 }
 
+// A format that is not known ends the program before any folder is read: what
+// comes after would be read by a program that expects another one.
 static bool take_format(const std::string &name, output_format *format)
 {
   static const std::map<std::string, output_format> formats = {
@@ -124,6 +137,10 @@ static bool take_format(const std::string &name, output_format *format)
   return true;
 }
 
+// A folder that cannot be read does not keep the others from being looked at,
+// but the status says so whatever was found: EXIT_TROUBLE outranks
+// EXIT_FINDINGS.  The array of JSON is opened and closed here, around all
+// folders, so that the output is one value even where none could be read.
 static int lint_all(char **dirs, const options &o)
 {
   finding_output output = {o.format, o.warnings_are_errors, 0};
@@ -134,6 +151,9 @@ static int lint_all(char **dirs, const options &o)
   }
   for (; *dirs != nullptr; dirs++) {
     std::string dir = *dirs;
+    // Paths in findings begin with the folder as it was typed: "device/", as
+    // shells complete it, would give device//templates.  A lone "/" stays what
+    // it is.
     while (dir.size() > 1 && dir.back() == '/') {
       dir.pop_back();
     }
@@ -149,9 +169,14 @@ static int lint_all(char **dirs, const options &o)
   if (o.format == FORMAT_JSON) {
     printf("%s]\n", output.written > 0 ? "\n" : "");
   }
+  // A full disk or a closed pipe shows only here: printf has mostly filled a
+  // buffer.  Findings that did not get out must not end with a status of
+  // success.
   if (fflush(stdout) != 0) {
     trouble = true;
   }
+  // On standard error, so that a program that reads the findings does not meet
+  // a line of another form among them.
   if (output.written > 0) {
     fprintf(stderr,
             "orv-lint: %zu finding%s; orv-lint --explain RULE explains one\n",
@@ -216,6 +241,8 @@ int main(int argc, char **argv)
   }
   // What the parser reports is printed here, and not logged.
   setlogmask(LOG_MASK(LOG_EMERG));
+  // With `orv-lint device | head` a write fails then, which the status tells,
+  // and the program ends by itself instead of by a signal.
   signal(SIGPIPE, SIG_IGN);
   return lint_all(argv + optind, o);
 }
