@@ -12,6 +12,8 @@
 #include "terminal.h"
 #include "text.h"
 
+// What is wrong with a file as a whole is reported with line 0 or 1: the place
+// must still be one that an editor can open.
 void report(findings *found, const source_file &file, int line, int column,
             const char *rule, const std::string &text,
             const std::vector<note> &notes)
@@ -22,9 +24,13 @@ void report(findings *found, const source_file &file, int line, int column,
 
 // --- comments that switch a rule off -----------------------------------------
 
+// The same words in templates and scripts, since "#" begins a comment in both.
 static const char SWITCH[] = "orv-lint: off";
 
 // The rules that a comment of this line switches off.
+// Only behind a "#" does it count: a text that explains the comment to users is
+// none.  All words that follow are names of rules, so a reason belongs into a
+// comment of its own.
 static std::vector<std::string> switched_off(const std::string &line)
 {
   const size_t mark = line.find('#');
@@ -41,6 +47,9 @@ static bool is_comment(const std::string &line)
   return start != std::string::npos && line[start] == '#';
 }
 
+// Several comments may stand above a line, one a rule.  The search ends at the
+// first line that is none, so a comment at the top of a file does not switch a
+// rule off for the whole.
 // A comment in the line itself counts, and those directly above it.
 static bool is_off(const source_file &file, const finding &f)
 {
@@ -59,6 +68,9 @@ static bool is_off(const source_file &file, const finding &f)
   return false;
 }
 
+// A misspelt rule switches nothing off, and whoever wrote it believes that it
+// does as soon as the finding has gone for another reason.  This comes before
+// findings are dropped, so that it can be switched off like any other.
 static void report_unknown_switches(const source_files &files, findings *found)
 {
   for (const auto &entry : files) {
@@ -87,12 +99,15 @@ static void write_shown(const std::string &text)
   }
 }
 
+// Only the path is shown with care: the rest are numbers.
 static void write_place(const place &at)
 {
   write_shown(at.path);
   printf(":%d:%d: ", at.line, at.column);
 }
 
+// How wide a tab is drawn is known to the terminal alone: the same tabs above
+// and below keep the mark under its column whatever that is.
 // Tabs stay in the line and in the blanks that stand for it.
 static void write_line(const std::string &line)
 {
@@ -105,6 +120,9 @@ static void write_line(const std::string &line)
   }
 }
 
+// Columns count bytes, a terminal shows characters: "ß" is two bytes and one
+// blank, and what is shown as \x1b is one byte and four.  A column may lie
+// behind the line's end, where what is missing was expected.
 static std::string blanks_for(const std::string &line, size_t size)
 {
   constexpr size_t SHOWN_BYTE = sizeof "\\x1b" - 1;
@@ -124,6 +142,7 @@ static std::string blanks_for(const std::string &line, size_t size)
   return blanks;
 }
 
+// A file that is missing, or that was not read, has no line to show.
 static void write_caret(const source_files &files, const place &at)
 {
   const auto file = files.find(at.path);
@@ -139,6 +158,8 @@ static void write_caret(const source_files &files, const place &at)
          blanks_for(line, static_cast<size_t>(at.column) - 1).c_str());
 }
 
+// The form of a compiler's messages, which editors can follow.  Notes repeat
+// the rule, so that a line that is filtered by its rule keeps them.
 static void write_text(const source_files &files, const finding &f,
                        const char *level, bool carets)
 {
@@ -167,6 +188,8 @@ static void write_json_text(const std::string &text)
     const char *c = text.c_str() + at;
     const size_t length =
         plain ? std::max(terminal_utf8_length(c), size_t(1)) : 1;
+    // U+0080 to U+009F are written in UTF-8 as \xc2 and a byte of the same
+    // number, so the last byte is the number that JSON wants.
     const unsigned char last = static_cast<unsigned char>(c[length - 1]);
     if (*c == '"' || *c == '\\') {
       printf("\\%c", *c);
@@ -187,6 +210,8 @@ static void write_json_place(const place &at)
   printf(", \"line\": %d, \"column\": %d", at.line, at.column);
 }
 
+// The array is begun and ended by the caller, around the findings of all
+// folders.
 static void write_json(const finding &f, const char *level, bool first)
 {
   printf(first ? "\n{" : ",\n{");
@@ -207,6 +232,8 @@ static void write_json(const finding &f, const char *level, bool first)
   printf("]}");
 }
 
+// Stable, so that of two that differ in their notes alone the first form's is
+// kept, whatever machine it runs on.
 // Findings of several forms that share a script are one.
 static void sort_findings(findings *found)
 {
@@ -260,6 +287,8 @@ static void drop_switched_off(const source_files &files, findings *found)
                found->end());
 }
 
+// A mark under the column is for people: a program that reads a pipe gets one
+// line a finding, in the format "text" as well.
 void write_findings(const source_files &files, findings *found,
                     finding_output *output)
 {

@@ -43,9 +43,9 @@ std::string choice_value(const form &f, const form_line &line)
       {"$F$", f.name}, {"$#$", "#"}, {"$|$", ""}};
   std::string value = first_word(line.text);
   for (const auto &tag : inserted) {
+    // The search goes on behind what was inserted: the parser reads a text
+    // once, so what an insertion makes is no tag.
     for (size_t at = value.find(tag.first); at != std::string::npos;
-         // The search goes on behind what was inserted: the parser reads a text
-         // once, so what an insertion makes is no tag.
          at = value.find(tag.first, at + tag.second.size())) {
       value.replace(at, 3, tag.second);
     }

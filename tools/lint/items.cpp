@@ -7,6 +7,9 @@
 
 // --- choices -----------------------------------------------------------------
 
+// Values are compared with capitals: the page sends the choice as it is
+// written, and a script sees the difference.  A menu's choices are links, where
+// the second of the same value is as useless.
 static void check_choices(const form &f, const form_item &item, findings *found)
 {
   std::map<std::string, const form_line *> values;
@@ -32,6 +35,9 @@ static void check_choices(const form &f, const form_item &item, findings *found)
 
 // --- labels ------------------------------------------------------------------
 
+// An empty label is one that was begun and forgotten.  Columns need one as
+// well: on a phone each row is a card, with the labels of the columns beside
+// the cells.
 static void check_label(const form &f, const form_item &item, findings *found)
 {
   const form_line *label = attribute(item, "label");
@@ -44,12 +50,14 @@ static void check_label(const form &f, const form_item &item, findings *found)
   }
 }
 
+// The parser takes them, so only a rule can say that they do nothing.
 // Attributes that the parser takes and nothing draws.
 static void check_effect(const form &f, const form_item &item, findings *found)
 {
   static const std::set<std::string> nowhere = {"item_help", "value", "part"};
   static const std::set<std::string> outside = {"prompt", "rlabel"};
   for (const form_line *line : item.lines) {
+    // The item's own line is none: that of a menu would be reported.
     if (line->continues || line == item.lines.front()) {
       continue;
     }
@@ -58,6 +66,8 @@ static void check_effect(const form &f, const form_item &item, findings *found)
              in_quotes(line->keyword) + " is drawn nowhere" +
                  (line->keyword == "item_help" ? "; use a help item" : ""));
     } else if (outside.count(line->keyword) != 0 && item.table >= 0) {
+      // A cell has no room for a text beside or below it; the label of its
+      // column is the only one that is drawn.
       report(found, f, *line, 0, "no-effect",
              in_quotes(line->keyword) + " is not drawn in a table");
     } else if (!is_input(item)) {
@@ -69,6 +79,9 @@ static void check_effect(const form &f, const form_item &item, findings *found)
 
 // --- tables ------------------------------------------------------------------
 
+// A table has no end keyword: it ends by the number of its columns, and a wrong
+// number shows only on the page.  A list of entries that scripts report cannot
+// be a column, so one that follows was never meant to be.
 // An item that follows the last cell directly was mostly meant to be one more.
 static void check_extra(const form &f, size_t index, findings *found)
 {
@@ -81,6 +94,8 @@ static void check_extra(const form &f, size_t index, findings *found)
       f.items[static_cast<size_t>(f.items[index - 1].table)];
   const std::string &before =
       f.file->lines[static_cast<size_t>(std::max(item.line - 2, 0))];
+  // A blank line or a comment says that the end is meant, as the message
+  // proposes.
   const bool apart = before.find_first_not_of(" \t\r") == std::string::npos ||
                      before[0] == '#';
   if (!apart) {
@@ -94,6 +109,9 @@ static void check_extra(const form &f, size_t index, findings *found)
   }
 }
 
+// Texts alone are asked for: a list and a box always have a value that passes.
+// A check runs for each row that is in use, also for one that the user empties
+// to be rid of it.
 // Fixed tables are let out: their rows may all have to be filled in.
 static void check_columns(const form &f, const form_item &item, findings *found)
 {
@@ -111,6 +129,7 @@ static void check_columns(const form &f, const form_item &item, findings *found)
   }
 }
 
+// The parser refuses a form without the line, but takes it without a text.
 static void check_title(const form &f, findings *found)
 {
   for (const form_line &line : f.lines) {
@@ -121,6 +140,7 @@ static void check_title(const form &f, findings *found)
   }
 }
 
+// Menus have no label and no value, but attributes that nothing draws.
 void check_items(const device &dev, findings *found)
 {
   for (const auto &entry : dev.forms) {

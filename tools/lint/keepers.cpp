@@ -117,8 +117,8 @@ static bool says_clear(const std::string &name)
 }
 
 // A box that says so of a secret, under any other name: it is only stored.
-// Both names must be in the box's: wifi_psk_save beside wifi_psk is nothing to
-// report.
+// Its name must hold that of the secret and such a word: wifi_psk_save beside
+// wifi_psk is nothing to report.
 static void check_other_clearing(const form &f, const form_item &item,
                                  findings *found)
 {

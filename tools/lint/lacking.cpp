@@ -22,6 +22,7 @@ static const bash_command &command_at(const script &s, int index)
 
 // --- what happens then -------------------------------------------------------
 
+// A message printed by hand refuses the input as one of the library does.
 static bool refuses(const bash_command &command)
 {
   static const std::set<std::string> words = {"orv_error", "orv_msg",
@@ -31,6 +32,10 @@ static bool refuses(const bash_command &command)
           starts_with(command.words[1].plain, "error_"));
 }
 
+// Three ways to write it: `test || orv_error`, `if ! test; then orv_error`, and
+// a group behind && or ||, which is a branch of its own.  A refusal in an
+// `else` is not looked for, which costs a finding and makes no wrong one.  A
+// list that only decides what is done next is no list of what is allowed.
 bool leads_to_refusal(const script &s, int test, bool fails)
 {
   return std::any_of(s.code.commands.begin(), s.code.commands.end(),
@@ -54,6 +59,8 @@ bool leads_to_refusal(const script &s, int test, bool fails)
                      });
 }
 
+// A check that runs for some tasks alone, or after no message, still holds for
+// all values: [[ $1 == --write ]] before it says nothing of them.
 // Whether the name is that of the task, or of a variable that is given it.
 static bool is_task(const script &s, const std::string &name)
 {
@@ -71,6 +78,8 @@ static bool is_task(const script &s, const std::string &name)
   return false;
 }
 
+// `if [[ ${orv[mode]} == manual ]]` before the list of speeds: "auto" may be a
+// choice that only another mode allows.
 // Whether another value decides on whether the command runs: then a list may
 // well leave out what does not fit that one.
 static bool is_conditional(const script &s, const bash_command &command)
@@ -81,6 +90,8 @@ static bool is_conditional(const script &s, const bash_command &command)
   for (int b = command.branch; b >= 0;
        b = s.code.branches[static_cast<size_t>(b)].parent) {
     const int test = s.code.branches[static_cast<size_t>(b)].test;
+    // A test of several commands is kept by its last; those that && or || join
+    // before it decide as well.
     for (int t = test; t >= 0; t = command_at(s, t).previous) {
       for (const bash_word &word : command_at(s, t).words) {
         for (const bash_expansion &e : word.expansions) {
@@ -96,6 +107,8 @@ static bool is_conditional(const script &s, const bash_command &command)
 
 // --- lists -------------------------------------------------------------------
 
+// "Please choose" is a choice with a value like these, which the script must
+// not let through.
 // A first choice that asks for one is refused on purpose.
 static bool asks_for_choice(const std::string &value)
 {
@@ -104,6 +117,8 @@ static bool asks_for_choice(const std::string &value)
   return words.count(lower(value)) != 0;
 }
 
+// Only lists of the template are compared: what an iselect offers is made by
+// scripts, and a text may be anything that its check lets through.
 static void check_list(const compare_check &c, const allowed_values &allowed)
 {
   if (!allowed.set.known || !allowed.set.list || allowed.values.empty()) {
@@ -118,6 +133,7 @@ static void check_list(const compare_check &c, const allowed_values &allowed)
   for (const std::string &value : allowed.set.values) {
     const bool there =
         std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+          // A list may have patterns: eth* allows eth0 and eth1.
           return matches_pattern(name, value);
         });
     common += there ? 1 : 0;
@@ -125,6 +141,8 @@ static void check_list(const compare_check &c, const allowed_values &allowed)
       missing.insert(value);
     }
   }
+  // With a value in the list that is no choice, one spelling is probably meant
+  // for the other, and two findings would tell the same.
   // A choice that is misspelt here is reported as that.
   if (!missing.empty() && common == names.size()) {
     report(c.found, *c.s.file, allowed.values[0].line, allowed.values[0].column,
@@ -134,6 +152,8 @@ static void check_list(const compare_check &c, const allowed_values &allowed)
   }
 }
 
+// All words must be known: in `orv_one_of "$x" "${MODES[@]}" $more` the missing
+// choice may be one of those that stand nowhere.
 static void check_one_of(const compare_check &c, const bash_command &command)
 {
   const int at = index_of(c.s, command);
@@ -147,6 +167,10 @@ static void check_one_of(const compare_check &c, const bash_command &command)
   }
 }
 
+// Words come in fours, "$x == a ||", so a test of this kind has 4n + 3 of them.
+// A test that asks for anything else beside is left alone: it may refuse for
+// another reason.  One comparison is no list; that a value is compared with a
+// word which it never has is another rule's.
 // [[ $x == a || $x == b ]] || refuse, and [[ $x != a && $x != b ]] && refuse.
 static void check_test(const compare_check &c, const bash_command &command)
 {
@@ -176,6 +200,8 @@ static void check_test(const compare_check &c, const bash_command &command)
 
 // --- cases -------------------------------------------------------------------
 
+// Behind || it runs only where another command has failed, so the arm may take
+// the value.
 static bool refuses_in(const script &s, const bash_branch &arm)
 {
   const int index = static_cast<int>(&arm - s.code.branches.data());
@@ -186,6 +212,8 @@ static bool refuses_in(const script &s, const bash_branch &arm)
                      });
 }
 
+// A long list goes on in the next line behind a backslash, which is no part of
+// the alternative.
 static void add_arm(const bash_branch &arm, allowed_values *allowed)
 {
   std::string part;
@@ -201,6 +229,9 @@ static void add_arm(const bash_branch &arm, allowed_values *allowed)
   }
 }
 
+// An arm that expands something may take any choice, so nothing is said of the
+// whole case then.  Arms before "*" that refuse as well are counted as
+// allowing: they name the choice, so it was not forgotten.
 // The arms of one case: those that take a value, and "*", which refuses it.
 static void check_case(const compare_check &c, int subject)
 {
@@ -225,6 +256,8 @@ static void check_case(const compare_check &c, int subject)
   }
 }
 
+// Each of these is judged by where it stands first: a list that not every value
+// reaches may lack some.
 void check_lacking(const compare_check &c)
 {
   for (const bash_command &command : c.s.code.commands) {

@@ -11,6 +11,8 @@
 
 // --- secrets -----------------------------------------------------------------
 
+// ${orv[psk]} is a secret by its subscript, $psk by its name.  In
+// ${orv[psk$row]} the name is what stands before the row.
 // The name that the expansion stands for: that of a value, or its own.
 static std::string value_name(const bash_expansion &expansion)
 {
@@ -23,6 +25,8 @@ static std::string value_name(const bash_expansion &expansion)
 // Variables and parameters that are given a secret, by their scoped names.
 typedef std::set<std::string> carriers;
 
+// ${#psk} is a number and ${psk:+set} a word of the script: neither shows the
+// secret.
 static bool is_value(const bash_expansion &expansion)
 {
   return !expansion.length && !starts_with(expansion.rest, "+") &&
@@ -38,6 +42,8 @@ static bool holds_secret(const context &c, const carriers &all,
           all.count(scoped(c, command.function, expansion.name)) != 0);
 }
 
+// hash=$(openssl passwd -6 -stdin <<<"$password") is made from a secret and is
+// what may be shown.
 // The secret as it is and nothing of it that was made by another command.
 static bool hands_on(const context &c, const carriers &all,
                      const bash_command &command, const bash_word &word)
@@ -49,6 +55,10 @@ static bool hands_on(const context &c, const carriers &all,
                      });
 }
 
+// A parameter is known by its function and number, as in "set_key::1", so that
+// what is called with a secret has one under another name.  The library's
+// functions are left out: they are no part of the script, and what they do with
+// a secret is known.  True if something was added, since that may lead further.
 static bool follow_secrets(const context &c, const bash_command &command,
                            carriers *all)
 {
@@ -69,6 +79,8 @@ static bool follow_secrets(const context &c, const bash_command &command,
   return more;
 }
 
+// A function may stand behind its call and call others, so all commands are
+// looked at again until nothing new carries a secret.
 static carriers find_carriers(const context &c)
 {
   carriers all;
@@ -83,6 +95,9 @@ static carriers find_carriers(const context &c)
   return all;
 }
 
+// They run in the shell's own process: `ps` and /proc show arguments of
+// programs only.  A function of the script is such a command as well; what it
+// calls in turn is judged with its parameters.
 // Commands of bash itself, whose arguments nobody sees.
 static bool is_internal(const context &c, const std::string &name)
 {
@@ -95,6 +110,8 @@ static bool is_internal(const context &c, const std::string &name)
          starts_with(name, "orv_");
 }
 
+// By the path, so that `echo "$psk" >>/var/log/x.log` counts although echo is
+// internal.
 // Whether the command adds to a log.
 static bool writes_log(const bash_command &command)
 {
@@ -108,11 +125,15 @@ static bool writes_log(const bash_command &command)
                      });
 }
 
+// Here-strings are redirections and no words: `prog <<<"$psk"` is the way that
+// the message proposes.  One finding a command is enough.
 static void check_arguments(const context &c, const script &s,
                             const carriers &secrets,
                             const bash_command &command, findings *found)
 {
   const std::string &name = first_word(command);
+  // A log is reported for internal commands as well, since what is written
+  // there stays and is read by others than those who may see the settings.
   const bool log =
       name == "logger" || name == "systemd-cat" || writes_log(command);
   if (command.kind != BASH_SIMPLE || (is_internal(c, name) && !log)) {
@@ -150,6 +171,8 @@ static void report_shared(const script &s, const bash_word &word,
                      "create it first, as a link; use mktemp");
 }
 
+// A variable that is given a second value may be anything, and "" before a path
+// changes nothing.
 // Variables that are given one value that stands there; "" for another.
 typedef std::map<std::string, std::string> constants;
 
@@ -167,6 +190,8 @@ static constants find_constants(const script &s)
   return all;
 }
 
+// The value is put in front of the word, whose text is still the expansion:
+// only the folder at the start is asked for.
 // The word with what such a variable in front of it stands for.
 static std::string whole_path(const constants &all, const bash_word &word)
 {
@@ -180,6 +205,9 @@ static std::string whole_path(const constants &all, const bash_word &word)
   return first && value != all.end() ? value->second + word.plain : word.plain;
 }
 
+// Reading there is harmless by comparison.  Of cp and mv the last word is what
+// is written.  A name that mktemp made is a variable of a substitution and no
+// path that stands there.
 static void check_shared(const script &s, const constants &all,
                          const bash_command &command, findings *found)
 {
@@ -197,6 +225,10 @@ static void check_shared(const script &s, const constants &all,
   }
 }
 
+// Of 0755 the last digit is that of others, and its bit 2 the right to write.
+// Of fewer digits, which chmod fills up with zeros in front, nothing is said.
+// "g+w" gives it to a group, "=" and "-" are left alone, and "+w" without a
+// letter is open as far as the umask lets it be.
 // Whether a mode gives everybody the right to write.
 static bool is_open_mode(const std::string &mode)
 {
@@ -209,6 +241,7 @@ static bool is_open_mode(const std::string &mode)
          (plus == 0 || mode.find_first_of("oa") < plus);
 }
 
+// umask takes rights away, so 0 is the mode that leaves all.
 static void check_modes(const script &s, const bash_command &command,
                         findings *found)
 {
@@ -233,6 +266,8 @@ static void check_modes(const script &s, const bash_command &command,
 
 // --- messages ----------------------------------------------------------------
 
+// A test is no excuse here: it seldom looks for "$", and orv_error costs
+// nothing.
 // Whether the expansion holds what a request chose, looked at or not.
 static bool is_foreign(const context &c, const bash_command &command,
                        const bash_expansion &expansion)
@@ -241,6 +276,9 @@ static bool is_foreign(const context &c, const bash_command &command,
          !expansion.length;
 }
 
+// The name of a network, a line of a log or an answer from the network is
+// written by strangers: an access point called $N:HTTP_COOKIE$ would show it.
+// "$(<file" is a read without a command.
 // Whether the word holds what a command prints that reads others' texts.
 static bool quotes_others(const bash_word &word)
 {
@@ -257,6 +295,8 @@ static bool quotes_others(const bash_word &word)
   return readers.count(command) != 0 || starts_with(command, "<");
 }
 
+// With 2>&1 a program's complaint is in the value, which mostly quotes what it
+// was given.
 // Whether such a command, or one's complaint, gives the variable its value, and
 // nothing has looked at that here.
 static bool holds_others(const context &c, const script &s,
@@ -285,6 +325,8 @@ static const char EXPANDED[] =
     ", and messages are expanded: $N:NAME$ in it shows the environment; use "
     "orv_error or orv_msg, which escape it";
 
+// Output that goes elsewhere than to the page is no message: a file, a pipe, a
+// substitution.
 // A message made by hand is expanded: "$N:NAME$" in it shows the environment.
 static void check_message(const context &c, const script &s,
                           const bash_command &command, findings *found)
@@ -297,6 +339,8 @@ static void check_message(const context &c, const script &s,
   bool message = false;
   for (size_t i = 1; i < command.words.size(); i++) {
     const bash_word &word = command.words[i];
+    // printf 'error_x=%s\n' "$text": the words behind the format belong to the
+    // message.
     message |= starts_with(word.plain, "error_");
     if (message && quotes_others(word)) {
       report(found, *s.file, word.line, word.column, "message-text",
@@ -318,6 +362,9 @@ static void check_message(const context &c, const script &s,
 
 // --- patterns ----------------------------------------------------------------
 
+// The first word that is no option is the expression, and all others are files.
+// An option with a value of its own, such as -e, makes that value the first
+// word, which is right as well.
 // What grep is given first is an expression, unless it says -F.
 static void check_pattern(const context &c, const script &s,
                           const bash_command &command, findings *found)
@@ -347,6 +394,8 @@ static void check_pattern(const context &c, const script &s,
   }
 }
 
+// Of the script alone: what it sources is looked at when its own turn comes,
+// and would else be reported once for each that sources it.
 void check_leaks(const context &c, const script &s, findings *found)
 {
   const carriers secrets = find_carriers(c);
