@@ -12,6 +12,10 @@
 
 // The list of the loop over `variable` that begins the branch; NULL without
 // one.
+// Commands stand in the order of their ends, and the words of a `for` end
+// before its body begins: the nearest one before the branch, in the branch
+// around it, is the loop's.  If that runs over another variable, the subscript
+// is not its name.
 static const bash_command *loop_of(const judge &j, int branch,
                                    const std::string &variable)
 {
@@ -25,6 +29,10 @@ static const bash_command *loop_of(const judge &j, int branch,
   return nullptr;
 }
 
+// `for name in mtu queue; do [[ ${orv[$name]} == +([0-9]) ]] || exit; done`
+// comes to its end only when all have passed.  So the test must hold up to the
+// end of the body, and what is said of each begins behind its last command.
+// Names that a variable makes are not known, and stay as they are.
 // What a loop over names says of ${orv[$name]} it says, behind it, of each.
 static void judge_loop(const judge &j, const judgement &what,
                        const bash_command &test)
@@ -57,6 +65,8 @@ static void judge_loop(const judge &j, const judgement &what,
 
 // --- the whole ---------------------------------------------------------------
 
+// port=${orv[port]}, then a test of $port: a command may use either.  A copy
+// that is changed later is none, and was sorted out before.
 // What is said of a value is said of its copies.
 static void judge_name(const judge &j, const judgement &what, size_t index)
 {
@@ -94,6 +104,8 @@ static void judge_script(const judge &j)
 
 // --- functions ---------------------------------------------------------------
 
+// One that is called by such a function is such a one as well, so this goes on
+// until no more are found.
 // Functions that are called only where there was no message.
 static void collect_calm(context *c)
 {
@@ -108,6 +120,8 @@ static void collect_calm(context *c)
   }
 }
 
+// Behind `check_port || exit` the values count as seen by the caller; how the
+// function tells is all the same.
 // Values that a function says something of by its status: it returns where
 // they are not right, or ends with the test.
 typedef std::map<std::string, std::set<std::string>> function_values;
@@ -118,6 +132,10 @@ static bool returns_fault(const bash_command &command)
          command.words[1].plain != "0" && command.branch < 0;
 }
 
+// Two shapes are common: `is_port() { [[ $1 == +([0-9]) ]]; }`, and `[[ ... ]]
+// && return` in front of a `return 1` at the end.  With a second early return,
+// either test may have let the value through, so none decides.  A list that
+// ends in || succeeds also where the test has failed.
 // The test whose status the function ends with: its last command, or the one
 // that returns early where all else ends with a fault.  NULL without one.
 static const bash_command *
@@ -139,6 +157,8 @@ deciding_test(const script &s, const std::vector<const bash_command *> &all)
   return test;
 }
 
+// Only what holds for the whole function is its caller's: a test inside of a
+// branch may not have run.
 static function_values values_of_functions(const context &c)
 {
   function_values values;
@@ -166,6 +186,8 @@ static function_values values_of_functions(const context &c)
   return values;
 }
 
+// The file that the call stands in is found by the address of the command,
+// since a function of one file may be called in another.
 static void judge_call(const std::vector<judge> &all, const bash_command &call,
                        const std::string &name)
 {
@@ -178,6 +200,9 @@ static void judge_call(const std::vector<judge> &all, const bash_command &call,
   }
 }
 
+// A call that makes a value seen may do so in a function whose own calls then
+// do the same, hence the repetition; each pair of function and value is handed
+// on once, so it ends.
 // `check_port || exit` looks at what the function looks at.
 static void judge_calls(const std::vector<judge> &all, context *c)
 {
@@ -201,6 +226,9 @@ static void judge_calls(const std::vector<judge> &all, context *c)
   }
 }
 
+// Calls come behind all scripts: what a function says is known only when its
+// own tests have been entered.  Calm functions come last, as they depend on the
+// places where there was no message.
 void collect_judged(context *c)
 {
   const script_ways known = collect_ways(*c);

@@ -9,6 +9,8 @@
 #include "text.h"
 
 // How often the word stands in the code of a script and what it sources.
+// Words and not names are counted: one that stands in a message or a path as
+// well was not written by a slip of the finger.
 static int count_word(const device &dev, const std::set<std::string> &files,
                       const std::string &word)
 {
@@ -22,6 +24,8 @@ static int count_word(const device &dev, const std::set<std::string> &files,
 }
 
 // The names that the script's forms can show or post.
+// What a text shows counts as well as what can be entered: $V:state$ is a
+// reason to report "state".
 static std::set<std::string> names_of_forms(const device &dev,
                                             const std::string &script_name)
 {
@@ -52,17 +56,23 @@ struct name_check {
   findings *found;
 };
 
+// "port#" stands for the column "port".
 static std::string plain_name(const literal_name &at)
 {
   const std::string name = lower(at.name);
   return name.substr(0, name.find_last_not_of('#') + 1);
 }
 
+// A cell's name is looked for with its row's number first, since an item
+// outside of tables may end in a digit.
 static bool has_item(const name_check &c, const std::string &name)
 {
   return c.items.count(name) + c.items.count(without_digits(name)) != 0;
 }
 
+// orv_put may report what no item shows, such as live_seconds, so a name
+// without a near one is left alone.  What orv_read asks for comes from the page
+// or from nowhere, and needs no likeness to anything.
 // A name that is asked for (`asked`) is the page's; of others a near one is.
 static void check_script_name(const name_check &c, const literal_name &at,
                               bool asked)
@@ -95,6 +105,8 @@ static bool is_plain_key(const std::string &key)
   return !key.empty() && std::all_of(key.begin(), key.end(), is_name_char);
 }
 
+// A subscript that is put together, ${orv[port$row]}, says too little of the
+// name.
 static void add_keys(const bash_word &word, std::vector<named_place> *places)
 {
   for (const bash_expansion &expansion : word.expansions) {
@@ -120,6 +132,8 @@ static void add_given(const script &s, const bash_command &command,
   if (taker == takers.end()) {
     return;
   }
+  // The first word of orv_store is a file; behind the name that the others take
+  // come its value, or a pattern.
   const size_t first = taker->first == "orv_store" ? 2 : 1;
   static const std::set<std::string> of_one = {"orv_put", "orv_show_hash",
                                                "orv_take_hash"};
@@ -159,6 +173,9 @@ static std::vector<named_place> places_of(const script &s)
 }
 
 // Bash distinguishes capitals, so a name has one spelling.
+// The page takes both spellings for one name, and in the array they are two:
+// what orv_read stores in orv[mtu] is not found in ${orv[MTU]}.  Small letters
+// count as the right ones, and only the first name with others is reported.
 static void check_spelling(const name_check &c,
                            const std::vector<named_place> &places)
 {
@@ -188,6 +205,8 @@ static void check_keys_of(const device &dev, const script &s, findings *found)
   name_check c = {
       dev, s,    with_sources(dev, s.name), names_of_forms(dev, s.name),
       {},  found};
+  // A script that no form runs has nobody's names, and everything in it would
+  // be foreign.
   if (c.items.empty()) {
     return;
   }

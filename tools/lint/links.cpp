@@ -15,10 +15,14 @@
 #include "text.h"
 
 // The executable's own part of an address: the usual one.
+// A device may have it elsewhere.  With a longer address more links are cut
+// than are reported here; with a shorter one, fewer.
 static const std::string script_url = "/cgi-bin/orv";
 
 // --- one link ----------------------------------------------------------------
 
+// A "/" as the first character belongs to the form's name, which then is none
+// that exists.
 link_target split_target(const std::string &target)
 {
   const size_t slash = target.find('/', 1);
@@ -43,6 +47,7 @@ static std::set<std::string> form_names(const device &dev)
   return names;
 }
 
+// "%" since the word may be the format of printf, whose values are not known.
 bool is_inserted(const std::string &text)
 {
   return text.find('$') != std::string::npos ||
@@ -51,6 +56,8 @@ bool is_inserted(const std::string &text)
 }
 
 // Whether the step says that the form makes no sense.
+// By the library or by hand; orv_msg alone is no refusal, as the page is drawn
+// with its message.
 static bool is_refusal(const task_step &step)
 {
   return first_word(*step.command) == "orv_fatal" ||
@@ -63,6 +70,8 @@ static bool is_refusal(const task_step &step)
 
 // Whether the form's read script refuses to go on without one of its list: then
 // a link without a sub-item leads nowhere.
+// Any refusal on its way counts, certain or not: a script that asks for its
+// sub-item mostly compares it with a list that stands nowhere.
 static bool names_subitem(const device &dev, const form &f)
 {
   const task_run read = follow_task(dev, f, TASK_READ);
@@ -74,6 +83,7 @@ static bool names_subitem(const device &dev, const form &f)
 static bool looks_at_subitem(const task_run &read, const form &f)
 {
   const std::vector<std::string> words = split_words(f.scripts[TASK_READ].text);
+  // "$@" hands on all arguments, the sub-item among them.
   std::set<std::string> numbers = {"@", "*"};
   for (size_t i = 1; i < words.size(); i++) {
     if (words[i].find("$S$") != std::string::npos) {
@@ -97,6 +107,8 @@ static bool looks_at_subitem(const task_run &read, const form &f)
       });
 }
 
+// A certain step is needed here: a refusal that depends on the device's state,
+// or on a list that another program makes, says nothing of this sub-item.
 // Whether it does so with this one, whatever else holds.
 static bool refuses(const device &dev, const form &f,
                     const std::string &subitem)
@@ -112,11 +124,15 @@ static bool refuses(const device &dev, const form &f,
 // Whether a form without a script has files for sub-items.
 static bool has_subitems(const device &dev, const std::string &name)
 {
+  // The names are sorted, so the first that is not less is one of them, if any
+  // is.
   const auto file = dev.settings.lower_bound(name + "@");
   return file != dev.settings.end() && starts_with(*file, name + "@");
 }
 
 // A link must say which of several things it means, and none that is not there.
+// A form that has a file of its own name as well works without a sub-item.
+// What a script makes up when it runs cannot be compared with anything.
 static void check_subitem(const device &dev, const source_file &file, int line,
                           int column, const link_target &link, findings *found)
 {
@@ -143,6 +159,8 @@ static void check_subitem(const device &dev, const source_file &file, int line,
   }
 }
 
+// The caller goes on to the sub-item only then: of a form that is not there
+// nothing can be said.
 // Whether the form is there, and its address short enough.
 static bool check_form(const device &dev, const source_file &file, int line,
                        int column, const link_target &link, findings *found)
@@ -173,6 +191,7 @@ void check_target(const device &dev, const source_file &file, int line,
 
 // --- menus -------------------------------------------------------------------
 
+// Its entries are reported by scripts, and are looked at where those are.
 // An imenu leads to the form of its name unless an entry says otherwise.
 static void check_menu(const device &dev, const form &f, const form_item &item,
                        findings *found)
@@ -193,6 +212,9 @@ static void check_menu(const device &dev, const form &f, const form_item &item,
 // --- which forms are reached -------------------------------------------------
 
 // The forms that a text names as a link would.
+// A name that is also an ordinary word may come up in any text, so a form is
+// sometimes taken for reached that is not.  The other fault, a form that is
+// reached and reported, would be worse.
 static void add_words(const device &dev, const std::string &text,
                       std::set<std::string> *reached)
 {
@@ -209,6 +231,9 @@ static void add_words(const device &dev, const std::string &text,
   }
 }
 
+// Entries of a menu may be made anywhere in the form's scripts; those of a bar
+// stand in a here-document, in words of commands or in arrays that a loop
+// prints.  Comments are left out in all of these.
 // Bars are read word by word: whatever a word says, it may be a link.
 static void add_links(const device &dev, const form &f,
                       std::set<std::string> *reached)
@@ -255,6 +280,8 @@ static void add_links(const device &dev, const form &f,
   }
 }
 
+// The special forms are where it starts: the system shows them without a link.
+// The set is copied before the loop, which adds to it.
 // From the start page on, until nothing new is found.
 static void check_reached(const device &dev, findings *found)
 {
@@ -283,6 +310,7 @@ static void check_special(const device &dev, findings *found)
 {
   for (const std::string &name : special_forms) {
     if (dev.forms.count(name) == 0) {
+      // There is no file to report it in, so the place is where it should be.
       source_file missing;
       missing.path = dev.dir + "/templates/" + name + ".tpl";
       report(found, missing, 1, 1, "special-form",
@@ -294,6 +322,8 @@ static void check_special(const device &dev, findings *found)
 
 // --- messages of the page ----------------------------------------------------
 
+// An `if $E$` only asks whether there is a message.  A form without anything to
+// enter has no Submit, and so no errors of its own.
 static void check_page_message(const form &f, findings *found)
 {
   const auto input = std::find_if(f.items.begin(), f.items.end(), is_editable);

@@ -18,6 +18,9 @@ static const form_line *header_line(const form &f, const char *keyword)
 }
 
 // The first line that shows something in that view alone.
+// One line is enough to report, and the first is where a reader looks.  A tag
+// counts in any text, not in conditions alone: "if $X$" and a text that says
+// $X$ both change with the button.
 static const form_line *first_use(const form &f, const std::string &tag,
                                   const char *keyword)
 {
@@ -30,6 +33,8 @@ static const form_line *first_use(const form &f, const std::string &tag,
   return at != f.lines.end() ? &*at : nullptr;
 }
 
+// A button that does nothing is tried again and again by users; a text that no
+// button shows was written for nobody.
 // A button and what it shows belong together.
 static void check_view(const form &f, const char *mode, const form_line *use,
                        const std::string &button, findings *found)
@@ -54,6 +59,8 @@ static bool is_number(const std::string &word)
          word.find_first_not_of("0123456789", start) == std::string::npos;
 }
 
+// Lists and menus of entries are let out: their second word is a name, not a
+// number.  Of all others the words behind the first are numbers.
 // The parser takes these lines and drops the words without a report.
 static void check_words(const form &f, const form_line &line, findings *found)
 {
@@ -65,6 +72,8 @@ static void check_words(const form &f, const form_line &line, findings *found)
   const size_t used = static_cast<size_t>(row->words);
   const std::vector<std::string> words = split_words(line.text);
   for (size_t i = 0; i < words.size(); i++) {
+    // The first place where the word stands, which is only the column of the
+    // finding.
     const size_t at = line.text.find(words[i]);
     if (i >= used) {
       const bool else_if = line.keyword == "else" && words[0] == "if";
@@ -85,6 +94,9 @@ static void check_words(const form &f, const form_line &line, findings *found)
 
 // --- values of choices -------------------------------------------------------
 
+// A value goes to scripts between double quotes, with nothing escaped in it: a
+// quote of its own would end it there for whoever takes them off.  Values of
+// menus are links, and their names are judged with forms.
 static void check_choice_value(const form &f, const form_line &line,
                                findings *found)
 {

@@ -12,6 +12,8 @@
 
 // A name travels in hidden fields behind a letter and "_".
 static constexpr size_t NAME_MAX_LENGTH = ORV_NAME_MAX - ORV_NAME_PREFIX;
+// More rows than the store keeps are drawn and never stored, so their numbers
+// need no room.
 static constexpr size_t ROW_DIGITS = ORV_STORED_ROW_DIGITS;
 
 static bool is_variable(const form_item &item)
@@ -21,11 +23,15 @@ static bool is_variable(const form_item &item)
 
 // --- one name ----------------------------------------------------------------
 
+// What the page posts by itself, and the three names that control it when
+// scripts report them.
 static const std::set<std::string> reserved = {
     "form",        "subitem",  "action",        "return",
     "continue",    "scroll_y", "anchor_target", "cgi_vars_loaded",
     "expert_mode", "msg",      "fatal",         "always_submit"};
 
+// The parser takes any word for a name.  Bash does not: in orv[my-lan] the name
+// is a text, but $my-lan is the value of "my" with "-lan" behind it.
 static void check_characters(const form &f, const form_item &item,
                              findings *found)
 {
@@ -44,6 +50,8 @@ static void check_characters(const form &f, const form_item &item,
   }
 }
 
+// Without regard to capitals, as the page compares them: a field "Form" is
+// swallowed like "form".
 // The page's own fields win over items, and prefixes over both.
 static void check_reserved(const form &f, const form_item &item,
                            findings *found)
@@ -57,6 +65,8 @@ static void check_reserved(const form &f, const form_item &item,
             " is reserved for the page, so the value never reaches a script");
   } else if (name.size() > 1 && name[1] == '_' &&
              strchr("duco", name[0]) != nullptr) {
+    // "u_mtu" is what the user has entered for "mtu": the two would share one
+    // value.
     report(found, f, line, 0, "name-prefix",
            in_quotes(item.name) + " means one value of " +
                in_quotes(item.name.substr(2)) + ", not a name of its own");
@@ -71,6 +81,7 @@ static void check_reserved(const form &f, const form_item &item,
   }
 }
 
+// Outside of tables a digit at the end is usual and harmless: dns1, dns2.
 // route1 and row 0 make route10, and so do route and row 10.
 static void check_digit(const form &f, const form_item &item, findings *found)
 {
@@ -83,6 +94,8 @@ static void check_digit(const form &f, const form_item &item, findings *found)
   }
 }
 
+// A name that is too long by a digit works until the tenth row is filled in, so
+// the room for that is taken off at once.
 static void check_length(const form &f, const form_item &item, findings *found)
 {
   const size_t room = NAME_MAX_LENGTH - (item.table >= 0 ? ROW_DIGITS : 0);
@@ -96,6 +109,9 @@ static void check_length(const form &f, const form_item &item, findings *found)
 
 // --- names beside each other -------------------------------------------------
 
+// The same condition once met and once not, by its if and else or by another if
+// with the same text.  Whether two different conditions can be met at once
+// depends on values, and then both may be drawn.
 // Whether the two are never drawn on the same page.
 static bool exclude_each_other(const form_item &a, const form_item &b)
 {
@@ -115,6 +131,10 @@ static std::vector<note> first_use(const form &f, const form_item &item)
            in_quotes(item.name) + " is here"}};
 }
 
+// Two read-only fields of one name show one value in two places and post
+// nothing.  A different spelling is reported before anything else, since it is
+// wrong in two sections that exclude each other as well: a script knows one of
+// them.
 static void compare(const form &f, const form_item &first,
                     const form_item &second, findings *found)
 {
@@ -137,6 +157,8 @@ static void compare(const form &f, const form_item &first,
 // The items of a form by their names in small letters.
 typedef std::map<std::string, std::vector<const form_item *>> named_items;
 
+// All ways to part the digits at the end are tried: "lan12" is row 2 of "lan1"
+// as well as row 12 of "lan".
 // A column named port makes port0, port1 and so on.
 static void check_clashes(const form &f, const form_item &item,
                           const named_items &columns, findings *found)
@@ -157,6 +179,8 @@ static void check_clashes(const form &f, const form_item &item,
   }
 }
 
+// A generated template with a thousand fields of one name must not take a
+// million comparisons; the first findings tell as much.
 // Of more items of one name, only the first are compared.
 static constexpr size_t SAME_NAME_MAX = 20;
 
@@ -170,6 +194,8 @@ static void check_form(const form &f, findings *found)
   }
   named_items before;
   for (const form_item &item : f.items) {
+    // An item without a name was refused by the parser and got a name here, so
+    // that the lines behind it could be read.
     if (!is_variable(item) || starts_with(item.name, "unnamed")) {
       continue;
     }
@@ -188,6 +214,9 @@ static void check_form(const form &f, findings *found)
   }
 }
 
+// It is also that of a file, so under the strict policy only harmless
+// characters are let through, and nothing that begins like "..", or like an
+// option.
 // The name of a form comes with a request.
 static void check_form_name(const form &f, findings *found)
 {

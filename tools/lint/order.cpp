@@ -10,6 +10,9 @@
 
 // --- what comes before what --------------------------------------------------
 
+// Two calls of the library of which the first must come before the second, and
+// what happens otherwise: none of it fails at run time, so that the author sees
+// only that a value is lost now and then.
 struct call_order {
   const char *first;
   const char *second;
@@ -17,8 +20,14 @@ struct call_order {
   const char *why;
 };
 
+// Here the first calls of both are compared: a second one later mends nothing,
+// since the values are overwritten or the file is stored by then.  Only the
+// first row that is broken is reported, since one misplaced call breaks
+// several.
 static const call_order orders[] = {
     {"orv_load", "orv_read", true, "overwrites what the user entered"},
+    // The old settings are kept aside by the store itself, if it knows by then
+    // that the change is guarded.
     {"orv_guard", "orv_store", true,
      "has nothing to go back to: the old settings are already gone"},
     {"orv_read", "orv_secret", false,
@@ -35,12 +44,15 @@ static const call_order orders[] = {
     {"orv_stamp", "orv_store", true,
      "is too late: what somebody else saved is already overwritten"},
     {"orv_lock", "orv_store", true, "is too late: it protects nothing"},
+    // orv_secret puts the loaded value in the place of a blank one.
     {"orv_load", "orv_secret", true,
      "is too late: the stored secret that a blank field keeps is unknown"},
     {"orv_error", "orv_store", true,
      "is too late: the values are already stored"},
 };
 
+// These may stand in both places: a script that ticks its boxes again after it
+// has read them, or stores once more after a change, is right.
 // Here every call of the second stands before the first of the first.
 static const call_order late_orders[] = {
     {"orv_read", "orv_tick", false, "has no values from the page yet"},
@@ -78,6 +90,7 @@ static void report_order(const task_run &run, const call_order &row,
                              in_quotes(row.first) + " " + row.why);
 }
 
+// True if it was reported.
 // Every call of the second stands before the first of the first.
 static bool check_late(const task_run &run, const call_order &row,
                        findings *found)
@@ -105,6 +118,8 @@ static void check_orders(const task_run &run, findings *found)
     return check_late(run, row, found);
   };
   if (!std::any_of(std::begin(late_orders), std::end(late_orders), late)) {
+    // Here, too, one finding is enough: any_of ends at the first row that
+    // reports.
     run.task == TASK_READ
         ? std::any_of(std::begin(read_orders), std::end(read_orders), late)
         : std::any_of(std::begin(page_orders), std::end(page_orders), late);
@@ -113,6 +128,8 @@ static void check_orders(const task_run &run, findings *found)
 
 // orv_store FILE ... || orv_changes: what is due after a save runs where it
 // failed.
+// The library keeps what was changed in variables that a store fills, so behind
+// a refused one orv_changes tells of nothing, or of another file.
 static void check_success(const task_run &run, findings *found)
 {
   static const std::set<std::string> due = {"orv_changes", "orv_log_changes",
@@ -132,11 +149,15 @@ static void check_success(const task_run &run, findings *found)
   }
 }
 
+// The store writes the file whole: what the other save changed in between is
+// then written back as it was loaded.
 // Between a load without the lock and the store another save may come.
 static void check_lock(const task_run &run, findings *found)
 {
   const size_t load = find_call(run, "orv_load");
   const size_t lock = find_call(run, "orv_lock");
+  // NOWHERE is the largest number, so a lock that is missing is not before the
+  // load.
   if (load == NOWHERE || !calls(run, "orv_store") || lock < load) {
     return;
   }
@@ -151,6 +172,8 @@ static void check_lock(const task_run &run, findings *found)
   }
 }
 
+// Only what runs for certain: `[[ $1 != --write ]] || orv_lock` is in every
+// task's text and runs in one.
 // A page that is only shown waits for saves and holds them up.
 static void check_read_lock(const task_run &read, findings *found)
 {
@@ -164,6 +187,9 @@ static void check_read_lock(const task_run &read, findings *found)
 
 // --- what goes with what -----------------------------------------------------
 
+// One half alone does nothing; a script without both may not want it.  The
+// finding stands where the missing call belongs, behind the last step that must
+// come before it.
 // The stamp that one task reports the other compares.
 static void check_stamps(const task_run &read, const task_run &write,
                          findings *found)
@@ -187,6 +213,8 @@ static void check_stamps(const task_run &read, const task_run &write,
   }
 }
 
+// A check script that stands beside orv-store judges what will be stored, which
+// is the stored value where the request has none.
 // What a request leaves out is blank, unless it was loaded: orv-store keeps it.
 static void check_rules_load(const form_runs &runs)
 {
@@ -201,6 +229,8 @@ static void check_rules_load(const form_runs &runs)
   }
 }
 
+// On a long page, or on a phone, the field may be far below.  The check task
+// alone is asked: the write task mostly runs the same lines.
 // A fault that is marked and not said at the top is easily overlooked.
 static void check_end(const task_run &check, findings *found)
 {
@@ -221,6 +251,8 @@ static void check_end(const task_run &check, findings *found)
   }
 }
 
+// All pairs of branches around the two are compared, as the arms may be of a
+// command far outside.
 // Whether the two branches are arms of one command, or stand in such.
 static bool excludes(const script &s, int a, int b)
 {
@@ -237,6 +269,8 @@ static bool excludes(const script &s, int a, int b)
   return false;
 }
 
+// What follows in the text may be in another arm: the next command that can
+// really run behind it decides.  The ends of compound commands do nothing.
 // orv_fatal says so and goes on.
 static void check_fatal(const task_run &run, findings *found)
 {
@@ -263,6 +297,8 @@ static void check_fatal(const task_run &run, findings *found)
 
 // --- arguments ---------------------------------------------------------------
 
+// A function library of a device is sourced by scripts with different lines: an
+// argument counts as missing when no line gives it.
 // What scripts ask for of their arguments, in all runs of all forms.
 struct asked_arguments {
   std::map<const bash_expansion *, const script *> present;
@@ -275,6 +311,8 @@ static void add_asked(const task_run &run, asked_arguments *all)
   all->absent.insert(run.absent.begin(), run.absent.end());
 }
 
+// The slash keeps "port.sh" from being found in "export.sh", and the characters
+// behind it from "port.sh.old".
 // Whether the code has the script's name as the end of a path or a word.
 static bool names_script(const std::string &code, const std::string &name)
 {
@@ -290,6 +328,8 @@ static bool names_script(const std::string &code, const std::string &name)
   return false;
 }
 
+// Then its arguments may be any.  "$0" with arguments is a script that starts
+// itself anew.
 // Whether something else than a header's line may run the script.
 static bool is_run_by_others(const device &dev, const script &of)
 {
@@ -302,6 +342,8 @@ static bool is_run_by_others(const device &dev, const script &of)
                      });
 }
 
+// One finding for each argument of a script: a parameter that is missing is
+// missing wherever it stands.
 static void check_asked(const device &dev, const asked_arguments &all,
                         findings *found)
 {
@@ -320,6 +362,8 @@ static void check_asked(const device &dev, const asked_arguments &all,
 
 // --- the whole ---------------------------------------------------------------
 
+// What a check script does twice, because it is the write script as well, is
+// found twice at the same place, and equal findings are one.
 static void check_runs(const form_runs &runs)
 {
   for (const task_run *run : {&runs.read, &runs.check, &runs.write}) {
@@ -356,6 +400,8 @@ void check_order(const device &dev, findings *found)
     for (const task_run *run : {&runs.read, &runs.check, &runs.write}) {
       add_asked(*run, &asked);
     }
+    // Where a task calls what cannot be followed, that may make any of the
+    // calls that seem to be missing.
     if (!runs.read.opaque && !runs.check.opaque && !runs.write.opaque) {
       check_fatal(runs.read, found);
       check_duties(runs);
