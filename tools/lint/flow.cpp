@@ -23,6 +23,9 @@ static bool is_parameter(const std::string &name)
 }
 
 // The name with the function that it belongs to.
+// A name that no function declares by `local` is the script's own wherever it
+// is set.  That bash lets a called function see its caller's locals is left
+// aside.
 std::string scoped(const context &c, const std::string &function,
                    const std::string &name)
 {
@@ -38,6 +41,9 @@ const std::string &first_word(const bash_command &command)
              : none;
 }
 
+// orv["port$row"] and orv[port${row}] are one element, and a test of one must
+// be found for the other.  Braces with an operator stay: ${row%x} is another
+// value.
 // "${row}" is "$row", and quotes in a subscript change nothing.
 std::string full_name(const bash_expansion &expansion)
 {
@@ -58,6 +64,8 @@ std::string full_name(const bash_expansion &expansion)
 
 // --- what comes from a request -----------------------------------------------
 
+// ${x//[!a-z]/} leaves none but the letters, ${x@Q} quotes what a shell would
+// act on, and ${x:+set} is a text of the script.
 // Takes away all but plain characters.
 static bool cleans(const std::string &rest)
 {
@@ -66,6 +74,8 @@ static bool cleans(const std::string &rest)
          rest == "+" || starts_with(rest, ":+") || starts_with(rest, "+");
 }
 
+// Commands stand in vectors that do not change while they are looked at, so the
+// address tells the script.
 const script *owner_of(const context &c, const bash_command &command,
                        size_t *index)
 {
@@ -80,6 +90,8 @@ const script *owner_of(const context &c, const bash_command &command,
   return nullptr;
 }
 
+// What a test says of ${orv[a]} it does not say of ${orv[b]}, so the name with
+// its subscript is asked for.  ${line%%=*} may have been looked at by itself.
 // Whether the expansion brings in a value that nothing has looked at.
 bool is_input(const context &c, const bash_command &command,
               const bash_expansion &expansion)
@@ -109,6 +121,8 @@ const bash_expansion *input_of(const context &c, const bash_command &command,
   return nullptr;
 }
 
+// A broad net on purpose: of what root runs, a value too many is compared once
+// more, and a value too few is believed.
 // Whether the text names the settings, or what loads them.
 bool names_store(const std::string &text)
 {
@@ -122,6 +136,8 @@ bool names_store(const std::string &text)
 
 // The file that the command, or the loop that it begins, reads; NULL for what
 // comes another way.
+// `while read -r line; do ...; done <FILE`: the redirection stands at the end
+// of the loop, behind all commands of its body.
 static const bash_redirect *file_of(const context &c,
                                     const bash_command &command)
 {
@@ -143,6 +159,8 @@ static const bash_redirect *file_of(const context &c,
   return nullptr;
 }
 
+// A file that a script reads is the device's, unless root's program reads what
+// the forms have stored.  That may come through a pipe as well.
 // Whether the command reads the script's own input.
 static bool reads_input(const context &c, const bash_command &command)
 {
@@ -167,6 +185,8 @@ static bool add_input(context *c, const bash_command &command,
 // The variables that read, mapfile and the like fill.
 static bool follow_reading(context *c, const bash_command &command)
 {
+  // Of -a the name that follows is filled like the others, so it is no option's
+  // value, and -s has none for read.
   static const std::set<std::string> readers = {"read", "mapfile", "readarray"};
   static const std::string with_value = "dinNptuaCcsO";
   if (readers.count(first_word(command)) == 0 || !reads_input(*c, command)) {
@@ -187,6 +207,8 @@ static bool follow_reading(context *c, const bash_command &command)
   return more;
 }
 
+// Spelt as they are mostly written; a script that reads it in another way has
+// values that are not followed.
 // The whole of standard input as one value.
 static bool reads_all(const std::string &value)
 {
@@ -208,6 +230,7 @@ static bool takes_stored(const context &c, const std::string &value)
           c.functions.count(first_word(value.substr(start + 2))) != 0);
 }
 
+// Only "%s" hands on the text; "%d" makes a number of it.
 // printf -v NAME FORMAT VALUE...
 static bool follow_printf(context *c, const bash_command &command)
 {
@@ -225,6 +248,8 @@ static bool follow_printf(context *c, const bash_command &command)
 }
 
 // A variable made of input is input.
+// What was looked at before is no input any more, and neither is its copy.  The
+// variable of a `for` gets each word of its list.
 static bool follow_assignments(context *c, const bash_command &command)
 {
   bool more = false;
@@ -251,6 +276,7 @@ static bool follow_assignments(context *c, const bash_command &command)
   return more;
 }
 
+// With ([0-9]+) a group can hold digits alone.
 // An expression that lets anything into the groups of BASH_REMATCH.
 static bool is_loose(const std::string &expression)
 {
@@ -278,6 +304,7 @@ static bool follow_match(context *c, const bash_command &command)
   return false;
 }
 
+// In `g x "$@"` the caller's first is the second of g.
 // "$@" hands on all arguments as they are, from the parameter `first` on.
 static bool follow_all(context *c, const bash_command &command,
                        const std::string &name, size_t first)
@@ -293,6 +320,8 @@ static bool follow_all(context *c, const bash_command &command,
   return more;
 }
 
+// The library's own functions are left out: they evaluate nothing of what they
+// are given.
 // The parameters of a function that is called with a request's values.
 static bool follow_call(context *c, const bash_command &command)
 {
@@ -315,6 +344,7 @@ static bool follow_call(context *c, const bash_command &command)
   return more;
 }
 
+// Sets only grow, so it comes to an end.
 // Until nothing new is reached: functions may call each other in any order.
 static void follow_input(context *c)
 {
@@ -331,6 +361,8 @@ static void follow_input(context *c)
   }
 }
 
+// The order matters in both: which names are local decides what a judgement is
+// about, and only what nothing has judged is followed on as input.
 context follow_stored(const device &dev, const script &s)
 {
   context c = {dev, {&s}, {}, {}, {}, {}, {}, {"orv", "orv_was", "orv_label"},

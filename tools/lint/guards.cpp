@@ -16,6 +16,8 @@ struct guard_call {
   const bash_command *command;
 };
 
+// The first is enough: what is asked of a device with one guarded change is the
+// same for several.
 static guard_call find_guard(const device &dev)
 {
   for (const auto &entry : dev.scripts) {
@@ -41,6 +43,8 @@ bool leads_to_pending(const device &dev, const std::string &bar)
          });
 }
 
+// A bar is on every page, so whoever comes back finds the entry, whichever way
+// he came.
 static void check_bar(const device &dev, const std::string &bar,
                       const guard_call &guard, findings *found)
 {
@@ -55,6 +59,7 @@ static void check_bar(const device &dev, const std::string &bar,
            "this change waits to be kept"}});
 }
 
+// An item that no condition ever shows is enough for a page to have one.
 // A page without anything to enter has no Submit, which is what keeps it.
 static void check_keeper(const form &f, findings *found)
 {
@@ -65,6 +70,7 @@ static void check_keeper(const form &f, findings *found)
   }
 }
 
+// A condition on it shows nothing by itself.
 // The page that confirms a save must say that the change goes back.
 static void check_saved(const device &dev, const guard_call &guard,
                         findings *found)
@@ -90,6 +96,8 @@ static void check_saved(const device &dev, const guard_call &guard,
 
 // A word that is a number, or a variable that is given one and nothing else;
 // "" for any other.
+// LIMIT=120, once in the script and used in both calls, is the way to keep
+// them equal; a variable that is set twice may be either.
 static std::string number_of(const script &s, const bash_word &word)
 {
   std::string value = word.expansions.empty() ? word.plain : "";
@@ -109,6 +117,8 @@ static std::string number_of(const script &s, const bash_word &word)
                                                                     : "";
 }
 
+// One call whose seconds are not known may be the one that belongs to the
+// number, so the whole script is left alone then.
 // What the page counts down is what orv_guard waits.
 static void check_seconds(const script &s, findings *found)
 {
@@ -142,6 +152,8 @@ void check_guards(const device &dev, findings *found)
     check_seconds(entry.second, found);
   }
   const auto keeper = dev.forms.find(KEEPER);
+  // This form can be wrong on a device that guards nothing yet, so it is looked
+  // at first.
   if (keeper != dev.forms.end() && keeps_itself(dev, keeper->second)) {
     check_keeper(keeper->second, found);
   }
@@ -158,6 +170,7 @@ void check_guards(const device &dev, findings *found)
     return;
   }
   check_saved(dev, guard, found);
+  // Most forms share one bar, which is reported once.
   std::set<std::string> bars;
   for (const auto &entry : dev.forms) {
     bars.insert(entry.second.scripts[TASK_NAVBAR].script);

@@ -17,6 +17,8 @@ static bool is_file(const std::string &path)
   return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
+// What is odd was reported where it lies, and a link to orv-store needs nothing
+// to be there: the device that is built has it.
 bool lacks_script(const device &dev, const script_line &line)
 {
   return !line.script.empty() &&
@@ -34,6 +36,7 @@ static std::set<std::string> script_names(const device &dev)
   return names;
 }
 
+// Any other script that is missing fails before something is stored.
 // What the page says when the script cannot be run.
 static std::string consequence(const std::string &keyword)
 {
@@ -42,6 +45,8 @@ static std::string consequence(const std::string &keyword)
              : "";
 }
 
+// The execute permission is reported at the script, since that is what must be
+// changed, and once, however many forms run it.
 // The default lines count, too: a form without a line runs them.
 static void check_script_file(const device &dev, const form &f,
                               const script_line &line, findings *found)
@@ -84,6 +89,8 @@ static void check_bar_task(const device &dev, const form &f, findings *found)
   }
 }
 
+// Lines that name different scripts may differ on purpose, and so may a default
+// line, which always hands it on.
 // One of the lines forgets the sub-item that the others hand on.
 static void check_handed_on(const form &f, findings *found)
 {
@@ -116,6 +123,7 @@ static size_t subitem_word(const script_line &line)
 
 // Of lines of one script the one whose sub-item stands elsewhere: the script
 // takes another word for it.
+// The read line is the measure, as it is the one that is tried first.
 static void check_moved(const form &f, findings *found)
 {
   const script_line &read = f.scripts[TASK_READ];
@@ -136,10 +144,13 @@ static void check_moved(const form &f, findings *found)
 
 // --- values in the line ------------------------------------------------------
 
+// A blank is enough: where that can be quoted, everything can.
 // A sub-item that stands for what the shell would act on.
 static const char HOSTILE[] = "a b";
 static constexpr size_t TAG_LENGTH = 3; // of $S$
 
+// Then $T$ in a script line is as dangerous as $S$; a title of the author's own
+// is put there as it is written.
 // Whether the title inserts what a request can choose.
 static bool title_of_request(const form &f)
 {
@@ -149,6 +160,8 @@ static bool title_of_request(const form &f)
   });
 }
 
+// Quotes bring the value to them as one word, which they read as a program.
+// The shell must stand before its -c: `grep -c` is another option.
 // The words of the shell that run their arguments once more.
 static bool evaluates(const std::string &before)
 {
@@ -172,6 +185,7 @@ static bool evaluates(const std::string &before)
   return false;
 }
 
+// An "eval" in front of a ";" is another command's.
 // The command that the value stands in, up to the value.
 static std::string command_before(const std::string &text, size_t at)
 {
@@ -181,6 +195,7 @@ static std::string command_before(const std::string &text, size_t at)
       start == std::string::npos || start >= at ? at : at - start - 1);
 }
 
+// In '...' a backslash is a character like others.
 // Whether the character at `at` stands outside of quotes.
 static bool is_bare(const std::string &text, size_t at)
 {
@@ -197,6 +212,8 @@ static bool is_bare(const std::string &text, size_t at)
   return quote == '\0';
 }
 
+// The executable's own function decides, so that nothing is reported that a
+// page would run, and the other way round.  It takes values between NUL bytes.
 // Whether the value at `at` of `marked` can be quoted where it stands; the
 // other values are harmless ones.
 static bool can_quote(const std::string &text,
@@ -214,6 +231,7 @@ static bool can_quote(const std::string &text,
   return shell_quote(marked.c_str(), marked.size(), nullptr, &length);
 }
 
+// As the last one it may be absent: a script without a sub-item has none.
 // Whether an argument of its own disappears with the value, and others follow.
 static bool moves_arguments(const std::string &text, size_t at)
 {
@@ -250,6 +268,7 @@ static void check_value(const form &f, const script_line &line,
   }
 }
 
+// All values are found before one is judged, as the line is quoted as a whole.
 // Only what a request can choose is looked at: a form's name is that of a
 // file.
 static void check_values(const form &f, const script_line &line,

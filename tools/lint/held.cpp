@@ -49,6 +49,8 @@ calls_of(const context &c, const bash_command &command)
                                                             : &calls->second;
 }
 
+// Without a test for messages in the whole script nothing is calm, whoever
+// calls.
 bool is_calm(const context &c, const bash_command &command, size_t since)
 {
   const auto places = c.judged.find(NO_MESSAGE);
@@ -64,6 +66,8 @@ bool is_calm(const context &c, const bash_command &command, size_t since)
 }
 
 // Whether the place says it for the command, whoever calls its function.
+// A test that only gives a message lets a wrong value go on, so it counts
+// behind a later test that there was none.
 static bool holds_at(const context &c, const judged_place &place,
                      const standing &at)
 {
@@ -77,6 +81,9 @@ static bool holds_at(const context &c, const judged_place &place,
   return whole && (place.wrong == LEAVES || is_calm(c, at.command, 0));
 }
 
+// A function without a call that is written out counts as judged: what it is
+// given is not known, and a false alarm would be worse.  A call from within
+// itself says nothing new.
 static bool is_judged_by(const context &c, const bash_command &command,
                          const std::vector<judged_place> &places, int depth)
 {

@@ -10,6 +10,8 @@
 #include "sinks.h"
 #include "text.h"
 
+// Callers pass only words that bash splits: x=$y, [[ ]] and the subject of a
+// case are not, and `cat <<<$x` gives the whole value.
 // One finding per word: one pair of quotes fixes all of it.
 static void check_unquoted(const sink &at, const bash_word &word)
 {
@@ -25,6 +27,9 @@ static void check_unquoted(const sink &at, const bash_word &word)
   }
 }
 
+// $((10#-5)) is an error, since the base stands before digits alone, and
+// 10#0x10 is one as well.  So 10# is enough only for checks that let digits
+// through and nothing else.
 // A number that the page has checked may be 0900, 0x10 or -5.
 void check_octal(const sink &at, const bash_expansion &expansion)
 {
@@ -43,6 +48,8 @@ void check_octal(const sink &at, const bash_expansion &expansion)
                        "y ], or call orv_number first"));
 }
 
+// Octal is reported for checked values, too: "09" passes every check for a
+// number, and [[ 09 -gt 8 ]] is an error that counts as false.
 static void check_number(const sink &at, const bash_word &word, bool operand)
 {
   for (const bash_expansion &expansion : word.expansions) {
@@ -60,6 +67,8 @@ static void check_number(const sink &at, const bash_word &word, bool operand)
   }
 }
 
+// What root runs lies in other folders, so a name below scripts/ says nothing
+// there.
 // A sourced file of the folder that does not exist.
 static void check_sourced(const sink &at, const bash_word &word)
 {
@@ -80,6 +89,10 @@ static void check_sourced(const sink &at, const bash_word &word)
 }
 
 // Files that run in the shell itself.
+// A path in the own folder is right as soon as the file is there.  Of all
+// others what may hold values is told first, since to run these is worse than
+// to miss a file.  For `. orv.bash` bash looks through PATH, then in the
+// current folder.
 static void check_source(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -110,6 +123,8 @@ static void check_source(const sink &at)
 
 // A file that is read or written relative to the current folder: which one that
 // is depends on the web server.
+// A script that says `cd` anywhere has chosen its folder.  ">&2" names a
+// descriptor and "<<<" a text.
 static void check_relative(const sink &at)
 {
   for (const bash_redirect &redirect : at.command.redirects) {
@@ -128,6 +143,8 @@ static void check_relative(const sink &at)
   }
 }
 
+// Of grep, sed and the like only some words are, so they are not in the list.
+// The names of values behind the file of orv_store choose no file.
 // Commands whose arguments are paths.
 static void check_path(const sink &at)
 {
@@ -162,6 +179,8 @@ static void check_path(const sink &at)
 
 // The next name of the text from `*at` on, with its subscript where it has one;
 // an empty name at the end.
+// In arithmetic a bare word is a variable as well: ${a[row]} evaluates what
+// $row holds.
 static bash_expansion next_name(const std::string &text, size_t *at)
 {
   bash_expansion expansion;
@@ -181,6 +200,8 @@ static bash_expansion next_name(const std::string &text, size_t *at)
 
 // The subscript of an indexed array is arithmetic: names in it are evaluated
 // even without a dollar.  That of an associative array is plain text.
+// For x='a[$(reboot)]' ${list[$x]} runs the command; with `declare -A list` it
+// is looked up as it stands.
 static void check_subscript(const sink &at, const std::string &array,
                             const std::string &subscript, int line, int column)
 {
@@ -212,6 +233,8 @@ static void check_subscript(const sink &at, const std::string &array,
   }
 }
 
+// The library's arrays are associative, also where the script cannot be seen to
+// declare them.
 // ${array[subscript]} of an array that is not associative.
 static void check_elements(const sink &at, const bash_word &word)
 {
@@ -237,6 +260,7 @@ static void check_offset(const sink &at, const bash_word &word)
   }
 }
 
+// It takes a bare name as arithmetic does.
 // let evaluates its words after quotes are removed, so quoting does not help.
 static void check_let(const sink &at)
 {
@@ -266,12 +290,15 @@ static void check_words(const sink &at)
   for (size_t i = 0; i < command.words.size(); i++) {
     const bash_word &word = command.words[i];
     const bool test = command.kind == BASH_TEST;
+    // On both sides of -gt in [[ ]] the text is evaluated; [ ] refuses what is
+    // no integer: "integer expression expected".
     const bool operand =
         test && ((i > 0 && operators.count(command.words[i - 1].text) != 0) ||
                  (i + 1 < command.words.size() &&
                   operators.count(command.words[i + 1].text) != 0));
     check_number(at, word, operand);
     check_word(at, word);
+    // In [[ ]] and behind `case` nothing is split.
     if (command.kind == BASH_SIMPLE || command.kind == BASH_FOR) {
       check_unquoted(at, word);
     }
@@ -284,6 +311,7 @@ static void check_words(const sink &at)
     for (const bash_word &element : assignment.elements) {
       check_number(at, element, false);
       check_word(at, element);
+      // a=($x) is split, x=$y is not.
       check_unquoted(at, element);
     }
   }
@@ -306,6 +334,8 @@ void check_command_sinks(const sink &at)
   check_words(at);
 }
 
+// A file that several scripts source is looked at with each of them, since what
+// a value of it holds depends on the script; equal findings become one.
 void check_input(const device &dev, findings *found)
 {
   for (const auto &entry : dev.scripts) {

@@ -13,11 +13,15 @@
 #include "judge.h"
 #include "text.h"
 
+// Beyond that the value counts as looked at everywhere: a script with a hundred
+// tests of one value takes care of it, and each use is compared with each
+// place.
 // Of one name no more places than these are kept apart.
 static constexpr size_t PLACES_MAX = 100;
 
 // --- places ------------------------------------------------------------------
 
+// For -1 the walk goes on to the end, where everything is inside.
 bool is_inside(const script &s, int branch, int outer)
 {
   while (branch >= 0 && branch != outer) {
@@ -26,6 +30,7 @@ bool is_inside(const script &s, int branch, int outer)
   return branch == outer;
 }
 
+// A place without a script is that of all, and nothing is added to it any more.
 void add_place(const judge &j, const std::string &name,
                const bash_command &test, int branch, size_t from, size_t to,
                way wrong)
@@ -44,6 +49,8 @@ const bash_branch &branch_at(const judge &j, int index)
   return j.s.code.branches[static_cast<size_t>(index)];
 }
 
+// `[[ $port == +([0-9]) ]] || port=80`: behind it the value is right in either
+// case.
 // What a branch does for what follows it: another value is as good as none.
 static way way_of_branch(const judge &j, int branch, const std::string &name)
 {
@@ -56,6 +63,9 @@ static way way_of_branch(const judge &j, int branch, const std::string &name)
 
 // --- what leads away ---------------------------------------------------------
 
+// Everything is found by branch or by command below, so the tables are made
+// once for a script.  A case has no test that opens its arms: they are judged
+// as a group, by their patterns.
 void look_at_branches(judge *j)
 {
   const auto &branches = j->s.code.branches;
@@ -74,6 +84,8 @@ void look_at_branches(judge *j)
   }
 }
 
+// `echo error_x=No && exit` leaves for certain, as echo does not fail; behind
+// any other command an exit may not be reached, and the branch goes on.
 // Whether nothing but a message stands before it in its list.
 static bool is_reached(const judge &j, const bash_command &command)
 {
@@ -87,6 +99,8 @@ static bool is_reached(const judge &j, const bash_command &command)
          (name == "echo" || name == "printf");
 }
 
+// Quotes in it are dropped in the same way, so that orv["mtu"]=1 is found for
+// ${orv[mtu]}.
 // The name with its subscript, as the values of expansions are called.
 static std::string name_of(const bash_assignment &assignment)
 {
@@ -107,6 +121,7 @@ void look_at_commands(judge *j)
       continue;
     }
     const size_t own = static_cast<size_t>(command.branch);
+    // An exit in $( ) ends the subshell alone: `x=$(exit 3)` goes on.
     if (command.substitution == 0 && is_reached(*j, command)) {
       j->ways[own] = std::max(j->ways[own], way_of(command, j->known));
     }
@@ -123,6 +138,7 @@ void look_at_commands(judge *j)
 
 // --- where a judgement holds -------------------------------------------------
 
+// The end is that of whichever arm has the last command.
 // Behind all arms of the branch's command.
 static void add_behind(const judge &j, const judgement &what,
                        const bash_command &test, int branch, way wrong)
@@ -138,6 +154,9 @@ static void add_behind(const judge &j, const judgement &what,
             TO_THE_END, wrong);
 }
 
+// They run only where the test has failed.  If all of them leave and there is
+// an `else`, whatever goes on behind has passed the test; without one, the
+// command may also have run no arm at all.
 // The arms behind the one that the test opens.
 static void add_other_arms(const judge &j, const judgement &what,
                            const bash_command &test, int branch)
@@ -162,6 +181,9 @@ static void add_other_arms(const judge &j, const judgement &what,
   }
 }
 
+// In `if a && b; then` the body runs where both hold, and its else where one of
+// them has failed: which one is not known, so nothing is said there.  With ||
+// it is the other way round.
 // A branch that the test opens, alone (`and_only`, `or_only`) or with others.
 static void judge_branch(const judge &j, const judgement &what,
                          const bash_command &test, int branch, bool and_only,
@@ -181,6 +203,8 @@ static void judge_branch(const judge &j, const judgement &what,
   }
 }
 
+// `test && use` runs one command with a value that is right, and says nothing
+// of those behind; `test || exit` says it of all that follow in its branch.
 // A command that && or || makes depend on the test.
 static void judge_follower(const judge &j, const judgement &what,
                            const bash_command &test, size_t index,
@@ -204,6 +228,9 @@ static void judge_follower(const judge &j, const judgement &what,
   }
 }
 
+// && and || have the same weight in bash and group from the left, so in a || b
+// && c the last runs whichever of the two held.  As soon as a list mixes them,
+// neither `and_only` nor `or_only` is left and nothing more is said.
 void judge_list(const judge &j, const judgement &what, size_t index,
                 const bash_command &test)
 {
@@ -228,6 +255,8 @@ void judge_list(const judge &j, const judgement &what, size_t index,
 
 // --- cases -------------------------------------------------------------------
 
+// An arm *) that comes behind *[!0-9]*) takes what is left, which is right;
+// where no arm has sorted out what is wrong, *) has seen nothing.
 static void judge_arms(const judge &j, const bash_command &subject,
                        const std::string &name, const std::vector<int> &arms)
 {
@@ -246,11 +275,16 @@ static void judge_arms(const judge &j, const bash_command &subject,
     any_wrong = true;
     all = std::min(all, way_of_branch(j, arm, name));
   }
+  // Behind the case a value is right if all arms leave that have taken a wrong
+  // one.
   if (any_wrong) {
     add_behind(j, {name, true}, subject, arms.front(), all);
   }
 }
 
+// A case over the page's lines, new_name=*), has looked at the name and not at
+// the value.  In the arm of a task that only writes what was checked before,
+// there was no message: the page runs it only then.
 void judge_case(const judge &j, const std::vector<int> &arms)
 {
   const bash_branch &first = branch_at(j, arms.front());

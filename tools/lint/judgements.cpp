@@ -21,6 +21,9 @@ static void add_names(const context &c, const bash_command &command,
 }
 
 // Whether each part of a test that "||" joins is about the value.
+// [[ $x == a || $y == b ]] may succeed without having looked at $x.  With &&,
+// or with parentheses, which part decides is not followed, and the author gets
+// the benefit of the doubt.
 static bool is_in_each_part(const context &c, const bash_command &command,
                             const std::string &name)
 {
@@ -43,6 +46,10 @@ static bool is_in_each_part(const context &c, const bash_command &command,
   return found;
 }
 
+// [ "$x" -gt 1 ] with x='a[$(reboot)]' ends with an error, "integer expression
+// expected"; [[ $x -gt 1 ]] runs the command, so it is where the value must
+// have been looked at before.  An expression that matches a part of the value
+// says nothing of the rest.
 // Whether the comparison looks at what stands before it: [ takes whole numbers
 // alone and evaluates nothing.
 static bool looks_at(const bash_command &command, size_t i)
@@ -55,6 +62,9 @@ static bool looks_at(const bash_command &command, size_t i)
          (command.kind == BASH_SIMPLE && orders.count(op) != 0);
 }
 
+// "!" turns the part that it stands in, `! [[ ]]` the whole.  Where a test with
+// || fails, all of its parts have failed, so each says something; where it
+// succeeds, only a value that each part names was looked at.
 // [[ -n $x ]] looks at nothing; a comparison does.
 static void judge_comparisons(const context &c, const bash_command &command,
                               std::vector<judgement> *what)
@@ -90,6 +100,7 @@ static std::string options_of(const bash_command &command)
   return options;
 }
 
+// Without -x, a part of a line is enough, and without -F "." is any character.
 // grep -qxF "$x" FILE compares with whole lines.
 static bool looks_up(const bash_command &command)
 {
@@ -99,6 +110,7 @@ static bool looks_up(const bash_command &command)
          options.find('F') != std::string::npos;
 }
 
+// A value of the page has no line end, so its only line is the whole.
 // Whether grep holds its input to an expression for the whole line.
 static bool holds_line(const bash_command &command)
 {
@@ -110,6 +122,9 @@ static bool holds_line(const bash_command &command)
                       }));
 }
 
+// The command before grep is the one that prints into the pipe, as commands
+// stand in the order of their ends.  Only what printf or echo print is the
+// value itself.
 // printf '%s\n' "$x" | grep -qx EXPRESSION, or with <<<"$x".
 static void judge_lines(const context &c, const bash_command &command,
                         std::vector<judgement> *what)
@@ -133,6 +148,8 @@ static void judge_lines(const context &c, const bash_command &command,
   }
 }
 
+// The library's own array is let out: ${orv[$x]} is the value of a field, and
+// the array no list of names.
 // [[ ${list[$x]} ]] of an associative array asks whether it has that name.
 static void judge_members(const context &c, const bash_command &command,
                           std::vector<judgement> *what)
@@ -151,6 +168,9 @@ static void judge_members(const context &c, const bash_command &command,
   }
 }
 
+// A function of the script that decides on something is taken at its word,
+// whatever it looks at: its author has thought of the value, and what goes on
+// in it may be too much to follow.
 // Whether the command is a function that says whether a value is right.  Of the
 // library only orv_one_of does; storing is no judging.
 static bool asks(const context &c, const bash_command &command)
@@ -160,6 +180,8 @@ static bool asks(const context &c, const bash_command &command)
          (!starts_with(name, "orv_") && c.functions.count(name) != 0);
 }
 
+// It changes only what is a number, and fails where one of its names is none,
+// so a success says it of all.
 // orv_number takes names of values, also those that are made: "port$row".
 static void judge_numbers(const context &c, const bash_command &command,
                           std::vector<judgement> *what)
@@ -181,6 +203,7 @@ static void judge_numbers(const context &c, const bash_command &command,
   }
 }
 
+// The first that fits decides: a [[ ]] with a function's name in it is a test.
 std::vector<judgement> judgements_of(const context &c,
                                      const bash_command &command)
 {
@@ -204,6 +227,7 @@ std::vector<judgement> judgements_of(const context &c,
 
 // --- patterns ----------------------------------------------------------------
 
+// Quotes and blanks are dropped, as only the shape of a pattern is asked for.
 static std::vector<std::string> alternatives_of(const std::string &pattern)
 {
   std::vector<std::string> all;
@@ -219,6 +243,7 @@ static std::vector<std::string> alternatives_of(const std::string &pattern)
   return all;
 }
 
+// Its arm is for what is refused; the value is right in those behind it.
 // Whether the pattern takes what holds a wrong character: *[!0-9]*.
 bool takes_wrong(const std::string &pattern)
 {

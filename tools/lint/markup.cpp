@@ -10,6 +10,8 @@
 #include "rules.h"
 #include "text.h"
 
+// Of items the parser's row says it; attributes and the title have no such
+// mark.  A condition is a text that nobody sees.
 static bool is_text(const std::string &keyword)
 {
   static const std::set<std::string> words = {"title",  "label",  "rlabel",
@@ -38,6 +40,8 @@ static size_t tag_length(const std::string &text, size_t at)
          isalnum(static_cast<unsigned char>(text[end])) != 0) {
     end++;
   }
+  // An address such as <a.b@example.org> is none: behind the name comes a
+  // blank, "/" or ">".
   const bool known = tags.count(lower(text.substr(start, end - start))) != 0;
   const size_t close = text.find('>', end);
   return known && close != std::string::npos &&
@@ -47,6 +51,7 @@ static size_t tag_length(const std::string &text, size_t at)
 }
 
 // The length of a character reference such as &nbsp; at `at`, 0 without one.
+// The shortest have two letters, as &lt;.
 static size_t entity_length(const std::string &text, size_t at)
 {
   const size_t end = text.find_first_not_of(
@@ -57,6 +62,7 @@ static size_t entity_length(const std::string &text, size_t at)
              : 0;
 }
 
+// One finding a line: where one tag stands, its end does as well.
 static void check_html(const form &f, const form_line &line, findings *found)
 {
   for (size_t at = line.text.find_first_of("<&"); at != std::string::npos;
@@ -92,6 +98,8 @@ static void report_open(const form &f, const emphasis &open, findings *found)
   }
 }
 
+// A second $B$ within emphasis changes nothing and is left alone.  What a value
+// brings in is not seen here.
 static void check_emphasis(const form &f, findings *found)
 {
   emphasis open = {nullptr, 0};
@@ -101,6 +109,7 @@ static void check_emphasis(const form &f, findings *found)
       report_open(f, open, found);
       open.line = nullptr;
     }
+    // Elsewhere $B$ is no markup; that is reported by itself.
     if (row == nullptr || !row->text) {
       continue;
     }
@@ -117,6 +126,7 @@ static void check_emphasis(const form &f, findings *found)
 
 // --- bytes -------------------------------------------------------------------
 
+// Comments are let out: no page shows them.
 static void check_bytes(const form &f, findings *found)
 {
   int number = 0;

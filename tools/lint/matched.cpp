@@ -8,6 +8,8 @@
 #include "judgements.h"
 #include "text.h"
 
+// Only an expression that repeats something at its end is meant for a whole
+// value: [0-9]+ is, while "lan" or ^eth looks for a part on purpose.
 bool holds_part(const std::string &expression)
 {
   if (expression.empty() || expression.find('$') < expression.size() - 1) {
@@ -28,6 +30,7 @@ void check_matched(const compare_check &c, const bash_command &command)
   const std::vector<bash_word> &words = command.words;
   for (size_t i = 1; i + 1 < words.size(); i++) {
     const bash_word &expression = words[i + 1];
+    // [[ ! $x =~ ... ]] && refuse is the same mistake.
     const bool turned = i > 1 && words[i - 2].text == "!";
     const int at = index_of(c.s, command);
     if (words[i].text == "=~" && expression.expansions.empty() &&

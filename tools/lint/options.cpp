@@ -8,6 +8,9 @@
 
 #include "text.h"
 
+// Others are left alone, since "--" would be an argument for them: `test`,
+// `expr` or a device's own program.  Those whose words are paths are reported
+// for worse.
 // Commands that take options and "--", beside those whose words are paths.
 static bool takes_options(const std::string &name)
 {
@@ -21,6 +24,9 @@ static bool takes_options(const std::string &name)
 }
 
 // Whether the expression matches something that begins with "-".
+// Only what is sure to begin with something else is let out: "^" with a letter,
+// or with a set that has neither "-" nor is negated.  In [a-z-] and [-a-z] the
+// minus is a character, in [a-z] it makes a range, and the range [ -~] has it.
 static bool may_begin(const std::string &expression)
 {
   const std::string atom = expression.substr(0, 2);
@@ -34,6 +40,8 @@ static bool may_begin(const std::string &expression)
          in.find(" -") != std::string::npos;
 }
 
+// An address, a path or the name of a user never begins with "-".  A number
+// may: "-5" passes `signed`.
 // The same of a field's check.
 static bool check_allows(const std::string &check)
 {
@@ -52,6 +60,8 @@ static bool check_allows(const std::string &check)
 
 // The item that the expansion is the value of, by its own name or that of a
 // variable that was given it.
+// The first variable of that name that is given a value of the page decides;
+// two that are given different ones are rare.
 static std::string item_of(const script &s, const bash_expansion &expansion)
 {
   if (expansion.name == "orv") {
@@ -70,6 +80,9 @@ static std::string item_of(const script &s, const bash_expansion &expansion)
 }
 
 // Whether an item of the forms that run the script can hold such a value.
+// A name that is no item's may hold anything, as a request can be made by hand.
+// Cells may be unchecked behind a blank row, so they count as no item.  Choices
+// of a list may begin with a minus on purpose.
 static bool can_be_option(const sink &at, const bash_expansion &expansion)
 {
   const std::string name = item_of(at.s, expansion);
@@ -88,6 +101,10 @@ static bool can_be_option(const sink &at, const bash_expansion &expansion)
   return !found || may;
 }
 
+// What stands behind a short option of these letters is its value for the
+// common programs, as in `ping -c "$count"`.  Without quotes the value is
+// reported for that, and behind other text in the word, "user=$x", it begins no
+// word.
 void check_options(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;

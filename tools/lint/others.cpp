@@ -12,6 +12,9 @@ struct runner {
   const char *makers; // what makes a text of values, behind the call
 };
 
+// Only calls that hand their argument to a shell or to the language itself: a
+// list of words, as subprocess.run(["ping", x]), starts a program with x as one
+// word.
 static const runner runners[] = {
     {"python", "os.system(", "%+{"},
     {"python", "os.popen(", "%+{"},
@@ -29,6 +32,8 @@ static const runner runners[] = {
     {"lua", "loadstring(", ""},
 };
 
+// #!/usr/bin/env python3 and #!/usr/bin/lua5.4 alike: the name of a version is
+// a part of the word.
 static std::string language_of(const script &s)
 {
   const std::string first = s.file->lines.empty() ? "" : s.file->lines[0];
@@ -44,6 +49,7 @@ static std::string language_of(const script &s)
   return "";
 }
 
+// A text that is only a part of the argument is no plain one: 'ping ' + host.
 // Whether the argument is one text as it stands there, or a list of words.
 static bool is_plain(const std::string &argument, const char *makers)
 {
@@ -77,6 +83,7 @@ static bool runs_values(const std::string &line, size_t at, const runner &row)
            argument.find_first_of(row.makers) != std::string::npos;
   }
   const char before = at > 0 ? line[at - 1] : ' ';
+  // load( is a part of reload(, exec( of the method cursor.exec(.
   if (is_name_char(before) ||
       (before == '.' && *row.makers == '\0' && row.call[0] != 's')) {
     return false; // a part of another name, such as literal_eval(
@@ -91,6 +98,7 @@ void check_others(const device &dev, findings *found)
     const std::string language = language_of(s);
     for (size_t i = 0; i < s.file->lines.size() && !language.empty(); i++) {
       const std::string &line = s.file->lines[i];
+      // A "#" before the call makes it a comment; one finding a line is enough.
       for (const runner &row : runners) {
         const size_t at = line.find(row.call);
         if (language == row.language && at != std::string::npos &&
