@@ -268,6 +268,17 @@ def test_forms_without_a_script_are_checked_by_their_template(tmp_path):
 IDLE = pytest.mark.skipif("LARKSPUR_LONG" not in os.environ, reason="measures time")
 
 
+def test_odd_names_and_cuts_end_no_run(tmp_path):
+    for name in ("templates", "scripts"):
+        (tmp_path / name).mkdir()
+    for name in ("a", "$F$"):
+        (tmp_path / f"templates/{name}.tpl").write_text("title T\nbody\nerror $E$\nfield v 9\nlabel V\n")
+    script = tmp_path / "scripts/a.sh"
+    script.write_text("#!/bin/bash\ncase ${1#} in --read) echo v=1 ;; esac\n")
+    script.chmod(0o755)
+    assert {("$F$.tpl", 1, "form-name"), ("a.tpl", 1, "script-task")} <= set(lint(tmp_path))
+
+
 def spent(*command):
     """The CPU time of a command and its children."""
     def used():

@@ -122,8 +122,9 @@ static std::string script_name(const std::string &form,
 {
   static const std::string installed = "/usr/share/larkspur/scripts/";
   std::string word = command.substr(0, command.find(' '));
+  // A form may itself be called "$F$", by mistake.
   for (size_t at = word.find("$F$"); at != std::string::npos;
-       at = word.find("$F$")) {
+       at = word.find("$F$", at + form.size())) {
     word.replace(at, 3, form);
   }
   if (starts_with(word, installed)) {

@@ -44,7 +44,8 @@ static bool value_of(const frame &at, const bash_expansion &expansion,
   // ${1#--} is how scripts make "read" of "--read".  With a pattern in it, how
   // much is cut depends on more than the text, and every other operator is left
   // alone.
-  const std::string start = rest.substr(rest.find_first_not_of('#'));
+  const std::string start =
+      rest.substr(std::min(rest.find_first_not_of('#'), rest.size()));
   if (rest[0] != '#' || start.find_first_of("*?[$") != std::string::npos) {
     return false;
   }
