@@ -124,7 +124,11 @@ while IFS== read -r name value; do
   echo "${!name}" # eval
   export $name # unquoted
   x=$((value * 2)) # input-number
-  y=$((10#$value))
+  y=$((10#$value)) # input-number
+  y=${list[10#$value]} # input-number
+  y=${list[16#"$value"]} # input-number
+  ((0x$value > 3)) # input-number
+  [[ $value ]] || y=${list[3]}
   list[$value]=1 # input-number
   [[ $value -gt 5 ]] # input-number
   rm -rf "/data/$value" # input-path
@@ -140,7 +144,7 @@ show "$3"
 read -r count
 let "count=count+1" # input-number
 read -r judged
-if [[ $judged =~ ^[0-9]+$ ]]; then echo "n=$((judged + 1))"; fi
+if [[ $judged =~ ^[0-9]+$ ]]; then echo "n=$((judged + 10#$judged))"; fi
 read -r kept <"$0"
 logger $kept
 IFS= read -r a

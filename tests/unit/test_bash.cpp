@@ -64,6 +64,8 @@ TEST(Bash, ReadsCommandsWithWhatTheyExpand)
     {"echo \\$a '$b' $'\\t$c' \"\\$d\"", "1 echo $a $b \\t$c $d"},
     {"echo $((a + $b + 10#$c + 08)) $((d[e]))", "1 echo $((a + $b + 10#$c + 08))"
      "<\"=a><\"=b><\"=10c> $((d[e]))<\"=d[e]><\"=e>"},
+    {"[[ 10#$a -gt 16#\"${b:-$c}\" ]] || d=${e[0x$f]}$((1$g))", "1 10#$a<10a> -gt 16#${b:-$c}<\"10b:-$c><\"10c> ?;"
+     " 1 d=${e[0x$f]}$((1$g))<e[0x$f]><10f><\"=g>"},
     {"((a > 1)) && let b=1", "1 <\"=a> ?; 1 let b=1"},
     {"if [[ $a == b* ]]; then c; fi", "1 $a<a> == b* ?; 1 c; 1"},
     {"f() {\n local x=1\n}\nf", "2 f() x=1 local; 3; 4 f"},

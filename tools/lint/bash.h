@@ -20,7 +20,7 @@ struct bash_expansion {
   bool indirect = false;   // ${!name}
   bool length = false;     // ${#name}
   bool arithmetic = false; // evaluated as a number
-  bool based = false;      // behind 10# or 0x: a number or an error
+  bool based = false;      // behind 10# or 0x: its first digits have this base
   int line = 0;
   int column = 0;
 };
@@ -105,5 +105,9 @@ struct bash_script {
 };
 
 bash_script read_bash(const std::string &text);
+
+// Whether a number as it is written says its base: 10#7, 0x7, or the start of
+// one.
+bool has_base(const std::string &number);
 
 #endif

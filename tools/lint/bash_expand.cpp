@@ -7,6 +7,13 @@
 
 #include <cstddef>
 
+bool has_base(const std::string &number)
+{
+  return isdigit(static_cast<unsigned char>(number[0])) != 0 &&
+         (number.find('#') != std::string::npos || number[1] == 'x' ||
+          number[1] == 'X');
+}
+
 namespace bash_reading
 {
 
@@ -233,16 +240,17 @@ static void read_braces(reader &r, bash_word &word, bash_expansion &expansion)
   }
 }
 
-// A number such as 10#, 0x or 42.  True if an expansion may continue it: its
-// digits then have that base.
-static bool read_number(reader &r)
+// Whether what comes next continues a number such as 10# or 0x.
+static bool is_based(const reader &r)
 {
-  const size_t start = r.at;
-  while (is_word_char(peek(r)) || peek(r) == '#') {
-    step(r);
+  size_t start = r.at;
+  start -= start > 0 && r.in[start - 1] == '"' ? 1 : 0; // 10#"$x"
+  const size_t end = start;
+  while (start > 0 &&
+         (is_word_char(r.in[start - 1]) || r.in[start - 1] == '#')) {
+    start--;
   }
-  const std::string number = r.in.substr(start, r.at - start);
-  return number.back() == '#' || number == "0x" || number == "0X";
+  return has_base(r.in.substr(start, end - start));
 }
 
 // Arithmetic up to the matching `end` (")" or "]"), which is not taken.  A name
@@ -250,7 +258,6 @@ static bool read_number(reader &r)
 void read_arithmetic(reader &r, bash_word &word, char end)
 {
   int depth = 0;
-  bool based = false;
   while (!done(r)) {
     const char c = peek(r);
     if (c == end && depth == 0) {
@@ -259,15 +266,11 @@ void read_arithmetic(reader &r, bash_word &word, char end)
     depth += c == '(' || c == '[' ? 1 : 0;
     depth -= c == ')' || c == ']' ? 1 : 0;
     if (isdigit(static_cast<unsigned char>(c)) != 0) {
-      based = read_number(r);
-      continue;
-    }
-    if (c == '$') {
-      const size_t first = word.expansions.size();
-      read_dollar(r, word, true, true);
-      for (size_t i = first; i < word.expansions.size(); i++) {
-        word.expansions[i].based = based;
+      while (is_word_char(peek(r)) || peek(r) == '#') { // 10#, 0xff
+        step(r);
       }
+    } else if (c == '$') {
+      read_dollar(r, word, true, true);
     } else if (is_word_char(c)) {
       bash_expansion expansion;
       expansion.arithmetic = true;
@@ -288,7 +291,6 @@ void read_arithmetic(reader &r, bash_word &word, char end)
     } else {
       step(r);
     }
-    based = false;
   }
 }
 
@@ -300,6 +302,7 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
   bash_expansion expansion;
   expansion.quoted = quoted;
   expansion.arithmetic = arithmetic;
+  expansion.based = is_based(r);
   expansion.line = r.line;
   expansion.column = column(r);
   const char next = peek(r, 1);
@@ -324,6 +327,9 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
     r.depth++;
     read_braces(r, word, expansion);
     r.depth--;
+    for (size_t i = place; i < word.expansions.size(); i++) {
+      word.expansions[i].based |= expansion.based; // 10#${x:-$y}
+    }
     word.expansions.insert(word.expansions.begin() +
                                static_cast<std::ptrdiff_t>(place),
                            expansion);

@@ -49,7 +49,8 @@ void check_octal(const sink &at, const bash_expansion &expansion)
 }
 
 // Octal is reported for checked values, too: "09" passes every check for a
-// number, and [[ 09 -gt 8 ]] is an error that counts as false.
+// number, and [[ 09 -gt 8 ]] is an error that counts as false.  A base in front
+// makes no value safe: 10#$x runs the command of "0+a[$(reboot)]".
 static void check_number(const sink &at, const bash_word &word, bool operand)
 {
   for (const bash_expansion &expansion : word.expansions) {
@@ -57,12 +58,14 @@ static void check_number(const sink &at, const bash_word &word, bool operand)
       continue;
     }
     check_octal(at, expansion);
-    if (!expansion.based && is_input(at.c, at.command, expansion)) {
+    if (is_input(at.c, at.command, expansion)) {
       report_at(
           at, expansion, "input-number",
           shown(expansion) +
               " comes from the request and is evaluated as a number before it "
-              "has been checked: bash runs commands in subscripts");
+              "has been checked: bash runs commands in subscripts" +
+              (expansion.based ? ", and a base in front prevents nothing"
+                               : ""));
     }
   }
 }
@@ -177,25 +180,25 @@ static void check_path(const sink &at)
   }
 }
 
-// The next name of the text from `*at` on, with its subscript where it has one;
-// an empty name at the end.
-// In arithmetic a bare word is a variable as well: ${a[row]} evaluates what
-// $row holds.
-static bash_expansion next_name(const std::string &text, size_t *at)
+// What bash evaluates of an expression.  In arithmetic a bare word is a
+// variable as well: ${a[row]} evaluates what $row holds.
+static std::vector<bash_expansion> evaluated(const std::string &expression)
 {
-  bash_expansion expansion;
-  while (*at < text.size() && !is_name_char(text[*at])) {
-    ++*at;
+  std::vector<bash_expansion> expansions;
+  if (expression.find_first_not_of("0123456789") == std::string::npos) {
+    return expansions;
   }
-  while (*at < text.size() && is_name_char(text[*at])) {
-    expansion.name += text[(*at)++];
+  const bash_script code = read_bash("((" + expression + "))");
+  for (const bash_command &command : code.commands) {
+    for (const bash_word &word : command.words) {
+      for (const bash_expansion &expansion : word.expansions) {
+        if (expansion.arithmetic && command.substitution == 0) {
+          expansions.push_back(expansion);
+        }
+      }
+    }
   }
-  const size_t end = text.find(']', *at);
-  if (*at < text.size() && text[*at] == '[' && end != std::string::npos) {
-    expansion.subscript = text.substr(*at + 1, end - *at - 1);
-    *at = end;
-  }
-  return expansion;
+  return expansions;
 }
 
 // The subscript of an indexed array is arithmetic: names in it are evaluated
@@ -208,16 +211,9 @@ static void check_subscript(const sink &at, const std::string &array,
   if (at.c.maps.count(array) != 0) {
     return;
   }
-  for (size_t i = 0; i < subscript.size();) {
-    bash_expansion expansion = next_name(subscript, &i);
+  for (bash_expansion &expansion : evaluated(subscript)) {
     expansion.line = line;
     expansion.column = column;
-    if (i < subscript.size() && subscript[i] == '#') { // 10#$row
-      return;
-    }
-    if (expansion.name.empty()) {
-      continue;
-    }
     check_octal(at, expansion);
     if (is_input(at.c, at.command, expansion)) {
       report_at(
