@@ -7,6 +7,51 @@
 
 #include "text.h"
 
+// set -ue -o pipefail ARGUMENT: options are in front, and "o" takes the next
+// word.  set -- begins with the arguments.
+static bool turns_on(const std::vector<std::string> &words, char letter,
+                     const std::string &name)
+{
+  bool on = false;
+  for (size_t i = 1; i < words.size(); i++) {
+    const std::string &word = words[i];
+    if (word.size() < 2 || (word[0] != '-' && word[0] != '+') || word == "--") {
+      break;
+    }
+    const bool named = word.back() == 'o' && i + 1 < words.size();
+    if (word.find(letter) != std::string::npos ||
+        (named && words[i + 1] == name)) {
+      on = word[0] == '-';
+    }
+    i += named ? 1 : 0;
+  }
+  return on;
+}
+
+bool turns_on(const bash_command &command, char letter, const std::string &name)
+{
+  std::vector<std::string> words;
+  if (first_word(command) == "set") {
+    for (const bash_word &word : command.words) {
+      words.push_back(word.plain);
+    }
+  }
+  return turns_on(words, letter, name);
+}
+
+// #!/bin/bash -e: the kernel hands on what stands behind the program as one
+// word.
+bool first_line_turns_on(const script &s, char letter, const std::string &name)
+{
+  const std::string first = s.file->lines.empty() ? "" : s.file->lines[0];
+  std::vector<std::string> words =
+      split_words(first.substr(std::min<size_t>(2, first.size())));
+  if (words.size() > 2 && words[1] == "-S") { // of /usr/bin/env
+    words.erase(words.begin(), words.begin() + 2);
+  }
+  return starts_with(first, "#!") && turns_on(words, letter, name);
+}
+
 static bool declares(const bash_command &command)
 {
   static const std::set<std::string> words = {"local", "declare", "typeset"};

@@ -58,6 +58,10 @@ std::string scoped(const context &c, const std::string &function,
                    const std::string &name);
 // The command's name, "" for what is no simple command.
 const std::string &first_word(const bash_command &command);
+// Whether `set`, or the script's first line, turns on an option of bash.
+bool turns_on(const bash_command &command, char letter,
+              const std::string &name);
+bool first_line_turns_on(const script &s, char letter, const std::string &name);
 // The name with its subscript as it is written.
 std::string full_name(const bash_expansion &expansion);
 // Whether the value of that scoped name was looked at where the command stands.

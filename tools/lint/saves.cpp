@@ -76,12 +76,10 @@ static bool has_expansion(const bash_command &command, const char *name)
 // Also from further down: what stands in front of it is seldom a save.
 static bool ends_at_faults(const script &s)
 {
-  return std::any_of(s.code.commands.begin(), s.code.commands.end(),
+  return first_line_turns_on(s, 'e', "errexit") ||
+         std::any_of(s.code.commands.begin(), s.code.commands.end(),
                      [](const bash_command &command) {
-                       return first_word(command) == "set" &&
-                              command.words.size() > 1 &&
-                              (command.words[1].plain.find('e') == 1 ||
-                               command.words.back().plain == "errexit");
+                       return turns_on(command, 'e', "errexit");
                      });
 }
 

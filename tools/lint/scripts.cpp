@@ -203,7 +203,8 @@ static void check_interpreter(const script &s, findings *found)
   }
   std::vector<std::string> words = split_words(first.substr(2));
   if (words.size() > 1 && ends_with(words[0], "/env")) {
-    words.erase(words.begin());
+    words.erase(words.begin(),
+                words.begin() + (words.size() > 2 && words[1] == "-S" ? 2 : 1));
   }
   std::string program = words.empty() ? "" : words[0];
   program.erase(0, program.rfind('/') + 1);
@@ -225,25 +226,22 @@ static void check_interpreter(const script &s, findings *found)
 }
 
 // What set -x writes is output like all of standard error.
-// set -- gives the script arguments, and what stands behind it is none of its
-// options.
 static void check_trace(const script &s, findings *found)
 {
+  const auto report_trace = [&](int line, int column) {
+    report(found, *s.file, line, column, "output-format",
+           "this writes every command to standard error, which is output: it"
+           " fails the page");
+  };
+  if (first_line_turns_on(s, 'x', "xtrace") ||
+      first_line_turns_on(s, 'v', "verbose")) {
+    report_trace(1, 1);
+    return;
+  }
   for (const bash_command &command : s.code.commands) {
-    for (size_t i = 1; i < command.words.size(); i++) {
-      const std::string &word = command.words[i].plain;
-      const bool option = word.size() > 1 && word[0] == '-' && word[1] != '-' &&
-                          word.find_first_of("xv") != std::string::npos;
-      if (command.words[0].plain == "set" && word == "--") {
-        return;
-      }
-      if (command.words[0].plain == "set" && (option || word == "xtrace")) {
-        report(
-            found, *s.file, command.line, command.column, "output-format",
-            "this writes every command to standard error, which is output: it"
-            " fails the page");
-        return;
-      }
+    if (turns_on(command, 'x', "xtrace") || turns_on(command, 'v', "verbose")) {
+      report_trace(command.line, command.column);
+      return;
     }
   }
 }
