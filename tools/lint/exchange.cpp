@@ -41,14 +41,6 @@ static bool begins_it(const vocabulary &known, const std::string &name)
   return false;
 }
 
-// A cell as the script sees it: the column's name and a number.
-static bool has_cells(const vocabulary &known, const std::string &column)
-{
-  const auto cell = known.words.lower_bound(column + "0");
-  return cell != known.words.end() && starts_with(*cell, column) &&
-         without_digits(*cell) == column;
-}
-
 static bool names_it(const vocabulary &known, const std::string &any_case)
 {
   const std::string name = lower(any_case);
@@ -60,7 +52,7 @@ static bool names_it(const vocabulary &known, const std::string &any_case)
     }
   }
   // "name_$row" is meant for it; that is reported in the script.
-  return begins_it(known, name) || has_cells(known, name) ||
+  return begins_it(known, name) || has_cell(known.words, name) ||
          known.stems.count(name + "_") != 0;
 }
 
@@ -235,7 +227,7 @@ static void check_list(const form &f, const form_item &item,
   if (known.stems.count(wanted) + known.stems.count("select_") +
               known.stems.count(wanted + "_") != // reported in the script
           0 ||
-      has_cells(known, wanted)) {
+      has_cell(known.words, wanted)) {
     return;
   }
   std::set<std::string> lists;

@@ -75,17 +75,6 @@ values read_values(const device_run &r, const form &f, const script_line &line,
   return all;
 }
 
-// Whether any row of the column is reported.
-// The rows' numbers make no order of their own in the map (port10 stands before
-// port2), and the first one with digits alone is enough.
-static bool has_cell(const values &all, const std::string &column)
-{
-  const auto at = all.lower_bound(column + "0");
-  return at != all.end() && starts_with(at->first, column) &&
-         at->first.find_first_not_of("0123456789", column.size()) ==
-             std::string::npos;
-}
-
 // Whether the script keeps the name back on purpose.
 // A script that empties u_NAME after a save, or hands the name to orv_secret,
 // treats it as a secret whatever it is called. A blank one means unchanged

@@ -123,13 +123,13 @@ static bool names_shell(const std::string &first)
   });
 }
 
-// Whether the file is a text for bash.  What it begins with counts for more
-// than its name.
 int index_of(const script &s, const bash_command &command)
 {
   return static_cast<int>(&command - s.code.commands.data());
 }
 
+// Whether the file is a text for bash.  What it begins with counts for more
+// than its name.
 bool is_script(const std::string &path, const std::string &name)
 {
   std::ifstream stream(path, std::ios::binary);

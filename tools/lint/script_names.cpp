@@ -2,9 +2,49 @@
 
 #include "script_names.h"
 
+#include "text.h"
+
 std::string without_digits(const std::string &name)
 {
   return name.substr(0, name.find_last_not_of("0123456789") + 1);
+}
+
+static const std::string &key_of(const std::string &name)
+{
+  return name;
+}
+
+static const std::string &
+key_of(const std::pair<const std::string, std::string> &value)
+{
+  return value.first;
+}
+
+// The rows' numbers make no order of their own (port10 stands before port2),
+// and between the cells can stand other names, as port0_on.
+template <class names>
+static bool has_row(const names &all, const std::string &column)
+{
+  auto at = all.lower_bound(column + "0");
+  while (at != all.end() && starts_with(key_of(*at), column)) {
+    if (key_of(*at).find_first_not_of("0123456789", column.size()) ==
+        std::string::npos) {
+      return true;
+    }
+    ++at;
+  }
+  return false;
+}
+
+bool has_cell(const std::set<std::string> &names, const std::string &column)
+{
+  return has_row(names, column);
+}
+
+bool has_cell(const std::map<std::string, std::string> &values,
+              const std::string &column)
+{
+  return has_row(values, column);
 }
 
 // "$name" of an array that is given its elements once.

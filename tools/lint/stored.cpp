@@ -256,8 +256,7 @@ static void check_lost(const form_runs &runs)
     const std::string name = lower(item.name);
     const bool column = item.table >= 0;
     // "port#" asks the page for a whole column.
-    const bool kept = column ? stored.cells || stored.names.lower_bound(name) !=
-                                                   stored.names.end()
+    const bool kept = column ? stored.cells || has_cell(stored.names, name)
                              : stored.names.count(name) != 0;
     if (is_editable(item) && read.count(column ? name + "#" : name) != 0 &&
         !kept && used.count(name) == 0) {
@@ -281,9 +280,7 @@ static void check_unread(const form_runs &runs)
   }
   for (const form_item &item : runs.f.items) {
     const std::string name = lower(item.name);
-    const auto cell = read.lower_bound(name + "0");
-    const bool cells =
-        item.table >= 0 && cell != read.end() && without_digits(*cell) == name;
+    const bool cells = item.table >= 0 && has_cell(read, name);
     if (is_editable(item) && !cells && read.count(name) == 0 &&
         read.count(name + "#") == 0) {
       report_step(runs.found, runs.write.steps[at], "not-stored",
