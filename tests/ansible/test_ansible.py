@@ -18,6 +18,8 @@ from orv_test.device import copy_part  # noqa: E402
 HERE = pathlib.Path(__file__).resolve().parent
 ANSIBLE = ROOT / "packaging/ansible"
 DEVICES = 10
+SHARING = 5  # the device whose commands share a connection
+SSH_ARGS = "-o StrictHostKeyChecking=no -o UserKnownHostsFile={folder}/known"
 SECRET = "correct horse battery"
 # The programs that a device's scripts start, and a shell for Ansible; no
 # Python.
@@ -33,7 +35,7 @@ UsePAM no
 PermitRootLogin yes
 PasswordAuthentication no
 KbdInteractiveAuthentication no
-LogLevel ERROR
+LogLevel INFO
 """
 DEVICE = """\
 Match LocalPort {port}
@@ -86,18 +88,22 @@ def fixture_devices(tmp_path_factory):
         make_device(folder / name)
         config += DEVICE.format(port=port, folder=folder / name)
         inventory[name] = {"ansible_host": "127.0.0.1", "ansible_port": port}
+    # One whose commands share a connection, as Ansible does by default.
+    inventory[names[SHARING]] |= {
+        "ansible_ssh_common_args": SSH_ARGS.format(folder=folder),
+        "ansible_ssh_args": "-o ControlMaster=auto -o ControlPersist=15s"}
     (folder / "sshd_config").write_text(config)
     (folder / "hosts.json").write_text(json.dumps({"all": {
         "hosts": inventory, "vars": {
             "ansible_ssh_private_key_file": str(folder / "client"),
             "ansible_python_interpreter": "/none",
-            "ansible_ssh_common_args": "-o StrictHostKeyChecking=no"
-            f" -o UserKnownHostsFile={folder}/known -o ControlPath=none"}}}))
+            "ansible_ssh_common_args":
+            SSH_ARGS.format(folder=folder) + " -o ControlPath=none"}}}))
     made = not os.path.exists("/run/sshd") and os.geteuid() == 0
     if made:
         os.mkdir("/run/sshd")
     server = subprocess.Popen([shutil.which("sshd", path=sbin),
-                               "-D", "-e", "-f", folder / "sshd_config"])
+                               "-D", "-E", folder / "sshd.log", "-f", folder / "sshd_config"])
     for port in ports:
         wait_for(port, server)
     yield Devices(folder, names)
@@ -119,7 +125,10 @@ def wait_for(port, server):
 
 class Devices:
     def __init__(self, folder, names):
-        self.folder, self.names = folder, names
+        self.folder, self.names, self.runs = folder, names, 0
+
+    def logins(self):
+        return (self.folder / "sshd.log").read_text().count("Accepted publickey")
 
     def play(self, *tasks, options=(), hosts="all"):
         """Runs tasks; returns each host's result of the last one."""
@@ -132,6 +141,7 @@ class Devices:
     def run(self, playbook, *options):
         results = self.folder / "results"
         results.write_text("")
+        self.runs += 1
         done = subprocess.run(
             ["ansible-playbook", "-i", self.folder / "hosts.json", playbook, *options],
             env=os.environ | {
@@ -140,6 +150,8 @@ class Devices:
                 "ANSIBLE_CALLBACK_PLUGINS": str(HERE / "callback_plugins"),
                 "ANSIBLE_CALLBACKS_ENABLED": "results", "RESULTS": str(results),
                 "ANSIBLE_FORKS": str(DEVICES),
+                # No run shares a connection with an earlier one.
+                "ANSIBLE_SSH_CONTROL_PATH_DIR": str(self.folder / f"ssh{self.runs}"),
                 "ANSIBLE_SSH_RETRIES": "3", "ANSIBLE_HOME": str(self.folder / "home"),
                 "HOME": str(self.folder), "LC_ALL": "C.UTF-8"},
             stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
@@ -245,16 +257,18 @@ def test_one_setting_everywhere_and_back(devices):
 
 
 def test_a_guarded_change_is_kept_by_a_second_connection_or_goes_back(devices):
-    name = devices.names[5]
+    name = devices.names[SHARING]
     task = {"forms": {"guard": {"address": "192.0.2.7/24"}}}
     left = devices.play(task, hosts=name)[name]
     assert left["changed"] and "goes back" in left["warnings"][0], left
     confirm = devices.folder / name / "data/state/.pending"
     assert confirm.is_dir(), "nobody has kept it"
+    before = devices.logins()
     kept = devices.play({"forms": {"guard": {"address": "192.0.2.8/24"}}, "keep": True},
                         hosts=name)[name]
     assert kept["changed"] and kept["kept"], kept
     assert not confirm.exists()
+    assert devices.logins() - before >= 2, "kept through the connection that made the change"
     assert "address=192.0.2.8/24\n" in devices.settings(name, "guard")
 
 
