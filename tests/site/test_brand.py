@@ -27,8 +27,8 @@ class Face:
         style = subprocess.run([ROOT / "web/slim", ROOT / "web/css/orv.css"], stdout=subprocess.PIPE, check=True)
         (self.css / "orv.css").write_bytes(style.stdout + more)
 
-    def wear(self):
-        run = subprocess.run([*self.shell, BRAND, self.folder], text=True, capture_output=True, check=False)
+    def wear(self, *options):
+        run = subprocess.run([*self.shell, BRAND, *options, self.folder], text=True, capture_output=True, check=False)
         return run.returncode, run.stdout + run.stderr
 
     def style(self):
@@ -59,9 +59,13 @@ def test_a_brand_survives_updates_and_is_removed_without_a_trace(face):
     (face.brand / "brand.css").write_text(":root{--bar:#000}\n")
     assert face.wear() == (0, "") and sorted(face.files()) == [".brand", "icon.png", "orv.css"]
     assert face.style().endswith("p{top:0}\n/* brand */\n:root{--bar:#000}\n")
-    shutil.rmtree(face.brand)
-    assert face.wear() == (0, "") and face.style().strip() == f"{shipped.strip()}p{{top:0}}"
-    assert sorted(face.files()) == [".brand", "orv.css"] and face.script.read_text() == before_icon
+    for without in ("--remove", "the folder"):
+        if without == "the folder":
+            assert face.wear() == (0, "") and "icon.png" in face.files()
+            shutil.rmtree(face.brand)
+        assert face.wear(*[without] * (without == "--remove")) == (0, "")
+        assert face.style().strip() == f"{shipped.strip()}p{{top:0}}"
+        assert list(face.files()) == ["orv.css"] and face.script.read_text() == before_icon
 
 
 @pytest.mark.parametrize("name, text, told", [
@@ -81,7 +85,7 @@ def test_an_unusable_brand_is_refused_and_the_old_one_stays(face, name, text, to
     status, said = face.wear()
     assert status == 1 and told in said
     assert {n: f for n, f in face.files().items() if not n.endswith(".new")} == before
-    (face.css / ".brand").unlink()  # as if the power failed before it was written
+    (face.css / ".brand").unlink(missing_ok=True)  # as if the power failed before it was written
     (face.brand / name).unlink()
     (face.brand / "a.svg").write_text("<svg/>")
     (face.css / "a.svg").write_text("<svg/>")
