@@ -22,7 +22,8 @@ static std::string base_name(const script &s)
   return s.name.substr(s.name.find('/') + 1);
 }
 
-// What an action's name consists of.
+// What an action's name consists of. orv-store and the service refuse any other
+// before they look for the file.
 static bool is_valid_name(const std::string &name)
 {
   return name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_-") ==
@@ -30,7 +31,8 @@ static bool is_valid_name(const std::string &name)
 }
 
 // Whether the file is a link that is one on the device as well: what installs
-// the folder resolves those that lead out of it.
+// the folder resolves those that lead out of it. An absolute target is a place
+// on the device, which need not exist here.
 static bool stays_link(const device &dev, const script &s)
 {
   const std::string path = dev.dir + "/" + s.name;
@@ -46,6 +48,9 @@ static bool stays_link(const device &dev, const script &s)
                               starts_with(whole, std::string(folder) + "/"));
 }
 
+// A README or a file of functions may lie beside the programs, so a wrong name
+// is reported only where a form or a file of settings has its first part. The
+// service follows no link: it must know whose the file is that root runs.
 static void check_file(const device &dev, const script &s, findings *found)
 {
   if (is_action(s) && stays_link(dev, s)) {
@@ -73,6 +78,7 @@ static void check_file(const device &dev, const script &s, findings *found)
 
 // --- what it is given --------------------------------------------------------
 
+// Behind `set -- ...` they are what the action has put there.
 static bool sets_arguments(const script &s)
 {
   return std::any_of(s.code.commands.begin(), s.code.commands.end(),
@@ -83,6 +89,7 @@ static bool sets_arguments(const script &s)
                      });
 }
 
+// ${1:-eth0} allows for an argument that is missing.
 static const bash_expansion *argument_of(const bash_word &word)
 {
   const auto at = std::find_if(
@@ -95,7 +102,9 @@ static const bash_expansion *argument_of(const bash_word &word)
   return at != word.expansions.end() ? &*at : nullptr;
 }
 
-// An action gets no arguments.
+// An action gets no arguments. A request is its name and nothing else, since
+// everybody who may write to the service's pipe can make one. In a function $1
+// is the caller's word; one finding tells the others, too.
 static void check_given(const script &s, findings *found)
 {
   if (!is_action(s) || sets_arguments(s)) {
@@ -125,7 +134,9 @@ static void check_given(const script &s, findings *found)
 
 // --- what it does with stored values -----------------------------------------
 
-// Commands that only look at a value, or hand it to the next one.
+// Commands that only look at a value, or hand it to the next one. A program
+// that is not here may change the device by what it is given: hostname, ip, or
+// one of the maker's.
 static bool only_looks(const std::string &name)
 {
   static const std::set<std::string> names = {
@@ -139,6 +150,9 @@ static bool only_looks(const std::string &name)
 }
 
 // Whether what the command prints goes to a file, or to a program that acts.
+// Otherwise echo and printf show the value to the page that waits, and that
+// does nothing. The list has the next command of a pipe directly behind this
+// one.
 static bool prints_on(const script &s, const bash_command &command)
 {
   const size_t next = static_cast<size_t>(index_of(s, command)) + 1;
@@ -153,6 +167,7 @@ static bool prints_on(const script &s, const bash_command &command)
                   !only_looks(run_command(s.code.commands[next])));
 }
 
+// Not from the word 0: that a value is run as a command is a finding by itself.
 static const bash_expansion *used_input(const context &c,
                                         const bash_command &command)
 {
@@ -165,6 +180,8 @@ static const bash_expansion *used_input(const context &c,
   return nullptr;
 }
 
+// In a function of the action the value is followed to the command that uses
+// it.
 static void check_used(const sink &at, std::set<std::string> *reported)
 {
   const std::string name = run_command(at.command);
@@ -183,6 +200,8 @@ static void check_used(const sink &at, std::set<std::string> *reported)
 }
 
 // Whether the word of the test is compared, and not only asked for.
+// [ -n "$name" ] says nothing of what stands in it; [ "$name" = lan ] does.
+// Only the left side counts: the right one is what it is compared with.
 static bool is_compared(const bash_command &command, size_t i)
 {
   return command.kind == BASH_CASE ||
@@ -193,7 +212,9 @@ static bool is_compared(const bash_command &command, size_t i)
          (command.kind == BASH_TEST && i == 0);
 }
 
-// The values that a case or a test compares with anything.
+// The values that a case or a test compares with anything. With anything, since
+// what follows from a test is judged where bash would evaluate the value. Here
+// it is enough that somebody has thought of it.
 static std::set<std::string> compared_values(const script &s)
 {
   std::set<std::string> names;
@@ -214,7 +235,8 @@ static std::set<std::string> compared_values(const script &s)
   return names;
 }
 
-// The folder of the settings, as paths name it.
+// The folder of the settings, as paths name it. ${ORV_STATE%/*} is the folder
+// above, which holds other things as well.
 static bool is_state_path(const std::string &path)
 {
   return path.find("larkspur/state/") != std::string::npos ||
@@ -223,7 +245,9 @@ static bool is_state_path(const std::string &path)
          path.find("${ORV_STATE:-") != std::string::npos;
 }
 
-// An unfinished save, and who may put a file there, are known to orv-store.
+// An unfinished save, and who may put a file there, are known to orv-store. A
+// test, as with -e, takes nothing out of it. A program of migrate/ is given the
+// settings as its input.
 static void check_state(const script &s, const bash_command &command,
                         findings *found)
 {
@@ -247,6 +271,9 @@ static void check_state(const script &s, const bash_command &command,
   }
 }
 
+// An action that loads nothing has no stored value to misuse; a program of
+// migrate/ always has. What bash evaluates comes first: that finding says more,
+// and one is enough for a command and for a value.
 static void check_values(const device &dev, const script &s, findings *found)
 {
   if (is_action(s) && !names_store(s.code.code)) {

@@ -15,6 +15,8 @@
 
 // --- what forms have ---------------------------------------------------------
 
+// Cells go by the name of their column: the rows are the page's, and their
+// numbers are taken off before a name is looked up.
 static void add_form(const form &f, agree_check *c)
 {
   for (const form_item &item : f.items) {
@@ -27,6 +29,8 @@ static void add_form(const form &f, agree_check *c)
   }
 }
 
+// Of all forms: what a write script reports is shown by the page that confirms,
+// which is another form. $E:name$ shows a message and no value.
 static std::set<std::string> shown_names(const device &dev)
 {
   std::set<std::string> names;
@@ -45,7 +49,9 @@ static std::set<std::string> shown_names(const device &dev)
 // --- entries -----------------------------------------------------------------
 
 // The element that is one word, of the array that the value is taken from; NULL
-// without one.
+// without one. orv_put "select_zones$i" "${ZONES[i]}" is right for elements of
+// two words; "${ZONES[i]} $name" adds the text by itself, and an element with a
+// pattern or a substitution may become anything.
 static const bash_word *bare_element(const agree_check &c,
                                      const bash_word &value)
 {
@@ -68,7 +74,9 @@ static const bash_word *bare_element(const agree_check &c,
   return nullptr;
 }
 
-// An entry is a value, a blank and a text.
+// An entry is a value, a blank and a text. What comes from a variable may have
+// its text in it, unless a loop gives it literal words: for zone in UTC CET.
+// One with a blank among them, and nothing is said.
 static void check_entry(const agree_check &c, const bash_command &command)
 {
   if (first_word(command) != "orv_put" || command.words.size() != 3) {
@@ -106,6 +114,7 @@ static void check_entry(const agree_check &c, const bash_command &command)
 
 // --- the page's lines --------------------------------------------------------
 
+// "new_mtu="*) and new_mtu=*) are the same arm.
 static std::string plain_pattern(const std::string &pattern)
 {
   std::string plain;
@@ -140,7 +149,9 @@ static std::set<std::string> all_items(const agree_check &c)
   return items;
 }
 
-// Variables that `IFS== read name value` fills with the names of the lines.
+// Variables that `IFS== read name value` fills with the names of the lines. The
+// value comes last and the options first, so the name is the last word but one.
+// A file that is read so has lines of its own.
 static std::set<std::string> names_taken(const script &s)
 {
   std::set<std::string> names;
@@ -166,6 +177,8 @@ struct line_reader {
   std::set<int> groups;        // cases with an arm for a line
 };
 
+// A case with one arm new_NAME is about the page's lines, so its other arms are
+// as well, even where the variable's origin is not known.
 static line_reader find_lines(const agree_check &c)
 {
   line_reader lines = {follow_values(c.dev, c.s.name), names_taken(c.s), {}};
@@ -177,7 +190,10 @@ static line_reader find_lines(const agree_check &c)
   return lines;
 }
 
-// An arm for a line that the page never sends.
+// An arm for a line that the page never sends. That NAME=* lacks its new_ is
+// certain only for an item of the form, in a case on what the page has sent. Of
+// new_NAME=* nobody else has the name; new_NAME alone may be a word of another
+// kind, so there it must be near to an item's.
 static void check_arm(const agree_check &c, const line_reader &lines,
                       const bash_branch &arm)
 {
@@ -214,7 +230,8 @@ static void check_arm(const agree_check &c, const line_reader &lines,
 
 // --- what is reported --------------------------------------------------------
 
-// Names that mean something to the page itself.
+// Names that mean something to the page itself. Messages, entries and marked
+// rows have rules of their own.
 static bool is_page_name(const std::string &name)
 {
   static const std::set<std::string> names = {
@@ -225,6 +242,7 @@ static bool is_page_name(const std::string &name)
 }
 
 // A page with something to enter gets no fresh values: they would overwrite it.
+// One form of the script without such a field makes the name right.
 static void check_live(const agree_check &c, const bash_word &word)
 {
   const bool live =
@@ -239,6 +257,8 @@ static void check_live(const agree_check &c, const bash_word &word)
   }
 }
 
+// A name that is put together, as "port$i", is not known here. One that the
+// script has twice may be for another task or for itself.
 static void check_reported_name(const agree_check &c, const bash_word &word,
                                 const std::string &any_case)
 {
@@ -253,6 +273,7 @@ static void check_reported_name(const agree_check &c, const bash_word &word,
                in_quotes("error_" + name));
     return;
   }
+  // d_mtu, u_mtu, c_mtu and o_mtu are values of mtu.
   if (name.size() > 2 && name[1] == '_' &&
       std::string("duco").find(name[0]) != std::string::npos) {
     name.erase(0, 2);
@@ -277,7 +298,9 @@ static void check_reported(const agree_check &c, const bash_word &word)
   }
 }
 
-// printf '%s="%s"\n' NAME VALUE NAME VALUE ...
+// printf '%s="%s"\n' NAME VALUE NAME VALUE ... bash begins the format anew
+// until there are no words left, so names are as far apart as the format has
+// codes.
 static void check_names_printed(const agree_check &c,
                                 const bash_command &command)
 {
@@ -299,6 +322,7 @@ static void check_command(const agree_check &c, const bash_command &command)
 {
   check_entry(c, command);
   const std::string &name = first_word(command);
+  // What goes to a file, a program or a variable is no report.
   const bool prints = (name == "echo" || name == "printf") &&
                       !command.redirected_out && !command.piped &&
                       command.substitution == 0;
@@ -316,7 +340,9 @@ static void check_command(const agree_check &c, const bash_command &command)
   }
 }
 
-// Whether the script takes lines apart at all; then values are followed.
+// Whether the script takes lines apart at all; then values are followed. To
+// follow them takes longer than all else here, and most scripts leave the lines
+// to orv_read.
 static bool has_line_arms(const script &s)
 {
   return std::any_of(s.code.branches.begin(), s.code.branches.end(),
@@ -343,7 +369,8 @@ static void check_arms(const agree_check &c)
   }
 }
 
-// What the scripts of bars print is no report.
+// What the scripts of bars print is no report. No form reads or saves by them,
+// so forms_of() knows none.
 void check_agreement(const device &dev, findings *found)
 {
   const std::set<std::string> shown = shown_names(dev);

@@ -1,4 +1,8 @@
 // What scripts give the functions of the library.
+//
+// The words are judged as they are written. What an expansion brings is known
+// to the run alone, so a word with one is judged only where its place or the
+// number of words says enough.
 
 #include <algorithm>
 #include <unistd.h>
@@ -16,6 +20,7 @@ struct library_call {
   findings *found;
 };
 
+// The word 0 is the function's name and stands for the whole call.
 static void report_word(const library_call &c, size_t word,
                         const std::string &text)
 {
@@ -25,6 +30,7 @@ static void report_word(const library_call &c, size_t word,
 
 // --- how many words ----------------------------------------------------------
 
+// The words behind the name; `takes` ends the sentence that begins with it.
 struct signature {
   const char *name;
   size_t least;
@@ -32,6 +38,8 @@ struct signature {
   const char *takes;
 };
 
+// Functions that are not here take any words or, as orv_end does, none: what
+// those are given is ignored and does no harm.
 static const signature signatures[] = {
     {"orv_act", 1, 2, "an action and seconds"},
     {"orv_after_page", 2, 0, "seconds and a command"},
@@ -65,7 +73,9 @@ static const signature *signature_of(const std::string &name)
   return row != std::end(signatures) ? row : nullptr;
 }
 
-// Whether the word is one word, whatever stands in it.
+// Whether the word is one word, whatever stands in it. Without quotes a value
+// may be no word or several, "$@" is as many as there are arguments, and mtu*
+// as many as files fit.
 static bool is_one_word(const bash_word &word)
 {
   return word.text.find_first_of("*?{@") == std::string::npos
@@ -75,6 +85,9 @@ static bool is_one_word(const bash_word &word)
                     word.text.find('@') == std::string::npos);
 }
 
+// A word too many is mostly a text without quotes: orv_msg Enter a name.
+// orv_put "${pair[@]}" may be right, so one word whose number is not known
+// makes the whole call uncertain.
 static void check_count(const library_call &c, const signature &takes)
 {
   const std::vector<bash_word> &words = c.command.words;
@@ -87,6 +100,8 @@ static void check_count(const library_call &c, const signature &takes)
 }
 
 // A row is a number, whatever else is given last is a part of the text.
+// orv_error mtu Too large puts "Too" beside a cell that no table has. That is a
+// text of two words; of a longer one, the number of words has told it already.
 static void check_row(const library_call &c)
 {
   const std::vector<bash_word> &words = c.command.words;
@@ -106,6 +121,8 @@ static void check_act(const library_call &c, size_t word)
     return;
   }
   const std::string &name = words[word].plain;
+  // A folder without actions/ is a part of a device, and says nothing about
+  // those that it has.
   const std::string dir = c.dev.dir + "/actions";
   if (name.size() > 40 ||
       name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
@@ -121,7 +138,8 @@ static void check_act(const library_call &c, size_t word)
   }
 }
 
-// The longest that a page waits for an action.
+// The longest that a page waits for an action. orv-store refuses a longer time,
+// and the action is not requested at all.
 static constexpr long ACT_SECONDS_MAX = 600;
 
 static void check_act_seconds(const library_call &c, size_t word)
@@ -132,6 +150,8 @@ static void check_act_seconds(const library_call &c, size_t word)
     return;
   }
   const std::string &seconds = words[word].plain;
+  // With fewer than nine digits strtol cannot overflow, also where a long has
+  // 32 bits.
   const bool number =
       !seconds.empty() &&
       seconds.find_first_not_of("0123456789") == std::string::npos &&
@@ -145,7 +165,10 @@ static void check_act_seconds(const library_call &c, size_t word)
   }
 }
 
-// The seconds come first; an action may be what is called later.
+// The seconds come first; an action may be what is called later. orv_guard and
+// orv_after_page run orv_act by its name, so its words are judged as if they
+// stood alone. sleep, which counts for orv_after_page, takes 0.5; orv_guard
+// refuses everything but whole seconds without a 0 in front.
 static void check_seconds(const library_call &c)
 {
   const std::vector<bash_word> &words = c.command.words;
@@ -167,7 +190,11 @@ static void check_seconds(const library_call &c)
   }
 }
 
-// Whether none of the scripts that a form runs beside names it once more.
+// Whether none of the scripts that a form runs beside names it once more. A
+// second mention may be the read task that reports it, or a test of the
+// script's own; a beginning that an expansion goes on with may make the name,
+// and counts as two. A script that no form runs has no page that takes
+// anything.
 static bool stands_once(const library_call &c, const std::string &name)
 {
   const std::vector<const form *> &forms = forms_of(c.dev, c.s.name);
@@ -202,6 +229,8 @@ static void check_put(const library_call &c)
                 "the page knows no " + in_quotes(name) + " (did you mean " +
                     in_quotes(near) + "?)");
   }
+  // A blank one is what the read task reports, so that the page takes the
+  // number later.
   static const std::set<std::string> seconds = {"live_seconds", "wait_restart",
                                                 "wait_confirm"};
   if (seconds.count(name) != 0 && words.size() == 3 &&
@@ -209,6 +238,7 @@ static void check_put(const library_call &c)
       words[2].plain.find_first_not_of("0123456789") != std::string::npos) {
     report_word(c, 2, in_quotes(name) + " is a number of seconds");
   }
+  // A slash in ${address%/*} or in a command is none of the address.
   if (name == "wait_address" && words.size() == 3 &&
       words[2].plain.find('/') != std::string::npos &&
       words[2].text.find_first_of("{(`") == std::string::npos) {
@@ -216,6 +246,8 @@ static void check_put(const library_call &c)
                 "\"wait_address\" is an address, which a port can follow, and"
                 " no URL");
   }
+  // A page takes of these only what was reported when it was opened. The write
+  // task alone prints one in vain.
   if (starts_with(name, "wait_") && page_names.count(name) != 0 &&
       stands_once(c, name)) {
     report_word(c, 1,
@@ -224,7 +256,9 @@ static void check_put(const library_call &c)
   }
 }
 
-// Of a column only orv_read asks for all cells.
+// Of a column only orv_read asks for all cells. Elsewhere the mark is a part of
+// the name: orv_show "port#" reports a value that nothing ever sets. The words
+// of a call mostly share the mistake, so the first one is enough.
 static void check_marks(const library_call &c)
 {
   for (size_t i = 1; i < c.command.words.size(); i++) {
@@ -237,7 +271,9 @@ static void check_marks(const library_call &c)
   }
 }
 
-// The command is words, and no line for a shell.
+// The command is words, and no line for a shell. bash looks for a program that
+// is called "logger -t port", blanks and all. What comes from a variable may be
+// the path of one.
 static void check_runner(const library_call &c, size_t at)
 {
   if (at < c.command.words.size() && c.command.words[at].expansions.empty() &&
@@ -248,7 +284,10 @@ static void check_runner(const library_call &c, size_t at)
   }
 }
 
-// What the hash of a backup must match as a whole.
+// What the hash of a backup must match as a whole. The library puts ^( and )$
+// around it, so anchors are not asked for. A hash begins with a dollar, as $6$
+// does, and whoever writes that into the expression asks for the end of the
+// text twice. No field has such a value, so the fault has other words here.
 static void check_hash(const library_call &c)
 {
   if (c.command.words.size() < 3 || !c.command.words[2].expansions.empty()) {
@@ -265,6 +304,9 @@ static void check_hash(const library_call &c)
   }
 }
 
+// In the wrong order, orv_one_of auto "${orv[mode]}" also lets "auto x" pass,
+// since what is allowed is joined by blanks. A literal or a list in front and a
+// value at the end is how that looks.
 static void check_one_of(const library_call &c)
 {
   const std::vector<bash_word> &words = c.command.words;
@@ -277,7 +319,9 @@ static void check_one_of(const library_call &c)
   }
 }
 
-// What is given as a column and is an item of its own has no rows.
+// What is given as a column and is an item of its own has no rows. The script
+// may be that of several forms: one that has such a column makes the call
+// right. A name that no form has may be a value of the script's own.
 static void check_column(const library_call &c, const literal_name &name)
 {
   bool column = false;
@@ -306,7 +350,9 @@ static void check_columns(const library_call &c)
   }
 }
 
-// "$NAMES" of an array is its first element.
+// "$NAMES" of an array is its first element. With a single element both are the
+// same. NULL stands for an array whose elements depend on the run, and the
+// script's own array hides one of that name in a file that it sources.
 static void check_arrays(const library_call &c)
 {
   for (size_t i = 1; i < c.command.words.size(); i++) {
@@ -330,7 +376,9 @@ static void check_arrays(const library_call &c)
   }
 }
 
-// A list or a box holds something in every row.
+// A list or a box holds something in every row. orv_rows would find every row
+// that was drawn, so one whose texts the user has emptied would be stored
+// again. Asked of one column: the others have the same reason.
 static void check_rows(const library_call &c)
 {
   std::vector<literal_name> names;
@@ -355,6 +403,8 @@ static void check_rows(const library_call &c)
   }
 }
 
+// Each call is judged alone. In which order calls must come is judged by task,
+// elsewhere: one call may serve several.
 void check_arguments(const device &dev, findings *found)
 {
   static const std::set<std::string> without_marks = {"orv_rows", "orv_pack",

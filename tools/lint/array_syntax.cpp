@@ -6,7 +6,8 @@
 #include "script_names.h"
 #include "text.h"
 
-// Whether the script knows an array of that name.
+// Whether the script knows an array of that name. The library's are named here,
+// since their assignments stand in its files and not in the folder's scripts.
 static bool is_array(const script &s, const std::string &name)
 {
   return is_value_array(name) || name == "orv_label" || name == "rows" ||
@@ -14,7 +15,9 @@ static bool is_array(const script &s, const std::string &name)
          s.arrays.count(name) + s.sourced_arrays.count(name) != 0;
 }
 
-// "$array[0]" is the first element, and "[0]".
+// "$array[0]" is the first element, and "[0]". bash ends the name in front of
+// the bracket. Behind a plain variable the bracket may begin a pattern, as in
+// $dir[0-9]*, so only arrays are looked at.
 static void check_braces(const script &s, const bash_word &word,
                          findings *found)
 {
@@ -31,7 +34,8 @@ static void check_braces(const script &s, const bash_word &word,
   }
 }
 
-// (a, b): blanks alone separate elements.
+// (a, b): blanks alone separate elements. A comma in quotes is a part of a text
+// and on purpose; a single one in a longer list may be as well.
 static void check_commas(const script &s, const bash_assignment &assignment,
                          findings *found)
 {

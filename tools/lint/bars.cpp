@@ -1,4 +1,7 @@
 // Navigation bars, as far as they stand in the scripts that print them.
+//
+// What a loop or a file adds to a bar is known to the run alone, and is not
+// judged here.
 
 #include <algorithm>
 
@@ -8,7 +11,9 @@
 #include "text.h"
 
 // The words that a command prints as lines of their own, if it is one that
-// prints lines as they stand.
+// prints lines as they stand. Another format, or several words behind echo,
+// make a line that is no word of the script any more, and a finding has to
+// stand at a word.
 static std::vector<const bash_word *> printed_lines(const bash_command &command)
 {
   std::vector<const bash_word *> lines;
@@ -53,7 +58,8 @@ static void check_entry(const device &dev, const source_file &file,
 }
 
 // The lines that a command prints, or those of a here-document, are taken for a
-// whole bar.
+// whole bar. Each by itself: two commands may stand in two arms of a case, for
+// two forms, and their sum would be the bar of neither.
 static void check_bar(const device &dev, const source_file &file,
                       const std::vector<const bash_word *> &lines,
                       findings *found)
@@ -61,12 +67,16 @@ static void check_bar(const device &dev, const source_file &file,
   size_t entries = 1; // the fixed one
   bool first = true;
   for (const bash_word *word : lines) {
+    // Only a first line "--" takes away the entry that the page itself puts in
+    // front; further down it is a link that lacks its label.
     const bool fixed_off = first && word->plain == "--";
     first = false;
     if (fixed_off) {
       entries = 0;
       continue;
     }
+    // "$entry" may be a whole entry or nothing, so it neither counts as one nor
+    // lacks a label.
     if (is_inserted(word->plain) &&
         word->plain.find(' ') == std::string::npos) {
       continue;
@@ -82,6 +92,9 @@ static void check_bar(const device &dev, const source_file &file,
 }
 
 // A bar that is full loses its last entry, so a change that waits comes first.
+// A function or a substitution prints where it is used, which may be further
+// down, so neither decides here. A line "--" must be the very first and is no
+// entry.
 static void check_pending(const script &s, findings *found)
 {
   bool entries = false;
@@ -103,7 +116,8 @@ static void check_pending(const script &s, findings *found)
   }
 }
 
-// Whether the script runs for nothing but bars.
+// Whether the script runs for nothing but bars. A script that has another task
+// as well prints NAME=VALUE there, and none of these lines is a link.
 static bool is_bar_only(const device &dev, const std::string &name)
 {
   bool bar = false;
@@ -116,7 +130,8 @@ static bool is_bar_only(const device &dev, const std::string &name)
   return bar;
 }
 
-// The file that orv-store prints for forms without a script.
+// The file that orv-store prints for forms without a script. Its lines become
+// words, so that both kinds of bars are judged by the same code.
 static void check_file(const device &dev, findings *found)
 {
   std::vector<bash_word> words;
@@ -128,6 +143,8 @@ static void check_file(const device &dev, findings *found)
     words.push_back(word);
   }
   std::vector<const bash_word *> lines;
+  // In a second loop, since a vector that grows moves its words, and pointers
+  // to them would be lost.
   for (const bash_word &word : words) {
     if (!word.plain.empty()) {
       lines.push_back(&word);
@@ -147,10 +164,13 @@ void check_bars(const device &dev, findings *found)
     }
     check_pending(entry.second, found);
     for (const bash_command &command : entry.second.code.commands) {
+      // What $(...) prints is a value, and no line of the bar.
       if (command.substitution == 0) {
         check_bar(dev, *entry.second.file, printed_lines(command), found);
       }
     }
+    // Which command reads a here-document is not known; a script that has no
+    // task but the bar can hardly mean it for anything else.
     for (const std::vector<bash_word> &document : entry.second.code.documents) {
       std::vector<const bash_word *> lines;
       for (const bash_word &line : document) {
