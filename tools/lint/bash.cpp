@@ -16,8 +16,8 @@
 namespace bash_reading
 {
 
-// [[ ... ]], after the "[[".  Line ends, && and || do not end it, unlike a
-// command.
+// [[ ... ]], after the "[[". Line ends, && and || do not end it, unlike a
+// command. So a comment may stand in it as well.
 static void read_test(reader &r, list &l)
 {
   l.current.kind = BASH_TEST;
@@ -38,6 +38,7 @@ static void read_test(reader &r, list &l)
   }
 }
 
+// Also the head of `for ((i = 0; i < n; i++))`, whose ";" ends nothing.
 static void read_arithmetic_command(reader &r, list &l)
 {
   bash_word word;
@@ -53,7 +54,7 @@ static void read_arithmetic_command(reader &r, list &l)
 }
 
 // The list of values is read like a command's words: both end at ";" or the
-// line end.
+// line end. `for x` without "in" goes through the arguments.
 static void read_for(reader &r, list &l)
 {
   open_block(r, l, "for");
@@ -70,6 +71,8 @@ static void read_for(reader &r, list &l)
   }
 }
 
+// The subject becomes a command of its own before the block opens, so it is the
+// one directly in front of the block's first: the arms find it there.
 static void read_case(reader &r, list &l)
 {
   skip_blanks(r);
@@ -81,7 +84,8 @@ static void read_case(reader &r, list &l)
   open_block(r, l, "case");
 }
 
-// A case's pattern with its ")", or the esac.
+// A case's pattern with its ")", or the esac. The "(" in front of it may be
+// left out, and parentheses in it, as in @(a|b), are counted.
 static void read_pattern(reader &r, list &l)
 {
   skip_space(r);
@@ -112,7 +116,9 @@ static void read_pattern(reader &r, list &l)
 }
 
 // Takes a word that opens, closes or joins blocks; another command may follow
-// it without a separator, so it is not a command's first word.
+// it without a separator, so it is not a command's first word. "!" is one of
+// the conditions: what it turns round is a status that somebody asks for. A
+// second one turns it back.
 static bool read_reserved(reader &r, list &l, const std::string &word)
 {
   static const std::set<std::string> skipped = {"then", "else", "do", "time",
@@ -157,7 +163,8 @@ static bool read_compound(reader &r, list &l, const std::string &word)
   return true;
 }
 
-// Takes the head of a function: "function NAME" or "NAME ()".
+// Takes the head of a function: "function NAME" or "NAME ()". The body may be
+// any compound command, and is opened when it comes.
 static bool read_function(reader &r, const std::string &word, size_t end)
 {
   if (word == "function") {
@@ -180,7 +187,9 @@ static bool read_function(reader &r, const std::string &word, size_t end)
 }
 
 // Acts on a word that is a keyword at the start of a command; false when it is
-// not.  Elsewhere the same word is an argument: echo done.
+// not. Elsewhere the same word is an argument: echo done. Names of functions
+// may have a dash or a full stop, so these belong to the word: done.sh is no
+// keyword, and neither is if=1.
 static bool read_keyword(reader &r, list &l)
 {
   size_t end = r.at;
@@ -196,13 +205,16 @@ static bool read_keyword(reader &r, list &l)
          read_function(r, word, end);
 }
 
+// Behind an assignment or a redirection bash takes no keyword: x=1 if is a
+// command called if.
 static bool at_start(const list &l)
 {
   return l.current.kind == BASH_SIMPLE && l.current.words.empty() &&
          l.current.assignments.empty() && l.current.redirects.empty();
 }
 
-// Acts on an operator that ends a command.  False when there is none.
+// Acts on an operator that ends a command. False when there is none. A
+// here-document is skipped at the line end, and its text never comes here.
 static bool read_operator(reader &r, list &l)
 {
   if (looking_at(r, ";;") || looking_at(r, ";&")) {
@@ -243,7 +255,10 @@ static bool read_operator(reader &r, list &l)
   return false;
 }
 
-// Reads the next part of the list; false at its end.
+// Reads the next part of the list; false at its end. The order matters:
+// patterns of a case look like anything else, "&>" begins as "&" does, and a
+// keyword or NAME=VALUE is one only where no word of the command stands before
+// it.
 static bool read_part(reader &r, list &l)
 {
   if (at_start(l) && !l.blocks.empty() && l.blocks.back().patterns) {
@@ -292,6 +307,7 @@ static bool read_part(reader &r, list &l)
   }
   const size_t before = r.at;
   const bash_word word = read_word(r, false);
+  // No word begins here, and without a step this would never end.
   if (r.at == before) {
     step(r);
     return true;
@@ -304,6 +320,7 @@ static bool read_part(reader &r, list &l)
   return true;
 }
 
+// A block that the closer ends as well is kept as open, to be reported.
 void read_list(reader &r, char closer)
 {
   list l;
@@ -320,6 +337,7 @@ void read_list(reader &r, char closer)
 
 using namespace bash_reading;
 
+// A ")" too many ends a list, and what follows is read as another one.
 bash_script read_bash(const std::string &text)
 {
   bash_script out;

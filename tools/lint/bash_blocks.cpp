@@ -5,8 +5,10 @@
 namespace bash_reading
 {
 
-// Ends the current command.  An empty one (between ";" and a line end) leaves
-// the state for the next: "!" or "if" may be followed by a line end.
+// Ends the current command. An empty one (between ";" and a line end) leaves
+// the state for the next: "!" or "if" may be followed by a line end. What
+// decides on the command, and how it is joined, was noted before its first word
+// came.
 void finish(reader &r, list &l)
 {
   bash_command &command = l.current;
@@ -35,6 +37,8 @@ void finish(reader &r, list &l)
 }
 
 // Redirections and a pipe after a compound command apply to all commands in it.
+// A "|" or a "<FILE" behind `done` comes when the commands of the loop have
+// long been read, so they are marked afterwards. `||` is no pipe.
 static void finish_block(reader &r, list &l, const block &closed)
 {
   bash_command &tail = l.current;
@@ -71,6 +75,7 @@ void open_branch(reader &r, const bash_branch &branch)
   r.branch = static_cast<int>(r.out.branches.size()) - 1;
 }
 
+// Each arm knows the one before it: it runs only where that one did not.
 void open_arm(reader &r, block &open, bash_branch branch)
 {
   branch.before = open.last_arm;
@@ -78,8 +83,10 @@ void open_arm(reader &r, block &open, bash_branch branch)
   open.last_arm = r.branch;
 }
 
-// A function's name applies to the block that follows it.  Its commands run
-// when it is called, so they are in no branch of the place where it is defined.
+// A function's name applies to the block that follows it. Its commands run when
+// it is called, so they are in no branch of the place where it is defined.
+// Behind && or || the block as a whole is a branch that may not run. What joins
+// it is taken from its first command, which it does not concern.
 void open_block(reader &r, list &l, const std::string &kind)
 {
   const block open = {kind,
@@ -109,7 +116,8 @@ void open_block(reader &r, list &l, const std::string &kind)
   }
 }
 
-// The branch that contains the block itself.
+// The branch that contains the block itself. While an arm is open, the current
+// branch is that arm, and all arms of a block have its group.
 int outer_branch(const reader &r, const block &open)
 {
   const size_t arm = static_cast<size_t>(r.branch);
@@ -133,6 +141,8 @@ void read_arm(reader &r, list &l, const std::string &word)
   } else if (word == "else") {
     open_arm(r, open, {outer, open.group, open.kind, -1, true, ""});
   } else if (word == "then" || word == "do") {
+    // `while` without a command in front of `do`, in a script that is being
+    // written, has nothing that decides.
     const bool tested = r.out.commands.size() > open.tests;
     open_arm(r, open,
              {outer, open.group, open.kind,
@@ -140,6 +150,8 @@ void read_arm(reader &r, list &l, const std::string &word)
   }
 }
 
+// A "fi" or "}" that closes nothing is passed over; bash -n says that it is
+// wrong.
 void close_block(reader &r, list &l)
 {
   finish(r, l);

@@ -22,6 +22,7 @@ bool done(const reader &r)
   return r.at >= r.in.size();
 }
 
+// With a NUL behind the end, nobody has to ask for it before each look.
 char peek(const reader &r, size_t ahead)
 {
   return r.at + ahead < r.in.size() ? r.in[r.at + ahead] : '\0';
@@ -80,7 +81,9 @@ void read_substitution(reader &r)
   r.depth--;
 }
 
-// Moves a word that was read by itself to its place in the script.
+// Moves a word that was read by itself to its place in the script. Only its
+// first line begins behind something: columns of the others are right as they
+// are.
 static void move_word(bash_word &word, int lines, int columns)
 {
   word.column += word.line == 1 ? columns : 0;
@@ -92,7 +95,9 @@ static void move_word(bash_word &word, int lines, int columns)
 }
 
 // Read as a separate script: a backslash escapes fewer characters in it, and
-// the first unescaped backtick ends it, even inside quotes.
+// the first unescaped backtick ends it, even inside quotes. Its commands are
+// numbered from 0 in a script that nobody keeps, so they get the branch and the
+// function of the place where the text stands, and nothing in front of them.
 void read_backticks(reader &r)
 {
   step(r);
@@ -172,8 +177,9 @@ void read_double(reader &r, bash_word &word)
   step(r);
 }
 
-// Any text up to the `end` that matches an `open` already taken.  Within double
-// quotes (`quoted`) a single quote is an ordinary character.
+// Any text up to the `end` that matches an `open` already taken. Within double
+// quotes (`quoted`) a single quote is an ordinary character. In "${x:-'a'}"
+// they are a part of the value, and in ${x:-'a'} they are not.
 void read_nested(reader &r, bash_word &word, char open, char end, bool quoted,
                  bool arithmetic)
 {
@@ -202,8 +208,9 @@ void read_nested(reader &r, bash_word &word, char open, char end, bool quoted,
   }
 }
 
-// ${...}, after the "${".  "!" and "#" are operators here unless the "}"
-// follows: ${!} and ${#} are parameters.
+// ${...}, after the "${". "!" and "#" are operators here unless the "}"
+// follows: ${!} and ${#} are parameters. A name of one other character is a
+// parameter: ${@:2}, ${?}.
 static void read_braces(reader &r, bash_word &word, bash_expansion &expansion)
 {
   if (peek(r) == '!' && peek(r, 1) != '}') {
@@ -240,7 +247,9 @@ static void read_braces(reader &r, bash_word &word, bash_expansion &expansion)
   }
 }
 
-// Whether what comes next continues a number such as 10# or 0x.
+// Whether what comes next continues a number such as 10# or 0x. bash puts the
+// value there before it computes, so 10#$x reads 09 as 9. The number was taken
+// as it came, so it is looked for backwards.
 static bool is_based(const reader &r)
 {
   size_t start = r.at;
@@ -253,8 +262,10 @@ static bool is_based(const reader &r)
   return has_base(r.in.substr(start, end - start));
 }
 
-// Arithmetic up to the matching `end` (")" or "]"), which is not taken.  A name
-// needs no dollar here: bash evaluates its value as an expression.
+// Arithmetic up to the matching `end` (")" or "]"), which is not taken. A name
+// needs no dollar here: bash evaluates its value as an expression. Parentheses
+// and brackets are counted together, since either may end it and both may stand
+// in a subscript.
 void read_arithmetic(reader &r, bash_word &word, char end)
 {
   int depth = 0;
@@ -281,6 +292,8 @@ void read_arithmetic(reader &r, bash_word &word, char end)
         expansion.name += peek(r);
         step(r);
       }
+      // It is noted only. What stands in it is read on, as its names are
+      // evaluated as well.
       if (peek(r) == '[') {
         const size_t close = r.in.find(']', r.at);
         if (close != std::string::npos) {
@@ -294,7 +307,9 @@ void read_arithmetic(reader &r, bash_word &word, char end)
   }
 }
 
-// Anything that begins with "$".
+// Anything that begins with "$". The text of the expansion goes to `plain` as
+// it is written, so that "port$i" can be told from "port"; what was read inside
+// of it for other reasons is taken away again.
 void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
 {
   const size_t start = r.at;
@@ -320,9 +335,13 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
     read_substitution(r);
   } else if (next == '{') {
     step(r, 2);
+    // "${a:-${a:-..." and "$((" without end come from a damaged file, and each
+    // level is a call.
     if (r.depth == DEPTH_MAX) {
       return;
     }
+    // In front of those in its subscript or default: the first of a word is
+    // what the word is.
     const size_t place = word.expansions.size();
     r.depth++;
     read_braces(r, word, expansion);

@@ -17,8 +17,10 @@ bool ends_word(char c)
   return strchr(" \t\n;&|()<>", c) != nullptr;
 }
 
-// One word, empty when there is none.  Inside [[ ]] fewer characters end it:
-// "(", "|" and "<" are operators or part of a regular expression there.
+// One word, empty when there is none. Inside [[ ]] fewer characters end it:
+// "(", "|" and "<" are operators or part of a regular expression there. In
+// [[ $x =~ (a|b) ]] they belong to the word. The "]]" itself ends at ";" or ")"
+// like any other.
 bash_word read_word(reader &r, bool in_test)
 {
   bash_word word;
@@ -69,7 +71,8 @@ bash_word read_word(reader &r, bool in_test)
 }
 
 // Blanks it out in the copy of the code, so that rules which search that find
-// nothing in comments.
+// nothing in comments. Blanks take its place, so that lines and columns of the
+// rest stay.
 void skip_comment(reader &r)
 {
   while (!done(r) && peek(r) != '\n') {
@@ -101,8 +104,9 @@ void skip_space(reader &r)
   }
 }
 
-// Here-documents are data, even if they look like commands.  Their text is kept
-// apart: it may hold lines for the page.
+// Here-documents are data, even if they look like commands. Their text is kept
+// apart: it may hold lines for the page. Several of one line follow each other
+// in the order of their marks.
 void skip_documents(reader &r)
 {
   for (const here_document &document : r.documents) {
@@ -124,6 +128,8 @@ void skip_documents(reader &r)
   r.documents.clear();
 }
 
+// Line ends and comments separate elements like blanks. [key]=value is a word
+// as well.
 static void read_array(reader &r, bash_assignment &assignment)
 {
   step(r);
@@ -141,8 +147,10 @@ static void read_array(reader &r, bash_assignment &assignment)
   step(r);
 }
 
-// Takes NAME=..., NAME+=... or NAME[...]=... if there is one.  Brackets in the
-// subscript are counted, since it may contain another: a[b[0]]=1.
+// Takes NAME=..., NAME+=... or NAME[...]=... if there is one. Brackets in the
+// subscript are counted, since it may contain another: a[b[0]]=1. Until the "="
+// is found nothing is taken: port[0] without one is a pattern, and mtu a
+// command.
 bool read_assignment(reader &r, list &l)
 {
   size_t end = r.at;
@@ -186,6 +194,7 @@ bool read_assignment(reader &r, list &l)
   } else {
     assignment.value = read_word(r, false);
   }
+  // An array has no value of its own, and findings need a place.
   if (assignment.value.line == 0) {
     assignment.value.line = start_line;
     assignment.value.column = start_column;
@@ -194,7 +203,8 @@ bool read_assignment(reader &r, list &l)
   return true;
 }
 
-// After any other command NAME=VALUE is an argument.
+// After any other command NAME=VALUE is an argument. These builtins are read by
+// bash itself in the same way: local x=$1 is not split into words.
 bool takes_assignments(const bash_command &command)
 {
   static const std::set<std::string> words = {"declare", "local", "export",
@@ -202,8 +212,9 @@ bool takes_assignments(const bash_command &command)
   return command.words.empty() || words.count(command.words[0].plain) != 0;
 }
 
-// Reads a redirection if there is one.  Digits are its descriptor only directly
-// before it: "echo 2 >f" prints the 2.
+// Reads a redirection if there is one. Digits are its descriptor only directly
+// before it: "echo 2 >f" prints the 2. Also of an operator that only follows
+// digits or "&": &>file is one, and 2& is not.
 bool read_redirect(reader &r, list &l)
 {
   size_t ahead = 0;
