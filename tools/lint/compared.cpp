@@ -13,7 +13,9 @@
 #include "tasks.h"
 #include "text.h"
 
-// What some script gives a command, as `"$0" --apply` does.
+// What some script gives a command, as `"$0" --apply` does. A script may call
+// itself or another one with a task that no header has, so an option that any
+// script passes on may come. -n and -eq of a test are no such options.
 static std::set<std::string> collect_given(const device &dev)
 {
   std::set<std::string> given;
@@ -44,6 +46,10 @@ static std::string listed(const std::set<std::string> &values)
   return text;
 }
 
+// Blank is always possible: an item that is not drawn has no value, and an
+// argument may be missing. Patterns of a case come as they are written, so a
+// blank one is '' or "". What an expansion makes of a pattern is known to the
+// run alone.
 static bool fits(const compare_check &c, const value_set &set,
                  const std::string &pattern)
 {
@@ -79,7 +85,9 @@ static void compare(const compare_check &c, const value_set &set,
              ": it is one of " + listed(set.values));
 }
 
-// The words behind a comparison in [[ ]] or [ ].
+// The words behind a comparison in [[ ]] or [ ]. The value is what stands in
+// front of the operator. [[ auto == $mode ]] is left alone: there the value is
+// the pattern.
 static void check_test(const compare_check &c, const bash_command &command)
 {
   for (size_t i = 1; i + 1 < command.words.size(); i++) {
@@ -99,6 +107,8 @@ struct arm_pattern {
   int column;
 };
 
+// The text of the arm still has its blanks and, where it goes on in the next
+// line, the backslash. The "|" behind it ends the last pattern like the others.
 static void add_patterns(const bash_branch &arm,
                          std::vector<arm_pattern> *patterns)
 {
@@ -116,6 +126,9 @@ static void add_patterns(const bash_branch &arm,
 }
 
 // Where no pattern fits, another value was meant, and that is reported once.
+// Only of an argument: `case $2 in --read) ... --write)` asks for the wrong
+// one. With one arm, it may as well be the word that is wrong. `*` fits
+// whatever is asked for, and would hide the mistake.
 static void check_case(const compare_check &c, const bash_command &subject,
                        std::vector<arm_pattern> patterns)
 {
@@ -138,6 +151,8 @@ static void check_case(const compare_check &c, const bash_command &subject,
   }
 }
 
+// The reader has a branch for each arm; which arms are of one case is seen by
+// their common subject.
 static void check_cases(const compare_check &c)
 {
   std::map<int, std::vector<arm_pattern>> cases; // by their subjects
@@ -156,6 +171,8 @@ static void check_cases(const compare_check &c)
 }
 
 // A list that has none of the values of an argument: another was meant.
+// Elements of an array count as if they stood there. A word that is not known
+// could be the right one, so then nothing is said.
 static bool refuses_all(const compare_check &c, const value_set &set,
                         const bash_command &command)
 {
@@ -201,9 +218,13 @@ void check_compared(const device &dev, findings *found)
   for (const auto &entry : dev.scripts) {
     const script &s = entry.second;
     compare_check c = {dev, s, forms_of(dev, s.name), {}, given, found, {}};
+    // With shopt -s nocasematch, [[ A == a ]] holds and case takes the arm a,
+    // so words that are never the value may fit all the same.
     if (s.words.count("nocasematch") != 0) {
       continue;
     }
+    // Before anything is compared: a function may stand in front of the
+    // assignment that fills its variable.
     collect_holders(&c);
     check_lacking(c);
     for (const bash_command &command : s.code.commands) {

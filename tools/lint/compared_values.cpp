@@ -12,7 +12,10 @@
 
 // --- what values there are ---------------------------------------------------
 
-// `accept_other_case`: whether "true" may stand for what a box posts.
+// `accept_other_case`: whether "true" may stand for what a box posts. Browsers
+// post "True", so a script that knows "true" alone never sees a ticked box; one
+// that has "True" somewhere may look for both. The words of a keyword come as
+// they were typed. Any other field has more values than could be listed.
 static void add_item_values(const form &f, const form_item &item,
                             bool accept_other_case, value_set *set)
 {
@@ -36,7 +39,10 @@ static void add_item_values(const form &f, const form_item &item,
   }
 }
 
-// Those of an item, in all forms that run the script.
+// Those of an item, in all forms that run the script. A word is right where one
+// of the forms has it, and nothing is known as soon as one form has a field
+// there that takes any text. Such a set is a list only if it is a select in all
+// of them.
 static value_set values_of_item(const compare_check &c, const std::string &key)
 {
   const std::string name = lower(key);
@@ -76,7 +82,9 @@ static std::string key_of(const std::string &subscript)
   return key;
 }
 
-// Whether the line gives the script fewer arguments.
+// Whether the line gives the script fewer arguments. What a shell would act on
+// can be more words, or fewer, and a title has any number. The script itself is
+// the word 0.
 static bool lacks_argument(const script_line &line, const std::string &number)
 {
   return line.text.find_first_of("'`;|&<>()\\*?{") == std::string::npos &&
@@ -85,7 +93,8 @@ static bool lacks_argument(const script_line &line, const std::string &number)
 }
 
 // What the forms' lines give it; nothing is known where one gives it what a
-// request chooses.
+// request chooses. A line with fewer words leaves the argument blank, which
+// every comparison allows for.
 static value_set values_of_argument(const compare_check &c,
                                     const std::string &number)
 {
@@ -113,6 +122,8 @@ static value_set values_of_argument(const compare_check &c,
 }
 
 // Whether the word is one expansion and nothing else, "$name" or "${name...}".
+// With text around it the word has other values than the variable. In
+// "${a:-${b}}" the first "}" is not the last, so braces are counted.
 static bool is_one_expansion(const bash_word &word)
 {
   if (word.expansions.empty()) {
@@ -147,6 +158,7 @@ value_set values_of(const compare_check &c, const bash_command &command,
   if (e.name == "orv" || e.name == "orv_was") {
     return values_of_item(c, key_of(e.subscript));
   }
+  // In a function $1 is what the caller gives it.
   if (e.name.find_first_not_of("0123456789") == std::string::npos &&
       command.function.empty() && e.name != "0") {
     return values_of_argument(c, e.name);
@@ -168,7 +180,9 @@ value_set values_of(const compare_check &c, const bash_command &command,
 
 // --- what holds them ---------------------------------------------------------
 
-// "NAME" of an arm "new_NAME=*)" or "new_NAME)", "" of another.
+// "NAME" of an arm "new_NAME=*)" or "new_NAME)", "" of another. Blanks and
+// quotes may stand around the parts of a pattern; anything else means more
+// lines than one.
 static std::string line_name(const std::string &pattern)
 {
   std::string plain;
@@ -186,6 +200,7 @@ static std::string line_name(const std::string &pattern)
 }
 
 // The item that the assigned value is, "" when it is anything else.
+// "${orv[mode]} x" is another value, and so is ${orv[mode]%x}.
 static std::string item_of(const bash_assignment &assignment)
 {
   const bash_word &value = assignment.value;
@@ -211,7 +226,8 @@ static std::string argument_of(const bash_command &command,
              : "";
 }
 
-// Variables that are given an argument and nothing else.
+// Variables that are given an argument and nothing else. Taken out at the end,
+// since the other assignment may stand in front or behind.
 static void collect_arguments(compare_check *c)
 {
   std::set<std::string> others; // given something else
@@ -230,7 +246,9 @@ static void collect_arguments(compare_check *c)
   }
 }
 
-// Variables that are given the value of an item and nothing else.
+// Variables that are given the value of an item and nothing else. item_of() is
+// "" for any other value, so a second kind of value makes the set larger than
+// one.
 static void collect_copies(compare_check *c)
 {
   std::map<std::string, std::set<std::string>> given;
@@ -248,7 +266,10 @@ static void collect_copies(compare_check *c)
   }
 }
 
-// Variables that an arm for one of the page's lines fills.
+// Variables that an arm for one of the page's lines fills. Behind the others,
+// and over them: `new_mode=*) mode=${line#*=} ;;` cuts the value out of a line,
+// which by itself looks like any text. Where a script takes its lines so, that
+// is what the variable is for.
 void collect_holders(compare_check *c)
 {
   collect_copies(c);

@@ -52,13 +52,14 @@ bool first_line_turns_on(const script &s, char letter, const std::string &name)
   return starts_with(first, "#!") && turns_on(words, letter, name);
 }
 
+// In a function, readonly and export leave the variable whose it was.
 static bool declares(const bash_command &command)
 {
   static const std::set<std::string> words = {"local", "declare", "typeset"};
   return words.count(first_word(command)) != 0;
 }
 
-// Whether one of the options has such a letter.
+// Whether one of the options has such a letter. Options may be joined: -gA.
 static bool has_option(const bash_command &command, const char *letters)
 {
   return std::any_of(
@@ -68,6 +69,8 @@ static bool has_option(const bash_command &command, const char *letters)
       });
 }
 
+// The name of the builtin and its options are among them, which harms nobody:
+// no variable is called so.
 static std::set<std::string> declared_names(const bash_command &command)
 {
   std::set<std::string> names;
@@ -80,7 +83,9 @@ static std::set<std::string> declared_names(const bash_command &command)
   return names;
 }
 
-// A name that a function declares is its own there, unless it says -g.
+// A name that a function declares is its own there. A map counts in the whole
+// script: its subscripts are text, and a map taken for an ordinary array would
+// be a false alarm in every place that uses it.
 static void add_locals(context *c, const bash_command &command)
 {
   if (!declares(command)) {
@@ -97,6 +102,9 @@ static void add_locals(context *c, const bash_command &command)
   }
 }
 
+// With -i whatever the variable is given later is computed, with -n it is taken
+// for a name: both run what stands in a[$(reboot)]. So the attribute stays with
+// the name, wherever the values come from.
 static void add_attributes(context *c, const bash_command &command)
 {
   if ((declares(command) || first_word(command) == "readonly") &&
@@ -108,6 +116,8 @@ static void add_attributes(context *c, const bash_command &command)
 }
 
 // The scoped name of the value that the word is, "" when it is anything else.
+// Only then a test of one says the same of the other: new=${orv[mtu]} makes
+// $new as good as checked, but ${orv[mtu]%.*} is another value.
 static std::string copied_value(const context &c, const bash_command &command,
                                 const bash_word &value)
 {
@@ -124,7 +134,8 @@ static std::string copied_value(const context &c, const bash_command &command,
                : "";
 }
 
-// A second value makes a variable no copy.
+// A second value makes a variable no copy. It stays here as "" until the end,
+// or a third assignment would make it a copy again.
 static void collect_copies(context *c)
 {
   for (const script *s : c->files) {
@@ -148,6 +159,7 @@ static void collect_copies(context *c)
 }
 
 // Whether the word is run: also one that orv_background and the like are given.
+// The text of `trap clean_up EXIT` may be no more than a function's name.
 static bool is_run(const bash_command &command, size_t i)
 {
   static const std::set<std::string> runners = {
@@ -157,6 +169,8 @@ static bool is_run(const bash_command &command, size_t i)
          (i == 0 || runners.count(command.words[0].plain) != 0);
 }
 
+// All names first: a file that is sourced calls the script's functions as well
+// as the other way round.
 static void collect_calls(context *c)
 {
   std::set<std::string> own;
@@ -182,6 +196,8 @@ void collect_declared(context *c)
       add_locals(c, command);
     }
   }
+  // Only now it is known which names are locals, and scoped() needs to know
+  // that.
   for (const script *s : c->files) {
     for (const bash_command &command : s->code.commands) {
       add_attributes(c, command);
@@ -193,7 +209,8 @@ void collect_declared(context *c)
 
 // --- what $(...) takes -------------------------------------------------------
 
-// Commands that print what they are given, or parts of it.
+// Commands that print what they are given, or parts of it. Any other makes
+// something new of it: a hash, a number of lines, the name of a file.
 static bool hands_on(const std::string &name)
 {
   static const std::set<std::string> names = {
@@ -202,7 +219,9 @@ static bool hands_on(const std::string &name)
   return names.count(name) != 0;
 }
 
-// Whether it leaves out all but plain characters.
+// Whether it leaves out all but plain characters. tr -cd 0-9 and sed
+// 's/[^0-9]//g' are how that is written. Which characters are left is not
+// asked.
 static bool cleans(const bash_command &command)
 {
   return std::any_of(
@@ -213,6 +232,8 @@ static bool cleans(const bash_command &command)
       });
 }
 
+// Of the redirections only <<< brings the value itself; what < brings is a file
+// of the device.
 static bool takes_input(const context &c, const bash_command &command)
 {
   const auto is_input = [&](const bash_word &word) {
@@ -225,7 +246,10 @@ static bool takes_input(const context &c, const bash_command &command)
                      });
 }
 
-// The commands of a substitution stand in front of the one that it is in.
+// The commands of a substitution stand in front of the one that it is in. So
+// they are gone through backwards, to the first that begins in front of the
+// value. One command that makes something new, or cleans, speaks for all of
+// them: in a pipe it hardly matters where it stands.
 bool captures_input(const context &c, const bash_command &command,
                     const bash_word &value)
 {

@@ -8,7 +8,8 @@
 #include "text.h"
 
 // Whether a script has the file's name as a word, or as the end of a path, or a
-// beginning of it that an expansion goes on with.
+// beginning of it that an expansion goes on with. A script that reads its files
+// itself names them in a path or a redirection, so all words count.
 static bool names_file(const script &s, const std::string &name)
 {
   const auto same = [&](const bash_word &word) {
@@ -33,7 +34,9 @@ static bool names_file(const script &s, const std::string &name)
       });
 }
 
-// Values of variables that the library loads files by: orv_load "$FILE".
+// Values of variables that the library loads files by: orv_load "$FILE". Any
+// text counts: which of them is a file's name is not known, and one too many
+// only means silence.
 static void add_constants(const script &s, std::set<std::string> *values)
 {
   for (const bash_command &command : s.code.commands) {
@@ -46,7 +49,8 @@ static void add_constants(const script &s, std::set<std::string> *values)
 }
 
 // The form without a script that the file was mostly meant for: its sub-items
-// have files NAME@SUBITEM.  "" without one.
+// have files NAME@SUBITEM. "" without one. clock.lan1 or clock-lan1 was meant
+// to be clock@lan1.
 static std::string form_of_subitem(const device &dev, const std::string &name)
 {
   const size_t mark = name.find_first_of(".-_:~+#");
@@ -81,6 +85,9 @@ static std::set<std::string> used_files(const device &dev)
   return used;
 }
 
+// A file that nothing loads may be for a program of the device. It counts as a
+// mistake where its name is nearly that of a file that is loaded and that
+// defaults/ lacks.
 void check_unused_file(const device &dev, const source_file &file,
                        const std::string &name, findings *found)
 {

@@ -24,6 +24,7 @@ struct settings_check {
 
 // --- which forms -------------------------------------------------------------
 
+// `runs` holds only scripts that were read, so at() finds each.
 static bool uses_file(const device &dev, const form &f, const std::string &name)
 {
   if (keeps_itself(dev, f)) {
@@ -35,6 +36,7 @@ static bool uses_file(const device &dev, const form &f, const std::string &name)
       });
 }
 
+// Beginnings of names count as words, too: orv_show "port$i" uses port0.
 static settings_check settings_of(const device &dev, const std::string &name,
                                   const source_file &file, findings *found)
 {
@@ -53,7 +55,9 @@ static settings_check settings_of(const device &dev, const std::string &name,
   return c;
 }
 
-// The item that the name belongs to, NULL when no form has it.
+// The item that the name belongs to, NULL when no form has it. A name without a
+// row's number finds its column as well, so that the finding can say what it
+// lacks.
 static const form_item *find_item(const settings_check &c,
                                   const std::string &name, const form **f)
 {
@@ -72,7 +76,11 @@ static const form_item *find_item(const settings_check &c,
 
 // --- values ------------------------------------------------------------------
 
-// What the field's check says of the value, "" when it passes.
+// What the field's check says of the value, "" when it passes. By the
+// executable's own function, so in the words of a page. It may cut the text,
+// hence the copy, and leaves its message among those of the page, which are
+// emptied for the next value. A blank value is what a device has before anybody
+// has set it up.
 static std::string check_fault(const form_item &item, const std::string &value)
 {
   const form_line *line = attribute(item, "check");
@@ -93,7 +101,8 @@ static std::string check_fault(const form_item &item, const std::string &value)
   return fault;
 }
 
-// What no field can hold.
+// What no field can hold. The executable refuses these before it asks any
+// check, so they are looked for even where the check would ask the device.
 static std::string foreign_character(const std::string &value)
 {
   for (const char c : value) {
@@ -105,6 +114,9 @@ static std::string foreign_character(const std::string &value)
   return "";
 }
 
+// A page lets true and 1 pass for a box, but shows a form as changed whose box
+// is reported so. Entries of an iselect are compared with those of the file; a
+// fixed field shows whatever there is.
 static std::string fault_of(const form &f, const form_item &item,
                             const std::string &value)
 {
@@ -130,6 +142,8 @@ static bool is_quoted(const std::string &value)
          (value[0] == '"' || value[0] == '\'');
 }
 
+// Scripts make names of a beginning and a number. One of a letter or two would
+// let nearly every name pass.
 static void check_name(const settings_check &c, const std::string &name,
                        int line)
 {
@@ -158,7 +172,9 @@ static void check_name(const settings_check &c, const std::string &name,
              did_you_mean(name, names));
 }
 
-// Whether a secret is stored otherwise than it is typed.
+// Whether a secret is stored otherwise than it is typed. The check is that of
+// what is typed; a hash is longer, and has dollars that no field takes. A
+// script that calls such a program for another value is let off as well.
 static bool makes_hashes(const settings_check &c, const std::string &value)
 {
   static const std::set<std::string> makers = {
@@ -172,6 +188,9 @@ static bool makes_hashes(const settings_check &c, const std::string &value)
                      });
 }
 
+// One finding for a line: with quotes or blanks in it, its value says nothing.
+// `names` gets the name all the same, since the rows behind ask for it, and in
+// small letters, because names have no case on a page.
 static void check_setting(const settings_check &c, const std::string &text,
                           int line, std::set<std::string> *names)
 {
@@ -224,7 +243,8 @@ static void check_setting(const settings_check &c, const std::string &text,
   }
 }
 
-// A row that is missing ends the table, or moves those behind it.
+// Whether the name without its number is that of a list: its entries are
+// counted like rows.
 static bool has_list(const settings_check &c, const std::string &stem)
 {
   return std::any_of(c.forms.begin(), c.forms.end(), [&](const form *f) {
@@ -236,7 +256,8 @@ static bool has_list(const settings_check &c, const std::string &stem)
   });
 }
 
-// What is shipped for a list must be one of the entries that are shipped.
+// What is shipped for a list must be one of the entries that are shipped. Where
+// the file has none, a script reports them, and only the run knows which.
 static void check_entries(const settings_check &c, const std::string &text,
                           int line)
 {
@@ -265,7 +286,9 @@ static void check_entries(const settings_check &c, const std::string &text,
   }
 }
 
-// The rows of a table that has a fixed number of them, 0 of any other.
+// The rows of a table that has a fixed number of them, 0 of any other. Without
+// a number in its line such a table ends at the first blank row, like any
+// other.
 static long fixed_rows(const form &f, const form_item &cell)
 {
   const form_item &table = f.items[static_cast<size_t>(cell.table)];
@@ -275,6 +298,9 @@ static long fixed_rows(const form &f, const form_item &cell)
              : 0;
 }
 
+// A row that is missing ends the table, or moves those behind it. Only the rows
+// of a table with a fixed number have places of their own, which may stay
+// empty.
 static void check_rows(const settings_check &c,
                        const std::set<std::string> &names)
 {

@@ -28,6 +28,8 @@ struct folder {
 // judged may have it elsewhere.
 static const char STORE[] = "orv-store";
 
+// By the link's text alone: it is the device's place that counts, and where
+// this machine has the program does not matter.
 static bool leads_to_store(const std::string &path)
 {
   char target[PATH_MAX];
@@ -36,6 +38,8 @@ static bool leads_to_store(const std::string &path)
   return text.substr(text.rfind('/') + 1) == STORE;
 }
 
+// Names that begin with "." are those of editors and of git. The order of
+// readdir differs between machines, and that of the findings must not.
 static folder list_folder(const std::string &dir)
 {
   folder all = {false, {}, {}, {}, {}};
@@ -77,7 +81,8 @@ static void report_odd(const std::string &dir, const folder &all,
   }
 }
 
-// The file stays in the device: findings and suppressions look at its lines.
+// A file without permission is not a missing one: whoever runs orv-lint is told
+// its name, and no rule says that a script or a title is not there.
 static bool is_readable(device *dev, const std::string &path)
 {
   if (access(path.c_str(), R_OK) == 0) {
@@ -87,6 +92,9 @@ static bool is_readable(device *dev, const std::string &path)
   return false;
 }
 
+// The file stays in the device: findings and suppressions look at its lines.
+// Read as binary, since a CR or a NUL is something to report; a map does not
+// move what it holds, so references to it stay.
 static const source_file &read_file(device *dev, const std::string &path)
 {
   std::ifstream stream(path, std::ios::binary);
@@ -107,7 +115,8 @@ static void read_script(device *dev, const std::string &name)
   fill_script(read_file(dev, path), name, &dev->scripts[name]);
 }
 
-// A text in another language, of which no more than the words are known.
+// A text in another language, of which no more than the words are known. A file
+// without "#!" is no script: an image, a table, a text for another program.
 static void read_other(device *dev, const std::string &name)
 {
   const std::string path = dev->dir + "/scripts/" + name;
@@ -123,6 +132,8 @@ static void read_other(device *dev, const std::string &name)
 
 // --- the whole ---------------------------------------------------------------
 
+// Without the right to read the folder it counts as missing: no form of the
+// device is known then.
 static bool read_templates(device *dev, findings *found)
 {
   const std::string dir = dev->dir + "/templates";
@@ -138,7 +149,8 @@ static bool read_templates(device *dev, findings *found)
   return all.readable;
 }
 
-// Names below scripts/, those in folders below it as well.
+// Names below scripts/, those in folders below it as well. A link to a folder
+// is followed, and one that leads upwards would have no end.
 static constexpr int FOLDERS_DEEP = 3;
 
 static void list_scripts(device *dev, const std::string &below, int deep,
@@ -166,7 +178,9 @@ static void list_scripts(device *dev, const std::string &below, int deep,
   }
 }
 
-// Files that scripts source are scripts, whatever they are called.
+// Files that scripts source are scripts, whatever they are called. One file
+// brings the next, so this goes on until nothing new comes. A file without an
+// interpreter that nobody sources may be anything.
 static void read_sourced(device *dev, const std::vector<std::string> &names)
 {
   for (bool more = true; more;) {
@@ -208,6 +222,8 @@ static void read_programs(device *dev)
   }
 }
 
+// NAMES of a file that is sourced is used like an own one, which hides it; with
+// the name in two files it depends on their order which of the arrays it is.
 static void share_arrays(device *dev)
 {
   for (auto &entry : dev->scripts) {
@@ -225,7 +241,8 @@ static void share_arrays(device *dev)
 }
 
 // The value of "$NAME" where scripts give that variable one text and no other;
-// the word itself otherwise.
+// the word itself otherwise. FILE=port, set once, is as good as the word. Set
+// twice, it may be either.
 static std::string constant_of(const device &dev,
                                const std::set<std::string> &files,
                                const std::string &word)
@@ -247,7 +264,8 @@ static std::string constant_of(const device &dev,
                                                                        : word;
 }
 
-// Files that are named by a constant: orv_load "$FILE".
+// Files that are named by a constant: orv_load "$FILE". All scripts must have
+// been read: the constant often stands in a file that several forms source.
 static void name_settings(device *dev)
 {
   for (auto &entry : dev->scripts) {
@@ -290,7 +308,8 @@ static void read_scripts(device *dev, findings *found)
   name_settings(dev);
 }
 
-// What the device was shipped with is judged; what it has stored is not.
+// What the device was shipped with is judged; what it has stored is not. Names
+// of both folders count as files that a script may load.
 static void read_settings(device *dev, findings *found)
 {
   for (const char *part : {"defaults", "state"}) {
@@ -326,6 +345,8 @@ static void read_system_type(device *dev)
   }
 }
 
+// Which scripts a form runs needs to know what each sources, so forms get
+// theirs last. The maps do not move forms, and pointers to them stay right.
 bool read_device(const std::string &dir, device *dev, findings *found)
 {
   dev->dir = dir;

@@ -1,4 +1,7 @@
 // What a task must do, and what it must not.
+//
+// A step is certain if no other value than the task decides on it. Where it is
+// not, the script may have its own reason, and nothing is said.
 
 #include "order.h"
 
@@ -8,7 +11,8 @@
 #include "rules.h"
 #include "text.h"
 
-// The end of the last block in front of a step: there an exit is missing.
+// The end of the last block in front of a step: there an exit is missing. Where
+// the function or the script differs, it is another block that ends.
 static const task_step &block_before(const task_run &run, size_t at)
 {
   for (size_t i = at; i-- > 0;) {
@@ -22,7 +26,8 @@ static const task_step &block_before(const task_run &run, size_t at)
 }
 
 // Where a script without the library reads its own input although it has
-// reported its values.
+// reported its values. Without a value reported before, the script may read its
+// input in every task, and the read task gets none.
 static size_t find_reading(const task_run &run)
 {
   bool reported = false;
@@ -50,7 +55,9 @@ static bool is_shared(const task_step &step, const task_run &other)
 }
 
 // Where the task that shows the stored values asks for those of the page, in
-// commands of its own.
+// commands of its own. Then no exit is missing: these lines are the read
+// task's, and do what another task is for. A form that cannot be saved has no
+// other task to take the values.
 static bool check_own_read(const form_runs &runs)
 {
   const size_t at = find_call(runs.read, "orv_read");
@@ -65,6 +72,8 @@ static bool check_own_read(const form_runs &runs)
   return true;
 }
 
+// The finding stands where the task should have ended, and for a check at the
+// store that it must not reach.
 static void check_falls_through(const task_run &run, findings *found)
 {
   const bool read = run.task == TASK_READ;
@@ -80,7 +89,8 @@ static void check_falls_through(const task_run &run, findings *found)
            : "the task --check gets here as well, and a check must not store");
 }
 
-// What does nothing but decide what to do.
+// What does nothing but decide what to do. To set an option or a variable is no
+// answer to a task either.
 static bool only_decides(const bash_command &command)
 {
   static const std::set<std::string> words = {
@@ -89,6 +99,8 @@ static bool only_decides(const bash_command &command)
          words.count(first_word(command)) != 0;
 }
 
+// Reported at the test that lacks the task. A script without any test does the
+// same for every task, and was meant so.
 static void check_does_something(const task_run &run, findings *found)
 {
   if (run.steps.empty() || std::any_of(run.steps.begin(), run.steps.end(),
@@ -146,6 +158,8 @@ static bool leaves_with_fault(const bash_command &command)
 }
 
 // What the page says of a read script that fails takes the message's place.
+// Only in the same branch: a message of another one was not printed when the
+// script gets here.
 static void check_fault_exit(const task_run &read, findings *found)
 {
   for (size_t i = 0; i < read.steps.size(); i++) {
@@ -168,7 +182,8 @@ static void check_fault_exit(const task_run &read, findings *found)
 }
 
 // A test that the command depends on by &&, and that may be false here; NULL
-// without one.
+// without one. In `[[ $1 == --write ]] && orv_store port mtu`, what depends on
+// the test is last where it holds, and the test itself where it does not.
 static const bash_command *open_test(const task_step &last)
 {
   const std::vector<bash_command> &all = last.s->code.commands;
@@ -193,7 +208,9 @@ static const bash_command *open_test(const task_step &last)
   return nullptr;
 }
 
-// Whether an if or a loop asks for the status of the list that begins there.
+// Whether an if or a loop asks for the status of the list that begins there. An
+// `if` looks at the status of the last command of its list, which depends on
+// those in front by "previous".
 static bool is_asked(const script &s, const bash_command &test)
 {
   const std::vector<bash_command> &all = s.code.commands;
@@ -208,7 +225,9 @@ static bool is_asked(const script &s, const bash_command &test)
       });
 }
 
-// Whether the step hands on the status of what ran before it.
+// Whether the step hands on the status of what ran before it. An exit without a
+// number has that status, and the end of an if or a loop has that of the last
+// command in the arm that ran.
 static bool keeps_status(const task_step &step)
 {
   const std::string &name = first_word(*step.command);
@@ -232,7 +251,8 @@ static bool is_certain(const task_run &run, const bash_command &command,
 }
 
 // The status of a script is that of its last command, also of one in the
-// function that was called last.
+// function that was called last. Where the script ends in a file that it
+// sources, that file's own end decides for several scripts, and is left alone.
 static void check_status(const task_run &run, const script *own,
                          findings *found)
 {
@@ -269,6 +289,7 @@ static void check_ends(const form_runs &runs)
   }
 }
 
+// A Submit that cannot happen runs neither check nor write script.
 void check_duties(const form_runs &runs)
 {
   check_ends(runs);
