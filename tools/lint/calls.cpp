@@ -8,7 +8,9 @@
 #include "rules.h"
 #include "text.h"
 
-// Whether the name is that of a command of every machine, or of this one.
+// Whether the name is that of a command of every machine, or of this one. In
+// the folders that the library puts into PATH: that of whoever runs orv-lint is
+// not the device's.
 static bool is_command(const std::string &name)
 {
   static const std::set<std::string> builtins = {
@@ -49,7 +51,8 @@ static bool is_known_command(call_check *c, const std::string &name)
              : c->known.insert({name, is_command(name)}).first->second;
 }
 
-// The file that has a function of that name, "" when none has.
+// The file that has a function of that name, "" when none has. A file that can
+// be executed is a script by itself, and to source it would run it.
 static std::string file_of_function(const device &dev, const std::string &name)
 {
   for (const auto &entry : dev.scripts) {
@@ -61,9 +64,11 @@ static std::string file_of_function(const device &dev, const std::string &name)
   return "";
 }
 
-// A command that nobody has: of the library, of another file, or misspelt.
-// What only the device has is taken for right.  True when it is the library
-// that is not there.
+// A command that nobody has: of the library, of another file, or misspelt. What
+// only the device has is taken for right. True when it is the library that is
+// not there. A path, or a name with a dash, can only be a program. In this
+// order, since a name of the library says more than one that is merely near; a
+// word of two letters is near to too many.
 static bool check_called(call_check *c, const script &s, const bash_word &word,
                          const std::set<std::string> &functions)
 {
@@ -108,6 +113,8 @@ static bool check_called(call_check *c, const script &s, const bash_word &word,
   return dev.library.count(name) != 0;
 }
 
+// What the library is told to run is a call as well; whether that one is
+// missing says nothing of the library.
 static bool check_call(call_check *c, const script &s,
                        const bash_command &command,
                        const std::set<std::string> &functions)
@@ -146,7 +153,10 @@ static std::set<std::string> tasks_of(const device &dev, const script &s)
   return tasks;
 }
 
-// An option that the script looks for and no header gives, but nearly.
+// An option that the script looks for and no header gives, but nearly. In the
+// lines and not in the commands: a branch has the pattern of its arm without a
+// place for each word. Only an arm --task) or a comparison asks for a task;
+// anywhere else it is an option of some program.
 static void check_tasks(const device &dev, const script &s, findings *found)
 {
   const std::set<std::string> tasks = tasks_of(dev, s);
@@ -173,7 +183,10 @@ static void check_tasks(const device &dev, const script &s, findings *found)
   }
 }
 
-// An option that a header gives and the script does not know, but nearly.
+// An option that a header gives and the script does not know, but nearly. A
+// default line has the number 0 and no mistakes of the author. An option that
+// stands anywhere in the script's file is one that it knows, whatever it does
+// with it.
 static void check_options(const device &dev, const form &f, findings *found)
 {
   static const std::set<std::string> usual = {"--read", "--check", "--write",
@@ -198,6 +211,8 @@ static void check_options(const device &dev, const form &f, findings *found)
 }
 
 // The files that scripts store, and those that the device was shipped with.
+// orv_store FILE NAME... -- FILE NAME...: a file's name stands first and behind
+// each --.
 static std::set<std::string> stored_files(const device &dev)
 {
   std::set<std::string> files = dev.settings;
@@ -215,6 +230,7 @@ static std::set<std::string> stored_files(const device &dev)
   return files;
 }
 
+// A name that is made is known to the run alone.
 static void check_files(const script &s, const std::set<std::string> &stored,
                         findings *found)
 {
@@ -233,6 +249,8 @@ static void check_files(const script &s, const std::set<std::string> &stored,
   }
 }
 
+// The library counts where any of the files sources it: they share all
+// functions.
 static std::set<std::string> functions_of(const device &dev, const script &s)
 {
   std::set<std::string> functions;
@@ -259,6 +277,7 @@ void check_calls(const device &dev, findings *found)
     check_tasks(dev, s, found);
     check_files(s, stored, found);
     for (const bash_command &command : s.code.commands) {
+      // A file that others source may call what these have.
       if (!is_sourced_only(s) && check_call(&calls, s, command, functions)) {
         break; // the library is missing: so is all that it has
       }

@@ -11,7 +11,9 @@
 // --- names that are made -----------------------------------------------------
 
 // The column or list that the beginning of a made name was meant to be: rows'
-// numbers follow the name at once.  "" for any other beginning.
+// numbers follow the name at once. "" for any other beginning. "port_mtu_$row"
+// where the page has port_mtu0. A name that is a column with the "_" is right,
+// and one letter in front of the expansion says too little.
 static std::string meant_name(const agree_check &c, const std::string &text)
 {
   const size_t mark = text.find_first_of("$%");
@@ -39,7 +41,8 @@ static bool check_made(const agree_check &c, const std::string &text, int line,
   return !name.empty();
 }
 
-// Words that are names of cells, or print them.
+// Words that are names of cells, or print them. Of orv_put the second word is a
+// value, which may look like anything.
 static bool names_cells(const bash_command &command, size_t i)
 {
   static const std::set<std::string> takers = {
@@ -81,7 +84,8 @@ static long rows_of(const form_item &table)
 }
 
 // The cells of the column that the script writes out where it reads the page,
-// by their rows; none where it makes such names.
+// by their rows; none where it makes such names. One word that is not known, or
+// a beginning that is the column, and the script may read all of them.
 static std::map<long, literal_name> cells_read(const agree_check &c,
                                                const std::string &column)
 {
@@ -111,6 +115,7 @@ static std::map<long, literal_name> cells_read(const agree_check &c,
 }
 
 // Every row of such a table is drawn, so every cell must be read, and no other.
+// A script that reads no cell of a column may leave that to another one.
 static void check_fixed_rows(const agree_check &c, const form &f)
 {
   for (const form_item &item : f.items) {

@@ -14,6 +14,7 @@
 // What is wrong with options, "" when nothing is.
 typedef std::string (*options_check)(const std::string &options);
 
+// The executable ignores them, so "ipservice nullok" refuses blank values.
 static std::string takes_none(const std::string &options)
 {
   const std::vector<std::string> words = split_words(options);
@@ -25,12 +26,15 @@ static std::string takes_none(const std::string &options)
                                     in_quotes(options) + " changes nothing";
 }
 
+// Limits are read as in C, where 010 is 8; the values that users type are not,
+// and 010 is 10 there.
 static bool is_octal(const char *start, const char *end)
 {
   start += strspn(start, "+-");
   return end - start > 1 && *start == '0' && strchr("xX", start[1]) == nullptr;
 }
 
+// A single number is the upper limit, and 0 the lower one.
 static std::string range_fault(int count, const double *values)
 {
   if (count < 2 || values[0] < values[1]) {
@@ -41,7 +45,9 @@ static std::string range_fault(int count, const double *values)
              : "no number is in this range; put the smaller one first";
 }
 
-// Whole numbers or, with `real`, any; at most two.
+// Whole numbers or, with `real`, any; at most two. As the executable reads
+// them: at the first word that is no number it stops, and without a number
+// every value is in range.
 static std::string numbers(const std::string &options, bool real)
 {
   const char *at = options.c_str();
@@ -73,7 +79,8 @@ static std::string takes_numbers(const std::string &options)
   return numbers(options, false);
 }
 
-// What takes no sign has no number below 0.
+// What takes no sign has no number below 0. A "-" elsewhere, as in 1-65535, was
+// reported as no number.
 static std::string takes_unsigned(const std::string &options)
 {
   const size_t sign = options.find('-');
@@ -90,7 +97,8 @@ static std::string takes_reals(const std::string &options)
   return numbers(options, true);
 }
 
-// Words are free; none at all is a mistake.
+// Words are free; none at all is a mistake. check keyword on, off knows "on,"
+// and refuses "on".
 static std::string takes_words(const std::string &options)
 {
   if (options.find(',') != std::string::npos) {
@@ -102,7 +110,8 @@ static std::string takes_words(const std::string &options)
 }
 
 // The check knows a word by its beginning and ignores others: reported as
-// unknown.
+// unknown. cidr and optcidr say what may follow an address, and allow none by
+// themselves.
 static std::string takes_addresses(const std::string &options)
 {
   static const std::set<std::string> known = {"ipv4", "ipv6", "hostname",
@@ -147,6 +156,8 @@ static const std::map<std::string, options_check> option_checks = {
 };
 // clang-format on
 
+// The row of the check says whether it looks at options at all; what they must
+// be is known to its function alone, and repeated above.
 static std::string option_fault(const checks_info &check,
                                 const std::string &options)
 {
@@ -162,7 +173,8 @@ static bool is_expression(const std::string &name)
   return name == "regex" || name == "iregex";
 }
 
-// Whether `mark` ends what it stands behind: not escaped, not in brackets.
+// Whether it matches from the first character to the last. A "\$" at the end is
+// a character.
 static bool is_anchored(const std::string &expression)
 {
   return !expression.empty() && expression.front() == '^' &&
@@ -170,14 +182,17 @@ static bool is_anchored(const std::string &expression)
          !(expression.size() > 1 && expression[expression.size() - 2] == '\\');
 }
 
-// A beginning that ends where a part of the value does, such as ^https?://
+// A beginning that ends where a part of the value does, such as ^https?://.
+// Whoever writes that leaves the rest open on purpose.
 static bool is_prefix(const std::string &expression)
 {
   return expression.size() > 2 && expression.front() == '^' &&
          strchr("/:=-", expression.back()) != nullptr;
 }
 
-// By the library that the executable uses, so that both agree.
+// By the library that the executable uses, so that both agree. What it means
+// comes before whether it is anchored: an expression that is wrong has to be
+// written anew anyway.
 static void check_expression(const form &f, const form_line &line,
                              size_t offset, const std::string &expression,
                              findings *found)
@@ -214,7 +229,9 @@ static std::set<std::string> check_names_known()
   return names;
 }
 
-// Found by the executable's own look-up.
+// Found by the executable's own look-up. It sets `options` behind the name also
+// where it knows no such check, so the name is what stands in front; "nullok"
+// without a check behind it is such a name, too.
 static void check_one(const form &f, const form_line &line, findings *found)
 {
   int nullok;
@@ -283,6 +300,9 @@ static message_places places_of(const form &f)
   return places;
 }
 
+// A message that is shown, but beside another field, may be on purpose: of two
+// fields that belong together one may speak for both. So that is another rule,
+// and a warning.
 static void check_message(const form &f, const form_line &line,
                           const message_places &places, findings *found)
 {

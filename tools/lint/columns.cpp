@@ -17,7 +17,8 @@ static void report_name(const agree_check &c, const literal_name &at,
          in_quotes(at.name) + text);
 }
 
-// The names of one word, placed where the command gives them.
+// The names of one word, placed where the command gives them. Elements of an
+// array may stand far from the call that is wrong.
 static std::vector<literal_name> names_of(const agree_check &c,
                                           const bash_word &word)
 {
@@ -30,7 +31,9 @@ static std::vector<literal_name> names_of(const agree_check &c,
   return names;
 }
 
-// A column is no value: each of its rows is one.
+// A column is no value: each of its rows is one. orv_error takes a column,
+// whose message stands under the table. The first word of orv_store is a file.
+// A name that is an item of another form may be meant for that one.
 static bool check_columns(const agree_check &c, const bash_command &command)
 {
   static const std::map<std::string, const char *> takers = {
@@ -63,7 +66,8 @@ static bool is_plain_item(const agree_check &c, const std::string &name)
   return c.items.count(lower(name)) != 0 && c.columns.count(lower(name)) == 0;
 }
 
-// 'NAME#' and the row of a message are for columns.
+// 'NAME#' and the row of a message are for columns. orv_error "port_mtu$row"
+// text "$row" would mark port_mtu33 for row 3.
 static void check_rows_given(const agree_check &c, const bash_command &command)
 {
   const std::string &function = first_word(command);
@@ -99,7 +103,9 @@ static void check_rows_given(const agree_check &c, const bash_command &command)
 
 // --- boxes -------------------------------------------------------------------
 
-// Whether forms of the script have the item or column, and none as a box.
+// Whether forms of the script have the item or column, and none as a box. True
+// only where it is known: a name that no form has may be a value of the
+// script's own.
 static bool is_never_box(const agree_check &c, const std::string &name)
 {
   bool any = false;
@@ -117,7 +123,9 @@ static bool is_never_box(const agree_check &c, const std::string &name)
   return any;
 }
 
-// orv_tick makes True or False of whatever it is given.
+// orv_tick makes True or False of whatever it is given. So a list or a text is
+// lost, without a word. Of a name that is made, "wifi_on$row", the beginning
+// says which column it is.
 static void check_boxes(const agree_check &c, const bash_command &command)
 {
   for (size_t i = 1;
@@ -145,6 +153,7 @@ static void check_boxes(const agree_check &c, const bash_command &command)
 // --- values ------------------------------------------------------------------
 
 // Whether the script gives the array a value of that name by itself.
+// orv[port_use]=printer uses the name for another value.
 static bool sets(const agree_check &c, const std::string &name)
 {
   return std::any_of(c.s.code.commands.begin(), c.s.code.commands.end(),
@@ -174,6 +183,8 @@ static void check_value(const agree_check &c, const bash_word &word)
   }
 }
 
+// The first finding of a command is enough: each of the others would follow
+// from the same wrong idea of the name.
 void check_column_names(const agree_check &c, const bash_command &command)
 {
   if (!check_columns(c, command)) {

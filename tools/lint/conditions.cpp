@@ -16,6 +16,8 @@ struct open_condition {
   const form_line *other; // its else
 };
 
+// The parser takes the second else for another turn of the condition, and says
+// nothing.
 static void check_else(const form &f, const form_line &line,
                        std::vector<open_condition> *stack, findings *found)
 {
@@ -44,6 +46,8 @@ static void check_balance(const form &f, findings *found)
   for (const form_line &line : f.lines) {
     if (line.keyword == "if" || line.keyword == "ifnot") {
       stack.push_back({&line, nullptr});
+      // Those inside of it are left out for the same reason, and that is told
+      // once.
       if (stack.size() == ORV_CONDITIONS_MAX + 1) {
         report(found, f, line, 0, "condition-depth",
                "conditions are nested more than " +
@@ -64,7 +68,8 @@ static void check_balance(const form &f, findings *found)
 
 // --- meaning -----------------------------------------------------------------
 
-// The text without what is inserted when the page is drawn.
+// The text without what is inserted when the page is drawn. If something is
+// left, the condition can no longer be empty, whatever the values are.
 static std::string constant_part(const std::string &text)
 {
   std::string rest;
@@ -76,6 +81,7 @@ static std::string constant_part(const std::string &text)
   return rest;
 }
 
+// The words that the executable takes for false, in any case of letters.
 static bool is_false(const std::string &text)
 {
   static const char *const words[] = {"", "0", "no", "false", "off"};
@@ -87,6 +93,8 @@ static bool is_false(const std::string &text)
 // The input items of a form by their names in small letters.
 typedef std::map<std::string, const form_item *> item_names;
 
+// Of two items with one name the first stays; that there are two is a finding
+// of its own.
 static item_names names_of(const form &f)
 {
   item_names names;
@@ -98,7 +106,9 @@ static item_names names_of(const form &f)
   return names;
 }
 
-// The item that a condition asks for alone, NULL without one.
+// The item that a condition asks for alone, NULL without one. $V:name$ and
+// $U:name$ follow what the user enters; $O:name$, what was reported, stays the
+// same while the page is open.
 static const form_item *asked_item(const item_names &items,
                                    const std::string &text)
 {
@@ -111,6 +121,8 @@ static const form_item *asked_item(const item_names &items,
   return item != items.end() ? item->second : nullptr;
 }
 
+// Of a select alone: the values of an iselect come from a script, and a field
+// may be blank.
 static bool all_choices_true(const form &f, const item_names &items,
                              const std::string &text)
 {
@@ -139,7 +151,9 @@ static void check_spelling(const form &f, const form_line &line,
   }
 }
 
-// There are no operators, so text beside a value decides alone.
+// There are no operators, so text beside a value decides alone. In this order,
+// so that `if static_ip` is told how a value is written, and
+// `if $V:mode$ = auto` that there is no comparison.
 static void check_constant(const form &f, const form_line &line,
                            const item_names &items, findings *found)
 {
@@ -172,6 +186,7 @@ static bool is_page_tag(const std::string &text)
   return text == "$X$" || text == "$H$" || text == "$E$";
 }
 
+// Without a check, a field takes what it is given, blank or not.
 static bool is_nullok(const form_item &item)
 {
   const form_line *check = attribute(item, "check");
@@ -191,6 +206,7 @@ static bool takes_all(const form_item &item)
 // The lines of a form that show the message of a name, by that.
 typedef std::map<std::string, std::vector<const form_line *>> message_lines;
 
+// A condition that asks for a message does not show it.
 static message_lines messages_of(const form &f)
 {
   message_lines lines;
@@ -214,7 +230,8 @@ static bool takes_any(const form_item &item)
   return check != nullptr && lower(first_word(check->text)) == "text";
 }
 
-// A message shown in the same hidden section helps nobody.
+// A message shown in the same hidden section helps nobody. Both the section and
+// its else have the line of the same if, and differ in whether it must hold.
 static bool shows_error(const message_lines &lines, const std::string &name,
                         const condition &hiding)
 {
@@ -231,7 +248,10 @@ static bool shows_error(const message_lines &lines, const std::string &name,
                      });
 }
 
-// Tables are let out: their messages stand under them.
+// Tables are let out: their messages stand under them. A field that is not
+// drawn may be blank, but what was typed into it before it disappeared is
+// checked. That can happen where the user changes the item that the condition
+// asks for; what a script reports stays as it is until the page is opened anew.
 static void check_hidden(const form &f, const form_item &item,
                          const message_lines &messages, const item_names &items,
                          findings *found)
@@ -255,6 +275,8 @@ static void check_hidden(const form &f, const form_item &item,
       }
       continue;
     }
+    // Under `ifnot $X$` the field counts as drawn while values are checked,
+    // under `if $X$` as not drawn, whichever view the user has.
     if (!c.holds && !is_nullok(item)) {
       report(found, f, at, 0, "required-hidden",
              "a blank " + in_quotes(item.name) +

@@ -29,6 +29,9 @@
   _exit(0);
 }
 
+// The pipe has no other writer: with O_CLOEXEC the programs that are started do
+// not keep it open, and its end is that of this program. Without a watcher the
+// folder is there all the same, and is removed at the end alone.
 own_folder make_own_folder(void)
 {
   namespace fs = std::filesystem;
