@@ -1,6 +1,9 @@
 // What bash evaluates: names, numbers and texts that it keeps to run them
 // later.  A subscript in a name is arithmetic, and arithmetic runs commands:
 // with x='a[$(reboot)]', even [[ -v $x ]] reboots.
+//
+// Nothing here asks whether a value was tested before: is_input() knows, and is
+// false for one that was.
 
 #include "sinks.h"
 
@@ -38,7 +41,8 @@ static size_t name_length(const std::string &text)
 }
 
 // The input in a builtin's word; where a value is stored unchanged, only in the
-// name before it.
+// name before it. declare "shown=$x" stores any text as it is, and declare
+// "$x=1" runs what stands in a[$(reboot)].
 static const bash_expansion *input_name(const sink &at, const bash_word &word)
 {
   static const std::set<std::string> stores = {"declare", "local", "export",
@@ -64,7 +68,7 @@ static const bash_expansion *input_name(const sink &at, const bash_word &word)
 }
 
 // declare -n NAME=VALUE takes the value for a name, and -i for a number: both
-// evaluate it.
+// evaluate it. readonly has no such options.
 static void check_attributes(const sink &at)
 {
   const std::string &name = first_word(at.command);
@@ -91,7 +95,10 @@ static void check_attributes(const sink &at)
   }
 }
 
-// Builtins that evaluate the names they are given.
+// Builtins that evaluate the names they are given. A subscript in the name runs
+// commands with declare, local, read, printf -v, let and unset. The others
+// refuse one, but a request that chooses the name may choose PATH. A word that
+// begins with "-" is an option, whatever its end is.
 static void check_names(const sink &at)
 {
   static const std::set<std::string> builtins = {
@@ -116,7 +123,8 @@ static void check_names(const sink &at)
   }
 }
 
-// [[ -v name ]] and test -v evaluate a subscript in the name.
+// [[ -v name ]] and test -v evaluate a subscript in the name. The quotes of
+// test -v "$x" do not help: it is -v that reads the name.
 static void check_is_set(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -147,7 +155,8 @@ void check_indirect(const sink &at, const bash_word &word)
   }
 }
 
-// What is given to a variable that is declared with -i or -n elsewhere.
+// What is given to a variable that is declared with -i or -n elsewhere. Where
+// the declaration itself brings the value, that is looked at above.
 static void check_declared(const sink &at)
 {
   static const std::set<std::string> declaring = {"declare", "local", "typeset",
@@ -174,7 +183,9 @@ static void check_declared(const sink &at)
   }
 }
 
-// The same of what a loop or read gives it.
+// The same of what a loop or read gives it. There is no expansion to look at:
+// the name of the variable is all that the command has, so both what it is and
+// what it holds are known from elsewhere.
 static void check_filled(const sink &at)
 {
   const std::string &name = first_word(at.command);
@@ -195,7 +206,10 @@ static void check_filled(const sink &at)
   }
 }
 
-// Texts that bash keeps and runs later.
+// Texts that bash keeps and runs later. With trap "rm $x" EXIT the value is in
+// the text before bash reads it as commands; trap 'rm -- "$x"' EXIT expands it
+// when that runs. Of trap only the first word is such a text, the others are
+// signals.
 static void check_kept(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
@@ -214,7 +228,9 @@ static void check_kept(const sink &at)
   }
 }
 
-// Variables whose value bash or the loader runs.
+// Variables whose value bash or the loader runs. bash expands PS4 for each
+// command under set -x, and $(...) in it runs. PROMPT_COMMAND is a command
+// itself, and the others name files or folders from which programs are taken.
 static void check_variables(const sink &at)
 {
   static const std::set<std::string> run = {
@@ -246,6 +262,9 @@ void check_prompt(const sink &at, const bash_word &word)
   }
 }
 
+// Most commands have none of all this, and a script is long. A loop or read
+// gives values without having any, so attributes alone are reason enough to
+// look.
 void check_evaluated(const sink &at)
 {
   if (at.command.assignments.empty() && !takes_values(at.command) &&

@@ -25,11 +25,14 @@ static void add_script(vocabulary *known, const script &s)
   known->stems.insert(s.stems.begin(), s.stems.end());
 }
 
-// Prefixes that scripts put in front of a name.
+// Prefixes that scripts put in front of a name. Without one it is the name by
+// itself.
 static const char *const prefixes[] = {"",   "d_",     "c_",  "o_",
                                        "u_", "error_", "new_"};
 
-// Whether an expansion goes on with a beginning of the name.
+// Whether an expansion goes on with a beginning of the name. A beginning of one
+// or two letters, as in "v$i", could be that of every name, unless a "_" ends
+// it.
 static bool begins_it(const vocabulary &known, const std::string &name)
 {
   for (size_t length = 1; length < name.size(); length++) {
@@ -56,7 +59,8 @@ static bool names_it(const vocabulary &known, const std::string &any_case)
          known.stems.count(name + "_") != 0;
 }
 
-// The confirmations show the values of whatever form was submitted.
+// The confirmations show the values of whatever form was submitted. The start
+// page is one of the special forms, too, but no form was submitted before it.
 static bool takes_over(const form &f)
 {
   return is_special(f.name) && f.name != "orvmenu";
@@ -77,7 +81,9 @@ static void add_own(vocabulary *known, const form &f)
   }
 }
 
-// All that the scripts of the form name, small letters alone.
+// All that the scripts of the form name, small letters alone. Scripts in other
+// languages count by their words. A confirmation may show what any script of
+// the device reports.
 static vocabulary vocabulary_of(const device &dev, const form &f)
 {
   vocabulary known;
@@ -154,6 +160,8 @@ static bool is_environment(const device &dev, const std::string &name)
              [&](const char *start) { return starts_with(name, start); });
 }
 
+// $E:msg$ and $E:fatal$ are the page's own messages, and no script has to name
+// them.
 static bool is_known(const text_part &ref, const vocabulary &known,
                      const std::set<std::string> &items)
 {
@@ -165,6 +173,8 @@ static bool is_known(const text_part &ref, const vocabulary &known,
   return ref.type == 'E' && (name == "msg" || name == "fatal");
 }
 
+// A check_msg may name a place for its message that is no item, and the text
+// asks for it by that name.
 static void check_references(const device &dev, const form &f,
                              const vocabulary &known, findings *found)
 {
@@ -241,7 +251,8 @@ static void check_list(const form &f, const form_item &item,
              ", so the list stays empty" + did_you_mean(wanted, lists));
 }
 
-// A secret that is drawn without being asked for.
+// A secret that is drawn without being asked for. A field of such a name shows
+// dots; a condition asks whether there is a value, and draws none.
 static void check_shown_secrets(const form &f, findings *found)
 {
   for (const form_item &item : f.items) {
@@ -267,7 +278,9 @@ static void check_shown_secrets(const form &f, findings *found)
 // --- scripts that name nothing -----------------------------------------------
 
 // Whether the command prints lines whose names only the run knows: those of a
-// file, as they come.  A function that is given names does not count.
+// file, as they come. A function that is given names does not count. In a
+// function, printf '%s="%s"\n' "$1" "$2" prints a name that stands where it is
+// called.
 static bool prints_any_name(const bash_command &command)
 {
   const std::vector<bash_word> &words = command.words;
@@ -297,6 +310,8 @@ static bool hands_on(const device &dev, const form &f)
   });
 }
 
+// A confirmation shows values of all forms, so one script that hands on a file
+// would silence it for good: it is judged all the same.
 void check_exchange(const device &dev, findings *found)
 {
   for (const auto &entry : dev.forms) {

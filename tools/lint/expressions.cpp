@@ -1,10 +1,16 @@
 // Regular expressions of checks.
+//
+// They are scanned, not compiled: what is valid and means something else in
+// other languages is looked for here. What regcomp refuses is left to whoever
+// can say so; an end that is missing here is that of the text.
 
 #include "expressions.h"
 
 #include <string.h>
 
-// One character of an expression that is not in brackets.
+// One character of an expression that is not in brackets. In brackets "$", "|"
+// and "\" are characters like others: [\d] is a backslash or a d. So nothing of
+// what stands there can be one of these faults.
 struct expression_part {
   size_t at;
   char c;
@@ -12,6 +18,8 @@ struct expression_part {
   int depth; // of the groups that it stands in
 };
 
+// A "]" directly behind "[" or "[^" is one of the characters, and [:digit:],
+// [.x.] and [=x=] have a "]" of their own.
 static size_t bracket_end(const std::string &text, size_t at)
 {
   size_t end = at + 1;
@@ -45,7 +53,9 @@ static std::vector<expression_part> parts_of(const std::string &text)
   return parts;
 }
 
-// What other programs know and POSIX does not.
+// What other programs know and POSIX does not. glibc takes "\d" for a plain d:
+// ^\d+$ lets "ddd" pass and refuses every number. It knows \w and \s, which
+// POSIX does not, so that depends on the library of the device.
 static expression_fault perl_class(const std::vector<expression_part> &parts)
 {
   static const std::map<char, const char *> classes = {{'d', "[0-9]"},
@@ -65,7 +75,8 @@ static expression_fault perl_class(const std::vector<expression_part> &parts)
   return {0, ""};
 }
 
-// ^a|b$ is ^a, or b$.
+// ^a|b$ is ^a, or b$. It lets "ax" and "xb" pass. ^a$|^b$ is meant as it
+// stands; in a group, "|" ends at the group's own parentheses.
 static expression_fault loose_choice(const std::string &text,
                                      const std::vector<expression_part> &parts)
 {
@@ -84,7 +95,8 @@ static expression_fault loose_choice(const std::string &text,
   return {0, ""};
 }
 
-// Behind a "$" nothing can stand, and a tag would be replaced.
+// Behind a "$" nothing can stand, and a tag would be replaced. In front of ")"
+// or "|" it may still end the value: ^(a$|b).
 static expression_fault dollar_inside(const std::string &text,
                                       const std::vector<expression_part> &parts)
 {
@@ -102,6 +114,8 @@ static expression_fault dollar_inside(const std::string &text,
 expression_fault expression_fault_of(const std::string &text)
 {
   const std::vector<expression_part> parts = parts_of(text);
+  // One fault is enough, and the first in this order is the gravest: with \d,
+  // no value that was meant passes at all.
   for (const expression_fault &fault :
        {perl_class(parts), loose_choice(text, parts),
         dollar_inside(text, parts)}) {

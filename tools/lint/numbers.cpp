@@ -44,6 +44,8 @@ static bool is_item(const form_item &item, const std::string &key)
          (own == key || (item.table >= 0 && own == without_digits(key)));
 }
 
+// `once`: an item that the form has twice, under an if and its else, is drawn
+// in either case, and its value is sent.
 static void add_number(const form_item &item, bool once, page_number *number)
 {
   static const std::set<std::string> kinds = {"decimal", "number", "signed",
@@ -62,6 +64,8 @@ static void add_number(const form_item &item, bool once, page_number *number)
   number->unsent |= once && !item.conditions.empty();
 }
 
+// With several forms each of them must check it as a number; what one of them
+// lets pass may come.
 static page_number number_of(const compare_check &c, const std::string &key)
 {
   page_number number;
@@ -93,6 +97,8 @@ static bool is_short_number(const std::string &text)
          text.find_first_not_of("0123456789") == std::string::npos;
 }
 
+// A number on one side and a value on the other: two literals are a test that
+// says nothing, but nothing wrong.
 static bool are_numbers(const compare_check &c, const bash_word &left,
                         const bash_word &right)
 {
@@ -102,6 +108,8 @@ static bool are_numbers(const compare_check &c, const bash_word &left,
          number_of(c, number_key(c, right)).known;
 }
 
+// [[ 9 > 10 ]] holds, and in [ ] a backslash in front of the operator makes it
+// the same.
 static void check_order_of_texts(const compare_check &c,
                                  const bash_command &command)
 {
@@ -117,7 +125,9 @@ static void check_order_of_texts(const compare_check &c,
   }
 }
 
-// [ 5 > 4 ] is a redirection to the file "4".
+// [ 5 > 4 ] is a redirection to the file "4". It succeeds, and leaves the file
+// behind. In `[ -n "$day" ] >/dev/null` the redirection stands behind the
+// bracket and is meant.
 static void check_redirected(const compare_check &c,
                              const bash_command &command)
 {
@@ -162,7 +172,8 @@ static bool names_key(const bash_word &word, const std::string &key)
 }
 
 // Whether the command looks at the value in another way, or sets it: what it
-// can be behind that is not known.
+// can be behind that is not known. Wherever it stands: a test of -n in front of
+// the comparison is the usual way to keep blank values from it.
 static bool looks_at(const compare_check &c, const bash_command &command,
                      const std::string &key)
 {
@@ -186,7 +197,10 @@ static bool looks_at(const compare_check &c, const bash_command &command,
                      });
 }
 
-// What of the number the comparison cannot read, "" for nothing.
+// What of the number the comparison cannot read, "" for nothing. A field that
+// was not drawn is sent by no browser, and blank then. Only a comparison that
+// always runs is certain to meet it: in a branch, something has been asked
+// before.
 static std::string unreadable(const compare_check &c,
                               const bash_command &command,
                               const page_number &number)
@@ -211,6 +225,8 @@ static std::string unreadable(const compare_check &c,
              : "";
 }
 
+// With 2>/dev/null the author has thought of the message. Where another file is
+// sourced beside the library, that may look at the value.
 static void check_operands(const compare_check &c, const bash_command &command)
 {
   for (size_t i = 0; i < command.words.size(); i++) {
