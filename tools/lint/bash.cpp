@@ -144,7 +144,8 @@ static bool read_reserved(reader &r, list &l, const std::string &word)
   return true;
 }
 
-// Takes a word that is followed by syntax of its own.
+// Takes a word that is followed by syntax of its own. The word itself is none
+// of the command's, but a finding about the command has to point at it.
 static bool read_compound(reader &r, list &l, const std::string &word)
 {
   static const std::map<std::string, void (*)(reader &, list &)> parts = {
@@ -174,6 +175,8 @@ static bool read_function(reader &r, const std::string &word, size_t end)
     skip_blanks(r);
     step(r, looking_at(r, "()") ? 2 : 0);
   } else {
+    // Blanks may stand in front of the "()"; with anything else there, the name
+    // is the first word of a command.
     const size_t behind = r.in.find_first_not_of(' ', end);
     if (word.empty() || behind == std::string::npos ||
         r.in.compare(behind, 2, "()") != 0) {
@@ -240,6 +243,7 @@ static bool read_operator(reader &r, list &l)
     step(r, looking_at(r, "|&") ? 2 : 1);
     l.current.piped = true;
     finish(r, l);
+    // The next command is not there yet, so the list keeps it for that one.
     l.piped_in = true;
     return true;
   }
@@ -262,6 +266,8 @@ static bool read_operator(reader &r, list &l)
 static bool read_part(reader &r, list &l)
 {
   if (at_start(l) && !l.blocks.empty() && l.blocks.back().patterns) {
+    // At the end of the text no pattern comes any more, and the list has to end
+    // as well.
     if (!done(r)) {
       read_pattern(r, l);
       return true;

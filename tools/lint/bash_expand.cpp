@@ -67,7 +67,9 @@ bool is_name(const std::string &text)
   return true;
 }
 
-// A process or command substitution whose "(" comes next.
+// A process or command substitution whose "(" comes next. Its commands come to
+// the list in front of the one that the word belongs to, and `substitution`
+// tells them from those whose output the script prints.
 void read_substitution(reader &r)
 {
   step(r);
@@ -141,7 +143,9 @@ void read_single(reader &r, bash_word &word)
   step(r);
 }
 
-// $'...': unlike in '...', a backslash escapes the quote.
+// $'...': unlike in '...', a backslash escapes the quote. What the codes stand
+// for is not worked out: who looks for "\n" in a format looks for it as it is
+// written.
 static void read_ansi(reader &r, bash_word &word)
 {
   step(r, 2);
@@ -236,6 +240,8 @@ static void read_braces(reader &r, bash_word &word, bash_expansion &expansion)
     expansion.subscript = r.in.substr(start, r.at - start);
     step(r);
   }
+  // Operator and word stay a text, which every rule reads for itself; what is
+  // expanded in them comes to the word as well.
   const size_t start = r.at;
   read_nested(r, word, '{', '}', expansion.quoted, false);
   expansion.rest = r.in.substr(start, r.at - start);
@@ -285,6 +291,7 @@ void read_arithmetic(reader &r, bash_word &word, char end)
     } else if (is_word_char(c)) {
       bash_expansion expansion;
       expansion.arithmetic = true;
+      // A number is not split into words.
       expansion.quoted = true;
       expansion.line = r.line;
       expansion.column = column(r);

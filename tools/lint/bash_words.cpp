@@ -119,6 +119,8 @@ void skip_documents(reader &r)
       if (document.strip_tabs) {
         text.erase(0, text.find_first_not_of('\t'));
       }
+      // The mark counts without its quotes. They decide on expansions alone,
+      // and the text is not looked at for these.
       if (text == document.end) {
         break;
       }

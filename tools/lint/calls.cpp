@@ -42,7 +42,8 @@ struct call_check {
   findings *found;
 };
 
-// The same, each name looked up once.
+// The same, each name looked up once. A look costs up to four system calls, and
+// the same few names stand in every script.
 static bool is_known_command(call_check *c, const std::string &name)
 {
   const auto row = c->known.find(name);
@@ -134,7 +135,8 @@ static bool check_call(call_check *c, const script &s,
 
 // --- tasks and files ---------------------------------------------------------
 
-// The options that headers call the script with.
+// The options that headers call the script with. Of all forms: several may
+// share the script, each with tasks of its own.
 static std::set<std::string> tasks_of(const device &dev, const script &s)
 {
   std::set<std::string> tasks;

@@ -128,6 +128,8 @@ static void check_fixed_rows(const agree_check &c, const form &f)
     if (cells.empty()) {
       continue;
     }
+    // The finding stands where the list of names ends: there the next one is
+    // missing, or the last is too many.
     const auto &last = *cells.rbegin();
     const bool beyond = last.first >= rows;
     if (beyond || static_cast<long>(cells.size()) < rows) {

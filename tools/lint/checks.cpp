@@ -198,6 +198,8 @@ static void check_expression(const form &f, const form_line &line,
                              findings *found)
 {
   regex_t compiled;
+  // Whether letters have a case makes no difference to what is looked for, so
+  // iregex is compiled alike.
   const int code =
       regcomp(&compiled, expression.c_str(), REG_EXTENDED | REG_NOSUB);
   if (code != 0) {
@@ -327,6 +329,7 @@ void check_checks(const device &dev, findings *found)
   for (const auto &entry : dev.forms) {
     const message_places places = places_of(entry.second);
     for (const form_line &line : entry.second.lines) {
+      // The parser refuses an attribute that has no item, and that is reported.
       if (line.header || line.item < 0) {
         continue;
       }

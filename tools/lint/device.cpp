@@ -71,6 +71,7 @@ static folder list_folder(const std::string &dir)
   return all;
 }
 
+// Nothing can be read of it, so the finding has a file without a text.
 static void report_odd(const std::string &dir, const folder &all,
                        findings *found)
 {
@@ -158,6 +159,8 @@ static void list_scripts(device *dev, const std::string &below, int deep,
 {
   const std::string dir = dev->dir + "/scripts/" + below;
   const folder all = list_folder(dir);
+  // One that is not there is missed by the forms that name its scripts; one
+  // that is closed would look the same to them.
   if (!all.readable && access(dir.c_str(), F_OK) == 0) {
     dev->unread.push_back(dir.substr(0, dir.find_last_not_of('/') + 1));
   }
@@ -290,6 +293,8 @@ static void read_scripts(device *dev, findings *found)
   if (access(bar.c_str(), F_OK) != 0) {
     bar = dev->dir + "/scripts/navbar";
   }
+  // Without a form that orv-store keeps, nobody prints the file, and it may be
+  // anything.
   if (!dev->keepers.empty() && access(bar.c_str(), F_OK) == 0 &&
       is_readable(dev, bar)) {
     dev->bar = &read_file(dev, bar);
