@@ -40,6 +40,7 @@ struct bash_redirect {
 
 struct bash_assignment {
   std::string name;
+  bool appends = false; // NAME+=VALUE
   std::string subscript;
   bash_word value;
   std::vector<bash_word> elements; // of NAME=(...)

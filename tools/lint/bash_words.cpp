@@ -179,6 +179,7 @@ bool read_assignment(reader &r, list &l)
     assignment.subscript = r.in.substr(start, end - start - 1);
   }
   if (r.in.compare(end, 2, "+=") == 0) {
+    assignment.appends = true;
     end++;
   }
   if (end >= r.in.size() || r.in[end] != '=') {

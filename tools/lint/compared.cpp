@@ -112,16 +112,8 @@ struct arm_pattern {
 static void add_patterns(const bash_branch &arm,
                          std::vector<arm_pattern> *patterns)
 {
-  std::string part;
-  for (const char letter : arm.pattern + "|") {
-    if (letter == '|') {
-      part.erase(0, part.find_first_not_of(" \t\n\\"));
-      part.erase(part.find_last_not_of(" \t\n\\") + 1);
-      patterns->push_back({part, arm.line, arm.column});
-      part.clear();
-    } else {
-      part += letter;
-    }
+  for (const std::string &pattern : patterns_of(arm.pattern)) {
+    patterns->push_back({pattern, arm.line, arm.column});
   }
 }
 

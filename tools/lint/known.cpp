@@ -36,8 +36,12 @@ static bool value_of(const frame &at, const bash_expansion &expansion,
   }
   *value = known->second;
   const std::string &rest = expansion.rest;
-  // The word of ${1:-x} counts only where there is no value, and a name without
-  // one is not in `known`.
+  // The word of ${1-x} counts only where there is no value, and a name without
+  // one is not in `known`; that of ${1:-x} also in place of a blank one.
+  if (starts_with(rest, ":-") && value->empty()) {
+    *value = rest.substr(2);
+    return value->find_first_of("$`\"'\\") == std::string::npos;
+  }
   if (rest.empty() || rest[0] == '-' || starts_with(rest, ":-")) {
     return true;
   }
@@ -97,25 +101,49 @@ static std::string without_quotes(const std::string &text)
   return plain;
 }
 
-// An arm such as --check | --write) is kept as one text, whose blanks belong to
-// no alternative.  The extra "|" ends the last of them, so that there is one
-// place where a part is compared.
-bool matches_pattern(const std::string &pattern, const std::string &value)
+// An arm is kept as it is written: blanks belong to none of its patterns, and a
+// backslash in front of a line end neither.
+std::vector<std::string> patterns_of(const std::string &arm)
 {
-  std::string part;
-  for (const char c : pattern + "|") {
-    if (c != '|') {
-      part += c;
-      continue;
+  std::vector<std::string> patterns = {""};
+  int depth = 0; // of @(a|b)
+  for (const char c : arm) {
+    depth += c == '(' ? 1 : 0;
+    depth -= c == ')' ? 1 : 0;
+    if (c == '|' && depth <= 0) {
+      patterns.emplace_back();
+    } else {
+      patterns.back() += c;
     }
-    part.erase(0, part.find_first_not_of(" \t\n"));
-    part.erase(part.find_last_not_of(" \t\n") + 1);
-    if (fnmatch(without_quotes(part).c_str(), value.c_str(), 0) == 0) {
-      return true;
-    }
-    part.clear();
   }
-  return false;
+  for (std::string &pattern : patterns) {
+    pattern.erase(0, pattern.find_first_not_of(" \t\n\\"));
+    pattern.erase(pattern.find_last_not_of(" \t\n\\") + 1);
+  }
+  return patterns;
+}
+
+bool matches_pattern(const std::string &arm, const std::string &value)
+{
+  const std::vector<std::string> patterns = patterns_of(arm);
+  return std::any_of(patterns.begin(), patterns.end(),
+                     [&](const std::string &pattern) {
+                       return fnmatch(without_quotes(pattern).c_str(),
+                                      value.c_str(), FNM_EXTMATCH) == 0;
+                     });
+}
+
+// Whether the value is what stands behind == in [[ ]]: a pattern, or where it
+// is quoted a text.  A word with both is left open.
+static truth is_equal(const bash_word &word, const std::string &right,
+                      const std::string &left)
+{
+  const bool quoted = word.text.find_first_of("\"'\\") != std::string::npos;
+  const bool pattern = right.find_first_of("*?[(\\") != std::string::npos;
+  return quoted && pattern ? MAYBE
+         : pattern
+             ? truth_of(fnmatch(right.c_str(), left.c_str(), FNM_EXTMATCH) == 0)
+             : truth_of(left == right);
 }
 
 typedef std::vector<const bash_word *> test_words;
@@ -123,7 +151,7 @@ typedef std::vector<const bash_word *> test_words;
 // Numeric comparisons, -f and =~ answer MAYBE: they ask for what is not known
 // here, and both branches then count as taken.
 // One comparison, or what asks whether a value is empty.
-static truth eval_primary(const frame &at, test_words words)
+static truth eval_primary(const frame &at, test_words words, bool patterns)
 {
   bool turned = false;
   while (!words.empty() && words[0]->text == "!") {
@@ -136,9 +164,10 @@ static truth eval_primary(const frame &at, test_words words)
   if (words.size() == 3 && value_of(at, *words[0], &left) &&
       value_of(at, *words[2], &right)) {
     const std::string &op = words[1]->text;
-    const bool same = matches_pattern(right, left);
-    result = op == "==" || op == "=" ? truth_of(same)
-             : op == "!="            ? truth_of(!same)
+    const truth same = patterns ? is_equal(*words[2], right, left)
+                                : truth_of(left == right); // [ a = "*" ]
+    result = op == "==" || op == "=" ? same
+             : op == "!="            ? opposite(same)
                                      : MAYBE;
   } else if (words.size() == 2 && value_of(at, *words[1], &left)) {
     const std::string &op = words[0]->text;
@@ -172,7 +201,7 @@ static truth eval_test(const frame &at, const bash_command &command)
       words.push_back(&command.words[i]);
       continue;
     }
-    all = std::min(all, eval_primary(at, words));
+    all = std::min(all, eval_primary(at, words, skip == 0));
     words.clear();
     if (text == "||") {
       any = std::max(any, all);
@@ -180,6 +209,28 @@ static truth eval_test(const frame &at, const bash_command &command)
     }
   }
   return any;
+}
+
+static bool has_substitution(const bash_word &word)
+{
+  size_t at = word.text.find("$(");
+  while (at != std::string::npos && word.text.compare(at, 3, "$((") == 0) {
+    at = word.text.find("$(", at + 2);
+  }
+  return at != std::string::npos || word.text.find('`') != std::string::npos;
+}
+
+// x=$(command) has the status of the command, and >file may fail.
+static bool can_fail(const bash_command &command)
+{
+  return !command.redirects.empty() ||
+         std::any_of(command.assignments.begin(), command.assignments.end(),
+                     [](const bash_assignment &assignment) {
+                       return has_substitution(assignment.value) ||
+                              std::any_of(assignment.elements.begin(),
+                                          assignment.elements.end(),
+                                          has_substitution);
+                     });
 }
 
 truth result_of(const frame &at, const bash_command &command)
@@ -190,9 +241,8 @@ truth result_of(const frame &at, const bash_command &command)
     result = eval_test(at, command);
   } else if (name == "true" || name == ":" ||
              (command.words.empty() && command.kind == BASH_SIMPLE)) {
-    // An assignment alone succeeds, as : does.  x=$(command) has the status of
-    // the command, which is not told apart here.
-    result = YES;
+    // An assignment alone succeeds, as : does.
+    result = can_fail(command) ? MAYBE : YES;
   } else if (name == "false") {
     result = NO;
   }

@@ -17,9 +17,11 @@ typedef std::map<std::string, std::string> known_values;
 // One call of a function, or the script itself.
 struct frame {
   std::string function;
-  known_values known; // arguments and variables
-  std::map<const bash_command *, truth> results;
-  std::map<const bash_branch *, truth> states;
+  known_values known;             // arguments and variables
+  std::set<std::string> own = {}; // variables that are the function's alone
+  truth taken = YES;              // whether it runs at all
+  std::map<const bash_command *, truth> results = {};
+  std::map<const bash_branch *, truth> states = {};
   // How many arguments there are, where they are the script's own; -1: unknown.
   int given = -1;
 };

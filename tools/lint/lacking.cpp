@@ -212,20 +212,10 @@ static bool refuses_in(const script &s, const bash_branch &arm)
                      });
 }
 
-// A long list goes on in the next line behind a backslash, which is no part of
-// the alternative.
 static void add_arm(const bash_branch &arm, allowed_values *allowed)
 {
-  std::string part;
-  for (const char letter : arm.pattern + "|") {
-    if (letter != '|') {
-      part += letter;
-      continue;
-    }
-    part.erase(0, part.find_first_not_of(" \t\n\\"));
-    part.erase(part.find_last_not_of(" \t\n\\") + 1);
-    allowed->values.push_back({part, arm.line, arm.column});
-    part.clear();
+  for (const std::string &pattern : patterns_of(arm.pattern)) {
+    allowed->values.push_back({pattern, arm.line, arm.column});
   }
 }
 

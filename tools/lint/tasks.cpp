@@ -107,7 +107,7 @@ static truth own_test(const frame &at, const script &s,
 static truth state_of(frame *at, const script &s, int index)
 {
   if (index < 0) {
-    return YES;
+    return at->taken;
   }
   const bash_branch &branch = s.code.branches[static_cast<size_t>(index)];
   const auto known = at->states.find(&branch);
@@ -148,15 +148,18 @@ static const script *function_script(const walk &w, const std::string &name)
   return nullptr;
 }
 
+static bool is_argument(const std::string &name)
+{
+  return name.find_first_not_of("0123456789") == std::string::npos;
+}
+
 // The arguments of a call, as far as they are known.
 // A function sees the caller's variables and has arguments of its own.
 static known_values arguments_of(const frame &at, const bash_command &call)
 {
   known_values known = at.known;
   for (auto entry = known.begin(); entry != known.end();) {
-    entry = entry->first.find_first_not_of("0123456789") == std::string::npos
-                ? known.erase(entry)
-                : std::next(entry);
+    entry = is_argument(entry->first) ? known.erase(entry) : std::next(entry);
   }
   for (size_t i = 1; i < call.words.size(); i++) {
     std::string value;
@@ -173,9 +176,35 @@ static known_values arguments_of(const frame &at, const bash_command &call)
   return known;
 }
 
+// The caller has its arguments again, and what it had of the names that the
+// function has made its own.
+static void take_back(frame *at, const frame &inner)
+{
+  known_values known = inner.known;
+  for (auto entry = known.begin(); entry != known.end();) {
+    entry = is_argument(entry->first) || inner.own.count(entry->first) != 0
+                ? known.erase(entry)
+                : std::next(entry);
+  }
+  for (const auto &entry : at->known) {
+    if (is_argument(entry.first) || inner.own.count(entry.first) != 0) {
+      known.insert(entry);
+    }
+  }
+  at->known = known;
+}
+
+// What runs in a process of its own: neither its exit nor its variables count
+// for the commands behind it.
+static bool is_apart(const bash_command &command)
+{
+  return command.background || command.piped || command.piped_in;
+}
+
 // What cannot be followed may do anything, so rules that say "never done" are
 // silent then.
-static void follow_call(walk *w, frame *at, const bash_command &command)
+static void follow_call(walk *w, frame *at, const bash_command &command,
+                        truth state)
 {
   std::string name;
   if (command.kind != BASH_SIMPLE || command.words.empty()) {
@@ -192,17 +221,22 @@ static void follow_call(walk *w, frame *at, const bash_command &command)
     // asks for an argument that the form's line should give.
     const bool all =
         command.words.size() == 2 && command.words[1].plain == "$@";
-    frame inner = {
-        name, arguments_of(*at, command), {}, {}, all ? at->given : -1};
+    frame inner = {name, arguments_of(*at, command), {}, state, {},
+                   {},   all ? at->given : -1};
     w->depth++;
     walk_commands(w, *s, name, &inner);
     w->depth--;
+    if (is_apart(command)) {
+      w->ended = false;
+    } else {
+      take_back(at, inner);
+    }
   }
 }
 
 // The code of a sourced file runs in place, with the same variables.
 static void follow_source(walk *w, const script &s, frame *at,
-                          const bash_command &command)
+                          const bash_command &command, truth state)
 {
   if ((first_word(command) == "." || first_word(command) == "source") &&
       command.words.size() > 1) {
@@ -210,9 +244,12 @@ static void follow_source(walk *w, const script &s, frame *at,
         sourced_name(s.name, with_own_folder(s, command.words[1].plain));
     const auto file = w->dev.scripts.find(name);
     if (file != w->dev.scripts.end() && w->depth < CALLS_DEEP) {
+      const truth taken = at->taken;
+      at->taken = state;
       w->depth++;
       walk_commands(w, file->second, "", at);
       w->depth--;
+      at->taken = taken;
     }
   }
 }
@@ -225,13 +262,69 @@ static void follow_assignments(frame *at, const bash_command &command,
 {
   for (const bash_assignment &assignment : command.assignments) {
     std::string value;
-    at->known.erase(assignment.name);
-    if (state == YES && assignment.subscript.empty() &&
-        assignment.elements.empty() &&
-        value_of(*at, assignment.value, &value)) {
+    const auto old = at->known.find(assignment.name);
+    const bool known = state == YES && assignment.subscript.empty() &&
+                       assignment.elements.empty() &&
+                       value_of(*at, assignment.value, &value) &&
+                       (!assignment.appends || old != at->known.end());
+    if (known && assignment.appends) {
+      old->second += value;
+    } else if (known) {
       at->known[assignment.name] = value;
+    } else {
+      at->known.erase(assignment.name);
     }
   }
+}
+
+// `local task` hides the caller's variable, and has no value yet.
+static void follow_declaration(frame *at, const bash_command &command)
+{
+  for (size_t i = 1; i < command.words.size(); i++) {
+    const std::string &word = command.words[i].plain;
+    if (word[0] == '-' && word.find('g') != std::string::npos) {
+      return; // a global variable
+    }
+    at->own.insert(word);
+    at->known.erase(word);
+  }
+  for (const bash_assignment &assignment : command.assignments) {
+    at->own.insert(assignment.name);
+  }
+}
+
+// What a command gives a variable in another way is known to the run alone.
+static void forget_filled(frame *at, const bash_command &command)
+{
+  static const std::set<std::string> fillers = {"read",  "mapfile", "readarray",
+                                                "unset", "getopts", "let"};
+  const std::vector<bash_word> &words = command.words;
+  const std::string &name = first_word(command);
+  if (name == "printf" && words.size() > 2 && words[1].plain == "-v") {
+    at->known.erase(words[2].plain);
+  }
+  if (command.kind == BASH_FOR && !words.empty()) {
+    at->known.erase(words[0].plain);
+  }
+  for (size_t i = 1; fillers.count(name) != 0 && i < words.size(); i++) {
+    at->known.erase(words[i].plain.substr(0, words[i].plain.find('=')));
+  }
+  for (const bash_word &word : words) {
+    for (const bash_expansion &e : word.expansions) {
+      if (command.kind == BASH_ARITHMETIC && !is_argument(e.name)) {
+        at->known.erase(e.name); // ((row = 3))
+      }
+    }
+  }
+}
+
+// Whether the assignments are made here: those in front of a command are its
+// own, and in a pipe they are lost.
+static bool keeps_assignments(const bash_command &command)
+{
+  static const std::set<std::string> words = {"",       "declare",  "local",
+                                              "export", "readonly", "typeset"};
+  return words.count(first_word(command)) != 0 && !is_apart(command);
 }
 
 // $0 is not among the arguments, and stays where it is in bash; it is never
@@ -241,9 +334,7 @@ static void follow_shift(frame *at)
   at->given -= at->given > 0 ? 1 : 0;
   known_values moved;
   for (const auto &entry : at->known) {
-    const bool number =
-        entry.first.find_first_not_of("0123456789") == std::string::npos;
-    if (!number) {
+    if (!is_argument(entry.first)) {
       moved.insert(entry);
     } else if (entry.first != "1") {
       moved[std::to_string(std::stoi(entry.first) - 1)] = entry.second;
@@ -264,15 +355,35 @@ static truth state_of(frame *at, const script &s, const bash_command &command)
                                 : branch;
 }
 
-static bool in_subshell(const script &s, int branch)
+// A subshell that is being walked through: what was known in front of it, and
+// whether it has ended.
+struct subshell {
+  int branch;
+  known_values known;
+  bool ended;
+};
+
+// Leaves the subshells that the command does not stand in, and enters those
+// that it does.
+static void follow_subshells(std::vector<subshell> *open, const script &s,
+                             int branch, frame *at)
 {
+  std::vector<int> around;
   for (; branch >= 0;
        branch = s.code.branches[static_cast<size_t>(branch)].parent) {
     if (s.code.branches[static_cast<size_t>(branch)].kind == "(") {
-      return true;
+      around.insert(around.begin(), branch);
     }
   }
-  return false;
+  while (!open->empty() && (open->size() > around.size() ||
+                            open->back().branch != around[open->size() - 1])) {
+    at->known = open->back().known;
+    open->pop_back();
+  }
+  while (open->size() < around.size()) {
+    const bool ended = !open->empty() && open->back().ended;
+    open->push_back({around[open->size()], at->known, ended});
+  }
 }
 
 // Notes which of the script's arguments the command uses.
@@ -360,19 +471,27 @@ static bool walk_command(walk *w, const script &s, frame *at,
     return true; // a subshell: neither its exit nor its variables count here
   }
   // Where it is only possible, what follows may run and is walked through.
-  if (state == YES && (name == "exit" || name == "return")) {
-    w->ended = name == "exit" && !in_subshell(s, command.branch);
-    return w->ended ? false : at->function.empty();
+  if (state == YES && !is_apart(command) &&
+      (name == "exit" || name == "return")) {
+    w->ended = name == "exit";
+    return !w->ended && at->function.empty();
   }
   // In this order: the words of a call or of a sourced file may use what the
   // same script has just set, and an argument that was shifted away is gone by
   // then.
-  follow_assignments(at, command, state);
+  if (keeps_assignments(command)) {
+    follow_assignments(at, command, state);
+  }
+  if (!at->function.empty() &&
+      (name == "local" || name == "declare" || name == "typeset")) {
+    follow_declaration(at, command);
+  }
+  forget_filled(at, command);
   if (name == "shift") {
     follow_shift(at);
   }
-  follow_source(w, s, at, command);
-  follow_call(w, at, command);
+  follow_source(w, s, at, command, state);
+  follow_call(w, at, command, state);
   return !w->ended;
 }
 
@@ -383,11 +502,21 @@ static void walk_commands(walk *w, const script &s, const std::string &function,
   if (commands == s.functions.end()) {
     return;
   }
+  std::vector<subshell> open;
   for (const bash_command *command : commands->second) {
+    follow_subshells(&open, s, command->branch, at);
+    if (!open.empty() && open.back().ended) {
+      continue;
+    }
     if (!walk_command(w, s, at, *command)) {
-      return;
+      if (open.empty()) {
+        return;
+      }
+      open.back().ended = true;
+      w->ended = false;
     }
   }
+  follow_subshells(&open, s, -1, at);
 }
 
 static void note_calls(task_run *run)
@@ -409,11 +538,8 @@ task_run follow_task(const device &dev, const form &f, script_task task,
   const auto s = dev.scripts.find(f.scripts[task].script);
   if (s != dev.scripts.end()) {
     walk w = {dev, with_sources(dev, s->first), &run, 0, false};
-    frame top = {"",
-                 known_arguments(f, task, subitem),
-                 {},
-                 {},
-                 count_arguments(f, task)};
+    frame top = {"", known_arguments(f, task, subitem), {}, YES, {},
+                 {}, count_arguments(f, task)};
     walk_commands(&w, s->second, "", &top);
     note_calls(&run);
   }

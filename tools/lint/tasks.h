@@ -43,8 +43,9 @@ std::map<std::string, std::string>
 known_arguments(const form &f, script_task task,
                 const std::string &subitem = "");
 
-// Whether the value is one that the pattern of a case, or one of [[ == ]],
-// matches.
-bool matches_pattern(const std::string &pattern, const std::string &value);
+// The patterns of a case's arm.
+std::vector<std::string> patterns_of(const std::string &arm);
+// Whether one of them, or that of [[ == ]], matches the value.
+bool matches_pattern(const std::string &arm, const std::string &value);
 
 #endif
