@@ -172,6 +172,11 @@ grep -q "$b" /etc/hosts # input-pattern
 echo x | xargs sh -c "echo $b" # eval
 [[ $b =~ ^[a-z]+$ ]] || b=none
 cat "/etc/$b"
+mapfile -s 7 -t list
+logger ${list[0]} $7 # unquoted
+logger $7
+read -rp'Port' port
+logger $port # unquoted
 """
 
 
@@ -324,6 +329,8 @@ ENDLESS = [
     ("yes a=1", "run-long"),
     ("(while sleep 0.1; do echo a=1; done) &", "run-pipe"),
     ("(sleep 99 >/dev/null) & echo a=1", None),
+    ("exec 3>&1; sleep 99 >/dev/null & echo a=1", "run-pipe"),
+    ("sleep 99 | cat >/dev/null & echo a=1", None),
     ("dd if=/dev/zero of=/dev/null bs=2000000000 count=1 2>/dev/null", "run-status"),
     ("[[ -z $ORV_STATE ]] || echo nonsense", None),
 ]

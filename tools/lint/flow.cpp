@@ -182,13 +182,21 @@ static bool add_input(context *c, const bash_command &command,
   return c->input.insert(scoped(*c, command.function, name)).second;
 }
 
+// Whether the next word is the value of the last option in this one: of
+// read -rt 5, not of read -rt5.
+static bool takes_next(const std::string &options, const char *with_value)
+{
+  const size_t at = options.find_first_of(with_value, 1);
+  return at != std::string::npos && at + 1 == options.size();
+}
+
 // The variables that read, mapfile and the like fill.
 static bool follow_reading(context *c, const bash_command &command)
 {
-  // Of -a the name that follows is filled like the others, so it is no option's
-  // value, and -s has none for read.
+  // The name behind -a is filled like the others, so it is no option's value.
   static const std::set<std::string> readers = {"read", "mapfile", "readarray"};
-  static const std::string with_value = "dinNptuaCcsO";
+  const char *with_value =
+      first_word(command) == "read" ? "dinNptu" : "dnOsuCc";
   if (readers.count(first_word(command)) == 0 || !reads_input(*c, command)) {
     return false;
   }
@@ -196,10 +204,7 @@ static bool follow_reading(context *c, const bash_command &command)
   for (size_t i = 1; i < command.words.size(); i++) {
     const std::string &word = command.words[i].plain;
     if (word[0] == '-' && word.size() > 1) {
-      const char option = word.back();
-      const bool value = with_value.find(option) != std::string::npos &&
-                         option != 'a' && option != 's';
-      i += value && i + 1 < command.words.size() ? 1 : 0;
+      i += takes_next(word, with_value) ? 1 : 0;
     } else if (command.words[i].expansions.empty()) {
       more |= add_input(c, command, word.substr(0, word.find('[')));
     }

@@ -225,40 +225,72 @@ static void check_shared(const script &s, const constants &all,
   }
 }
 
-// Of 0755 the last digit is that of others, and its bit 2 the right to write.
-// Of fewer digits, which chmod fills up with zeros in front, nothing is said.
-// "g+w" gives it to a group, "=" and "-" are left alone, and "+w" without a
-// letter is open as far as the umask lets it be.
+// "g+w" gives the right to a group, and "+w" without a letter to everybody, as
+// far as the umask lets it.
+static bool is_open_clause(const std::string &clause)
+{
+  const size_t gives = clause.find_first_of("+=");
+  return gives != std::string::npos &&
+         clause.find('w', gives) != std::string::npos &&
+         (gives == 0 || clause.find_first_of("oa") < gives);
+}
+
+// Of 0755 the last digit is that of others, and its bit 2 the right to write;
+// 7 is 0007.
 // Whether a mode gives everybody the right to write.
 static bool is_open_mode(const std::string &mode)
 {
   if (mode.find_first_not_of("01234567") == std::string::npos) {
-    return mode.size() >= 3 && strchr("2367", mode.back()) != nullptr;
+    return !mode.empty() && strchr("2367", mode.back()) != nullptr;
   }
-  const size_t plus = mode.find('+');
-  return plus != std::string::npos &&
-         mode.find('w', plus) != std::string::npos &&
-         (plus == 0 || mode.find_first_of("oa") < plus);
+  size_t start = 0;
+  while (start < mode.size()) {
+    const size_t end = std::min(mode.find(',', start), mode.size());
+    if (is_open_clause(mode.substr(start, end - start))) {
+      return true;
+    }
+    start = end + 1;
+  }
+  return false;
 }
 
-// umask takes rights away, so 0 is the mode that leaves all.
+// umask takes rights away: the digits that do not take this one leave it.  Its
+// letters say what is left.
+static bool is_open_umask(const std::string &mask)
+{
+  return mask.find_first_not_of("01234567") == std::string::npos
+             ? !mask.empty() && strchr("2367", mask.back()) == nullptr
+             : is_open_mode(mask);
+}
+
+// mkdir -m MODE, -mMODE and --mode=MODE.
+static std::string mode_option(const bash_command &command, size_t i)
+{
+  const std::string &word = command.words[i].plain;
+  return command.words[i - 1].plain == "-m" ? word
+         : starts_with(word, "-m")          ? word.substr(2)
+         : starts_with(word, "--mode=")     ? word.substr(7)
+                                            : "";
+}
+
 static void check_modes(const script &s, const bash_command &command,
                         findings *found)
 {
+  static const std::set<std::string> makers = {"mkdir", "install", "mkfifo"};
   const std::string &name = first_word(command);
   for (size_t i = 1; i < command.words.size(); i++) {
     const bash_word &word = command.words[i];
+    const bool option = word.plain[0] == '-';
     const bool open =
-        name == "chmod"
-            ? word.plain[0] != '-' && is_open_mode(word.plain)
-            : name == "umask" && (word.plain == "0" || word.plain == "000" ||
-                                  word.plain == "0000");
+        makers.count(name) != 0 ? is_open_mode(mode_option(command, i))
+        : name == "chmod"       ? !option && is_open_mode(word.plain)
+                                : name == "umask" && is_open_umask(word.plain);
     if (open) {
       report(found, *s.file, word.line, word.column, "world-writable",
              "this makes files writable by everyone; only the web server needs "
              "to write them");
     }
-    if (name == "chmod" && word.plain[0] != '-') {
+    if (name == "chmod" && !option) {
       return; // files follow
     }
   }
@@ -325,6 +357,14 @@ static const char EXPANDED[] =
     ", and messages are expanded: $N:NAME$ in it shows the environment; use "
     "orv_error or orv_msg, which escape it";
 
+// A line of a message may stand behind others in one text.
+static bool begins_message(const std::string &text)
+{
+  return starts_with(text, "error_") ||
+         text.find("\\nerror_") != std::string::npos ||
+         text.find("\nerror_") != std::string::npos;
+}
+
 // Output that goes elsewhere than to the page is no message: a file, a pipe, a
 // substitution.
 // A message made by hand is expanded: "$N:NAME$" in it shows the environment.
@@ -339,9 +379,7 @@ static void check_message(const context &c, const script &s,
   bool message = false;
   for (size_t i = 1; i < command.words.size(); i++) {
     const bash_word &word = command.words[i];
-    // printf 'error_x=%s\n' "$text": the words behind the format belong to the
-    // message.
-    message |= starts_with(word.plain, "error_");
+    message |= begins_message(word.plain);
     if (message && quotes_others(word)) {
       report(found, *s.file, word.line, word.column, "message-text",
              std::string("this text comes from elsewhere") + EXPANDED);
@@ -356,7 +394,9 @@ static void check_message(const context &c, const script &s,
         return;
       }
     }
-    message &= name == "printf"; // the values of a format
+    // What echo prints is one line, and the words behind the format of
+    // printf 'error_x=%s\n' "$text" belong to it; those of '%s\n' do not.
+    message &= name == "echo" || begins_message(command.words[1].plain);
   }
 }
 

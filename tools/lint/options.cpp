@@ -19,7 +19,7 @@ static bool takes_options(const std::string &name)
       "hostname", "id",        "kill", "logger",     "ls",      "mail",
       "nslookup", "passwd",    "ping", "ping6",      "scp",     "sort",
       "ssh",      "systemctl", "tar",  "traceroute", "useradd", "userdel",
-      "usermod",  "wget",      "find"};
+      "usermod",  "wget"};
   return names.count(name) != 0;
 }
 
@@ -101,6 +101,31 @@ static bool can_be_option(const sink &at, const bash_expansion &expansion)
   return !found || may;
 }
 
+// Of find the folders alone, which stand in front of the first test: "--" is no
+// help there, and what -name is given is no option.
+static void check_folders(const sink &at)
+{
+  static const std::set<std::string> links = {"-H", "-L", "-P"};
+  const std::vector<bash_word> &words = at.command.words;
+  size_t i = 0;
+  while (i < words.size() && words[i].plain != "find") {
+    i++; // timeout 5 find
+  }
+  for (i++; i < words.size() &&
+            (words[i].plain[0] != '-' || links.count(words[i].plain) != 0);
+       i++) {
+    const bash_expansion *input = input_of(at.c, at.command, words[i]);
+    if (input != nullptr && input->quoted &&
+        input->column - words[i].column < 2 && can_be_option(at, *input)) {
+      report_at(at, *input, "input-option",
+                shown(*input) +
+                    " comes from the request and is a test of find where it "
+                    "begins with \"-\"; put ./ before it");
+      return;
+    }
+  }
+}
+
 // What stands behind a short option of these letters is its value for the
 // common programs, as in `ping -c "$count"`.  Without quotes the value is
 // reported for that, and behind other text in the word, "user=$x", it begins no
@@ -108,8 +133,14 @@ static bool can_be_option(const sink &at, const bash_expansion &expansion)
 void check_options(const sink &at)
 {
   const std::vector<bash_word> &words = at.command.words;
-  if (at.c.stored || !takes_values(at.command) ||
-      !takes_options(run_command(at.command))) {
+  if (at.c.stored || !takes_values(at.command)) {
+    return;
+  }
+  const std::string program = run_command(at.command);
+  if (program == "find") {
+    check_folders(at);
+  }
+  if (!takes_options(program)) {
     return;
   }
   for (size_t i = 1; i < words.size() && words[i].plain != "--"; i++) {

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include <string.h>
+
 #include "rules.h"
 #include "text.h"
 
@@ -21,8 +23,9 @@ static const runner runners[] = {
     {"python", "shell=True", ""},
     {"python", "eval(", ""},
     {"python", "exec(", ""},
-    {"perl", "system(\"", "$@"},
-    {"perl", "exec(\"", "$@"},
+    {"perl", "system(", "$@"},
+    {"perl", "exec(", "$@"},
+    {"perl", "qx", "$@"},
     {"perl", "`", "$@"},
     {"perl", "eval \"", "$@"},
     {"perl", "eval $", ""},
@@ -75,14 +78,73 @@ static std::string argument_of(const std::string &line, size_t at,
              : line.substr(at + std::string(row.call).size());
 }
 
+// The end of the text that `quote` begins, in front of `from`; that of the line
+// without one.
+static size_t text_end(const std::string &line, size_t from, char quote)
+{
+  static const std::string open = "({[<";
+  const size_t pair = open.find(quote);
+  const char end = pair == std::string::npos ? quote : ")}]>"[pair];
+  while (from < line.size() && line[from] != end) {
+    from += line[from] == '\\' ? 2 : 1;
+  }
+  return std::min(from, line.size());
+}
+
+// "$name" and "@list" in a text of Perl, \$ left out.
+static bool holds_values(const std::string &text)
+{
+  for (size_t i = 0; i < text.size(); i++) {
+    if (text[i] == '$' || text[i] == '@') {
+      return true;
+    }
+    i += text[i] == '\\' ? 1 : 0;
+  }
+  return false;
+}
+
+// The arguments of system and exec: system("ping $x") starts a shell, and
+// system("ping", $x) the program with $x as a word.
+static bool runs_shell(const std::string &arguments)
+{
+  const char quote = arguments[0];
+  if (quote != '"' && quote != '\'') {
+    const size_t end = arguments.find_first_of(",)");
+    return quote == '$' && end != std::string::npos && arguments[end] == ')';
+  }
+  const size_t end = text_end(arguments, 1, quote);
+  const size_t next = arguments.find_first_not_of("\"' ", end);
+  const char behind = next == std::string::npos ? '\0' : arguments[next];
+  return behind != ',' &&
+         ((quote == '"' && holds_values(arguments.substr(0, end))) ||
+          (behind == '.' && holds_values(arguments.substr(next))));
+}
+
+// Whether Perl hands a shell, or itself, a text with values.
+static bool runs_text(const std::string &call, std::string argument)
+{
+  argument.erase(0, argument.find_first_not_of(' '));
+  if (call == "system(" || call == "exec(") {
+    return runs_shell(argument);
+  }
+  if (call == "qx" &&
+      (is_name_char(argument[0]) || strchr("'=,;) ", argument[0]) != nullptr)) {
+    return false; // a part of another name, or qx'...', which expands nothing
+  }
+  const size_t start = call == "qx" ? 1 : 0;
+  const char quote = call == "qx" ? argument[0] : call.back();
+  return holds_values(
+      argument.substr(start, text_end(argument, start, quote) - start));
+}
+
 static bool runs_values(const std::string &line, size_t at, const runner &row)
 {
   const std::string argument = argument_of(line, at, row);
-  if (std::string(row.language) == "perl") {
-    return *row.makers == '\0' ||
-           argument.find_first_of(row.makers) != std::string::npos;
-  }
   const char before = at > 0 ? line[at - 1] : ' ';
+  if (std::string(row.language) == "perl") {
+    return !is_name_char(before) && before != '>' && // $db->exec(
+           (*row.makers == '\0' || runs_text(row.call, argument));
+  }
   // load( is a part of reload(, exec( of the method cursor.exec(.
   if (is_name_char(before) ||
       (before == '.' && *row.makers == '\0' && row.call[0] != 's')) {

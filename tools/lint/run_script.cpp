@@ -20,8 +20,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -89,12 +91,38 @@ static pid_t group_of(const char *number)
              : -1;
 }
 
-static bool holds_pipe(const char *number)
+// The pipes that a process has open, its standard input left out: two that have
+// the same one see the same name.
+static std::set<std::string> pipes_of(const std::string &process)
 {
-  char target[64] = "";
-  const std::string path = "/proc/" + std::string(number) + "/fd/1";
-  const ssize_t length = readlink(path.c_str(), target, sizeof target - 1);
-  return length > 0 && strncmp(target, "pipe:", strlen("pipe:")) == 0;
+  const std::string folder = "/proc/" + process + "/fd/";
+  std::set<std::string> pipes;
+  DIR *files = opendir(folder.c_str());
+  while (files != nullptr) {
+    const dirent *entry = readdir(files);
+    if (entry == nullptr) {
+      closedir(files);
+      break;
+    }
+    char target[64] = "";
+    const std::string name = entry->d_name;
+    const ssize_t length =
+        readlink((folder + name).c_str(), target, sizeof target - 1);
+    if (length > 0 && name != "0" &&
+        strncmp(target, "pipe:", strlen("pipe:")) == 0) {
+      pipes.insert(target);
+    }
+  }
+  return pipes;
+}
+
+// A pipe to another program, as in `tail -f x | logger &`, holds no page.
+static bool holds_pipe(const char *number, const std::set<std::string> &ours)
+{
+  const std::set<std::string> pipes = pipes_of(number);
+  return std::any_of(pipes.begin(), pipes.end(), [&](const std::string &pipe) {
+    return ours.count(pipe) != 0;
+  });
 }
 
 // Whether a process that the script has left keeps its output open: on a device
@@ -103,6 +131,7 @@ static bool holds_pipe(const char *number)
 // background stay in. The group goes on when its leader has ended.
 static bool is_held(pid_t group)
 {
+  const std::set<std::string> ours = pipes_of("self");
   DIR *processes = opendir("/proc");
   bool held = false;
   while (processes != nullptr && !held) {
@@ -111,7 +140,7 @@ static bool is_held(pid_t group)
       break;
     }
     held = isdigit(static_cast<unsigned char>(entry->d_name[0])) != 0 &&
-           group_of(entry->d_name) == group && holds_pipe(entry->d_name);
+           group_of(entry->d_name) == group && holds_pipe(entry->d_name, ours);
   }
   if (processes != nullptr) {
     closedir(processes);
