@@ -146,10 +146,84 @@ static void check_seconds(const script &s, findings *found)
   }
 }
 
+// --- values ------------------------------------------------------------------
+
+static const bash_expansion *value_in(const bash_word &word)
+{
+  const auto value = std::find_if(
+      word.expansions.begin(), word.expansions.end(),
+      [](const bash_expansion &e) { return e.name == "orv" && !e.length; });
+  return value != word.expansions.end() ? &*value : nullptr;
+}
+
+static const bash_expansion *value_in(const bash_command &command)
+{
+  const bash_expansion *value = nullptr;
+  for (const bash_word &word : command.words) {
+    value = value == nullptr ? value_in(word) : value;
+  }
+  for (const bash_assignment &assignment : command.assignments) {
+    value = value == nullptr ? value_in(assignment.value) : value;
+  }
+  for (const bash_redirect &redirect : command.redirects) {
+    value = value == nullptr ? value_in(redirect.target) : value;
+  }
+  return value;
+}
+
+// The first value that the function, or one that it calls, uses before it has
+// loaded any.
+struct unloaded {
+  const script &s;
+  std::set<std::string> seen;
+  bool loaded;
+};
+
+static const bash_expansion *find_unloaded(unloaded *u, const std::string &name)
+{
+  const auto commands = u->s.functions.find(name);
+  if (name.empty() || commands == u->s.functions.end() ||
+      !u->seen.insert(name).second) {
+    return nullptr;
+  }
+  for (const bash_command *command : commands->second) {
+    u->loaded |= first_word(*command) == "orv_load";
+    const bash_expansion *value = u->loaded ? nullptr : value_in(*command);
+    value = value == nullptr ? find_unloaded(u, first_word(*command)) : value;
+    if (value != nullptr) {
+      return value;
+    }
+  }
+  return nullptr;
+}
+
+// When the settings go back, the command of orv_guard runs in the same process,
+// whose values are those of the page that went wrong.
+static void check_values(const script &s, findings *found)
+{
+  for (const bash_command &command : s.code.commands) {
+    const bash_expansion *value = nullptr;
+    for (size_t i = 2;
+         first_word(command) == "orv_guard" && i < command.words.size(); i++) {
+      unloaded u = {s, {}, false};
+      value = value == nullptr ? value_in(command.words[i]) : value;
+      value = value == nullptr && i == 2
+                  ? find_unloaded(&u, command.words[i].plain)
+                  : value;
+    }
+    if (value != nullptr) {
+      report(found, *s.file, value->line, value->column, "guard-way",
+             "this is the new value also when the settings go back; give"
+             " \"orv_guard\" a function that calls \"orv_load\" first");
+    }
+  }
+}
+
 void check_guards(const device &dev, findings *found)
 {
   for (const auto &entry : dev.scripts) {
     check_seconds(entry.second, found);
+    check_values(entry.second, found);
   }
   const auto keeper = dev.forms.find(KEEPER);
   // This form can be wrong on a device that guards nothing yet, so it is looked

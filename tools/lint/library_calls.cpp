@@ -46,8 +46,8 @@ std::set<std::string> names_given(const task_run &run, const char *name)
     const task_step &step = run.steps[i];
     for (size_t j = 1; j < step.command->words.size(); j++) {
       std::vector<literal_name> literals;
-      add_literals(*step.s, step.command->words[j], &literals);
-      if (literals.empty()) {
+      if (!add_literals(*step.s, step.command->words[j], &literals) ||
+          literals.empty()) {
         names.insert("");
       }
       for (const literal_name &literal : literals) {

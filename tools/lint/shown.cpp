@@ -7,7 +7,8 @@
 #include "script_names.h"
 #include "text.h"
 
-// The names that the task reports; "" for one that only the run knows.
+// The names that the task reports; "" for one that only the run knows, "#" for
+// the cells of tables.
 static std::set<std::string> names_reported(const task_run &read)
 {
   std::set<std::string> all;
@@ -23,11 +24,13 @@ static std::set<std::string> names_reported(const task_run &read)
       for (size_t j = 1; j < end; j++) {
         const bash_word &word = step.command->words[j];
         std::vector<literal_name> names;
-        add_literals(*step.s, word, &names);
+        const bool known =
+            add_literals(*step.s, word, &names) && !names.empty();
         // Cells and the entries of a list are made by their numbers as a rule,
         // and say nothing of the other items.
-        if (names.empty() && word.plain != "${cells[@]}" &&
-            !starts_with(word.plain, "select_")) {
+        if (word.plain == "${cells[@]}") {
+          all.insert("#");
+        } else if (!known && !starts_with(word.plain, "select_")) {
           all.insert("");
         }
         for (const literal_name &name : names) {
@@ -103,8 +106,9 @@ void check_shown(const form_runs &runs)
   }
   for (const form_item &item : runs.f.items) {
     const std::string name = lower(item.name) + (item.table < 0 ? "" : "0");
+    const bool cell = item.table >= 0 && shown.count("#") != 0;
     if (is_editable(item) && !is_secret(item.name) && read.count(name) != 0 &&
-        shown.count(name) + shown.count("d_" + name) == 0) {
+        !cell && shown.count(name) + shown.count("d_" + name) == 0) {
       report_step(runs.found, runs.read.steps[at], "unreported",
                   "the read script does not report " +
                       in_quotes(item.table < 0 ? item.name : item.name + "0") +
