@@ -456,6 +456,22 @@ static void write_list(FILE *out, const setting *list, size_t count)
   }
 }
 
+// Each name once, however often the file goes back: those that the defaults
+// declare are stored as well, as by a save.
+static void write_secrets(FILE *out, const settings *now)
+{
+  const char *start = "#secret";
+  for (const setting *one = now->list; one < now->list + now->count; one++) {
+    if (settings_names_secret(now, one->name)) {
+      fprintf(out, "%s %s", start, one->name);
+      start = "";
+    }
+  }
+  if (*start == '\0') {
+    putc('\n', out);
+  }
+}
+
 // The file holds all values, so no row comes from the defaults.  Tables and
 // version are lines that the script library finds by their places.
 static bool write_old(const store_stage *stage, const old_file *file)
@@ -470,9 +486,7 @@ static bool write_old(const store_stage *stage, const old_file *file)
   if (now->shipped_version > 1) {
     fprintf(out, "#version %u\n", now->shipped_version);
   }
-  if (now->secrets[0] != '\0' || now->shipped_secrets[0] != '\0') {
-    fprintf(out, "#secret%s%s\n", now->secrets, now->shipped_secrets);
-  }
+  write_secrets(out, now);
   write_list(out, file->now.list, file->now.count);
   write_list(out, file->gone, file->count);
   const bool made = store_close_text(out, &content);

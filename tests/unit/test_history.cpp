@@ -2,6 +2,7 @@
 
 #include "history.h"
 
+#include "guard.h"
 #include "store_fixture.h"
 
 class History : public Store
@@ -57,6 +58,27 @@ TEST_F(History, EachSaveCanBeUndone)
   write_file("state/a", kept);
   write_file("state/b", other);
   EXPECT_EQ(before(1), "") << "nobody had stored it";
+}
+
+TEST_F(History, WhatUndoingBringsBackIsComplete)
+{
+  string many;
+  for (int i = 100; i < 300; i++) { // more than are kept at first
+    many += "n" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+  }
+  std::filesystem::create_directory("defaults");
+  setenv("ORV_DEFAULTS", "defaults", 1);
+  write_file("defaults/a", "#version 3\n#secret made\nrow0=shipped\n");
+  const string head = "@secret key\n@table row\n> a\nkey=hidden\nmade=1\n";
+  ASSERT_TRUE(save(head + many));
+  const string first = stored("a");
+  ASSERT_TRUE(save(head));
+  ASSERT_TRUE(save("@guard 900\n" + head + "x=tried\n"));
+  EXPECT_EQ(locked([] { return guard_put_back(GUARD_BOOT, nullptr); }), "done");
+  EXPECT_EQ(before(4), "key=hidden made=1 x=tried ") << "a change that went back is one to undo";
+  EXPECT_EQ(before(2), first);
+  const string text = read_file("state/a");
+  EXPECT_EQ(text.substr(0, text.find("key=")), "#orv 2 6 -\n#table *\n#version 3\n#secret key made\n");
 }
 
 TEST_F(History, ListsUserTimeAndChangesButNoSecret)
