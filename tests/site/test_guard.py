@@ -239,6 +239,24 @@ def test_the_page_that_keeps_a_change_has_its_end_and_twelve_changes(device):
     assert (kept["u_saved_note"], kept["u_saved_navbar"], pending(device)) == ("The change is kept.", "True", {})
 
 
+def test_only_the_latest_save_tells_that_a_change_went_back(device):
+    def read():
+        return run(device, device.scripts / "confirm.sh", "--read", "confirm")
+    history = device.state / ".history"
+    for text, back in (("@ 2 0 - - net back\n@ 1 0 - - net saved\n", True), ("@ 2 0 - - net saved\n@ 1 0 - - net back\n", False),
+                       ("@ 2 0 - - net back", True), ("@ 2 0 - - netback\n", False), ("back\n", False), ("", False),
+                       ("@ 2 0 - - back saved\n= back\n", False), ("@ 2 0 - - net back up\n", False)):
+        history.write_text(text)
+        assert read() == 'confirm_token=""\n' + 'confirm_back="True"\n' * back, text
+    history.unlink()
+    assert read() == 'confirm_token=""\n'
+    for path in (".history", ".pending/.token"):
+        (device.state / path).mkdir(parents=True)
+        said = read()
+        assert "The settings cannot be read: " in said and "error_fatal=yes" in said, said
+        (device.state / path).rmdir()
+
+
 def test_a_boot_reverts_an_unkept_change_and_reports_it(device):
     save(device, "new")
     info = device.state / ".pending/.info"
@@ -346,6 +364,36 @@ def test_a_watcher_tries_until_it_has_the_lock_and_ends_with_the_folder(device):
     until(lambda: len(watchers(device)) == 1)
     until(lambda: shutil.rmtree(device.state, ignore_errors=True) or not device.state.exists())
     until(lambda: not watchers(device))
+
+
+def test_a_watcher_requests_the_actions_of_dead_ones_and_not_its_own(device):
+    """What started a live one carries out its step when it ends."""
+    acts, actions = device.folder / "acts", device.folder / "data/actions"
+    for folder in (acts, actions):
+        folder.mkdir()
+    for name in ("tell", "show"):
+        (actions / name).touch()
+    os.mkfifo(acts / "ask")
+    fifo = os.open(acts / "ask", os.O_RDWR | os.O_NONBLOCK)
+    env = {"ORV_ACTS": str(acts), "ORV_ACTIONS": str(actions)}
+    for live, asked in (({"tell"}, ["show"]), ({"show"}, ["tell"]), ({"run"}, ["tell", "show"]),
+                        ({"tell", "show"}, []), ({"tell", "run"}, ["show"])):
+        tokens = {}
+        for form, name, command in (("net", "tell", "act tell"), ("lan", "run", "run"), ("lan", "show", "act show")):
+            said = run(device, STORE, "store", "-", form, text=f"@guard 900 {command}\n> {form}\nhost=new\n")
+            (tokens[name],) = re.findall("^guard (.*)$", said, re.M)
+            run(device, STORE, "arm", tokens[name])
+        turn = f"OFDLCK .*:{(device.state / '.generation').stat().st_ino} "
+        started = [subprocess.Popen([STORE, "watch", tokens[name]], stdout=subprocess.DEVNULL, env=os.environ | env | {
+            "ORV_STATE": str(device.state), "ORV_DEFAULTS": "/nowhere", "ORV_TEMPLATES": "/nowhere"}) for name in live]
+        until(lambda: len(re.findall(turn, pathlib.Path("/proc/locks").read_text())) == len(live))
+        make_overdue(device)
+        assert [watcher.wait(conftest.SECONDS) for watcher in started] == [0] * len(live), live
+        assert (host(device), host(device, "lan")) == ("old", "old")
+        with contextlib.suppress(BlockingIOError):
+            asked = asked == os.read(fifo, 100).decode().split() and []
+        assert asked == [], live
+    os.close(fifo)
 
 
 def test_expire_leaves_a_change_to_its_watcher_for_a_moment_only(device):
