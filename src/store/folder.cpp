@@ -252,10 +252,9 @@ static char *read_open_file(int fd, size_t size, size_t *length)
   return text.release();
 }
 
-char *store_read_file(int dir, const char *name, size_t *length)
+static char *read_file(int dir, const char *name, size_t *length, int links)
 {
-  const int fd =
-      openat(dir, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  const int fd = openat(dir, name, O_RDONLY | links | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) {
     if (errno != ENOENT) {
       store_fault_errno("The settings cannot be read");
@@ -273,6 +272,16 @@ char *store_read_file(int dir, const char *name, size_t *length)
   }
   close(fd);
   return text;
+}
+
+char *store_read_file(int dir, const char *name, size_t *length)
+{
+  return read_file(dir, name, length, O_NOFOLLOW);
+}
+
+char *store_read_linked(int dir, const char *name, size_t *length)
+{
+  return read_file(dir, name, length, 0);
 }
 
 // --- folders -----------------------------------------------------------------
@@ -315,7 +324,7 @@ bool store_each_file(int dir, const char *name, store_act act, void *data)
   return errno == 0;
 }
 
-// A link counts here: unlike the settings, the defaults are the maker's.
+// A link counts here, too.
 bool store_has_defaults(const char *name)
 {
   struct stat file;

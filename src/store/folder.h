@@ -62,6 +62,9 @@ pid_t store_hold_lock(pid_t script);
 // with a fault when it cannot be read, is not a regular file or too large.
 char *store_read_file(int dir, const char *name, size_t *length);
 
+// The same of a file that may be a link.
+char *store_read_linked(int dir, const char *name, size_t *length);
+
 // One of our folders within `dir`, not a link: its descriptor, or a stream of
 // its entries from the first.  -1 or NULL with errno; owned by the caller.
 int store_open_folder(int dir, const char *name);

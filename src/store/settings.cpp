@@ -341,6 +341,7 @@ static char *read_stored(const char *name)
   return nullptr;
 }
 
+// Links are followed: unlike the settings, the defaults are the maker's.
 static char *read_defaults(const char *name)
 {
   const int dir = open(store.defaults, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -351,7 +352,7 @@ static char *read_defaults(const char *name)
     return nullptr;
   }
   size_t length;
-  char *text = store_read_file(dir, name, &length);
+  char *text = store_read_linked(dir, name, &length);
   close(dir);
   return text;
 }

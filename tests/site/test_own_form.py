@@ -161,12 +161,15 @@ def test_fixed_rows_and_rows_of_boxes_only_are_kept(site):
 def test_only_shipped_sub_items_exist(device):
     keep(device, "f", "error $E$", "if $S$ = lan1", "field extra", "check word", "endif",
          "field name", "check word", files=("f@lan1", "f@lan2", "g"))
+    (device.folder / "data/defaults/f@lan2").unlink()
+    (device.folder / "data/defaults/f@lan2").symlink_to("f@lan1")  # by the maker
+    (device.folder / "data/defaults/f@lan4").mkdir()
     for name in ("lan1", "lan2"):
         page = device.open("f", name).press("Submit", name=name, extra="e")
         assert page.title == "changes_saved", page.errors
         assert f"name={name}" in stored(device, f"f@{name}")
     assert not stored(device)
-    for name in ("lan3", "x/../f", ".", "..", "lan1@x", "l" * 98):
+    for name in ("lan3", "lan4", "x/../f", ".", "..", "lan1@x", "l" * 98):
         page = device.open("f", name)
         assert page.status != "200 OK" and not page.all("form"), name
         assert page.errors[-1] in ("There is no such page here.", "The request was refused."), name

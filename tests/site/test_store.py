@@ -153,6 +153,9 @@ def test_program_and_library_read_files_alike(device):
         if rng.random() < 0.2:
             (device.state / "f").unlink()
         assert device.load("f") != "fault" or stored > known
+    (device.defaults / "linked").symlink_to("f")
+    (device.defaults / "f").write_text("v=1\n")
+    assert device.load("linked") == ["v=1"]  # by the maker; the settings are no link
     # Deleted rows stay deleted; new values of an upgrade exist.
     (device.defaults / "f").write_text("new=1\nport0=80\nport1=81\nvia0=x\nold=2\n")
     for head, rows in ((["#orv 2 7 -", "#table port via"], []),
@@ -188,6 +191,21 @@ def test_an_order_is_stored_unchanged_or_refused(device, order, text):
     assert device.load("f") == ["v=1"] and "f0" not in device.names()
 
 
+def test_nothing_is_stored_for_a_form_that_cannot_be_read(device):
+    """The rows of its tables could not be told from other values."""
+    path = device.folder / "form.tpl"
+    for text in ("title T\nbody\nfield\n", "body\n", "title T\nbody\ntable t 3\nfield a\n"):
+        path.write_text(text)
+        status, told = device.save("> f\nv=1\n")
+        assert status == 1 and told.startswith("fault The form form cannot be read: "), (text, told)
+        assert device.load("f") == [], text
+    path.unlink()
+    path.mkdir()
+    assert device.save("> f\nv=1\n")[1].startswith("fault The form form cannot be read: ")
+    path.rmdir()
+    assert device.save("> f\nv=1\n")[0] == 0  # without a template it has no tables
+
+
 def test_the_largest_order_is_stored(device):
     """As many names and files as an order may have, and a value as long as may be; no
     file stays open behind the next."""
@@ -212,6 +230,8 @@ def test_an_answer_lists_the_changes_and_names_no_guard_without_one(device):
     told = device.save(f"@label v={'$' * 60}\n> f\nv={LONGEST}\n")[1]
     line = re.search(r"^page ((?:\${3}){50}: 1 \u2192 x+)\$L\$\n", told, re.M)[1]
     assert 205 < len(line.encode()) <= 210
+    told = device.save(f"> f\nv={'y' * 200}\n")[1]
+    assert len(set(re.findall("(x+)[^xy]*(y+)", told))) == 1 and re.search("(?m)^line v: x{57}... -> y{57}...$", told), told
     for owner, kept in (("1", "1"), ("1" * 40, "1" * 40), ("1" * 41, "-"), ("", "-"), ("1.2 3", "-")):
         assert device.save(f"@owner {owner}\n> f\nv=2\n")[0] == 0
         assert (device.state / "f").read_text().split("\n")[0].split(" ", 3)[3] == kept
@@ -449,6 +469,7 @@ def test_planted_numbers_do_no_harm(device, number, left):
     for name, text in ((".token", "t"), (".armed", ""), (".info", PLANTED.format(number))):
         (pending / name).write_text(text)
     status, text = device.store("pending")
+    assert "\ntoken=t\narmed=True\n" in text
     found = int(re.search(r"^left=(\d+)$", text, re.M)[1])
     assert status == 0 and (found == 0 if left == 0 else found > 2**62)
     assert device.store("expire") == ((0, "ok\nact=\n") if left == 0 else (1, ""))
@@ -465,6 +486,7 @@ def test_nobody_waits_for_something_that_is_not_a_file(device, path):
     if path in (".generation", ".history", "f"):
         status, text = device.save("> f\nv=1\n")
         assert status == 1 and text.startswith("fault The settings c")
+        assert not [name for name in device.names() if name.startswith(".new")]
 
 
 # --- whose files they are -----------------------------------------------------
