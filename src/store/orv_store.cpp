@@ -236,17 +236,15 @@ static bool load(char **names)
 
 static bool arm(char **words)
 {
-  if (!open_and_join(false) || !lock("a guarded change")) {
-    return false;
-  }
-  return guard_arm(words[0]);
+  return open_and_join(false) && store.fd >= 0 && lock("a guarded change") &&
+         guard_arm(words[0]);
 }
 
 // Keeps the pending change, or only the one named.
 static bool confirm(char **words)
 {
-  if (!open_and_join(false) || !lock("a guarded change") ||
-      !guard_settle(words[0])) {
+  if (!open_and_join(false) ||
+      (store.fd >= 0 && !lock("a guarded change")) || !guard_settle(words[0])) {
     return false;
   }
   fputs("ok\n", stdout);
