@@ -75,8 +75,8 @@ bool act_exists(const char *name)
     return errno == EACCES && is_name(name);
   }
   const bool exists =
-      is_name(name) && (fstatat(dir, name, &file, AT_SYMLINK_NOFOLLOW) == 0 ||
-                        errno == EACCES);
+      is_name(name) &&
+      (fstatat(dir, name, &file, AT_SYMLINK_NOFOLLOW) == 0 || errno == EACCES);
   close(dir);
   return exists;
 }

@@ -243,8 +243,8 @@ static bool arm(char **words)
 // Keeps the pending change, or only the one named.
 static bool confirm(char **words)
 {
-  if (!open_and_join(false) ||
-      (store.fd >= 0 && !lock("a guarded change")) || !guard_settle(words[0])) {
+  if (!open_and_join(false) || (store.fd >= 0 && !lock("a guarded change")) ||
+      !guard_settle(words[0])) {
     return false;
   }
   fputs("ok\n", stdout);

@@ -97,6 +97,8 @@ def test_an_action_runs_by_its_name_in_a_clean_environment(acts):
     acts.action("show", 'echo "$# $(cat) $PWD $(umask)"; env | sort; exec '
                 "/usr/bin/python3 -c 'import os; print(os.listdir(\"/proc/self/fd\"))'")
     acts.action("fail", "echo no luck; echo at all; exit 3")
+    acts.action("long", f"echo {'a' * 120}b; exit 1")
+    acts.action("lines", r"printf '\na\tb\n\nc'")
     acts.action("quiet", ":")
     acts.start("-l", str(PATIENCE))
     words = acts.run("show").split("\nline ")
@@ -111,7 +113,11 @@ def test_an_action_runs_by_its_name_in_a_clean_environment(acts):
     assert acts.run("other") == ("fault Saved, but not in use: this device has no "
                                  "action other")
     assert acts.store("act", "../count").startswith("fault ../count is not a valid name")
-    assert acts.store("act", "count", "--wait", "0").startswith("fault act accepts")
+    assert acts.run("long") == f"fault Saved, but not in use: long failed (status 1): {'a' * 120}"
+    assert acts.run("lines") == "ok\nline \nline a\tb\nline \nline c"
+    for words in (["--wait", "0"], ["--wait", "601"], ["--wait", "5s"], ["--wait", ""], ["--wait"], ["wait", "5"]):
+        assert acts.store("act", "count", *words) == "fault act accepts --wait and 1 to 600 seconds", words
+    assert acts.counted() == 0 and "has no action" in acts.store("act", "other", "--wait", "600")
     assert acts.state("quiet") == "0" and acts.state("fail") == "3"
 
 

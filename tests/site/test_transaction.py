@@ -249,6 +249,15 @@ def test_scripts_of_any_kind_may_take_part(site):
     settle(site)
 
 
+def test_a_script_that_saves_often_keeps_no_file_open(site):
+    device(site, a={"before": "for i in {1..60}; do orv[y]=$i; orv_store a x -- a.more y || exit; done"})
+    dump(site, "1", "ab")
+    done = subprocess.run(["bash", "-c", 'ulimit -n 40; exec "$@"', "few", ORVCTL, "apply", "dump"], cwd=site.folder,
+                          capture_output=True, text=True, timeout=SECONDS, check=False)
+    assert done.returncode == 0 and run(site, "get", "a").stdout == "x=1\ny=60\n", done
+    settle(site)
+
+
 def test_no_request_and_no_latecomer_joins(site):
     """A transaction's staged values appear in no page, and its token is useless afterwards."""
     seen = f"REQUEST_METHOD=GET QUERY_STRING=form=a SCRIPT_NAME=/ SYSLOG_FILE=/dev/null {ORV} >seen"

@@ -4,6 +4,7 @@ program that migrates them, and the ways back."""
 import os
 import pathlib
 import re
+import shutil
 import signal
 import subprocess
 import time
@@ -11,7 +12,7 @@ import time
 import pytest
 from conftest import LIMITS, PRELOAD, SHIM
 from orv_test.device import copy_part
-from test_store import HASTY, SECONDS, STORE, Device
+from test_store import HASTY, SECONDS, STORE, Device, open_folder, owned_device
 
 EXAMPLES = pathlib.Path(__file__).parents[2] / "examples"
 OLD = "older version"
@@ -167,6 +168,46 @@ def test_a_program_that_fails_leaves_the_old_settings_and_says_so(firmware):
     status, told = firmware.upgrade()
     assert (status, NEW in told, NEW in firmware.log.read_text()) == (1, True, True)
     assert not (firmware.folder / "ran").exists() and firmware.store("reset") == (0, "ok\n")
+
+
+def test_a_program_converts_all_files_of_its_form_at_its_own_pace(firmware):
+    """Also those of sub-items; here each byte waits until the one before is read."""
+    slow = ("import fcntl, os, sys, time", "for byte in b'v=' + sys.argv[1].encode() + b'\\nw=1\\n':",
+            "  os.write(1, bytes([byte]))", "  while any(fcntl.ioctl(1, 0x541B, bytes(4))): time.sleep(0.001)")
+    firmware.ship("f", "#version 2\n", "cat")
+    (firmware.migrate / "f").write_text("\n".join(["#!/usr/bin/python3", *slow, ""]))
+    for name in ("f@lan1", "g@lan1"):
+        firmware.ship(name, "#version 2\n")
+        (firmware.state / name).write_text("v=1\n")
+    assert firmware.store("load", "g@lan1") == (0, "ok\nv=1\n")  # there is no program for it
+    assert "older version" in firmware.store("load", "f@lan1")[1]
+    assert firmware.upgrade() == (0, "ok\nline f@lan1: version 1 -> 2\n")
+    assert firmware.store("load", "f@lan1") == (0, "ok\nv=f@lan1\nw=1\n")
+    # The first of several faults is printed, all are logged.
+    for name in ("a", "b", "c"):
+        firmware.ship(name, "#version 2\n", f"exit {ord(name)}")
+        (firmware.state / name).write_text("v=1\n")
+    status, told = firmware.upgrade()
+    logged = re.findall("(?m)^3 (.* with status \\d+)$", firmware.log.read_text())
+    assert status == 1 and len(logged) == 3 and told == f"fault {logged[0]}\n", (told, logged)
+    firmware.env["ORV_MIGRATE"] = str(firmware.defaults / "a")  # no folder
+    assert firmware.load("a") == ["v=1"]
+
+
+def test_who_may_not_look_for_the_program_does_not_use_the_values(open_folder):
+    device, user = owned_device(open_folder)
+    hidden = open_folder / "hidden"
+    hidden.mkdir(mode=0 if not user else 0o700)
+    device.env["ORV_MIGRATE"] = str(hidden / "migrate")
+    (device.state / "f").write_text("v=1\n")
+    if user:
+        os.chown(device.state / "f", user["user"], user["group"])
+    (device.defaults / "f").write_text("#version 2\n")
+    program = shutil.copy(STORE, open_folder)
+    status, text = device.run(program, "load", "f", **user)
+    assert status == 1 and "cannot be converted to their version: Permission denied" in text, text
+    hidden.chmod(0o755)
+    assert device.run(program, "load", "f", **user) == (0, "ok\nv=1\n")
 
 
 def test_an_upgrade_that_is_killed_has_not_begun(firmware):

@@ -4,6 +4,7 @@
 #ifndef STORE_FIXTURE_H
 #define STORE_FIXTURE_H
 
+#include <functional>
 #include <sys/wait.h>
 
 #include "commit.h"
@@ -44,6 +45,33 @@ protected:
   static string save(const string &order, const char *form = "net")
   {
     return locked([&] { return save_order(strdup(order.c_str()), form, nullptr); });
+  }
+
+  // The same for several works as one step: each is done by a process that has
+  // joined the transaction, like a script's calls.
+  static string together(const std::vector<std::function<bool()>> &works)
+  {
+    return locked([&] {
+      store_stage stage;
+      char token[STORE_TOKEN_SIZE];
+      if (!transaction_begin(&stage, token)) {
+        return false;
+      }
+      setenv("ORV_TRANSACTION", token, 1);
+      bool all = true;
+      for (const auto &work : works) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+          stage_join();
+          _exit(store_lock_for("test") && work() ? 0 : 1);
+        }
+        int status;
+        waitpid(pid, &status, 0);
+        all = all && status == 0;
+      }
+      unsetenv("ORV_TRANSACTION");
+      return transaction_commit(&stage) && all;
+    });
   }
 
   // The values of a stored file, "NAME=VALUE " each.

@@ -26,11 +26,16 @@ string asked(int fifo, int milliseconds)
   return line;
 }
 
-// A script that requests the action in the transaction, and has ended.
-int script_status(const char *token)
+// A script that requests the action in the transaction: one that waits for its
+// output, with that standard stream, leads a process group.
+pid_t start_script(const char *token, int stream = -1)
 {
   const pid_t script = fork();
   if (script == 0) {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO && stream >= 0; fd++) {
+      setpgid(0, 0);
+      dup2(stream, fd);
+    }
     // A separate process would not share the lock of the one that began it.
     for (int fd = 3; fd < 64; fd++) {
       if (fd != store.fd) {
@@ -39,11 +44,42 @@ int script_status(const char *token)
     }
     setenv("ORV_TRANSACTION", token, 1);
     stage_join();
-    _exit(stage_folder() != nullptr && act_ask("restart") ? 0 : 1);
+    FILE *out = fdopen(STDOUT_FILENO, "w");
+    const bool asked =
+        stream >= 0 ? act_run("restart", 600, out) : act_ask("restart");
+    _exit(stage_folder() != nullptr && asked && fflush(out) == 0 ? 0 : 1);
   }
+  return script;
+}
+
+int status_of(pid_t script)
+{
   int status = -1;
   waitpid(script, &status, 0);
   return status;
+}
+
+// The script's output, once nobody can write more of it.  Then what is left of
+// its process group is killed, as when a page is ended.
+string told_by_script(const char *token)
+{
+  int ends[2];
+  EXPECT_EQ(pipe(ends), 0);
+  const pid_t script = start_script(token, ends[1]);
+  EXPECT_EQ(status_of(script), 0);
+  close(ends[1]);
+  string told;
+  char bytes[64];
+  pollfd more = {ends[0], POLLIN, 0};
+  ssize_t got = 1;
+  while (got > 0) {
+    got =
+        poll(&more, 1, PATIENCE) > 0 ? read(ends[0], bytes, sizeof bytes) : -1;
+    told += got < 0 ? "still open" : string(bytes, static_cast<size_t>(got));
+  }
+  close(ends[0]);
+  kill(-script, SIGKILL);
+  return told;
 }
 
 } // namespace
@@ -66,13 +102,13 @@ TEST(Act, is_requested_only_after_the_commit)
   char token[STORE_TOKEN_SIZE];
 
   ASSERT_TRUE(transaction_begin(&stage, token));
-  EXPECT_EQ(script_status(token), 0);
+  EXPECT_EQ(status_of(start_script(token)), 0);
   EXPECT_EQ(asked(fifo, 200), "");
   transaction_drop(&stage);
 
   // The dropped one must not request anything any more.
   ASSERT_TRUE(transaction_begin(&stage, token));
-  EXPECT_EQ(script_status(token), 0);
+  EXPECT_EQ(told_by_script(token), "ok\n");
   EXPECT_EQ(asked(fifo, 0), "");
   ASSERT_TRUE(transaction_commit(&stage));
   EXPECT_EQ(asked(fifo, PATIENCE), "\nrestart\n");

@@ -62,6 +62,53 @@ TEST_F(Commit, AnInterruptedSaveIsCompletedOrRemoved)
   EXPECT_EQ(read_file("state/b").substr(0, 9), "#orv 2 9 ") << "numbers only grow";
 }
 
+TEST_F(Commit, AnInterruptedCommitEndsAsItWouldHave)
+{
+  const std::tuple<std::vector<string>, const char *, const char *> rows[] = {
+    // files that were left, what the result is, the files that are there then
+    {{".commit/.history", ".history"}, "done", ".history=.commit/.history"},
+    {{".commit/.settled", ".pending/a", ".pending/.token"}, "done", ""},
+    {{".commit/.pending/a", ".pending/a", ".pending/b"}, "done", ".pending/a=.commit/.pending/a"},
+    {{".commit/.pending/a"}, "done", ".pending/a=.commit/.pending/a"},
+    {{".commit/.old/a", ".commit/.settled"}, "done", ""},
+    {{".commit/.old/a", ".pending/a"}, "done", ".pending/a=.pending/a"},
+    {{".commit/a", ".commit/b"}, "done", "a=.commit/a b=.commit/b"},
+    {{".new.1/1/2/3/4", ".stage.1"}, "done", ".new.1/1/2/3/4=.new.1/1/2/3/4"}, // none of ours is as deep
+    // What cannot be moved stays for the next save.
+    {{".commit/.history", ".history/x"}, "fault", ".commit/.history=.commit/.history .history/x=.history/x"},
+    {{".commit/a", "a/x"}, "fault", ".commit/a=.commit/a a/x=a/x"},
+    {{".commit/.pending/a", ".commit/.old/b", ".pending/c"}, "fault",
+      ".commit/.old/b=.commit/.old/b .commit/.pending/a=.commit/.pending/a .pending/c=.pending/c"},
+  };
+  for (const auto &[left, outcome, expected] : rows) {
+    store_look first, second;
+    std::filesystem::remove_all("state");
+    for (const string &name : left) {
+      std::filesystem::create_directories(std::filesystem::path("state/" + name).parent_path());
+      write_file("state/" + name, name);
+    }
+    ASSERT_TRUE(store_open(false));
+    store_take_look(&first);
+    const string told = locked([] { return true; });
+    store_take_look(&second);
+    EXPECT_EQ(told.substr(0, 31), string(outcome) == "done" ? "done" : "The settings could not be store") << left[0];
+    EXPECT_NE(store_is_same_look(&first, &second), left[0].rfind(".commit", 0) == 0 && told == "done");
+    std::vector<string> found;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator("state")) {
+      const string name = entry.path().string().substr(strlen("state/"));
+      if (entry.is_regular_file() && name != ".lock" && name != ".generation") {
+        found.push_back(name + "=" + read_file("state/" + name));
+      }
+    }
+    std::sort(found.begin(), found.end());
+    string all;
+    for (const string &one : found) {
+      all += (all.empty() ? "" : " ") + one;
+    }
+    EXPECT_EQ(all, expected) << left[0];
+  }
+}
+
 TEST_F(Commit, ATransactionCountsCompletelyOrNotAtAll)
 {
   ASSERT_EQ(save("> a\nx=old\n> b\ny=old\n"), "done");
@@ -91,6 +138,25 @@ TEST_F(Commit, ATransactionCountsCompletelyOrNotAtAll)
       return ended == 2 && (!commits || transaction_commit(&stage));
     }), "done");
     EXPECT_EQ(stored("a") + stored("b"), commits ? "x=new y=new " : "x=old y=old ");
+  }
+}
+
+TEST_F(Commit, ATransactionWithoutASaveIsLoggedAndChangesNothing)
+{
+  ASSERT_EQ(save("> a\nx=old\n"), "done");
+  const string before = read_file("state/.generation");
+  const auto log = [](const char *line) {
+    return [=] { store_log(line); return true; };
+  };
+  const auto all = [&](bool fails) {
+    return together({log("one"), [&] { return !fails || save_order(strdup("bad"), "f", nullptr); }, log("two")});
+  };
+  EXPECT_EQ(logged(LOG_NOTICE, [&] { EXPECT_EQ(all(false), "done"); }), "log: one\nlog: two\n");
+  // A refused save leaves nothing either, and the caller knows that it failed.
+  EXPECT_EQ(logged(LOG_NOTICE, [&] { EXPECT_EQ(all(true), "no"); }), "log: one\nlog: two\n");
+  EXPECT_EQ(read_file("state/.generation"), before);
+  for (const auto &entry : std::filesystem::directory_iterator("state")) {
+    EXPECT_FALSE(entry.is_directory()) << entry.path();
   }
 }
 
