@@ -139,7 +139,7 @@ static void check_given(const script &s, findings *found)
 // one of the maker's.
 static bool only_looks(const std::string &name)
 {
-  static const std::set<std::string> names = {
+  static const word_set names = {
       "",        ":",    "[",     "test",     "read",     "local",  "declare",
       "export",  "set",  "shift", "return",   "exit",     "unset",  "readonly",
       "typeset", "grep", "egrep", "sed",      "awk",      "tr",     "cut",

@@ -205,7 +205,7 @@ static bool stands_once(const library_call &c, const std::string &name)
              for (const std::string &stem : c.dev.scripts.at(file).stems) {
                count += starts_with(name, stem) ? 2 : 0; // "wait_$name"
              }
-             const std::map<std::string, int> &counts =
+             const std::unordered_map<std::string, int> &counts =
                  c.dev.scripts.at(file).counts;
              const auto row = counts.find(name);
              count += row != counts.end() ? row->second : 0;
@@ -407,9 +407,8 @@ static void check_rows(const library_call &c)
 // elsewhere: one call may serve several.
 void check_arguments(const device &dev, findings *found)
 {
-  static const std::set<std::string> without_marks = {"orv_rows", "orv_pack",
-                                                      "orv_show", "orv_store",
-                                                      "orv_tick", "orv_secret"};
+  static const word_set without_marks = {"orv_rows",  "orv_pack", "orv_show",
+                                         "orv_store", "orv_tick", "orv_secret"};
   static const std::map<std::string, void (*)(const library_call &)> checks = {
       {"orv_act",
        [](const library_call &c) {
@@ -439,6 +438,9 @@ void check_arguments(const device &dev, findings *found)
   for (const auto &entry : dev.scripts) {
     for (const bash_command &command : entry.second.code.commands) {
       const std::string &name = first_word(command);
+      if (!starts_with(name, "orv_")) {
+        continue;
+      }
       const library_call c = {dev, entry.second, command, found};
       const signature *takes = signature_of(name);
       if (takes != nullptr) {

@@ -13,6 +13,8 @@
 
 #include "bash_reader.h"
 
+#include "text.h"
+
 namespace bash_reading
 {
 
@@ -121,12 +123,10 @@ static void read_pattern(reader &r, list &l)
 // second one turns it back.
 static bool read_reserved(reader &r, list &l, const std::string &word)
 {
-  static const std::set<std::string> skipped = {"then", "else", "do", "time",
-                                                "coproc"};
-  static const std::set<std::string> conditions = {"if", "elif", "while",
-                                                   "until", "!"};
-  static const std::set<std::string> openers = {"if", "while", "until", "{"};
-  static const std::set<std::string> closers = {"fi", "done", "}", "esac"};
+  static const word_set skipped = {"then", "else", "do", "time", "coproc"};
+  static const word_set conditions = {"if", "elif", "while", "until", "!"};
+  static const word_set openers = {"if", "while", "until", "{"};
+  static const word_set closers = {"fi", "done", "}", "esac"};
   if (skipped.count(word) + conditions.count(word) + openers.count(word) +
           closers.count(word) ==
       0) {
@@ -344,6 +344,13 @@ void read_list(reader &r, char closer)
 using namespace bash_reading;
 
 // A ")" too many ends a list, and what follows is read as another one.
+static void mark_deciding(bash_script *out, int command)
+{
+  if (command >= 0) {
+    out->commands[static_cast<size_t>(command)].decides = true;
+  }
+}
+
 bash_script read_bash(const std::string &text)
 {
   bash_script out;
@@ -351,6 +358,12 @@ bash_script read_bash(const std::string &text)
   reader r = {text, out};
   while (!done(r)) {
     read_list(r, '\0');
+  }
+  for (const bash_branch &branch : out.branches) {
+    mark_deciding(&out, branch.test);
+  }
+  for (const bash_command &command : out.commands) {
+    mark_deciding(&out, command.previous);
   }
   return out;
 }

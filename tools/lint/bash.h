@@ -81,6 +81,7 @@ struct bash_command {
   std::string join;                  // "&&", "||", or ""
   bool negated = false;              // after !
   bool condition = false;            // its status decides on something
+  bool decides = false;              // a branch or a later command names it
   bool background = false;           // ended by &
   bool piped = false;                // its output goes into a pipe
   bool piped_in = false;             // its input comes from one

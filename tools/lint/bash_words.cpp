@@ -2,6 +2,7 @@
 // assignments, arrays and redirections.
 
 #include "bash_reader.h"
+#include "text.h"
 
 #include <ctype.h>
 #include <string.h>
@@ -210,8 +211,8 @@ bool read_assignment(reader &r, list &l)
 // bash itself in the same way: local x=$1 is not split into words.
 bool takes_assignments(const bash_command &command)
 {
-  static const std::set<std::string> words = {"declare", "local", "export",
-                                              "readonly", "typeset"};
+  static const word_set words = {"declare", "local", "export", "readonly",
+                                 "typeset"};
   return command.words.empty() || words.count(command.words[0].plain) != 0;
 }
 

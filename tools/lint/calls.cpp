@@ -13,7 +13,7 @@
 // not the device's.
 static bool is_command(const std::string &name)
 {
-  static const std::set<std::string> builtins = {
+  static const word_set builtins = {
       ".",        ":",        "[",       "alias",   "bg",      "bind",
       "break",    "builtin",  "caller",  "cd",      "command", "compgen",
       "complete", "continue", "declare", "dirs",    "disown",  "echo",

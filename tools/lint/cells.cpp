@@ -45,8 +45,8 @@ static bool check_made(const agree_check &c, const std::string &text, int line,
 // value, which may look like anything.
 static bool names_cells(const bash_command &command, size_t i)
 {
-  static const std::set<std::string> takers = {
-      "orv_put", "orv_show", "orv_read", "orv_error", "orv_store"};
+  static const word_set takers = {"orv_put", "orv_show", "orv_read",
+                                  "orv_error", "orv_store"};
   const std::string &name = first_word(command);
   return (takers.count(name) != 0 && (name != "orv_put" || i == 1)) ||
          ((name == "echo" || name == "printf") &&

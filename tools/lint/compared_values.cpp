@@ -99,15 +99,14 @@ static value_set values_of_argument(const compare_check &c,
                                     const std::string &number)
 {
   value_set set;
-  for (const auto &entry : c.dev.forms) {
-    for (int task = 0; task < TASKS; task++) {
-      const script_line &line = entry.second.scripts[static_cast<size_t>(task)];
-      if (line.script != c.s.name ||
-          (task != TASK_NAVBAR && lacks_argument(line, number))) {
+  const auto tasks = c.dev.tasks_of.find(c.s.name);
+  if (tasks != c.dev.tasks_of.end()) {
+    for (const form_task &of : tasks->second) {
+      const script_line &line = of.f->scripts[of.task];
+      if (of.task != TASK_NAVBAR && lacks_argument(line, number)) {
         continue; // a bar has one script for all forms, and a default
       }
-      const auto known =
-          known_arguments(entry.second, static_cast<script_task>(task));
+      const auto known = known_arguments(*of.f, of.task);
       const auto value = known.find(number);
       if (value == known.end()) {
         return {};

@@ -55,7 +55,7 @@ bool first_line_turns_on(const script &s, char letter, const std::string &name)
 // In a function, readonly and export leave the variable whose it was.
 static bool declares(const bash_command &command)
 {
-  static const std::set<std::string> words = {"local", "declare", "typeset"};
+  static const word_set words = {"local", "declare", "typeset"};
   return words.count(first_word(command)) != 0;
 }
 
@@ -162,9 +162,9 @@ static void collect_copies(context *c)
 // The text of `trap clean_up EXIT` may be no more than a function's name.
 static bool is_run(const bash_command &command, size_t i)
 {
-  static const std::set<std::string> runners = {
-      "orv_background", "orv_after_page", "orv_guard",
-      "orv_guard_boot", "trap",           "command"};
+  static const word_set runners = {"orv_background", "orv_after_page",
+                                   "orv_guard",      "orv_guard_boot",
+                                   "trap",           "command"};
   return command.kind == BASH_SIMPLE &&
          (i == 0 || runners.count(command.words[0].plain) != 0);
 }
@@ -213,7 +213,7 @@ void collect_declared(context *c)
 // something new of it: a hash, a number of lines, the name of a file.
 static bool hands_on(const std::string &name)
 {
-  static const std::set<std::string> names = {
+  static const word_set names = {
       "echo", "printf", "cat",      "head",    "tail", "cut",  "tr",
       "sed",  "awk",    "basename", "dirname", "sort", "uniq", "xargs"};
   return names.count(name) != 0;

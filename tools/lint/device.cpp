@@ -367,6 +367,11 @@ bool read_device(const std::string &dir, device *dev, findings *found)
     for (const std::string &script_name : entry.second.runs) {
       dev->forms_of[script_name].push_back(&entry.second);
     }
+    for (int task = 0; task < TASKS; task++) {
+      const script_line &line = entry.second.scripts[static_cast<size_t>(task)];
+      dev->tasks_of[line.script].push_back(
+          {&entry.second, static_cast<script_task>(task)});
+    }
   }
   return true;
 }

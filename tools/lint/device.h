@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "bash.h"
@@ -75,10 +76,11 @@ struct script {
   const source_file *file;
   bool executable;
   bash_script code;
-  std::vector<std::string> sources;  // names of the scripts that it sources
-  std::set<std::string> words;       // of its code, comments left out
-  std::map<std::string, int> counts; // how often each of them stands there
-  std::set<std::string> stems;       // words that an expansion goes on with
+  std::vector<std::string> sources; // names of the scripts that it sources
+  std::set<std::string> words;      // of its code, comments left out
+  std::unordered_map<std::string, int>
+      counts;                  // how often each of them stands there
+  std::set<std::string> stems; // words that an expansion goes on with
   // The commands of its functions by their names, "" outside of any.
   std::map<std::string, std::vector<const bash_command *>> functions;
   // What arrays are given, by name; NULL for one that is given it twice.
@@ -95,6 +97,12 @@ struct script {
 int index_of(const script &s, const bash_command &command);
 
 // --- the device --------------------------------------------------------------
+
+// A line of a form's header that runs a script.
+struct form_task {
+  const form *f;
+  script_task task;
+};
 
 struct device {
   std::string dir;
@@ -114,6 +122,8 @@ struct device {
   std::map<std::string, const source_file *> defaults; // by name
   // The forms whose header lines run a script, or one that sources it.
   std::map<std::string, std::vector<const form *>> forms_of;
+  // The header lines that run a script itself, those of bars among them.
+  std::map<std::string, std::vector<form_task>> tasks_of;
   bool has_system_type = false;
   std::set<std::string> system_names; // of the system-type file
   std::vector<std::string> unread;    // for lack of permission

@@ -130,8 +130,8 @@ static void check_does_something(const task_run &run, findings *found)
 // What succeeds or not by what it finds, and is no fault then.
 static bool is_test(const bash_command &command)
 {
-  static const std::set<std::string> words = {
-      "[", "test", "grep", "pgrep", "cmp", "diff", "orv_load", "orv_one_of"};
+  static const word_set words = {"[",   "test", "grep",     "pgrep",
+                                 "cmp", "diff", "orv_load", "orv_one_of"};
   return command.kind == BASH_TEST || command.kind == BASH_ARITHMETIC ||
          words.count(first_word(command)) != 0;
 }

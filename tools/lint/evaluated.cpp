@@ -45,8 +45,8 @@ static size_t name_length(const std::string &text)
 // "$x=1" runs what stands in a[$(reboot)].
 static const bash_expansion *input_name(const sink &at, const bash_word &word)
 {
-  static const std::set<std::string> stores = {"declare", "local", "export",
-                                               "typeset", "readonly"};
+  static const word_set stores = {"declare", "local", "export", "typeset",
+                                  "readonly"};
   size_t end = stores.count(first_word(at.command)) != 0
                    ? name_length(word.text)
                    : std::string::npos;
@@ -101,9 +101,9 @@ static void check_attributes(const sink &at)
 // begins with "-" is an option, whatever its end is.
 static void check_names(const sink &at)
 {
-  static const std::set<std::string> builtins = {
-      "declare", "local", "export",  "typeset", "readonly",
-      "unset",   "read",  "mapfile", "let",     "readarray"};
+  static const word_set builtins = {"declare",  "local",    "export", "typeset",
+                                    "readonly", "unset",    "read",   "mapfile",
+                                    "let",      "readarray"};
   const std::string &name = first_word(at.command);
   const bool printf_name = name == "printf" && at.command.words.size() > 2 &&
                            at.command.words[1].plain == "-v";
@@ -159,8 +159,7 @@ void check_indirect(const sink &at, const bash_word &word)
 // the declaration itself brings the value, that is looked at above.
 static void check_declared(const sink &at)
 {
-  static const std::set<std::string> declaring = {"declare", "local", "typeset",
-                                                  "readonly"};
+  static const word_set declaring = {"declare", "local", "typeset", "readonly"};
   if (declaring.count(first_word(at.command)) != 0) {
     return;
   }
@@ -233,8 +232,8 @@ static void check_kept(const sink &at)
 // itself, and the others name files or folders from which programs are taken.
 static void check_variables(const sink &at)
 {
-  static const std::set<std::string> run = {
-      "PS4", "PROMPT_COMMAND", "BASH_ENV", "ENV", "PATH", "LD_PRELOAD"};
+  static const word_set run = {"PS4", "PROMPT_COMMAND", "BASH_ENV",
+                               "ENV", "PATH",           "LD_PRELOAD"};
   for (const bash_assignment &assignment : at.command.assignments) {
     const bash_expansion *input =
         run.count(assignment.name) != 0

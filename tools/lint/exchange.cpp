@@ -138,20 +138,19 @@ static std::set<std::string> item_names(const device &dev, const form &f)
 // What a web server and the system itself put into the environment.
 static bool is_environment(const device &dev, const std::string &name)
 {
-  static const std::set<std::string> of_file = {"SYSTEM_TYPE", "HW_VERSION",
-                                                "SW_VERSION"};
+  static const word_set of_file = {"SYSTEM_TYPE", "HW_VERSION", "SW_VERSION"};
   if (of_file.count(name) != 0) {
     return !dev.has_system_type || dev.system_names.count(name) != 0;
   }
-  static const std::set<std::string> own = {"QUERY_STRING",
-                                            "PATH_INFO",
-                                            "DOCUMENT_ROOT",
-                                            "CONTENT_TYPE",
-                                            "GATEWAY_INTERFACE",
-                                            "CONTENT_LENGTH",
-                                            "AUTH_TYPE",
-                                            "HTTPS",
-                                            "TZ"};
+  static const word_set own = {"QUERY_STRING",
+                               "PATH_INFO",
+                               "DOCUMENT_ROOT",
+                               "CONTENT_TYPE",
+                               "GATEWAY_INTERFACE",
+                               "CONTENT_LENGTH",
+                               "AUTH_TYPE",
+                               "HTTPS",
+                               "TZ"};
   static const char *const starts[] = {"HTTP_",    "REMOTE_", "SERVER_",
                                        "REQUEST_", "SCRIPT_", "SSL_"};
   return own.count(name) != 0 ||

@@ -254,10 +254,8 @@ static void sort_findings(findings *found)
 // redirection for a comparison, what follows from that is no second mistake.
 static void drop_consequences(findings *found)
 {
-  static const std::set<std::string> causes = {"column-row", "number-test",
-                                               "number-text"};
-  static const std::set<std::string> consequences = {"input-number",
-                                                     "input-path", "store"};
+  static const word_set causes = {"column-row", "number-test", "number-text"};
+  static const word_set consequences = {"input-number", "input-path", "store"};
   std::set<std::tuple<std::string, int, int>> places;
   const auto place_of = [](const finding &f) {
     return std::make_tuple(f.at.path, f.at.line, f.at.column);

@@ -194,7 +194,7 @@ static bool takes_next(const std::string &options, const char *with_value)
 static bool follow_reading(context *c, const bash_command &command)
 {
   // The name behind -a is filled like the others, so it is no option's value.
-  static const std::set<std::string> readers = {"read", "mapfile", "readarray"};
+  static const word_set readers = {"read", "mapfile", "readarray"};
   const char *with_value =
       first_word(command) == "read" ? "dinNptu" : "dnOsuCc";
   if (readers.count(first_word(command)) == 0 || !reads_input(*c, command)) {

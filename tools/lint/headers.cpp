@@ -166,9 +166,8 @@ static bool title_of_request(const form &f)
 static bool evaluates(const std::string &before)
 {
   const std::vector<std::string> words = split_words(before);
-  static const std::set<std::string> evaluators = {"eval", "source", "."};
-  static const std::set<std::string> shells = {"bash", "sh",      "dash",
-                                               "ash",  "busybox", "su"};
+  static const word_set evaluators = {"eval", "source", "."};
+  static const word_set shells = {"bash", "sh", "dash", "ash", "busybox", "su"};
   bool shell = false;
   for (const std::string &word : words) {
     if (evaluators.count(word) != 0) {

@@ -151,7 +151,7 @@ static void check_relative(const sink &at)
 // Commands whose arguments are paths.
 static void check_path(const sink &at)
 {
-  static const std::set<std::string> commands = {
+  static const word_set commands = {
       "cat",    "rm",    "cp",       "mv",        "mkdir",  "rmdir", "ln",
       "touch",  "chmod", "chown",    "tee",       "cd",     "tail",  "head",
       "source", ".",     "orv_load", "orv_reset", "orv_act"};
@@ -281,8 +281,7 @@ static void check_word(const sink &at, const bash_word &word)
 static void check_words(const sink &at)
 {
   const bash_command &command = at.command;
-  static const std::set<std::string> operators = {"-eq", "-ne", "-lt",
-                                                  "-le", "-gt", "-ge"};
+  static const word_set operators = {"-eq", "-ne", "-lt", "-le", "-gt", "-ge"};
   for (size_t i = 0; i < command.words.size(); i++) {
     const bash_word &word = command.words[i];
     const bool test = command.kind == BASH_TEST;

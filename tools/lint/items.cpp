@@ -55,7 +55,7 @@ static void check_label(const form &f, const form_item &item, findings *found)
 static void check_effect(const form &f, const form_item &item, findings *found)
 {
   static const std::set<std::string> nowhere = {"item_help", "value", "part"};
-  static const std::set<std::string> outside = {"prompt", "rlabel"};
+  static const word_set outside = {"prompt", "rlabel"};
   for (const form_line *line : item.lines) {
     // The item's own line is none: that of a menu would be reported.
     if (line->continues || line == item.lines.front()) {

@@ -54,8 +54,7 @@ static bool is_in_each_part(const context &c, const bash_command &command,
 // alone and evaluates nothing.
 static bool looks_at(const bash_command &command, size_t i)
 {
-  static const std::set<std::string> orders = {"-eq", "-ne", "-lt",
-                                               "-le", "-gt", "-ge"};
+  static const word_set orders = {"-eq", "-ne", "-lt", "-le", "-gt", "-ge"};
   const std::string &op = command.words[i].text;
   return op == "==" || op == "=" || op == "!=" ||
          (op == "=~" && !holds_part(command.words[i + 1].plain)) ||

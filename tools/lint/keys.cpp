@@ -16,7 +16,8 @@ static int count_word(const device &dev, const std::set<std::string> &files,
 {
   int count = 0;
   for (const std::string &file : files) {
-    const std::map<std::string, int> &counts = dev.scripts.at(file).counts;
+    const std::unordered_map<std::string, int> &counts =
+        dev.scripts.at(file).counts;
     const auto row = counts.find(word);
     count += row != counts.end() ? row->second : 0;
   }
@@ -128,15 +129,16 @@ static void add_given(const script &s, const bash_command &command,
       {"orv_show", false},      {"orv_show_secrets", false},
       {"orv_put", false},       {"orv_store", false},
       {"orv_show_hash", false}, {"orv_take_hash", false}};
-  const auto taker = takers.find(command.words[0].plain);
+  const std::string &call = command.words[0].plain;
+  const auto taker =
+      starts_with(call, "orv_") ? takers.find(call) : takers.end();
   if (taker == takers.end()) {
     return;
   }
   // The first word of orv_store is a file; behind the name that the others take
   // come its value, or a pattern.
   const size_t first = taker->first == "orv_store" ? 2 : 1;
-  static const std::set<std::string> of_one = {"orv_put", "orv_show_hash",
-                                               "orv_take_hash"};
+  static const word_set of_one = {"orv_put", "orv_show_hash", "orv_take_hash"};
   const size_t end = of_one.count(taker->first) != 0
                          ? std::min<size_t>(2, command.words.size())
                          : command.words.size();

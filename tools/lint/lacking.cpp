@@ -112,8 +112,8 @@ static bool is_conditional(const script &s, const bash_command &command)
 // A first choice that asks for one is refused on purpose.
 static bool asks_for_choice(const std::string &value)
 {
-  static const std::set<std::string> words = {
-      "", "none", "choose", "0", "select", "-", "unset", "ask"};
+  static const word_set words = {"",       "none", "choose", "0",
+                                 "select", "-",    "unset",  "ask"};
   return words.count(lower(value)) != 0;
 }
 

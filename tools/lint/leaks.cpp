@@ -101,7 +101,7 @@ static carriers find_carriers(const context &c)
 // Commands of bash itself, whose arguments nobody sees.
 static bool is_internal(const context &c, const std::string &name)
 {
-  static const std::set<std::string> builtins = {
+  static const word_set builtins = {
       "",      ":",     "[",       "test",     "echo",    "printf",   "read",
       "local", "unset", "declare", "export",   "typeset", "readonly", "return",
       "exit",  "set",   "shift",   "eval",     ".",       "source",   "let",
@@ -211,8 +211,7 @@ static std::string whole_path(const constants &all, const bash_word &word)
 static void check_shared(const script &s, const constants &all,
                          const bash_command &command, findings *found)
 {
-  static const std::set<std::string> makers = {"touch", "tee", "mkdir", "cp",
-                                               "mv"};
+  static const word_set makers = {"touch", "tee", "mkdir", "cp", "mv"};
   for (const bash_redirect &redirect : command.redirects) {
     if (redirect.op.find('>') != std::string::npos &&
         is_shared_folder(whole_path(all, redirect.target))) {
@@ -276,7 +275,7 @@ static std::string mode_option(const bash_command &command, size_t i)
 static void check_modes(const script &s, const bash_command &command,
                         findings *found)
 {
-  static const std::set<std::string> makers = {"mkdir", "install", "mkfifo"};
+  static const word_set makers = {"mkdir", "install", "mkfifo"};
   const std::string &name = first_word(command);
   for (size_t i = 1; i < command.words.size(); i++) {
     const bash_word &word = command.words[i];
@@ -314,7 +313,7 @@ static bool is_foreign(const context &c, const bash_command &command,
 // Whether the word holds what a command prints that reads others' texts.
 static bool quotes_others(const bash_word &word)
 {
-  static const std::set<std::string> readers = {
+  static const word_set readers = {
       "cat",        "tail",   "head",     "grep",  "sed",     "awk",
       "journalctl", "dmesg",  "logread",  "curl",  "wget",    "<",
       "dig",        "host",   "nslookup", "nc",    "ssh",     "arp",
@@ -409,7 +408,7 @@ static void check_message(const context &c, const script &s,
 static void check_pattern(const context &c, const script &s,
                           const bash_command &command, findings *found)
 {
-  static const std::set<std::string> programs = {"grep", "egrep", "zgrep"};
+  static const word_set programs = {"grep", "egrep", "zgrep"};
   if (programs.count(first_word(command)) == 0) {
     return;
   }

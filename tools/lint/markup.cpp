@@ -28,7 +28,7 @@ static bool is_text(const std::string &keyword)
 // known names count: texts such as <name> or a<b are meant literally.
 static size_t tag_length(const std::string &text, size_t at)
 {
-  static const std::set<std::string> tags = {
+  static const word_set tags = {
       "a",  "b",   "br",    "center", "code",   "div", "em",  "font",
       "h1", "h2",  "h3",    "hr",     "i",      "img", "li",  "ol",
       "p",  "pre", "small", "span",   "strong", "sub", "sup", "table",

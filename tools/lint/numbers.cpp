@@ -48,8 +48,7 @@ static bool is_item(const form_item &item, const std::string &key)
 // in either case, and its value is sent.
 static void add_number(const form_item &item, bool once, page_number *number)
 {
-  static const std::set<std::string> kinds = {"decimal", "number", "signed",
-                                              "real"};
+  static const word_set kinds = {"decimal", "number", "signed", "real"};
   const form_line *check = attribute(item, "check");
   bool kind = false;
   for (const std::string &text :
@@ -151,8 +150,7 @@ static void check_redirected(const compare_check &c,
 
 static bool compares_numbers(const bash_word &word)
 {
-  static const std::set<std::string> operators = {"-eq", "-ne", "-lt",
-                                                  "-le", "-gt", "-ge"};
+  static const word_set operators = {"-eq", "-ne", "-lt", "-le", "-gt", "-ge"};
   return operators.count(word.text) != 0;
 }
 

@@ -14,7 +14,7 @@
 // Commands that take options and "--", beside those whose words are paths.
 static bool takes_options(const std::string &name)
 {
-  static const std::set<std::string> names = {
+  static const word_set names = {
       "arping",   "curl",      "date", "dig",        "getent",  "host",
       "hostname", "id",        "kill", "logger",     "ls",      "mail",
       "nslookup", "passwd",    "ping", "ping6",      "scp",     "sort",
@@ -45,7 +45,7 @@ static bool may_begin(const std::string &expression)
 // The same of a field's check.
 static bool check_allows(const std::string &check)
 {
-  static const std::set<std::string> never = {
+  static const word_set never = {
       "ipaddr", "ipservice", "file",     "path",      "socket",
       "script", "directory", "username", "groupname", "email"};
   std::string text = starts_with(check, "nullok ") ? check.substr(7) : check;
@@ -105,7 +105,7 @@ static bool can_be_option(const sink &at, const bash_expansion &expansion)
 // help there, and what -name is given is no option.
 static void check_folders(const sink &at)
 {
-  static const std::set<std::string> links = {"-H", "-L", "-P"};
+  static const word_set links = {"-H", "-L", "-P"};
   const std::vector<bash_word> &words = at.command.words;
   size_t i = 0;
   while (i < words.size() && words[i].plain != "find") {

@@ -132,8 +132,8 @@ static void check_orders(const task_run &run, findings *found)
 // a refused one orv_changes tells of nothing, or of another file.
 static void check_success(const task_run &run, findings *found)
 {
-  static const std::set<std::string> due = {"orv_changes", "orv_log_changes",
-                                            "orv_act", "orv_background"};
+  static const word_set due = {"orv_changes", "orv_log_changes", "orv_act",
+                               "orv_background"};
   for (const task_step &step : run.steps) {
     const bash_command &command = *step.command;
     if (command.join == "||" && command.previous >= 0 &&
@@ -274,7 +274,7 @@ static bool excludes(const script &s, int a, int b)
 // orv_fatal says so and goes on.
 static void check_fatal(const task_run &run, findings *found)
 {
-  static const std::set<std::string> ends = {"exit", "return", "orv_end"};
+  static const word_set ends = {"exit", "return", "orv_end"};
   for (size_t i = find_call(run, "orv_fatal"); i != NOWHERE;
        i = find_call(run, "orv_fatal", i + 1)) {
     const task_step &fatal = run.steps[i];

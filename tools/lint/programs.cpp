@@ -102,8 +102,7 @@ std::string run_command(const bash_command &command)
 
 static bool is_shell(const std::string &name)
 {
-  static const std::set<std::string> shells = {"bash", "sh",  "dash",
-                                               "ash",  "ksh", "su"};
+  static const word_set shells = {"bash", "sh", "dash", "ash", "ksh", "su"};
   return shells.count(name) != 0;
 }
 
@@ -113,8 +112,8 @@ static bool is_shell(const std::string &name)
 // behind the program are its $0, $1 and so on, and no part of it.
 static bool check_shell(const sink &at)
 {
-  static const std::set<std::string> takers = {"flock", "script", "runuser",
-                                               "watch", "sg",     "expect"};
+  static const word_set takers = {"flock", "script", "runuser",
+                                  "watch", "sg",     "expect"};
   const std::vector<bash_word> &words = at.command.words;
   std::string shell;
   for (size_t i = 0; i + 1 < words.size(); i++) {
@@ -211,8 +210,8 @@ static void check_shell_input(const sink &at)
 // parallel it is a shell of this machine.
 static void check_remote(const sink &at)
 {
-  static const std::set<std::string> programs = {"ssh", "rsh", "dbclient",
-                                                 "watch", "parallel"};
+  static const word_set programs = {"ssh", "rsh", "dbclient", "watch",
+                                    "parallel"};
   const std::string name = run_command(at.command);
   if (programs.count(name) == 0) {
     return;
@@ -268,12 +267,12 @@ static void check_eval(const sink &at)
 // its text ends a string there and goes on as code.
 static void check_program(const sink &at)
 {
-  static const std::set<std::string> languages = {
+  static const word_set languages = {
       "awk",  "gawk", "mawk", "sed", "perl", "python",  "python3", "lua",
       "node", "php",  "ruby", "jq",  "bc",   "sqlite3", "psql",    "mysql"};
   // Options whose values are not programs.
   // -v NAME=VALUE is the right way, so these are let out.
-  static const std::set<std::string> with_value = {"-v", "-F", "-f", "--arg"};
+  static const word_set with_value = {"-v", "-F", "-f", "--arg"};
   const std::string name = run_command(at.command);
   if (languages.count(name) == 0) {
     return;

@@ -12,8 +12,7 @@
 // what they miss of it cannot be told.
 static bool has_other_values(const task_run &run)
 {
-  static const std::set<std::string> readers = {"read", "mapfile", "readarray",
-                                                "cat"};
+  static const word_set readers = {"read", "mapfile", "readarray", "cat"};
   return std::any_of(
       run.steps.begin(), run.steps.end(), [](const task_step &step) {
         const bash_command &command = *step.command;
@@ -77,7 +76,7 @@ static void check_settings(const form_runs &runs)
 // a file it leaves that alone.
 static bool takes_input(const bash_command &command)
 {
-  static const std::set<std::string> readers = {"read", "mapfile", "readarray"};
+  static const word_set readers = {"read", "mapfile", "readarray"};
   const bool reads = readers.count(first_word(command)) != 0;
   const bool other = std::any_of(
       command.words.begin(), command.words.end(), [](const bash_word &word) {

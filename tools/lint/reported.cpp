@@ -120,8 +120,8 @@ static void check_error_name(const script &s, const literal_name &at,
 // little of what was meant.
 static bool is_other_truth(const std::string &value)
 {
-  static const std::set<std::string> words = {"yes", "no", "on",   "off",
-                                              "1",   "0",  "true", "false"};
+  static const word_set words = {"yes", "no", "on",   "off",
+                                 "1",   "0",  "true", "false"};
   return value != "True" && value != "False" && words.count(lower(value)) != 0;
 }
 

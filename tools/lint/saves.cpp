@@ -14,8 +14,8 @@
 // A message counts as well: who gives one there has thought of the failure.
 static bool leaves(const bash_command &command)
 {
-  static const std::set<std::string> words = {"exit", "return", "orv_msg",
-                                              "orv_fatal", "orv_error"};
+  static const word_set words = {"exit", "return", "orv_msg", "orv_fatal",
+                                 "orv_error"};
   return words.count(first_word(command)) != 0;
 }
 
@@ -101,8 +101,7 @@ static bool on_one_way(const script &s, const bash_command &a,
 // it is the author's own way to look at that.
 static void check_after_save(const form_runs &runs)
 {
-  static const std::set<std::string> uses = {"orv_act", "orv_background",
-                                             "orv_after_page"};
+  static const word_set uses = {"orv_act", "orv_background", "orv_after_page"};
   const task_run &write = runs.write;
   const size_t store = find_call(write, "orv_store");
   if (store == NOWHERE) {
@@ -159,7 +158,7 @@ static std::string taken_from(const bash_word &value)
 // with any status without meaning anything by it.
 static bool can_fail(const form_runs &runs, const std::string &name)
 {
-  static const std::set<std::string> safe = {
+  static const word_set safe = {
       "",         "printf",  "echo",   "date", "cat",   "tr",
       "cut",      "sed",     "awk",    "head", "tail",  "sort",
       "wc",       "grep",    "<",      "id",   "uname", "hostname",

@@ -115,8 +115,7 @@ void fill_script(const source_file &file, const std::string &name, script *into)
 // All words, for "/usr/bin/env bash" and "/bin/busybox sh" name it second.
 static bool names_shell(const std::string &first)
 {
-  static const std::set<std::string> shells = {"sh", "bash", "dash", "ash",
-                                               "ksh"};
+  static const word_set shells = {"sh", "bash", "dash", "ash", "ksh"};
   const std::vector<std::string> words = split_words(first.substr(2));
   return std::any_of(words.begin(), words.end(), [](const std::string &word) {
     return shells.count(word.substr(word.rfind('/') + 1)) != 0;

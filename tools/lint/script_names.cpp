@@ -144,6 +144,10 @@ static std::vector<std::string> expand_braces(const std::string &text)
 static bool add_word(const bash_word &word, const bash_word &place,
                      std::vector<literal_name> *names)
 {
+  if (word.plain.find('{') == std::string::npos) {
+    names->push_back({word.plain, place.line, place.column});
+    return word.plain.find_first_of("*?[`$") == std::string::npos;
+  }
   const bool quoted = word.text.find_first_of("\"'\\") != std::string::npos;
   bool all = true;
   for (const std::string &name : quoted ? std::vector<std::string>{word.plain}

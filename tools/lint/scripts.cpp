@@ -166,10 +166,11 @@ static void check_answer(const script &s, findings *found)
 // The lines of a bar are links, FORM LABEL, which have no "=".
 static bool prints_values(const device &dev, const script &s)
 {
+  const auto tasks = dev.tasks_of.find(s.name);
   const bool bar =
-      std::any_of(dev.forms.begin(), dev.forms.end(), [&](const auto &entry) {
-        return entry.second.scripts[TASK_NAVBAR].script == s.name;
-      });
+      tasks != dev.tasks_of.end() &&
+      std::any_of(tasks->second.begin(), tasks->second.end(),
+                  [](const form_task &of) { return of.task == TASK_NAVBAR; });
   return !bar && !forms_of(dev, s.name).empty();
 }
 

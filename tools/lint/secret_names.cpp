@@ -13,8 +13,8 @@
 // harms nothing.
 static std::set<std::string> named_secrets(const device &dev, const form &f)
 {
-  static const std::set<std::string> takers = {
-      "orv_secret", "orv_show_secrets", "orv_show_hash", "orv_take_hash"};
+  static const word_set takers = {"orv_secret", "orv_show_secrets",
+                                  "orv_show_hash", "orv_take_hash"};
   std::set<std::string> names;
   for (const std::string &file : f.runs) {
     const script &s = dev.scripts.at(file);

@@ -48,7 +48,7 @@ static std::set<std::string> names_reported(const task_run &read)
 // to the page; functions of the script are walked through themselves.
 static bool prints_more(const task_run &read)
 {
-  static const std::set<std::string> quiet = {
+  static const word_set quiet = {
       ":",     "[",    "test",    "exit",     "return", "local",  "declare",
       "shift", "set",  "shopt",   "readonly", "export", "unset",  ".",
       "read",  "true", "mapfile", "logger",   "source", "typeset"};

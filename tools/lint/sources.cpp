@@ -208,7 +208,7 @@ static std::set<std::string> path_arguments(const bash_command &command,
 static void add_paths(const bash_command &command,
                       std::vector<const bash_word *> *paths)
 {
-  static const std::set<std::string> commands = {"cat", "cp", "mv", "rm"};
+  static const word_set commands = {"cat", "cp", "mv", "rm"};
   for (const bash_redirect &redirect : command.redirects) {
     paths->push_back(&redirect.target);
   }

@@ -296,8 +296,8 @@ static void follow_declaration(frame *at, const bash_command &command)
 // What a command gives a variable in another way is known to the run alone.
 static void forget_filled(frame *at, const bash_command &command)
 {
-  static const std::set<std::string> fillers = {"read",  "mapfile", "readarray",
-                                                "unset", "getopts", "let"};
+  static const word_set fillers = {"read",  "mapfile", "readarray",
+                                   "unset", "getopts", "let"};
   const std::vector<bash_word> &words = command.words;
   const std::string &name = first_word(command);
   if (name == "printf" && words.size() > 2 && words[1].plain == "-v") {
@@ -306,12 +306,13 @@ static void forget_filled(frame *at, const bash_command &command)
   if (command.kind == BASH_FOR && !words.empty()) {
     at->known.erase(words[0].plain);
   }
-  for (size_t i = 1; fillers.count(name) != 0 && i < words.size(); i++) {
+  const bool fills = fillers.count(name) != 0;
+  for (size_t i = 1; fills && i < words.size(); i++) {
     at->known.erase(words[i].plain.substr(0, words[i].plain.find('=')));
   }
-  for (const bash_word &word : words) {
-    for (const bash_expansion &e : word.expansions) {
-      if (command.kind == BASH_ARITHMETIC && !is_argument(e.name)) {
+  for (size_t i = 0; command.kind == BASH_ARITHMETIC && i < words.size(); i++) {
+    for (const bash_expansion &e : words[i].expansions) {
+      if (!is_argument(e.name)) {
         at->known.erase(e.name); // ((row = 3))
       }
     }
@@ -322,8 +323,8 @@ static void forget_filled(frame *at, const bash_command &command)
 // own, and in a pipe they are lost.
 static bool keeps_assignments(const bash_command &command)
 {
-  static const std::set<std::string> words = {"",       "declare",  "local",
-                                              "export", "readonly", "typeset"};
+  static const word_set words = {"",       "declare",  "local",
+                                 "export", "readonly", "typeset"};
   return words.count(first_word(command)) != 0 && !is_apart(command);
 }
 
@@ -457,13 +458,17 @@ static bool walk_command(walk *w, const script &s, frame *at,
   const truth state = state_of(at, s, command);
   // In "a && b || c" the status of a decides on c where b does not run.
   if (state == NO) {
-    at->results[&command] = result_at(*at, s, command.previous);
+    if (command.decides) {
+      at->results[&command] = result_at(*at, s, command.previous);
+    }
     return true;
   }
   const std::string &name = first_word(command);
-  at->results[&command] = !command.join.empty() && state != YES ? MAYBE
-                          : name == "orv_one_of" ? is_one_of(*at, s, command)
-                                                 : result_of(*at, command);
+  if (command.decides) {
+    at->results[&command] = !command.join.empty() && state != YES ? MAYBE
+                            : name == "orv_one_of" ? is_one_of(*at, s, command)
+                                                   : result_of(*at, command);
+  }
   w->run->steps.push_back(
       {&s, &command, state == YES, given_words(*at, command)});
   note_all_arguments(w, s, *at, command);
@@ -479,7 +484,7 @@ static bool walk_command(walk *w, const script &s, frame *at,
   // In this order: the words of a call or of a sourced file may use what the
   // same script has just set, and an argument that was shifted away is gone by
   // then.
-  if (keeps_assignments(command)) {
+  if (!command.assignments.empty() && keeps_assignments(command)) {
     follow_assignments(at, command, state);
   }
   if (!at->function.empty() &&

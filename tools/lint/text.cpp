@@ -8,6 +8,21 @@
 #include "orv_secret.h"
 
 // A last line without its end is a line; behind the last end there is none.
+word_set::word_set(std::initializer_list<std::string_view> words)
+    : sorted(words)
+{
+  std::sort(sorted.begin(), sorted.end());
+  for (const std::string_view word : words) {
+    lengths |= bit(word.size());
+    starts |= first_bit(word);
+  }
+}
+
+bool word_set::holds(std::string_view word) const
+{
+  return std::binary_search(sorted.begin(), sorted.end(), word);
+}
+
 std::vector<std::string> split_lines(const std::string &text)
 {
   std::vector<std::string> lines;

@@ -71,12 +71,12 @@ static std::string finish(pid_t pid, int output)
 // One bash for all scripts: it reads each in a copy of itself that runs nothing
 // (set -n), which takes a third of the time of a bash of its own.  That is
 // started for a script with something to say, so that the lines are its own.
-// A status other than 0 of `read` only says that no NUL byte ended the text.
+// mapfile takes all up to a NUL byte, and is faster at it than read.
 // Messages in the C locale are in English, so that they can be taken apart.
 static const char SYNTAX_CHECK[] =
     "export LC_ALL=C\n"
     "for file; do\n"
-    "  IFS= read -rd '' text <\"$file\"\n"
+    "  mapfile -d '' -n 1 text <\"$file\"\n"
     "  if ! said=$(eval \"set -n\n$text\" 2>&1) || [[ -n $said ]]; then\n"
     "    bash -n -- \"$file\" 2>&1\n"
     "  fi\n"

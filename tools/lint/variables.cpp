@@ -23,9 +23,9 @@ struct variable_check {
 // to be unset then. What stands behind "=" is a value: declare "mtu=$value".
 static bool makes_name(const bash_command &command)
 {
-  static const std::set<std::string> setters = {
-      "declare", "local", "typeset", "readonly", "export",
-      "read",    "eval",  "mapfile", "readarray"};
+  static const word_set setters = {"declare",  "local",   "typeset",
+                                   "readonly", "export",  "read",
+                                   "eval",     "mapfile", "readarray"};
   const std::vector<bash_word> &words = command.words;
   const std::string &name = first_word(command);
   const bool prints =
@@ -46,9 +46,9 @@ static bool makes_name(const bash_command &command)
 // has that name. In (( )) any word may be assigned to.
 static void add_set(const bash_command &command, std::set<std::string> *names)
 {
-  static const std::set<std::string> fillers = {
-      "read",     "mapfile", "readarray", "declare", "local", "typeset",
-      "readonly", "export",  "printf",    "getopts", "let"};
+  static const word_set fillers = {"read",   "mapfile", "readarray", "declare",
+                                   "local",  "typeset", "readonly",  "export",
+                                   "printf", "getopts", "let"};
   for (const bash_assignment &assignment : command.assignments) {
     names->insert(assignment.name);
   }
@@ -92,9 +92,9 @@ static variable_check begin_check(const device &dev, const script &s,
 // the environment here is most likely there on the device, too.
 static bool is_given(const variable_check &c, const std::string &name)
 {
-  static const std::set<std::string> of_library = {
-      "rows",       "cells",     "orv",      "orv_was",
-      "orv_failed", "orv_acted", "orv_label"};
+  static const word_set of_library = {"rows",     "cells",      "orv",
+                                      "orv_was",  "orv_failed", "orv_acted",
+                                      "orv_label"};
   return name.size() < 4 || c.set.count(name) != 0 ||
          of_library.count(name) + c.dev.library_variables.count(name) != 0 ||
          starts_with(name, "BASH") || starts_with(name, "ORV_") ||

@@ -24,8 +24,7 @@ static bool prints_message(const bash_command &command)
 // does not run with that value.
 static bool leaves(const bash_command &command)
 {
-  static const std::set<std::string> words = {"exit", "return", "continue",
-                                              "break"};
+  static const word_set words = {"exit", "return", "continue", "break"};
   const std::string &name = first_word(command);
   return words.count(name) != 0 || (name == "exec" && command.words.size() > 1);
 }
@@ -41,8 +40,7 @@ static bool is_note(const bash_assignment &assignment)
 
 way way_of(const bash_command &command, const script_ways &ways)
 {
-  static const std::set<std::string> reporting = {"orv_error", "orv_msg",
-                                                  "orv_fatal"};
+  static const word_set reporting = {"orv_error", "orv_msg", "orv_fatal"};
   const std::string &name = first_word(command);
   if (leaves(command)) {
     // Outside of a function, return ends a file that is sourced.
@@ -102,7 +100,7 @@ static void collect_functions(const context &c, script_ways *ways)
 // value.
 static bool is_set_value(const std::string &value)
 {
-  static const std::set<std::string> unset = {"", "0", "no", "false", "False"};
+  static const word_set unset = {"", "0", "no", "false", "False"};
   return unset.count(value) == 0;
 }
 
