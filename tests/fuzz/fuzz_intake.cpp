@@ -36,6 +36,7 @@ void fuzz(std::string_view input)
   out = open_memstream(&text, &length);
   const bool wrote = intake_is_clear() && intake_write_wanted(out, names);
   fclose(out);
+  assert(wrote != fuzz_fault());
   std::set<std::string> seen;
   int head = wrote ? 2 : 0; // lines of names alone
   std::istringstream lines(wrote ? text : "");
