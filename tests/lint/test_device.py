@@ -125,6 +125,7 @@ while IFS== read -r name value; do
   export $name # unquoted
   x=$((value * 2)) # input-number
   y=$((10#$value)) # input-number
+  y=$[value]; y="$[10#$value]" # input-number
   y=${list[10#$value]} # input-number
   y=${list[16#"$value"]} # input-number
   ((0x$value > 3)) # input-number

@@ -328,15 +328,16 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
   expansion.line = r.line;
   expansion.column = column(r);
   const char next = peek(r, 1);
-  if (next == '(' && peek(r, 2) == '(') {
-    step(r, 3);
+  const bool is_old = next == '['; // $[x], which bash still evaluates
+  if (is_old || (next == '(' && peek(r, 2) == '(')) {
+    step(r, is_old ? 2 : 3);
     if (r.depth == DEPTH_MAX) {
       return;
     }
     r.depth++;
-    read_arithmetic(r, word, ')');
+    read_arithmetic(r, word, is_old ? ']' : ')');
     r.depth--;
-    step(r, 2);
+    step(r, is_old ? 1 : 2);
   } else if (next == '(') {
     step(r);
     read_substitution(r);

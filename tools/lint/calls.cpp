@@ -237,16 +237,17 @@ static void check_files(const script &s, const std::set<std::string> &stored,
                         findings *found)
 {
   for (const bash_command &command : s.code.commands) {
-    if (first_word(command) != "orv_load" || command.words.size() < 2 ||
-        !command.words[1].expansions.empty()) {
+    if (first_word(command) != "orv_load") {
       continue;
     }
-    const bash_word &file = command.words[1];
-    if (stored.count(file.plain) == 0) {
-      report(found, *s.file, file.line, file.column, "script-file",
-             "no script stores " + in_quotes(file.plain) +
-                 ", and the device was not shipped with it" +
-                 did_you_mean(file.plain, stored));
+    for (size_t i = 1; i < command.words.size(); i++) {
+      const bash_word &file = command.words[i];
+      if (file.expansions.empty() && stored.count(file.plain) == 0) {
+        report(found, *s.file, file.line, file.column, "script-file",
+               "no script stores " + in_quotes(file.plain) +
+                   ", and the device was not shipped with it" +
+                   did_you_mean(file.plain, stored));
+      }
     }
   }
 }
