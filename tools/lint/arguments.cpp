@@ -79,7 +79,7 @@ static const signature *signature_of(const std::string &name)
 static bool is_one_word(const bash_word &word)
 {
   return word.text.find_first_of("*?{@") == std::string::npos
-             ? word.expansions.empty() || word.text[0] == '"'
+             ? is_literal(word) || word.text[0] == '"' || word.text[0] == '\''
              : word.text[0] == '\'' ||
                    (word.text[0] == '"' &&
                     word.text.find('@') == std::string::npos);
@@ -105,7 +105,7 @@ static void check_count(const library_call &c, const signature &takes)
 static void check_row(const library_call &c)
 {
   const std::vector<bash_word> &words = c.command.words;
-  if (words.size() == 4 && words[3].expansions.empty() &&
+  if (words.size() == 4 && is_literal(words[3]) &&
       words[3].plain.find_first_not_of("0123456789") != std::string::npos) {
     report_word(c, 3, "the row must be a number, and the text one quoted word");
   }
@@ -117,7 +117,7 @@ static void check_row(const library_call &c)
 static void check_act(const library_call &c, size_t word)
 {
   const std::vector<bash_word> &words = c.command.words;
-  if (words.size() <= word || !words[word].expansions.empty()) {
+  if (words.size() <= word || !is_literal(words[word])) {
     return;
   }
   const std::string &name = words[word].plain;
@@ -145,8 +145,7 @@ static constexpr long ACT_SECONDS_MAX = 600;
 static void check_act_seconds(const library_call &c, size_t word)
 {
   const std::vector<bash_word> &words = c.command.words;
-  if (words.size() <= word || !words[word].expansions.empty() ||
-      words[word].text.find('`') != std::string::npos) {
+  if (words.size() <= word || !is_literal(words[word])) {
     return;
   }
   const std::string &seconds = words[word].plain;
@@ -176,7 +175,7 @@ static void check_seconds(const library_call &c)
     check_act(c, 3);
     check_act_seconds(c, 4);
   }
-  if (words.size() < 2 || !words[1].expansions.empty()) {
+  if (words.size() < 2 || !is_literal(words[1])) {
     return;
   }
   const std::string &seconds = words[1].plain;

@@ -242,7 +242,7 @@ static void check_files(const script &s, const std::set<std::string> &stored,
     }
     for (size_t i = 1; i < command.words.size(); i++) {
       const bash_word &file = command.words[i];
-      if (file.expansions.empty() && stored.count(file.plain) == 0) {
+      if (is_literal(file) && stored.count(file.plain) == 0) {
         report(found, *s.file, file.line, file.column, "script-file",
                "no script stores " + in_quotes(file.plain) +
                    ", and the device was not shipped with it" +

@@ -254,10 +254,8 @@ bool captures_input(const context &c, const bash_command &command,
                     const bash_word &value)
 {
   size_t index = 0;
-  const script *s = value.text.find("$(") != std::string::npos ||
-                            value.text.find('`') != std::string::npos
-                        ? owner_of(c, command, &index)
-                        : nullptr;
+  const script *s =
+      has_substitution(value) ? owner_of(c, command, &index) : nullptr;
   bool input = false;
   while (s != nullptr && index > 0) {
     const bash_command &inner = s->code.commands[--index];

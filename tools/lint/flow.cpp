@@ -41,6 +41,22 @@ const std::string &first_word(const bash_command &command)
              : none;
 }
 
+bool has_substitution(const bash_word &word)
+{
+  size_t at = word.text.find("$(");
+  while (at != std::string::npos && word.text.compare(at, 3, "$((") == 0) {
+    at = word.text.find("$(", at + 2);
+  }
+  return at != std::string::npos || word.text.find('`') != std::string::npos;
+}
+
+// Arithmetic without names, $((2 + 3)), is computed too.
+bool is_literal(const bash_word &word)
+{
+  return word.expansions.empty() &&
+         word.text.find_first_of("$`") == std::string::npos;
+}
+
 // orv["port$row"] and orv[port${row}] are one element, and a test of one must
 // be found for the other.  Braces with an operator stay: ${row%x} is another
 // value.

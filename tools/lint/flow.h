@@ -58,6 +58,10 @@ std::string scoped(const context &c, const std::string &function,
                    const std::string &name);
 // The command's name, "" for what is no simple command.
 const std::string &first_word(const bash_command &command);
+// Whether a command writes a part of the word: $(...) or `...`.
+bool has_substitution(const bash_word &word);
+// Whether nothing of the word is known to the run alone.
+bool is_literal(const bash_word &word);
 // Whether `set`, or the script's first line, turns on an option of bash.
 bool turns_on(const bash_command &command, char letter,
               const std::string &name);

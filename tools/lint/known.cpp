@@ -211,15 +211,6 @@ static truth eval_test(const frame &at, const bash_command &command)
   return any;
 }
 
-static bool has_substitution(const bash_word &word)
-{
-  size_t at = word.text.find("$(");
-  while (at != std::string::npos && word.text.compare(at, 3, "$((") == 0) {
-    at = word.text.find("$(", at + 2);
-  }
-  return at != std::string::npos || word.text.find('`') != std::string::npos;
-}
-
 // x=$(command) has the status of the command, and >file may fail.
 static bool can_fail(const bash_command &command)
 {

@@ -30,8 +30,7 @@ static std::string literal_line(const bash_command &command)
   std::string text;
   for (size_t i = 1; i < command.words.size(); i++) {
     if (!command.words[i].expansions.empty() ||
-        command.words[i].text.find("$(") != std::string::npos ||
-        command.words[i].text.find('`') != std::string::npos) {
+        has_substitution(command.words[i])) {
       return "";
     }
     text += command.words[i].plain + " ";
