@@ -61,7 +61,7 @@ TEST(Bash, ReadsCommandsWithWhatTheyExpand)
     {"a=$1 b[$i]=x c+=(1 \"$2\") d", "1 a=$1<1> b[$i]=x c=,1,$2<\"2> d"},
     {"echo ${!a} ${#b} ${c[1]} ${d%%=*} ${e:-$f} $@", "1 echo ${!a}<!a> ${#b}<#b> ${c[1]}<c[1]> ${d%%=*}<d%%=*>"
      " ${e:-$f}<e:-$f><f> $@<@>"},
-    {"echo \\$a '$b' $'\\t$c' \"\\$d\"", "1 echo $a $b \\t$c $d"},
+    {"echo \\$a '$b' $'\\t$c' \"\\$d\\n\"", "1 echo $a $b \\t$c $d\\n"},
     {"echo $((a + $b + 10#$c + 08)) $((d[e]))", "1 echo $((a + $b + 10#$c + 08))"
      "<\"=a><\"=b><\"=10c> $((d[e]))<\"=d[e]><\"=e>"},
     {"echo $[a[1] + $b] c", "1 echo $[a[1] + $b]<\"=a[1]><\"=b> c"},

@@ -200,16 +200,15 @@ static void check_used(const sink &at, std::set<std::string> *reported)
 }
 
 // Whether the word of the test is compared, and not only asked for.
-// [ -n "$name" ] says nothing of what stands in it; [ "$name" = lan ] does.
+// [ -n "$name" ] and [[ $name ]] say nothing of what stands in it; [ "$name" = lan ] does.
 // Only the left side counts: the right one is what it is compared with.
 static bool is_compared(const bash_command &command, size_t i)
 {
   return command.kind == BASH_CASE ||
-         (i > 0 && i + 1 < command.words.size() &&
-          command.words[i + 1].plain.find_first_of("=<>-") == 0 &&
-          command.words[i - 1].plain != "-n" &&
-          command.words[i - 1].plain != "-z") ||
-         (command.kind == BASH_TEST && i == 0);
+         (i + 1 < command.words.size() &&
+          command.words[i + 1].plain.find_first_of("=!<>-") == 0 &&
+          (i == 0 || (command.words[i - 1].plain != "-n" &&
+                      command.words[i - 1].plain != "-z")));
 }
 
 // The values that a case or a test compares with anything. With anything, since

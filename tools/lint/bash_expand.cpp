@@ -160,13 +160,17 @@ static void read_ansi(reader &r, bash_word &word)
   step(r);
 }
 
-// All expansions in it are quoted.
+// All expansions in it are quoted. A backslash that escapes nothing here stays:
+// "%s\n" is the same format as '%s\n'.
 void read_double(reader &r, bash_word &word)
 {
   step(r);
   while (!done(r) && peek(r) != '"') {
     if (peek(r) == '\\') {
       step(r);
+      if (strchr("$`\"\\\n", peek(r)) == nullptr) {
+        word.plain += '\\';
+      }
       word.plain += peek(r);
       step(r);
     } else if (peek(r) == '$') {

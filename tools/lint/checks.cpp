@@ -34,15 +34,13 @@ static bool is_octal(const char *start, const char *end)
   return end - start > 1 && *start == '0' && strchr("xX", start[1]) == nullptr;
 }
 
-// A single number is the upper limit, and 0 the lower one.
+// A single number is the upper limit, and 0 the lower one. The executable takes
+// two in either order.
 static std::string range_fault(int count, const double *values)
 {
-  if (count < 2 || values[0] < values[1]) {
-    return "";
-  }
-  return values[0] == values[1]
+  return count == 2 && values[0] == values[1]
              ? "the range allows one value only"
-             : "no number is in this range; put the smaller one first";
+             : "";
 }
 
 // Whole numbers or, with `real`, any; at most two. As the executable reads

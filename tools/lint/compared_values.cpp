@@ -143,17 +143,10 @@ static bool is_one_expansion(const bash_word &word)
   return false;
 }
 
-value_set values_of(const compare_check &c, const bash_command &command,
-                    const bash_word &word)
+static value_set values_of_name(const compare_check &c,
+                                const bash_command &command,
+                                const bash_expansion &e)
 {
-  if (!is_one_expansion(word)) {
-    return {};
-  }
-  const bash_expansion &e = word.expansions[0];
-  if ((!e.rest.empty() && e.rest[0] != '-' && !starts_with(e.rest, ":-")) ||
-      e.length || e.indirect) {
-    return {};
-  }
   if (e.name == "orv" || e.name == "orv_was") {
     return values_of_item(c, key_of(e.subscript));
   }
@@ -175,6 +168,27 @@ value_set values_of(const compare_check &c, const bash_command &command,
   return holder != c.holders.end() && e.subscript.empty()
              ? values_of_item(c, holder->second)
              : value_set();
+}
+
+// The default of ${orv[mode]:-none} is one of its values. What quotes or an
+// expansion make of a default is not known here.
+value_set values_of(const compare_check &c, const bash_command &command,
+                    const bash_word &word)
+{
+  if (!is_one_expansion(word)) {
+    return {};
+  }
+  const bash_expansion &e = word.expansions[0];
+  const size_t start = starts_with(e.rest, ":-") ? 2 : 1;
+  if ((!e.rest.empty() && e.rest[start - 1] != '-') || e.length || e.indirect ||
+      e.rest.find_first_of("$`'\"\\") != std::string::npos) {
+    return {};
+  }
+  value_set set = values_of_name(c, command, e);
+  if (e.rest.size() > start) {
+    set.values.insert(e.rest.substr(start));
+  }
+  return set;
 }
 
 // --- what holds them ---------------------------------------------------------

@@ -83,7 +83,7 @@ static std::set<std::string> declared_names(const bash_command &command)
   return names;
 }
 
-// A name that a function declares is its own there. A map counts in the whole
+// A name that a function declares is its own there, but not with -g. A map counts in the whole
 // script: its subscripts are text, and a map taken for an ordinary array would
 // be a false alarm in every place that uses it.
 static void add_locals(context *c, const bash_command &command)
@@ -96,7 +96,7 @@ static void add_locals(context *c, const bash_command &command)
     c->maps.insert(names.begin(), names.end());
   }
   for (const std::string &name : names) {
-    if (!command.function.empty()) {
+    if (!command.function.empty() && !has_option(command, "g")) {
       c->locals.insert(command.function + "::" + name);
     }
   }
@@ -107,8 +107,7 @@ static void add_locals(context *c, const bash_command &command)
 // the name, wherever the values come from.
 static void add_attributes(context *c, const bash_command &command)
 {
-  if ((declares(command) || first_word(command) == "readonly") &&
-      has_option(command, "in")) {
+  if (declares(command) && has_option(command, "in")) {
     for (const std::string &name : declared_names(command)) {
       c->evaluating.insert(scoped(*c, command.function, name));
     }

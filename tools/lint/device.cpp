@@ -203,7 +203,8 @@ static void read_sourced(device *dev, const std::vector<std::string> &names)
   }
 }
 
-// What root runs: actions, and programs that convert settings.
+// What root runs: actions, and programs that convert settings. One without
+// "#!" is a shell's, but a compiled one has NUL bytes.
 static void read_programs(device *dev)
 {
   for (const std::string part : {"actions/", "migrate/"}) {
@@ -217,7 +218,9 @@ static void read_programs(device *dev)
       const source_file &text = read_file(dev, path);
       const bool marked = starts_with(text.text, "#!");
       const bool shell =
-          is_script(path, file) || (!marked && access(path.c_str(), X_OK) == 0);
+          is_script(path, file) ||
+          (!marked && text.text.find('\0') == std::string::npos &&
+           access(path.c_str(), X_OK) == 0);
       if (marked || shell) {
         fill_script(text, name, &(shell ? dev->programs : dev->others)[name]);
       }

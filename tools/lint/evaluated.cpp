@@ -105,6 +105,8 @@ static void check_names(const sink &at)
                                     "readonly", "unset",    "read",   "mapfile",
                                     "let",      "readarray"};
   const std::string &name = first_word(at.command);
+  static const word_set refusers = {"export", "readonly", "mapfile",
+                                    "readarray"};
   const bool printf_name = name == "printf" && at.command.words.size() > 2 &&
                            at.command.words[1].plain == "-v";
   if (builtins.count(name) == 0 && !printf_name) {
@@ -115,10 +117,12 @@ static void check_names(const sink &at)
   for (size_t i = first; i < end; i++) {
     const bash_expansion *input = input_name(at, at.command.words[i]);
     if (input != nullptr && at.command.words[i].plain[0] != '-') {
-      report_at(
-          at, *input, "eval",
-          shown(*input) + " comes from the request and " + name +
-              " evaluates it; check it first, or use an associative array");
+      report_at(at, *input, "eval",
+                shown(*input) + " comes from the request and " + name +
+                    (refusers.count(name) != 0
+                         ? " sets what it names, even PATH"
+                         : " evaluates it") +
+                    "; check it first, or use an associative array");
     }
   }
 }
