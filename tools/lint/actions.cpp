@@ -200,7 +200,8 @@ static void check_used(const sink &at, std::set<std::string> *reported)
 }
 
 // Whether the word of the test is compared, and not only asked for.
-// [ -n "$name" ] and [[ $name ]] say nothing of what stands in it; [ "$name" = lan ] does.
+// [ -n "$name" ] and [[ $name ]] say nothing of what stands in it;
+// [ "$name" = lan ] does.
 // Only the left side counts: the right one is what it is compared with.
 static bool is_compared(const bash_command &command, size_t i)
 {
