@@ -181,6 +181,18 @@ def test_a_save_too_large_for_the_history_is_listed_and_not_undone(site):
     assert done.returncode == 1 and "has changed too much" in done.stderr, done
 
 
+def test_no_more_files_are_undone_at_once_than_can_be(site):
+    device(site)
+    store(site, "a", "".join(f"> f{i}\nv=2\n" for i in range(64)))
+    number = saves(site)[0]["number"]
+    assert run(site, "--dry-run", "restore", str(number)).returncode == 0
+    store(site, "a", "> f64\nv=2\n")
+    before = stored(site)
+    done = run(site, "restore", str(number))
+    assert done.returncode == 1 and stored(site) == before, done
+    assert done.stderr == "orvctl: restore: Too many settings have changed\norvctl: nothing was saved\n", done
+
+
 def test_a_reset_is_the_form_over_nothing(site):
     """It saves the form as shown when nothing was ever stored, with its checks; it asks
     first, and secrets stay."""
