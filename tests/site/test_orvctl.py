@@ -215,6 +215,45 @@ def test_no_control_character_reaches_a_terminal(site):
     assert b'new_i="' + RAW + b'"\n' in (site.folder / "f.write").read_bytes()
 
 
+def test_a_box_takes_the_words_for_truth_and_no_others(site):
+    """Any other would clear it without a word."""
+    site.template("f", "checkbox box", "table t 1 1", "checkbox tb")
+    for word, ticked in (*((w, True) for w in ("1", "true", "True", "YES", "on")),
+                         *((w, False) for w in ("0", "", "false", "no", "OFF"))):
+        site.form_script("f", read=f"echo box={not ticked}; echo tb0={not ticked}")
+        run(site, "set", "f", f"box={word}", f"tb0={word}", expect=0)
+        told = dict(line.split("=", 1) for line in site.given("f", "write"))
+        assert told["new_box"] == told["new_tb0"] == f'"{ticked}"', (word, told)
+    site.ran()
+    for word in ("2", "tru", "yes ", " 1", "y", "-", "Truee"):
+        done = run(site, "set", "f", f"box={word}", expect=1)
+        assert done.stderr == 'orvctl: f: "box" is a check box: True or False\n', word
+    assert "--write" not in " ".join(site.ran())
+
+
+def test_a_command_with_too_few_or_too_many_words_does_nothing(site):
+    site.template("f", "field a")
+    for command, least, most in (("forms", 0, 0), ("get", 1, None), ("set", 2, None), ("rows", 2, None), ("apply", 1, 1),
+                                 ("confirm", 0, 0), ("history", 0, 0), ("restore", 1, 1), ("reset", 0, 1)):
+        for count in {least - 1, (most or least) + 1} - ({-1} if most is not None else {-1, least + 1}):
+            for option in ((), ("--json",), ("--yes", "--dry-run")):
+                done = run(site, *option, command, *["f"] * count, expect=2)
+                assert done.stderr == f"orvctl: wrong number of arguments for: {command} (see orvctl --help)\n", done
+                assert done.stdout == ""
+    assert site.ran() == [] and not (site.folder / "data/state").exists()
+    done = run(site, expect=2)
+    usage = done.stderr
+    assert done.stdout == "" and usage.startswith("Usage: orvctl ")
+    for words in (["--help"], ["-h"], ["set", "--help"], ["--json", "get", "f", "-h"]):
+        assert run(site, *words, expect=0).stdout == usage
+    for words, message in ((["nosuch"], "unknown command: nosuch"), (["--jso", "forms"], "unknown option: --jso"),
+                           (["--json", "dump"], "dump does not support: --json"), (["restore", "1x"], "not the number of a save: 1x"),
+                           (["--dry-run", "confirm"], "confirm does not support: --dry-run"), (["apply", "none"], "cannot read: none"),
+                           (["set", "f", "a"], "not NAME=VALUE: a"), (["reset"], "reset asks at a terminal; elsewhere it requires: --yes")):
+        done = run(site, *words, expect=2)
+        assert (done.stdout, done.stderr) == ("", f"orvctl: {message} (see orvctl --help)\n"), words
+
+
 def test_a_value_may_come_from_standard_input(site):
     site.template("f", "field a_secret", "field b", "checkbox box", "select s", "choice - None", "choice x X",
                   "table t 2 2", "field tn", "checkbox tb")

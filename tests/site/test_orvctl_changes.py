@@ -91,6 +91,16 @@ def test_a_backup_holds_hashes_and_no_page_can_bring_one(site):
     assert "cannot use a password" in run(site, "apply", "dump", expect=1).stderr
     (site.folder / "dump").write_text("form users\nsecret us_role0=x\n")
     assert "not the name of a secret" in run(site, "apply", "dump", expect=1).stderr
+    # Of two lines the last counts, as for values; a name may be as long as any other, and not longer.
+    site.template("f", "field a")
+    site.form_script("f", read="echo a=1")
+    (site.folder / "dump").write_text(f"form f\nsecret x_password=1\nsecret x_password=2\nsecret {'n' * 41}_password=3\n")
+    run(site, "apply", "dump", expect=0)
+    given = site.given("f", "write")
+    assert 'new_x_password="2"' in given and 'new_x_password="1"' not in given, given
+    assert f'new_{"n" * 41}_password="3"' in given, given
+    (site.folder / "dump").write_text(f"form f\nsecret {'n' * 42}_password=3\n")
+    assert "is too long" in run(site, "apply", "dump", expect=1).stderr
 
 
 def ssh(site, command, given=""):

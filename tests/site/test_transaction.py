@@ -344,6 +344,11 @@ def test_root_switches_to_the_owner_of_the_settings():
             page = post.stdout.read().decode()
         assert "Text: gw-2 → gw-3" in page, page
         assert call("get", "a", "x").stdout == "x=gw-3\n"
+        for user in ({}, {"user": web, "group": web, "extra_groups": []}):  # a closed stream changes nothing
+            told = [subprocess.run(["sh", "-c", f'exec "$@" {closed}', "sh", f"{folder}/orvctl", "history"], cwd=folder,
+                                   env={"PATH": os.environ["PATH"]}, capture_output=True, text=True, check=True, **user).stdout
+                    for closed in ("", "<&-", "<&- 2>&-")]
+            assert len(set(told)) == 1 and "Text: gw-2 -> gw-3" in told[0], told
         (data / "scripts/orv.bash").chmod(0o600)
         assert "data/scripts/orv.bash cannot be read by user " in call("get", "a").stderr
         (data / "scripts/orv.bash").chmod(0o644)
