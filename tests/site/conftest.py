@@ -53,6 +53,15 @@ def limits():
 
 
 LIMITS = limits()
+
+
+def sleeps(pid):
+    """How often a process has stopped running by itself: one that does not wait
+    between two looks never does."""
+    status = pathlib.Path(f"/proc/{pid}/status").read_text()
+    return int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status, re.M)[1])
+
+
 # The words of a change, in a log line, a report and on a page.
 ADDED, DELETED, CHANGED = "Row added: ", "Row deleted: ", ": changed"
 

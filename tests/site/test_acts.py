@@ -14,6 +14,7 @@ import time
 
 import orv_test.device
 import pytest
+from conftest import sleeps
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 STORE = os.environ["ORV_STORE"]
@@ -174,6 +175,8 @@ def test_requests_during_a_run_are_merged_and_one_runs_at_a_time(acts):
     until(lambda: (acts.done / "block").read_text() != first
           and acts.state("block") == "running")
     assert waiter.poll() is None and acts.counted() == 1
+    before = sleeps(waiter.pid)
+    until(lambda: sleeps(waiter.pid) > before + 9)
     (acts.folder / "go").touch()
     assert waiter.communicate(timeout=PATIENCE)[0] == b"ok\n"
     assert (acts.folder / "blocked").read_text() == "x\nx\n"

@@ -159,6 +159,7 @@ def test_who_waits_learns_who_holds_the_lock(device):
             ("net", {}, "net by somebody"), ("f" * 40, {"REMOTE_USER": "eve"}, f"{'f' * 30} by eve"),
             ("n\nx", {"REMOTE_USER": "a b\n$(x)", "REMOTE_ADDR": "fe80::1%eth0"}, "n?x by a_b___x_ at fe80::1_eth0"),
             ("net", {"REMOTE_USER": "Ann.Z_9@x-y", "REMOTE_ADDR": "10.0.0.9"}, "net by Ann.Z_9@x-y at 10.0.0.9"),
+            ("net", {"REMOTE_USER": "a/:[`{z", "REMOTE_ADDR": "a/@[`{z"}, "net by a_____z at a_____z"),
             ("net", {"REMOTE_USER": "u" * 70, "REMOTE_ADDR": "a" * 70}, None)):
         with locked(device, form, **env):
             status, text = device.save("> f\nv=1\n", hasty)

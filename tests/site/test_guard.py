@@ -297,6 +297,9 @@ def test_many_changes_in_a_row_leave_one_watcher(device, guard):
         save(device, f"new{i}")
     token = pending(device)["token"]
     until(lambda: [os.fsencode(token) in words for words in watchers(device)] == [True])
+    ((pid, _),) = watchers(device, pids=True)
+    before = conftest.sleeps(pid)
+    until(lambda: conftest.sleeps(pid) > before + 2)  # between two looks
     until(lambda: run(device, STORE, "confirm") == "ok\n")
     until(lambda: not watchers(device))
     assert host(device) == "new14"

@@ -152,6 +152,10 @@ def test_fixed_rows_and_rows_of_boxes_only_are_kept(site):
     task(site, "--write", "f", given=rows("", "10.0.0.7", "") | {"to3": "10.0.0.9"})
     assert stored(site) == ["to0=", "to1=10.0.0.7", "to2=",
                             "use0=False", "use1=True", "use2=False"]
+    keep(site, "h", "table t 3", "field n", "label N", "fixed seen", "label Seen", "checkbox h_psk_clear", "label C",
+         shipped=("n0=1", "seen0=x", "n1=2", "seen1=y"))
+    task(site, "--write", "h", script="data/scripts/h.sh", given={"n0": "", "n1": "7", "seen1": "z", "h_psk_clear1": "True"})
+    assert stored(site, "h") == ["h_psk_clear0=True", "n0=7"]
     keep(site, "g", "table boxes 2", "checkbox in", "label In", "checkbox out", "label Out")
     given = {"in0": "True", "out0": "", "in1": "", "out1": "", "in2": "", "out2": "True"}
     task(site, "--write", "g", script="data/scripts/g.sh", given=given)

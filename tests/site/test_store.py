@@ -240,7 +240,7 @@ def test_an_answer_lists_the_changes_and_names_no_guard_without_one(device):
 @pytest.mark.parametrize("lines, values", [
     ('new_Port_9="1"', "port_9=1"), ('new_a=" \t"', "a="), ('new_a=" b "', "a= b "), ('new_a=""', "a="),
     ('new_a="b"c="d"', 'a=b"c="d'), (f'new_{"n" * 52}="1"', f"{'n' * 52}=1"), (f'new_{"n" * 53}="1"', ""),
-    (f'new_a="{"x" * 1000}"', f"a={'x' * 999}"), ('new_="1"', ""), ('new_a="', ""), ('new_a=1"', ""), ('new_a="1', ""),
+    (f'new_a="{"x" * 1000}"', f"a={'x' * 999}"), ('new_="1"', ""), ("new_a", ""), ('new_a="', ""), ('new_a=1"', ""), ('new_a="1', ""),
     ('new_a-b="1"', ""), ('a="1"', ""), ('new_b="1"\nnew_a="2"', "a=2\nb=1"), ('new_a="1\0"\nnew_b="2"', "")])
 def test_lines_of_a_page_s_values_are_printed_by_name_and_others_skipped(device, lines, values):
     assert device.store("input", "-", "form", given=f"{lines}\n") == (0, f"ok\nholder 0\n{values}\n".replace("\n\n", "\n"))
@@ -272,6 +272,20 @@ def test_a_lock_is_held_for_a_living_process_alone(device):
         assert device.run(STORE, "store", str(2 ** 22 + 1), "form", given="> f\nv=2\n") == lost
         assert device.run(STORE, "store", str(os.getpid()), "form", given="> f\nv=3\n")[0] == 0
     assert device.load("f") == ["v=3"]
+
+
+def test_a_signal_to_the_script_s_group_leaves_the_lock(device):
+    """A page that is ended signals its script's group; what the script started may
+    still be saving."""
+    with device.start("sh", "-c", "trap '' TERM; echo; sleep 999", start_new_session=True) as script:
+        script.stdout.readline()
+        take = f'{STORE} input {script.pid} form'
+        with device.start("bash", "-c", f"trap : TERM; {take} </dev/null; kill -TERM 0; echo end", start_new_session=True) as page:
+            told = page.communicate(timeout=SECONDS)[0]
+        assert told.startswith("ok\nholder ") and told.endswith("\nend\n"), told
+        assert "in use by form" in device.save("> f\nv=1\n", HASTY)[1]
+        os.killpg(script.pid, 9)
+    assert device.save("> f\nv=1\n", HASTY)[0] == 0
 
 
 def test_output_that_nobody_takes_is_a_failure(device):

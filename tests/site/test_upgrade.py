@@ -134,7 +134,7 @@ FAULTS = [  # the program, the message about it
     ("echo 'v=$(reboot)'", "a value of v that cannot be stored"), ("printf 'v=a\\tb\\n'", "of v that cannot"),
     ("printf 'v=1\\0\\n'", "a NUL byte"), (f"echo v={'x' * LIMITS['ORV_LINE_MAX']}", "of v that cannot"),
     ("cat; yes v=1", "it printed too much"), ("cat; sleep 999 & echo v=2", "longer than 1 seconds"),
-    ("trap '' TERM; sleep 999", "longer than 1 seconds"), ("exec /nowhere", "it exited with status 127"),
+    ("trap '' TERM; sleep 999", "longer than 1 seconds"), ("while :; do echo v=1; sleep 0.1; done", "longer than 1 seconds"), ("exec /nowhere", "it exited with status 127"),
 ]
 
 

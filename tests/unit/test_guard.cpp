@@ -236,6 +236,7 @@ TEST_F(Guard, CraftedInformationIsNoMoreThanText)
       free(pending.text);
       return read;
     }), "done") << info;
+    EXPECT_EQ(save("@guard 900\n> a\nx=newer\n"), "done") << info;
   }
   const std::pair<const char *, const char *> rows[] = {
     {"user=eve\naddress=::1\nseconds=7\n", "A change by eve at ::1 waits to be kept."
