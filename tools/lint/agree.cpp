@@ -234,9 +234,9 @@ static void check_arm(const agree_check &c, const line_reader &lines,
 // rows have rules of their own.
 static bool is_page_name(const std::string &name)
 {
-  static const word_set names = {
-      "always_submit", "live_seconds", "live_tell",
-      "wait_restart",  "wait_address", "wait_confirm"};
+  static const word_set names = {"always_submit", "live_seconds",
+                                 "live_tell",     "wait_restart",
+                                 "wait_address",  "wait_confirm"};
   return names.count(name) != 0 || starts_with(name, "error_") ||
          starts_with(name, "select_") || starts_with(name, "delete_");
 }

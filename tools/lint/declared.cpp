@@ -83,9 +83,9 @@ static std::set<std::string> declared_names(const bash_command &command)
   return names;
 }
 
-// A name that a function declares is its own there, but not with -g. A map counts in the whole
-// script: its subscripts are text, and a map taken for an ordinary array would
-// be a false alarm in every place that uses it.
+// A name that a function declares is its own there, but not with -g. A map
+// counts in the whole script: its subscripts are text, and a map taken for an
+// ordinary array would be a false alarm in every place that uses it.
 static void add_locals(context *c, const bash_command &command)
 {
   if (!declares(command)) {
