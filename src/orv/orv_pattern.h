@@ -9,8 +9,8 @@ enum pattern_answer {
   PATTERN_OTHER // of another kind, wrong, or too much work: regcomp(3) decides
 };
 
-// Whether the whole of `text` fits the extended regular expression `pattern`, as
-// regexec(3) would say in the C locale; both are borrowed.
+// Whether the whole of `text` fits the extended regular expression `pattern`,
+// as regexec(3) would say in the C locale; both are borrowed.
 pattern_answer orv_pattern_match(const char *pattern, const char *text);
 
 #endif

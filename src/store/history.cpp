@@ -379,9 +379,8 @@ static old_file *find_old(const char *name)
     }
   }
   if (old_count == OLD_FILES_MAX || !store_is_name(name)) {
-    old_count < OLD_FILES_MAX
-        ? is_no_history()
-        : store_fault("Too many settings have changed");
+    old_count < OLD_FILES_MAX ? is_no_history()
+                              : store_fault("Too many settings have changed");
     return nullptr;
   }
   old_file *file = old_files + old_count;

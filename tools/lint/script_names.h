@@ -14,8 +14,8 @@ struct literal_name {
 
 // The column of a cell's name; of another name, the name itself.
 std::string without_digits(const std::string &name);
-// Whether one of them, or of a map's keys, is a cell of the column: its name and
-// a number.
+// Whether one of them, or of a map's keys, is a cell of the column: its name
+// and a number.
 bool has_cell(const std::set<std::string> &names, const std::string &column);
 bool has_cell(const std::map<std::string, std::string> &values,
               const std::string &column);
