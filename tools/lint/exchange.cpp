@@ -118,7 +118,7 @@ static vocabulary vocabulary_of(const device &dev, const form &f)
 }
 
 // Confirmations show values of whatever form was submitted: all items count.
-static std::set<std::string> item_names(const device &dev, const form &f)
+static std::set<std::string> named_items(const device &dev, const form &f)
 {
   std::set<std::string> names;
   for (const auto &entry : dev.forms) {
@@ -177,7 +177,7 @@ static bool is_known(const text_part &ref, const vocabulary &known,
 static void check_references(const device &dev, const form &f,
                              const vocabulary &known, findings *found)
 {
-  std::set<std::string> items = item_names(dev, f);
+  std::set<std::string> items = named_items(dev, f);
   for (const form_line &line : f.lines) {
     if (line.keyword == "check_msg" && !line.continues) {
       items.insert(lower(line.text.substr(0, line.text.find(' '))));

@@ -17,7 +17,7 @@ static std::string base_name(const std::string &path)
 // How many words each takes in front of the command, beside its options.
 // timeout 5 sh -c ... runs sh, so what is run has to be looked for behind these
 // words; flock takes a file, taskset a mask, chrt a priority.
-static const std::map<std::string, size_t> runners = {
+static const std::map<std::string, size_t> runner_words = {
     {"builtin", 0},        {"chroot", 1},    {"chrt", 1},
     {"command", 0},        {"coproc", 0},    {"env", 0},
     {"exec", 0},           {"flock", 1},     {"ionice", 0},
@@ -62,12 +62,12 @@ static size_t command_word(const std::vector<bash_word> &words)
   while (at < words.size()) {
     const std::string name = base_name(words[at].plain);
     const size_t found = name == "find" ? behind_exec(words) : 0;
-    const auto row = runners.find(name);
+    const auto row = runner_words.find(name);
     if (found > at) {
       at = found;
       continue;
     }
-    if (row == runners.end()) {
+    if (row == runner_words.end()) {
       break;
     }
     size_t left = row->second;

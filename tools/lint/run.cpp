@@ -88,7 +88,7 @@ static void keep_subitem(device_run *r, const std::string &target)
 
 // An entry is a sub-item of the form that the menu names, unless it names a
 // form itself.
-static void keep_menu(device_run *r, const form &f, const values &all)
+static void keep_menu(device_run *r, const form &f, const named_values &all)
 {
   for (const form_item &item : f.items) {
     if (item.type != PT_IMENU) {
@@ -111,7 +111,7 @@ static void keep_menu(device_run *r, const form &f, const values &all)
 }
 
 // Runs the form's read script; false when there is none to run.
-static bool run_read(device_run *r, const form &f, values *all)
+static bool run_read(device_run *r, const form &f, named_values *all)
 {
   const script_line line = f.scripts[TASK_READ];
   if (script_file(*r, line) == nullptr) {
@@ -242,7 +242,7 @@ static void run_all(device_run *r)
   // A menu leads to forms that may stand before it by name.
   for (const bool menus : {true, false}) {
     for (const auto &entry : r->dev.forms) {
-      values all;
+      named_values all;
       if (has_menu(entry.second) == menus && run_read(r, entry.second, &all)) {
         keep_menu(r, entry.second, all);
         check_values(*r, entry.second, all);

@@ -25,7 +25,7 @@ struct device_run {
 };
 
 // The values of a page by name, in small letters.
-typedef std::map<std::string, std::string> values;
+typedef std::map<std::string, std::string> named_values;
 
 // Runs the line in the folder and takes in what it says.
 outcome run(const std::string &line, const std::string &dir);
@@ -37,9 +37,9 @@ std::string command_of(const script_line &line, const form &f,
 const source_file *script_file(const device_run &r, const script_line &line);
 std::vector<note> in_form(const form &f, const script_line &line);
 // The values that the script has reported.
-values read_values(const device_run &r, const form &f, const script_line &line,
-                   const std::string &output);
+named_values read_values(const device_run &r, const form &f,
+                         const script_line &line, const std::string &output);
 // Compares what a read script has reported with what its form draws.
-void check_values(const device_run &r, const form &f, const values &all);
+void check_values(const device_run &r, const form &f, const named_values &all);
 
 #endif

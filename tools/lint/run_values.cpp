@@ -15,7 +15,7 @@
 // this: blanks inside of the quotes belong to the value.
 static void store_line(const device_run &r, const source_file &file,
                        const std::vector<note> &notes, std::string line,
-                       values *into)
+                       named_values *into)
 {
   line.erase(line.find_last_not_of(" \t") + 1);
   line.erase(0, line.find_first_not_of(" \t"));
@@ -56,10 +56,10 @@ static void store_line(const device_run &r, const source_file &file,
 // Only the first piece of a line that is too long is stored: what goes on
 // behind it depends on the value, and one finding says all of it. Takes for
 // granted that the script is one of the folder's; who calls this has run it.
-values read_values(const device_run &r, const form &f, const script_line &line,
-                   const std::string &output)
+named_values read_values(const device_run &r, const form &f,
+                         const script_line &line, const std::string &output)
 {
-  values all;
+  named_values all;
   const source_file &file = *script_file(r, line);
   const std::vector<note> notes = in_form(f, line);
   for (const std::string &text : split_lines(output)) {
@@ -115,7 +115,7 @@ static bool is_conditional_on(const std::vector<condition> &conditions,
 // Of a table without rows nothing can be reported. Where other columns have
 // rows, this one should have them as well.
 static void check_item_reported(const device_run &r, const form &f,
-                                const form_item &item, const values &all)
+                                const form_item &item, const named_values &all)
 {
   const std::string name = lower(item.name);
   bool reported = all.count(name) != 0;
@@ -140,7 +140,7 @@ static void check_item_reported(const device_run &r, const form &f,
 // as there are, and the section asks for the first. Only V is looked at: C, D,
 // O and U ask for one value that need not be there.
 static void check_text_reported(const device_run &r, const form &f,
-                                const form_line &line, const values &all)
+                                const form_line &line, const named_values &all)
 {
   for (const text_part &part : references_of(line.text)) {
     const std::string name = lower(part.name);
@@ -156,7 +156,7 @@ static void check_text_reported(const device_run &r, const form &f,
 
 // The template's choices, or the first words of the reported entries.
 static std::set<std::string> choices_of(const form &f, const form_item &item,
-                                        const values &all)
+                                        const named_values &all)
 {
   std::set<std::string> choices = choices_of(f, item);
   // A list goes on up to the first number that is missing, as on the page.
@@ -170,7 +170,7 @@ static std::set<std::string> choices_of(const form &f, const form_item &item,
 }
 
 static void check_choice(const device_run &r, const form &f,
-                         const form_item &item, const values &all)
+                         const form_item &item, const named_values &all)
 {
   const std::set<std::string> choices = choices_of(f, item, all);
   const std::string name = lower(item.name);
@@ -202,7 +202,7 @@ static void check_choice(const device_run &r, const form &f,
 }
 
 static void check_entries(const device_run &r, const form &f,
-                          const form_item &item, const values &all)
+                          const form_item &item, const named_values &all)
 {
   const std::string stem = "select_" + lower(item.selector);
   if (all.count(stem + "0") == 0) {
@@ -231,7 +231,7 @@ static void check_entries(const device_run &r, const form &f,
   }
 }
 
-void check_values(const device_run &r, const form &f, const values &all)
+void check_values(const device_run &r, const form &f, const named_values &all)
 {
   // A script that reports a fault need not report any values.
   if (all.count("error_msg") + all.count("error_fatal") != 0) {
