@@ -34,6 +34,7 @@ KINDS = sys.argv[3:] or ("kill memory stream fork open read write close look mar
                          " sync name mkdir list lock unlink random").split()
 ENOUGH = 20  # stop a job after so many bad ends
 SECONDS = 60
+GUARD = "@guard 3000"  # no change goes back by itself while the sweep lasts
 FILES = ["a", "b", "c"]
 # More than one read returns, and than the first buffer of any stream holds.
 LONG = "".join(f"long{i}={'x' * 190}\n" for i in range(60))
@@ -108,15 +109,15 @@ def saved(device, *lines):
 def pending(device):
     saved(device)
     done = device.run(STORE, "store", "-", "form",
-                      given=order("tried", "@guard 60"))
+                      given=order("tried", GUARD))
     assert "guard " in done.stdout, done
 
 
 def waiting(device):
     """The same, with a command that has not run yet, after one whose command has."""
-    saved(device, "@guard 60 first")
+    saved(device, f"{GUARD} first")
     done = device.run(STORE, "store", "-", "form",
-                      given=order("tried", "@guard 60 second"))
+                      given=order("tried", f"{GUARD} second"))
     assert "guard " in done.stdout, done
     first = re.search("step=([0-9a-f]+) .* wait ", info(device).read_text())[1]
     assert device.run(STORE, "arm", first).returncode == 0
@@ -163,9 +164,9 @@ def of_older_firmware(device):
 CASES = {  # what exists already, the command, its input
     "first save": (shipped, [STORE, "store", "-", "form"], order("new")),
     "save": (saved, [STORE, "store", "-", "form"], order("new")),
-    "guarded": (saved, [STORE, "store", "-", "form"], order("new", "@guard 60")),
+    "guarded": (saved, [STORE, "store", "-", "form"], order("new", GUARD)),
     "guarded again": (pending, [STORE, "store", "-", "form"],
-                      order("new", "@guard 60 command", "@owner 1.2")),
+                      order("new", f"{GUARD} command", "@owner 1.2")),
     "put back": (pending, [STORE, "boot"], ""),
     "confirm": (pending, [STORE, "confirm"], ""),
     "confirm, by its page": (pending, ["./confirm.sh", "--write", "confirm"],
@@ -193,6 +194,9 @@ class Clean:
     """The result of a run without a fault."""
 
     def __init__(self, name, folder):
+        self.name = name
+        folder = pathlib.Path(folder) / re.sub("[^a-z]", "-", name)
+        folder.mkdir()
         build, words, given = CASES[name]
         self.before = Device(folder / "before")
         self.before.folder.mkdir()
@@ -264,13 +268,11 @@ def judge(clean, device, done, killed, lost_output):
     return end
 
 
-def sweep(job):
-    name, kind, onward = job
+def sweep(clean, kind, onward):
     ends = collections.Counter()
     bad = []
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
-        clean = Clean(name, folder)
         number = 1
         while len(bad) < ENOUGH:
             device = clean.copy(folder / "run")
@@ -288,7 +290,7 @@ def sweep(job):
                 assert faults > 0, f"no fault, but {end}"
             except (AssertionError, subprocess.TimeoutExpired) as fault:
                 end = "badly"
-                at = f"{name}, {kind} {number}{' and on' if onward else ''}"
+                at = f"{clean.name}, {kind} {number}{' and on' if onward else ''}"
                 bad.append(f"{at}: {fault}")
             finally:
                 shutil.rmtree(device.folder)
@@ -305,8 +307,11 @@ def main():
     jobs = [job for job in itertools.product(CASES, KINDS, (False, True))
             if (not job[2] or job[1] in ("open", "write", "mark"))
             and job[1] in FEW.get(job[0], KINDS)]
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for kind, ends, bad in pool.map(sweep, jobs):
+    with tempfile.TemporaryDirectory() as folder, \
+            concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        cleans = dict(zip(CASES, pool.map(lambda name: Clean(name, folder), CASES)))
+        for kind, ends, bad in pool.map(
+                lambda job: sweep(cleans[job[0]], *job[1:]), jobs):
             table[kind] += ends
             failed += bad
     for kind, ends in table.items():

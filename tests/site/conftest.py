@@ -29,6 +29,7 @@ PRELOAD = os.environ.get("ORV_PRELOAD", "LD_PRELOAD")  # an emulator has its own
 HTML = "{http://www.w3.org/1999/xhtml}"
 SECONDS = 120  # the limit for a test's request, even on a busy machine
 LONG = "LARKSPUR_LONG" in os.environ  # run all cases, and measure times
+EVERY = 1 if LONG else int(os.environ.get("EVERY", 1))  # run every fourth case, say
 # The environment of each request; 99 is the exit status of a sanitizer's report.
 ENVIRONMENT = {
     "PATH": os.environ["PATH"], PRELOAD: SHIM, "SCRIPT_NAME": "/cgi-bin/orv",

@@ -13,7 +13,7 @@ import tempfile
 import threading
 
 import pytest
-from conftest import CHANGED, LIMITS, PRELOAD, SHIM
+from conftest import CHANGED, LIMITS, LONG, PRELOAD, SHIM
 
 ROWS = LIMITS["ORV_STORED_ROWS_MAX"]
 LONGEST = "x" * (LIMITS["ORV_REPORTED_MAX"] - 1)  # behind a name of one letter
@@ -21,6 +21,7 @@ LIBRARY = pathlib.Path(__file__).parents[2] / "lib"
 STORE, HASTY = os.environ["ORV_STORE"], os.environ["ORV_STORE_HASTY"]
 ORV = os.environ["ORV"]
 SECONDS = 60
+ROUNDS = 700 if LONG else 200  # of each reader, beside a writer
 NOBODY = 65534
 
 
@@ -115,7 +116,7 @@ def test_readers_never_see_half_of_a_save(device):
         return number
 
     readers = {name: device.start("bash", "-c", f""". {LIBRARY}/orv.bash
-        for ((i = 0; i < 700; i++)); do
+        for ((i = 0; i < {ROUNDS}; i++)); do
           (for u in {{1..3}}; do {read}; done
           [[ ${{orv[a]}} && ${{orv[a]}} == "${{orv[b]}}" ]] || echo "${{orv[*]}}")
         done""", "script", "--read", "form") for name, read in READERS.items()}
