@@ -457,20 +457,25 @@ static void write_list(FILE *out, const setting *list, size_t count)
   }
 }
 
-// Each name once, however often the file goes back: those that the defaults
-// declare are stored as well, as by a save.
+// What the file declares stays, with a value or not yet: its next value is a
+// secret as well.  Names that the defaults declare are stored too, as by a
+// save, and once, however often the file goes back.
 static void write_secrets(FILE *out, const settings *now)
 {
-  const char *start = "#secret";
-  for (const setting *one = now->list; one < now->list + now->count; one++) {
-    if (settings_names_secret(now, one->name)) {
-      fprintf(out, "%s %s", start, one->name);
-      start = "";
+  if (now->secrets[0] == '\0' && now->shipped_secrets[0] == '\0') {
+    return;
+  }
+  fprintf(out, "#secret%s", now->secrets);
+  const char *word = now->shipped_secrets;
+  while (*word != '\0') {
+    word += strspn(word, " ");
+    const size_t size = strcspn(word, " ");
+    if (!settings_has_word(now->secrets, word, size)) {
+      fprintf(out, " %.*s", static_cast<int>(size), word);
     }
+    word += size;
   }
-  if (*start == '\0') {
-    putc('\n', out);
-  }
+  putc('\n', out);
 }
 
 // The file holds all values, so no row comes from the defaults.  Tables and

@@ -253,30 +253,32 @@ static bool take_order(char *order)
 
 // --- secrets -----------------------------------------------------------------
 
-// Declared by the script that saves, or by one that saved before.  A file that
-// has not been read yet has declared none.
+// Declared by the script that saves, or by one that saved before.
 static bool is_secret(const char *name, void *)
 {
   for (const save_file *file = files; file < files + file_count; file++) {
-    if (file->before.secrets != nullptr &&
-        settings_names_secret(&file->before, name)) {
+    if (settings_names_secret(&file->before, name)) {
       return true;
     }
   }
   return find_word(&secrets, name, strlen(name)) != nullptr;
 }
 
+// All files are read first: any of them may say that a value is a secret, which
+// may be a hash.
 static bool judge()
 {
   for (save_file *file = files; file < files + file_count; file++) {
+    if (!settings_read(file->name, &file->before)) {
+      return false;
+    }
+  }
+  for (const save_file *file = files; file < files + file_count; file++) {
     for (size_t i = 0; i < file->after.count; i++) {
       const setting *one = file->after.list + i;
       if (!settings_is_sound(one, is_secret(one->name, nullptr))) {
         return false;
       }
-    }
-    if (!settings_read(file->name, &file->before)) {
-      return false;
     }
   }
   return true;

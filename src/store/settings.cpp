@@ -256,8 +256,7 @@ const char *settings_get(const settings *all, const char *name)
   return found != nullptr ? found->value : nullptr;
 }
 
-// Whether the first `length` bytes of `name` are one of the words.
-static bool has_word(const char *words, const char *name, size_t length)
+bool settings_has_word(const char *words, const char *name, size_t length)
 {
   while (*words != '\0') {
     words += strspn(words, " ");
@@ -272,8 +271,8 @@ static bool has_word(const char *words, const char *name, size_t length)
 
 bool settings_names_secret(const settings *all, const char *name)
 {
-  return has_word(all->secrets, name, strlen(name)) ||
-         has_word(all->shipped_secrets, name, strlen(name));
+  return settings_has_word(all->secrets, name, strlen(name)) ||
+         settings_has_word(all->shipped_secrets, name, strlen(name));
 }
 
 bool settings_is_secret(const settings *all, const char *name)
@@ -288,8 +287,9 @@ static bool has_table_of(const settings *stored, const char *name)
 {
   const size_t length = settings_column(name);
   return name[length] != '\0' &&
-         (stored->format < STORE_FORMAT || has_word(stored->tables, "*", 1) ||
-          has_word(stored->tables, name, length));
+         (stored->format < STORE_FORMAT ||
+          settings_has_word(stored->tables, "*", 1) ||
+          settings_has_word(stored->tables, name, length));
 }
 
 // Adds the defaults that `all` lacks.

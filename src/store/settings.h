@@ -82,6 +82,10 @@ bool settings_is_secret(const settings *all, const char *name);
 // secret, which no page holds, may be a hash.
 bool settings_is_sound(const setting *one, bool is_secret);
 
+// Whether the first `length` bytes of `name` are one of the words, which have a
+// blank before each.
+bool settings_has_word(const char *words, const char *name, size_t length);
+
 // The length of `name` without its row number.
 size_t settings_column(const char *name);
 

@@ -84,13 +84,39 @@ TEST_F(History, WhatUndoingBringsBackIsComplete)
 TEST_F(History, ListsUserTimeAndChangesButNoSecret)
 {
   ASSERT_TRUE(save("@secret key\n> a\nhost=gw\nkey=hidden1\nwl_passphrase=hidden2\n"));
-  ASSERT_TRUE(save("> a\nhost=gw2\nkey=hidden3\n"));
+  ASSERT_TRUE(save("> b\nkey=$hidden4\n> a\nhost=gw2\nkey=$hidden3\n")) << "the second file says what a hash is";
   const string text = read_file("state/.history");
   EXPECT_EQ(text.find("hidden"), string::npos) << text;
   EXPECT_NE(text.find(" ad_min_@ 192.168.1.7 net/eth0 saved\n"), string::npos) << text;
   EXPECT_NE(text.find("= host: gw -> gw2\n"), string::npos) << text;
   EXPECT_NE(text.find("= key: "), string::npos) << text;
-  EXPECT_EQ(before(2), "host=gw key=hidden3 ") << "today's secrets stay";
+  EXPECT_EQ(before(2), "host=gw key=$hidden3 ") << "today's secrets stay";
+}
+
+TEST_F(History, NamesWithoutAValueStayDeclaredSecret)
+{
+  std::filesystem::create_directory("defaults");
+  setenv("ORV_DEFAULTS", "defaults", 1);
+  const struct {
+    const char *shipped;
+    const char *declared;
+    const char *kept;
+  } rows[] = {
+    {"", "", ""},
+    {"", "#secret code\n", "#secret code\n"},
+    {"", "#secret key0 key1 key2\n", "#secret key0 key1 key2\n"}, // a row that has no key yet
+    {"#secret made key1\n", "#secret key1\n", "#secret key1 made\n"},
+    {"#secret made\n", "", "#secret made\n"},
+  };
+  for (const auto &[shipped, declared, kept] : rows) {
+    write_file("defaults/a", shipped);
+    write_file("state/a", string("#orv 2 5 -\n#table key\n") + declared + "key0=x\nkey2=x\nx=2\n");
+    write_file("state/.history", "@ 1 0 - - f saved\n< a x=1\n");
+    EXPECT_EQ(before(1), "key0=x key2=x x=1 ");
+    const string text = read_file("state/a"), head = "#table *\n";
+    const size_t start = text.find(head) + head.size();
+    EXPECT_EQ(text.substr(start, text.find("key0=") - start), kept);
+  }
 }
 
 TEST_F(History, CountsTheChangesThatItCutsOff)
