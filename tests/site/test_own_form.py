@@ -112,6 +112,22 @@ def test_a_form_that_was_never_saved_has_all_its_fields(site):
     assert task(site, "--read", "f")["orv_stamp"].startswith("1 ")
 
 
+@pytest.mark.parametrize("folder", ["defaults", "state"])
+def test_a_box_is_read_in_many_spellings_and_stored_in_one(site, folder):
+    """Another spelling is no change: the first Submit reports none."""
+    spelled = {"True": ("yes", "On", "1", "TRUE"), "False": ("no", "Off", "0", "")}
+    boxes = {f"box{kind}{i}": (kind, text) for kind, texts in spelled.items() for i, text in enumerate(texts)}
+    keep(site, "f", "field name", "check word", *(f"checkbox {box}" for box in boxes), shipped=("name=a",))
+    path = site.folder / "data" / folder / "f"
+    path.parent.mkdir(exist_ok=True)
+    path.write_text("".join(f"{name}={text}\n" for name, (_, text) in boxes.items()))
+    said = task(site, "--read", "f")
+    assert {name: said[name] for name in boxes} == {name: kind for name, (kind, _) in boxes.items()}
+    said = task(site, "--write", "f", given={"name": "b", **{n: k for n, (k, _) in boxes.items()}})
+    assert "name" in said["u_saved_change0"] and said["u_saved_change1"] == "", said
+    assert sorted(stored(site)) == sorted(["name=b", *(f"{name}={kind}" for name, (kind, _) in boxes.items())])
+
+
 def rows(*values, first=0):
     return {f"{name}{i}": v for i, to in enumerate(values, first)
             for name, v in (("to", to), ("use", "True" if to else ""))}

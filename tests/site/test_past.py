@@ -7,9 +7,17 @@ import re
 import subprocess
 import urllib.parse
 
+import pytest
 from conftest import CHANGED, ENVIRONMENT, SECONDS
 from test_orvctl import ORVCTL, demo, stored
-from test_transaction import STORE, WHO, all_of, device, dump, form, leftovers, run, settle, values
+from test_transaction import STORE, WHO, all_of, device, dump, end_all, form, leftovers, run, settle, values
+
+@pytest.fixture(name="site")
+def fixture_site(site):
+    """A guarded change has a watcher, and its command may run for long."""
+    yield site
+    end_all(site)
+
 
 SECRETS = ["correct-horse", "battery-staple", "tr0ub4dor-and-3", "k3y-of-a-script"]
 

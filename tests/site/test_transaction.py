@@ -1,11 +1,13 @@
 """orvctl applies a dump as one step, and the files belong to the web server's user."""
 
+import contextlib
 import json
 import os
 import pathlib
 import pwd
 import re
 import shutil
+import signal
 import subprocess
 import tempfile
 import time
@@ -75,16 +77,29 @@ def all_of(value):
     return {name: (f"x={value}", f"y={value}") for name in "abc"}
 
 
-def settle(site):
-    """Waits until no process started in the site's folder is left."""
+def running(site):
+    """The processes started in the site's folder."""
     def runs(process):
         try:
             return os.readlink(process / "cwd") == str(site.folder)
         except OSError:
             return False
+    return [int(p.name) for p in pathlib.Path("/proc").glob("[0-9]*") if runs(p)]
+
+
+def settle(site):
+    """Waits until none of them is left."""
     end = time.monotonic() + SECONDS
-    while any(runs(p) for p in pathlib.Path("/proc").glob("[0-9]*")):
+    while running(site):
         assert time.monotonic() < end
+        time.sleep(0.02)
+
+
+def end_all(site):
+    """Kills them, until none is left that could start another."""
+    for pid in iter(lambda: next(iter(running(site)), None), None):
+        with contextlib.suppress(ProcessLookupError):
+            os.kill(pid, signal.SIGKILL)
         time.sleep(0.02)
 
 
