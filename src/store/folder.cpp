@@ -474,12 +474,12 @@ bool store_await(pid_t pid, int fd)
 
 // A lock of flock(2) belongs to the open file, so the new process has it, too,
 // and it lasts until the last of both has ended.  A process group of its own
-// keeps signals to the script's from unlocking.
+// keeps signals to the script's from unlocking; it has that before this returns,
+// since the next signal may come before it runs.
 pid_t store_hold_lock(pid_t script)
 {
   const pid_t holder = fork();
   if (holder == 0) {
-    setpgid(0, 0);
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
       close(fd); // the page waits for every process that holds its pipe
     }
@@ -490,5 +490,6 @@ pid_t store_hold_lock(pid_t script)
     store_fault_errno("The settings cannot be locked");
     return -1;
   }
+  setpgid(holder, holder);
   return holder;
 }

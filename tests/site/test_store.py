@@ -279,13 +279,15 @@ def test_a_signal_to_the_script_s_group_leaves_the_lock(device):
     """A page that is ended signals its script's group; what the script started may
     still be saving."""
     with device.start("sh", "-c", "trap '' TERM; echo; sleep 999", start_new_session=True) as script:
-        script.stdout.readline()
-        take = f'{STORE} input {script.pid} form'
-        with device.start("bash", "-c", f"trap : TERM; {take} </dev/null; kill -TERM 0; echo end", start_new_session=True) as page:
-            told = page.communicate(timeout=SECONDS)[0]
-        assert told.startswith("ok\nholder ") and told.endswith("\nend\n"), told
-        assert "in use by form" in device.save("> f\nv=1\n", HASTY)[1]
-        os.killpg(script.pid, 9)
+        try:
+            script.stdout.readline()
+            take = f'{STORE} input {script.pid} form'
+            with device.start("bash", "-c", f"trap : TERM; {take} </dev/null; kill -TERM 0; echo end", start_new_session=True) as page:
+                told = page.communicate(timeout=SECONDS)[0]
+            assert told.startswith("ok\nholder ") and told.endswith("\nend\n"), told
+            assert "in use by form" in device.save("> f\nv=1\n", HASTY)[1]
+        finally:
+            os.killpg(script.pid, 9)
     assert device.save("> f\nv=1\n", HASTY)[0] == 0
 
 

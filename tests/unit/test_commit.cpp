@@ -258,3 +258,23 @@ TEST_F(Commit, TheEndOfAScriptIsSeenOnAnyKernel)
   });
   EXPECT_EQ(fault.rfind("The settings cannot be locked: ", 0), 0U) << fault;
 }
+
+TEST_F(Commit, SignalsToTheScriptMissTheHolderOfItsLockFromTheStart)
+{
+  const pid_t script = fork();
+  if (script == 0) {
+    pause();
+    _exit(1);
+  }
+  for (int i = 0; i < 10; i++) {
+    EXPECT_EQ(locked([&] {
+      const pid_t holder = store_hold_lock(script);
+      const bool is_apart = getpgid(holder) == holder;
+      kill(holder, SIGKILL);
+      waitpid(holder, nullptr, 0);
+      return is_apart;
+    }), "done");
+  }
+  kill(script, SIGKILL);
+  waitpid(script, nullptr, 0);
+}
