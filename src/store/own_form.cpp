@@ -581,15 +581,14 @@ static char *make_order()
 }
 
 // The confirmation page must carry neither a secret nor the tick that clears
-// it.
+// it.  No table has any.
 static void forget_secrets()
 {
   for (const pt_body_item *item = form_items(); item != nullptr;
        item = item->next) {
-    if (item->column < 0 && item->name != nullptr && is_secret(item)) {
+    if (item->name != nullptr && is_secret(item)) {
       printf("u_%s=\n", item->name);
-    } else if (item->column < 0 && takes_input(item) &&
-               cleared_by(item) != nullptr) {
+    } else if (cleared_by(item) != nullptr) {
       printf("u_%s=False\n", item->name);
     }
   }

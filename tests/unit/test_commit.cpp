@@ -26,6 +26,15 @@ TEST_F(Commit, ASaveLeavesItsFilesAndNothingElse)
   EXPECT_EQ(all.size(), strlen("a port@lan1 .lock .generation .history ")) << all;
 }
 
+TEST_F(Commit, AFileWithoutValuesIsStoredBesideOthers)
+{
+  for (const char *order : {"> a\n> b\nx=1\n", "> a\n\n> b\nx=2\n", "> b\nx=3\n> a\n"}) {
+    EXPECT_EQ(save(order), "done") << order;
+    EXPECT_TRUE(is_there("a") && stored("a").empty()) << order;
+    EXPECT_EQ(stored("b"), string("x=") + order[strcspn(order, "123")] + " ");
+  }
+}
+
 TEST_F(Commit, ALookChangesWithEachSaveAndWithNothingElse)
 {
   store_look first, second;
