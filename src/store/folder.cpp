@@ -474,8 +474,8 @@ bool store_await(pid_t pid, int fd)
 
 // A lock of flock(2) belongs to the open file, so the new process has it, too,
 // and it lasts until the last of both has ended.  A process group of its own
-// keeps signals to the script's from unlocking; it has that before this returns,
-// since the next signal may come before it runs.
+// keeps signals to the script's from unlocking.  It has that as soon as this
+// returns, since a signal may come before it runs.
 pid_t store_hold_lock(pid_t script)
 {
   const pid_t holder = fork();
