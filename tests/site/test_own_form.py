@@ -268,14 +268,14 @@ def test_a_script_s_secret_stays_secret_without_the_script(device, place):
     path = device.folder / "data" / place / "f"
     path.parent.mkdir(exist_ok=True)
     path.write_text("#orv 2 1 -\n#table\n#secret code seed\n"
-                    "code=hid-1den\nseed=hid$2den\nname=y\n")
+                    "code=hid-1den\nseed=hid$2den\nname=y\nold_psk=hid$5den\n")  # the last by its name
     said = task(device, "--read", "f")
-    assert (said["code"], said["seed"], said["name"]) == ("", "", "y")
+    assert (said["code"], said["seed"], said["name"], said["old_psk"]) == ("", "", "y", "")
     page = device.open("f")
     assert "hid" not in page.body.replace("hidden", "")
     assert page.press("Submit", name="z").title == "changes_saved"
     said = task(device, "--read", "f", ORV_SECRETS="1")
-    assert (said["code"], said["seed"], said["name"]) == ("hid-1den", "hid$2den", "z")
+    assert (said["code"], said["seed"], said["name"], said["old_psk"]) == ("hid-1den", "hid$2den", "z", "hid$5den")
     page = device.open("f").press("Submit", code="hid-3den")
     assert page.title == "changes_saved" and "hid-3den" not in page.body
     kept = (device.folder / "data/state/f").read_text()
