@@ -75,14 +75,6 @@ static void check_made_cells(const agree_check &c)
 
 // --- tables of a fixed number of rows ----------------------------------------
 
-static long rows_of(const form_item &table)
-{
-  const std::vector<std::string> words = split_words(table.lines.front()->text);
-  return table.type == PT_FTABLE && words.size() > 2
-             ? strtol(words[2].c_str(), nullptr, 10)
-             : 0;
-}
-
 // The cells of the column that the script writes out where it reads the page,
 // by their rows; none where it makes such names. One word that is not known, or
 // a beginning that is the column, and the script may read all of them.
@@ -119,9 +111,8 @@ static std::map<long, literal_name> cells_read(const agree_check &c,
 static void check_fixed_rows(const agree_check &c, const form &f)
 {
   for (const form_item &item : f.items) {
-    const long rows = item.table >= 0 && is_editable(item)
-                          ? rows_of(f.items[static_cast<size_t>(item.table)])
-                          : 0;
+    const long rows =
+        item.table >= 0 && is_editable(item) ? fixed_rows(f, item) : 0;
     const std::map<long, literal_name> cells =
         rows > 0 ? cells_read(c, lower(item.name))
                  : std::map<long, literal_name>();

@@ -259,6 +259,16 @@ static void collect_arguments(compare_check *c)
   }
 }
 
+// declare -i makes a plain number of what it is given, 0 of a blank.
+static bool makes_number(const bash_command &command)
+{
+  return std::any_of(command.words.begin(), command.words.end(),
+                     [](const bash_word &word) {
+                       return word.plain.size() > 1 && word.plain[0] == '-' &&
+                              word.plain.find('i') != std::string::npos;
+                     });
+}
+
 // Variables that are given the value of an item and nothing else. item_of() is
 // "" for any other value, so a second kind of value makes the set larger than
 // one.
@@ -268,7 +278,8 @@ static void collect_copies(compare_check *c)
   for (const bash_command &command : c->s.code.commands) {
     for (const bash_assignment &assignment : command.assignments) {
       if (assignment.subscript.empty()) {
-        given[assignment.name].insert(item_of(assignment));
+        given[assignment.name].insert(
+            makes_number(command) ? "" : item_of(assignment));
       }
     }
   }

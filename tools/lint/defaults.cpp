@@ -286,18 +286,6 @@ static void check_entries(const settings_check &c, const std::string &text,
   }
 }
 
-// The rows of a table that has a fixed number of them, 0 of any other. Without
-// a number in its line such a table ends at the first blank row, like any
-// other.
-static long fixed_rows(const form &f, const form_item &cell)
-{
-  const form_item &table = f.items[static_cast<size_t>(cell.table)];
-  const std::vector<std::string> words = split_words(table.lines.front()->text);
-  return table.type == PT_FTABLE && words.size() > 2
-             ? strtol(words[2].c_str(), nullptr, 10)
-             : 0;
-}
-
 // A row that is missing ends the table, or moves those behind it. Only the rows
 // of a table with a fixed number have places of their own, which may stay
 // empty.

@@ -147,6 +147,10 @@ bool is_editable(const form_item &item);
 bool is_input(const form_item &item);
 // The item's line of that keyword, NULL when it has none.
 const form_line *attribute(const form_item &item, const char *keyword);
+
+// The rows of the table of a cell if their number is fixed, 0 of any other
+// table: without a number in its line it ends at the first blank row.
+long fixed_rows(const form &f, const form_item &cell);
 // The value of a line that is a choice.
 std::string choice_value(const form &f, const form_line &line);
 std::set<std::string> choices_of(const form &f, const form_item &item);

@@ -177,6 +177,12 @@ static void check_fault_exit(const task_run &read, findings *found)
       report_step(found, leaves, "script-status",
                   "a read script that fails shows neither the form nor its "
                   "message; exit with status 0");
+    } else if (leaves.certain && leaves_with_fault(*leaves.command) &&
+               leaves.command->words[0].plain == "exit" &&
+               leaves.command->previous < 0) {
+      report_step(found, leaves, "script-status",
+                  "the read script always fails here, and an error page takes "
+                  "the form's place; exit with status 0");
     }
   }
 }

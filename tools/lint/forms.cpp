@@ -64,6 +64,15 @@ std::set<std::string> choices_of(const form &f, const form_item &item)
   return values;
 }
 
+long fixed_rows(const form &f, const form_item &cell)
+{
+  const form_item &table = f.items[static_cast<size_t>(cell.table)];
+  const std::vector<std::string> words = split_words(table.lines.front()->text);
+  return table.type == PT_FTABLE && words.size() > 2
+             ? strtol(words[2].c_str(), nullptr, 10)
+             : 0;
+}
+
 // A line that continues the one before has the same keyword but no parameter of
 // its own, and the item's first line is no attribute of it.
 const form_line *attribute(const form_item &item, const char *keyword)

@@ -65,10 +65,14 @@ static std::string plain_name(const literal_name &at)
 }
 
 // A cell's name is looked for with its row's number first, since an item
-// outside of tables may end in a digit.
+// outside of tables may end in a digit. u_port reports a value of "port" as if
+// the user had entered it, and the other letters of an origin alike.
 static bool has_item(const name_check &c, const std::string &name)
 {
-  return c.items.count(name) + c.items.count(without_digits(name)) != 0;
+  const bool origin = name.size() > 2 && name[1] == '_' &&
+                      std::string("duco").find(name[0]) != std::string::npos;
+  return c.items.count(name) + c.items.count(without_digits(name)) != 0 ||
+         (origin && has_item(c, name.substr(2)));
 }
 
 // orv_put may report what no item shows, such as live_seconds, so a name

@@ -326,6 +326,24 @@ static bool quotes_others(const bash_word &word)
   return readers.count(command) != 0 || starts_with(command, "<");
 }
 
+// Whether read gives the variable a line of a file or of a command's output. A
+// here-string is a text of the script's own, which is looked at by its name.
+static bool reads_others(const context &c, const bash_command &command,
+                         const std::string &name)
+{
+  const std::vector<bash_word> &words = command.words;
+  return first_word(command) == "read" &&
+         (command.redirected_in || command.piped_in) &&
+         std::none_of(command.redirects.begin(), command.redirects.end(),
+                      [](const bash_redirect &redirect) {
+                        return redirect.op == "<<<";
+                      }) &&
+         std::any_of(words.begin() + 1, words.end(),
+                     [&](const bash_word &word) {
+                       return scoped(c, command.function, word.plain) == name;
+                     });
+}
+
 // With 2>&1 a program's complaint is in the value, which mostly quotes what it
 // was given.
 // Whether such a command, or one's complaint, gives the variable its value, and
@@ -340,6 +358,9 @@ static bool holds_others(const context &c, const script &s,
     return false;
   }
   for (const bash_command &giving : s.code.commands) {
+    if (reads_others(c, giving, name)) {
+      return true;
+    }
     for (const bash_assignment &assignment : giving.assignments) {
       if (scoped(c, giving.function, assignment.name) == name &&
           (quotes_others(assignment.value) ||

@@ -169,11 +169,24 @@ static bool names_key(const bash_word &word, const std::string &key)
                      });
 }
 
+// Whether the word is only asked for being blank: behind -n or -z, or alone.
+static bool asks_blank(const bash_command &command, size_t i)
+{
+  static const word_set comparisons = {"=", "==", "!=", "=~", "<", ">"};
+  const auto is_comparison = [&](size_t at) {
+    return at < command.words.size() &&
+           comparisons.count(command.words[at].plain) != 0;
+  };
+  return command.kind != BASH_CASE && !is_comparison(i + 1) &&
+         (i == 0 || !is_comparison(i - 1));
+}
+
 // Whether the command looks at the value in another way, or sets it: what it
 // can be behind that is not known. Wherever it stands: a test of -n in front of
-// the comparison is the usual way to keep blank values from it.
+// the comparison is the usual way to keep blank values from it. Of 28.5 and
+// 0x10 (`odd`) such a test says nothing.
 static bool looks_at(const compare_check &c, const bash_command &command,
-                     const std::string &key)
+                     const std::string &key, bool odd)
 {
   const std::string &name = first_word(command);
   const bool test = command.kind == BASH_TEST || name == "[" || name == "test";
@@ -181,7 +194,8 @@ static bool looks_at(const compare_check &c, const bash_command &command,
     const bash_word &word = command.words[i];
     const bool other =
         command.kind == BASH_CASE || (test && !is_operand(command, i));
-    if (other && (names_key(word, key) || number_key(c, word) == key)) {
+    if (other && !(odd && asks_blank(command, i)) &&
+        (names_key(word, key) || number_key(c, word) == key)) {
       return true;
     }
   }
@@ -230,12 +244,13 @@ static void check_operands(const compare_check &c, const bash_command &command)
   for (size_t i = 0; i < command.words.size(); i++) {
     const bash_word &word = command.words[i];
     const std::string key = is_operand(command, i) ? number_key(c, word) : "";
-    const std::string fault =
-        key.empty() ? "" : unreadable(c, command, number_of(c, key));
+    const page_number number = key.empty() ? page_number() : number_of(c, key);
+    const std::string fault = unreadable(c, command, number);
+    const bool odd = number.point || number.hex;
     const std::vector<bash_command> &all = c.s.code.commands;
     if (!fault.empty() && command.redirects.empty() && c.s.sources.size() < 2 &&
         std::none_of(all.begin(), all.end(), [&](const bash_command &other) {
-          return looks_at(c, other, key);
+          return looks_at(c, other, key, odd);
         })) {
       report(c.found, *c.s.file, word.expansions[0].line,
              word.expansions[0].column, "number-test",

@@ -29,6 +29,7 @@ static const runner runners[] = {
     {"perl", "`", "$@"},
     {"perl", "eval \"", "$@"},
     {"perl", "eval $", ""},
+    {"perl", "open(", "$@"},
     {"lua", "os.execute(", "."},
     {"lua", "io.popen(", "."},
     {"lua", "load(", ""},
@@ -120,12 +121,48 @@ static bool runs_shell(const std::string &arguments)
           (behind == '.' && holds_values(arguments.substr(next))));
 }
 
+// open(F, "list $x|") and open(F, "-|", "list $x") hand the text to a shell,
+// and open(F, "-|", "list", $x) starts the program. Without a mode of its own
+// the value alone decides whether it is a file or a program.
+static bool opens_shell(const std::string &arguments)
+{
+  const size_t comma = arguments.find(',');
+  const size_t start = comma == std::string::npos
+                           ? comma
+                           : arguments.find_first_not_of(' ', comma + 1);
+  if (start == std::string::npos) {
+    return false;
+  }
+  const char quote = arguments[start];
+  if (quote != '"' && quote != '\'') {
+    const size_t end = arguments.find_first_of(",)", start);
+    return quote == '$' && end != std::string::npos && arguments[end] == ')';
+  }
+  const size_t end = text_end(arguments, start + 1, quote);
+  const std::string text = arguments.substr(start + 1, end - start - 1);
+  if (text == "-|" || text == "|-") {
+    const size_t next = arguments.find_first_not_of("\"' ,", end);
+    return next != std::string::npos &&
+           runs_shell(
+               arguments.substr(arguments.find_first_not_of(", ", end + 1)));
+  }
+  const size_t behind = arguments.find_first_not_of(' ', end + 1);
+  const bool joined = behind != std::string::npos && arguments[behind] == '.';
+  const bool pipe = !text.empty() && (text[0] == '|' || text.back() == '|');
+  return joined ? (text.find('<') != 0 && text.find('>') != 0 &&
+                   holds_values(arguments.substr(behind)))
+                : pipe && quote == '"' && holds_values(text);
+}
+
 // Whether Perl hands a shell, or itself, a text with values.
 static bool runs_text(const std::string &call, std::string argument)
 {
   argument.erase(0, argument.find_first_not_of(' '));
   if (call == "system(" || call == "exec(") {
     return runs_shell(argument);
+  }
+  if (call == "open(") {
+    return opens_shell(argument);
   }
   if (call == "qx" &&
       (is_name_char(argument[0]) || strchr("'=,;) ", argument[0]) != nullptr)) {

@@ -94,12 +94,15 @@ static bool takes_input(const bash_command &command)
 static void check_input_taken(const task_run &run, findings *found)
 {
   const size_t read = find_call(run, "orv_read");
-  for (size_t i = 0; read != NOWHERE && i < read; i++) {
+  for (size_t i = 0; read != NOWHERE && i < run.steps.size(); i++) {
     if (takes_input(*run.steps[i].command)) {
       report_step(found, run.steps[i], "library-order",
-                  "this takes the page's values from the script's input, and"
-                  " \"orv_read\" finds none there: read from a file, or after"
-                  " it");
+                  i < read
+                      ? "this takes the page's values from the script's input, "
+                        "and \"orv_read\" finds none there: read from a file, "
+                        "or after it"
+                      : "\"orv_read\" has taken the page's values, so there is "
+                        "nothing left to read here; use the array \"orv\"");
       return;
     }
   }

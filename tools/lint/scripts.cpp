@@ -102,6 +102,39 @@ static void check_output(const script &s, const bash_command &command,
   }
 }
 
+// Commands that print for people, whatever they are given.
+// `date +name=%F` prints a value; of hostname only the call without a name
+// prints one.
+static bool prints_words(const bash_command &command)
+{
+  static const word_set printers = {
+      "arch", "date",  "df",     "du",    "free",  "hostname", "id",
+      "ls",   "ping",  "ps",     "pwd",   "uname", "uptime",   "wc",
+      "who",  "lspci", "whoami", "lsusb", "lsblk", "nproc"};
+  const std::string &name = first_word(command);
+  return printers.count(name) != 0 &&
+         (name != "hostname" || command.words.size() == 1) &&
+         std::none_of(command.words.begin(), command.words.end(),
+                      [](const bash_word &word) {
+                        return word.plain.find('=') != std::string::npos ||
+                               !word.expansions.empty();
+                      });
+}
+
+// In a function it depends on the caller where the output goes.
+static void check_printed(const script &s, const bash_command &command,
+                          findings *found)
+{
+  if (prints_words(command) && command.function.empty() &&
+      !is_elsewhere(command, {})) {
+    report(
+        found, *s.file, command.line, command.column, "output-format",
+        "what " + in_quotes(first_word(command)) +
+            " prints is no line NAME=VALUE; report it as a value, or send it "
+            "elsewhere");
+  }
+}
+
 // A part of a line is no line, nor is what goes on behind it.
 static void check_lines(const script &s, findings *found)
 {
@@ -109,6 +142,7 @@ static void check_lines(const script &s, findings *found)
   bool goes_on = false;
   for (const bash_command &command : s.code.commands) {
     const std::string &name = first_word(command);
+    check_printed(s, command, found);
     if ((name != "echo" && name != "printf") ||
         is_elsewhere(command, captured)) {
       continue;

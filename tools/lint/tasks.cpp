@@ -328,6 +328,21 @@ static bool keeps_assignments(const bash_command &command)
   return words.count(first_word(command)) != 0 && !is_apart(command);
 }
 
+// Behind `set -- ...` the arguments are other ones, and so they are without the
+// dashes where a word is no option. Their number is not counted: "$@" and a
+// pattern are any.
+static void follow_set(frame *at, const bash_command &command)
+{
+  const std::string &first = command.words[1].plain;
+  if (first != "--" && !first.empty() && (first[0] == '-' || first[0] == '+')) {
+    return;
+  }
+  at->given = -1;
+  for (auto entry = at->known.begin(); entry != at->known.end();) {
+    entry = is_argument(entry->first) ? at->known.erase(entry) : ++entry;
+  }
+}
+
 // $0 is not among the arguments, and stays where it is in bash; it is never
 // known.
 static void follow_shift(frame *at)
@@ -494,6 +509,9 @@ static bool walk_command(walk *w, const script &s, frame *at,
   forget_filled(at, command);
   if (name == "shift") {
     follow_shift(at);
+  }
+  if (name == "set" && command.words.size() > 1) {
+    follow_set(at, command);
   }
   follow_source(w, s, at, command, state);
   follow_call(w, at, command, state);

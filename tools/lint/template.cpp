@@ -215,9 +215,11 @@ static void report_cut(const repair &work)
                        (cut + 1 == line.text.size() ||
                         strchr(" \t#", line.text[cut + 1]) != nullptr);
     const size_t comment = line.text.find_first_not_of(" \t", cut + 1);
-    const bool number = comment != std::string::npos &&
-                        isdigit(static_cast<unsigned char>(line.text[comment]));
-    if (!apart || number) { // "Printer # 1"
+    const bool number =
+        comment != std::string::npos &&
+        (isdigit(static_cast<unsigned char>(line.text[comment])) ||
+         line.text.compare(comment, strlen("of "), "of ") == 0);
+    if (!apart || number) { // "Printer # 1", "# of printers"
       report(work.found, work.file, line.number, static_cast<int>(cut) + 1,
              "cut-comment",
              "the text ends here, since \"#\" begins a comment; write \"$#$\" "

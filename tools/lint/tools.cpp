@@ -73,12 +73,18 @@ static std::string finish(pid_t pid, int output)
 // started for a script with something to say, so that the lines are its own.
 // mapfile takes all up to a NUL byte, and is faster at it than read.
 // Messages in the C locale are in English, so that they can be taken apart.
+// Under -n a shopt of the script is not run, so extglob, which changes what
+// bash can read, is switched on for it.
 static const char SYNTAX_CHECK[] =
     "export LC_ALL=C\n"
     "for file; do\n"
     "  mapfile -d '' -n 1 text <\"$file\"\n"
+    "  more=-u\n"
+    "  [[ $text != *'shopt -s'*extglob* ]] || more=-s\n"
+    "  shopt \"$more\" extglob\n"
     "  if ! said=$(eval \"set -n\n$text\" 2>&1) || [[ -n $said ]]; then\n"
-    "    bash -n -- \"$file\" 2>&1\n"
+    "    [[ $more == -s ]] && more=-O || more=+O\n"
+    "    bash \"$more\" extglob -n -- \"$file\" 2>&1\n"
     "  fi\n"
     "done 2>/dev/null";
 
@@ -235,9 +241,10 @@ static void take_shellcheck_line(const device &dev, const std::string &line,
     const std::string text =
         line.substr(file.path.size() + static_cast<size_t>(rest));
     const size_t level = text.find(": ");
-    // What is sourced is used by others.
+    // What is sourced is used by others, and uses what they have set.
     const bool elsewhere = is_sourced_only(entry.second) &&
-                           text.find("[SC2034]") != std::string::npos;
+                           (text.find("[SC2034]") != std::string::npos ||
+                            text.find("[SC2154]") != std::string::npos);
     // What a rule of ours or bash has reported is not reported twice.
     if (level != std::string::npos && !elsewhere &&
         reported.count({file.path, number}) == 0) {
