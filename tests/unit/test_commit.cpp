@@ -169,6 +169,16 @@ TEST_F(Commit, ATransactionWithoutASaveIsLoggedAndChangesNothing)
   }
 }
 
+TEST_F(Commit, AProcessWithoutInputTakesPartInATransaction)
+{
+  const int input = dup(STDIN_FILENO);
+  close(STDIN_FILENO); // the settings folder gets its number
+  EXPECT_EQ(together({[] { return store.fd == STDIN_FILENO && save_order(strdup("> a\nx=1\n"), "f", nullptr); }}), "done");
+  dup2(input, STDIN_FILENO);
+  close(input);
+  EXPECT_EQ(stored("a"), "x=1 ");
+}
+
 TEST_F(Commit, NoRequestTakesPartInATransaction)
 {
   ASSERT_EQ(save("> a\nx=old\n"), "done");
