@@ -336,6 +336,7 @@ void check_input(const device &dev, findings *found)
   for (const auto &entry : dev.scripts) {
     const context c = follow_values(dev, entry.first);
     check_leaks(c, entry.second, found);
+    check_shared_files(entry.second, found);
     for (const script *s : c.files) {
       for (const bash_command &command : s->code.commands) {
         check_command_sinks({c, *s, command, found});

@@ -35,7 +35,9 @@ bool takes_values(const bash_command &command);
 std::string run_command(const bash_command &command);
 // All of these, and paths, subscripts, words without quotes.
 void check_command_sinks(const sink &at);
-// What the script lets others see or change.
+// What the script lets others see.
 void check_leaks(const context &c, const script &s, findings *found);
+// Its files that others can make or change.
+void check_shared_files(const script &s, findings *found);
 
 #endif
