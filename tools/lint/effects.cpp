@@ -5,7 +5,6 @@
 #include "flow.h"
 #include "text.h"
 
-
 static bool is_argument(const std::string &name)
 {
   return name.find_first_not_of("0123456789") == std::string::npos;
