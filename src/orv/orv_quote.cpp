@@ -185,6 +185,7 @@ bool shell_quote(const char *line, size_t length, char *out, size_t *out_length)
     if (p == scan.over) {
       scan = outer;
     }
+    // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): a line is never NULL
     if (*p == '\0' ? !put_value(&to, &scan, p + 1)
                    : !shell_scan_text(&scan, p)) {
       return false;
