@@ -394,17 +394,9 @@ static void do_display(void (*slot)(char *), char *text)
   }
 }
 
-static bool is_blank(char c)
-{
-  return c == ' ' || c == '\t';
-}
-
 static char *skip_blanks(char *text)
 {
-  while (is_blank(*text)) {
-    text++;
-  }
-  return text;
+  return text + strspn(text, " \t");
 }
 
 // Hands the entries of a dynamic list or menu to `func`: the variables
