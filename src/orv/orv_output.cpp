@@ -434,12 +434,8 @@ static void add_error(pt_body_item *itm)
     return;
   }
   char *text = orv_get_var(&err_vars, itm->name, o_best);
-  if (text == nullptr) {
-    return;
-  }
-  text = skip_blanks(text);
-  if (*text != '\0') {
-    p->o_error(text);
+  if (text != nullptr && *skip_blanks(text) != '\0') {
+    p->o_error(skip_blanks(text));
   }
 }
 
