@@ -247,3 +247,4 @@ def test_each_byte_of_a_large_request_counts(device):
     assert device.store("input", "-", "f", given=own + "".join(others[:1000]))[0] == 0
     assert device.store("input", "-", "f", given=own + "".join(others)) == fault
     assert device.store("input", "-", "none", given=own + "".join(others[:999])) == fault
+    assert device.store("input", "-", "none", given="".join(others[:1000]))[0] == 0
