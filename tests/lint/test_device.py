@@ -314,7 +314,9 @@ def test_two_hundred_forms_take_little_longer_than_bash_for_their_scripts(device
     ("templates/log.tpl", "if $V:a%d$\nfield f_%d_x 3\nlabel L\ncheck nullok word\ncheck_msg f_%d_x Bad\nendif\n"
      "error $E:f_%d_x$\nfield same 3\nlabel L%d\ntext a%d\n"),
     ("scripts/log.sh", "f%d() {\n  local a=$1\n  if [[ $a == x%d ]]; then orv_error b \"$a\"; fi\n  cat <<X\n%d\nX\n"
-     "  case $1 in a) orv_put c%d \"$a\" ;; *) echo a >\"$2\" ;; esac\n}\nf%d x \"$3\" y%d\n")], ids=["template", "script"])
+     "  case $1 in a) orv_put c%d \"$a\" ;; *) echo a >\"$2\" ;; esac\n}\nf%d x \"$3\" y%d\n"),
+    ("scripts/log.sh", "if [[ $x == a%d ]]; then\n  printf %d%d \"$x\"\nfi\ny%d=$(cat \"$file\")\nz%d=%d\n")],
+    ids=["template", "script", "tests"])
 @IDLE
 def test_time_grows_with_the_size_and_not_with_its_square(path, part, device):
     def seconds(count):

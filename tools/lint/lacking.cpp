@@ -59,30 +59,34 @@ bool leads_to_refusal(const script &s, int test, bool fails)
                      });
 }
 
-// A check that runs for some tasks alone, or after no message, still holds for
-// all values: [[ $1 == --write ]] before it says nothing of them.
-// Whether the name is that of the task, or of a variable that is given it.
-static bool is_task(const script &s, const std::string &name)
+// The variables that hold the task: those that are given it.
+static std::set<std::string> task_names(const script &s)
 {
-  if (name.find_first_not_of("0123456789") == std::string::npos ||
-      name == "orv_failed") {
-    return true;
-  }
+  std::set<std::string> names = {"orv_failed"};
   for (const bash_command &command : s.code.commands) {
     for (const bash_assignment &assignment : command.assignments) {
-      if (assignment.name == name && assignment.value.plain == "$1") {
-        return true;
+      if (assignment.value.plain == "$1") {
+        names.insert(assignment.name);
       }
     }
   }
-  return false;
+  return names;
+}
+
+// A check that runs for some tasks alone, or after no message, still holds for
+// all values: [[ $1 == --write ]] before it says nothing of them.
+static bool is_task(const std::set<std::string> &tasks, const std::string &name)
+{
+  return name.find_first_not_of("0123456789") == std::string::npos ||
+         tasks.count(name) != 0;
 }
 
 // `if [[ ${orv[mode]} == manual ]]` before the list of speeds: "auto" may be a
 // choice that only another mode allows.
 // Whether another value decides on whether the command runs: then a list may
 // well leave out what does not fit that one.
-static bool is_conditional(const script &s, const bash_command &command)
+static bool is_conditional(const script &s, const std::set<std::string> &tasks,
+                           const bash_command &command)
 {
   if (!command.join.empty()) {
     return true;
@@ -95,7 +99,7 @@ static bool is_conditional(const script &s, const bash_command &command)
     for (int t = test; t >= 0; t = command_at(s, t).previous) {
       for (const bash_word &word : command_at(s, t).words) {
         for (const bash_expansion &e : word.expansions) {
-          if (!is_task(s, e.name)) {
+          if (!is_task(tasks, e.name)) {
             return true;
           }
         }
@@ -250,8 +254,9 @@ static void check_case(const compare_check &c, int subject)
 // reaches may lack some.
 void check_lacking(const compare_check &c)
 {
+  const std::set<std::string> tasks = task_names(c.s);
   for (const bash_command &command : c.s.code.commands) {
-    if (command.words.empty() || is_conditional(c.s, command)) {
+    if (command.words.empty() || is_conditional(c.s, tasks, command)) {
       continue;
     }
     if (command.kind == BASH_CASE) {
