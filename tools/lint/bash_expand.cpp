@@ -318,6 +318,29 @@ void read_arithmetic(reader &r, bash_word &word, char end)
   }
 }
 
+// "${a:-${a:-..." and "$((" without end come from a damaged file, and each
+// level is a call.
+// ${...}; false where it is too deep.
+static bool read_braced(reader &r, bash_word &word, bash_expansion &expansion)
+{
+  step(r, 2);
+  if (r.depth == DEPTH_MAX) {
+    return false;
+  }
+  // In front of those in its subscript or default: the first of a word is what
+  // the word is.
+  const size_t place = word.expansions.size();
+  r.depth++;
+  read_braces(r, word, expansion);
+  r.depth--;
+  for (size_t i = place; i < word.expansions.size(); i++) {
+    word.expansions[i].based |= expansion.based; // 10#${x:-$y}
+  }
+  word.expansions.insert(
+      word.expansions.begin() + static_cast<std::ptrdiff_t>(place), expansion);
+  return true;
+}
+
 // Anything that begins with "$". The text of the expansion goes to `plain` as
 // it is written, so that "port$i" can be told from "port"; what was read inside
 // of it for other reasons is taken away again.
@@ -346,24 +369,9 @@ void read_dollar(reader &r, bash_word &word, bool quoted, bool arithmetic)
     step(r);
     read_substitution(r);
   } else if (next == '{') {
-    step(r, 2);
-    // "${a:-${a:-..." and "$((" without end come from a damaged file, and each
-    // level is a call.
-    if (r.depth == DEPTH_MAX) {
+    if (!read_braced(r, word, expansion)) {
       return;
     }
-    // In front of those in its subscript or default: the first of a word is
-    // what the word is.
-    const size_t place = word.expansions.size();
-    r.depth++;
-    read_braces(r, word, expansion);
-    r.depth--;
-    for (size_t i = place; i < word.expansions.size(); i++) {
-      word.expansions[i].based |= expansion.based; // 10#${x:-$y}
-    }
-    word.expansions.insert(word.expansions.begin() +
-                               static_cast<std::ptrdiff_t>(place),
-                           expansion);
   } else if (next == '\'' && !quoted) {
     read_ansi(r, word);
     return;
