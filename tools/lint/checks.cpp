@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <regex.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -34,8 +35,7 @@ static bool is_octal(const char *start, const char *end)
   return end - start > 1 && *start == '0' && strchr("xX", start[1]) == nullptr;
 }
 
-// A single number is the upper limit, and 0 the lower one. The executable takes
-// two in either order.
+// A single number is the upper limit, and 0 the lower one.
 static std::string range_fault(int count, const double *values)
 {
   return count == 2 && values[0] == values[1]
@@ -166,6 +166,16 @@ static std::string option_fault(const checks_info &check,
   return row != option_checks.end() ? row->second(options) : "";
 }
 
+// Of options without a fault.
+static bool is_turned_range(const checks_info &check, const char *options)
+{
+  static const word_set ranges = {"decimal", "number", "signed", "real"};
+  double values[2];
+  return ranges.count(check.name) != 0 &&
+         sscanf(options, "%lf %lf", &values[0], &values[1]) == 2 &&
+         values[0] > values[1];
+}
+
 static bool is_expression(const std::string &name)
 {
   return name == "regex" || name == "iregex";
@@ -261,6 +271,9 @@ static void check_one(const form &f, const form_line &line, findings *found)
   const std::string fault = option_fault(*check, options);
   if (!fault.empty()) {
     report(found, f, line, offset, "check-option", fault);
+  } else if (is_turned_range(*check, options)) {
+    report(found, f, line, offset, "range-order",
+           "the lower limit of a range comes first");
   }
 }
 
