@@ -353,12 +353,6 @@ static void itm_check_iselect(const pt_body_item *itm, const char *name)
 
 // --- tables ------------------------------------------------------------------
 
-static void make_row_name(char (&name)[ORV_NAME_SIZE], const pt_body_item *cell,
-                          int row)
-{
-  snprintf(name, sizeof name, "%s%d", cell->name, row);
-}
-
 // Selections always have a value, so they do not make a row.
 static bool row_has_values(const pt_body_item *itm, int row)
 {
@@ -369,7 +363,7 @@ static bool row_has_values(const pt_body_item *itm, int row)
       continue;
     }
     char name[ORV_NAME_SIZE];
-    make_row_name(name, cell, row);
+    orv_cell_name(name, cell->name, row);
     const char *value = orv_get_var(&cfg_vars, name, o_undefined);
     if (value != nullptr && value[0] != '\0') {
       return true;
@@ -397,7 +391,7 @@ static void check_row(const pt_body_item *itm, int row)
   for (int column = 0; column < itm->table.columns && cell != nullptr;
        column++, cell = cell->next) {
     char name[ORV_NAME_SIZE];
-    make_row_name(name, cell, row);
+    orv_cell_name(name, cell->name, row);
     const int errors = error_count;
     switch (cell->type) {
     case PT_TEXT_FIELD:

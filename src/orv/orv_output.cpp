@@ -229,7 +229,7 @@ struct cell_name {
 static cell_name name_cell(const pt_body_item *column, int row)
 {
   cell_name name;
-  snprintf(name.text, sizeof name.text, "%s%d", column->name, row);
+  orv_cell_name(name.text, column->name, row);
   return name;
 }
 

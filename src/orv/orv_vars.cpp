@@ -9,6 +9,7 @@
 
 #include "orv_vars.h"
 
+#include <limits.h>
 #include <search.h>
 #include <string.h>
 #include <strings.h>
@@ -136,6 +137,26 @@ v_origin orv_var_prefix(const char *name)
 }
 
 constexpr size_t ORIGIN_PREFIX_LENGTH = 2;
+
+// Without snprintf, since a save of a small table makes hundreds of these
+// names.
+void orv_cell_name(char (&name)[ORV_NAME_SIZE], const char *column, int row)
+{
+  char digits[orv_digits(INT_MAX)];
+  size_t count = 0;
+  do {
+    digits[count] = static_cast<char>('0' + row % 10);
+    count++;
+    row /= 10;
+  } while (row > 0);
+  size_t length = strnlen(column, ORV_NAME_MAX);
+  memcpy(name, column, length);
+  for (; count > 0 && length < ORV_NAME_MAX; length++) {
+    count--;
+    name[length] = digits[count];
+  }
+  name[length] = '\0';
+}
 
 orv_var **orv_var_list(const char **name)
 {

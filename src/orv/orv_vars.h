@@ -12,6 +12,8 @@
 
 #include <stdio.h>
 
+#include "orv_limits.h"
+
 // Which value of a variable is meant; the characters are those of the prefixes
 // and of messages.
 enum v_origin {
@@ -43,6 +45,10 @@ extern orv_var *failed_cells;
 
 // The origin that the prefix of `name` stands for, or o_undefined.
 v_origin orv_var_prefix(const char *name);
+
+// The variable of a table's cell: the column's name and the row's number from 0
+// on, cut to what `name` holds.
+void orv_cell_name(char (&name)[ORV_NAME_SIZE], const char *column, int row);
 
 // The list that `*name` selects, cfg_vars without a list prefix; the prefix is
 // skipped.

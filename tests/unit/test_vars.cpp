@@ -2,6 +2,9 @@
 
 #include "orv_vars.h"
 
+#include <limits.h>
+#include <tuple>
+
 #include "form_fixture.h"
 
 using Vars = Forms;
@@ -25,6 +28,20 @@ TEST_F(Vars, ANameSelectsTheListTheSlotAndTheRecord)
     EXPECT_EQ(orv_set_var(name, origin, text("1"), 0), 1) << name;
     EXPECT_EQ(stored() + message(), expected);
     forget();
+  }
+}
+
+TEST_F(Vars, ACellIsNamedByItsColumnAndRowCutToTheBuffer)
+{
+  const string column(ORV_NAME_MAX - 2, 'x');
+  const std::tuple<string, int, string> rows[] = {
+    {"port", 0, "port0"}, {"port", 10, "port10"}, {"port", INT_MAX, "port2147483647"},
+    {column, 21, column + "21"}, {column, 345, column + "34"}, {column + "yz+", 1, column + "yz"},
+  };
+  for (const auto &[start, row, name] : rows) {
+    char cell[ORV_NAME_SIZE];
+    orv_cell_name(cell, start.c_str(), row);
+    EXPECT_EQ(cell, name);
   }
 }
 
