@@ -79,6 +79,16 @@ static bool is_harmless_name(const char *value, const char *characters)
          value[0] != '-' && !has_bad_component(value);
 }
 
+static bool is_form_name(const char *value)
+{
+  return is_harmless_name(value, FORM_CHARACTERS);
+}
+
+static bool is_subitem_name(const char *value)
+{
+  return is_harmless_name(value, SUBITEM_CHARACTERS);
+}
+
 static bool has_control_character(const char *name)
 {
   for (; *name != '\0'; name++) {
@@ -244,15 +254,13 @@ const char *policy_field_fault(const policy_request *request, const char *name,
                                const char *value)
 {
   const bool acts = request->has_page_state;
-  const bool form = is_harmless_name(value, FORM_CHARACTERS);
-  const bool subitem = is_harmless_name(value, SUBITEM_CHARACTERS);
   const char *bare = name;
   orv_var **const list = orv_var_list(&bare);
   return
-    is(name, "form") && !form       ? "\"form\" is not a form name" :
-    is(name, "return") && !form     ? "\"return\" is not a form name" :
-    is(name, "continue") && !form   ? "\"continue\" is not a form name" :
-    is(name, "subitem") && !subitem ? "\"subitem\" is not a sub-item name" :
+    is(name, "form") && !is_form_name(value)       ? "\"form\" is not a form name" :
+    is(name, "return") && !is_form_name(value)     ? "\"return\" is not a form name" :
+    is(name, "continue") && !is_form_name(value)   ? "\"continue\" is not a form name" :
+    is(name, "subitem") && !is_subitem_name(value) ? "\"subitem\" is not a sub-item name" :
     list == &err_vars               ? "a field is a message" :
     list == &del_vars && !acts      ? "a deletion came without a page's state" :
     strchr(name, '=') != nullptr    ? "a field name holds \"=\"" :

@@ -4,15 +4,27 @@
 
 #include "orv_secret.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string.h>
+#include <string_view>
 #include <strings.h>
 
 #include "orv_parser.h"
 
 // The short words are common ends of other words (spin), so they
 // count only behind an underscore.
-static const char *const endings[] = {
+static constexpr std::string_view endings[] = {
     "password", "passwd", "passphrase", "_secret", "_pin", "_psk", "_token"};
+
+static bool ends_with(const char *name, size_t length, std::string_view ending)
+{
+  // Few names have the last letter in common with any of them.
+  return length >= ending.length() &&
+         (name[length - 1] | 0x20) == ending.back() &&
+         strncasecmp(name + length - ending.length(), ending.data(),
+                     ending.length()) == 0;
+}
 
 bool orv_is_secret_name(const char *name)
 {
@@ -20,14 +32,9 @@ bool orv_is_secret_name(const char *name)
   while (length > 0 && name[length - 1] >= '0' && name[length - 1] <= '9') {
     length--;
   }
-  for (const char *ending : endings) {
-    const size_t size = strlen(ending);
-    if (length >= size &&
-        strncasecmp(name + length - size, ending, size) == 0) {
-      return true;
-    }
-  }
-  return false;
+  return std::any_of(
+      std::begin(endings), std::end(endings),
+      [&](std::string_view ending) { return ends_with(name, length, ending); });
 }
 
 bool orv_is_secret(const pt_body_item *itm)
