@@ -21,6 +21,7 @@
 #include "orv_parser.h"
 #include "orv_rows.h"
 #include "orv_secret.h"
+#include "orv_vars.h"
 
 // A row is reported as one line, which a person has to read.
 constexpr size_t ROW_TEXT_MAX = 400;
@@ -189,12 +190,6 @@ template <typename T> static bool resize(T **block, size_t count)
   return true;
 }
 
-static void cell_name(char (&name)[ORV_NAME_SIZE], const pt_body_item *column,
-                      int number)
-{
-  snprintf(name, sizeof name, "%s%d", column->name, number);
-}
-
 // The value as rows are compared by it.
 static const char *cell_value(const pt_body_item *column, const char *value)
 {
@@ -215,21 +210,21 @@ static bool read_row(const pt_body_item *table, int number,
   const pt_body_item *column = table->next;
   for (int i = 0; i < table->table.columns; i++, column = column->next) {
     char name[ORV_NAME_SIZE];
-    cell_name(name, column, number);
+    orv_cell_name(name, column->name, number);
     cells[i] = cell_value(column, value(name, data));
     used |= is_entry(column, cells[i]);
   }
   return used;
 }
 
-// Lists the rows that hold something; false without memory.
-static bool read_side(const pt_body_item *table, value_function *value,
+// Lists the rows below `end` that hold something; false without memory.
+static bool read_side(const pt_body_item *table, int end, value_function *value,
                       void *data, orv_rows *rows)
 {
   const size_t columns = static_cast<size_t>(table->table.columns);
   size_t room = 0;
   int gap = 0;
-  for (int number = 0; number < ORV_ROWS_MAX && gap < GAP_ROWS_MAX; number++) {
+  for (int number = 0; number < end && gap < GAP_ROWS_MAX; number++) {
     if (rows->count == room) {
       room += room / 2 + 16;
       if (!resize(&rows->cells, room * columns) || !resize(&rows->rows, room)) {
@@ -277,7 +272,7 @@ static bool write_cell(FILE *out, long *length, const orv_change_source *source,
                        int number)
 {
   char name[ORV_NAME_SIZE];
-  cell_name(name, column, number);
+  orv_cell_name(name, column->name, number);
   if (value[0] == '\0' || is_secret(source, column, name)) {
     return true;
   }
@@ -347,7 +342,7 @@ static bool add_cells(search_state *state, const pt_body_item *table,
   const pt_body_item *column = table->next;
   for (size_t i = 0; i < before->columns; i++, column = column->next) {
     char name[ORV_NAME_SIZE];
-    cell_name(name, column, after->number);
+    orv_cell_name(name, column->name, after->number);
     if (strcmp(before->cells[i], after->cells[i]) != 0 &&
         !add_value(state, column, name, after->number + 1, before->cells[i],
                    after->cells[i])) {
@@ -433,11 +428,14 @@ static bool find_in_table(search_state *state, const pt_body_item *table)
     return find_in_place(state, table, table->table.add_rows);
   }
   const orv_change_source *source = state->source;
+  const int end = source->count_rows != nullptr
+                      ? source->count_rows(source->data)
+                      : ORV_ROWS_MAX;
   orv_rows before = {};
   orv_rows after = {};
   const bool whole =
-      read_side(table, source->old_value, source->data, &before) &&
-      read_side(table, source->new_value, source->data, &after) &&
+      read_side(table, end, source->old_value, source->data, &before) &&
+      read_side(table, end, source->new_value, source->data, &after) &&
       orv_pair_rows(&before, &after) && add_rows(state, table, &before, &after);
   free_side(&before);
   free_side(&after);

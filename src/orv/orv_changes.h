@@ -25,6 +25,9 @@ struct orv_change_source {
   // NULL.
   bool (*is_secret)(const char *name, void *data);
   void *data;
+  // One more than the number of the last row that can have a value on either
+  // side, so that none is looked for behind it; may be NULL: not known.
+  int (*count_rows)(void *data);
 };
 
 enum orv_change_kind {

@@ -63,7 +63,11 @@ static bool is_dots(const char *name)
 // Removes a file or folder with everything in it, as far as possible.
 static void remove_tree(int dir, const char *name, int depth)
 {
-  if (unlinkat(dir, name, 0) == 0 || errno == ENOENT || depth == 0) {
+  // What a commit leaves is an empty folder.
+  if (unlinkat(dir, name, AT_REMOVEDIR) == 0 || errno == ENOENT) {
+    return;
+  }
+  if (unlinkat(dir, name, 0) == 0 || depth == 0) {
     return;
   }
   const store_list list(store_list_folder(dir, name));

@@ -6,6 +6,7 @@
 
 #include "intake.h"
 
+#include <algorithm>
 #include <errno.h>
 #include <search.h>
 #include <stdlib.h>
@@ -17,6 +18,7 @@
 #include "form.h"
 #include "orv.h"
 #include "orv_limits.h"
+#include "orv_vars.h"
 #include "settings.h"
 #include "store_text.h"
 
@@ -176,6 +178,18 @@ bool intake_read(const char *form)
   return is_of_form(form);
 }
 
+int intake_count_rows()
+{
+  int rows = 0;
+  for (size_t i = 0; i < count && rows < ORV_STORED_ROWS_MAX; i++) {
+    const char *name = fields[i].name;
+    rows = is_beyond_stored(name + settings_column(name))
+               ? ORV_STORED_ROWS_MAX
+               : std::max(rows, settings_row(name) + 1);
+  }
+  return rows;
+}
+
 // --- printing ----------------------------------------------------------------
 
 static int compare_names(const void *a, const void *b)
@@ -261,12 +275,11 @@ static void write_value(FILE *out, FILE *left_out, const char *name)
   }
 }
 
-static void write_cells(FILE *out, FILE *left_out, const char *column)
+static void write_cells(FILE *out, FILE *left_out, const char *column, int rows)
 {
-  char name[NAME_MAX_LENGTH + 1];
-  for (int row = 0; row < ORV_STORED_ROWS_MAX; row++) {
-    snprintf(name, sizeof name, "%.*s%d",
-             static_cast<int>(NAME_MAX_LENGTH - ROW_DIGITS), column, row);
+  char name[ORV_NAME_SIZE];
+  for (int row = 0; row < rows; row++) {
+    orv_cell_name(name, column, row);
     write_value(out, left_out, name);
   }
 }
@@ -290,6 +303,7 @@ static bool goes_beyond(const char *column)
 static void write_wanted(FILE *beyond, FILE *left_out, FILE *values,
                          char *names)
 {
+  const int rows = intake_count_rows();
   bool is_column;
   for (const char *word = next_word(&names, &is_column); word != nullptr;
        word = next_word(&names, &is_column)) {
@@ -297,7 +311,7 @@ static void write_wanted(FILE *beyond, FILE *left_out, FILE *values,
       write_value(values, left_out, word);
       continue;
     }
-    write_cells(values, left_out, word);
+    write_cells(values, left_out, word, rows);
     if (goes_beyond(word)) {
       fprintf(beyond, " %s", word);
     }

@@ -14,6 +14,10 @@ bool intake_read(const char *form);
 // there is none.  When a name occurs twice, either of its values.
 const char *intake_get(const char *name);
 
+// One more than the number of the last row that has a field, at most those that
+// are stored.
+int intake_count_rows(void);
+
 // Writes the input as lines NAME=VALUE: names in lower case, blank values
 // empty, long ones cut, lines of other formats left out.  False with a fault
 // when a name occurs twice.

@@ -10,6 +10,7 @@
 
 #include "own_form.h"
 
+#include <algorithm>
 #include <inttypes.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -38,7 +39,6 @@
 #include "store_text.h"
 #include "who.h"
 
-constexpr size_t NAME_SIZE = 53;
 constexpr size_t FILE_SIZE = STORE_NAME_MAX + 1;
 static const char CLEAR[] = "_clear"; // ends the name of a box beside a secret
 
@@ -78,11 +78,11 @@ static const pt_body_item *cleared_by(const pt_body_item *box)
   }
   const size_t length = strlen(box->name);
   const size_t end = sizeof CLEAR - 1;
-  if (length <= end || length >= NAME_SIZE ||
+  if (length <= end || length >= ORV_NAME_SIZE ||
       strcasecmp(box->name + length - end, CLEAR) != 0) {
     return nullptr;
   }
-  char name[NAME_SIZE];
+  char name[ORV_NAME_SIZE];
   snprintf(name, sizeof name, "%.*s", static_cast<int>(length - end),
            box->name);
   const pt_body_item *secret = find_item(name);
@@ -95,29 +95,23 @@ static bool is_stored(const pt_body_item *item)
   return takes_input(item) && cleared_by(item) == nullptr;
 }
 
-// Without snprintf, since a save looks up over a thousand of these names.
-static void cell_name(char (&name)[NAME_SIZE], const pt_body_item *column,
-                      int row)
-{
-  constexpr size_t DIGITS = sizeof "2147483647" - 1;
-  char digits[DIGITS];
-  char *first = digits + DIGITS;
-  do {
-    first--;
-    *first = static_cast<char>('0' + row % 10);
-    row /= 10;
-  } while (row > 0);
-  const size_t count = static_cast<size_t>(digits + DIGITS - first);
-  const size_t length = strnlen(column->name, NAME_SIZE - 1 - count);
-  memcpy(name, column->name, length);
-  memcpy(name + length, first, count);
-  name[length + count] = '\0';
-}
-
 // Settings hold truth values in many spellings; scripts and pages get one.
 static const char *as_box(const char *value)
 {
   return value != nullptr && orv_string_is_true(value) != 0 ? "True" : "False";
+}
+
+// Whether the item is the value's, whose name without a row number has `column`
+// characters.
+static bool is_item_of(const pt_body_item *item, const char *name,
+                       size_t column)
+{
+  if (item->name == nullptr || (item->name[0] | 0x20) != (name[0] | 0x20)) {
+    return false; // most of them differ in the first letter
+  }
+  return strcasecmp(item->name, name) == 0 ||
+         (item->column >= 0 && strlen(item->name) == column &&
+          strncasecmp(item->name, name, column) == 0);
 }
 
 // The item of the value, found by its own name or as a table's cell.
@@ -125,27 +119,17 @@ static const pt_body_item *item_of(const char *name)
 {
   const size_t column = settings_column(name);
   const pt_body_item *item = form_items();
-  while (item != nullptr &&
-         (item->name == nullptr ||
-          (strcasecmp(item->name, name) != 0 &&
-           (item->column < 0 || strlen(item->name) != column ||
-            strncasecmp(item->name, name, column) != 0)))) {
+  while (item != nullptr && !is_item_of(item, name, column)) {
     item = item->next;
   }
   return item;
 }
 
-// The name as spelled in the template: names are case-insensitive on a page.
+// As the template spells the name: names are case-insensitive on a page.
 static const char *spell(const char *name)
 {
-  static char spelled[NAME_SIZE];
   const pt_body_item *item = item_of(name);
-  if (item == nullptr || strlen(name) >= sizeof spelled) {
-    return nullptr;
-  }
-  snprintf(spelled, sizeof spelled, "%s%s", item->name,
-           name + strlen(item->name));
-  return spelled;
+  return item != nullptr ? item->name : nullptr;
 }
 
 // --- the file ----------------------------------------------------------------
@@ -285,8 +269,8 @@ static bool row_was_sent(const pt_body_item *table, int row)
 {
   const pt_body_item *cell = table->next;
   for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
-    char name[NAME_SIZE];
-    cell_name(name, cell, row);
+    char name[ORV_NAME_SIZE];
+    orv_cell_name(name, cell->name, row);
     if (intake_get(name) != nullptr) {
       return true;
     }
@@ -301,8 +285,8 @@ static bool row_holds(const pt_body_item *table, int row,
   const bool by_text = has_text_column(table);
   const pt_body_item *cell = table->next;
   for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
-    char name[NAME_SIZE];
-    cell_name(name, cell, row);
+    char name[ORV_NAME_SIZE];
+    orv_cell_name(name, cell->name, row);
     const char *value = value_of(name);
     if (value != nullptr && makes_row(cell, by_text, value)) {
       return true;
@@ -316,22 +300,33 @@ static void take_row(const pt_body_item *table, int from, int to)
 {
   const pt_body_item *cell = table->next;
   for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
-    char name[NAME_SIZE];
-    cell_name(name, cell, from);
+    char name[ORV_NAME_SIZE];
+    orv_cell_name(name, cell->name, from);
     const char *sent = intake_get(name);
-    cell_name(name, cell, to);
+    orv_cell_name(name, cell->name, to);
     if (takes_input(cell)) {
       take_field(cell, name, sent != nullptr ? sent : "");
     }
   }
 }
 
+// Of all variables: no row behind these holds anything, so no loop looks for
+// more cells than there are.
+static int count_rows()
+{
+  int rows = 0;
+  for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
+    rows = std::max(rows, settings_row(var->name) + 1);
+  }
+  return rows;
+}
+
 static void blank_row(const pt_body_item *table, int row)
 {
   const pt_body_item *cell = table->next;
   for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
-    char name[NAME_SIZE];
-    cell_name(name, cell, row);
+    char name[ORV_NAME_SIZE];
+    orv_cell_name(name, cell->name, row);
     if (orv_find_var(&cfg_vars, name, 0) != nullptr) {
       orv_set_var(name, o_user, nullptr, 0);
     }
@@ -346,8 +341,11 @@ static bool take_table(const pt_body_item *table)
     return true; // it was not drawn
   }
   const int fixed = table->table.fixed_rows;
+  const int likely =
+      std::min(std::max(intake_count_rows(), fixed), ORV_STORED_ROWS_MAX);
   int to = 0;
-  for (int row = 0; row < ORV_STORED_ROWS_MAX || row_was_sent(table, row);
+  for (int row = 0;
+       row < likely || (row < ORV_ROWS_MAX && row_was_sent(table, row));
        row++) {
     if (row < fixed || (fixed == 0 && row_holds(table, row, intake_get))) {
       if (to == ORV_STORED_ROWS_MAX) {
@@ -359,7 +357,8 @@ static bool take_table(const pt_body_item *table)
       to++;
     }
   }
-  for (int row = to; row < ORV_STORED_ROWS_MAX; row++) {
+  const int rows = count_rows();
+  for (int row = to; row < rows; row++) {
     blank_row(table, row);
   }
   return true;
@@ -415,7 +414,7 @@ static bool take_page()
 static bool is_choice(const pt_body_item *item, const char *value)
 {
   for (int i = 0;; i++) {
-    char name[NAME_SIZE];
+    char name[ORV_NAME_SIZE];
     snprintf(name, sizeof name, "select_%s%d", item->selector, i);
     const char *choice = settings_get(&now, name);
     if (choice == nullptr) {
@@ -506,12 +505,13 @@ static const char *best_value(const char *name)
 
 static void order_table(FILE *out, const pt_body_item *table)
 {
-  for (int row = 0; row < ORV_STORED_ROWS_MAX; row++) {
+  const int rows = count_rows();
+  for (int row = 0; row < rows; row++) {
     const bool holds = row_holds(table, row, best_value);
     const pt_body_item *cell = table->next;
     for (int i = 0; i < table->table.columns; i++, cell = cell->next) {
-      char name[NAME_SIZE];
-      cell_name(name, cell, row);
+      char name[ORV_NAME_SIZE];
+      orv_cell_name(name, cell->name, row);
       if (is_stored(cell) && (holds || row < table->table.fixed_rows)) {
         order_value(out, cell, name);
       }

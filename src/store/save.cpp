@@ -6,6 +6,7 @@
 
 #include "save.h"
 
+#include <algorithm>
 #include <inttypes.h>
 #include <stdlib.h>
 #include <string.h>
@@ -338,8 +339,18 @@ static const char *label_of(const char *name, void *)
   return found != nullptr ? found->text : nullptr;
 }
 
+static int count_rows(void *)
+{
+  int rows = 0;
+  for (const save_file *file = files; file < files + file_count; file++) {
+    rows = std::max(rows, settings_count_rows(&file->before));
+    rows = std::max(rows, settings_count_rows(&file->after));
+  }
+  return rows;
+}
+
 static const orv_change_source SOURCE = {value_before, value_after, label_of,
-                                         is_secret, nullptr};
+                                         is_secret,    nullptr,     count_rows};
 
 // A value without a field is shown under its name.  `*end` is the end of the
 // list, kept so that it need not be searched for each time.

@@ -7,6 +7,7 @@
 
 #include "settings.h"
 
+#include <algorithm>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -62,6 +63,24 @@ size_t settings_column(const char *name)
     length--;
   }
   return length;
+}
+
+int settings_row(const char *name)
+{
+  const char *digits = name + settings_column(name);
+  const size_t length = strlen(digits);
+  const int row =
+      length > 0 && length <= ORV_STORED_ROW_DIGITS ? atoi(digits) : -1;
+  return row < ORV_STORED_ROWS_MAX ? row : -1;
+}
+
+int settings_count_rows(const settings *all)
+{
+  int count = 0;
+  for (size_t i = 0; i < all->count; i++) {
+    count = std::max(count, settings_row(all->list[i].name) + 1);
+  }
+  return count;
 }
 
 // --- parsing -----------------------------------------------------------------
@@ -153,9 +172,21 @@ static int compare_settings(const void *a, const void *b)
   return left->value < right->value ? -1 : 1;
 }
 
+static bool is_ordered(const settings *all)
+{
+  for (size_t i = 1; i < all->count; i++) {
+    if (compare_settings(all->list + i - 1, all->list + i) > 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
 static void order_settings(settings *all)
 {
-  qsort(all->list, all->count, sizeof *all->list, compare_settings);
+  if (!is_ordered(all)) { // a stored file is
+    qsort(all->list, all->count, sizeof *all->list, compare_settings);
+  }
   size_t kept = 0;
   for (size_t i = 0; i < all->count; i++) {
     if (kept > 0 && strcmp(all->list[kept - 1].name, all->list[i].name) == 0) {
@@ -381,7 +412,7 @@ static void spell_names(settings *all)
   for (setting *one = all->list; one < all->list + all->count; one++) {
     const char *spelled = spell_name(one->name);
     if (spelled != nullptr) { // into the text that the settings own
-      memcpy(const_cast<char *>(one->name), spelled, strlen(one->name));
+      memcpy(const_cast<char *>(one->name), spelled, strlen(spelled));
     }
     if (!(one->shipped && all->stored && has_table_of(all, one->name))) {
       all->list[kept] = *one;

@@ -40,8 +40,8 @@ struct settings {
   const char *shipped_secrets; // those named by the defaults
 };
 
-// How the form spells a name, of the same length: borrowed, and valid until the
-// next call; NULL when it has no such item.  Once this is set, merged settings
+// How the form spells a name, or what of it stands before a row's number:
+// borrowed, NULL when it has no such item.  Once this is set, merged settings
 // use that spelling, since names that differ only in letter case are the same.
 using settings_speller = const char *(*)(const char *name);
 void settings_spell_by(settings_speller spell);
@@ -88,5 +88,12 @@ bool settings_has_word(const char *words, const char *name, size_t length);
 
 // The length of `name` without its row number.
 size_t settings_column(const char *name);
+
+// The number of the row that `name` can be a cell of; -1 when it has none, or
+// none that is stored.
+int settings_row(const char *name);
+
+// One more than the highest row that any of the names can be a cell of.
+int settings_count_rows(const settings *all);
 
 #endif

@@ -40,6 +40,7 @@ static const orv_change_source SOURCE = {
   [](const char *name, void *) { return strcmp(name, "own") == 0 ? "A label" : nullptr; },
   [](const char *name, void *) { return strcmp(name, "own") == 0; },
   nullptr,
+  nullptr,
 };
 
 // The words of a line, and the signs that stand for them in what is told below.

@@ -135,3 +135,19 @@ TEST_F(Settings, NamesOfFilesLeadNowhereElse)
     EXPECT_EQ(store_is_name(name.c_str()), is_name) << name;
   }
 }
+
+TEST_F(Settings, RowsAreCountedByTheNamesOfTheirCells)
+{
+  const std::pair<const char *, int> rows[] = {
+    {"port0", 0}, {"port07", 7}, {"port99", 99}, {"port100", -1}, {"port", -1}, {"7", 7},
+    {"port4294967297", -1}, {"", -1},
+  };
+  for (const auto &[name, row] : rows) {
+    EXPECT_EQ(settings_row(name), row) << name;
+  }
+  write_file("state/f", "#orv 2 1 -\n#table\na=1\nport3=1\nport12=\nport100=1\n");
+  settings all;
+  ASSERT_TRUE(settings_read("f", &all));
+  EXPECT_EQ(settings_count_rows(&all), 13);
+  settings_free(&all);
+}

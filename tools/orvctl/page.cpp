@@ -312,7 +312,7 @@ static const char *own_label(const char *name, void *)
 static bool find_changes()
 {
   static const orv_change_source source = {old_value, new_value, own_label,
-                                           nullptr, nullptr};
+                                           nullptr,   nullptr,   nullptr};
   bool whole = orv_find_changes(body, &source, &changes);
   for (const orv_var *var = cfg_vars; var != nullptr && whole;
        var = var->next) {
