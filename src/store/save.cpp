@@ -25,14 +25,12 @@
 #include "orv_secret.h"
 #include "settings.h"
 #include "store_text.h"
+#include "told.h"
 #include "who.h"
 
 constexpr size_t FILES_MAX = 64;  // of one save
 constexpr size_t WORDS_MAX = 256; // secrets, labels and columns of one save
 constexpr size_t OWNER_MAX = 40;
-constexpr size_t PAGE_LINE_MAX = 210; // bytes of one, a dollar counting three
-constexpr size_t LABEL_TEXT_MAX = 50;
-constexpr size_t VALUE_TEXT_MAX = 60;
 
 // One file of the order.
 struct save_file {
@@ -52,16 +50,8 @@ struct word_list {
   size_t count;
 };
 
-// A change as worded for pages and for logs; both texts owned.
-struct told_change {
-  char *page;
-  char *log;
-};
-
-static char *order_text;    // owned: names and values point into it
-static orv_change *changes; // owned: the result
-static told_change *told;   // owned: the same in words
-static size_t told_count;
+static char *order_text;             // owned: names and values point into it
+static orv_change *changes;          // owned: the result
 static char token[STORE_TOKEN_SIZE]; // of the guarded change, "": none
 static save_file files[FILES_MAX];
 static size_t file_count;
@@ -383,36 +373,6 @@ static bool find_changes()
   return true;
 }
 
-static size_t count_changes()
-{
-  size_t count = 0;
-  for (const orv_change *one = changes; one != nullptr; one = one->next) {
-    count++;
-  }
-  return count;
-}
-
-static bool tell_changes()
-{
-  told = static_cast<told_change *>(
-      must_malloc((count_changes() + 1) * sizeof *told));
-  if (told == nullptr) {
-    return false;
-  }
-  for (const orv_change *one = changes; one != nullptr; one = one->next) {
-    told_change *words = told + told_count;
-    words->page =
-        orv_change_line(one, ORV_ARROW_SHOWN, LABEL_TEXT_MAX, VALUE_TEXT_MAX);
-    words->log =
-        orv_change_line(one, ORV_ARROW_PLAIN, LABEL_TEXT_MAX, VALUE_TEXT_MAX);
-    told_count++;
-    if (words->page == nullptr || words->log == nullptr) {
-      return false;
-    }
-  }
-  return true;
-}
-
 // --- writing -----------------------------------------------------------------
 
 // The columns whose rows the file holds completely: those that the script took
@@ -506,8 +466,8 @@ static bool write_history(const store_stage *stage, const char *form,
   if (!history_begin(stage, form, subitem, "saved")) {
     return false;
   }
-  for (size_t i = 0; i < told_count; i++) {
-    history_tell(told[i].log);
+  for (size_t i = 0; i < told_count(); i++) {
+    history_tell(told_log(i));
   }
   bool noted = true;
   for (save_file *file = files; file < files + file_count; file++) {
@@ -534,23 +494,6 @@ static bool write_stage(const store_stage *stage, const char *form,
 
 // --- reporting ---------------------------------------------------------------
 
-// Writes a text with each "$" as "$$$", which a page shows as "$".  A code is
-// written whole or not at all.
-static void write_shown(FILE *out, const char *line)
-{
-  size_t room = PAGE_LINE_MAX;
-  const size_t length = orv_cut_length(line, room);
-  for (size_t i = 0; i < length && room >= 3; i++) {
-    if (line[i] == '$') {
-      fputs("$$$", out);
-      room -= 3;
-    } else {
-      putc(static_cast<unsigned char>(line[i]) < ' ' ? ' ' : line[i], out);
-      room--;
-    }
-  }
-}
-
 bool save_order(char *order, const char *form, const char *subitem)
 {
   order_text = order;
@@ -562,7 +505,7 @@ bool save_order(char *order, const char *form, const char *subitem)
     return false;
   }
   // Before the save begins, so that it is refused if its report lacks memory.
-  if (!find_changes() || !tell_changes()) {
+  if (!find_changes() || !told_make(changes)) {
     return store_fault("Out of memory");
   }
   const bool stored = stage_begin(&stage) &&
@@ -580,17 +523,12 @@ void save_forget(void)
     settings_free(&file->before);
     settings_free(&file->after);
   }
-  for (size_t i = 0; i < told_count; i++) {
-    free(told[i].page);
-    free(told[i].log);
-  }
-  free(told);
+  told_free();
   orv_free_changes(changes);
   free(order_text);
   order_text = nullptr;
   changes = nullptr;
-  told = nullptr;
-  told_count = file_count = 0;
+  file_count = 0;
   secrets.count = labels.count = columns.count = 0;
   token[0] = '\0';
   owner = "-";
@@ -610,15 +548,9 @@ void save_answer(FILE *out)
   if (token[0] != '\0') {
     fprintf(out, "guard %s\n", token);
   }
-  for (size_t i = 0; i < told_count; i++) {
-    fputs("page ", out);
-    write_shown(out, told[i].page);
-    fprintf(out, "$L$\nline %s\n", told[i].log);
-  }
+  told_write_lines(out);
 }
 
-// All places are written, the unused ones empty: a page carries what it once
-// got, and would show the lines of the save before.
 void save_tell_page(FILE *out)
 {
   char pending[CONFIRM_SENTENCE_SIZE];
@@ -626,22 +558,13 @@ void save_tell_page(FILE *out)
   if (pending[0] != '\0') {
     fprintf(out, "u_saved_pending=\"%s\"\nu_saved_navbar=True\n", pending);
   }
-  for (size_t place = 0; place < SAVE_PAGE_LINES; place++) {
-    fprintf(out, "u_saved_change%zu=\"", place);
-    if (place + 1 == SAVE_PAGE_LINES && told_count > SAVE_PAGE_LINES) {
-      fprintf(out, "and %zu more$L$", told_count - place);
-    } else if (place < told_count) {
-      write_shown(out, told[place].page);
-      fputs("$L$", out);
-    }
-    fputs("\"\n", out);
-  }
+  told_write_places(out);
 }
 
 void save_log(void)
 {
-  for (size_t i = 0; i < told_count; i++) {
-    const owned_text line(store_line_with_who(told[i].log));
+  for (size_t i = 0; i < told_count(); i++) {
+    const owned_text line(store_line_with_who(told_log(i)));
     if (line != nullptr) {
       store_log(line.get());
     }
