@@ -259,6 +259,23 @@ static bool read_operator(reader &r, list &l)
   return false;
 }
 
+// Reads the next word of the current command, which may be its first.
+static void read_command_word(reader &r, list &l)
+{
+  const size_t before = r.at;
+  const bash_word word = read_word(r, false);
+  // No word begins here, and without a step this would never end.
+  if (r.at == before) {
+    step(r);
+    return;
+  }
+  if (l.current.words.empty() && l.current.assignments.empty()) {
+    l.current.line = word.line;
+    l.current.column = word.column;
+  }
+  l.current.words.push_back(word);
+}
+
 // Reads the next part of the list; false at its end. The order matters:
 // patterns of a case look like anything else, "&>" begins as "&" does, and a
 // keyword or NAME=VALUE is one only where no word of the command stands before
@@ -311,18 +328,7 @@ static bool read_part(reader &r, list &l)
   if (takes_assignments(l.current) && read_assignment(r, l)) {
     return true;
   }
-  const size_t before = r.at;
-  const bash_word word = read_word(r, false);
-  // No word begins here, and without a step this would never end.
-  if (r.at == before) {
-    step(r);
-    return true;
-  }
-  if (l.current.words.empty() && l.current.assignments.empty()) {
-    l.current.line = word.line;
-    l.current.column = word.column;
-  }
-  l.current.words.push_back(word);
+  read_command_word(r, l);
   return true;
 }
 

@@ -239,6 +239,7 @@ static const pto_procs field_procs = {
     draw_item, draw_cell,    draw_box_cell,   draw_list_cell,
 };
 
+// A browser posts these hidden fields unseen, so the next request needs them.
 static void add_state(const char *name, const char *value)
 {
   page_add_field(FIELD_STATE, name, value, nullptr);

@@ -30,6 +30,8 @@ static const char *kind_text(const history_entry *entry)
   return strcmp(entry->kind, "back") == 0 ? "went back" : entry->kind;
 }
 
+// Of user and address one may be unknown: a terminal of the device has no
+// address, a web server without a login no user.  If both are, a "-" says so.
 static void print_entry(history_entry *entry, const char *when)
 {
   const bool is_known = strcmp(entry->user, "-") != 0;
@@ -174,6 +176,8 @@ static bool find_forms(char *text, uint64_t number, form_list *forms)
   return store_fault_text() == nullptr;
 }
 
+// Said for every failure, because an undo that stopped half-way would leave the
+// reader wondering which forms are old and which are new.
 static int nothing_saved(const char *command)
 {
   if (store_fault_text() != nullptr) {
@@ -217,6 +221,8 @@ static int reset(char *name, bool dry)
                                : nothing_saved(command);
 }
 
+// The list is opened before anything can fail, so a refusal is an element of
+// it, too, and a program reads one kind of value.
 static void begin_list()
 {
   if (report_json) {

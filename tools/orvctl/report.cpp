@@ -128,6 +128,7 @@ static owned_text line_of(const orv_change *change)
   return owned_text(orv_change_line(change, ORV_ARROW_SHOWN, 0, 0));
 }
 
+// Without memory for the words the name still says which value has changed.
 static void change_line(const orv_change *change)
 {
   const owned_text line = line_of(change);
@@ -209,6 +210,7 @@ static void message_line(const char *about, int line, const char *text)
   }
 }
 
+// Only a file has lines: with values from the command line the name is enough.
 static int line_of_error(const char *name)
 {
   return report_at.file != nullptr ? report_at.line_of(name) : 0;
@@ -219,6 +221,8 @@ static void error_line(const char *name, const char *text)
   message_line(name, line_of_error(name), text);
 }
 
+// Lines get an object of their own, so that the member of a field stays a text
+// whether the values came from a file or not.
 static void line_member(const char *name, const char *)
 {
   const int line = line_of_error(name);
@@ -288,6 +292,7 @@ void report_fault(const char *form, const char *format, ...)
 
 // --- results -----------------------------------------------------------------
 
+// The words are part of the interface: scripts compare them.
 static const char *result_word(page_result result, bool dry)
 {
   switch (result) {
