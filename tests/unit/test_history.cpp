@@ -15,9 +15,9 @@ protected:
     setenv("REMOTE_ADDR", "192.168.1.7", 1);
   }
 
-  static bool save(const string &order)
+  static bool save(const string &order, const char *form = "net")
   {
-    return locked([&] { return save_order(strdup(order.c_str()), "net", "eth0"); }) ==
+    return locked([&] { return save_order(strdup(order.c_str()), form, "eth0"); }) ==
            "done";
   }
 
@@ -86,10 +86,11 @@ TEST_F(History, ListsUserTimeAndChangesButNoSecret)
   ASSERT_TRUE(save("@secret key\n> a\nhost=gw\nkey=hidden1\nwl_passphrase=hidden2\n"));
   ASSERT_TRUE(save("> b\nkey=$hidden4\n> a\nhost=gw2\nkey=$hidden3\n")) << "the second file says what a hash is";
   write_file("state/c", "#orv 2 2 -\n#table\nkey2=hidden5\n");
-  ASSERT_TRUE(save("@secret key2\n> c\nkey2=hidden6\n")) << "what was no secret so far";
+  ASSERT_TRUE(save("@secret key2\n> c\nkey2=hidden6\n", "n")) << "what was no secret so far";
   const string text = read_file("state/.history");
   EXPECT_EQ(text.find("hidden"), string::npos) << text;
   EXPECT_NE(text.find(" ad_min_@ 192.168.1.7 net/eth0 saved\n"), string::npos) << text;
+  EXPECT_NE(text.find(" ad_min_@ 192.168.1.7 n/eth0 saved\n"), string::npos) << text;
   EXPECT_NE(text.find("= host: gw -> gw2\n"), string::npos) << text;
   EXPECT_NE(text.find("= key: "), string::npos) << text;
   EXPECT_EQ(before(2), "host=gw key=$hidden3 ") << "today's secrets stay";
