@@ -33,7 +33,7 @@ orv__load() {
   if [[ $ORV_TRANSACTION || -L $file || -e $ORV_STATE/.commit || -e $file &&
     (${lines[0]} != '#orv 2 '+([0-9])' '* || ${lines[2]} != "${shipped[0]}" &&
     ${lines[2]}${shipped[0]} == *'#version '*) || ! -x $ORV_STATE ||
-    -e $ORV_DEFAULTS/$1 && ! -r $ORV_DEFAULTS/$1 ]]; then
+    ! -x $ORV_DEFAULTS || -e $ORV_DEFAULTS/$1 && ! -r $ORV_DEFAULTS/$1 ]]; then
     orv__find "$1" || return
   elif [[ -e $file ]]; then
     stamp=${lines[0]:7} cut=${lines[1]:7} # a stored table is complete:

@@ -11,10 +11,12 @@
 # the stored file during a save, one of an older library, or reports a faulty
 # one.
 orv__find() {
-  local folder file found='' above=$ORV_STATE
-  # A folder without permission is not a missing folder.
-  until [[ -e $above || $above != */* ]]; do above=${above%/*}; done
-  [[ -x ${above:-/} ]] || orv__unreadable "$ORV_STATE" || return
+  local folder file found='' above
+  for folder in "$ORV_STATE" "$ORV_DEFAULTS"; do
+    above=$folder # one without permission is not a missing one
+    until [[ -e $above || $above != */* ]]; do above=${above%/*}; done
+    [[ -x ${above:-/} ]] || orv__unreadable "$folder" || return
+  done
   file=$ORV_DEFAULTS/$1
   [[ ! -e $file || -r $file ]] || orv__unreadable "$file" || return
   # A transaction's files count for those who take part, never for a request;

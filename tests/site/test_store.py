@@ -651,7 +651,8 @@ FAULTY = {
 }
 
 
-@pytest.mark.parametrize("where", ["file", "folder", "above", "defaults"])
+@pytest.mark.parametrize("where", ["file", "folder", "above", "defaults",
+                                   "all defaults"])
 @pytest.mark.parametrize("with_script", [True, False])
 def test_an_unreadable_file_gives_an_error_page(open_folder, where, with_script):
     """Never the shipped value, nor a form without values that could be saved."""
@@ -698,7 +699,7 @@ def test_an_unreadable_file_gives_an_error_page(open_folder, where, with_script)
             path.rmdir() if kind == "folder" else path.unlink()
         return
     path = {"folder": device.state, "above": device.folder / "up",
-            "defaults": device.defaults / "net"}[where]
+            "defaults": device.defaults / "net", "all defaults": device.defaults}[where]
     if where == "above":
         path.mkdir()
         device.env["ORV_STATE"] = str(path / "state")
