@@ -108,7 +108,9 @@ static bool is_secret(const settings *before, const settings *after,
   return settings_is_secret(before, name) || settings_is_secret(after, name);
 }
 
-// First what the new file holds, then what only the old one held.
+// First what the new file holds, then what only the old one held.  What lasts
+// is read from the defaults again: a long list of choices would fill the
+// history.
 void history_note(const char *file, const settings *before,
                   const settings *after)
 {
@@ -122,7 +124,7 @@ void history_note(const char *file, const settings *before,
   }
   for (size_t i = 0; i < before->count; i++) {
     const setting *one = before->list + i;
-    if (settings_get(after, one->name) == nullptr &&
+    if (!one->lasts && settings_get(after, one->name) == nullptr &&
         !is_secret(before, after, one->name)) {
       fprintf(noting, "< %s %s=%s\n", file, one->name, one->value);
     }

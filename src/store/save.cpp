@@ -307,6 +307,16 @@ static bool is_of_table(const char *name)
 }
 
 // Values that are not stored come from the defaults as before, except in rows.
+static void mark_lasting()
+{
+  for (const save_file *file = files; file < files + file_count; file++) {
+    for (size_t i = 0; i < file->before.count; i++) {
+      setting *one = file->before.list + i;
+      one->lasts = one->shipped && !is_of_table(one->name);
+    }
+  }
+}
+
 static const char *value_after(const char *name, void *)
 {
   const char *shipped = nullptr;
@@ -316,7 +326,7 @@ static const char *value_after(const char *name, void *)
       return value;
     }
     const setting *before = settings_find(&file->before, name);
-    if (before != nullptr && before->shipped && !is_of_table(name)) {
+    if (before != nullptr && before->lasts) {
       shipped = before->value;
     }
   }
@@ -504,6 +514,7 @@ bool save_order(char *order, const char *form, const char *subitem)
   if (!form_open(form) && store_fault_text() != nullptr) {
     return false;
   }
+  mark_lasting();
   // Before the save begins, so that it is refused if its report lacks memory.
   if (!find_changes() || !told_make(changes)) {
     return store_fault("Out of memory");

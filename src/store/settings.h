@@ -21,7 +21,8 @@ constexpr int STORE_FORMAT = 2;
 struct setting {
   const char *name;
   const char *value;
-  bool shipped; // it comes from the defaults
+  bool shipped;       // it comes from the defaults
+  bool lasts = false; // and will, as the save does not replace its table
 };
 
 // One parsed file, or two merged ones.

@@ -162,6 +162,27 @@ TEST_F(History, KeepsTenSavesAndNoMoreThanFit)
   ASSERT_TRUE(save("> a\nx=2\n"));
 }
 
+TEST_F(History, KeepsNoDefaultsThatStayInUse)
+{
+  std::filesystem::create_directory("defaults");
+  setenv("ORV_DEFAULTS", "defaults", 1);
+  string shipped = "fixed=f\nx=0\nrow0=shipped\n";
+  for (int i = 0; i < 400; i++) { // a list's choices
+    shipped += "select_zones" + std::to_string(i) + "=" + string(80, 'z') + "\n";
+  }
+  write_file("defaults/a", shipped);
+  for (int i = 1; i <= 10; i++) {
+    ASSERT_TRUE(save("@table row\n> a\nx=" + std::to_string(i) + "\n"));
+  }
+  EXPECT_EQ(entries(), 10U);
+  const string text = read_file("state/.history"), older = "\n@ 1 ";
+  EXPECT_EQ(text.find("select_zones"), string::npos);
+  EXPECT_NE(text.find("< a row0=shipped\n", text.find(older)), string::npos) << "it no longer comes back";
+  const string old = before(1);
+  EXPECT_EQ(old.find("fixed=f select_zones0=z"), 0U) << old;
+  EXPECT_NE(old.find(" x=0 row0=shipped "), string::npos) << old;
+}
+
 TEST_F(History, CraftedEntriesAreRefusedOrMeanNothing)
 {
   const std::pair<const char *, const char *> rows[] = {
