@@ -155,6 +155,22 @@ def test_only_names_pass_through_the_fifo(acts):
     assert log.count("dropped") <= 5 and acts.process.poll() is None
 
 
+def test_a_flood_of_anything_is_read_slowly(acts):
+    for flood in b"\n", b"x", b"none\n":
+        acts.start()
+        pipe = os.open(acts.ask, os.O_WRONLY | os.O_NONBLOCK)
+        sent, start = 0, time.monotonic()
+        while time.monotonic() < start + 1:
+            try:
+                sent += os.write(pipe, flood * (4000 // len(flood)))
+            except BlockingIOError:
+                time.sleep(0.01)
+        seconds = time.monotonic() - start
+        os.close(pipe)
+        assert sent <= 65536 * (seconds + 3), flood
+        acts.stop()
+
+
 def test_requests_during_a_run_are_merged_and_one_runs_at_a_time(acts):
     acts.action("block", "echo x >>$D/blocked",
                 "while [ ! -e $D/go ]; do sleep 0.05; done; rm $D/go")
