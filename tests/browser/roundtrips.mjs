@@ -172,6 +172,7 @@ for (const isKept of [true, false]) {
     await act(page, "Submit", "Back");
     await until(async () => await valueOf(page, "log_level") === "debug");
     await page.evaluate(() => window.scrollTo(0, 130));
+    await setTimeout(1500); // as above
     await page.locator('nav a[href$="form=status"]').evaluate((a) => a.click());
     await page.waitForURL(/form=status/);
     assert.equal(page.asked, 0, "what was saved is no change");
