@@ -147,7 +147,7 @@ int own_count_rows(void)
   for (const orv_var *var = cfg_vars; var != nullptr; var = var->next) {
     rows = std::max(rows, settings_row(var->name) + 1);
   }
-  return rows;
+  return std::min(rows, ORV_STORED_ROWS_MAX);
 }
 
 // --- the file ----------------------------------------------------------------

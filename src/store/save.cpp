@@ -306,7 +306,6 @@ static bool is_of_table(const char *name)
   return find_word(&columns, name, length) != nullptr;
 }
 
-// Values that are not stored come from the defaults as before, except in rows.
 static void mark_lasting()
 {
   for (const save_file *file = files; file < files + file_count; file++) {
@@ -317,6 +316,7 @@ static void mark_lasting()
   }
 }
 
+// Values that are not stored come from the defaults as before, except in rows.
 static const char *value_after(const char *name, void *)
 {
   const char *shipped = nullptr;

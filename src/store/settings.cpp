@@ -67,11 +67,11 @@ size_t settings_column(const char *name)
 
 int settings_row(const char *name)
 {
+  constexpr size_t digits_max = orv_digits(ORV_ROWS_MAX);
   const char *digits = name + settings_column(name);
   const size_t length = strlen(digits);
-  const int row =
-      length > 0 && length <= ORV_STORED_ROW_DIGITS ? atoi(digits) : -1;
-  return row < ORV_STORED_ROWS_MAX ? row : -1;
+  const int row = length > 0 && length <= digits_max ? atoi(digits) : -1;
+  return row < ORV_ROWS_MAX ? row : -1;
 }
 
 int settings_count_rows(const settings *all)

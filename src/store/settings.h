@@ -91,7 +91,7 @@ bool settings_has_word(const char *words, const char *name, size_t length);
 size_t settings_column(const char *name);
 
 // The number of the row that `name` can be a cell of; -1 when it has none, or
-// none that is stored.
+// none that a table can have.
 int settings_row(const char *name);
 
 // One more than the highest row that any of the names can be a cell of.
